@@ -1,0 +1,49 @@
+# What every target is compiled with: tamber_flags.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+# A build tree can be moved: binaries find the library relative to themselves.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+# Paths below the source folder are hashed relative to it, so that several checkouts share one cache.
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${CCACHE_PROGRAM}")
+endif()
+
+add_library(tamber_flags INTERFACE)
+target_include_directories(tamber_flags INTERFACE "${CMAKE_SOURCE_DIR}/src")
+target_compile_options(tamber_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  # A script's char is signed whatever the machine, and a sum of products is rounded after each step everywhere.
+  -fsigned-char -ffp-contract=off
+  # Calls between the library's own exported functions may be inlined; nobody interposes them.
+  -fno-semantic-interposition)
+target_link_options(tamber_flags INTERFACE LINKER:--as-needed)
+
+find_program(MOLD_PROGRAM mold)
+if(MOLD_PROGRAM AND NOT TAMBER_IPO)
+  target_link_options(tamber_flags INTERFACE -fuse-ld=mold)
+endif()
+
+if(TAMBER_SANITIZE)
+  set(sanitize -fsanitize=address,undefined -fsanitize=float-cast-overflow -fno-sanitize-recover=all
+    -fno-omit-frame-pointer)
+  target_compile_options(tamber_flags INTERFACE ${sanitize})
+  target_link_options(tamber_flags INTERFACE ${sanitize})
+endif()
+
+if(TAMBER_IPO)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+endif()
