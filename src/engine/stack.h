@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "kel/export.h"
+#include "kel/kelstring.h"
+#include "values/typedesc.h"
+#include "values/variable.h"
+
+namespace tamber {
+
+/// One entry of the evaluation stack: a value with its kind, or a shared variable.
+/// A scalar or a text gets an object of its own only when somebody asks for one.
+struct StackEntry {
+  Kind kind;                  ///< Any: cell.v is a variable, one holder
+  Cell cell;                  ///< owned
+  const TypeDesc* type;       ///< of Handle, Struct and Array cells, one reference; else null
+};
+
+}  // namespace tamber
+
+/// The operand stack on which calls of built-ins pass their arguments and results.
+///
+/// Entry 0 is the bottom. Depth-relative queries count from the top: position 0 is the top entry.
+/// The stack holds one holder of every variable on it.
+class TAMBER_API Stack {
+ public:
+  Stack() = default;
+  Stack(const Stack& other);
+  Stack& operator=(const Stack& other);
+  virtual ~Stack();
+
+  uint32_t GetSize() const { return static_cast<uint32_t>(entries_.size()); }
+  /// The entry at `index` from the bottom, on loan; null out of range.
+  Variable* GetVariable(uint32_t index);
+  /// Type of the entry `depth` below the top; None out of range.
+  Variable::enum_TypeId GetTypeId(uint32_t depth) const;
+  /// Length in bytes of the text `depth` below the top; 0 for other types and out of range.
+  uint32_t GetEntryLength(uint32_t depth) const;
+
+  /// Takes over one holder of the variable; returns 1 (null: 0, nothing pushed).
+  int32_t PushVariable(Variable* variable);
+  /// Hands the top entry's holder to the caller; null on an empty stack.
+  Variable* PopVariable();
+  void Pop();
+  void PopAll();
+
+  void PushBoolean(int32_t value);
+  void PushChar(char value);
+  void PushInteger(int32_t value);
+  void PushFloat(float value);
+  void PushDouble(double value);
+  /// `len` bytes; 0 takes the text up to its NUL.
+  void PushString(const char* text, uint32_t len);
+  void PushString(const KelString& text);
+  void PushHandle(const KelString& handleTypeName, void* value);
+
+  // The typed pops read the entry through the getter of the wanted type; on an empty stack they
+  // give 0 or "" and change nothing.
+  int32_t PopBoolean();
+  char PopChar();
+  int32_t PopInteger();
+  float PopFloat();
+  double PopDouble();
+  void* PopHandle();
+  /// The bytes of a text and a closing NUL, in a buffer that the caller releases with free(). An
+  /// entry that is no text gives "". Null only when there is no memory.
+  char* PopString();
+  void PopKelString(KelString& text);
+
+  // What running code uses: values with their kinds, no objects in between.
+  /// Takes over the cell (kind Bool to Double, or String).
+  void PushCell(tamber::Kind kind, tamber::Cell cell) {
+    entries_.push_back({kind, cell, nullptr});
+  }
+  /// Takes over the cell of a handle, structure or array of this type.
+  void PushTyped(const tamber::TypeDesc& type, tamber::Cell cell);
+  /// The entry `depth` below the top; only while GetSize() > depth.
+  const tamber::StackEntry& Peek(uint32_t depth) const {
+    return entries_[entries_.size() - 1 - depth];
+  }
+  /// Takes the top entry off together with what it owns; only on a stack that is not empty. A
+  /// variable of kind Any that nobody else holds stays a variable.
+  tamber::StackEntry Take();
+  /// Releases what an entry owns.
+  static void Release(tamber::StackEntry& entry);
+  /// Removes entries from the top until `size` are left.
+  void CutTo(uint32_t size);
+
+ private:
+  std::vector<tamber::StackEntry> entries_;
+};

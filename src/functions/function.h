@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "kel/export.h"
+#include "kel/kelstring.h"
+#include "values/typedesc.h"
+#include "values/variable.h"
+
+class Stack;
+class TamberContext;
+class VarList;
+
+/// The record that a built-in function receives with each call.
+struct FunctionCallInfo {
+  TamberContext* context;
+  Stack* stack;          ///< the arguments, last one on top; the result goes here too
+  int32_t errorCode;     ///< set below 20000 to report a run-time error, above to end the run
+  KelString errorText;   ///< the object of the error: a name, a path, a value
+};
+
+/// Implementation of a built-in. It pops its arguments in reverse order and pushes one result. The
+/// returned integer is not looked at; built-ins return 1.
+using TamberFunctionPtr = int32_t (*)(FunctionCallInfo*);
+/// As above, for functions that are also handed the context.
+using TamberFunctionExPtr = int32_t (*)(FunctionCallInfo*, TamberContext*);
+
+/// What the engine may take for granted about a built-in. The default promises nothing.
+struct FunctionTraits {
+  bool exactResult = false;  ///< always pushes a value of the declared return type
+  bool localsBlind = false;  ///< never reads or changes script variables by name, nor runs script code
+  uint32_t writesArgument = 0;  ///< bit n: parameter n (0-based) is changed through its variable
+};
+
+/// One registered built-in: its name, types and implementation.
+class TAMBER_API TamberFunction {
+ public:
+  TamberFunction(const KelString& name, Variable* returnValue, VarList* parameters, uint16_t type);
+  TamberFunction(const TamberFunction& other);
+  TamberFunction& operator=(const TamberFunction&) = delete;
+  ~TamberFunction();
+
+  const KelString& GetName() const { return name_; }
+  uint16_t GetFunctionType() const { return type_; }
+  /// An empty value of the declared return type, on loan; also the result of a call when there is
+  /// no implementation.
+  Variable* GetVariable() const { return returnValue_; }
+  uint32_t GetParameterCount() const;
+  VarList* GetParameterList() const { return parameters_; }
+
+  /// Functions of type 2 take the second form, all others the first; both may be null.
+  void SetImplementation(TamberFunctionPtr implementation) { plain_ = implementation; }
+  void SetImplementation(TamberFunctionExPtr implementation) { extended_ = implementation; }
+  TamberFunctionPtr GetImplementation() const { return plain_; }
+  TamberFunctionExPtr GetExtendedImplementation() const { return extended_; }
+  bool IsImplemented() const { return plain_ != nullptr || extended_ != nullptr; }
+
+  const FunctionTraits& Traits() const { return traits_; }
+  void SetTraits(const FunctionTraits& traits) { traits_ = traits; }
+  const tamber::TypeRef& ReturnType() const { return returnType_; }
+  const std::vector<tamber::TypeRef>& ParameterTypes() const { return parameterTypes_; }
+
+ private:
+  KelString name_;
+  Variable* returnValue_;
+  VarList* parameters_;
+  uint16_t type_;
+  TamberFunctionPtr plain_ = nullptr;
+  TamberFunctionExPtr extended_ = nullptr;
+  FunctionTraits traits_;
+  tamber::TypeRef returnType_;
+  std::vector<tamber::TypeRef> parameterTypes_;
+};

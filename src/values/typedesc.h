@@ -1,0 +1,128 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "values/cell.h"
+#include "values/name.h"
+
+namespace tamber {
+
+class StructLayout;
+
+/// Base of immutable things that are shared between values and, read-only, between threads.
+class Shared {
+ public:
+  Shared() = default;
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+  void Retain() const { refs_.fetch_add(1, std::memory_order_relaxed); }
+  void Release() const {
+    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+  }
+
+ protected:
+  virtual ~Shared() = default;
+
+ private:
+  mutable std::atomic<int32_t> refs_{1};
+};
+
+/// Counted pointer to a Shared object.
+template <class T>
+class Ref {
+ public:
+  Ref() = default;
+  /// Takes over the reference that `new` created.
+  static Ref Adopt(const T* object) {
+    Ref ref;
+    ref.object_ = object;
+    return ref;
+  }
+  /// Adds a reference of its own.
+  explicit Ref(const T* object) : object_(object) {
+    if (object_) object_->Retain();
+  }
+  Ref(const Ref& other) : Ref(other.object_) {}
+  Ref(Ref&& other) noexcept : object_(other.object_) { other.object_ = nullptr; }
+  Ref& operator=(Ref other) noexcept {
+    const T* mine = object_;
+    object_ = other.object_;
+    other.object_ = mine;
+    return *this;
+  }
+  ~Ref() {
+    if (object_) object_->Release();
+  }
+  const T* Get() const { return object_; }
+  const T* operator->() const { return object_; }
+  const T& operator*() const { return *object_; }
+  explicit operator bool() const { return object_ != nullptr; }
+
+ private:
+  const T* object_ = nullptr;
+};
+
+class TypeDesc;
+using TypeRef = Ref<TypeDesc>;
+
+/// One type of the language: a scalar, a handle type, a structure, an array of one of these.
+class TypeDesc final : public Shared {
+ public:
+  /// A scalar type, the generic array (Array), None or Any. Lives as long as the process.
+  static const TypeRef& Of(Kind kind);
+  /// "element[]".
+  static TypeRef ArrayOf(const TypeRef& element);
+  static TypeRef HandleOf(const Name& handleTypeName);
+  static TypeRef StructOf(const Ref<StructLayout>& layout);
+
+  Kind GetKind() const { return kind_; }
+  bool IsArray() const { return kind_ == Kind::Array; }
+  /// The element type of an array; null for the generic array and for everything else.
+  const TypeRef& Element() const { return element_; }
+  const Ref<StructLayout>& Layout() const { return layout_; }
+  const Name& HandleName() const { return handleName_; }
+  /// The number that `Variable::GetTypeId` gives for values of this type.
+  int32_t TypeId() const;
+
+  /// The design's `IsSameType` between values of the two types.
+  bool IsSame(const TypeDesc& other) const;
+  /// The design's `IsCompatible`: a value of this type can be assigned from one of `source`.
+  bool Accepts(const TypeDesc& source) const;
+
+ private:
+  explicit TypeDesc(Kind kind) : kind_(kind) {}
+  ~TypeDesc() override = default;
+
+  Kind kind_;
+  TypeRef element_;
+  Ref<StructLayout> layout_;
+  Name handleName_;
+};
+
+/// The members of a structure type, shared by all its values.
+class StructLayout final : public Shared {
+ public:
+  struct Member {
+    Name name;
+    TypeRef type;
+    uint32_t arraySize = 0;  ///< elements that an array member starts with
+  };
+  static Ref<StructLayout> Make(const Name& name, std::vector<Member> members);
+
+  const Name& GetName() const { return name_; }
+  const std::vector<Member>& Members() const { return members_; }
+  /// 0-based position of a member, -1 when there is none.
+  int32_t Find(std::string_view member) const;
+
+ private:
+  StructLayout(const Name& name, std::vector<Member> members);
+  ~StructLayout() override = default;
+
+  Name name_;
+  std::vector<Member> members_;
+  std::vector<int32_t> index_;  // open addressing by folded hash; -1 is free
+};
+
+}  // namespace tamber
