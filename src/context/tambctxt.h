@@ -1,0 +1,186 @@
+#pragma once
+
+#include <memory>
+
+#include "context/errlist.h"
+#include "engine/proclist.h"
+#include "engine/stack.h"
+#include "engine/tambops.h"
+#include "frontend/scriptlist.h"
+#include "functions/funclist.h"
+#include "functions/module.h"
+#include "kel/export.h"
+#include "kel/kelformat.h"
+#include "kel/kelstring.h"
+#include "values/typelist.h"
+#include "values/varlist.h"
+
+class KelDebugContext;
+class ScriptLine;
+class TamberContext;
+class TamberScript;
+class Tokeniser;
+class XmlProxyClient;
+
+/// Scope bits; a lookup that takes several searches them in this order.
+enum enum_VarListType : uint32_t {
+  VARLIST_LOCAL = 1,
+  VARLIST_GLOBAL = 2,
+  VARLIST_CONSTANT = 4,
+  VARLIST_EXTERNAL = 8,
+};
+
+/// One failure, as it is told to the host.
+struct TamberDiagnostic {
+  int32_t code;
+  KelString name;        ///< "" for a code without a name
+  KelString text;        ///< what the code means
+  KelString detail;      ///< the object of the error: a token, a name, a path; may be empty
+  KelString file;
+  uint32_t line;         ///< 1-based; 0 when no line was read
+  KelString sourceLine;
+};
+
+namespace tamber {
+class ContextState;
+class Machine;
+class HandleTable;
+}  // namespace tamber
+
+/// Everything one script run needs: procedures, functions, types, scopes, errors, output.
+///
+/// A context is used by one thread at a time; hosts that run scripts in parallel make one each.
+/// Operations return nonzero for success and leave the reason of a failure in the context error.
+class TAMBER_API TamberContext : public TamberOperators,
+                                 public ProcedureList,
+                                 public FunctionList,
+                                 public TypeList,
+                                 public ScriptList {
+ public:
+  /// A context with the predefined names, types and built-in modules, configured from
+  /// "./tamber.ini". The proxy is the host's own and may be null.
+  explicit TamberContext(XmlProxyClient* proxy = nullptr);
+  /// A nested context that sees what `parent` sees, with an empty script list.
+  explicit TamberContext(TamberContext& parent);
+  /// Copies settings only: INI path, debug switches, executable path, application instance, proxy
+  /// and debug pointers, session, operator switch.
+  TamberContext& operator=(const TamberContext& other);
+  ~TamberContext() override;
+
+  // --- configuration ---
+  void SetIniPath(const KelString& path);
+  void SetIniDir(const KelString& dir);
+  KelString GetIniPath() const;
+  void SetExePath(const KelString& path);
+  KelString GetExePath() const;
+  void SetAppInstance(void* instance);
+  void* GetAppInstance() const;
+  void SetXmlProxyClient(XmlProxyClient* proxy);
+  XmlProxyClient* GetXmlProxyClient() const;
+  void SetDebugContext(KelDebugContext* debug);
+  void SetScriptFile(const KelString& name, int32_t overwrite);
+  /// The key that enciphered scripts are loaded with.
+  void SetScriptKey(const KelString& key);
+  /// Writes `source` enciphered under the key to `target`.
+  int32_t EncryptScript(const KelString& source, const KelString& target, const KelString& key);
+
+  // --- sessions ---
+  void SetSessionId(uint32_t id);
+  uint32_t GetSessionId() const;
+  bool DoesSessionExist(uint32_t id);
+  void ExpireOldSessions(uint32_t maxAgeSeconds);
+
+  // --- compiling and running ---
+  int32_t CompileScriptFile(const KelString& path);
+  int32_t CompileScriptBuffer(const KelString& name, const KelString& text, uint32_t firstLine);
+  /// Runs a procedure. Its arguments are taken from `stack`, and its result is left there; null
+  /// runs on a stack of its own.
+  int32_t RunProcedure(const KelString& name, Stack* stack);
+  void ResetContext();
+  int32_t CompactScriptBuffer(const KelString& file, KelString& out);
+
+  // --- errors ---
+  void SetContextError(int32_t code, const KelString& text);
+  int32_t GetContextError() const;
+  KelString GetContextErrorText() const;
+  void UpdateErrCodeVar();
+  int32_t RegisterErrorCode(int32_t code, const KelString& name, const KelString& text);
+  KelString GetErrorName(int32_t code);
+  KelString GetErrorText(int32_t code);
+  ErrorList& GetErrorList();
+  /// Tells the host of each reported error, beside the written report. Null: nobody.
+  void SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void* user), void* user);
+
+  // --- variables ---
+  int32_t FindVariable(const KelString& name, uint32_t mask);
+  /// The variable, on loan; null when none of the scopes holds it.
+  Variable* GetVariable(const KelString& name, uint32_t mask);
+  Variable* GetVariable(uint32_t index, enum_VarListType scope);
+  /// Takes ownership; returns the new 0-based index, 0 when no scope bit is set.
+  uint32_t AddVariable(Variable* variable, enum_VarListType scope);
+  /// Hands the variable to the caller; null when absent.
+  Variable* RemoveVariable(const KelString& name, enum_VarListType scope);
+  void ReplaceVariable(uint32_t index, Variable* variable, enum_VarListType scope);
+  void ClearVarList(uint32_t mask);
+  int32_t CheckUniqueVar(const KelString& name, uint32_t mask);
+  /// Reads a type word (with brackets) and makes a variable of it; null with error 20208.
+  Variable* CreateVariable(Tokeniser* tokeniser, const KelString& name);
+
+  // --- registration ---
+  uint32_t RegisterFunction(const KelString& prototype, TamberFunctionPtr implementation,
+                            FuncType_e type, bool replace, const FunctionTraits& traits = {});
+  uint32_t RegisterFunction(const KelString& prototype, TamberFunctionExPtr implementation,
+                            FuncType_e type, bool replace, const FunctionTraits& traits = {});
+  void RegisterFunctionModule(const FUNCMOD_REGISTRATION* registration);
+  static const void* FindRegistrationList(const FUNCMOD_REGISTRATION* registration,
+                                          enum_FuncModRegType type);
+  void RegisterBoolean(const KelString& name, int32_t value, enum_VarListType list);
+  void RegisterInteger(const KelString& name, uint32_t value, enum_VarListType list);
+  void RegisterString(const KelString& name, const KelString& value, enum_VarListType list);
+  uint32_t RegisterObjectType(const KelString& name);
+  int32_t RegisterStructure(const KelString& name, const KelString& members,
+                            const Variable** prototype);
+  int32_t RegisterStructure(Variable* structure);
+  template <class... Args>
+  void RegistrationError(std::string_view format, const Args&... args) {
+    ShowRegistrationError(KelString(kel::Format(format, args...)));
+  }
+  bool LoadFunctionModule(const KelString& file, const KelString& callingScript, void** handle);
+
+  // --- output ---
+  void SetOutput(KelString* buffer);
+  void AppendOutput(const KelString& text);
+  void FlushOutput();
+  template <class... Args>
+  void OutputErrorText(const KelString& section, std::string_view format, const Args&... args) {
+    KelString text(kel::Format(format, args...));
+    ProcessOutputBuffer(text, section);
+  }
+  void PerformDumps(const KelString& section, ScriptLine* line);
+
+  // --- for built-in modules ---
+  /// Compiles and evaluates an expression that sees the caller's variables. The result's holder is
+  /// the caller's; null with `code` set when it does not compile or ends with an error.
+  Variable* EvaluateText(const KelString& expression, int32_t& code);
+  /// Integer value of a switch such as StrCase or IntBase: a local of that name wins over the global.
+  int32_t GetSwitch(std::string_view name);
+  tamber::HandleTable& Handles();
+  /// State of a module for this context, made on first use; T is default-constructible.
+  template <class T>
+  T& ModuleState() {
+    static const char key = 0;
+    std::shared_ptr<void>& slot = ModuleSlot(&key);
+    if (!slot) slot = std::make_shared<T>();
+    return *static_cast<T*>(slot.get());
+  }
+  tamber::ContextState& State() { return *state_; }
+  tamber::Machine& GetMachine();
+
+ private:
+  friend class tamber::ContextState;
+  void ProcessOutputBuffer(KelString& text, const KelString& section);
+  void ShowRegistrationError(const KelString& message);
+  std::shared_ptr<void>& ModuleSlot(const void* key);
+
+  std::unique_ptr<tamber::ContextState> state_;
+};
