@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kel/export.h"
+
+/// A store of values under text keys ("session/7/counter") that outlives the process.
+///
+/// An operation gives false when the key is absent or the store failed; outputs are then untouched.
+/// Texts are bytes with a length, NULs included. One thread at a time.
+class TAMBER_API SessionStore {
+ public:
+  virtual ~SessionStore() = default;
+  virtual bool SetInteger(std::string_view key, int64_t value) = 0;
+  virtual bool SetText(std::string_view key, std::string_view value) = 0;
+  virtual bool GetInteger(std::string_view key, int64_t& value) = 0;
+  virtual bool GetText(std::string_view key, std::string& value) = 0;
+  virtual bool Exists(std::string_view key) = 0;
+  /// The whole keys that begin with `prefix`.
+  virtual std::vector<std::string> SubKeys(std::string_view prefix) = 0;
+  /// Removes every key that begins with `prefix`.
+  virtual bool DeleteTree(std::string_view prefix) = 0;
+};
