@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "functions/funclist.h"
+#include "values/varholder.h"
 
 class TypeList;
 
@@ -12,7 +13,7 @@ namespace tamber {
 /// What a prototype declares.
 struct Prototype {
   KelString name;
-  std::unique_ptr<Variable, void (*)(Variable*)> returnValue{nullptr, &Variable::Delete};
+  VarHolder returnValue;
   std::unique_ptr<VarList> parameters;
 };
 
@@ -21,7 +22,7 @@ struct Prototype {
 ///
 /// False when it is refused: with `message` set for an unknown type word (error 20208), without for
 /// anything else that is malformed.
-[[nodiscard]] bool ParsePrototype(std::string_view prototype, TypeList& types,
+[[nodiscard]] bool ParsePrototype(std::string_view prototype, const TypeList& types,
                                   FunctionList::FuncType_e type, Prototype& out,
                                   KelString& message);
 
