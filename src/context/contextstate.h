@@ -98,6 +98,8 @@ class ContextState {
   bool IsOutputEnabled(const KelString& section) const;
   void PerformDumps(const KelString& section, const SourcePlace& place);
   void DumpScriptStatements();
+  /// Compiles and runs another script in a nested context; the context error tells how it went.
+  void CallScript(const KelString& path, const SourcePlace& place);
 };
 
 }  // namespace tamber
