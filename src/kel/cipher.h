@@ -27,7 +27,7 @@ uint64_t RandomNonce();
 /// Overwrites memory in a way that the compiler does not leave out.
 void Wipe(void* data, size_t length);
 
-/// Enciphers and authenticates a text under a pass phrase: a mark, salt, nonce and cipher text, 72
+/// Enciphers and authenticates a text under a pass phrase: a mark, salt, nonce and cipher text, 64
 /// bytes longer than the text. "" when the memory that deriving the key takes (64 MiB) is not
 /// there.
 ///

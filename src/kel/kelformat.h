@@ -44,9 +44,9 @@ class FormatArg {
   constexpr FormatArg(T value)  // NOLINT: converting on purpose
       : kind_(Kind::kDouble), double_(static_cast<double>(value)) {}
   template <class T>
-  requires(
-      std::convertible_to<const T&, std::string_view> &&
-      !std::is_pointer_v<T>) constexpr FormatArg(const T& text)  // NOLINT: converting on purpose
+  requires(std::convertible_to<const T&, std::string_view> && !std::is_pointer_v<T> &&
+           !std::is_null_pointer_v<T>) constexpr FormatArg(const T& text)  // NOLINT: converting on
+                                                                           // purpose
       : kind_(Kind::kText), text_(text) {}
   constexpr FormatArg(const char* text)  // NOLINT: converting on purpose
       : kind_(Kind::kText), text_(text != nullptr ? std::string_view(text) : std::string_view()) {}
