@@ -1,9 +1,9 @@
 // The tamber command: compiles a script and runs its main procedure, as any host would.
 
+#include <array>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <string>
 
 #include "options.h"
@@ -13,56 +13,57 @@ namespace {
 
 enum ExitStatus { kWell = 0, kScriptFailed = 1 };
 
-std::string ToStd(const KelString& text) { return {text.c_str(), text.GetLength()}; }
-
-KelString ToKel(const std::string& text) {
-  return KelString(text.data(), static_cast<uint32_t>(text.size()));
-}
+constexpr size_t kLongestScript = size_t{256} << 20;
 
 /// FILE:LINE: error NAME (CODE): text: detail, then the source line.
 void ShowError(const TamberDiagnostic& error, void* /*user*/) {
-  std::string report = ToStd(error.file) + ":" + std::to_string(error.line) + ": error ";
-  if (error.name.GetLength() != 0) {
-    report += ToStd(error.name) + " ";
+  std::string report = error.file.Str() + ":" + std::to_string(error.line) + ": error ";
+  if (!error.name.IsEmpty()) {
+    report += error.name.Str() + " ";
   }
-  report += "(" + std::to_string(error.code) + "): " + ToStd(error.text);
-  if (error.detail.GetLength() != 0) {
-    report += ": " + ToStd(error.detail);
+  report += "(" + std::to_string(error.code) + "): " + error.text.Str();
+  if (!error.detail.IsEmpty()) {
+    report += ": " + error.detail.Str();
   }
   report += "\n";
-  if (error.sourceLine.GetLength() != 0) {
-    report += ToStd(error.sourceLine) + "\n";
+  if (!error.sourceLine.IsEmpty()) {
+    report += error.sourceLine.Str() + "\n";
   }
   std::fwrite(report.data(), 1, report.size(), stderr);
 }
 
 int Compile(TamberContext* context, const std::string& script) {
   if (script != "-") {
-    return context->CompileScriptFile(ToKel(script));
+    return context->CompileScriptFile(script);
   }
-  std::cin >> std::noskipws;
-  const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
-  return context->CompileScriptBuffer("<stdin>", ToKel(text), 1);
+  std::string text;
+  std::array<char, 65536> piece;
+  // More than the library takes is not read, only enough to be refused.
+  while (text.size() <= kLongestScript && std::cin.read(piece.data(), piece.size()).gcount() > 0) {
+    text.append(piece.data(), static_cast<size_t>(std::cin.gcount()));
+  }
+  return context->CompileScriptBuffer("<stdin>", text, 1);
 }
 
-/// Gives the arguments to a script that asked for them. The global is added after compiling, so that it collides with
-/// no name of the script's own; a look-up finds it before the external declaration.
+/// Gives the arguments to a script that asked for them. The global is added after compiling, so
+/// that it collides with no name of the script's own; a look-up finds it before the external
+/// declaration.
 void AddArguments(TamberContext* context, const std::vector<std::string>& args) {
-  const Variable* declared = context->GetVariable("Args", 8);
-  if (declared == nullptr) {
+  const Variable* declared = context->GetVariable("Args", VARLIST_EXTERNAL);
+  if (declared == nullptr || !declared->IsArray()) {
     return;
   }
-  auto* values = new VarStringArray("Args", 0);
-  if (!values->IsSameType(declared)) {
-    Variable::Delete(values);
+  const Variable* prototype = declared->GetArrayElementType();
+  if (prototype == nullptr || prototype->GetTypeId() != Variable::String) {
     return;
   }
+  Variable* values = declared->Clone();
   for (const std::string& arg : args) {
-    auto* value = new VarString("", 0);
-    value->SetStringValue(ToKel(arg));
+    Variable* value = prototype->Clone();
+    value->SetStringValue(arg);
     values->AddArrayElement(value);
   }
-  context->AddVariable(values, Global);
+  context->AddVariable(values, VARLIST_GLOBAL);
 }
 
 /// Modules beside the program are found by way of its own path.
@@ -70,7 +71,7 @@ void SetOwnPath(TamberContext* context) {
   std::error_code failed;
   const std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", failed);
   if (!failed) {
-    context->SetExePath(ToKel(path.string()));
+    context->SetExePath(path.string());
   }
 }
 
@@ -79,7 +80,7 @@ int Run(const Options& options) {
   context.SetDiagnosticHandler(ShowError, nullptr);
   SetOwnPath(&context);
   if (!options.iniPath.empty()) {
-    context.SetIniPath(ToKel(options.iniPath));
+    context.SetIniPath(options.iniPath);
   }
   if (options.session) {
     context.SetSessionId(*options.session);

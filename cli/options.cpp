@@ -8,7 +8,8 @@ namespace {
 
 constexpr int kBadCommandLine = 2;
 
-/// The library's help, with SCRIPT and its ARGs in the first line although they are not declared to it.
+/// The library's help, with SCRIPT and its ARGs in the first line although they are not declared to
+/// it.
 class Help final : public CLI::Formatter {
  public:
   std::string make_usage(const CLI::App* /*app*/, std::string /*name*/) const override {
@@ -35,8 +36,8 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options* opti
       ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
       ->option_text("ID");
   app.add_flag("--check", options->checkOnly, "Compile only, run nothing");
-  // The first word that is no option ends them, and is left untouched with all that follow it. As a declared
-  // positional each ARG would be interpreted: "[a,b]" would arrive as two.
+  // The first word that is no option ends them, and is left untouched with all that follow it. As a
+  // declared positional each ARG would be interpreted: "[a,b]" would arrive as two.
   app.prefix_command();
 
   try {

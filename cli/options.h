@@ -14,6 +14,7 @@ struct Options {
   bool checkOnly = false;
 };
 
-/// Reads the command line. Everything after the script's name belongs to the script, however it looks. Returns no
-/// exit status when there is a script to run; otherwise what was asked for, or what was wrong, has been printed.
+/// Reads the command line. Everything after the script's name belongs to the script, however it
+/// looks. Returns no exit status when there is a script to run; otherwise what was asked for, or
+/// what was wrong, has been printed.
 [[nodiscard]] std::optional<int> ParseOptions(int argc, const char* const* argv, Options* options);
