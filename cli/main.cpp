@@ -1,0 +1,111 @@
+// The tamber command: compiles a script and runs its main procedure, as any host would.
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "options.h"
+#include "tamber.h"
+
+namespace {
+
+enum ExitStatus { kWell = 0, kScriptFailed = 1 };
+
+constexpr size_t kLongestScript = size_t{256} << 20;
+
+/// FILE:LINE: error NAME (CODE): text: detail, then the source line.
+void ShowError(const TamberDiagnostic& error, void* /*user*/) {
+  std::string report = error.file.Str() + ":" + std::to_string(error.line) + ": error ";
+  if (!error.name.IsEmpty()) {
+    report += error.name.Str() + " ";
+  }
+  report += "(" + std::to_string(error.code) + "): " + error.text.Str();
+  if (!error.detail.IsEmpty()) {
+    report += ": " + error.detail.Str();
+  }
+  report += "\n";
+  if (!error.sourceLine.IsEmpty()) {
+    report += error.sourceLine.Str() + "\n";
+  }
+  std::fwrite(report.data(), 1, report.size(), stderr);
+}
+
+int Compile(TamberContext* context, const std::string& script) {
+  if (script != "-") {
+    return context->CompileScriptFile(script);
+  }
+  std::string text;
+  std::array<char, 65536> piece;
+  // More than the library takes is not read, only enough to be refused.
+  while (text.size() <= kLongestScript && std::cin.read(piece.data(), piece.size()).gcount() > 0) {
+    text.append(piece.data(), static_cast<size_t>(std::cin.gcount()));
+  }
+  return context->CompileScriptBuffer("<stdin>", text, 1);
+}
+
+/// Gives the arguments to a script that asked for them. The global is added after compiling, so
+/// that it collides with no name of the script's own; a look-up finds it before the external
+/// declaration.
+void AddArguments(TamberContext* context, const std::vector<std::string>& args) {
+  const Variable* declared = context->GetVariable("Args", VARLIST_EXTERNAL);
+  if (declared == nullptr || !declared->IsArray()) {
+    return;
+  }
+  const Variable* prototype = declared->GetArrayElementType();
+  if (prototype == nullptr || prototype->GetTypeId() != Variable::String) {
+    return;
+  }
+  Variable* values = declared->Clone();
+  for (const std::string& arg : args) {
+    Variable* value = prototype->Clone();
+    value->SetStringValue(arg);
+    values->AddArrayElement(value);
+  }
+  context->AddVariable(values, VARLIST_GLOBAL);
+}
+
+/// Modules beside the program are found by way of its own path.
+void SetOwnPath(TamberContext* context) {
+  std::error_code failed;
+  const std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", failed);
+  if (!failed) {
+    context->SetExePath(path.string());
+  }
+}
+
+int Run(const Options& options) {
+  TamberContext context(nullptr);
+  context.SetDiagnosticHandler(ShowError, nullptr);
+  SetOwnPath(&context);
+  if (!options.iniPath.empty()) {
+    context.SetIniPath(options.iniPath);
+  }
+  if (options.session) {
+    context.SetSessionId(*options.session);
+  }
+  if (!Compile(&context, options.script)) {
+    return kScriptFailed;
+  }
+  if (options.checkOnly) {
+    return kWell;
+  }
+  AddArguments(&context, options.args);
+  Stack stack;
+  const int ran = context.RunProcedure("main", &stack);
+  if (options.session) {
+    context.ResetContext();
+  }
+  return ran ? kWell : kScriptFailed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  if (const std::optional<int> status = ParseOptions(argc, argv, &options)) {
+    return *status;
+  }
+  return Run(options);
+}

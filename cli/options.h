@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What the command line asks for.
+struct Options {
+  std::string script;  ///< A path, or "-" for standard input.
+  std::vector<std::string> args;
+  std::string iniPath;  ///< Empty: the context's default.
+  std::optional<uint32_t> session;
+  bool checkOnly = false;
+};
+
+/// Reads the command line. Everything after the script's name belongs to the script, however it
+/// looks. Returns no exit status when there is a script to run; otherwise what was asked for, or
+/// what was wrong, has been printed.
+[[nodiscard]] std::optional<int> ParseOptions(int argc, const char* const* argv, Options* options);

@@ -1,0 +1,112 @@
+#!/usr/bin/env python3
+"""The command seen from a shell: options, exit status, what goes to which stream. cli_test.py TAMBER"""
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+HELLO = 'proc main()\n  Print("hello\\n")\nendproc\n'
+BROKEN = 'proc main()\n  Print("hello\\n"\nendproc\n'
+DIVIDES = 'proc main()\n  int zero\n  Print("before\\n")\n  zero = 7 / zero\nendproc\n'
+SHOWS_ARGS = """extern string[] Args
+proc main()
+  int i
+  for (i = 1; i <= 3; i += 1)
+    Print(Args[i] + "\\n")
+  endfor
+endproc
+"""
+
+
+class CommandTest(unittest.TestCase):
+    command = ""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def script(self, text, name="a.tam"):
+        (self.folder / name).write_text(text)
+        return name
+
+    def run_tamber(self, *args, stdin="", **options):
+        done = subprocess.run([self.command, *args], cwd=self.folder, input=stdin.encode(), capture_output=True,
+                              timeout=60, check=False, **options)
+        return done.returncode, done.stdout.decode("latin-1"), done.stderr.decode("latin-1")
+
+    def test_a_script_runs(self):
+        self.assertEqual(self.run_tamber(self.script(HELLO)), (0, "hello\n", ""))
+        self.assertEqual(self.run_tamber("-", stdin=HELLO), (0, "hello\n", ""))
+        self.assertEqual(self.run_tamber(self.script("#!/usr/bin/env tamber\n" + HELLO)), (0, "hello\n", ""))
+
+    def test_a_parse_error_names_file_line_and_reason(self):
+        status, output, errors = self.run_tamber(self.script(BROKEN))
+        self.assertEqual((status, output), (1, ""))
+        self.assertRegex(errors, r"\A.*a\.tam:2: error ERR_\w+ \(20\d\d\d\): .+\n.*Print\(\"hello\\n\"\n\Z")
+        status, _, errors = self.run_tamber("-", stdin=BROKEN)
+        self.assertEqual(status, 1)
+        self.assertRegex(errors, r":2: error ERR_")
+
+    def test_a_run_time_error_is_shown_although_the_report_goes_to_a_file(self):
+        status, output, errors = self.run_tamber(self.script(DIVIDES))
+        self.assertEqual((status, output), (1, "before\n"))
+        self.assertRegex(errors, r"\A.*a\.tam:4: error ERR_DIVIDEBYZERO \(11\): Divide by zero error.*\n.*7 / zero\n\Z")
+
+    def test_files_that_are_no_scripts(self):
+        (self.folder / "folder").mkdir()
+        (self.folder / "nul.tam").write_bytes(b"proc main()\0endproc\n")
+        for name, error in (("none.tam", "ERR_FILENOTFOUND"), ("folder", "ERR_FILENOTVALID"),
+                            ("nul.tam", "ERR_FILENOTVALID")):
+            status, output, errors = self.run_tamber(name)
+            self.assertEqual((status, output), (1, ""), name)
+            self.assertIn(error, errors)
+
+    def test_check_compiles_only(self):
+        self.assertEqual(self.run_tamber("--check", self.script(HELLO)), (0, "", ""))
+        self.assertEqual(self.run_tamber("--check", self.script(BROKEN))[0], 1)
+
+    def test_arguments(self):
+        name = self.script(SHOWS_ARGS)
+        self.assertEqual(self.run_tamber(name, "--check", "[a,b]", ""), (0, "--check\n[a,b]\n\n", ""))
+        self.assertIn("ERR_VARARRAYBOUNDS", self.run_tamber(name, "one")[2])
+        own = self.script('string[] Args\nproc main()\n  Print("own\\n")\nendproc\n')
+        self.assertEqual(self.run_tamber(own, "x"), (0, "own\n", ""))
+        self.assertEqual(self.run_tamber(self.script(HELLO), "x")[0], 0)
+
+    def test_ini_file(self):
+        (self.folder / "other.ini").write_text("[TamberRunErrors]\nOutputName=other.log\n")
+        self.run_tamber("--ini", "other.ini", self.script(DIVIDES))
+        self.assertTrue((self.folder / "other.log").exists())
+        self.assertFalse((self.folder / "tamber.log").exists())
+
+    def test_session(self):
+        name = self.script('session int runs\nproc main()\n  runs += 1\n  Print(runs + "\\n")\nendproc\n')
+        outputs = [self.run_tamber("--session", session, name)[1] for session in ("7", "7", "8", "7")]
+        self.assertEqual(outputs, ["1\n", "2\n", "1\n", "3\n"])
+        self.assertEqual([self.run_tamber(name)[1] for _ in range(2)], ["1\n", "1\n"])
+
+    def test_wrong_command_lines(self):
+        name = self.script(HELLO)
+        for args in ((), ("--bogus", name), ("--session", "0", name), ("--session", "x", name),
+                     ("--session", "4294967296", name), ("--ini", "none.ini", name), ("--session",), ("--",)):
+            status, output, errors = self.run_tamber(*args)
+            self.assertEqual((status, output), (2, ""), args)
+            self.assertIn("--help", errors)
+
+    def test_help_and_version(self):
+        status, output, errors = self.run_tamber("--help")
+        self.assertEqual((status, errors), (0, ""))
+        self.assertIn("tamber [OPTION...] SCRIPT [ARG...]", output)
+        self.assertRegex(self.run_tamber("--version")[1], r"\Atamber \d+\.\d+\.\d+\n\Z")
+
+    def test_a_script_whose_name_looks_like_an_option(self):
+        self.assertEqual(self.run_tamber("--", self.script(HELLO, "-a.tam"))[:2], (0, "hello\n"))
+
+
+if __name__ == "__main__":
+    CommandTest.command = os.path.abspath(sys.argv.pop(1))
+    unittest.main()
