@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kel {
+
+/// Never goes back; counts from some moment of the system's choosing.
+uint64_t MonotonicNanoseconds();
+
+/// Seconds since 1970, the low 32 bits.
+uint32_t UnixSeconds();
+
+}  // namespace kel

@@ -1,0 +1,207 @@
+#include "kel/file.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "kel/cipher.h"
+#include "kel/kelformat.h"
+#include "kel/pathparser.h"
+
+namespace kel {
+namespace {
+
+/// Closes its descriptor when it leaves scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int value) : value_(value) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() { Close(); }
+
+  int Get() const { return value_; }
+  bool IsOpen() const { return value_ >= 0; }
+  int Release() { return std::exchange(value_, -1); }
+  bool Close() { return value_ < 0 || ::close(std::exchange(value_, -1)) == 0; }
+
+ private:
+  int value_;
+};
+
+bool HoldsNul(std::string_view path) { return path.find('\0') != std::string_view::npos; }
+
+bool GetStat(std::string_view path, struct stat& info) {
+  return !HoldsNul(path) && ::stat(SystemPath(path).c_str(), &info) == 0;
+}
+
+int64_t Nanoseconds(const timespec& time) {
+  return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+FileStamp StampOf(const struct stat& info) {
+  return {info.st_dev, info.st_ino, static_cast<uint64_t>(info.st_size), Nanoseconds(info.st_mtim),
+          Nanoseconds(info.st_ctim)};
+}
+
+ReadStatus StatusOfOpenError(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case ENAMETOOLONG:
+      return ReadStatus::Missing;
+    case ENXIO:  // a socket, or a device without a driver
+    case ENODEV:
+      return ReadStatus::NotValid;
+    default:
+      return ReadStatus::Unreadable;
+  }
+}
+
+ReadStatus ReadDescriptor(int descriptor, std::string& out, size_t expected, uint64_t maxBytes) {
+  // One byte more than expected, so that the end shows in the first call after the data.
+  out.resize(expected + 1);
+  size_t used = 0;
+  while (true) {
+    if (used > maxBytes) return ReadStatus::NotValid;
+    if (used == out.size()) out.resize(out.size() + std::max<size_t>(out.size() / 2, 65536));
+    const ssize_t count = ::read(descriptor, out.data() + used, out.size() - used);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return ReadStatus::Unreadable;
+    if (count == 0) break;
+    used += static_cast<size_t>(count);
+  }
+  out.resize(used);
+  return ReadStatus::Ok;
+}
+
+/// Writes everything unless an error stops it. A descriptor that the host made non-blocking is
+/// waited for: output is not lost because the reader is slow.
+bool WriteAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = ::write(descriptor, text.data(), text.size());
+    if (count >= 0) {
+      text.remove_prefix(static_cast<size_t>(count));
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      pollfd waiting{descriptor, POLLOUT, 0};
+      if (::poll(&waiting, 1, -1) < 0 && errno != EINTR) return false;
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool IsNullDevice(const struct stat& info) {
+  struct stat null;
+  return ::stat("/dev/null", &null) == 0 && S_ISCHR(null.st_mode) && info.st_rdev == null.st_rdev;
+}
+
+bool MayAppendTo(int descriptor) {
+  struct stat info;
+  if (::fstat(descriptor, &info) != 0) return false;
+  if (S_ISREG(info.st_mode)) return true;
+  return S_ISCHR(info.st_mode) && (IsNullDevice(info) || ::isatty(descriptor) == 1);
+}
+
+/// The file that a path ends at when its symbolic links are followed; the path itself when there is
+/// nothing yet.
+std::string FinalPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  return real != nullptr ? std::string(real.get()) : path;
+}
+
+/// Creates a new file beside `path` and gives its name.
+int CreateBeside(const std::string& path, std::string& name) {
+  for (int attempt = 0; attempt < 16; ++attempt) {
+    name = Format("%S.%lx.tmp", path, RandomNonce());
+    const int descriptor = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor >= 0 || errno != EEXIST) return descriptor;
+  }
+  return -1;
+}
+
+}  // namespace
+
+bool FileExists(std::string_view path) {
+  struct stat info;
+  return GetStat(path, info) && !S_ISDIR(info.st_mode);
+}
+
+bool DirExists(std::string_view path) {
+  struct stat info;
+  return GetStat(path, info) && S_ISDIR(info.st_mode);
+}
+
+bool GetFileStamp(std::string_view path, FileStamp& stamp) {
+  struct stat info;
+  if (!GetStat(path, info)) return false;
+  stamp = StampOf(info);
+  return true;
+}
+
+ReadStatus ReadRegularFile(std::string_view path, std::string& out, uint64_t maxBytes,
+                           FileStamp* stamp) {
+  out.clear();
+  if (HoldsNul(path)) return ReadStatus::Missing;
+  const Descriptor file(
+      ::open(SystemPath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!file.IsOpen()) return StatusOfOpenError(errno);
+  struct stat info;
+  if (::fstat(file.Get(), &info) != 0) return ReadStatus::Unreadable;
+  if (!S_ISREG(info.st_mode) || static_cast<uint64_t>(info.st_size) > maxBytes) {
+    return ReadStatus::NotValid;
+  }
+  if (stamp != nullptr) *stamp = StampOf(info);
+  const ReadStatus status =
+      ReadDescriptor(file.Get(), out, static_cast<size_t>(info.st_size), maxBytes);
+  if (status != ReadStatus::Ok) out.clear();
+  return status;
+}
+
+int OpenForAppend(std::string_view path) {
+  if (HoldsNul(path)) return -1;
+  Descriptor file(::open(SystemPath(path).c_str(),
+                         O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666));
+  if (!file.IsOpen() || !MayAppendTo(file.Get())) return -1;
+  if (file.Get() > STDERR_FILENO) return file.Release();
+  // A host that closed a standard stream must not find reports where it writes its own output.
+  return ::fcntl(file.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
+void AppendAll(int descriptor, std::string_view text) { WriteAll(descriptor, text); }
+
+void CloseFile(int descriptor) {
+  if (descriptor > STDERR_FILENO) ::close(descriptor);
+}
+
+void WriteStandardOutput(std::string_view text) { WriteAll(STDOUT_FILENO, text); }
+
+void WriteStandardError(std::string_view text) { WriteAll(STDERR_FILENO, text); }
+
+bool WriteFileAtomically(std::string_view path, std::string_view bytes) {
+  if (HoldsNul(path)) return false;
+  const std::string target = FinalPath(SystemPath(path));
+  struct stat old;
+  const bool exists = ::stat(target.c_str(), &old) == 0;
+  if (exists && !S_ISREG(old.st_mode)) return false;
+  std::string temporary;
+  Descriptor file(CreateBeside(target, temporary));
+  if (!file.IsOpen()) return false;
+  bool good = WriteAll(file.Get(), bytes);
+  if (exists) good = good && ::fchmod(file.Get(), old.st_mode & 07777) == 0;
+  good = good && ::fsync(file.Get()) == 0;
+  good = file.Close() && good;
+  good = good && ::rename(temporary.c_str(), target.c_str()) == 0;
+  if (!good) ::unlink(temporary.c_str());
+  return good;
+}
+
+}  // namespace kel

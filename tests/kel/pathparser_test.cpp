@@ -1,0 +1,104 @@
+#include "kel/pathparser.h"
+
+#include "tempdir.h"
+
+namespace {
+
+TEST(PathParser, TakesPathsApartAndPutsThemTogether) {
+  struct Row {
+    const char *path, *drive, *dir, *root, *ext;
+  };
+  for (const Row& row : std::initializer_list<Row>{{"C:\\a\\b.txt", "C:", "\\a\\", "b", ".txt"},
+                                                   {"/a/b.tar.gz", "", "/a/", "b.tar", ".gz"},
+                                                   {"/b", "", "/", "b", ""},
+                                                   {"./tamber.ini", "", "./", "tamber", ".ini"},
+                                                   {"a\\b/c.d\\e", "", "a\\b/c.d\\", "e", ""},
+                                                   {"c:x.tam", "c:", "", "x", ".tam"},
+                                                   {"1:x", "", "", "1:x", ""},
+                                                   {"C:", "C:", "", "", ""},
+                                                   {".rc", "", "", "", ".rc"},
+                                                   {"a.", "", "", "a", "."},
+                                                   {"a/..", "", "a/", "..", ""},
+                                                   {"a/", "", "a/", "", ""},
+                                                   {"", "", "", "", ""}}) {
+    const PathParser parser(row.path);
+    EXPECT_EQ(parser.GetDrive(), row.drive) << row.path;
+    EXPECT_EQ(parser.GetDir(), row.dir) << row.path;
+    EXPECT_EQ(parser.GetFileRoot(), row.root) << row.path;
+    EXPECT_EQ(parser.GetFileExt(), row.ext) << row.path;
+    EXPECT_EQ(parser.GetPath(), row.path);
+  }
+}
+
+TEST(PathParser, Setters) {
+  PathParser parser("C:\\scripts\\main.tam");
+  parser.SetFileExt("log");
+  EXPECT_EQ(parser.GetPath(), "C:\\scripts\\main.log");
+  parser.SetFileName("TamberSessions");
+  EXPECT_EQ(parser.GetPath(), "C:\\scripts\\TamberSessions");
+  parser.SetDir("data\\new");
+  parser.SetDrive("D");
+  EXPECT_EQ(parser.GetPath(), "D:data\\new\\TamberSessions");
+  parser.SetDriveDir("/etc");
+  EXPECT_EQ(parser.GetPath(), "/etc/TamberSessions");
+  parser.SetDriveDir("");
+  EXPECT_EQ(parser.GetPath(), "TamberSessions");
+  parser.SetFileExt(".x");
+  parser.SetFileExt("");
+  parser.SetFileName(parser.GetFileRoot());
+  EXPECT_EQ(parser.GetPath(), "TamberSessions");
+}
+
+TEST(Path, ResolvesByTextAlone) {
+  struct Row {
+    const char *path, *resolved;
+  };
+  for (const Row& row : std::initializer_list<Row>{{"/a/./b/../c", "/a/c"},
+                                                   {"/..", "/"},
+                                                   {"/../../a", "/a"},
+                                                   {"../a/..", ".."},
+                                                   {"../../a", "../../a"},
+                                                   {"a/..", "."},
+                                                   {"./a", "a"},
+                                                   {"a//b\\\\c", "a/b/c"},
+                                                   {"a/b/", "a/b/"},
+                                                   {"a/b/..", "a"},
+                                                   {"...", "..."},
+                                                   {"C:\\a\\..\\b", "C:/b"},
+                                                   {"C:\\..\\b", "C:/b"},
+                                                   {"C:a\\..\\..", "C:.."},
+                                                   {"//", "/"},
+                                                   {"", ""}}) {
+    EXPECT_EQ(kel::ResolvePath(row.path), row.resolved) << row.path;
+    EXPECT_EQ(kel::ResolvePath(row.resolved), row.resolved);
+  }
+  EXPECT_TRUE(kel::PathIsRelative("a") && kel::PathIsRelative("") && kel::PathIsRelative("1:"));
+  EXPECT_FALSE(kel::PathIsRelative("\\a") || kel::PathIsRelative("/a") ||
+               kel::PathIsRelative("c:a"));
+}
+
+using PathSearchTest = TempDirTest;
+
+TEST_F(PathSearchTest, CompletesAndSearches) {
+  EXPECT_EQ(kel::CompletePath(""), dir_);
+  EXPECT_EQ(kel::CompletePath("."), dir_);
+  EXPECT_EQ(kel::CompletePath("a\\..\\b.tam"), dir_ + "/b.tam");
+  EXPECT_EQ(kel::CompletePath("/x/../y"), "/y");
+  EXPECT_EQ(kel::CompletePath("C:\\y"), "C:/y");
+
+  std::filesystem::create_directories("one/lib.so");
+  std::filesystem::create_directories("two/deep");
+  Put("two/lib.so", "");
+  Put("two/deep/lib.so", "");
+  const std::string hit = dir_ + "/two/lib.so";
+  EXPECT_EQ(kel::PathSearch("lib.so", "one;;missing; two ;two/deep"), hit);
+  EXPECT_EQ(kel::PathSearch("lib.so", "one\\..\\two\\;two/deep"), hit);
+  EXPECT_EQ(kel::PathSearch("deep\\lib.so", "one;two"), dir_ + "/two/deep/lib.so");
+  EXPECT_EQ(kel::PathSearch(hit, ""), hit);
+  EXPECT_EQ(kel::PathSearch("lib.so", "one"), "");
+  EXPECT_EQ(kel::PathSearch("lib.so", ""), "");
+  EXPECT_EQ(kel::PathSearch("", "two"), "");
+  EXPECT_EQ(kel::PathSearch("/missing/lib.so", "two"), "");
+}
+
+}  // namespace
