@@ -57,6 +57,7 @@ class DerivedKey {
  public:
   /// Null when there is not enough memory to derive it.
   const SealKey* Get(const unsigned char* salt, std::string_view passphrase) {
+    if (passphrase.empty()) passphrase = "";  // the library wants a pointer all the same
     KeyBytes<crypto_generichash_BYTES> digest;
     crypto_generichash(digest.data(), digest.size(), Bytes(passphrase.data()), passphrase.size(),
                        salt, kSaltSize);
@@ -87,6 +88,7 @@ bool InitCrypto() {
 }
 
 void CipherInPlace(uint64_t nonce, char* data, size_t length) {
+  if (length == 0) return;  // an empty text may have no memory at all
   std::array<unsigned char, crypto_stream_chacha20_NONCEBYTES> bytes;
   for (auto& byte : bytes) {
     byte = static_cast<unsigned char>(nonce & 0xFF);

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "kel/export.h"
+
 /// Formatting whose arguments carry their kind, so that no format can read what was not passed.
 ///
 ///     kel::Format("Line %ld: %S", line, text)
@@ -67,8 +69,10 @@ class FormatArg {
   std::string_view text_;
 };
 
-/// Appends the formatted text. No argument may borrow from `out`.
-void FormatAppend(std::string& out, std::string_view format, std::span<const FormatArg> args);
+/// Appends the formatted text. No argument may borrow from `out`. Visible to hosts, whose own code
+/// holds the templates that call it.
+TAMBER_API void FormatAppend(std::string& out, std::string_view format,
+                             std::span<const FormatArg> args);
 
 template <class... Args>
 std::string Format(std::string_view format, const Args&... args) {

@@ -120,6 +120,8 @@ std::string ResolvePath(std::string_view path) {
   const auto parts = RemainingParts(rest, rooted);
   std::string result(path.substr(0, drive));
   if (rooted) result += '/';
+  // "./c:x" names a file in the current directory and must not come out as one on a drive.
+  if (result.empty() && !parts.empty() && DriveLength(parts.front()) != 0) result = "./";
   for (size_t i = 0; i < parts.size(); ++i) {
     if (i > 0) result += '/';
     result += parts[i];

@@ -61,7 +61,8 @@ bool PathIsRelative(std::string_view path);
 /// Removes ".", ".." and doubled separators from the text alone, with "/" between the parts;
 /// symbolic links are not looked at. ".." that begin a relative path stay. A path of which nothing
 /// is left is
-/// ".", the empty path stays empty, a closing separator is kept.
+/// ".", the empty path stays empty, a closing separator is kept. "./" stays before a name that
+/// would else read as a drive.
 std::string ResolvePath(std::string_view path);
 
 /// The resolved path; a relative one is put behind the current directory.

@@ -67,6 +67,8 @@ TEST(Path, ResolvesByTextAlone) {
                                                    {"C:\\a\\..\\b", "C:/b"},
                                                    {"C:\\..\\b", "C:/b"},
                                                    {"C:a\\..\\..", "C:.."},
+                                                   {"./c:x", "./c:x"},
+                                                   {"a/../c:x/..", "."},
                                                    {"//", "/"},
                                                    {"", ""}}) {
     EXPECT_EQ(kel::ResolvePath(row.path), row.resolved) << row.path;

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "context/tambctxt.h"
+#include "engine/epoch.h"
+#include "kel/keldebug.h"
+#include "kel/sessionstore.h"
+
+namespace tamber {
+
+class ModuleList;
+class ScriptText;
+
+/// A place in a script that reports speak of. The text outlives the script it came from.
+struct SourcePlace {
+  std::shared_ptr<const ScriptText> text;
+  uint32_t line = 0;  ///< 1-based, as reports count it; 0 when no line was read
+};
+
+/// What a context holds beside its bases. Plain data: the context's .cpp files, one per concern,
+/// share it.
+class ContextState {
+ public:
+  explicit ContextState(TamberContext& owner);
+  ~ContextState();
+
+  TamberContext& context;
+  TamberContext* root;        ///< the outermost context of a chain of called scripts
+  bool nested = false;
+  uint32_t nesting = 0;       ///< contexts between this one and the root
+
+  // configuration
+  KelString iniPath;
+  KelString exePath;
+  void* appInstance = nullptr;
+  XmlProxyClient* proxy = nullptr;
+  KelDebugContext* debugContext = nullptr;
+  KelDebug debug{KelString("Tamber"), KelString("Tamber Context")};
+  KelString scriptKey;
+  int32_t procedureTrace = 0;
+  int32_t compileOnly = 0;
+  int32_t dumpStatements = 0;
+
+  // errors
+  ErrorList errors;
+  int32_t errorCode = 0;
+  KelString errorText;
+  bool errorReported = false;  ///< the code in errorCode has had its report
+  void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
+  void* diagnosticUser = nullptr;
+
+  // sessions
+  uint32_t sessionId = 0;
+  KelString sessionPath;
+  std::shared_ptr<SessionStore> sessionStore;
+
+  // output
+  KelString* console = nullptr;
+  bool consoleIsHosts = false;
+
+  // scopes; the local one belongs to the machine
+  std::unique_ptr<VarList> globals;
+  std::unique_ptr<VarList> constants;
+  std::unique_ptr<VarList> externals;
+  /// Changes whenever a name of a scope may stand for another variable. Values are never used
+  /// twice in a process, so one number tells both the context and its state.
+  uint64_t epoch = NextEpoch();
+  void ScopeChanged() { epoch = NextEpoch(); }
+
+  bool stopFlag = false;
+  /// Full paths of scripts that are being loaded now, so that two that include each other end.
+  std::set<std::string> loading;
+  /// Names that a called script inherited and may declare anew.
+  std::set<std::string> inherited;
+
+  std::unique_ptr<ModuleList> modules;
+  std::unique_ptr<Machine> machine;
+  std::unique_ptr<HandleTable> handles;
+  std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
+
+  // --- operations shared by the context's files ---
+  VarList* Scope(enum_VarListType scope) const;
+  /// Reports a fatal error or a failed compilation at a place.
+  void HandleParseError(const SourcePlace& place);
+  /// Reports a run-time error as ErrHandler says and returns the handler's name.
+  KelString HandleRunError(const SourcePlace& place);
+  void RegisterPredefined();
+  void RegisterErrorConstants();
+  void RegisterDefaultFunctions(bool skip);
+  /// Writes text to the output of a section ("TamberDebug", ...) and empties it.
+  void ProcessOutputBuffer(KelString& text, const KelString& section);
+  bool IsOutputEnabled(const KelString& section) const;
+  void PerformDumps(const KelString& section, const SourcePlace& place);
+  void DumpScriptStatements();
+};
+
+}  // namespace tamber

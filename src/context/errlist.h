@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "context/errcodes.h"
+#include "kel/cow.h"
+#include "kel/export.h"
+#include "kel/kelstring.h"
+
+/// One error: its number, its symbolic name ("ERR_FILENOTFOUND") and what it means.
+struct ERRORINFO {
+  int32_t code;
+  KelString name;
+  KelString text;
+};
+
+/// The error numbers that a context knows: the built-in ones and those that modules register.
+///
+/// The built-in table exists once per process; a list shares it until it gets an error of its own.
+class TAMBER_API ErrorList {
+ public:
+  /// An empty list.
+  ErrorList() = default;
+
+  /// Adds the built-in errors.
+  void Initialise();
+
+  /// Adds a copy of the record and returns its 0-based index in the order of adding. A code below
+  /// 20000 becomes the highest run-time code, whatever that was before. When a code is there twice,
+  /// look-ups find the record that was added first.
+  int32_t AddError(const ERRORINFO& error);
+  int32_t AddError(int32_t code, const KelString& name, const KelString& text);
+
+  /// The number for the next run-time error: one above the highest run-time code. It stays the same
+  /// until a record is added.
+  uint32_t GetNewRuntimeErrorCode();
+
+  /// Walks the codes in ascending order: the lowest for 0, else the one behind `code`; 0 at the end
+  /// and for a code that is not in the list.
+  int32_t GetNextErrorCode(int32_t code) const;
+
+  /// The message or name of a code; "" when the list does not hold it.
+  KelString GetErrorText(int32_t code) const;
+  KelString GetErrorName(int32_t code) const;
+
+ private:
+  struct Table {
+    std::vector<ERRORINFO>
+        records;  // ascending by code; of equal codes the first added comes first
+    uint32_t highestRuntimeCode = 0;
+  };
+
+  static int32_t Add(Table& table, const ERRORINFO& error);
+  static const kel::Cow<Table>& Defaults();
+  int32_t GetHighestErrorCode(int32_t code) const;
+  const ERRORINFO* GetError(int32_t code) const;
+  int32_t FindError(int32_t code) const;
+
+  kel::Cow<Table> table_;
+};

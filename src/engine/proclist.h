@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "kel/export.h"
+#include "kel/kelascii.h"
+#include "kel/kelstring.h"
+
+class TamberProcedure;
+
+/// The procedures of a context, sorted by name without regard to case. Indexes count from 1; 0 is
+/// none, and an index is good until the list next changes.
+///
+/// Calls are bound to procedure objects, so a procedure that is taken out of the list lives on as
+/// long as anything of its context's scripts may call it: until ClearList, and until the run that
+/// is active then has ended.
+class TAMBER_API ProcedureList {
+ public:
+  using Pool = std::vector<std::unique_ptr<TamberProcedure>>;
+
+  ProcedureList();
+  ProcedureList(const ProcedureList& other);
+  ProcedureList& operator=(const ProcedureList&) = delete;
+  virtual ~ProcedureList();
+
+  /// Takes ownership; returns the index.
+  uint32_t AddProcedure(std::unique_ptr<TamberProcedure> procedure);
+  uint32_t FindProcedure(std::string_view name) const;
+  TamberProcedure* GetProcedure(uint32_t index) const;
+  TamberProcedure* GetProcedure(std::string_view name) const;
+  uint32_t GetProcedureCount() const { return static_cast<uint32_t>(sorted_.size()); }
+  /// Takes the name out of the list; false when there is none.
+  bool DeleteProcedure(std::string_view name);
+  void ClearList();
+  /// "Procedures dump:" and a line each; `words` limits it to these names ("*" and "" as for the
+  /// variable dumps).
+  void DumpProcedures(KelString& out, const KelString& words) const;
+  /// Keeps every procedure alive for as long as the result is held.
+  std::vector<std::shared_ptr<Pool>> HoldProcedures() const { return pools_; }
+
+ private:
+  uint32_t FindNearestProcedure(std::string_view name) const;
+
+  std::vector<TamberProcedure*> sorted_;
+  std::unordered_map<std::string_view, TamberProcedure*, kel::NoCaseHash, kel::NoCaseEqual> byName_;
+  /// Our own procedures last; before them those of the contexts that ours were copied from.
+  std::vector<std::shared_ptr<Pool>> pools_;
+};

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "engine/statbase.h"
+
+/// Ends the run of the script.
+class StatementExit final : public StatementBase {
+ public:
+  explicit StatementExit(uint32_t line) : StatementBase(line) {}
+  void Lower(tamber::CodeBuilder& builder) const override;
+  void Dump(KelString& out, uint32_t index) const override;
+};

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "engine/statbase.h"
+
+/// Drops the value of the expression before it.
+class StatementPopStack final : public StatementBase {
+ public:
+  explicit StatementPopStack(uint32_t line) : StatementBase(line) {}
+  void Lower(tamber::CodeBuilder& builder) const override;
+  void Dump(KelString& out, uint32_t index) const override;
+};

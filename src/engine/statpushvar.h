@@ -1,0 +1,17 @@
+#pragma once
+
+#include "engine/locals.h"
+#include "engine/statbase.h"
+
+/// Puts the array that the next statement changes at its disposal.
+class StatementPushVar final : public StatementBase {
+ public:
+  StatementPushVar(uint32_t line, tamber::VarUse variable)
+      : StatementBase(line), variable_(std::move(variable)) {}
+  void Lower(tamber::CodeBuilder& builder) const override;
+  void Dump(KelString& out, uint32_t index) const override;
+  const tamber::VarUse& Variable() const { return variable_; }
+
+ private:
+  tamber::VarUse variable_;
+};

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "kel/kelstring.h"
+#include "values/typedesc.h"
+
+namespace tamber {
+class CodeBuilder;
+struct Operand;
+}  // namespace tamber
+
+/// Kinds of expression nodes.
+enum enum_ExpressionKind : uint32_t {
+  EXPRESSION_CONSTANT = 1,
+  EXPRESSION_VARIABLE = 2,
+  EXPRESSION_OPERATOR = 3,
+  EXPRESSION_SUB = 4,
+  EXPRESSION_FUNCTION = 5,
+  EXPRESSION_PROCEDURE = 6,
+};
+
+/// A node of a compiled expression. A node owns its children and is complete, and from then on
+/// unchanging, when its compiler hands the tree over. It holds no context: that comes with the
+/// running frame.
+class ExpressionBase {
+ public:
+  explicit ExpressionBase(enum_ExpressionKind kind) : kind_(kind) {}
+  ExpressionBase(const ExpressionBase&) = delete;
+  ExpressionBase& operator=(const ExpressionBase&) = delete;
+  virtual ~ExpressionBase();
+
+  enum_ExpressionKind GetKind() const { return kind_; }
+  ExpressionBase* GetParent() const { return parent_; }
+  uint32_t GetChildCount() const { return static_cast<uint32_t>(children_.size()); }
+  ExpressionBase* GetChild(uint32_t index) const { return children_[index].get(); }
+  void AddChild(std::unique_ptr<ExpressionBase> child);
+  /// Puts a node in a child's place and hands the child back.
+  std::unique_ptr<ExpressionBase> ReplaceChild(ExpressionBase* child,
+                                               std::unique_ptr<ExpressionBase> node);
+
+  /// The static type of the value, as operators and overloads are chosen by; null before the
+  /// compiler has worked it out.
+  const tamber::TypeRef& Type() const { return type_; }
+  void SetType(const tamber::TypeRef& type) { type_ = type; }
+
+  /// Emits code that computes the value; see tamber::Operand for where it is then.
+  virtual tamber::Operand Lower(tamber::CodeBuilder& builder) const = 0;
+  /// Appends the text form: operators and calls with their operands in parentheses.
+  virtual void Dump(KelString& out) const = 0;
+
+ protected:
+  void DumpChildren(KelString& out) const;
+
+ private:
+  enum_ExpressionKind kind_;
+  ExpressionBase* parent_ = nullptr;
+  std::vector<std::unique_ptr<ExpressionBase>> children_;
+  tamber::TypeRef type_;
+};

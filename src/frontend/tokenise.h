@@ -1,0 +1,102 @@
+#pragma once
+
+#include <string_view>
+
+#include "kel/export.h"
+
+/// Cuts one line of script text into tokens.
+///
+/// Holds a private copy of one line at a time. A token stands in one buffer that the object owns
+/// and the next read overwrites, so a caller that keeps a token copies it; reading allocates
+/// nothing. Errors are left in the last error, which stays until the next `SetLine`.
+class TAMBER_API Tokeniser {
+ public:
+  // What the last error can hold: the first two are the tokeniser's own, its callers set the others
+  // but the last, which says that there was no memory to hold the line.
+  static constexpr int kNoMoreLines = 20601;
+  static constexpr int kBadQuote = 20602;
+  static constexpr int kNoQuote = 20603;
+  static constexpr int kNoTokens = 20604;
+  static constexpr int kNoMemory = 20113;
+
+  /// No line.
+  Tokeniser() = default;
+  explicit Tokeniser(const char* line);
+  Tokeniser(const Tokeniser& other);
+  Tokeniser& operator=(const Tokeniser& other);
+  virtual ~Tokeniser();
+
+  /// Takes a copy of the line, up to its first NUL, and stands at its start. Always 1.
+  int SetLine(const char* line);
+  int SetLine(std::string_view line);
+  /// Back to the start of the line.
+  void ResetLine();
+
+  /// Reads the next token: "" at the end of the line and before a comment.
+  ///
+  /// Quoted tokens keep their quotes. With `convertEscapes` the escapes in double quotes are
+  /// decoded, without it they stay as written. With `reportErrors` a missing or misplaced quote
+  /// sets the last error. A decoded token may hold NULs: `GetTokenLength` is its length.
+  char* GetNextToken(int convertEscapes, int reportErrors);
+  /// The token last read.
+  char* GetCurrentToken();
+  /// Steps back one token: gives the one before the last, and the last is read again next. Takes
+  /// time in proportion to the line, and goes back one step only.
+  char* GetPreviousToken();
+
+  /// The next character that is no white space, without moving; 0 at the end of the line.
+  char PeekNextChar() const;
+  /// The next character, whatever it is; 0 at the end of the line.
+  char ReadNextChar();
+
+  /// The read position: a pointer into the private copy, null without a line.
+  const char* GetSearchPtr() const { return search_; }
+  /// Moves to a position that `GetSearchPtr` gave on this line, or any between the line's start and
+  /// its NUL; other pointers change nothing.
+  void SetSearch(const char* position);
+
+  /// Whether `//`, `;` and `#` between tokens end the line; they do at first.
+  void SetHandleComments(bool handle) { handleComments_ = handle; }
+
+  int GetLastError() const { return lastError_; }
+  void SetLastError(int error) { lastError_ = error; }
+  unsigned int GetTokenLength() const { return tokenLength_; }
+
+  /// 1 when an operator token begins at `text`.
+  static int IsToken(const char* text) { return TokenSize(text) != 0; }
+  /// 1 when a comment that ends the line begins at `text`.
+  static int IsComment(const char* text);
+
+  /// The token last read, until the next read.
+  std::string_view Token() const { return {tokenBuffer_ ? tokenBuffer_ : "", tokenLength_}; }
+  /// Whether the token last read is this word, in any case.
+  bool TokenIs(std::string_view word) const;
+  /// What has not been read yet.
+  std::string_view Rest() const;
+  const char* LineStart() const { return lineBuffer_; }
+  /// The NUL that ends the line; null without a line.
+  const char* LineEnd() const { return lineEnd_; }
+
+ private:
+  static unsigned int TokenSize(const char* text);
+  char* ClearToken();
+  char* EndToken(const char* end);
+  char* CopyToken(const char* end);
+  char* ReadString(bool convertEscapes, bool reportErrors);
+  char* ReadCharacter(bool reportErrors);
+  char* ReadWord(bool reportErrors);
+  char* CloseQuoted(char* out, char quote, bool reportErrors);
+  char ConvertEscape();
+  bool Reserve(size_t length);
+
+  int lastError_ = 0;
+  unsigned int tokenLength_ = 0;
+  unsigned int bufferSize_ = 0;
+  char* lineBuffer_ = nullptr;
+  char* tokenBuffer_ = nullptr;
+  const char* search_ = nullptr;
+  const char* previous_ = nullptr;
+  bool handleComments_ = true;
+  char noToken_ = 0;  // what is handed out while there is no buffer
+  const char* lineEnd_ = nullptr;
+};

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "functions/function.h"
+#include "kel/cow.h"
+#include "kel/export.h"
+#include "kel/kelascii.h"
+#include "kel/kelstring.h"
+
+/// The built-in functions that scripts may call, ordered by name.
+///
+/// Entries are addressed by a 1-based index; 0 means "none". Names ignore case. Overloads of a name
+/// stand side by side in an order that follows from the order of registration and decides ties.
+/// Copies share one table, entries included, until one of them changes its own; the entries
+/// themselves never change, so a table may be shared between contexts in different threads.
+class TAMBER_API FunctionList {
+ public:
+  enum FuncType_e : uint16_t {
+    FUNCTYPE_HIDDEN = 0,  ///< an unnamed string parameter comes before the declared ones
+    FUNCTYPE_NORMAL = 1,
+    FUNCTYPE_CONTEXT = 2,  ///< the implementation is also handed the context
+  };
+
+  FunctionList() = default;
+  FunctionList(const FunctionList&) = default;
+  FunctionList& operator=(const FunctionList&) = default;
+  virtual ~FunctionList() = default;
+  /// Order of two entries by name without regard to case; null comes after everything.
+  virtual int32_t SortCompare(const TamberFunction* a, const TamberFunction* b) const;
+
+  /// Adds a function and returns its index; 0 for an empty name. Takes over the return value and
+  /// the parameters, also when it refuses. A function of the same name and parameter types stays,
+  /// and its index is returned, unless `replace` is set.
+  uint32_t AddFunction(const KelString& name, Variable* returnValue,
+                       TamberFunctionPtr implementation, VarList* parameters, uint16_t type,
+                       bool replace);
+  uint32_t AddFunction(const KelString& name, Variable* returnValue,
+                       TamberFunctionExPtr implementation, VarList* parameters, uint16_t type,
+                       bool replace);
+  uint32_t AddFunction(std::shared_ptr<const TamberFunction> function, bool replace);
+
+  /// Index of some function of that name, or 0.
+  uint32_t FindFunction(std::string_view name) const;
+  /// Index of the overload that a call with these arguments takes, or 0 (error 20507). The
+  /// variables only say the types of the arguments.
+  uint32_t FindBestSignature(const KelString& name, const VarList& arguments) const;
+  uint32_t FindBestSignature(std::string_view name,
+                             std::span<const tamber::TypeDesc* const> arguments) const;
+  /// Whether the parameters of the overload that was found can take the arguments: the search asks
+  /// whether an argument's type could be assigned from the parameter's, this asks for the other
+  /// direction. False: error 20505.
+  bool TakesArguments(uint32_t index, std::span<const tamber::TypeDesc* const> arguments) const;
+
+  /// On loan until the list changes; null for 0 and out of range.
+  const TamberFunction* GetFunction(uint32_t index) const;
+  /// As above, for whoever keeps it.
+  std::shared_ptr<const TamberFunction> ShareFunction(uint32_t index) const;
+  uint32_t GetFunctionCount() const;
+  void ClearList();
+
+  /// Appends "Functions dump:" and a prototype per line, as the key `DumpFunctions` in `section` of
+  /// the INI file says: "*" all of them, a list of names those functions, nothing for an empty value.
+  void DumpFunctions(KelString& out, const KelString& iniPath, const KelString& section) const;
+  /// The prototype of a function as it would be registered; "" for 0 and out of range.
+  KelString PrototypeText(uint32_t index) const;
+
+ private:
+  struct Table {
+    std::vector<std::shared_ptr<const TamberFunction>> functions;  // entry n is at n - 1
+    // Name to the index of its first overload. The keys view the names of the first overloads.
+    std::unordered_map<std::string, uint32_t, kel::NoCaseHash, kel::NoCaseEqual> first;
+  };
+
+  uint32_t FindNearestFunction(std::string_view name) const;
+  uint32_t FindFunctionFromSig(std::string_view name, const VarList& parameters) const;
+  uint32_t FindFirstOverload(std::string_view name) const;
+
+  kel::Cow<Table> table_;
+};
