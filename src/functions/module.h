@@ -7,13 +7,13 @@
 /// Kinds of lists that a module's registration record may hold.
 enum enum_FuncModRegType : int32_t {
   FUNCMOD_END = 0,
-  FUNCMOD_INTEGERS = 2,   ///< FUNCMOD_INTEGER[]
-  FUNCMOD_STRINGS = 3,    ///< FUNCMOD_STRING[]
-  FUNCMOD_OBJECTS = 4,    ///< FUNCMOD_OBJECT[]
-  FUNCMOD_STRUCTS = 5,    ///< FUNCMOD_STRUCT[]
-  FUNCMOD_ERRORS = 6,     ///< FUNCMOD_ERROR[]
-  FUNCMOD_FUNCTIONS = 7,  ///< FUNCMOD_FUNCTION[]
-  FUNCMOD_CONTEXT_FUNCTIONS = 8,  ///< FUNCMOD_FUNCTION[], implementations take the context too
+  FUNCMOD_INTEGERS = 2,             ///< FUNCMOD_INTEGER[]
+  FUNCMOD_STRINGS = 3,              ///< FUNCMOD_STRING[]
+  FUNCMOD_OBJECTS = 4,              ///< FUNCMOD_OBJECT[]
+  FUNCMOD_STRUCTS = 5,              ///< FUNCMOD_STRUCT[]
+  FUNCMOD_ERRORS = 6,               ///< FUNCMOD_ERROR[]
+  FUNCMOD_FUNCTIONS = 7,            ///< FUNCMOD_FUNCTION[]
+  FUNCMOD_CONTEXT_FUNCTIONS = 8,    ///< FUNCMOD_FUNCTION[], implementations take the context too
   FUNCMOD_REPLACING_FUNCTIONS = 9,  ///< FUNCMOD_FUNCTION[], replace what has the same signature
 };
 

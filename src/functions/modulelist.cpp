@@ -116,7 +116,8 @@ void ModuleList::ClearModuleList() {
 
 void ModuleList::CleanUp(const Module& module) const {
   try {
-    if (const auto extended = FindEntry<CleanupExFunction>(module.path, module.handle, CLEANUP_EX)) {
+    if (const auto extended =
+            FindEntry<CleanupExFunction>(module.path, module.handle, CLEANUP_EX)) {
       extended(host_.GetContext());
     } else if (const auto plain = FindEntry<CleanupFunction>(module.path, module.handle, CLEANUP)) {
       plain();

@@ -27,8 +27,8 @@ const char* FindFault(int file) {
   const auto size = static_cast<uint64_t>(info.st_size);
   Elf64_Ehdr header{};
   if (!ReadAt(file, &header, sizeof(header), 0) ||
-      std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
-      header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_phentsize != sizeof(Elf64_Phdr)) {
+      std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64 ||
+      header.e_phentsize != sizeof(Elf64_Phdr)) {
     return "not a shared library of this machine";
   }
   std::vector<Elf64_Phdr> segments(header.e_phnum);

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kel/export.h"
+
+/// A store of values under text keys ("session/7/counter") that outlives the process.
+///
+/// An operation gives false when the key is absent or the store failed; outputs are then untouched.
+/// Texts are bytes with a length, NULs included. One thread at a time.
+class TAMBER_API SessionStore {
+ public:
+  virtual ~SessionStore() = default;
+  virtual bool SetInteger(std::string_view key, int64_t value) = 0;
+  virtual bool SetText(std::string_view key, std::string_view value) = 0;
+  virtual bool GetInteger(std::string_view key, int64_t& value) = 0;
+  virtual bool GetText(std::string_view key, std::string& value) = 0;
+  virtual bool Exists(std::string_view key) = 0;
+  /// The whole keys that begin with `prefix`.
+  virtual std::vector<std::string> SubKeys(std::string_view prefix) = 0;
+  /// Removes every key that begins with `prefix`.
+  virtual bool DeleteTree(std::string_view prefix) = 0;
+
+  /// What stands directly below `prefix`, which ends in "/": the parts of the keys up to the next
+  /// "/" and with it, each once; or up to the end of the key.
+  virtual std::vector<std::string> Children(std::string_view prefix);
+  /// Changes between the two take effect together, at Commit: others, also after this process was
+  /// killed, see all of them or none. Reads in between do not see them.
+  virtual void Begin() {}
+  virtual bool Commit() { return true; }
+  /// Why an operation has failed since the last call; "" when none has.
+  virtual std::string TakeFault() { return {}; }
+};
+
+namespace kel {
+
+/// Opens the store that `spec` names: "redis://host:port/db" a server, anything else a file. Never
+/// null, and never fails: what cannot be opened is an empty store that takes nothing.
+std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec);
+
+}  // namespace kel
