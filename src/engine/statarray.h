@@ -9,6 +9,5 @@ class StatementArrayOp final : public StatementBase {
   /// `operation`: STATEMENT_SHRINK, STATEMENT_GROW or STATEMENT_APPEND.
   StatementArrayOp(uint32_t line, enum_StatementKind operation)
       : StatementBase(line, operation) {}
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
 };

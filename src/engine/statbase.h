@@ -4,10 +4,6 @@
 
 #include "kel/kelstring.h"
 
-namespace tamber {
-class CodeBuilder;
-}
-
 /// Kind numbers of statements; those without a number of their own share 0.
 enum enum_StatementKind : uint32_t {
   STATEMENT_PLAIN = 0,
@@ -27,7 +23,7 @@ enum enum_StatementKind : uint32_t {
 ///
 /// Statements are the program's public shape: they are numbered, dumped and counted, and the error
 /// policy is applied after each. They do not change once their procedure is complete. What runs is
-/// the code that they lower themselves to.
+/// the code that the list is lowered to when its procedure first runs (engine/lower.h).
 class StatementBase {
  public:
   explicit StatementBase(uint32_t line, uint32_t kind = STATEMENT_PLAIN)
@@ -36,8 +32,6 @@ class StatementBase {
   StatementBase& operator=(const StatementBase&) = delete;
   virtual ~StatementBase() = default;
 
-  /// Emits the code that performs the statement. A placeholder does nothing.
-  virtual void Lower(tamber::CodeBuilder& builder) const;
   /// Appends a one-line description and "\r\n"; `index` is the statement's own number.
   virtual void Dump(KelString& out, uint32_t index) const;
 

@@ -6,6 +6,5 @@
 class StatementCallScript final : public StatementBase {
  public:
   explicit StatementCallScript(uint32_t line) : StatementBase(line, STATEMENT_CALLSCRIPT) {}
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
 };

@@ -9,7 +9,6 @@ class StatementDeclare final : public StatementBase {
   /// type word and name.
   StatementDeclare(uint32_t line, uint32_t slot, const KelString& text)
       : StatementBase(line), slot_(slot), text_(text) {}
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
   uint32_t GetSlot() const { return slot_; }
 

@@ -6,6 +6,5 @@
 class StatementExit final : public StatementBase {
  public:
   explicit StatementExit(uint32_t line) : StatementBase(line) {}
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
 };

@@ -18,7 +18,6 @@ class StatementExpression final : public StatementBase {
   StatementExpression(uint32_t line, std::unique_ptr<ExpressionBase> expression,
                       Use use = Use::Value);
   ~StatementExpression() override;
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
   ExpressionBase& Expression() const { return *expression_; }
   Use GetUse() const { return use_; }

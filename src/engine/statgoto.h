@@ -10,7 +10,6 @@ class StatementGoto final : public StatementBase {
         conditional_(conditional),
         jumpOnTrue_(jumpOnTrue),
         offset_(offset) {}
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
   bool IsConditional() const { return conditional_; }
   bool JumpsOnTrue() const { return jumpOnTrue_; }

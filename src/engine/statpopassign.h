@@ -7,6 +7,5 @@
 class StatementPopAssign final : public StatementBase {
  public:
   explicit StatementPopAssign(uint32_t line) : StatementBase(line) {}
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
 };

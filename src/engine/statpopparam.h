@@ -9,7 +9,6 @@ class StatementPopParam final : public StatementBase {
  public:
   StatementPopParam(uint32_t line, const tamber::Name& name, bool isReference)
       : StatementBase(line), name_(name), isReference_(isReference) {}
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
 
  private:

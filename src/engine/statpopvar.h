@@ -8,7 +8,6 @@ class StatementPopVar final : public StatementBase {
  public:
   StatementPopVar(uint32_t line, tamber::VarUse variable)
       : StatementBase(line), variable_(std::move(variable)) {}
-  void Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out, uint32_t index) const override;
   const tamber::VarUse& Variable() const { return variable_; }
 

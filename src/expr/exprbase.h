@@ -45,6 +45,13 @@ class ExpressionBase {
   const tamber::TypeRef& Type() const { return type_; }
   void SetType(const tamber::TypeRef& type) { type_ = type; }
 
+  /// Whether evaluating it may run script code, or host code that changes script variables.
+  bool IsImpure() const { return impure_; }
+  /// Whether it calls a built-in, which may leave a run-time error and still give a value.
+  bool CallsFunction() const { return callsFunction_; }
+  /// Takes over what is true of the children; called once they are complete.
+  void CollectFacts(bool impure, bool callsFunction);
+
   /// Emits code that computes the value; see tamber::Operand for where it is then.
   virtual tamber::Operand Lower(tamber::CodeBuilder& builder) const = 0;
   /// Appends the text form: operators and calls with their operands in parentheses.
@@ -58,4 +65,6 @@ class ExpressionBase {
   ExpressionBase* parent_ = nullptr;
   std::vector<std::unique_ptr<ExpressionBase>> children_;
   tamber::TypeRef type_;
+  bool impure_ = false;
+  bool callsFunction_ = false;
 };

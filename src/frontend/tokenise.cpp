@@ -6,6 +6,7 @@
 #include <functional>
 #include <limits>
 
+#include "context/errcodes.h"
 #include "kel/kelascii.h"
 
 namespace {
@@ -24,7 +25,7 @@ Tokeniser& Tokeniser::operator=(const Tokeniser& other) {
   if (this == &other) return *this;
   const char* const start = other.lineBuffer_;
   const bool copied = start && Reserve(static_cast<size_t>(other.lineEnd_ - start));
-  lastError_ = !start || copied ? other.lastError_ : kNoMemory;
+  lastError_ = !start || copied ? other.lastError_ : ERR_NOMEMORY;
   handleComments_ = other.handleComments_;
   tokenLength_ = 0;
   search_ = previous_ = lineEnd_ = nullptr;
@@ -77,7 +78,7 @@ int Tokeniser::SetLine(std::string_view line) {
     lastError_ = 0;
   } else {
     lineEnd_ = nullptr;
-    lastError_ = kNoMemory;
+    lastError_ = ERR_NOMEMORY;
   }
   ClearToken();
   ResetLine();
@@ -147,7 +148,7 @@ char* Tokeniser::CloseQuoted(char* out, char quote, bool reportErrors) {
     *out++ = quote;
     ++search_;
   } else if (reportErrors) {
-    lastError_ = kNoQuote;
+    lastError_ = ERR_SCRNOQUOTE;
   }
   return EndToken(out);
 }
@@ -157,7 +158,7 @@ char* Tokeniser::ReadWord(bool reportErrors) {
   bool number = true;  // a "." belongs to a word of digits only
   while (IsWordChar(*end) || (*end == '.' && number) || IsQuote(*end)) {
     if (IsQuote(*end) && reportErrors) {
-      lastError_ = kBadQuote;
+      lastError_ = ERR_SCRBADQUOTE;
       break;
     }
     // "1.5e3" is one number, but what follows the last "." of "12.5.x" is a name.

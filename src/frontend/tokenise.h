@@ -8,17 +8,10 @@
 ///
 /// Holds a private copy of one line at a time. A token stands in one buffer that the object owns
 /// and the next read overwrites, so a caller that keeps a token copies it; reading allocates
-/// nothing. Errors are left in the last error, which stays until the next `SetLine`.
+/// nothing. Errors are left in the last error, which stays until the next `SetLine`: a misplaced or
+/// missing quote (ERR_SCRBADQUOTE, ERR_SCRNOQUOTE) and a line too large to hold (ERR_NOMEMORY).
 class TAMBER_API Tokeniser {
  public:
-  // What the last error can hold: the first two are the tokeniser's own, its callers set the others
-  // but the last, which says that there was no memory to hold the line.
-  static constexpr int kNoMoreLines = 20601;
-  static constexpr int kBadQuote = 20602;
-  static constexpr int kNoQuote = 20603;
-  static constexpr int kNoTokens = 20604;
-  static constexpr int kNoMemory = 20113;
-
   /// No line.
   Tokeniser() = default;
   explicit Tokeniser(const char* line);

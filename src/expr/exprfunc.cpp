@@ -1,0 +1,63 @@
+#include "expr/exprfunc.h"
+
+#include "engine/codebuilder.h"
+#include "expr/exprvar.h"
+
+using tamber::Kind;
+using tamber::Operand;
+using tamber::Op;
+
+ExpressionFunction::ExpressionFunction(std::shared_ptr<const TamberFunction> function)
+    : ExpressionBase(EXPRESSION_FUNCTION), function_(std::move(function)) {
+  SetType(function_->ReturnType());
+}
+
+void ExpressionFunction::PushArgument(tamber::CodeBuilder& builder, uint32_t at) const {
+  const FunctionTraits& traits = function_->Traits();
+  const tamber::TypeDesc& parameter = *function_->ParameterTypes()[at];
+  const ExpressionBase& argument = *GetChild(at);
+  uint32_t mark = builder.Mark();
+  Kind kind = argument.Type()->GetKind();
+  bool aggregate = kind == Kind::Array || kind == Kind::Struct || kind == Kind::Handle;
+  bool writes = (traits.writesArgument >> at & 1) != 0;
+  if (argument.GetKind() == EXPRESSION_VARIABLE && aggregate && (writes || !traits.localsBlind)) {
+    // A function that may change what it is given, or keep it, gets the variable itself.
+    const auto& variable = static_cast<const ExpressionVariable&>(argument);
+    builder.Push(variable.LowerReference(builder));
+    builder.Reset(mark);
+    return;
+  }
+  Operand value = argument.Lower(builder);
+  if (value.kind == Kind::Char && parameter.GetKind() == Kind::String) {
+    // A typed pop reads a character as "", so it becomes a text of one character here.
+    if (auto text = builder.Convert(value, parameter)) value = *text;
+  }
+  builder.Push(value);
+  builder.Reset(mark);
+}
+
+Operand ExpressionFunction::Lower(tamber::CodeBuilder& builder) const {
+  builder.Emit(Op::ClrErr);
+  uint32_t count = GetChildCount();
+  for (uint32_t i = 0; i < count; ++i) PushArgument(builder, i);
+  const FunctionTraits& traits = function_->Traits();
+  const tamber::TypeRef& type = function_->ReturnType();
+  Kind kind = traits.exactResult ? type->GetKind() : Kind::Any;
+  if (kind == Kind::EString) kind = Kind::String;
+  tamber::CallSite site;
+  site.function = function_;
+  site.arguments = count;
+  site.resultKind = kind;
+  uint16_t reg = builder.NewTemp();
+  builder.Emit(Op::CallN, reg, builder.SiteIndex(std::move(site)));
+  bool same = kind == type->GetKind();
+  Operand value =
+      builder.InReg(kind, reg, same ? type : tamber::TypeDesc::Of(kind), tamber::IsManaged(kind));
+  if (value.owned) builder.Own(reg, kind);
+  return value;
+}
+
+void ExpressionFunction::Dump(KelString& out) const {
+  out += function_->GetName().View();
+  DumpChildren(out);
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "engine/tambops.h"
+#include "expr/exprbase.h"
+
+namespace tamber {
+class Label;
+}
+
+/// An operator and its operands.
+class ExpressionOperator final : public ExpressionBase {
+ public:
+  explicit ExpressionOperator(TamberOperators::Operator_e code);
+
+  TamberOperators::Operator_e GetOperator() const { return code_; }
+  /// What TamberOperators::ExecuteOperator takes.
+  int32_t GetOperatorIndex() const { return index_; }
+  uint32_t GetOperandCount() const { return operandCount_; }
+  bool IsSelector() const {
+    return code_ == TamberOperators::OP_ARRAYINDEX || code_ == TamberOperators::OP_STRUCTMEMBER;
+  }
+  /// The member that a "." selects; "" for every other operator.
+  const tamber::Name& MemberName() const { return memberName_; }
+  void SetMemberName(const tamber::Name& name) { memberName_ = name; }
+
+  tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
+  void Dump(KelString& out) const override;
+
+ private:
+  tamber::Operand LowerUnary(tamber::CodeBuilder& builder) const;
+  tamber::Operand LowerSelector(tamber::CodeBuilder& builder, const tamber::Operand& left) const;
+  tamber::Operand LowerBinary(tamber::CodeBuilder& builder, uint32_t mark,
+                              tamber::Operand left) const;
+
+  TamberOperators::Operator_e code_;
+  int32_t index_;
+  uint32_t operandCount_;
+  tamber::Name memberName_;
+};
+
+namespace tamber {
+
+/// Emits a jump to `target` that is taken when the expression, as a condition, is false (or, with
+/// `jumpWhen`, true).
+void LowerCondition(CodeBuilder& builder, const ExpressionBase& expression, Label& target,
+                    bool jumpWhen);
+
+/// The operand below any parentheses.
+const ExpressionBase& Unwrap(const ExpressionBase& expression);
+
+}  // namespace tamber

@@ -1,0 +1,59 @@
+#include "expr/exprproc.h"
+
+#include "context/errcodes.h"
+#include "engine/codebuilder.h"
+#include "engine/procedure.h"
+#include "expr/exprvar.h"
+
+using tamber::Kind;
+using tamber::Operand;
+
+ExpressionProcedure::ExpressionProcedure(TamberProcedure* procedure)
+    : ExpressionBase(EXPRESSION_PROCEDURE), procedure_(procedure) {
+  const tamber::TypeRef& type = procedure->ReturnType();
+  SetType(type ? type : tamber::TypeDesc::Of(Kind::None));
+}
+
+Operand ExpressionProcedure::Lower(tamber::CodeBuilder& builder) const {
+  // The arguments are put where the callee has its first registers, so that nothing is copied.
+  uint32_t base = builder.Mark();
+  uint32_t count = GetChildCount();
+  for (uint32_t i = 0; i < count; ++i) {
+    const tamber::Local& parameter = procedure_->Locals().At(i);
+    auto reg = static_cast<uint16_t>(base + i);
+    builder.Reset(base + i);
+    builder.NewTemp();
+    if (parameter.isReference) {
+      const auto& variable = static_cast<const ExpressionVariable&>(*GetChild(i));
+      builder.MoveInto(reg, variable.LowerReference(builder));
+      continue;
+    }
+    std::optional<Operand> value =
+        builder.Convert(GetChild(i)->Lower(builder), *parameter.type);
+    if (!value) {
+      // Only a name that means another variable when it runs comes here.
+      builder.EmitFail(ERR_ASSIGNMISMATCH, procedure_->GetName().View());
+      continue;
+    }
+    builder.MoveInto(reg, builder.Stabilise(*value));
+  }
+  builder.Reset(base);
+  uint16_t result = builder.NewTemp();
+  builder.Reset(base + count);
+  for (uint32_t i = 0; i < count; ++i) builder.Disown(static_cast<uint16_t>(base + i));
+  builder.Emit(tamber::Op::Call, result, builder.ProcedureIndex(procedure_));
+  builder.Reset(base + 1);
+  const tamber::TypeRef& type = procedure_->ReturnType();
+  if (!type) return Operand();
+  // An enciphered string comes back as its text.
+  Kind kind = type->GetKind() == Kind::EString ? Kind::String : type->GetKind();
+  Operand value = builder.InReg(kind, result, kind == type->GetKind() ? type : tamber::TypeDesc::Of(kind),
+                                tamber::IsManaged(kind));
+  if (value.owned) builder.Own(result, kind);
+  return value;
+}
+
+void ExpressionProcedure::Dump(KelString& out) const {
+  out += procedure_->GetName().View();
+  DumpChildren(out);
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "expr/exprbase.h"
+
+/// A parenthesised expression; its only child is what stands between the parentheses.
+class ExpressionSubExpression final : public ExpressionBase {
+ public:
+  explicit ExpressionSubExpression(std::unique_ptr<ExpressionBase> inner);
+
+  tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
+  void Dump(KelString& out) const override;
+};

@@ -1,0 +1,3 @@
+#include "frontend/script.h"
+
+TamberScript::~TamberScript() = default;

@@ -1,0 +1,76 @@
+#include "frontend/scripttext.h"
+
+#include <algorithm>
+
+#include "kel/bytes.h"
+#include "kel/cipher.h"
+#include "kel/file.h"
+
+namespace tamber {
+
+ScriptText::ScriptText(const KelString& name, std::string text, uint32_t firstLine)
+    : name_(name),
+      text_(std::move(text)),
+      firstLine_(std::clamp(firstLine, uint32_t{1}, kMaxFirstLine)) {
+  for (size_t start = 0; start < text_.size();) {
+    starts_.push_back(static_cast<uint32_t>(start));
+    const size_t end = text_.find('\n', start);
+    start = end == std::string::npos ? text_.size() : end + 1;
+  }
+}
+
+std::shared_ptr<const ScriptText> ScriptText::FromFile(const KelString& path, std::string_view key,
+                                                       Status& status) {
+  std::string raw;
+  const kel::ReadStatus read = kel::ReadRegularFile(path, raw, kMaxBytes);
+  status = read == kel::ReadStatus::Missing ? Status::Missing : Status::NotValid;
+  if (read != kel::ReadStatus::Ok) return nullptr;
+  if (kel::IsSealed(raw)) {
+    std::string plain;
+    if (key.empty() || !kel::OpenSealed(raw, key, plain)) return nullptr;
+    raw = std::move(plain);
+  }
+  std::shared_ptr<const ScriptText> text = FromBuffer(path, std::move(raw));
+  if (text) status = Status::Ok;
+  return text;
+}
+
+std::shared_ptr<const ScriptText> ScriptText::FromBuffer(const KelString& name, std::string text,
+                                                         uint32_t firstLine) {
+  text = kel::DecodeScriptText(std::move(text));
+  if (text.size() > kMaxBytes || text.find('\0') != std::string::npos) return nullptr;
+  return std::shared_ptr<const ScriptText>(new ScriptText(name, std::move(text), firstLine));
+}
+
+std::string_view ScriptText::From(uint32_t number) const {
+  if (!HasLine(number)) return {};
+  return std::string_view(text_).substr(starts_[number - firstLine_]);
+}
+
+std::string_view ScriptText::Line(uint32_t number) const {
+  std::string_view line = From(number);
+  line = line.substr(0, line.find('\n'));
+  if (line.ends_with('\r')) line.remove_suffix(1);
+  return line;
+}
+
+uint32_t ScriptText::LineAt(const char* position) const {
+  const auto offset = static_cast<uint32_t>(position - text_.data());
+  const auto next = std::upper_bound(starts_.begin(), starts_.end(), offset);
+  return firstLine_ + static_cast<uint32_t>(next - starts_.begin()) - 1;
+}
+
+void ScriptText::DumpSource(KelString& out, uint32_t line, int32_t span) const {
+  if (span <= 0) return;
+  out += "\r\nScript source dump:\r\n";
+  const uint64_t half = static_cast<uint64_t>(span) / 2;
+  const uint64_t first = line > half ? std::max<uint64_t>(line - half, firstLine_) : firstLine_;
+  const uint64_t end = std::min<uint64_t>(line + half + 1, EndLine());
+  for (uint64_t number = first; number < end; ++number) {
+    out += number == line ? ">>>" : "   ";
+    out += Line(static_cast<uint32_t>(number));
+    out += "\r\n";
+  }
+}
+
+}  // namespace tamber

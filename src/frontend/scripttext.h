@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kel/kelstring.h"
+
+namespace tamber {
+
+/// The source of one script, unchanging. Procedures, reports and the script itself share it, for
+/// procedures outlive a script of which a later part failed to compile.
+///
+/// Lines are numbered as reports show them: from `FirstLine()`, which is 1 for files.
+class ScriptText {
+ public:
+  static constexpr uint64_t kMaxBytes = uint64_t{256} << 20;
+  /// Larger first lines are taken as this one, so that no line number wraps.
+  static constexpr uint32_t kMaxFirstLine = uint32_t{1} << 31;
+
+  enum class Status {
+    Ok,
+    Missing,   ///< no file of that name
+    NotValid,  ///< no regular file, unreadable, too large, NUL bytes inside, or not deciphered
+  };
+
+  /// Reads a script file; one that was stored enciphered is opened with `key`.
+  static std::shared_ptr<const ScriptText> FromFile(const KelString& path, std::string_view key,
+                                                    Status& status);
+  /// Takes a text under a name or label. Null when it is too large or has a NUL byte inside.
+  static std::shared_ptr<const ScriptText> FromBuffer(const KelString& name, std::string text,
+                                                      uint32_t firstLine = 1);
+
+  const KelString& Name() const { return name_; }
+  uint32_t FirstLine() const { return firstLine_; }
+  uint32_t LineCount() const { return static_cast<uint32_t>(starts_.size()); }
+  /// Number behind that of the last line.
+  uint32_t EndLine() const { return firstLine_ + LineCount(); }
+  bool HasLine(uint32_t number) const { return number - firstLine_ < LineCount(); }
+  /// The line without its end; "" for a number that does not exist.
+  std::string_view Line(uint32_t number) const;
+  /// Everything from the start of a line on; "" for a number that does not exist.
+  std::string_view From(uint32_t number) const;
+  /// Number of the line that holds the byte at `position`, a pointer into this text.
+  uint32_t LineAt(const char* position) const;
+
+  /// Appends the source dump of a report: `span` / 2 lines before and behind `line`, which is
+  /// marked. A span of 0 or less writes nothing.
+  void DumpSource(KelString& out, uint32_t line, int32_t span) const;
+
+ private:
+  ScriptText(const KelString& name, std::string text, uint32_t firstLine);
+
+  KelString name_;
+  std::string text_;
+  uint32_t firstLine_;
+  std::vector<uint32_t> starts_;  // offset of each line
+};
+
+}  // namespace tamber

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <memory>
+
+#include "frontend/scripttext.h"
+#include "frontend/tokenise.h"
+#include "kel/export.h"
+#include "kel/kelstring.h"
+
+/// The text of one script and the place where it is being read.
+///
+/// A script is read by logical lines: a line that ends in "\" goes on with the next one. Line
+/// numbers are those of reports; the number of a logical line is that of its first physical line.
+class TAMBER_API ScriptLine {
+ public:
+  explicit ScriptLine(std::shared_ptr<const tamber::ScriptText> text);
+  ScriptLine(const ScriptLine&) = delete;
+  ScriptLine& operator=(const ScriptLine&) = delete;
+  virtual ~ScriptLine();
+
+  /// The script's path as given, or the label of a text.
+  const KelString& GetName() const { return text_->Name(); }
+  const std::shared_ptr<const tamber::ScriptText>& GetText() const { return text_; }
+
+  /// Reads the next logical line into the tokeniser; blank for a blank or comment line. False at
+  /// the end of the script, with ERR_SCRNOMORELINES as the tokeniser's last error.
+  bool ReadLogicalLine();
+  /// Reads the logical line that begins on this physical line.
+  bool ReadLineAt(uint32_t line);
+  /// The text of the current logical line.
+  KelString GetLogicalLine() const;
+
+  /// Number of the next physical line to be read.
+  uint32_t GetNextLine() const { return nextLine_; }
+  void SetNextLine(uint32_t line) { nextLine_ = line; }
+  /// Number of the physical line on which the current logical line begins.
+  uint32_t GetStatementLine() const { return statementLine_; }
+  /// What is taken off a line number to get the line's place in this text, counted from 1.
+  uint32_t GetLineOffset() const { return text_->FirstLine() - 1; }
+  /// A physical line, without its end; "" when there is none of that number.
+  KelString GetLineText(uint32_t line) const { return KelString(text_->Line(line)); }
+
+  /// Where reading stands; taken before a look-ahead and given back after it.
+  struct Position {
+    uint32_t nextLine;
+    uint32_t statementLine;
+  };
+  Position GetPosition() const { return {nextLine_, statementLine_}; }
+  /// Goes back to a position and to the start of the logical line that was current then.
+  void SetPosition(const Position& position);
+
+  Tokeniser& GetTokeniser() { return tokeniser_; }
+
+  /// Called when the current logical line begins with "/*": goes on behind the line with the first
+  /// "*/", whatever stands between. False when the script ends inside the comment.
+  bool SkipBlockComment();
+
+  /// Appends the lines around the current one, `span` / 2 on each side.
+  void DumpSource(KelString& out, int32_t span) const {
+    text_->DumpSource(out, statementLine_, span);
+  }
+
+ private:
+  void ReadContinued(std::string_view line);
+
+  std::shared_ptr<const tamber::ScriptText> text_;
+  uint32_t nextLine_;
+  uint32_t statementLine_;
+  Tokeniser tokeniser_;
+};

@@ -1,0 +1,96 @@
+#include "frontend/blocktable.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "context/errcodes.h"
+#include "scriptfixture.h"
+
+namespace {
+
+using tamber::BlockTable;
+
+struct Case {
+  const char* text;
+  std::vector<std::pair<uint32_t, uint32_t>> matches;  // opening line, line that it leads to
+};
+
+TEST(BlockTable, MatchesLines) {
+  const std::vector<Case> cases = {
+      {"if a\nendif\n", {{1, 2}}},
+      {"if a\nelif b\nElseIf c\nELSE\nendif\n", {{1, 2}, {2, 3}, {3, 4}, {4, 5}}},
+      {"if a\nif b\nelse\nendif\nelse\nendif\n", {{1, 5}, {2, 3}, {3, 4}, {5, 6}}},
+      // What follows an else is no branch of it, whatever it begins with.
+      {"if a\nelse\nelif b\nendif\n", {{1, 2}, {2, 4}}},
+      {"if a\nelse\nelse\nendif\n", {{1, 2}, {2, 4}}},
+      {"while a\nwhile b\nwend\nendwhile\n", {{1, 4}, {2, 3}}},
+      {"for (;;)\nfor (;;)\nendfor\nendfor\n", {{1, 4}, {2, 3}}},
+      // Families do not look at each other.
+      {"while a\nif b\nwend\nendif\n", {{1, 3}, {2, 4}}},
+      {"for (;;)\nwhile a\nendfor\n", {{1, 3}, {2, 0}}},
+      {"endif\nwend\nendfor\nelse\nif a\nendif\n", {{5, 6}}},
+      // Without an end before endproc there is none.
+      {"if a\nendproc\nendif\n", {{1, 0}}},
+      {"if a\nif b\nendif\n", {{1, 0}, {2, 3}}},
+      {"while a\n", {{1, 0}}},
+      // Comments hide lines, continued lines hide first words, and only first words count.
+      {"if a\n/* don't\nendif */ x\n# endif\nendif\n", {{1, 5}}},
+      {"if a\nx = 1 + \\\nendif\nendif\n", {{1, 4}}},
+      {"if a \\\n and b\ny if endif\nendif\n", {{1, 4}}},
+  };
+  for (const Case& row : cases) {
+    const auto script = MakeScript(row.text);
+    BlockTable table;
+    table.Build(*script);
+    for (const auto& [opening, closing] : row.matches) {
+      const BlockTable::Match match = table.Find(opening);
+      EXPECT_EQ(match.line, closing) << row.text << "line " << opening;
+      EXPECT_EQ(match.error, 0) << row.text;
+    }
+  }
+}
+
+TEST(BlockTable, BrokenFirstWordsAreMetOnTheWay) {
+  const auto script = MakeScript("if a\nwhile b\nx\"y\nwend\nendif\nif c\nendif\nfor (;;)\n");
+  BlockTable table;
+  table.Build(*script);
+  for (const uint32_t line : {1u, 2u}) {
+    EXPECT_EQ(table.Find(line).error, ERR_SCRBADQUOTE);
+    EXPECT_EQ(table.Find(line).errorLine, 3u);
+  }
+  EXPECT_EQ(table.Find(6).error, 0);
+  EXPECT_EQ(table.Find(8).error, 0);
+}
+
+TEST(BlockTable, FindsTheEndOfTheProcedure) {
+  const auto script = MakeScript("x\n/* endproc */\nproc b()\nEndProc\nproc c()\n", 10);
+  BlockTable table;
+  table.Build(*script);
+  EXPECT_EQ(table.EndProcLine(), 13u);
+  EXPECT_EQ(table.NestedProcLine(), 12u);
+  EXPECT_EQ(script->GetNextLine(), 14u);
+
+  BlockTable rest;
+  rest.Build(*script);
+  EXPECT_EQ(rest.EndProcLine(), 0u);
+  EXPECT_EQ(rest.NestedProcLine(), 14u);
+}
+
+TEST(BlockTable, DeepNestingAndLongBranchesTakeOnePass) {
+  constexpr uint32_t kCount = 100000;
+  std::string text;
+  for (uint32_t i = 0; i < kCount; ++i) text += "if a\n";
+  for (uint32_t i = 0; i < kCount; ++i) text += "elif b\n";
+  for (uint32_t i = 0; i < kCount; ++i) text += "endif\n";
+  const auto script = MakeScript(text);
+  BlockTable table;
+  table.Build(*script);
+  EXPECT_EQ(table.Find(1).line, 3 * kCount);
+  EXPECT_EQ(table.Find(kCount).line, kCount + 1);
+  EXPECT_EQ(table.Find(2 * kCount).line, 2 * kCount + 1);
+}
+
+}  // namespace

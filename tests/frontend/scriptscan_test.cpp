@@ -1,0 +1,80 @@
+#include "frontend/scriptscan.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "context/errcodes.h"
+#include "kel/kelascii.h"
+#include "scriptfixture.h"
+
+namespace {
+
+using tamber::ScriptShape;
+
+bool IsTypeWord(std::string_view word) {
+  return kel::EqualsNoCase(word, "int") || kel::EqualsNoCase(word, "string");
+}
+
+TEST(ScriptShape, TheFirstDecidingLineTells) {
+  const std::vector<std::pair<const char*, ScriptShape>> cases = {
+      {"", ScriptShape::Structured},
+      {"// a\n\n# b\n; c\n", ScriptShape::Structured},
+      {"/* x = 1\n*/\nproc main()\n", ScriptShape::Structured},
+      {"/* never closed\nx = 1", ScriptShape::Structured},
+      {"/* proc */\nx = 1\n", ScriptShape::Plain},
+      {"x = 1\nproc main()\n", ScriptShape::Plain},
+      {"int Total(", ScriptShape::Structured},
+      {"INT [ ] Total ( int a )", ScriptShape::Structured},
+      {"int x\nint y = f(1)\nPrint(1)\n", ScriptShape::Plain},
+      {"int[3] x\nx[1] = 1\n", ScriptShape::Plain},
+      {"int x\nCONST y = 1\n", ScriptShape::Structured},
+      {"constant y", ScriptShape::Structured},
+      {"session int y", ScriptShape::Structured},
+      {"extern int y", ScriptShape::Structured},
+      {"struct p", ScriptShape::Structured},
+      {"include \"a\"", ScriptShape::Structured},
+      {"\"x", ScriptShape::Unreadable},
+      {"int x\na'b", ScriptShape::Unreadable},
+  };
+  for (const auto& [text, shape] : cases) {
+    EXPECT_EQ(tamber::FindScriptShape(*MakeScript(text), IsTypeWord), shape) << text;
+  }
+}
+
+TEST(ScriptShape, AHeaderIsTypeNameAndParenthesis) {
+  for (const char* line : {"f(", "[] f (int a)", "f()"}) {
+    Tokeniser tokeniser(line);
+    EXPECT_TRUE(tamber::IsTypedHeader(tokeniser)) << line;
+    EXPECT_EQ(tokeniser.GetSearchPtr(), tokeniser.LineStart());
+  }
+  for (const char* line : {"", "n", "n = StrLen(\"x\")", "n // (count)", "[3] a", "a[f(1)]"}) {
+    Tokeniser tokeniser(line);
+    EXPECT_FALSE(tamber::IsTypedHeader(tokeniser)) << line;
+  }
+}
+
+struct CompactCase {
+  const char* text;
+  const char* out;
+  int32_t error;
+};
+
+TEST(Compaction, KeepsStatementsOnly) {
+  const std::vector<CompactCase> cases = {
+      {"  a = 1  // x\n\n# b\n; c\nb = 1 + \\\n  2\n", "a = 1  // x\r\nb = 1 +  2\r\n", 0},
+      {"a\n/* it's\nb */ c\nd", "a\r\nd\r\n", 0},
+      {"a /* b\nc */", "a /* b\r\nc */\r\n", 0},
+      {"a\n/* b\n", "a\r\n", ERR_SCRNOMORELINES},
+      {"a\n\"b\nc", "a\r\n", ERR_SCRNOQUOTE},
+  };
+  for (const CompactCase& row : cases) {
+    KelString out;
+    EXPECT_EQ(tamber::CompactScript(*MakeScript(row.text), out), row.error) << row.text;
+    EXPECT_EQ(out, row.out) << row.text;
+  }
+}
+
+}  // namespace
