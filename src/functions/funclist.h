@@ -66,7 +66,8 @@ class TAMBER_API FunctionList {
   void ClearList();
 
   /// Appends "Functions dump:" and a prototype per line, as the key `DumpFunctions` in `section` of
-  /// the INI file says: "*" all of them, a list of names those functions, nothing for an empty value.
+  /// the INI file says: "*" all of them, a list of names those functions, nothing for an empty
+  /// value.
   void DumpFunctions(KelString& out, const KelString& iniPath, const KelString& section) const;
   /// The prototype of a function as it would be registered; "" for 0 and out of range.
   KelString PrototypeText(uint32_t index) const;
