@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "kel/dumpselection.h"
 #include "kel/inifile.h"
 #include "values/cellops.h"
 #include "values/varlist.h"
@@ -53,15 +54,33 @@ bool HasSignature(const TamberFunction& function, const std::vector<TypeRef>& pa
 
 void AppendWord(std::string& out, const TypeDesc& type) {
   switch (type.GetKind()) {
-    case Kind::Bool: out += "bool"; break;
-    case Kind::Char: out += "char"; break;
-    case Kind::Int: out += "int"; break;
-    case Kind::Float: out += "float"; break;
-    case Kind::Double: out += "double"; break;
-    case Kind::String: out += "string"; break;
-    case Kind::EString: out += "estring"; break;
-    case Kind::Handle: out += type.HandleName().View(); break;
-    case Kind::Struct: out += type.Layout()->GetName().View(); break;
+    case Kind::Bool:
+      out += "bool";
+      break;
+    case Kind::Char:
+      out += "char";
+      break;
+    case Kind::Int:
+      out += "int";
+      break;
+    case Kind::Float:
+      out += "float";
+      break;
+    case Kind::Double:
+      out += "double";
+      break;
+    case Kind::String:
+      out += "string";
+      break;
+    case Kind::EString:
+      out += "estring";
+      break;
+    case Kind::Handle:
+      out += type.HandleName().View();
+      break;
+    case Kind::Struct:
+      out += type.Layout()->GetName().View();
+      break;
     case Kind::Array:
       if (type.Element()) {
         AppendWord(out, *type.Element());
@@ -69,7 +88,8 @@ void AppendWord(std::string& out, const TypeDesc& type) {
         out += "array";
       }
       break;
-    default: break;
+    default:
+      break;
   }
 }
 
@@ -135,9 +155,9 @@ uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> functio
   return index;
 }
 
-// Both searches below go through the middle of the table on purpose, not through the index of names:
-// a new overload comes to stand behind whichever namesake they hit first, and that order decides
-// between overloads that suit a call equally well.
+// Both searches below go through the middle of the table on purpose, not through the index of
+// names: a new overload comes to stand behind whichever namesake they hit first, and that order
+// decides between overloads that suit a call equally well.
 
 uint32_t FunctionList::FindFunction(std::string_view name) const {
   uint32_t low = 1;
@@ -257,15 +277,14 @@ void FunctionList::ClearList() { table_ = kel::Cow<Table>(); }
 
 void FunctionList::DumpFunctions(KelString& out, const KelString& iniPath,
                                  const KelString& section) const {
-  const KelString selection = IniFile(iniPath).ReadString(section, "DumpFunctions", "");
+  const kel::DumpSelection selection(IniFile(iniPath).ReadString(section, "DumpFunctions", ""));
   if (selection.IsEmpty()) return;
-  if (selection.Find("*") != KelString::kNotFound) {
-    out += "\r\nFunctions dump:\r\n";
+  selection.AppendTitle(out, "Functions dump:");
+  if (selection.All()) {
     for (uint32_t i = 1; i <= GetFunctionCount(); ++i) DumpFunction(out, i);
     return;
   }
-  out += "\r\nFunctions dump: (limited by INI file settings) \r\n";
-  for (const std::string_view name : kel::SplitList(selection)) {
+  for (const std::string_view name : selection.Names()) {
     for (uint32_t i = FindFirstOverload(name); i != 0; i = NextOverload(i)) DumpFunction(out, i);
   }
 }
