@@ -52,6 +52,7 @@ class TAMBER_API ErrorList {
   };
 
   static int32_t Add(Table& table, const ERRORINFO& error);
+  static void AddBuiltIn(Table& table);
   static const kel::Cow<Table>& Defaults();
   int32_t GetHighestErrorCode(int32_t code) const;
   const ERRORINFO* GetError(int32_t code) const;

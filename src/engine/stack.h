@@ -13,9 +13,9 @@ namespace tamber {
 /// One entry of the evaluation stack: a value with its kind, or a shared variable.
 /// A scalar or a text gets an object of its own only when somebody asks for one.
 struct StackEntry {
-  Kind kind;                  ///< Any: cell.v is a variable, one holder
-  Cell cell;                  ///< owned
-  const TypeDesc* type;       ///< of Handle, Struct and Array cells, one reference; else null
+  Kind kind;             ///< Any: cell.v is a variable, one holder
+  Cell cell;             ///< owned
+  const TypeDesc* type;  ///< of Handle, Struct and Array cells, one reference; else null
 };
 
 }  // namespace tamber
@@ -71,9 +71,7 @@ class TAMBER_API Stack {
 
   // What running code uses: values with their kinds, no objects in between.
   /// Takes over the cell (kind Bool to Double, or String).
-  void PushCell(tamber::Kind kind, tamber::Cell cell) {
-    entries_.push_back({kind, cell, nullptr});
-  }
+  void PushCell(tamber::Kind kind, tamber::Cell cell) { entries_.push_back({kind, cell, nullptr}); }
   /// Takes over the cell of a handle, structure or array of this type.
   void PushTyped(const tamber::TypeDesc& type, tamber::Cell cell);
   /// The entry `depth` below the top; only while GetSize() > depth.
@@ -89,5 +87,9 @@ class TAMBER_API Stack {
   void CutTo(uint32_t size);
 
  private:
+  void PushText(std::string_view text);
+  /// False, and the entry released, without memory.
+  bool Append(tamber::StackEntry entry);
+
   std::vector<tamber::StackEntry> entries_;
 };

@@ -136,13 +136,13 @@ class TAMBER_API TamberOperators {
   const Variable* GetStructReturnType(const Variable* left, const Variable* right);
   const Variable* GetArrayReturnType(const Variable* left, const Variable* right);
   int32_t Fail(int32_t code, std::string_view text = {});
-  template <class Compute>
+  template <Operator_e kCode, class Compute>
   int32_t Arithmetic(Stack* stack, Compute compute);
-  template <class Compute>
+  template <Operator_e kCode, class Compute>
+  int32_t Integral(Stack* stack, Compute compute);
+  template <Operator_e kCode, class Compute>
   int32_t Compare(Stack* stack, Compute compute);
-  template <class Compute>
-  int32_t Bitwise(Stack* stack, Compute compute);
-  int32_t DivideByZero(Stack* stack, tamber::Kind kind);
+  int32_t Join(Stack* stack);
 
   int32_t operatorError_ = 0;
   int32_t caseSwitch_ = 0;

@@ -66,7 +66,8 @@ class TAMBER_API FunctionList {
   void ClearList();
 
   /// Appends "Functions dump:" and a prototype per line, as the key `DumpFunctions` in `section` of
-  /// the INI file says: "*" all of them, a list of names those functions, nothing for an empty value.
+  /// the INI file says: "*" all of them, a list of names those functions, nothing for an empty
+  /// value.
   void DumpFunctions(KelString& out, const KelString& iniPath, const KelString& section) const;
   /// The prototype of a function as it would be registered; "" for 0 and out of range.
   KelString PrototypeText(uint32_t index) const;
@@ -74,13 +75,22 @@ class TAMBER_API FunctionList {
  private:
   struct Table {
     std::vector<std::shared_ptr<const TamberFunction>> functions;  // entry n is at n - 1
-    // Name to the index of its first overload. The keys view the names of the first overloads.
+    // Name to the index of its first overload.
     std::unordered_map<std::string, uint32_t, kel::NoCaseHash, kel::NoCaseEqual> first;
   };
 
+  /// Where a function of that name is inserted.
   uint32_t FindNearestFunction(std::string_view name) const;
-  uint32_t FindFunctionFromSig(std::string_view name, const VarList& parameters) const;
+  /// The overload with exactly these parameter types, or 0.
+  uint32_t FindFunctionFromSig(std::string_view name,
+                               const std::vector<tamber::TypeRef>& parameters) const;
   uint32_t FindFirstOverload(std::string_view name) const;
+  uint32_t NextOverload(uint32_t index) const;
+  uint32_t BestOverload(uint32_t first, std::span<const tamber::TypeDesc* const> arguments,
+                        bool anyForArray) const;
+  void DumpFunction(KelString& out, uint32_t index) const;
+  static void Insert(Table& table, uint32_t index, std::shared_ptr<const TamberFunction> function);
+  static void Remove(Table& table, uint32_t index);
 
   kel::Cow<Table> table_;
 };

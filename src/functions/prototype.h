@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "functions/funclist.h"
+#include "values/varholder.h"
 
 class TypeList;
 
@@ -12,7 +13,7 @@ namespace tamber {
 /// What a prototype declares.
 struct Prototype {
   KelString name;
-  std::unique_ptr<Variable, void (*)(Variable*)> returnValue{nullptr, &Variable::Delete};
+  VarHolder returnValue;
   std::unique_ptr<VarList> parameters;
 };
 

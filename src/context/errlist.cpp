@@ -1,0 +1,119 @@
+#include "context/errlist.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace {
+
+struct BuiltInError {
+  int32_t code;
+  std::string_view name;
+  std::string_view text;
+};
+
+constexpr auto kBuiltInErrors = std::to_array<BuiltInError>({
+#define TAMBER_ERROR(code, name, text) {code, #name, text},
+#include "context/errlist.def"
+#undef TAMBER_ERROR
+});
+
+constexpr bool CodesAreUnique() {
+  for (size_t i = 0; i < kBuiltInErrors.size(); ++i) {
+    for (size_t j = 0; j < i; ++j) {
+      if (kBuiltInErrors[i].code == kBuiltInErrors[j].code) return false;
+    }
+  }
+  return true;
+}
+static_assert(CodesAreUnique());
+
+}  // namespace
+
+void ErrorList::Initialise() {
+  if (table_.Read().records.empty()) {
+    table_ = Defaults();
+    return;
+  }
+  AddBuiltIn(table_.Write());
+}
+
+int32_t ErrorList::AddError(const ERRORINFO& error) { return Add(table_.Write(), error); }
+
+int32_t ErrorList::AddError(int32_t code, const KelString& name, const KelString& text) {
+  return AddError(ERRORINFO{code, name, text});
+}
+
+uint32_t ErrorList::GetNewRuntimeErrorCode() {
+  if (table_.Read().highestRuntimeCode == 0) {
+    const int32_t fallback = GetHighestErrorCode(tamber::kFirstFatalError);
+    if (fallback != 0) table_.Write().highestRuntimeCode = static_cast<uint32_t>(fallback);
+  }
+  return table_.Read().highestRuntimeCode + 1;
+}
+
+int32_t ErrorList::GetNextErrorCode(int32_t code) const {
+  const std::vector<ERRORINFO>& records = table_.Read().records;
+  if (code == 0) return records.empty() ? 0 : records.front().code;
+  if (FindError(code) < 0) return 0;
+  const auto next = std::upper_bound(
+      records.begin(), records.end(), code,
+      [](int32_t wanted, const ERRORINFO& record) { return wanted < record.code; });
+  return next == records.end() ? 0 : next->code;
+}
+
+KelString ErrorList::GetErrorText(int32_t code) const {
+  const ERRORINFO* error = GetError(code);
+  return error != nullptr ? error->text : KelString();
+}
+
+KelString ErrorList::GetErrorName(int32_t code) const {
+  const ERRORINFO* error = GetError(code);
+  return error != nullptr ? error->name : KelString();
+}
+
+// The records stay sorted as they are added, so that look-ups never change a table that other
+// contexts read.
+int32_t ErrorList::Add(Table& table, const ERRORINFO& error) {
+  const auto behind =
+      std::upper_bound(table.records.begin(), table.records.end(), error.code,
+                       [](int32_t code, const ERRORINFO& record) { return code < record.code; });
+  table.records.insert(behind, error);
+  if (error.code < tamber::kFirstFatalError) {
+    table.highestRuntimeCode = static_cast<uint32_t>(error.code);
+  }
+  return static_cast<int32_t>(table.records.size()) - 1;
+}
+
+void ErrorList::AddBuiltIn(Table& table) {
+  for (const BuiltInError& error : kBuiltInErrors) {
+    Add(table, ERRORINFO{error.code, error.name, error.text});
+  }
+}
+
+const kel::Cow<ErrorList::Table>& ErrorList::Defaults() {
+  static const kel::Cow<Table> defaults = [] {
+    kel::Cow<Table> table;
+    AddBuiltIn(table.Write());
+    return table;
+  }();
+  return defaults;
+}
+
+int32_t ErrorList::GetHighestErrorCode(int32_t code) const {
+  return FindError(code) >= 0 ? code : 0;
+}
+
+const ERRORINFO* ErrorList::GetError(int32_t code) const {
+  const int32_t at = FindError(code);
+  return at >= 0 ? &table_.Read().records[static_cast<size_t>(at)] : nullptr;
+}
+
+int32_t ErrorList::FindError(int32_t code) const {
+  const std::vector<ERRORINFO>& records = table_.Read().records;
+  const auto found = std::lower_bound(
+      records.begin(), records.end(), code,
+      [](const ERRORINFO& record, int32_t wanted) { return record.code < wanted; });
+  if (found == records.end() || found->code != code) return -1;
+  return static_cast<int32_t>(found - records.begin());
+}

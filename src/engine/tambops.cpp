@@ -1,0 +1,428 @@
+#include "engine/tambops.h"
+
+#include <algorithm>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "context/errcodes.h"
+#include "engine/arith.h"
+#include "engine/operand.h"
+#include "kel/fault.h"
+#include "values/cellops.h"
+#include "values/strbuf.h"
+#include "values/varholder.h"
+
+using tamber::Cell;
+using tamber::Kind;
+using tamber::Operand;
+namespace arith = tamber::arith;
+
+constexpr std::array<TamberOperators::BINARYOP, 21> TamberOperators::BinaryOperators{{
+    {".", OP_STRUCTMEMBER, 11, &TamberOperators::OpStructMember},
+    {"[]", OP_ARRAYINDEX, 11, &TamberOperators::OpArrayIndex},
+    {"*", OP_MULTIPLY, 10, &TamberOperators::OpMultiply},
+    {"/", OP_DIVIDE, 10, &TamberOperators::OpDivide},
+    {"%", OP_REMAIN, 10, &TamberOperators::OpRemain},
+    {"+", OP_ADD, 9, &TamberOperators::OpAdd},
+    {"-", OP_SUBTRACT, 9, &TamberOperators::OpSubtract},
+    {"<<", OP_SHIFTLEFT, 8, &TamberOperators::OpShiftLeft},
+    {">>", OP_SHIFTRIGHT, 8, &TamberOperators::OpShiftRight},
+    {"<", OP_LESS, 7, &TamberOperators::OpIsLessThan},
+    {">", OP_GREATER, 7, &TamberOperators::OpIsGreaterThan},
+    {"<=", OP_LESSEQUAL, 7, &TamberOperators::OpIsLessEqual},
+    {">=", OP_GREATEREQUAL, 7, &TamberOperators::OpIsGreaterEqual},
+    {"==", OP_EQUAL, 6, &TamberOperators::OpIsEqual},
+    {"!=", OP_NOTEQUAL, 6, &TamberOperators::OpIsNotEqual},
+    // Meant so: "&" binds tighter than "|", and "|" tighter than "^".
+    {"&", OP_BITAND, 5, &TamberOperators::OpBitAnd},
+    {"|", OP_BITOR, 4, &TamberOperators::OpBitOr},
+    {"^", OP_BITXOR, 3, &TamberOperators::OpBitXor},
+    {"&&", OP_AND, 2, &TamberOperators::OpAnd},
+    {"||", OP_OR, 1, &TamberOperators::OpOr},
+    {"", OP_NONE, 0, nullptr},
+}};
+
+constexpr std::array<TamberOperators::UNARYOP, 4> TamberOperators::UnaryOperators{{
+    {"~", OP_COMPLEMENT, &TamberOperators::OpComplement},
+    {"-", OP_NEGATE, &TamberOperators::OpNegate},
+    {"!", OP_NOT, &TamberOperators::OpNot},
+    {"", OP_NONE, nullptr},
+}};
+
+namespace {
+
+constexpr int32_t kFirstUnaryIndex = 100;
+constexpr int32_t kUnaryPrecedence = 100;
+
+template <class Table>
+TamberOperators::Operator_e CodeOf(const Table& table, std::string_view text) {
+  if (text.empty() || text.size() > 2) return TamberOperators::OP_NONE;
+  for (const auto& row : table) {
+    if (row.text == text) return row.code;
+  }
+  return TamberOperators::OP_NONE;
+}
+
+/// Position of the operator, -1 when the table does not hold it.
+template <class Table>
+int32_t PositionOf(const Table& table, TamberOperators::Operator_e code) {
+  if (code == TamberOperators::OP_NONE) return -1;
+  for (size_t i = 0; i < table.size(); ++i) {
+    if (table[i].code == code) return static_cast<int32_t>(i);
+  }
+  return -1;
+}
+
+/// The record at `position`; the terminator for a position that is none.
+template <class Table>
+const auto& RowAt(const Table& table, int32_t position) {
+  const bool inside = position >= 0 && static_cast<size_t>(position) < table.size();
+  return inside ? table[static_cast<size_t>(position)] : table.back();
+}
+
+int32_t PrecedenceOf(TamberOperators::Operator_e code) {
+  const int32_t at = PositionOf(TamberOperators::BinaryOperators, code);
+  return at < 0 ? kUnaryPrecedence : RowAt(TamberOperators::BinaryOperators, at).precedence;
+}
+
+/// Pushes an integer as a value of this kind; chars keep its low byte.
+void PushIntegral(Stack& stack, Kind kind, int32_t value) {
+  if (kind == Kind::Int) return stack.PushInteger(value);
+  if (kind == Kind::Char) return stack.PushChar(static_cast<char>(value));
+  stack.PushBoolean(value);
+}
+
+/// Pushes what `compute` makes of the two operands read as numbers of this kind.
+template <class Compute>
+void PushComputed(Stack& stack, Kind kind, const Operand& left, const Operand& right,
+                  Compute compute) {
+  switch (kind) {
+    case Kind::Double:
+      return stack.PushDouble(compute(left.AsDouble(), right.AsDouble()));
+    case Kind::Float:
+      return stack.PushFloat(compute(left.AsFloat(), right.AsFloat()));
+    default:
+      return PushIntegral(stack, kind, compute(left.AsInt(), right.AsInt()));
+  }
+}
+
+bool IsZero(const Operand& operand, Kind kind) {
+  switch (kind) {
+    case Kind::Double:
+      return operand.AsDouble() == 0.0;
+    case Kind::Float:
+      return operand.AsFloat() == 0.0f;
+    default:
+      return operand.AsInt() == 0;
+  }
+}
+
+}  // namespace
+
+TamberOperators::Operator_e TamberOperators::CheckBinaryOperator(std::string_view text) {
+  return CodeOf(BinaryOperators, text);
+}
+
+TamberOperators::Operator_e TamberOperators::CheckUnaryOperator(std::string_view text) {
+  return CodeOf(UnaryOperators, text);
+}
+
+int32_t TamberOperators::GetOperatorIndex(Operator_e code) {
+  const int32_t binary = PositionOf(BinaryOperators, code);
+  if (binary >= 0) return binary;
+  const int32_t unary = PositionOf(UnaryOperators, code);
+  return unary >= 0 ? kFirstUnaryIndex + unary : -1;
+}
+
+int32_t TamberOperators::GetOperatorParamCount(int32_t index) {
+  return index < kFirstUnaryIndex ? 2 : 1;
+}
+
+KelString TamberOperators::GetOperatorName(int32_t index) {
+  return index < kFirstUnaryIndex ? RowAt(BinaryOperators, index).text
+                                  : RowAt(UnaryOperators, index - kFirstUnaryIndex).text;
+}
+
+int32_t TamberOperators::ComparePrecedence(Operator_e a, Operator_e b) {
+  return PrecedenceOf(a) - PrecedenceOf(b);
+}
+
+int32_t TamberOperators::ExecuteOperator(int32_t index, Stack* stack) {
+  operatorError_ = ERR_SUCCESS;
+  operatorErrorText_.Clear();
+  const Implementation run = index < kFirstUnaryIndex
+                                 ? RowAt(BinaryOperators, index).implementation
+                                 : RowAt(UnaryOperators, index - kFirstUnaryIndex).implementation;
+  if (run == nullptr || stack == nullptr ||
+      stack->GetSize() < static_cast<uint32_t>(GetOperatorParamCount(index))) {
+    return Fail(ERR_EXPROPBADPARAMS);
+  }
+  try {
+    return (this->*run)(stack, stack->GetTypeId(1), stack->GetTypeId(0));
+  } catch (const std::bad_alloc&) {
+    return Fail(ERR_NOMEMORY);
+  }
+}
+
+void TamberOperators::MakeStr(Stack* stack) {
+  // Boolean to Handle are the types that have a text form.
+  const Variable::enum_TypeId type = stack->GetTypeId(0);
+  if (type < Variable::Boolean || type > Variable::Handle) return;
+  try {
+    std::string text;
+    Operand(*stack).AppendTo(text);
+    stack->PushString(KelString(std::move(text)));
+  } catch (const std::bad_alloc&) {
+    Fail(ERR_NOMEMORY);
+    stack->PushString(KelString());
+  }
+}
+
+int32_t TamberOperators::Fail(int32_t code, std::string_view text) {
+  operatorError_ = code;
+  operatorErrorText_ = KelString(text);
+  return 0;
+}
+
+template <TamberOperators::Operator_e kCode, class Compute>
+int32_t TamberOperators::Arithmetic(Stack* stack, Compute compute) {
+  const Operand right(*stack);
+  const Operand left(*stack);
+  const Kind kind = ValueKind(kCode, left.GetKind(), right.GetKind());
+  if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
+  PushComputed(*stack, kind, left, right, compute);
+  return 1;
+}
+
+/// For operators that know integers and chars only.
+template <TamberOperators::Operator_e kCode, class Compute>
+int32_t TamberOperators::Integral(Stack* stack, Compute compute) {
+  const Operand right(*stack);
+  const Operand left(*stack);
+  const Kind kind = ValueKind(kCode, left.GetKind(), right.GetKind());
+  if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
+  PushIntegral(*stack, kind, compute(left.AsInt(), right.AsInt()));
+  return 1;
+}
+
+/// `compute` sees two numbers, or the order of two texts and 0.
+template <TamberOperators::Operator_e kCode, class Compute>
+int32_t TamberOperators::Compare(Stack* stack, Compute compute) {
+  const Operand right(*stack);
+  const Operand left(*stack);
+  if (ValueKind(kCode, left.GetKind(), right.GetKind()) == Kind::None) {
+    return Fail(ERR_EXPRPARMMATCH);
+  }
+  if (left.IsText() && right.IsText()) {
+    stack->PushBoolean(compute(arith::CompareText(left.Text(), right.Text(), caseSwitch_ != 0), 0));
+    return 1;
+  }
+  // Against a handle only an integer gets here: the handle's number is compared.
+  const bool withHandle = left.GetKind() == Kind::Handle || right.GetKind() == Kind::Handle;
+  switch (withHandle ? Kind::Int : std::max(left.GetKind(), right.GetKind())) {
+    case Kind::Double:
+      stack->PushBoolean(compute(left.AsDouble(), right.AsDouble()));
+      break;
+    case Kind::Float:
+      stack->PushBoolean(compute(left.AsFloat(), right.AsFloat()));
+      break;
+    default:
+      stack->PushBoolean(compute(left.AsInt(), right.AsInt()));
+      break;
+  }
+  return 1;
+}
+
+int32_t TamberOperators::OpMultiply(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Arithmetic<OP_MULTIPLY>(stack, [](auto a, auto b) { return arith::Mul(a, b); });
+}
+
+int32_t TamberOperators::OpAdd(Stack* stack, Variable::enum_TypeId left,
+                               Variable::enum_TypeId right) {
+  if (left == Variable::String || right == Variable::String) return Join(stack);
+  return Arithmetic<OP_ADD>(stack, [](auto a, auto b) { return arith::Add(a, b); });
+}
+
+int32_t TamberOperators::OpSubtract(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Arithmetic<OP_SUBTRACT>(stack, [](auto a, auto b) { return arith::Sub(a, b); });
+}
+
+int32_t TamberOperators::OpDivide(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  const Operand right(*stack);
+  const Operand left(*stack);
+  const Kind kind = ValueKind(OP_DIVIDE, left.GetKind(), right.GetKind());
+  if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
+  if (!IsZero(right, kind)) {
+    PushComputed(*stack, kind, left, right, [](auto a, auto b) { return arith::Div(a, b); });
+    return 1;
+  }
+  switch (kind) {
+    case Kind::Double:
+      stack->PushDouble(0);
+      break;
+    case Kind::Float:
+      stack->PushFloat(0);
+      break;
+    default:
+      stack->PushInteger(0);
+      break;  // for chars too
+  }
+  return Fail(ERR_DIVIDEBYZERO);
+}
+
+// "%" has no zero test of its own, unlike "/": a zero divisor is the host's arithmetic fault. It is
+// raised as a signal, not left to the instruction: that would fault again for ever under a handler
+// that returns. Such a handler gets the error of "/".
+int32_t TamberOperators::OpRemain(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  const Operand right(*stack);
+  const Operand left(*stack);
+  const Kind kind = ValueKind(OP_REMAIN, left.GetKind(), right.GetKind());
+  if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
+  if (right.AsInt() == 0) {
+    kel::RaiseArithmeticFault();
+    stack->PushInteger(0);
+    return Fail(ERR_DIVIDEBYZERO);
+  }
+  PushIntegral(*stack, kind, arith::RemInt(left.AsInt(), right.AsInt()));
+  return 1;
+}
+
+int32_t TamberOperators::OpIsLessThan(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Compare<OP_LESS>(stack, [](auto a, auto b) { return a < b; });
+}
+
+int32_t TamberOperators::OpIsGreaterThan(Stack* stack, Variable::enum_TypeId,
+                                         Variable::enum_TypeId) {
+  return Compare<OP_GREATER>(stack, [](auto a, auto b) { return a > b; });
+}
+
+int32_t TamberOperators::OpIsLessEqual(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Compare<OP_LESSEQUAL>(stack, [](auto a, auto b) { return a <= b; });
+}
+
+int32_t TamberOperators::OpIsGreaterEqual(Stack* stack, Variable::enum_TypeId,
+                                          Variable::enum_TypeId) {
+  return Compare<OP_GREATEREQUAL>(stack, [](auto a, auto b) { return a >= b; });
+}
+
+int32_t TamberOperators::OpIsEqual(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Compare<OP_EQUAL>(stack, [](auto a, auto b) { return a == b; });
+}
+
+int32_t TamberOperators::OpIsNotEqual(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Compare<OP_NOTEQUAL>(stack, [](auto a, auto b) { return a != b; });
+}
+
+// Both operands of "&&" and "||" were evaluated before the operator runs: there is no short cut.
+int32_t TamberOperators::OpAnd(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Compare<OP_AND>(stack, [](auto a, auto b) { return a != 0 && b != 0; });
+}
+
+int32_t TamberOperators::OpOr(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Compare<OP_OR>(stack, [](auto a, auto b) { return a != 0 || b != 0; });
+}
+
+int32_t TamberOperators::OpBitAnd(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Integral<OP_BITAND>(stack, [](int32_t a, int32_t b) { return a & b; });
+}
+
+int32_t TamberOperators::OpBitOr(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Integral<OP_BITOR>(stack, [](int32_t a, int32_t b) { return a | b; });
+}
+
+int32_t TamberOperators::OpBitXor(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Integral<OP_BITXOR>(stack, [](int32_t a, int32_t b) { return a ^ b; });
+}
+
+int32_t TamberOperators::OpShiftLeft(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Integral<OP_SHIFTLEFT>(stack, &arith::ShlInt);
+}
+
+int32_t TamberOperators::OpShiftRight(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  return Integral<OP_SHIFTRIGHT>(stack, &arith::ShrInt);
+}
+
+int32_t TamberOperators::OpNegate(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  const Operand operand(*stack);
+  const Kind kind = ValueKind(OP_NEGATE, operand.GetKind(), Kind::None);
+  if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
+  PushComputed(*stack, kind, operand, operand, [](auto a, auto) { return arith::Neg(a); });
+  return 1;
+}
+
+int32_t TamberOperators::OpNot(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  const Operand operand(*stack);
+  if (ValueKind(OP_NOT, operand.GetKind(), Kind::None) == Kind::None) {
+    return Fail(ERR_EXPRPARMMATCH);
+  }
+  stack->PushBoolean(operand.AsBool() == 0);
+  return 1;
+}
+
+int32_t TamberOperators::OpComplement(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  const Operand operand(*stack);
+  if (ValueKind(OP_COMPLEMENT, operand.GetKind(), Kind::None) == Kind::None) {
+    return Fail(ERR_EXPRPARMMATCH);
+  }
+  stack->PushInteger(~operand.AsInt());
+  return 1;
+}
+
+int32_t TamberOperators::OpStructMember(Stack* stack, Variable::enum_TypeId,
+                                        Variable::enum_TypeId right) {
+  const bool byPosition = right == Variable::Integer;
+  uint32_t position = 0;
+  KelString name;
+  if (byPosition) {
+    position = static_cast<uint32_t>(stack->PopInteger());
+    name.Printf("%d", position);
+  } else {
+    stack->PopKelString(name);
+  }
+  const tamber::VarHolder structure(stack->PopVariable());
+  if (!structure || !structure->IsStruct()) return Fail(ERR_VARNOTSTRUCT);
+  Variable* member =
+      byPosition ? structure->GetStructElement(position) : structure->GetStructElement(name);
+  if (member == nullptr) return Fail(ERR_BADSTRUCTEL, name);
+  stack->PushVariable(member->Duplicate());
+  return 1;
+}
+
+int32_t TamberOperators::OpArrayIndex(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
+  const int32_t index = stack->PopInteger();
+  const tamber::VarHolder array(stack->PopVariable());
+  if (!array || !array->IsArray()) return Fail(ERR_VARNOTARRAY);
+  Variable* element = index >= 1 ? array->GetArrayElement(static_cast<uint32_t>(index)) : nullptr;
+  if (element == nullptr) return Fail(ERR_VARARRAYBOUNDS);
+  stack->PushVariable(element->Duplicate());
+  return 1;
+}
+
+// "+" with a string on either side. The left text grows in place when nobody else holds it, so that
+// a long chain of "+" is linear.
+int32_t TamberOperators::Join(Stack* stack) {
+  const Operand right(*stack);
+  Operand left(*stack);
+  if (ValueKind(OP_ADD, left.GetKind(), right.GetKind()) != Kind::String) {
+    return Fail(ERR_EXPRPARMMATCH);
+  }
+  try {
+    std::string tail;
+    if (!right.IsText()) right.AppendTo(tail);
+    Cell joined = tamber::ZeroCell();
+    joined.s = left.TakeText();
+    try {
+      tamber::AppendText(joined.s, right.IsText() ? right.Text() : std::string_view(tail));
+    } catch (...) {
+      tamber::ReleaseCell(Kind::String, joined);
+      throw;
+    }
+    stack->PushCell(Kind::String, joined);
+  } catch (const std::bad_alloc&) {
+    // The operator itself succeeds; whoever runs a statement looks at the code.
+    Fail(ERR_NOMEMORY);
+    stack->PushInteger(0);
+  }
+  return 1;
+}

@@ -1,0 +1,321 @@
+#include "functions/funclist.h"
+
+#include <new>
+
+#include "kel/dumpselection.h"
+#include "kel/inifile.h"
+#include "values/cellops.h"
+#include "values/varlist.h"
+
+using tamber::Kind;
+using tamber::TypeDesc;
+using tamber::TypeRef;
+
+namespace {
+
+using Arguments = std::span<const TypeDesc* const>;
+
+/// What one argument is to one parameter.
+enum class Match { Refused, Accepted, Exact };
+
+bool IsGenericArray(const TypeDesc& type) { return type.IsArray() && !type.Element(); }
+
+/// With `anyForArray` the generic array takes arguments that are no arrays: functions on arrays of
+/// any type answer for a scalar that it has no elements.
+Match MatchArgument(const TypeDesc* argument, const TypeDesc& parameter, bool anyForArray) {
+  if (argument == nullptr) return Match::Refused;
+  if (argument->GetKind() == Kind::Any) return Match::Accepted;  // known only when it runs
+  if (IsGenericArray(parameter) && argument->IsArray()) return Match::Exact;
+  if (argument->IsSame(parameter)) return Match::Exact;
+  // Meant so: the argument is asked, as if the parameter were assigned to it.
+  if (argument->Accepts(parameter)) return Match::Accepted;
+  return anyForArray && IsGenericArray(parameter) ? Match::Accepted : Match::Refused;
+}
+
+/// Number of exact positions; -1 when an argument is refused.
+int32_t Score(const TamberFunction& function, Arguments arguments, bool anyForArray) {
+  int32_t exact = 0;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const Match match = MatchArgument(arguments[i], *function.ParameterTypes()[i], anyForArray);
+    if (match == Match::Refused) return -1;
+    if (match == Match::Exact) ++exact;
+  }
+  return exact;
+}
+
+bool HasSignature(const TamberFunction& function, const std::vector<TypeRef>& parameters) {
+  const std::vector<TypeRef>& own = function.ParameterTypes();
+  if (own.size() != parameters.size()) return false;
+  for (size_t i = 0; i < own.size(); ++i) {
+    if (!parameters[i]->IsSame(*own[i])) return false;
+  }
+  return true;
+}
+
+void AppendWord(std::string& out, const TypeDesc& type) {
+  switch (type.GetKind()) {
+    case Kind::Bool:
+      out += "bool";
+      break;
+    case Kind::Char:
+      out += "char";
+      break;
+    case Kind::Int:
+      out += "int";
+      break;
+    case Kind::Float:
+      out += "float";
+      break;
+    case Kind::Double:
+      out += "double";
+      break;
+    case Kind::String:
+      out += "string";
+      break;
+    case Kind::EString:
+      out += "estring";
+      break;
+    case Kind::Handle:
+      out += type.HandleName().View();
+      break;
+    case Kind::Struct:
+      out += type.Layout()->GetName().View();
+      break;
+    case Kind::Array:
+      if (type.Element()) {
+        AppendWord(out, *type.Element());
+      } else {
+        out += "array";
+      }
+      break;
+    default:
+      break;
+  }
+}
+
+const char* Brackets(const TypeDesc& type) { return type.IsArray() && type.Element() ? "[]" : ""; }
+
+std::string PrototypeOf(const TamberFunction& function) {
+  std::string text;
+  AppendWord(text, *function.ReturnType());
+  text += Brackets(*function.ReturnType());
+  text += ' ';
+  text += function.GetName().View();
+  text += " (";
+  const std::vector<TypeRef>& types = function.ParameterTypes();
+  // Registration puts the hidden parameter in by itself.
+  const size_t first = function.GetFunctionType() == FunctionList::FUNCTYPE_HIDDEN ? 1 : 0;
+  for (size_t i = first; i < types.size(); ++i) {
+    if (i > first) text += ", ";
+    AppendWord(text, *types[i]);
+    const KelString name =
+        function.GetParameterList()->GetVariable(static_cast<uint32_t>(i))->GetVarName();
+    if (!name.IsEmpty()) text += ' ';
+    text += name.View();
+    text += Brackets(*types[i]);
+  }
+  text += ')';
+  return text;
+}
+
+}  // namespace
+
+int32_t FunctionList::SortCompare(const TamberFunction* a, const TamberFunction* b) const {
+  if (b == nullptr) return 1;
+  if (a == nullptr) return -1;
+  return kel::CompareNoCase(a->GetName(), b->GetName());
+}
+
+uint32_t FunctionList::AddFunction(const KelString& name, Variable* returnValue,
+                                   TamberFunctionPtr implementation, VarList* parameters,
+                                   uint16_t type, bool replace) {
+  auto function = std::make_shared<TamberFunction>(name, returnValue, parameters, type);
+  function->SetImplementation(implementation);
+  return AddFunction(std::move(function), replace);
+}
+
+uint32_t FunctionList::AddFunction(const KelString& name, Variable* returnValue,
+                                   TamberFunctionExPtr implementation, VarList* parameters,
+                                   uint16_t type, bool replace) {
+  auto function = std::make_shared<TamberFunction>(name, returnValue, parameters, type);
+  function->SetImplementation(implementation);
+  return AddFunction(std::move(function), replace);
+}
+
+uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> function, bool replace) {
+  if (!function || function->GetName().IsEmpty()) return 0;
+  const std::string_view name = function->GetName();
+  const uint32_t existing = FindFunctionFromSig(name, function->ParameterTypes());
+  if (existing != 0) {
+    if (!replace) return existing;
+    Remove(table_.Write(), existing);
+  }
+  const uint32_t index = FindNearestFunction(name);
+  Insert(table_.Write(), index, std::move(function));
+  return index;
+}
+
+// Both searches below go through the middle of the table on purpose, not through the index of
+// names: a new overload comes to stand behind whichever namesake they hit first, and that order
+// decides between overloads that suit a call equally well.
+
+uint32_t FunctionList::FindFunction(std::string_view name) const {
+  uint32_t low = 1;
+  uint32_t high = GetFunctionCount();
+  while (low <= high) {
+    const uint32_t middle = (low + high) / 2;
+    const int order = kel::CompareNoCase(GetFunction(middle)->GetName(), name);
+    if (order == 0) return middle;
+    if (order < 0) {
+      low = middle + 1;
+    } else {
+      high = middle - 1;
+    }
+  }
+  return 0;
+}
+
+uint32_t FunctionList::FindNearestFunction(std::string_view name) const {
+  uint32_t low = 1;
+  uint32_t high = GetFunctionCount();
+  uint32_t middle = 0;
+  int order = -1;
+  while (low <= high && order != 0) {
+    middle = (low + high) / 2;
+    order = kel::CompareNoCase(GetFunction(middle)->GetName(), name);
+    if (order < 0) {
+      low = middle + 1;
+    } else if (order > 0) {
+      high = middle - 1;
+    }
+  }
+  return order > 0 ? middle : middle + 1;
+}
+
+uint32_t FunctionList::FindFunctionFromSig(std::string_view name,
+                                           const std::vector<TypeRef>& parameters) const {
+  for (uint32_t index = FindFirstOverload(name); index != 0; index = NextOverload(index)) {
+    if (HasSignature(*GetFunction(index), parameters)) return index;
+  }
+  return 0;
+}
+
+uint32_t FunctionList::FindFirstOverload(std::string_view name) const {
+  const auto found = table_.Read().first.find(name);
+  return found != table_.Read().first.end() ? found->second : 0;
+}
+
+uint32_t FunctionList::NextOverload(uint32_t index) const {
+  const TamberFunction* next = GetFunction(index + 1);
+  return next != nullptr && SortCompare(GetFunction(index), next) == 0 ? index + 1 : 0;
+}
+
+uint32_t FunctionList::FindBestSignature(const KelString& name, const VarList& arguments) const {
+  try {
+    std::vector<TypeRef> types;
+    std::vector<const TypeDesc*> loans;
+    for (uint32_t i = 0; i < arguments.GetSize(); ++i) {
+      types.push_back(tamber::TypeOf(*arguments.GetVariable(i)));
+      loans.push_back(types.back().Get());
+    }
+    return FindBestSignature(name.View(), loans);
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+}
+
+uint32_t FunctionList::FindBestSignature(std::string_view name, Arguments arguments) const {
+  const uint32_t first = FindFirstOverload(name);
+  const uint32_t found = BestOverload(first, arguments, false);
+  return found != 0 ? found : BestOverload(first, arguments, true);
+}
+
+uint32_t FunctionList::BestOverload(uint32_t first, Arguments arguments, bool anyForArray) const {
+  uint32_t best = 0;
+  int32_t bestScore = -1;
+  for (uint32_t index = first; index != 0; index = NextOverload(index)) {
+    const TamberFunction& function = *GetFunction(index);
+    if (function.GetParameterCount() != arguments.size()) continue;
+    const int32_t score = Score(function, arguments, anyForArray);
+    if (score == static_cast<int32_t>(arguments.size())) return index;
+    if (score > bestScore) {
+      best = index;
+      bestScore = score;
+    }
+  }
+  return best;
+}
+
+bool FunctionList::TakesArguments(uint32_t index, Arguments arguments) const {
+  const TamberFunction* function = GetFunction(index);
+  if (function == nullptr || function->GetParameterCount() != arguments.size()) return false;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const TypeDesc& parameter = *function->ParameterTypes()[i];
+    const bool takes = arguments[i] != nullptr &&
+                       (arguments[i]->GetKind() == Kind::Any || IsGenericArray(parameter) ||
+                        arguments[i]->IsSame(parameter) || parameter.Accepts(*arguments[i]));
+    if (!takes) return false;
+  }
+  return true;
+}
+
+const TamberFunction* FunctionList::GetFunction(uint32_t index) const {
+  const auto& functions = table_.Read().functions;
+  return index >= 1 && index <= functions.size() ? functions[index - 1].get() : nullptr;
+}
+
+std::shared_ptr<const TamberFunction> FunctionList::ShareFunction(uint32_t index) const {
+  const auto& functions = table_.Read().functions;
+  return index >= 1 && index <= functions.size() ? functions[index - 1] : nullptr;
+}
+
+uint32_t FunctionList::GetFunctionCount() const {
+  return static_cast<uint32_t>(table_.Read().functions.size());
+}
+
+void FunctionList::ClearList() { table_ = kel::Cow<Table>(); }
+
+void FunctionList::DumpFunctions(KelString& out, const KelString& iniPath,
+                                 const KelString& section) const {
+  const kel::DumpSelection selection(IniFile(iniPath).ReadString(section, "DumpFunctions", ""));
+  if (selection.IsEmpty()) return;
+  selection.AppendTitle(out, "Functions dump:");
+  if (selection.All()) {
+    for (uint32_t i = 1; i <= GetFunctionCount(); ++i) DumpFunction(out, i);
+    return;
+  }
+  for (const std::string_view name : selection.Names()) {
+    for (uint32_t i = FindFirstOverload(name); i != 0; i = NextOverload(i)) DumpFunction(out, i);
+  }
+}
+
+void FunctionList::DumpFunction(KelString& out, uint32_t index) const {
+  out += PrototypeOf(*GetFunction(index));
+  out += "\r\n";
+}
+
+KelString FunctionList::PrototypeText(uint32_t index) const {
+  const TamberFunction* function = GetFunction(index);
+  return function != nullptr ? KelString(PrototypeOf(*function)) : KelString();
+}
+
+void FunctionList::Insert(Table& table, uint32_t index,
+                          std::shared_ptr<const TamberFunction> function) {
+  for (auto& [name, first] : table.first) {
+    if (first >= index) ++first;
+  }
+  table.first.try_emplace(function->GetName().Str(), index);  // an overload leaves the first alone
+  table.functions.insert(table.functions.begin() + (index - 1), std::move(function));
+}
+
+void FunctionList::Remove(Table& table, uint32_t index) {
+  const std::string name = table.functions[index - 1]->GetName().Str();
+  table.functions.erase(table.functions.begin() + (index - 1));
+  for (auto& [other, first] : table.first) {
+    if (first > index) --first;
+  }
+  const auto own = table.first.find(name);
+  const bool last = index > table.functions.size() ||
+                    !kel::EqualsNoCase(table.functions[index - 1]->GetName(), name);
+  if (own->second == index && last) table.first.erase(own);
+}
