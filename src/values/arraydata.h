@@ -22,6 +22,8 @@ class ArrayData final : public RefObject {
 
   const TypeRef& ElementType() const { return element_; }
   void SetElementType(const TypeRef& element);  ///< only while empty
+  /// Kind of the cells of an array with such elements.
+  static Kind StorageOf(const TypeRef& element);
   /// Kind of the stored cells: that of the element type, Any for generic and odd ones.
   Kind StorageKind() const { return kind_; }
   uint32_t Count() const { return count_; }
@@ -44,7 +46,8 @@ class ArrayData final : public RefObject {
   void Put(uint32_t at, Cell value);
   /// Appends a cell of StorageKind(), taking over its reference. Throws std::bad_alloc.
   void Append(Cell value);
-  /// Grows with default values or shrinks from the end. Throws std::bad_alloc, unchanged then.
+  /// Grows with default values (not without an element type) or shrinks from the end. Throws
+  /// std::bad_alloc, unchanged then.
   void Resize(uint64_t count);
   void Reserve(uint64_t count);
   void Swap(uint32_t a, uint32_t b);
@@ -57,6 +60,8 @@ class ArrayData final : public RefObject {
   Variable* Box(uint32_t at);
   /// Makes `element` (ownership passes) the object of the position `at`.
   void SetBox(uint32_t at, Variable* element);
+  /// Appends `element` (of the storage kind; ownership passes) as the object of a new position.
+  void AppendBox(Variable* element);
   /// Takes the element out together with its object, which becomes the caller's.
   Variable* RemoveBox(uint32_t at);
   /// Turns boxes that nobody else holds back into stored cells. Only callable while no host code
@@ -68,6 +73,11 @@ class ArrayData final : public RefObject {
   ~ArrayData();
   size_t CellSize() const;
   void Grow(uint64_t count);
+  static void CheckRoomForObjects(uint64_t count);
+  Cell DefaultElement() const;
+  void AppendDefaults(uint32_t count);
+  void CloseGap(uint32_t at);
+  void NeedBoxes();
   Cell LoadRaw(uint32_t at) const;
   void StoreRaw(uint32_t at, Cell value);
   Variable* FindBox(uint32_t at) const;
@@ -77,7 +87,7 @@ class ArrayData final : public RefObject {
   Kind kind_ = Kind::Any;
   uint32_t count_ = 0;
   uint32_t capacity_ = 0;
-  void* data_ = nullptr;
+  void* data_ = nullptr;  // zero from count_ to capacity_
   std::unique_ptr<BoxMap> boxes_;
   TypeRef element_;
 };

@@ -3,8 +3,7 @@
 #include <string>
 
 #include "values/typedesc.h"
-
-class Variable;
+#include "values/variable.h"
 
 namespace tamber {
 
@@ -16,14 +15,38 @@ Cell CopyCell(Kind kind, Cell cell);
 /// The empty value of a type: 0, "", an empty array, a structure of empty members.
 Cell DefaultCell(const TypeDesc& type);
 
-/// Reads a cell of any kind as the design's getters do (`GetIntegerValue` and so on).
+/// Stores a new value, taking it over, in a cell whose objects others may hold: a structure with
+/// boxes takes it member by member, an enciphered string keeps its variable. Everything else
+/// releases the old value. Both cells are of `kind`; structures are of one layout.
+void StoreCell(Kind kind, Cell& slot, Cell value);
+
+/// A cell that is released when it leaves scope.
+struct OwnedCell {
+  Kind kind;
+  Cell cell;
+
+  OwnedCell(Kind cellKind, Cell value) : kind(cellKind), cell(value) {}
+  OwnedCell(const OwnedCell&) = delete;
+  OwnedCell& operator=(const OwnedCell&) = delete;
+  ~OwnedCell() { ReleaseCell(kind, cell); }
+  Cell Take() {
+    const Cell taken = cell;
+    cell = ZeroCell();
+    return taken;
+  }
+};
+
+/// Reads a cell of any kind as the variables' getters do (`GetIntegerValue` and so on).
 int32_t CellToInt(Kind kind, Cell cell);
 int32_t CellToBool(Kind kind, Cell cell);  ///< what `GetBoolValue` gives: an integer gives itself
 int32_t CellToChar(Kind kind, Cell cell);
 float CellToFloat(Kind kind, Cell cell);
 double CellToDouble(Kind kind, Cell cell);
 
-/// Converts as the design's `Assign` does. `in` is borrowed; on success `out` holds a new cell of
+/// An integer as a handle: sign-extended.
+void* HandleOfInt(int32_t value);
+
+/// Converts as `Variable::Assign` does. `in` is borrowed; on success `out` holds a new cell of
 /// `to`'s kind that the caller owns. False: `to` cannot take a value of `from`.
 [[nodiscard]] bool ConvertCell(const TypeDesc& to, const TypeDesc& from, Cell in, Cell& out);
 
@@ -37,11 +60,49 @@ Variable* MakeVariable(const TypeRef& type, const Name& name, Cell cell);
 Variable* MakeVariable(const TypeRef& type, const Name& name);
 
 /// The type of a variable's value (a reference gives its target's).
-TypeRef TypeOf(const Variable& variable);
-/// The live cell of a variable and its kind; a reference gives its target's.
-Cell* CellOf(Variable& variable);
-Kind KindOf(const Variable& variable);
+const TypeRef& TypeOf(const Variable& variable);
+/// What a reference refers to; every other variable itself.
+inline const Variable& LookThrough(const Variable& variable) {
+  return VariableAccess::IsReference(variable) ? *VariableAccess::CellOf(variable).v : variable;
+}
+inline Variable& LookThrough(Variable& variable) {
+  return VariableAccess::IsReference(variable) ? *VariableAccess::CellOf(variable).v : variable;
+}
+/// The live cell of a variable and its kind; a reference gives its target's. The cell of an
+/// enciphered string is the variable itself, on loan: it changes by AssignCell, never by another
+/// cell in its place.
+inline Cell* CellOf(Variable& variable) { return &VariableAccess::CellOf(LookThrough(variable)); }
+inline Kind KindOf(const Variable& variable) {
+  return VariableAccess::KindOf(LookThrough(variable));
+}
 /// A new owned cell with the variable's value.
 inline Cell CopyOf(Variable& variable) { return CopyCell(KindOf(variable), *CellOf(variable)); }
+
+/// Converts and stores as `Assign` does; objects of members and enciphered strings stay the same.
+/// False: refused, nothing changed. Throws std::bad_alloc.
+[[nodiscard]] bool AssignCell(Variable& target, const TypeDesc& from, Cell in);
+
+/// Body of every class's `Assign`: 1 or 0, and nothing thrown.
+int32_t AssignVariable(Variable& target, Variable* source);
+
+/// Appends a converted value to an array variable; an empty generic array takes on the value's
+/// type. False: refused, nothing changed. Throws std::bad_alloc.
+[[nodiscard]] bool AppendValue(Variable& array, const TypeRef& from, Cell in);
+/// The same for the cell of an array whose type declares `element` (null: generic).
+[[nodiscard]] bool AppendValue(ArrayData*& slot, const TypeRef& element, const TypeRef& from,
+                               Cell in);
+/// `AdjustArraySize` that tells when there is no memory: false, and the array is unchanged.
+[[nodiscard]] bool ResizeArray(Variable& array, int64_t delta);
+[[nodiscard]] bool ResizeArray(ArrayData*& slot, const TypeRef& element, int64_t delta);
+
+/// Kinds whose cell is a variable already, so that an element or a member needs no box.
+constexpr bool HoldsObjects(Kind kind) { return kind == Kind::EString || kind == Kind::Any; }
+/// Stores a value of `type`, taking it over, in a variable that is an element or a member of
+/// `type`.
+void StoreInto(Variable& box, const TypeDesc& type, Cell value);
+/// Whether a box can become a stored cell of `type` again.
+bool CanUnbox(Variable& box, const TypeDesc& type);
+/// The value of a box that is given up.
+Cell Unbox(Variable* box);
 
 }  // namespace tamber

@@ -28,6 +28,10 @@ struct StrBuf : RefObject {
   static StrBuf* Join(std::string_view left, std::string_view right);
 
  private:
+  friend void AppendText(StrBuf*& slot, std::string_view tail);
+  static StrBuf* WithCapacity(uint64_t length, uint64_t capacity);
+  static StrBuf* Extended(StrBuf* text, std::string_view tail, uint64_t length);
+  static StrBuf* Enlarged(StrBuf* text, uint64_t capacity);
   StrBuf(uint32_t len, uint32_t cap) : RefObject(Type::String), length(len), capacity(cap) {}
 };
 

@@ -15,6 +15,7 @@ class StructData final : public RefObject {
 
   const Ref<StructLayout>& Layout() const { return layout_; }
   uint32_t Count() const { return static_cast<uint32_t>(layout_->Members().size()); }
+  Kind MemberKind(uint32_t member) const { return layout_->Members()[member].type->GetKind(); }
   bool HasBoxes() const { return boxes_ != nullptr; }
   /// Members of a structure without boxes.
   Cell* Cells() { return reinterpret_cast<Cell*>(this + 1); }
@@ -27,10 +28,19 @@ class StructData final : public RefObject {
   /// The member's live cell, for changes in place (the box's own when there is one).
   Cell* Slot(uint32_t member);
   StructData* Copy() const;
+  /// The member's object, made on first use; it stays owned by the structure.
   Variable* Box(uint32_t member);
+  /// Makes `object` (of the member's kind; ownership passes) the object of the member.
+  void SetBox(uint32_t member, Variable* object);
+  /// Moves the members of `other`, an unshared structure whose members are the first of this one's,
+  /// together with their objects. Does not throw when SetBox was called before.
+  void TakeMembers(StructData& other);
+  /// Turns boxes that nobody else holds back into stored cells; see ArrayData::SweepBoxes.
   void SweepBoxes();
 
  private:
+  static StructData* Allocate(const Ref<StructLayout>& layout);
+  void NeedBoxes();
   explicit StructData(const Ref<StructLayout>& layout);
   ~StructData();
 
@@ -38,7 +48,10 @@ class StructData final : public RefObject {
   Ref<StructLayout> layout_;
 };
 
+/// Makes the structure in `slot` safe to change: unshared. Takes the reference in `slot` and leaves
+/// the new one there; returns it.
 StructData* Unshare(StructData*& slot);
+/// A further reference for another structure: shared, or copied when there are boxes.
 StructData* ShareStruct(StructData* data);
 
 }  // namespace tamber

@@ -17,12 +17,18 @@ class Shared {
   Shared() = default;
   Shared(const Shared&) = delete;
   Shared& operator=(const Shared&) = delete;
-  void Retain() const { refs_.fetch_add(1, std::memory_order_relaxed); }
+  void Retain() const {
+    if (refs_.load(std::memory_order_relaxed) > 0) refs_.fetch_add(1, std::memory_order_relaxed);
+  }
   void Release() const {
+    if (refs_.load(std::memory_order_relaxed) <= 0) return;
     if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
   }
 
  protected:
+  /// From now on the object lives as long as the process and is not counted, so that threads which
+  /// all use it do not wait for each other.
+  void KeepForever() const { refs_.store(-1, std::memory_order_relaxed); }
   virtual ~Shared() = default;
 
  private:
@@ -72,7 +78,7 @@ class TypeDesc final : public Shared {
  public:
   /// A scalar type, the generic array (Array), None or Any. Lives as long as the process.
   static const TypeRef& Of(Kind kind);
-  /// "element[]".
+  /// "element[]". A null element gives the generic array.
   static TypeRef ArrayOf(const TypeRef& element);
   static TypeRef HandleOf(const Name& handleTypeName);
   static TypeRef StructOf(const Ref<StructLayout>& layout);
@@ -85,6 +91,8 @@ class TypeDesc final : public Shared {
   const Name& HandleName() const { return handleName_; }
   /// The number that `Variable::GetTypeId` gives for values of this type.
   int32_t TypeId() const;
+  /// The word that dumps show: "integer", "string[]", "struct Point", a handle's type name.
+  std::string Word() const;
 
   /// The design's `IsSameType` between values of the two types.
   bool IsSame(const TypeDesc& other) const;
@@ -92,6 +100,7 @@ class TypeDesc final : public Shared {
   bool Accepts(const TypeDesc& source) const;
 
  private:
+  struct Common;
   explicit TypeDesc(Kind kind) : kind_(kind) {}
   ~TypeDesc() override = default;
 

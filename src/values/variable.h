@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "kel/export.h"
@@ -47,6 +48,13 @@ class TAMBER_API Variable {
   };
 
   virtual ~Variable();
+  // Small variables come from a free list of the thread: scripts make and drop temporaries all the
+  // time. One may be deleted on another thread than it was made on.
+  static void* operator new(size_t size);
+  static void operator delete(void* memory, size_t size);
+  /// Variables alive in this process, for leak checks; 0 in builds with NDEBUG, which do not count.
+  static int64_t LiveCount();
+
   /// A new object of the same class, name, flags (less Predefined) and value, with one holder.
   virtual Variable* Clone() const = 0;
   virtual void SetBoolValue(int32_t value);
@@ -151,7 +159,7 @@ class TAMBER_API Variable {
   int32_t holders_ = 0;
 
  protected:
-  tamber::Kind kind_;            ///< of cell_; VarReference: see isReference_
+  tamber::Kind kind_;  ///< of cell_; VarReference: see isReference_
   bool isReference_ = false;
 
  private:

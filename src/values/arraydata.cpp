@@ -1,0 +1,392 @@
+#include "values/arraydata.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#include "values/cellops.h"
+#include "values/structdata.h"
+#include "values/variable.h"
+
+namespace tamber {
+namespace {
+
+constexpr uint64_t kMaxCount = 0xFFFFFFFEu;
+/// Default structures are shared between this many elements, so that a large array of empty ones is
+/// cheap and no count of references can overflow.
+constexpr uint32_t kSharedDefaults = 65536;
+/// What an element that is an object costs at least.
+constexpr uint64_t kObjectSize = 64;
+
+}  // namespace
+
+Kind ArrayData::StorageOf(const TypeRef& element) {
+  if (!element) return Kind::Any;
+  switch (element->GetKind()) {
+    case Kind::None:
+    case Kind::Array:
+      return Kind::Any;
+    default:
+      return element->GetKind();
+  }
+}
+
+ArrayData::ArrayData(const TypeRef& element)
+    : RefObject(Type::Array), kind_(StorageOf(element)), element_(element) {}
+
+ArrayData::~ArrayData() {
+  DropFrom(0);
+  std::free(data_);
+}
+
+ArrayData* ArrayData::New(const TypeRef& element) { return new ArrayData(element); }
+
+void ArrayData::Destroy(ArrayData* array) { delete array; }
+
+void ArrayData::SetElementType(const TypeRef& element) {
+  std::free(data_);
+  data_ = nullptr;
+  capacity_ = 0;
+  element_ = element;
+  kind_ = StorageOf(element);
+}
+
+size_t ArrayData::CellSize() const {
+  switch (kind_) {
+    case Kind::Bool:
+    case Kind::Char:
+      return sizeof(int8_t);
+    case Kind::Int:
+      return sizeof(int32_t);
+    case Kind::Float:
+      return sizeof(float);
+    default:
+      return sizeof(Cell);
+  }
+}
+
+Cell ArrayData::LoadRaw(uint32_t at) const {
+  Cell cell = ZeroCell();
+  switch (kind_) {
+    case Kind::Bool:
+    case Kind::Char:
+      cell.i = Data<int8_t>()[at];
+      break;
+    case Kind::Int:
+      cell.i = Data<int32_t>()[at];
+      break;
+    case Kind::Float:
+      cell.f = Data<float>()[at];
+      break;
+    default:
+      cell = Data<Cell>()[at];
+      break;
+  }
+  return cell;
+}
+
+void ArrayData::StoreRaw(uint32_t at, Cell value) {
+  switch (kind_) {
+    case Kind::Bool:
+    case Kind::Char:
+      Data<int8_t>()[at] = static_cast<int8_t>(value.i);
+      break;
+    case Kind::Int:
+      Data<int32_t>()[at] = value.i;
+      break;
+    case Kind::Float:
+      Data<float>()[at] = value.f;
+      break;
+    default:
+      Data<Cell>()[at] = value;
+      break;
+  }
+}
+
+Variable* ArrayData::FindBox(uint32_t at) const {
+  if (boxes_ == nullptr) return nullptr;
+  const auto found = boxes_->find(at);
+  return found == boxes_->end() ? nullptr : found->second;
+}
+
+Cell ArrayData::Peek(uint32_t at) const {
+  const Variable* box = FindBox(at);
+  return box != nullptr ? VariableAccess::CellOf(*box) : LoadRaw(at);
+}
+
+void ArrayData::Put(uint32_t at, Cell value) {
+  if (Variable* box = FindBox(at)) {
+    StoreInto(*box, *element_, value);
+    return;
+  }
+  if (!IsManaged(kind_)) {
+    StoreRaw(at, value);
+    return;
+  }
+  StoreCell(kind_, Data<Cell>()[at], value);
+}
+
+void ArrayData::Grow(uint64_t count) {
+  if (count > kMaxCount) throw std::bad_alloc();
+  const auto wanted = static_cast<size_t>(count);
+  const size_t used = size_t{count_} * CellSize();
+  void* memory = nullptr;
+  if (wanted > size_t{capacity_} * 2) {
+    // Fresh zeroed pages cost nothing until they are touched, so that a huge empty array is cheap.
+    memory = std::calloc(wanted, CellSize());
+    if (memory == nullptr) throw std::bad_alloc();
+    if (used > 0) std::memcpy(memory, data_, used);
+    std::free(data_);
+  } else {
+    const size_t before = size_t{capacity_} * CellSize();
+    memory = std::realloc(data_, wanted * CellSize());
+    if (memory == nullptr) throw std::bad_alloc();
+    std::memset(static_cast<char*>(memory) + before, 0, wanted * CellSize() - before);
+  }
+  data_ = memory;
+  capacity_ = static_cast<uint32_t>(wanted);
+}
+
+void ArrayData::Reserve(uint64_t count) {
+  if (count > capacity_) Grow(count);
+}
+
+void ArrayData::Append(Cell value) {
+  if (count_ == capacity_) {
+    if (count_ == kMaxCount) throw std::bad_alloc();
+    const uint64_t more = uint64_t{count_} + count_ / 2 + 8;
+    Grow(std::min(more, kMaxCount));
+  }
+  StoreRaw(count_, value);
+  ++count_;
+}
+
+void ArrayData::Resize(uint64_t count) {
+  if (count <= count_) {
+    DropFrom(static_cast<uint32_t>(count));
+    return;
+  }
+  if (!element_) return;  // nothing says what the elements would be
+  if (kind_ == Kind::EString || kind_ == Kind::Any) CheckRoomForObjects(count - count_);
+  Reserve(count);
+  if (kind_ == Kind::Struct || kind_ == Kind::EString || kind_ == Kind::Any) {
+    AppendDefaults(static_cast<uint32_t>(count));
+    return;
+  }
+  count_ = static_cast<uint32_t>(count);
+}
+
+void ArrayData::CheckRoomForObjects(uint64_t count) {
+  void* probe = std::malloc(static_cast<size_t>(count * kObjectSize));
+  if (probe == nullptr) throw std::bad_alloc();
+  std::free(probe);
+}
+
+void ArrayData::AppendDefaults(uint32_t count) {
+  const uint32_t before = count_;
+  OwnedCell sample(kind_, ZeroCell());
+  try {
+    while (count_ < count) {
+      if (kind_ != Kind::Struct) {
+        Append(DefaultElement());
+        continue;
+      }
+      if ((count_ - before) % kSharedDefaults == 0) {
+        ReleaseCell(kind_, sample.Take());
+        sample.cell = DefaultElement();
+      }
+      Retain(sample.cell.st);
+      Append(sample.cell);
+    }
+  } catch (...) {
+    DropFrom(before);
+    throw;
+  }
+}
+
+Cell ArrayData::DefaultElement() const {
+  if (kind_ != Kind::Any) return DefaultCell(*element_);
+  Cell cell = ZeroCell();
+  cell.v = MakeVariable(element_, Name());
+  return cell;
+}
+
+void ArrayData::DropFrom(uint32_t count) {
+  if (IsManaged(kind_)) {
+    for (uint32_t at = count; at < count_; ++at) {
+      const Cell old = LoadRaw(at);
+      StoreRaw(at, ZeroCell());
+      ReleaseCell(kind_, old);
+    }
+  } else if (count < count_) {
+    std::memset(static_cast<char*>(data_) + size_t{count} * CellSize(), 0,
+                size_t{count_ - count} * CellSize());
+  }
+  if (boxes_ != nullptr) {
+    for (auto box = boxes_->begin(); box != boxes_->end();) {
+      if (box->first < count) {
+        ++box;
+        continue;
+      }
+      Variable* orphan = box->second;
+      box = boxes_->erase(box);
+      Variable::Delete(orphan);
+    }
+  }
+  count_ = count;
+  if (count > 0) return;
+  boxes_.reset();
+  std::free(data_);
+  data_ = nullptr;
+  capacity_ = 0;
+}
+
+void ArrayData::Swap(uint32_t a, uint32_t b) {
+  if (a == b) return;
+  const Cell first = LoadRaw(a);
+  StoreRaw(a, LoadRaw(b));
+  StoreRaw(b, first);
+  Variable* left = FindBox(a);
+  Variable* right = FindBox(b);
+  if (left == nullptr && right == nullptr) return;
+  // Insert before erasing, so that a failure for want of memory loses nothing.
+  if (left != nullptr) (*boxes_)[b] = left;
+  if (right != nullptr) (*boxes_)[a] = right;
+  if (left == nullptr) boxes_->erase(b);
+  if (right == nullptr) boxes_->erase(a);
+}
+
+void ArrayData::CloseGap(uint32_t at) {
+  const size_t size = CellSize();
+  char* gap = static_cast<char*>(data_) + size_t{at} * size;
+  std::memmove(gap, gap + size, static_cast<size_t>(count_ - at - 1) * size);
+  --count_;
+  StoreRaw(count_, ZeroCell());
+  if (boxes_ == nullptr || boxes_->empty()) return;
+  BoxMap moved;
+  for (const auto& [position, box] : *boxes_) moved[position > at ? position - 1 : position] = box;
+  *boxes_ = std::move(moved);
+}
+
+Cell ArrayData::Remove(uint32_t at) {
+  Variable* box = FindBox(at);
+  const Cell value = box != nullptr ? CopyCell(kind_, Peek(at)) : LoadRaw(at);
+  if (box != nullptr) {
+    boxes_->erase(at);
+    Variable::Delete(box);
+  }
+  CloseGap(at);
+  return value;
+}
+
+ArrayData* ArrayData::Copy() const {
+  OwnedCell copy(Kind::Array, ZeroCell());
+  ArrayData* array = copy.cell.a = New(element_);
+  array->Reserve(count_);
+  if (!IsManaged(kind_) && boxes_ == nullptr) {
+    if (count_ > 0) std::memcpy(array->data_, data_, size_t{count_} * CellSize());
+    array->count_ = count_;
+  } else {
+    for (uint32_t at = 0; at < count_; ++at) array->Append(CopyCell(kind_, Peek(at)));
+  }
+  return copy.Take().a;
+}
+
+void ArrayData::NeedBoxes() {
+  if (boxes_ == nullptr) boxes_ = std::make_unique<BoxMap>();
+}
+
+Variable* ArrayData::Box(uint32_t at) {
+  NeedBoxes();
+  if (HoldsObjects(kind_)) return Data<Cell>()[at].v;
+  Variable*& box = (*boxes_)[at];
+  if (box == nullptr) {
+    try {
+      box = MakeVariable(element_, Name(), LoadRaw(at));
+    } catch (...) {
+      boxes_->erase(at);
+      throw;
+    }
+    StoreRaw(at, ZeroCell());
+  }
+  return box;
+}
+
+void ArrayData::SetBox(uint32_t at, Variable* element) {
+  NeedBoxes();
+  if (HoldsObjects(kind_)) {
+    ReleaseCell(kind_, Data<Cell>()[at]);
+    Data<Cell>()[at].v = element;
+    return;
+  }
+  Variable*& box = (*boxes_)[at];
+  if (IsManaged(kind_)) ReleaseCell(kind_, LoadRaw(at));
+  StoreRaw(at, ZeroCell());
+  Variable::Delete(box);
+  box = element;
+}
+
+void ArrayData::AppendBox(Variable* element) {
+  NeedBoxes();
+  Cell cell = ZeroCell();
+  if (HoldsObjects(kind_)) {
+    cell.v = element;
+    Append(cell);
+    return;
+  }
+  Append(cell);
+  try {
+    (*boxes_)[count_ - 1] = element;
+  } catch (...) {
+    --count_;
+    throw;
+  }
+}
+
+Variable* ArrayData::RemoveBox(uint32_t at) {
+  Variable* element = Box(at);
+  if (!HoldsObjects(kind_)) boxes_->erase(at);
+  CloseGap(at);
+  return element;
+}
+
+void ArrayData::SweepBoxes() {
+  if (boxes_ == nullptr) return;
+  if (HoldsObjects(kind_)) {
+    for (uint32_t at = 0; at < count_; ++at) {
+      if (VariableAccess::Holders(*Data<Cell>()[at].v) > 0) return;
+    }
+    boxes_.reset();
+    return;
+  }
+  for (auto box = boxes_->begin(); box != boxes_->end();) {
+    if (!CanUnbox(*box->second, *element_)) {
+      ++box;
+      continue;
+    }
+    StoreRaw(box->first, Unbox(box->second));
+    box = boxes_->erase(box);
+  }
+  if (boxes_->empty()) boxes_.reset();
+}
+
+ArrayData* Unshare(ArrayData*& slot, const TypeRef& element) {
+  if (slot == nullptr) {
+    slot = ArrayData::New(element);
+  } else if (slot->IsShared()) {
+    ArrayData* copy = slot->Copy();
+    Release(slot);
+    slot = copy;
+  }
+  return slot;
+}
+
+ArrayData* ShareArray(ArrayData* array) {
+  if (array == nullptr) return nullptr;
+  if (array->HasBoxes()) return array->Copy();
+  Retain(array);
+  return array;
+}
+
+}  // namespace tamber

@@ -1,0 +1,654 @@
+#include "values/cellops.h"
+
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "kel/cipher.h"
+#include "kel/number.h"
+#include "values/arraydata.h"
+#include "values/strbuf.h"
+#include "values/structdata.h"
+#include "values/vararray.h"
+#include "values/varbool.h"
+#include "values/varchar.h"
+#include "values/vardouble.h"
+#include "values/varestring.h"
+#include "values/varfloat.h"
+#include "values/varhandle.h"
+#include "values/varint.h"
+#include "values/varnone.h"
+#include "values/varstring.h"
+#include "values/varstruct.h"
+
+namespace tamber {
+namespace {
+
+// --- destruction -------------------------------------------------------------------------------
+
+/// Arrays may hold arrays to any depth, and a script can build such a chain in a loop. Beyond some
+/// depth what is to be destroyed waits here, so that the native stack does not overflow.
+struct Graveyard {
+  static constexpr uint32_t kMaxDepth = 32;
+  RefObject** waiting;
+  size_t count;
+  size_t capacity;
+  uint32_t depth;
+
+  bool Add(RefObject* object) {
+    if (count == capacity) {
+      const size_t more = capacity * 2 + 64;
+      void* memory = std::realloc(static_cast<void*>(waiting), more * sizeof(RefObject*));
+      if (memory == nullptr) return false;
+      waiting = static_cast<RefObject**>(memory);
+      capacity = more;
+    }
+    waiting[count++] = object;
+    return true;
+  }
+  void Close() {
+    std::free(static_cast<void*>(waiting));
+    waiting = nullptr;
+    count = capacity = 0;
+  }
+};
+
+thread_local Graveyard graveyard;  // plain data: usable while a thread ends
+
+void DestroyText(StrBuf* text) {
+  if ((text->flags & StrBuf::kSecret) != 0) kel::Wipe(text->Data(), text->length);
+  std::free(static_cast<void*>(text));
+}
+
+void DestroyAggregate(RefObject* object) {
+  if (object->type == RefObject::Type::Array) {
+    ArrayData::Destroy(static_cast<ArrayData*>(object));
+  } else {
+    StructData::Destroy(static_cast<StructData*>(object));
+  }
+}
+
+// --- conversion --------------------------------------------------------------------------------
+
+int32_t IntOfHandle(void* handle) {
+  return static_cast<int32_t>(static_cast<uint32_t>(std::bit_cast<uintptr_t>(handle)));
+}
+
+/// A double beyond a float's range becomes an infinity.
+float NarrowToFloat(double value) {
+  constexpr double kMax = 3.4028235677973366e38;  // half a step above the largest float
+  if (value >= kMax) return std::numeric_limits<float>::infinity();
+  if (value <= -kMax) return -std::numeric_limits<float>::infinity();
+  return static_cast<float>(value);
+}
+
+char FirstByte(const StrBuf* text) { return TextOf(text).empty() ? '\0' : text->Data()[0]; }
+
+/// Whether the variable behind a cell answers better than the cell's bits.
+bool AsksVariable(Kind kind, Cell cell) { return HoldsObjects(kind) && cell.v != nullptr; }
+
+StrBuf* TextOfChars(const ArrayData* chars) {
+  if (chars == nullptr || chars->Count() == 0) return nullptr;
+  StrBuf* text = StrBuf::NewRaw(chars->Count());
+  if (chars->HasBoxes()) {
+    for (uint32_t i = 0; i < chars->Count(); ++i) {
+      text->Data()[i] = static_cast<char>(chars->Peek(i).i);
+    }
+  } else {
+    std::memcpy(text->Data(), chars->Data<int8_t>(), chars->Count());
+  }
+  return text;
+}
+
+/// The text that a string takes from a value it is compatible with.
+StrBuf* ConvertToText(Kind from, Cell in) {
+  switch (from) {
+    case Kind::String:
+      if (in.s != nullptr) Retain(in.s);
+      return in.s;
+    case Kind::EString: {
+      const auto& secret = static_cast<const VarEString&>(*in.v);
+      const std::string_view plain = secret.Plain();
+      return plain.empty() ? nullptr : StrBuf::New(plain);
+    }
+    case Kind::Char: {
+      const char byte = static_cast<char>(in.i);
+      return StrBuf::New({&byte, 1});
+    }
+    case Kind::Array:
+      return TextOfChars(in.a);
+    default:
+      return nullptr;
+  }
+}
+
+Variable* ConvertToEString(Kind from, Cell in) {
+  OwnedCell made(Kind::EString, ZeroCell());
+  auto* secret = new VarEString(Name(), 0);
+  made.cell.v = secret;
+  if (from == Kind::EString) {
+    secret->ShareText(static_cast<const VarEString&>(*in.v));
+  } else {
+    OwnedCell text(Kind::String, ZeroCell());
+    text.cell.s = ConvertToText(from, in);
+    secret->SetPlain(TextOf(text.cell.s));
+  }
+  return made.Take().v;
+}
+
+bool SameStorage(const TypeDesc& to, const TypeDesc& from) {
+  return to.GetKind() == from.GetKind() && to.IsSame(from) &&
+         to.Layout().Get() == from.Layout().Get();
+}
+
+/// Elements are converted one by one, so that a typed array never holds anything else.
+bool ConvertElements(const TypeRef& to, const ArrayData& from, OwnedCell& made) {
+  static const TypeDesc& unknown = *TypeDesc::Of(Kind::Any);
+  const TypeDesc& source = from.StorageKind() == Kind::Any ? unknown : *from.ElementType();
+  made.cell.a = ArrayData::New(to);
+  made.cell.a->Reserve(from.Count());
+  for (uint32_t i = 0; i < from.Count(); ++i) {
+    Cell element = ZeroCell();
+    if (!ConvertCell(*to, source, from.Peek(i), element)) return false;
+    made.cell.a->Append(element);
+  }
+  return true;
+}
+
+bool ConvertArray(const TypeDesc& to, const TypeDesc& from, Cell in, Cell& out) {
+  OwnedCell made(Kind::Array, ZeroCell());
+  if (in.a == nullptr) {
+    // An empty array still tells a generic one what its elements are.
+    if (!to.Element() && from.Element()) made.cell.a = ArrayData::New(from.Element());
+  } else if (!to.Element() ||
+             (in.a->ElementType() && SameStorage(*to.Element(), *in.a->ElementType()))) {
+    made.cell.a = ShareArray(in.a);
+  } else if (!ConvertElements(to.Element(), *in.a, made)) {
+    return false;
+  }
+  out = made.Take();
+  return true;
+}
+
+/// Members are matched by name; those that the source lacks stay empty.
+bool ConvertStruct(const TypeDesc& to, Cell in, Cell& out) {
+  if (in.st->Layout().Get() == to.Layout().Get()) {
+    out.st = ShareStruct(in.st);
+    return true;
+  }
+  OwnedCell made(Kind::Struct, ZeroCell());
+  made.cell.st = StructData::New(to.Layout());
+  const auto& targets = to.Layout()->Members();
+  const StructLayout& source = *in.st->Layout();
+  for (uint32_t i = 0; i < targets.size(); ++i) {
+    const int32_t at = source.Find(targets[i].name.View());
+    if (at < 0) continue;
+    const auto member = static_cast<uint32_t>(at);
+    Cell value = ZeroCell();
+    if (!ConvertCell(*targets[i].type, *source.Members()[member].type, in.st->Peek(member),
+                     value)) {
+      return false;
+    }
+    made.cell.st->Put(i, value);
+  }
+  out = made.Take();
+  return true;
+}
+
+void* ConvertToHandle(Kind from, Cell in) {
+  return from == Kind::Handle ? in.p : HandleOfInt(CellToInt(from, in));
+}
+
+Variable* CopyToVariable(const TypeDesc& type, Cell in) {
+  OwnedCell copy(type.GetKind(), CopyCell(type.GetKind(), in));
+  Variable* variable = MakeVariable(TypeRef(&type), Name(), copy.cell);
+  copy.Take();
+  return variable;
+}
+
+Variable* MakeTypedArray(const TypeRef& type, const Name& name) {
+  switch (type->Element() ? type->Element()->GetKind() : Kind::None) {
+    case Kind::Bool:
+      return new VarBooleanArray(type, name, 0);
+    case Kind::Char:
+      return new VarCharArray(type, name, 0);
+    case Kind::Int:
+      return new VarIntegerArray(type, name, 0);
+    case Kind::Float:
+      return new VarFloatArray(type, name, 0);
+    case Kind::Double:
+      return new VarDoubleArray(type, name, 0);
+    case Kind::String:
+      return new VarStringArray(type, name, 0);
+    case Kind::EString:
+      return new VarEStringArray(type, name, 0);
+    case Kind::Handle:
+      return new VarHandleArray(type, name, 0);
+    case Kind::Struct:
+      return new VarStructArray(type, name, 0);
+    default:
+      return new VarArray(type, name, 0);
+  }
+}
+
+Variable* MakeEmpty(const TypeRef& type, const Name& name) {
+  switch (type->GetKind()) {
+    case Kind::Bool:
+      return new VarBoolean(name, 0);
+    case Kind::Char:
+      return new VarChar(name, 0);
+    case Kind::Int:
+      return new VarInteger(name, 0);
+    case Kind::Float:
+      return new VarFloat(name, 0);
+    case Kind::Double:
+      return new VarDouble(name, 0);
+    case Kind::String:
+      return new VarString(name, 0);
+    case Kind::EString:
+      return new VarEString(name, 0);
+    case Kind::Handle:
+      return new VarHandle(type, name, 0);
+    case Kind::Array:
+      return MakeTypedArray(type, name);
+    default:
+      return new VarNone(name, 0);
+  }
+}
+
+}  // namespace
+
+void DestroyObject(RefObject* object) {
+  if (object->type == RefObject::Type::String) {
+    DestroyText(static_cast<StrBuf*>(object));
+    return;
+  }
+  Graveyard& yard = graveyard;
+  if (yard.depth >= Graveyard::kMaxDepth && yard.Add(object)) return;
+  ++yard.depth;
+  DestroyAggregate(object);
+  while (yard.depth == 1 && yard.count > 0) DestroyAggregate(yard.waiting[--yard.count]);
+  --yard.depth;
+  if (yard.depth == 0 && yard.waiting != nullptr) yard.Close();
+}
+
+void ReleaseCell(Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::String:
+      if (cell.s != nullptr) Release(cell.s);
+      break;
+    case Kind::Struct:
+      if (cell.st != nullptr) Release(cell.st);
+      break;
+    case Kind::Array:
+      if (cell.a != nullptr) Release(cell.a);
+      break;
+    case Kind::EString:
+    case Kind::Any:
+      Variable::Delete(cell.v);
+      break;
+    default:
+      break;
+  }
+}
+
+Cell CopyCell(Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::String:
+      if (cell.s != nullptr) Retain(cell.s);
+      break;
+    case Kind::Struct:
+      cell.st = ShareStruct(cell.st);
+      break;
+    case Kind::Array:
+      cell.a = ShareArray(cell.a);
+      break;
+    case Kind::EString:
+    case Kind::Any:
+      cell.v = cell.v->Clone();
+      cell.v->SetOwnName(Name());
+      cell.v->SetVarFlags(0);
+      break;
+    default:
+      break;
+  }
+  return cell;
+}
+
+Cell DefaultCell(const TypeDesc& type) {
+  static const Ref<StructLayout>& empty = *new Ref<StructLayout>(StructLayout::Make(Name(), {}));
+  Cell cell = ZeroCell();
+  switch (type.GetKind()) {
+    case Kind::Struct:
+      cell.st = StructData::New(type.Layout() ? type.Layout() : empty);
+      break;
+    case Kind::EString:
+      cell.v = new VarEString(Name(), 0);
+      break;
+    case Kind::Any:
+      cell.v = new VarNone(Name(), 0);
+      break;
+    default:
+      break;
+  }
+  return cell;
+}
+
+void StoreCell(Kind kind, Cell& slot, Cell value) {
+  if (kind == Kind::EString && slot.v != nullptr) {
+    static_cast<VarEString*>(slot.v)->ShareText(static_cast<const VarEString&>(*value.v));
+    Variable::Delete(value.v);
+    return;
+  }
+  if (kind == Kind::Struct && slot.st != nullptr && slot.st != value.st && slot.st->HasBoxes()) {
+    OwnedCell source(kind, value);
+    for (uint32_t i = 0; i < slot.st->Count(); ++i) {
+      slot.st->Put(i, CopyCell(slot.st->MemberKind(i), source.cell.st->Peek(i)));
+    }
+    return;
+  }
+  const Cell old = slot;
+  slot = value;
+  ReleaseCell(kind, old);
+}
+
+void StoreInto(Variable& box, const TypeDesc& type, Cell value) {
+  const TypeDesc& own = *TypeOf(box);
+  if (own.GetKind() == Kind::Struct && own.Layout().Get() != type.Layout().Get()) {
+    // A host gave this structure further members; those that both know are taken over.
+    OwnedCell source(Kind::Struct, value);
+    static_cast<void>(AssignCell(box, type, value));
+    return;
+  }
+  StoreCell(type.GetKind(), VariableAccess::CellOf(box), value);
+}
+
+bool CanUnbox(Variable& box, const TypeDesc& type) {
+  if (VariableAccess::Holders(box) > 0) return false;
+  Cell& cell = VariableAccess::CellOf(box);
+  if (type.GetKind() == Kind::Struct) {
+    cell.st->SweepBoxes();
+    return !cell.st->HasBoxes() && cell.st->Layout().Get() == type.Layout().Get();
+  }
+  if (type.GetKind() == Kind::Array && cell.a != nullptr) {
+    cell.a->SweepBoxes();
+    return !cell.a->HasBoxes();
+  }
+  return true;
+}
+
+Cell Unbox(Variable* box) {
+  Cell& cell = VariableAccess::CellOf(*box);
+  const Cell value = cell;
+  cell = ZeroCell();
+  Variable::Delete(box);
+  return value;
+}
+
+int32_t CellToInt(Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::Bool:
+    case Kind::Char:
+    case Kind::Int:
+      return cell.i;
+    case Kind::Float:
+      return kel::DoubleToInt32(static_cast<double>(cell.f));
+    case Kind::Double:
+      return kel::DoubleToInt32(cell.d);
+    case Kind::Handle:
+      return IntOfHandle(cell.p);
+    default:
+      return AsksVariable(kind, cell) ? cell.v->GetIntegerValue() : 0;
+  }
+}
+
+int32_t CellToBool(Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::Float:
+      return cell.f != 0.0F;
+    case Kind::Double:
+      return cell.d != 0.0;
+    case Kind::Handle:
+      return cell.p != nullptr;
+    case Kind::String:
+      return FirstByte(cell.s) != '\0';
+    default:
+      return AsksVariable(kind, cell) ? cell.v->GetBoolValue() : CellToInt(kind, cell);
+  }
+}
+
+int32_t CellToChar(Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::String:
+      return static_cast<int8_t>(FirstByte(cell.s));
+    case Kind::Handle:
+      return 0;
+    default:
+      if (AsksVariable(kind, cell)) return static_cast<int8_t>(cell.v->GetCharValue());
+      return static_cast<int8_t>(CellToInt(kind, cell));
+  }
+}
+
+float CellToFloat(Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::Float:
+      return cell.f;
+    case Kind::Bool:
+    case Kind::Char:
+    case Kind::Int:
+      return static_cast<float>(cell.i);
+    default:
+      return NarrowToFloat(CellToDouble(kind, cell));
+  }
+}
+
+double CellToDouble(Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::Bool:
+    case Kind::Char:
+    case Kind::Int:
+      return cell.i;
+    case Kind::Float:
+      return static_cast<double>(cell.f);
+    case Kind::Double:
+      return cell.d;
+    default:
+      return AsksVariable(kind, cell) ? cell.v->GetDoubleValue() : 0;
+  }
+}
+
+void* HandleOfInt(int32_t value) {
+  return std::bit_cast<void*>(static_cast<uintptr_t>(static_cast<intptr_t>(value)));
+}
+
+bool ConvertCell(const TypeDesc& to, const TypeDesc& from, Cell in, Cell& out) {
+  if (from.GetKind() == Kind::Any && in.v != nullptr) {
+    return ConvertCell(to, *TypeOf(*in.v), *CellOf(*in.v), out);
+  }
+  if (!to.Accepts(from)) return false;
+  const Kind kind = from.GetKind();
+  Cell made = ZeroCell();
+  switch (to.GetKind()) {
+    case Kind::None:
+      break;
+    case Kind::Bool:
+      made.i = CellToBool(kind, in) != 0;
+      break;
+    case Kind::Char:
+      made.i = CellToChar(kind, in);
+      break;
+    case Kind::Int:
+      made.i = CellToInt(kind, in);
+      break;
+    case Kind::Float:
+      made.f = CellToFloat(kind, in);
+      break;
+    case Kind::Double:
+      made.d = CellToDouble(kind, in);
+      break;
+    case Kind::String:
+      made.s = ConvertToText(kind, in);
+      break;
+    case Kind::EString:
+      made.v = ConvertToEString(kind, in);
+      break;
+    case Kind::Handle:
+      made.p = ConvertToHandle(kind, in);
+      break;
+    case Kind::Struct:
+      if (!ConvertStruct(to, in, made)) return false;
+      break;
+    case Kind::Array:
+      if (!ConvertArray(to, from, in, made)) return false;
+      break;
+    case Kind::Any:
+      made.v = CopyToVariable(from, in);
+      break;
+  }
+  out = made;
+  return true;
+}
+
+void AppendCellText(std::string& out, Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::Bool:
+      out += cell.i != 0 ? "TRUE" : "FALSE";
+      break;
+    case Kind::Char:
+      out.push_back(static_cast<char>(cell.i));
+      break;
+    case Kind::Int:
+    case Kind::Handle:
+      out += std::to_string(CellToInt(kind, cell));
+      break;
+    case Kind::Float:
+      out += kel::ShortestText(cell.f);
+      break;
+    case Kind::Double:
+      out += kel::ShortestText(cell.d);
+      break;
+    case Kind::String:
+      out += TextOf(cell.s);
+      break;
+    case Kind::EString:
+      out += static_cast<const VarEString&>(*cell.v).Plain();
+      break;
+    default:
+      break;
+  }
+}
+
+Variable* MakeVariable(const TypeRef& type, const Name& name, Cell cell) {
+  switch (type->GetKind()) {
+    case Kind::Struct:
+      return new VarStruct(type, name, cell.st);
+    case Kind::EString:
+    case Kind::Any:
+      cell.v->SetOwnName(name);
+      return cell.v;
+    default: {
+      Variable* variable = MakeEmpty(type, name);
+      VariableAccess::CellOf(*variable) = cell;
+      return variable;
+    }
+  }
+}
+
+Variable* MakeVariable(const TypeRef& type, const Name& name) {
+  OwnedCell value(type->GetKind(), DefaultCell(*type));
+  Variable* variable = MakeVariable(type, name, value.cell);
+  value.Take();
+  return variable;
+}
+
+const TypeRef& TypeOf(const Variable& variable) {
+  const Variable& behind = LookThrough(variable);
+  switch (VariableAccess::KindOf(behind)) {
+    case Kind::Handle:
+      return static_cast<const VarHandle&>(behind).Type();
+    case Kind::Struct:
+      return static_cast<const VarStruct&>(behind).Type();
+    case Kind::Array:
+      return static_cast<const VarArray&>(behind).Type();
+    default:
+      return TypeDesc::Of(VariableAccess::KindOf(behind));
+  }
+}
+
+bool AssignCell(Variable& target, const TypeDesc& from, Cell in) {
+  Variable& behind = LookThrough(target);
+  const Kind kind = VariableAccess::KindOf(behind);
+  Cell& slot = VariableAccess::CellOf(behind);
+  const TypeDesc& to = *TypeOf(behind);
+  if (kind == Kind::Array && from.IsArray() && in.a == slot.a && in.a != nullptr) {
+    return to.Accepts(from);  // its own elements: references to them stay
+  }
+  Cell value = ZeroCell();
+  if (!ConvertCell(to, from, in, value)) return false;
+  StoreCell(kind, slot, value);
+  return true;
+}
+
+int32_t AssignVariable(Variable& target, Variable* source) {
+  bool assigned = false;
+  if (source == nullptr) return 0;
+  Attempt([&] { assigned = AssignCell(target, *TypeOf(*source), *CellOf(*source)); });
+  return assigned;
+}
+
+bool AppendValue(ArrayData*& slot, const TypeRef& element, const TypeRef& from, Cell in) {
+  if (from->GetKind() == Kind::Any && in.v != nullptr) {
+    return AppendValue(slot, element, TypeOf(*in.v), *CellOf(*in.v));
+  }
+  if (from->GetKind() == Kind::None) return false;
+  TypeRef type = slot != nullptr && slot->ElementType() ? slot->ElementType() : element;
+  const bool empty = slot == nullptr || slot->Count() == 0;
+  if (!type && empty) type = from;
+  const Kind storage = ArrayData::StorageOf(type);
+  OwnedCell value(storage, ZeroCell());
+  if (storage == Kind::Any) {
+    if (type && !type->Accepts(*from)) return false;
+    if (type) {
+      Cell converted = ZeroCell();
+      if (!ConvertCell(*type, *from, in, converted)) return false;
+      OwnedCell guard(type->GetKind(), converted);
+      value.cell.v = MakeVariable(type, Name(), converted);
+      guard.Take();
+    } else if (!ConvertCell(*TypeDesc::Of(Kind::Any), *from, in, value.cell)) {
+      return false;
+    }
+  } else if (!ConvertCell(*type, *from, in, value.cell)) {
+    return false;
+  }
+  ArrayData* array = Unshare(slot, element);
+  if (empty && !array->ElementType()) array->SetElementType(type);
+  array->Append(value.cell);
+  value.Take();
+  return true;
+}
+
+bool AppendValue(Variable& array, const TypeRef& from, Cell in) {
+  Variable& behind = LookThrough(array);
+  if (VariableAccess::KindOf(behind) != Kind::Array) return false;
+  return AppendValue(VariableAccess::CellOf(behind).a, TypeOf(behind)->Element(), from, in);
+}
+
+bool ResizeArray(ArrayData*& slot, const TypeRef& element, int64_t delta) {
+  const int64_t count = slot != nullptr ? slot->Count() : 0;
+  const bool grows = delta > 0 && (element || (slot != nullptr && slot->ElementType()));
+  if (!grows && (delta >= 0 || count == 0)) return true;
+  return Attempt([&] {
+    const int64_t wanted = delta < -count ? 0 : count + delta;
+    Unshare(slot, element)->Resize(static_cast<uint64_t>(wanted));
+  });
+}
+
+bool ResizeArray(Variable& array, int64_t delta) {
+  Variable& behind = LookThrough(array);
+  if (VariableAccess::KindOf(behind) != Kind::Array) return true;
+  return ResizeArray(VariableAccess::CellOf(behind).a, TypeOf(behind)->Element(), delta);
+}
+
+}  // namespace tamber

@@ -1,0 +1,108 @@
+#include "values/strbuf.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <new>
+
+namespace tamber {
+namespace {
+
+constexpr uint64_t kMaxCapacity = StrBuf::kMaxLength + StrBuf::kSpare - 1;
+constexpr uint8_t kNoFlags = 0;
+
+uint64_t AllocationSize(uint64_t capacity) { return sizeof(StrBuf) + capacity + 1; }
+
+/// Room for texts that grow: repeated appends must cost linear time altogether.
+uint64_t GrownCapacity(uint64_t length) {
+  const uint64_t wanted = length + std::max<uint64_t>(StrBuf::kSpare, length / 2);
+  return std::min(wanted, kMaxCapacity);
+}
+
+void CheckLength(uint64_t length) {
+  if (length > StrBuf::kMaxLength) throw std::bad_alloc();
+}
+
+void Terminate(StrBuf* text, uint64_t length) {
+  text->length = static_cast<uint32_t>(length);
+  text->Data()[length] = '\0';
+}
+
+}  // namespace
+
+StrBuf* StrBuf::WithCapacity(uint64_t length, uint64_t capacity) {
+  void* memory = std::malloc(AllocationSize(capacity));
+  if (memory == nullptr) throw std::bad_alloc();
+  StrBuf* text =
+      new (memory) StrBuf(static_cast<uint32_t>(length), static_cast<uint32_t>(capacity));
+  text->flags = kNoFlags;
+  text->Data()[length] = '\0';
+  return text;
+}
+
+StrBuf* StrBuf::NewRaw(uint64_t length) {
+  CheckLength(length);
+  return WithCapacity(length, std::min(length + kSpare, kMaxCapacity));
+}
+
+StrBuf* StrBuf::New(std::string_view text) {
+  StrBuf* buffer = NewRaw(text.size());
+  if (!text.empty()) std::memcpy(buffer->Data(), text.data(), text.size());
+  return buffer;
+}
+
+StrBuf* StrBuf::Join(std::string_view left, std::string_view right) {
+  if (left.empty() && right.empty()) return nullptr;
+  StrBuf* buffer = NewRaw(uint64_t{left.size()} + right.size());
+  if (!left.empty()) std::memcpy(buffer->Data(), left.data(), left.size());
+  if (!right.empty()) std::memcpy(buffer->Data() + left.size(), right.data(), right.size());
+  return buffer;
+}
+
+StrBuf* StrBuf::Extended(StrBuf* text, std::string_view tail, uint64_t length) {
+  StrBuf* longer = WithCapacity(text->length, GrownCapacity(length));
+  std::memcpy(longer->Data(), text->Data(), text->length);
+  std::memcpy(longer->Data() + text->length, tail.data(), tail.size());
+  Terminate(longer, length);
+  return longer;
+}
+
+StrBuf* StrBuf::Enlarged(StrBuf* text, uint64_t capacity) {
+  void* memory = std::realloc(static_cast<void*>(text), AllocationSize(capacity));
+  if (memory == nullptr) throw std::bad_alloc();
+  StrBuf* moved = static_cast<StrBuf*>(memory);
+  moved->capacity = static_cast<uint32_t>(capacity);
+  return moved;
+}
+
+void AppendText(StrBuf*& slot, std::string_view tail) {
+  if (tail.empty()) return;
+  StrBuf* text = slot;
+  if (text == nullptr) {
+    slot = StrBuf::New(tail);
+    return;
+  }
+  const uint64_t length = uint64_t{text->length} + tail.size();
+  CheckLength(length);
+  if (text->IsShared() || (text->flags & StrBuf::kSecret) != 0) {
+    StrBuf* longer = StrBuf::Extended(text, tail, length);
+    longer->flags = text->flags;
+    Release(text);
+    slot = longer;
+    return;
+  }
+  if (length + StrBuf::kSpare > text->capacity && text->capacity < kMaxCapacity) {
+    const std::less<const char*> before;
+    const bool inside =
+        !before(tail.data(), text->Data()) && before(tail.data(), text->Data() + text->length);
+    const size_t offset = inside ? static_cast<size_t>(tail.data() - text->Data()) : 0;
+    text = StrBuf::Enlarged(text, GrownCapacity(length));
+    slot = text;
+    if (inside) tail = {text->Data() + offset, tail.size()};
+  }
+  std::memcpy(text->Data() + text->length, tail.data(), tail.size());
+  Terminate(text, length);
+}
+
+}  // namespace tamber

@@ -1,0 +1,154 @@
+#include "values/structdata.h"
+
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#include "values/arraydata.h"
+#include "values/cellops.h"
+#include "values/variable.h"
+
+namespace tamber {
+
+StructData::StructData(const Ref<StructLayout>& layout) : RefObject(Type::Struct), layout_(layout) {
+  for (uint32_t i = 0; i < Count(); ++i) Cells()[i] = ZeroCell();
+}
+
+StructData::~StructData() {
+  const auto& members = layout_->Members();
+  for (uint32_t i = 0; i < Count(); ++i) ReleaseCell(members[i].type->GetKind(), Cells()[i]);
+  if (boxes_ == nullptr) return;
+  for (uint32_t i = 0; i < Count(); ++i) Variable::Delete(boxes_[i]);
+  std::free(boxes_);
+}
+
+StructData* StructData::Allocate(const Ref<StructLayout>& layout) {
+  void* memory = std::malloc(sizeof(StructData) + layout->Members().size() * sizeof(Cell));
+  if (memory == nullptr) throw std::bad_alloc();
+  return new (memory) StructData(layout);
+}
+
+StructData* StructData::New(const Ref<StructLayout>& layout) {
+  OwnedCell data(Kind::Struct, ZeroCell());
+  data.cell.st = Allocate(layout);
+  for (uint32_t i = 0; i < data.cell.st->Count(); ++i) {
+    const StructLayout::Member& member = layout->Members()[i];
+    Cell& cell = data.cell.st->Cells()[i];
+    cell = DefaultCell(*member.type);
+    if (member.arraySize > 0 && member.type->IsArray()) {
+      Unshare(cell.a, member.type->Element())->Resize(member.arraySize);
+    }
+  }
+  return data.Take().st;
+}
+
+void StructData::Destroy(StructData* data) {
+  data->~StructData();
+  std::free(static_cast<void*>(data));
+}
+
+StructData* StructData::Copy() const {
+  OwnedCell copy(Kind::Struct, ZeroCell());
+  copy.cell.st = Allocate(layout_);
+  for (uint32_t i = 0; i < Count(); ++i)
+    copy.cell.st->Cells()[i] = CopyCell(MemberKind(i), Peek(i));
+  return copy.Take().st;
+}
+
+Cell StructData::Peek(uint32_t member) const {
+  if (boxes_ != nullptr && boxes_[member] != nullptr) {
+    return VariableAccess::CellOf(*boxes_[member]);
+  }
+  return Cells()[member];
+}
+
+Cell* StructData::Slot(uint32_t member) {
+  if (boxes_ != nullptr && boxes_[member] != nullptr) {
+    return &VariableAccess::CellOf(*boxes_[member]);
+  }
+  return &Cells()[member];
+}
+
+void StructData::Put(uint32_t member, Cell value) {
+  if (boxes_ != nullptr && boxes_[member] != nullptr) {
+    StoreInto(*boxes_[member], *layout_->Members()[member].type, value);
+  } else {
+    StoreCell(MemberKind(member), Cells()[member], value);
+  }
+}
+
+Variable* StructData::Box(uint32_t member) {
+  const StructLayout::Member& description = layout_->Members()[member];
+  NeedBoxes();
+  if (HoldsObjects(description.type->GetKind())) {
+    Cells()[member].v->SetOwnName(description.name);
+    return Cells()[member].v;
+  }
+  if (boxes_[member] == nullptr) {
+    boxes_[member] = MakeVariable(description.type, description.name, Cells()[member]);
+    Cells()[member] = ZeroCell();
+  }
+  return boxes_[member];
+}
+
+void StructData::SetBox(uint32_t member, Variable* object) {
+  NeedBoxes();
+  const Kind kind = MemberKind(member);
+  ReleaseCell(kind, Cells()[member]);
+  Cells()[member] = ZeroCell();
+  if (HoldsObjects(kind)) {
+    Cells()[member].v = object;
+    return;
+  }
+  Variable::Delete(boxes_[member]);
+  boxes_[member] = object;
+}
+
+void StructData::TakeMembers(StructData& other) {
+  if (other.boxes_ != nullptr) NeedBoxes();
+  for (uint32_t i = 0; i < other.Count() && i < Count(); ++i) {
+    std::swap(Cells()[i], other.Cells()[i]);
+    if (other.boxes_ != nullptr) std::swap(boxes_[i], other.boxes_[i]);
+  }
+}
+
+void StructData::NeedBoxes() {
+  if (boxes_ != nullptr) return;
+  boxes_ = static_cast<Variable**>(std::calloc(Count() + 1, sizeof(Variable*)));
+  if (boxes_ == nullptr) throw std::bad_alloc();
+}
+
+void StructData::SweepBoxes() {
+  if (boxes_ == nullptr) return;
+  bool kept = false;
+  for (uint32_t i = 0; i < Count(); ++i) {
+    const TypeDesc& memberType = *layout_->Members()[i].type;
+    if (HoldsObjects(memberType.GetKind())) {
+      kept |= VariableAccess::Holders(*Cells()[i].v) > 0;
+    } else if (boxes_[i] != nullptr && CanUnbox(*boxes_[i], memberType)) {
+      Cells()[i] = Unbox(boxes_[i]);
+      boxes_[i] = nullptr;
+    }
+    kept |= boxes_[i] != nullptr;
+  }
+  if (kept) return;
+  std::free(boxes_);
+  boxes_ = nullptr;
+}
+
+StructData* Unshare(StructData*& slot) {
+  if (slot->IsShared()) {
+    StructData* copy = slot->Copy();
+    Release(slot);
+    slot = copy;
+  }
+  return slot;
+}
+
+StructData* ShareStruct(StructData* data) {
+  if (data->HasBoxes()) return data->Copy();
+  Retain(data);
+  return data;
+}
+
+}  // namespace tamber

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "values/varscalar.h"
+
+class VarBoolean;
+
+template <>
+struct tamber::ScalarTraits<VarBoolean> {
+  static constexpr Kind kKind = Kind::Bool;
+  static constexpr Variable::enum_TypeId kId = Variable::Boolean;
+};
+
+/// Script type "bool": holds 0 or 1.
+class TAMBER_API VarBoolean final : public tamber::VarScalar<VarBoolean> {
+ public:
+  using VarScalar::VarScalar;
+  void SetBoolValue(int32_t value) override;
+
+ private:
+  friend class tamber::VarScalar<VarBoolean>;
+  VarBoolean(const VarBoolean&) = default;
+};
+
+extern template class tamber::VarScalar<VarBoolean>;

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "values/varstring.h"
+
+class TamberContext;
+
+/// Script type "estring": a string whose text lies enciphered in memory, in dumps and in sessions.
+///
+/// Getters hand out plain text, so that scripts use it like any string; it stands in a buffer of
+/// this variable that is wiped by the next getter, by a change and on destruction. Lengths are
+/// those of the plain text.
+class TAMBER_API VarEString final : public VarString {
+ public:
+  VarEString(const KelString& name, uint32_t flags)
+      : VarEString(tamber::Name(name.View()), flags) {}
+  VarEString(const tamber::Name& name, uint32_t flags);
+  ~VarEString() override;
+
+  Variable* Clone() const override;
+  void SetStringValue(const char* text, uint32_t len) override;
+  void SetStringValue(const KelString& text) override;
+  const char* GetStringValue() const override;
+  int32_t GetBoolValue() const override;
+  char GetCharValue() const override;
+  uint32_t GetLength() override;
+  bool IsEString() const override;
+
+  /// Enciphers the text anew, so that equal texts cannot be told by equal bytes.
+  void EncryptString(TamberContext* context);
+
+  /// Takes over a text. Throws std::bad_alloc and keeps the old one then.
+  void SetPlain(std::string_view text);
+  /// Shares the enciphered text of another.
+  void ShareText(const VarEString& other);
+  /// The plain text, in the buffer that getters use. Throws std::bad_alloc.
+  std::string_view Plain() const;
+  /// The enciphered bytes as they lie in memory, on loan.
+  std::string_view CipherBytes() const { return tamber::TextOf(cipher_); }
+  /// What sessions keep: the number the cipher started from and the enciphered bytes.
+  std::string Sealed() const;
+  /// Takes over what Sealed gave; false for bytes that cannot be such.
+  bool SetSealed(std::string_view sealed);
+
+ private:
+  VarEString(const VarEString& other);
+  void Replace(tamber::StrBuf* cipher, uint64_t nonce);
+  void ForgetPlain() const;
+  char FirstByte() const;
+
+  uint64_t nonce_ = 0;
+  tamber::StrBuf* cipher_ = nullptr;
+  mutable tamber::StrBuf* plain_ = nullptr;
+};

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "values/typedesc.h"
+#include "values/varordered.h"
+
+/// A handle that a built-in gave out: an opaque value and the name of its handle type.
+///
+/// Passing a handle through an integer keeps its low 32 bits only.
+class TAMBER_API VarHandle final : public tamber::OrderedVariable {
+ public:
+  VarHandle(const KelString& name, const KelString& handleTypeName, uint32_t flags);
+  /// Of the general type "varhandle".
+  VarHandle(const KelString& name, uint32_t flags);
+  VarHandle(const tamber::TypeRef& type, const tamber::Name& name, uint32_t flags)
+      : OrderedVariable(Handle, tamber::Kind::Handle, name, flags), type_(type) {}
+
+  Variable* Clone() const override;
+  void SetHandleValue(void* value) override;
+  int32_t GetBoolValue() const override;
+  int32_t GetIntegerValue() const override;
+  void* GetHandleValue() const override;
+  KelString GetHandleName() const override;
+
+  const tamber::TypeRef& Type() const { return type_; }
+
+ private:
+  VarHandle(const VarHandle&) = default;
+
+  tamber::TypeRef type_;
+};

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "kel/export.h"
+#include "kel/kelstring.h"
+#include "values/variable.h"
+
+/// An ordered list of variables that it owns, found by 0-based position or by name.
+///
+/// A list keeps the order of insertion or, in sort mode, the order of names. Names are those that
+/// the variables carry themselves (a reference its own) and are compared without regard to ASCII
+/// case. A position is good until the list next changes.
+class TAMBER_API VarList {
+ public:
+  static constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+
+  explicit VarList(bool sorted = false) : sorts_(sorted) {}
+  /// Clones every variable.
+  VarList(const VarList& other);
+  VarList(VarList&& other) noexcept;
+  VarList& operator=(VarList other) noexcept;
+  ~VarList();
+
+  bool IsSortMode() const { return sorts_; }
+  /// Sort mode takes effect with the next look-up or insertion.
+  void SetSortMode(bool sorted);
+  uint32_t GetCount() const { return static_cast<uint32_t>(items_.size()); }
+
+  /// Position of the first variable of this name, or kNotFound.
+  uint32_t Find(std::string_view name) const;
+  uint32_t Find(const tamber::Name& name) const;
+  /// The variable, on loan; null when there is none.
+  Variable* Get(uint32_t position) const;
+  Variable* Get(std::string_view name) const;
+
+  /// Takes the variable over and gives its position: the sorted place in sort mode, else the end.
+  /// With `unique`, a variable of that name that is there already stays: its position is given,
+  /// `*inserted` is false, and the new one remains the caller's. Null gives kNotFound.
+  uint32_t Insert(Variable* variable, bool unique = false, bool* inserted = nullptr);
+  /// Takes a variable out; its holder becomes the caller's. Null when out of range.
+  Variable* Remove(uint32_t position);
+  Variable* Remove(std::string_view name);
+  void Delete(uint32_t position);
+  /// Puts a variable, taking it over, in the place of another, which is released. False: out of
+  /// range, nothing taken over.
+  bool Replace(uint32_t position, Variable* variable);
+  void Swap(uint32_t first, uint32_t second);
+  /// Sorts by name; variables of one name keep their order.
+  void Sort();
+  void Clear();
+
+ private:
+  void SortIfNeeded() const;
+  uint32_t FindSorted(std::string_view name) const;
+  uint32_t FindIndexed(std::string_view name, uint32_t hash) const;
+  uint32_t FindHashed(std::string_view name, uint32_t hash) const;
+  void BuildIndex() const;
+  void AddToIndex(uint32_t position) const;
+  void DropIndex() { index_.clear(); }
+
+  mutable std::vector<Variable*> items_;
+  mutable std::vector<uint32_t> index_;  // open addressing by folded hash; empty: not built
+  bool sorts_;
+  mutable bool sortedNow_ = true;  // looked at in sort mode only
+};

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "values/variable.h"
+
+/// No value: what a procedure without a result gives.
+class TAMBER_API VarNone final : public Variable {
+ public:
+  VarNone(const KelString& name, uint32_t flags) : VarNone(tamber::Name(name.View()), flags) {}
+  VarNone(const tamber::Name& name, uint32_t flags)
+      : Variable(None, tamber::Kind::None, name, flags) {}
+  Variable* Clone() const override;
+  void Dump(KelString& out, const KelString& indent) const override;
+  void DumpValue(KelString& out, const KelString& indent) const override;
+  void DumpType(KelString& out, const KelString& indent, int32_t reserved) const override;
+
+ private:
+  VarNone(const VarNone&) = default;
+};
