@@ -7,7 +7,7 @@
 
 /// What the operators compute on plain values. The evaluation stack and the typed code of compiled
 /// expressions share these bodies, so that both give the same answer.
-namespace tamber::arith {
+namespace tamber {
 
 // Integers wrap around modulo 2^32.
 constexpr int32_t AddInt(int32_t a, int32_t b) {
@@ -71,4 +71,24 @@ constexpr int CompareText(std::string_view a, std::string_view b, bool caseSensi
   }
 }
 
-}  // namespace tamber::arith
+/// The operations in whichever number type they are carried out.
+namespace arith {
+
+constexpr int32_t Add(int32_t a, int32_t b) { return AddInt(a, b); }
+constexpr float Add(float a, float b) { return a + b; }
+constexpr double Add(double a, double b) { return a + b; }
+constexpr int32_t Sub(int32_t a, int32_t b) { return SubInt(a, b); }
+constexpr float Sub(float a, float b) { return a - b; }
+constexpr double Sub(double a, double b) { return a - b; }
+constexpr int32_t Mul(int32_t a, int32_t b) { return MulInt(a, b); }
+constexpr float Mul(float a, float b) { return a * b; }
+constexpr double Mul(double a, double b) { return a * b; }
+constexpr int32_t Div(int32_t a, int32_t b) { return DivInt(a, b); }
+constexpr float Div(float a, float b) { return a / b; }
+constexpr double Div(double a, double b) { return a / b; }
+constexpr int32_t Neg(int32_t a) { return NegInt(a); }
+constexpr float Neg(float a) { return -a; }
+constexpr double Neg(double a) { return -a; }
+
+}  // namespace arith
+}  // namespace tamber

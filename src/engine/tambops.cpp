@@ -7,7 +7,7 @@
 
 #include "context/errcodes.h"
 #include "engine/arith.h"
-#include "engine/operand.h"
+#include "engine/stackoperand.h"
 #include "kel/fault.h"
 #include "values/cellops.h"
 #include "values/strbuf.h"
@@ -15,7 +15,7 @@
 
 using tamber::Cell;
 using tamber::Kind;
-using tamber::Operand;
+using tamber::StackOperand;
 namespace arith = tamber::arith;
 
 constexpr std::array<TamberOperators::BINARYOP, 21> TamberOperators::BinaryOperators{{
@@ -95,7 +95,7 @@ void PushIntegral(Stack& stack, Kind kind, int32_t value) {
 
 /// Pushes what `compute` makes of the two operands read as numbers of this kind.
 template <class Compute>
-void PushComputed(Stack& stack, Kind kind, const Operand& left, const Operand& right,
+void PushComputed(Stack& stack, Kind kind, const StackOperand& left, const StackOperand& right,
                   Compute compute) {
   switch (kind) {
     case Kind::Double:
@@ -107,7 +107,7 @@ void PushComputed(Stack& stack, Kind kind, const Operand& left, const Operand& r
   }
 }
 
-bool IsZero(const Operand& operand, Kind kind) {
+bool IsZero(const StackOperand& operand, Kind kind) {
   switch (kind) {
     case Kind::Double:
       return operand.AsDouble() == 0.0;
@@ -171,7 +171,7 @@ void TamberOperators::MakeStr(Stack* stack) {
   if (type < Variable::Boolean || type > Variable::Handle) return;
   try {
     std::string text;
-    Operand(*stack).AppendTo(text);
+    StackOperand(*stack).AppendTo(text);
     stack->PushString(KelString(std::move(text)));
   } catch (const std::bad_alloc&) {
     Fail(ERR_NOMEMORY);
@@ -187,8 +187,8 @@ int32_t TamberOperators::Fail(int32_t code, std::string_view text) {
 
 template <TamberOperators::Operator_e kCode, class Compute>
 int32_t TamberOperators::Arithmetic(Stack* stack, Compute compute) {
-  const Operand right(*stack);
-  const Operand left(*stack);
+  const StackOperand right(*stack);
+  const StackOperand left(*stack);
   const Kind kind = ValueKind(kCode, left.GetKind(), right.GetKind());
   if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
   PushComputed(*stack, kind, left, right, compute);
@@ -198,8 +198,8 @@ int32_t TamberOperators::Arithmetic(Stack* stack, Compute compute) {
 /// For operators that know integers and chars only.
 template <TamberOperators::Operator_e kCode, class Compute>
 int32_t TamberOperators::Integral(Stack* stack, Compute compute) {
-  const Operand right(*stack);
-  const Operand left(*stack);
+  const StackOperand right(*stack);
+  const StackOperand left(*stack);
   const Kind kind = ValueKind(kCode, left.GetKind(), right.GetKind());
   if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
   PushIntegral(*stack, kind, compute(left.AsInt(), right.AsInt()));
@@ -209,13 +209,14 @@ int32_t TamberOperators::Integral(Stack* stack, Compute compute) {
 /// `compute` sees two numbers, or the order of two texts and 0.
 template <TamberOperators::Operator_e kCode, class Compute>
 int32_t TamberOperators::Compare(Stack* stack, Compute compute) {
-  const Operand right(*stack);
-  const Operand left(*stack);
+  const StackOperand right(*stack);
+  const StackOperand left(*stack);
   if (ValueKind(kCode, left.GetKind(), right.GetKind()) == Kind::None) {
     return Fail(ERR_EXPRPARMMATCH);
   }
   if (left.IsText() && right.IsText()) {
-    stack->PushBoolean(compute(arith::CompareText(left.Text(), right.Text(), caseSwitch_ != 0), 0));
+    stack->PushBoolean(
+        compute(tamber::CompareText(left.Text(), right.Text(), caseSwitch_ != 0), 0));
     return 1;
   }
   // Against a handle only an integer gets here: the handle's number is compared.
@@ -249,8 +250,8 @@ int32_t TamberOperators::OpSubtract(Stack* stack, Variable::enum_TypeId, Variabl
 }
 
 int32_t TamberOperators::OpDivide(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
-  const Operand right(*stack);
-  const Operand left(*stack);
+  const StackOperand right(*stack);
+  const StackOperand left(*stack);
   const Kind kind = ValueKind(OP_DIVIDE, left.GetKind(), right.GetKind());
   if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
   if (!IsZero(right, kind)) {
@@ -275,8 +276,8 @@ int32_t TamberOperators::OpDivide(Stack* stack, Variable::enum_TypeId, Variable:
 // raised as a signal, not left to the instruction: that would fault again for ever under a handler
 // that returns. Such a handler gets the error of "/".
 int32_t TamberOperators::OpRemain(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
-  const Operand right(*stack);
-  const Operand left(*stack);
+  const StackOperand right(*stack);
+  const StackOperand left(*stack);
   const Kind kind = ValueKind(OP_REMAIN, left.GetKind(), right.GetKind());
   if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
   if (right.AsInt() == 0) {
@@ -284,7 +285,7 @@ int32_t TamberOperators::OpRemain(Stack* stack, Variable::enum_TypeId, Variable:
     stack->PushInteger(0);
     return Fail(ERR_DIVIDEBYZERO);
   }
-  PushIntegral(*stack, kind, arith::RemInt(left.AsInt(), right.AsInt()));
+  PushIntegral(*stack, kind, tamber::RemInt(left.AsInt(), right.AsInt()));
   return 1;
 }
 
@@ -336,15 +337,15 @@ int32_t TamberOperators::OpBitXor(Stack* stack, Variable::enum_TypeId, Variable:
 }
 
 int32_t TamberOperators::OpShiftLeft(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
-  return Integral<OP_SHIFTLEFT>(stack, &arith::ShlInt);
+  return Integral<OP_SHIFTLEFT>(stack, &tamber::ShlInt);
 }
 
 int32_t TamberOperators::OpShiftRight(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
-  return Integral<OP_SHIFTRIGHT>(stack, &arith::ShrInt);
+  return Integral<OP_SHIFTRIGHT>(stack, &tamber::ShrInt);
 }
 
 int32_t TamberOperators::OpNegate(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
-  const Operand operand(*stack);
+  const StackOperand operand(*stack);
   const Kind kind = ValueKind(OP_NEGATE, operand.GetKind(), Kind::None);
   if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
   PushComputed(*stack, kind, operand, operand, [](auto a, auto) { return arith::Neg(a); });
@@ -352,7 +353,7 @@ int32_t TamberOperators::OpNegate(Stack* stack, Variable::enum_TypeId, Variable:
 }
 
 int32_t TamberOperators::OpNot(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
-  const Operand operand(*stack);
+  const StackOperand operand(*stack);
   if (ValueKind(OP_NOT, operand.GetKind(), Kind::None) == Kind::None) {
     return Fail(ERR_EXPRPARMMATCH);
   }
@@ -361,7 +362,7 @@ int32_t TamberOperators::OpNot(Stack* stack, Variable::enum_TypeId, Variable::en
 }
 
 int32_t TamberOperators::OpComplement(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
-  const Operand operand(*stack);
+  const StackOperand operand(*stack);
   if (ValueKind(OP_COMPLEMENT, operand.GetKind(), Kind::None) == Kind::None) {
     return Fail(ERR_EXPRPARMMATCH);
   }
@@ -402,8 +403,8 @@ int32_t TamberOperators::OpArrayIndex(Stack* stack, Variable::enum_TypeId, Varia
 // "+" with a string on either side. The left text grows in place when nobody else holds it, so that
 // a long chain of "+" is linear.
 int32_t TamberOperators::Join(Stack* stack) {
-  const Operand right(*stack);
-  Operand left(*stack);
+  const StackOperand right(*stack);
+  StackOperand left(*stack);
   if (ValueKind(OP_ADD, left.GetKind(), right.GetKind()) != Kind::String) {
     return Fail(ERR_EXPRPARMMATCH);
   }

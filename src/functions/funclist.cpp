@@ -3,8 +3,8 @@
 #include <new>
 
 #include "kel/dumpselection.h"
-#include "kel/inifile.h"
 #include "values/cellops.h"
+#include "values/varholder.h"
 #include "values/varlist.h"
 
 using tamber::Kind;
@@ -108,14 +108,31 @@ std::string PrototypeOf(const TamberFunction& function) {
   for (size_t i = first; i < types.size(); ++i) {
     if (i > first) text += ", ";
     AppendWord(text, *types[i]);
-    const KelString name =
-        function.GetParameterList()->GetVariable(static_cast<uint32_t>(i))->GetVarName();
+    const KelString name = function.GetParameterList()->GetVariable(static_cast<uint32_t>(i))->GetVarName();
     if (!name.IsEmpty()) text += ' ';
     text += name.View();
     text += Brackets(*types[i]);
   }
   text += ')';
   return text;
+}
+
+/// Takes over the return value and the parameters; null without memory.
+template <class Implementation>
+std::shared_ptr<const TamberFunction> MakeFunction(const KelString& name, Variable* returnValue,
+                                                   Implementation implementation,
+                                                   VarList* parameters, uint16_t type) {
+  tamber::VarHolder value(returnValue);
+  std::unique_ptr<VarList> list(parameters);
+  try {
+    auto function = std::make_shared<TamberFunction>(name, value.get(), list.get(), type);
+    static_cast<void>(value.release());
+    static_cast<void>(list.release());
+    function->SetImplementation(implementation);
+    return function;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
 }
 
 }  // namespace
@@ -129,17 +146,13 @@ int32_t FunctionList::SortCompare(const TamberFunction* a, const TamberFunction*
 uint32_t FunctionList::AddFunction(const KelString& name, Variable* returnValue,
                                    TamberFunctionPtr implementation, VarList* parameters,
                                    uint16_t type, bool replace) {
-  auto function = std::make_shared<TamberFunction>(name, returnValue, parameters, type);
-  function->SetImplementation(implementation);
-  return AddFunction(std::move(function), replace);
+  return AddFunction(MakeFunction(name, returnValue, implementation, parameters, type), replace);
 }
 
 uint32_t FunctionList::AddFunction(const KelString& name, Variable* returnValue,
                                    TamberFunctionExPtr implementation, VarList* parameters,
                                    uint16_t type, bool replace) {
-  auto function = std::make_shared<TamberFunction>(name, returnValue, parameters, type);
-  function->SetImplementation(implementation);
-  return AddFunction(std::move(function), replace);
+  return AddFunction(MakeFunction(name, returnValue, implementation, parameters, type), replace);
 }
 
 uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> function, bool replace) {
@@ -273,23 +286,38 @@ uint32_t FunctionList::GetFunctionCount() const {
   return static_cast<uint32_t>(table_.Read().functions.size());
 }
 
+bool FunctionList::ExchangeFunction(const TamberFunction* entry,
+                                    std::shared_ptr<const TamberFunction> former) {
+  uint32_t index = FindFirstOverload(entry->GetName());
+  while (index != 0 && GetFunction(index) != entry) index = NextOverload(index);
+  if (index == 0) return false;
+  Table& table = table_.Write();
+  if (former != nullptr) {
+    table.functions[index - 1] = std::move(former);
+  } else {
+    Remove(table, index);
+  }
+  return true;
+}
+
 void FunctionList::ClearList() { table_ = kel::Cow<Table>(); }
 
-void FunctionList::DumpFunctions(KelString& out, const KelString& iniPath,
-                                 const KelString& section) const {
-  const kel::DumpSelection selection(IniFile(iniPath).ReadString(section, "DumpFunctions", ""));
-  if (selection.IsEmpty()) return;
+void FunctionList::DumpFunctions(KelString& out, const KelString& names,
+                                 const KelString& indent) const {
+  const kel::DumpSelection selection(names);
   selection.AppendTitle(out, "Functions dump:");
   if (selection.All()) {
-    for (uint32_t i = 1; i <= GetFunctionCount(); ++i) DumpFunction(out, i);
+    for (uint32_t i = 1; i <= GetFunctionCount(); ++i) DumpFunction(out, indent, i);
     return;
   }
   for (const std::string_view name : selection.Names()) {
-    for (uint32_t i = FindFirstOverload(name); i != 0; i = NextOverload(i)) DumpFunction(out, i);
+    for (uint32_t i = FindFirstOverload(name); i != 0; i = NextOverload(i))
+      DumpFunction(out, indent, i);
   }
 }
 
-void FunctionList::DumpFunction(KelString& out, uint32_t index) const {
+void FunctionList::DumpFunction(KelString& out, const KelString& indent, uint32_t index) const {
+  out += indent;
   out += PrototypeOf(*GetFunction(index));
   out += "\r\n";
 }

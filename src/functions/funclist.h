@@ -69,10 +69,10 @@ class TAMBER_API FunctionList {
   uint32_t GetFunctionCount() const;
   void ClearList();
 
-  /// Appends "Functions dump:" and a prototype per line, as the key `DumpFunctions` in `section` of
-  /// the INI file says: "*" all of them, a list of names those functions, nothing for an empty
-  /// value.
-  void DumpFunctions(KelString& out, const KelString& iniPath, const KelString& section) const;
+  /// Appends "Functions dump:" and a prototype per line, each after `indent`: of the functions that
+  /// `names` lists (separated by blanks, ",", ";" or ":"), or of all of them when `names` holds "*"
+  /// or nothing.
+  void DumpFunctions(KelString& out, const KelString& names, const KelString& indent) const;
   /// The prototype of a function as it would be registered; "" for 0 and out of range.
   KelString PrototypeText(uint32_t index) const;
 
@@ -92,7 +92,7 @@ class TAMBER_API FunctionList {
   uint32_t NextOverload(uint32_t index) const;
   uint32_t BestOverload(uint32_t first, std::span<const tamber::TypeDesc* const> arguments,
                         bool anyForArray) const;
-  void DumpFunction(KelString& out, uint32_t index) const;
+  void DumpFunction(KelString& out, const KelString& indent, uint32_t index) const;
   static void Insert(Table& table, uint32_t index, std::shared_ptr<const TamberFunction> function);
   static void Remove(Table& table, uint32_t index);
 

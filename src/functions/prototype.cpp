@@ -2,6 +2,7 @@
 
 #include "frontend/tokenise.h"
 #include "kel/kelascii.h"
+#include "values/cellops.h"
 #include "values/typelist.h"
 #include "values/varlist.h"
 
@@ -12,7 +13,7 @@ namespace {
 /// Reads one prototype, token by token.
 class Reader {
  public:
-  Reader(std::string_view text, TypeList& types, KelString& message)
+  Reader(std::string_view text, const TypeList& types, KelString& message)
       : types_(types), message_(message) {
     tokens_.SetLine(text);
   }
@@ -25,7 +26,6 @@ class Reader {
     out.name = KelString(Next());
     if (Next() != "(") return false;
     out.parameters = std::make_unique<VarList>();
-    out.parameters->SetAutoSort(0);
     if (type == FunctionList::FUNCTYPE_HIDDEN && !AddParameter("string", "", *out.parameters)) {
       return false;
     }
@@ -72,21 +72,21 @@ class Reader {
 
   Variable* NewVariable(const std::string& word, const std::string& name,
                         std::string_view refusal) {
-    const TamberType* type = types_.GetType(KelString(word));
-    if (type != nullptr) return type->CreateVariable(KelString(name));
+    const TypeRef type = types_.FindTypeRef(word);
+    if (type) return MakeVariable(type, Name(name));
     message_.Printf(refusal, word);
     return nullptr;
   }
 
   Tokeniser tokens_;
-  TypeList& types_;
+  const TypeList& types_;
   KelString& message_;
 };
 
 }  // namespace
 
-bool ParsePrototype(std::string_view prototype, TypeList& types, FunctionList::FuncType_e type,
-                    Prototype& out, KelString& message) {
+bool ParsePrototype(std::string_view prototype, const TypeList& types,
+                    FunctionList::FuncType_e type, Prototype& out, KelString& message) {
   message.Clear();
   return Reader(prototype, types, message).Read(type, out);
 }

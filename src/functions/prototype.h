@@ -22,7 +22,7 @@ struct Prototype {
 ///
 /// False when it is refused: with `message` set for an unknown type word (error 20208), without for
 /// anything else that is malformed.
-[[nodiscard]] bool ParsePrototype(std::string_view prototype, TypeList& types,
+[[nodiscard]] bool ParsePrototype(std::string_view prototype, const TypeList& types,
                                   FunctionList::FuncType_e type, Prototype& out,
                                   KelString& message);
 

@@ -7,14 +7,13 @@
 
 namespace kel {
 
-/// Which entries a diagnostic dump shows, as an INI value says: nothing for an empty value, all of
-/// them for one with a "*", else the entries that it names, separated by ",", ";", ":" or blanks.
+/// Which entries a diagnostic dump shows: those that a text names, separated by ",", ";", ":" or
+/// blanks, or all of them when it holds a "*" or nothing.
 class DumpSelection {
  public:
   explicit DumpSelection(KelString value);
 
-  bool IsEmpty() const { return value_.IsEmpty(); }
-  bool All() const { return value_.Find("*") != KelString::kNotFound; }
+  bool All() const { return value_.IsEmpty() || value_.Find("*") != KelString::kNotFound; }
   /// The names, in the order of the value. They view this object.
   std::vector<std::string_view> Names() const;
   /// Appends the line that heads the dump; it says when the dump shows only some entries.

@@ -26,7 +26,7 @@ VarList::VarList(const VarList& other) : sorts_(other.sorts_), sortedNow_(other.
       items_.push_back(copy);
     }
   } catch (...) {
-    Clear();
+    ClearList();
     throw;
   }
 }
@@ -48,20 +48,20 @@ VarList& VarList::operator=(VarList other) noexcept {
   return *this;
 }
 
-VarList::~VarList() { Clear(); }
+VarList::~VarList() { ClearList(); }
 
-void VarList::SetSortMode(bool sorted) {
+void VarList::SetAutoSort(bool sorted) {
   if (sorted && !sorts_) sortedNow_ = items_.size() < 2;
   sorts_ = sorted;
   DropIndex();
 }
 
-uint32_t VarList::Find(std::string_view name) const {
+uint32_t VarList::FindVariable(std::string_view name) const {
   if (sorts_) return FindSorted(name);
   return FindIndexed(name, Name::HashOf(name));
 }
 
-uint32_t VarList::Find(const Name& name) const {
+uint32_t VarList::FindVariable(const Name& name) const {
   if (sorts_) return FindSorted(name.View());
   return FindIndexed(name.View(), name.Hash());
 }
@@ -114,17 +114,19 @@ void VarList::AddToIndex(uint32_t position) const {
   index_[at] = position;
 }
 
-Variable* VarList::Get(uint32_t position) const {
+Variable* VarList::GetVariable(uint32_t position) const {
   return position < items_.size() ? items_[position] : nullptr;
 }
 
-Variable* VarList::Get(std::string_view name) const { return Get(Find(name)); }
+Variable* VarList::GetVariable(std::string_view name) const {
+  return GetVariable(FindVariable(name));
+}
 
-uint32_t VarList::Insert(Variable* variable, bool unique, bool* inserted) {
+uint32_t VarList::AddVariable(Variable* variable, bool unique, bool* inserted) {
   if (inserted != nullptr) *inserted = false;
   if (variable == nullptr) return kNotFound;
   if (unique) {
-    const uint32_t present = Find(variable->OwnName());
+    const uint32_t present = FindVariable(variable->OwnName());
     if (present != kNotFound) return present;
   }
   auto place = items_.end();
@@ -145,7 +147,7 @@ uint32_t VarList::Insert(Variable* variable, bool unique, bool* inserted) {
   return position;
 }
 
-Variable* VarList::Remove(uint32_t position) {
+Variable* VarList::RemoveVariable(uint32_t position) {
   if (position >= items_.size()) return nullptr;
   Variable* variable = items_[position];
   items_.erase(items_.begin() + position);
@@ -153,11 +155,13 @@ Variable* VarList::Remove(uint32_t position) {
   return variable;
 }
 
-Variable* VarList::Remove(std::string_view name) { return Remove(Find(name)); }
+Variable* VarList::RemoveVariable(std::string_view name) {
+  return RemoveVariable(FindVariable(name));
+}
 
-void VarList::Delete(uint32_t position) { Variable::Delete(Remove(position)); }
+void VarList::DeleteVariable(uint32_t position) { Variable::Delete(RemoveVariable(position)); }
 
-bool VarList::Replace(uint32_t position, Variable* variable) {
+bool VarList::ReplaceVariable(uint32_t position, Variable* variable) {
   if (position >= items_.size() || variable == nullptr) return false;
   Variable* old = items_[position];
   if (!old->OwnName().Equals(variable->OwnName())) {
@@ -169,7 +173,7 @@ bool VarList::Replace(uint32_t position, Variable* variable) {
   return true;
 }
 
-void VarList::Swap(uint32_t first, uint32_t second) {
+void VarList::SwapVariables(uint32_t first, uint32_t second) {
   if (first >= items_.size() || second >= items_.size() || first == second) return;
   std::swap(items_[first], items_[second]);
   sortedNow_ = false;
@@ -189,7 +193,7 @@ void VarList::SortIfNeeded() const {
   sortedNow_ = true;
 }
 
-void VarList::Clear() {
+void VarList::ClearList() {
   // Emptied first: what goes may ask this list again.
   const std::vector<Variable*> gone = std::exchange(items_, {});
   DropIndex();

@@ -24,33 +24,33 @@ class TAMBER_API VarList {
   VarList& operator=(VarList other) noexcept;
   ~VarList();
 
-  bool IsSortMode() const { return sorts_; }
+  bool GetAutoSort() const { return sorts_; }
   /// Sort mode takes effect with the next look-up or insertion.
-  void SetSortMode(bool sorted);
-  uint32_t GetCount() const { return static_cast<uint32_t>(items_.size()); }
+  void SetAutoSort(bool sorted);
+  uint32_t GetSize() const { return static_cast<uint32_t>(items_.size()); }
 
   /// Position of the first variable of this name, or kNotFound.
-  uint32_t Find(std::string_view name) const;
-  uint32_t Find(const tamber::Name& name) const;
+  uint32_t FindVariable(std::string_view name) const;
+  uint32_t FindVariable(const tamber::Name& name) const;
   /// The variable, on loan; null when there is none.
-  Variable* Get(uint32_t position) const;
-  Variable* Get(std::string_view name) const;
+  Variable* GetVariable(uint32_t position) const;
+  Variable* GetVariable(std::string_view name) const;
 
   /// Takes the variable over and gives its position: the sorted place in sort mode, else the end.
   /// With `unique`, a variable of that name that is there already stays: its position is given,
   /// `*inserted` is false, and the new one remains the caller's. Null gives kNotFound.
-  uint32_t Insert(Variable* variable, bool unique = false, bool* inserted = nullptr);
+  uint32_t AddVariable(Variable* variable, bool unique = false, bool* inserted = nullptr);
   /// Takes a variable out; its holder becomes the caller's. Null when out of range.
-  Variable* Remove(uint32_t position);
-  Variable* Remove(std::string_view name);
-  void Delete(uint32_t position);
+  Variable* RemoveVariable(uint32_t position);
+  Variable* RemoveVariable(std::string_view name);
+  void DeleteVariable(uint32_t position);
   /// Puts a variable, taking it over, in the place of another, which is released. False: out of
   /// range, nothing taken over.
-  bool Replace(uint32_t position, Variable* variable);
-  void Swap(uint32_t first, uint32_t second);
+  bool ReplaceVariable(uint32_t position, Variable* variable);
+  void SwapVariables(uint32_t first, uint32_t second);
   /// Sorts by name; variables of one name keep their order.
   void Sort();
-  void Clear();
+  void ClearList();
 
  private:
   void SortIfNeeded() const;

@@ -1,0 +1,597 @@
+#include "engine/tambops.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <limits>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "context/errcodes.h"
+#include "values/cellops.h"
+#include "values/vararray.h"
+#include "values/varestring.h"
+#include "values/varholder.h"
+#include "values/varint.h"
+#include "values/varref.h"
+#include "values/varstring.h"
+#include "values/varstruct.h"
+
+namespace {
+
+using tamber::Kind;
+using tamber::TypeDesc;
+using tamber::TypeRef;
+using tamber::VarHolder;
+using Op = TamberOperators::Operator_e;
+
+constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
+constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+
+Op BinaryOp(const char* text) { return TamberOperators::CheckBinaryOperator(text); }
+Op UnaryOp(const char* text) { return TamberOperators::CheckUnaryOperator(text); }
+
+class TambOpsTest : public testing::Test {
+ protected:
+  int32_t Run(Op code) {
+    return ops_.ExecuteOperator(TamberOperators::GetOperatorIndex(code), &stack_);
+  }
+  /// Runs a binary operator on what `left` and `right` push.
+  template <class Left, class Right>
+  int32_t Run(const char* op, Left left, Right right) {
+    stack_.PopAll();
+    Push(left);
+    Push(right);
+    return Run(BinaryOp(op));
+  }
+  template <class Left, class Right>
+  int32_t IntOf(const char* op, Left left, Right right) {
+    EXPECT_EQ(Run(op, left, right), 1) << op << ": " << ops_.GetOperatorError();
+    EXPECT_EQ(stack_.GetSize(), 1u);
+    return stack_.PopInteger();
+  }
+  template <class Left, class Right>
+  std::string TextOf(const char* op, Left left, Right right) {
+    EXPECT_EQ(Run(op, left, right), 1) << op << ": " << ops_.GetOperatorError();
+    EXPECT_EQ(stack_.GetTypeId(0), Variable::String);
+    return PopText();
+  }
+  std::string PopText() {
+    KelString text;
+    stack_.PopKelString(text);
+    return text.Str();
+  }
+  void Push(bool value) { stack_.PushBoolean(value); }
+  void Push(char value) { stack_.PushChar(value); }
+  void Push(int32_t value) { stack_.PushInteger(value); }
+  void Push(float value) { stack_.PushFloat(value); }
+  void Push(double value) { stack_.PushDouble(value); }
+  void Push(const char* value) { stack_.PushString(value, 0); }
+  void Push(Variable* value) { stack_.PushVariable(value); }
+
+  Stack stack_;
+  TamberOperators ops_;
+};
+
+// --- tables ---
+
+TEST_F(TambOpsTest, CodesAndPrecedenceNeverMove) {
+  struct Row {
+    const char* text;
+    int32_t code;
+    int precedence;
+  };
+  const Row binary[] = {{".", 17, 11}, {"[]", 18, 11}, {"*", 1, 10},  {"/", 2, 10},  {"%", 3, 10},
+                        {"+", 4, 9},   {"-", 5, 9},    {"<<", 19, 8}, {">>", 20, 8}, {"<", 6, 7},
+                        {">", 7, 7},   {"<=", 8, 7},   {">=", 9, 7},  {"==", 10, 6}, {"!=", 11, 6},
+                        {"&", 14, 5},  {"|", 15, 4},   {"^", 16, 3},  {"&&", 12, 2}, {"||", 13, 1}};
+  const Op lowest = BinaryOp("||");
+  for (size_t i = 0; i < std::size(binary); ++i) {
+    const Row& row = binary[i];
+    SCOPED_TRACE(row.text);
+    const Op code = BinaryOp(row.text);
+    EXPECT_EQ(code, row.code);
+    EXPECT_EQ(TamberOperators::GetOperatorIndex(code), static_cast<int32_t>(i));
+    EXPECT_EQ(TamberOperators::GetOperatorName(static_cast<int32_t>(i)), row.text);
+    EXPECT_EQ(TamberOperators::GetOperatorParamCount(static_cast<int32_t>(i)), 2);
+    EXPECT_EQ(TamberOperators::ComparePrecedence(code, lowest), row.precedence - 1);
+  }
+  const Row unary[] = {{"~", 23, 100}, {"-", 21, 100}, {"!", 22, 100}};
+  for (size_t i = 0; i < std::size(unary); ++i) {
+    SCOPED_TRACE(unary[i].text);
+    const Op code = UnaryOp(unary[i].text);
+    const int32_t index = 100 + static_cast<int32_t>(i);
+    EXPECT_EQ(code, unary[i].code);
+    EXPECT_EQ(TamberOperators::GetOperatorIndex(code), index);
+    EXPECT_EQ(TamberOperators::GetOperatorName(index), unary[i].text);
+    EXPECT_EQ(TamberOperators::GetOperatorParamCount(index), 1);
+    EXPECT_EQ(TamberOperators::ComparePrecedence(code, lowest), 99);
+  }
+  EXPECT_LT(TamberOperators::ComparePrecedence(BinaryOp("^"), BinaryOp("|")), 0);
+}
+
+TEST_F(TambOpsTest, WhatIsNoOperatorIsNotFound) {
+  for (const char* text : {"", "=", "&&&", "<<=", "!", "~", "[", "and"}) {
+    EXPECT_EQ(BinaryOp(text), 0) << text;
+  }
+  for (const char* text : {"", "+", "--", "!!", "not"}) EXPECT_EQ(UnaryOp(text), 0) << text;
+  EXPECT_EQ(TamberOperators::GetOperatorIndex(TamberOperators::OP_NONE), -1);
+  EXPECT_EQ(TamberOperators::GetOperatorName(20), "");
+  EXPECT_EQ(TamberOperators::GetOperatorName(103), "");
+}
+
+TEST_F(TambOpsTest, TooFewEntries) {
+  Push(1);
+  EXPECT_EQ(Run(BinaryOp("+")), 0);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_EXPROPBADPARAMS);
+  EXPECT_EQ(stack_.GetSize(), 1u);
+  EXPECT_EQ(Run(UnaryOp("-")), 1);
+  EXPECT_EQ(ops_.GetOperatorError(), 0);
+  stack_.PopAll();
+  EXPECT_EQ(Run(UnaryOp("-")), 0);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_EXPROPBADPARAMS);
+  EXPECT_EQ(ops_.ExecuteOperator(-1, &stack_), 0);
+  EXPECT_EQ(ops_.ExecuteOperator(20, &stack_), 0);
+}
+
+// --- result types ---
+
+const std::map<char, Kind> kLetters = {{'S', Kind::String}, {'D', Kind::Double}, {'F', Kind::Float},
+                                       {'I', Kind::Int},    {'C', Kind::Char},   {'B', Kind::Bool},
+                                       {'H', Kind::Handle}, {'R', Kind::Struct}, {'A', Kind::Array},
+                                       {'E', Kind::EString}};
+
+TypeRef TypeOf(char letter) {
+  const Kind kind = kLetters.at(letter);
+  if (kind == Kind::Handle) return TypeDesc::HandleOf(tamber::Name("TextFileHandle"));
+  if (kind == Kind::Array) return TypeDesc::ArrayOf(TypeDesc::Of(Kind::Int));
+  if (kind != Kind::Struct) return TypeDesc::Of(kind);
+  return TypeDesc::StructOf(tamber::StructLayout::Make(
+      tamber::Name("Point"), {{tamber::Name("x"), TypeDesc::Of(Kind::Int)},
+                              {tamber::Name("y"), TypeDesc::Of(Kind::Int)}}));
+}
+
+/// Which operators share a row of types, and the types they take: left, right (absent for a unary
+/// operator), result.
+struct TypeTable {
+  std::vector<Op> codes;
+  std::vector<std::string> rows;
+};
+
+std::vector<TypeTable> TypeTables() {
+  return {
+      {{BinaryOp("+")},
+       {"SSS", "SDS", "SFS", "SIS", "SCS", "SBS", "DSS", "FSS", "ISS", "CSS", "DDD", "DFD", "DID",
+        "DCD", "FDD", "IDD", "CDD", "FFF", "FIF", "FCF", "IFF", "CFF", "III", "ICI", "CIC", "CCC"}},
+      {{BinaryOp("-"), BinaryOp("*"), BinaryOp("/")},
+       {"DDD", "DFD", "DID", "FDD", "IDD", "FFF", "FIF", "IFF", "III", "ICC", "CIC", "CCC"}},
+      {{BinaryOp("%"), BinaryOp("&"), BinaryOp("|"), BinaryOp("^"), BinaryOp("<<"), BinaryOp(">>")},
+       {"III", "CCC"}},
+      {{BinaryOp("=="), BinaryOp("!="), BinaryOp("<"), BinaryOp(">"), BinaryOp("<="),
+        BinaryOp(">=")},
+       {"SSB", "HIB", "IHB", "DDB", "DFB", "DIB", "DCB", "FDB", "FFB", "FIB", "FCB", "IDB",
+        "IFB", "IIB", "ICB", "CDB", "CFB", "CIB", "CCB", "IBB", "CBB", "BIB", "BCB", "BBB"}},
+      {{BinaryOp("&&"), BinaryOp("||")},
+       {"DDB", "DFB", "DIB", "DCB", "DBB", "FDB", "FFB", "FIB", "FCB", "FBB",
+        "IDB", "IFB", "IIB", "ICB", "IBB", "BDB", "BFB", "BIB", "BCB", "BBB"}},
+      {{UnaryOp("-")}, {"DD", "FF", "II", "CC"}},
+      {{UnaryOp("!")}, {"DB", "FB", "IB", "CB", "BB"}},
+      {{UnaryOp("~")}, {"II", "CC", "BB"}},
+  };
+}
+
+/// The result letter for the operands, 0 when no row takes them.
+char Expected(const TypeTable& table, const std::string& operands) {
+  for (const std::string& row : table.rows) {
+    if (row.size() == operands.size() + 1 && row.starts_with(operands)) return row.back();
+  }
+  return 0;
+}
+
+std::vector<std::string> AllOperands() {
+  std::vector<std::string> all;
+  for (const auto& left : kLetters) {
+    all.push_back({left.first});
+    for (const auto& right : kLetters) all.push_back({left.first, right.first});
+  }
+  return all;
+}
+
+TEST_F(TambOpsTest, EveryClassWithEveryPairOfTypes) {
+  for (const TypeTable& table : TypeTables()) {
+    for (const std::string& operands : AllOperands()) {
+      std::string plain = operands;  // an estring operand is a string
+      for (char& c : plain) c = c == 'E' ? 'S' : c;
+      const char expected = Expected(table, plain);
+      const TypeRef left = TypeOf(operands[0]);
+      const TypeRef right = operands.size() > 1 ? TypeOf(operands[1]) : TypeRef();
+      const VarHolder leftVariable(tamber::MakeVariable(left, {}));
+      const VarHolder rightVariable(right ? tamber::MakeVariable(right, {}) : nullptr);
+      for (const Op code : table.codes) {
+        SCOPED_TRACE(
+            TamberOperators::GetOperatorName(TamberOperators::GetOperatorIndex(code)).Str() +
+            " on " + operands);
+        int32_t error = -1;
+        const TypeRef result = TamberOperators::ResultType(code, left.Get(), right.Get(), error);
+        const Variable* prototype =
+            ops_.GetReturnType(code, leftVariable.get(), rightVariable.get());
+        if (expected == 0) {
+          EXPECT_FALSE(result);
+          EXPECT_EQ(error, ERR_EXPRPARMMATCH);
+          EXPECT_EQ(prototype, nullptr);
+          EXPECT_EQ(ops_.GetOperatorError(), ERR_EXPRPARMMATCH);
+          continue;
+        }
+        ASSERT_TRUE(result);
+        ASSERT_NE(prototype, nullptr);
+        EXPECT_EQ(error, 0);
+        EXPECT_EQ(result->GetKind(), kLetters.at(expected));
+        EXPECT_EQ(prototype->GetTypeId(), result->TypeId());
+      }
+    }
+  }
+}
+
+// What is known only when it runs is taken everywhere and checked then; nothing takes no value.
+TEST_F(TambOpsTest, UnknownTypesAreTakenAndNoTypeIsNot) {
+  const TypeRef any = TypeDesc::Of(Kind::Any);
+  const TypeRef none = TypeDesc::Of(Kind::None);
+  int32_t error = 0;
+  for (const TypeTable& table : TypeTables()) {
+    for (const Op code : table.codes) {
+      const bool unary = table.rows[0].size() == 2;
+      const TypeRef other = unary ? TypeRef() : TypeOf('H');
+      const TypeRef result = TamberOperators::ResultType(code, any.Get(), other.Get(), error);
+      ASSERT_TRUE(result);
+      EXPECT_EQ(result->GetKind(), Kind::Any);
+      EXPECT_EQ(TamberOperators::ValueKind(code, Kind::Any, unary ? Kind::None : Kind::Handle),
+                Kind::Any);
+      EXPECT_FALSE(TamberOperators::ResultType(code, none.Get(), other.Get(), error));
+      if (!unary) {
+        EXPECT_TRUE(TamberOperators::ResultType(code, other.Get(), any.Get(), error));
+        EXPECT_FALSE(TamberOperators::ResultType(code, any.Get(), none.Get(), error));
+        EXPECT_FALSE(TamberOperators::ResultType(code, any.Get(), nullptr, error));
+      }
+    }
+  }
+}
+
+TEST_F(TambOpsTest, MembersAndElementsHaveTheirDeclaredTypes) {
+  int32_t error = 0;
+  const TypeRef point = TypeOf('R');
+  const TypeRef array = TypeOf('A');
+  const TypeRef integer = TypeOf('I');
+  const TypeRef generic = TypeDesc::Of(Kind::Array);
+  const auto result = [&](Op code, const TypeRef& left, const TypeRef& right) {
+    const TypeRef type = TamberOperators::ResultType(code, left.Get(), right.Get(), error);
+    return type ? type->GetKind() : Kind::None;
+  };
+  EXPECT_EQ(result(BinaryOp("[]"), array, integer), Kind::Int);
+  EXPECT_EQ(result(BinaryOp("[]"), generic, integer), Kind::Any);
+  EXPECT_EQ(result(BinaryOp("[]"), array, TypeOf('S')), Kind::None);
+  EXPECT_EQ(error, ERR_EXPRPARMMATCH);
+  EXPECT_EQ(result(BinaryOp("[]"), point, integer), Kind::None);
+  EXPECT_EQ(error, ERR_VARNOTARRAY);
+  EXPECT_EQ(result(BinaryOp("."), point, TypeOf('S')), Kind::Any);
+  EXPECT_EQ(result(BinaryOp("."), array, TypeOf('S')), Kind::None);
+  EXPECT_EQ(error, ERR_VARNOTSTRUCT);
+  EXPECT_EQ(TamberOperators::MemberType(*point, "Y", error)->GetKind(), Kind::Int);
+  EXPECT_FALSE(TamberOperators::MemberType(*point, "z", error));
+  EXPECT_EQ(error, ERR_BADSTRUCTEL);
+  EXPECT_FALSE(TamberOperators::MemberType(*integer, "x", error));
+  EXPECT_EQ(error, ERR_VARNOTSTRUCT);
+
+  const VarHolder structure(tamber::MakeVariable(point, {}));
+  const VarHolder integers(tamber::MakeVariable(array, {}));
+  const VarHolder mixed(tamber::MakeVariable(generic, {}));
+  VarString name("", 0);
+  name.SetStringValue("x", 0);
+  VarInteger position("", 0);
+  position.SetIntegerValue(2);
+  EXPECT_EQ(ops_.GetReturnType(BinaryOp("."), structure.get(), &name)->GetVarName(), "x");
+  EXPECT_EQ(ops_.GetReturnType(BinaryOp("."), structure.get(), &position)->GetVarName(), "y");
+  EXPECT_EQ(ops_.GetReturnType(BinaryOp("[]"), integers.get(), &position)->GetTypeId(),
+            Variable::Integer);
+  EXPECT_EQ(ops_.GetReturnType(BinaryOp("[]"), integers.get(), &name), nullptr);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_EXPRPARMMATCH);
+  EXPECT_EQ(ops_.GetReturnType(BinaryOp("[]"), mixed.get(), &position), nullptr);
+  EXPECT_EQ(ops_.GetOperatorError(), 0);
+  name.SetStringValue("z", 0);
+  EXPECT_EQ(ops_.GetReturnType(BinaryOp("."), structure.get(), &name), nullptr);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_BADSTRUCTEL);
+}
+
+// Whatever the declared types say, what lies on the stack afterwards is what ValueKind promises to
+// the typed code, and what it refuses fails.
+TEST_F(TambOpsTest, ValuesHaveTheKindThatIsPromised) {
+  for (const TypeTable& table : TypeTables()) {
+    const bool unary = table.rows[0].size() == 2;
+    for (const std::string& operands : AllOperands()) {
+      if ((operands.size() == 1) != unary) continue;
+      const Kind left = kLetters.at(operands[0]);
+      const Kind right = unary ? Kind::None : kLetters.at(operands[1]);
+      for (const Op code : table.codes) {
+        SCOPED_TRACE(
+            TamberOperators::GetOperatorName(TamberOperators::GetOperatorIndex(code)).Str() +
+            " on " + operands);
+        stack_.PopAll();
+        for (const char letter : operands) {
+          const VarHolder value(tamber::MakeVariable(TypeOf(letter), {}));
+          VarInteger three("", 0);
+          three.SetIntegerValue(3);
+          value->Assign(&three);
+          stack_.PushVariable(value->Duplicate());
+        }
+        const Kind kind = TamberOperators::ValueKind(code, left, right);
+        EXPECT_EQ(Run(code), kind == Kind::None ? 0 : 1);
+        EXPECT_EQ(ops_.GetOperatorError(), kind == Kind::None ? ERR_EXPRPARMMATCH : 0);
+        ASSERT_EQ(stack_.GetSize(), kind == Kind::None ? 0u : 1u);
+        if (kind != Kind::None) {
+          EXPECT_EQ(stack_.GetTypeId(0), TypeDesc::Of(kind)->TypeId());
+        }
+        // Everything that compiles runs.
+        if (Expected(table, operands) != 0) {
+          EXPECT_NE(kind, Kind::None);
+        }
+      }
+    }
+  }
+}
+
+// --- arithmetic ---
+
+TEST_F(TambOpsTest, IntegersWrapAround) {
+  EXPECT_EQ(IntOf("+", kMax, 1), kMin);
+  EXPECT_EQ(IntOf("-", kMin, 1), kMax);
+  EXPECT_EQ(IntOf("*", 65536, 65536), 0);
+  EXPECT_EQ(IntOf("*", kMin, -1), kMin);
+  EXPECT_EQ(IntOf("/", kMin, -1), kMin);
+  EXPECT_EQ(IntOf("%", kMin, -1), 0);
+  Push(kMin);
+  EXPECT_EQ(Run(UnaryOp("-")), 1);
+  EXPECT_EQ(stack_.PopInteger(), kMin);
+}
+
+TEST_F(TambOpsTest, DivisionTruncatesTowardZero) {
+  EXPECT_EQ(IntOf("/", 7, 2), 3);
+  EXPECT_EQ(IntOf("/", -7, 2), -3);
+  EXPECT_EQ(IntOf("%", -7, 2), -1);
+  EXPECT_EQ(IntOf("%", 7, -2), 1);
+  EXPECT_EQ(Run("/", 7, 2.0), 1);
+  EXPECT_EQ(stack_.PopDouble(), 3.5);
+}
+
+TEST_F(TambOpsTest, DivisionByZeroPushesZeroAndFails) {
+  const auto check = [&](Variable::enum_TypeId type) {
+    EXPECT_EQ(ops_.GetOperatorError(), ERR_DIVIDEBYZERO);
+    ASSERT_EQ(stack_.GetSize(), 1u);
+    EXPECT_EQ(stack_.GetTypeId(0), type);
+    EXPECT_EQ(stack_.PopDouble(), 0.0);
+  };
+  EXPECT_EQ(Run("/", 7, 0), 0);
+  check(Variable::Integer);
+  EXPECT_EQ(Run("/", 7.0, 0.0), 0);
+  check(Variable::Double);
+  EXPECT_EQ(Run("/", 7, -0.0), 0);
+  check(Variable::Double);
+  EXPECT_EQ(Run("/", 7.0f, 0), 0);
+  check(Variable::Float);
+  EXPECT_EQ(Run("/", 'a', '\0'), 0);
+  check(Variable::Integer);
+  EXPECT_EQ(IntOf("/", 8, 2), 4);
+  EXPECT_EQ(ops_.GetOperatorError(), 0);
+}
+
+TEST_F(TambOpsTest, CharsKeepEightBits) {
+  EXPECT_EQ(Run("+", 'a', 'b'), 1);
+  EXPECT_EQ(stack_.GetTypeId(0), Variable::Char);
+  EXPECT_EQ(stack_.PopInteger(), ('a' + 'b') - 256);
+  EXPECT_EQ(IntOf("*", '\x10', '\x10'), 0);
+  EXPECT_EQ(IntOf("/", '\x80', '\xFF'), -128);
+  EXPECT_EQ(IntOf("%", '\x81', '\x02'), -1);
+  EXPECT_EQ(IntOf("<<", '\x40', '\x01'), -128);
+  EXPECT_EQ(IntOf(">>", '\x80', '\x02'), -32);
+  EXPECT_EQ(IntOf("^", '\x7F', '\xFF'), -128);
+  EXPECT_EQ(Run("+", 'a', 1), 1);
+  EXPECT_EQ(stack_.GetTypeId(0), Variable::Integer);
+  EXPECT_EQ(stack_.PopInteger(), 98);
+  Push('a');
+  EXPECT_EQ(Run(UnaryOp("~")), 1);
+  EXPECT_EQ(stack_.GetTypeId(0), Variable::Integer);
+  EXPECT_EQ(stack_.PopInteger(), ~int32_t{'a'});
+  Push('\x80');
+  EXPECT_EQ(Run(UnaryOp("-")), 1);
+  EXPECT_EQ(stack_.GetTypeId(0), Variable::Char);
+  EXPECT_EQ(stack_.PopInteger(), -128);
+}
+
+TEST_F(TambOpsTest, ShiftCountsAreTakenModulo32) {
+  EXPECT_EQ(IntOf("<<", 1, 31), kMin);
+  EXPECT_EQ(IntOf("<<", 1, 33), 2);
+  EXPECT_EQ(IntOf("<<", -1, 4), -16);
+  EXPECT_EQ(IntOf(">>", -16, 2), -4);
+  EXPECT_EQ(IntOf(">>", kMin, -1), -1);
+  EXPECT_EQ(IntOf("&", 12, 10), 8);
+  EXPECT_EQ(IntOf("|", 12, 10), 14);
+  EXPECT_EQ(IntOf("^", 12, 10), 6);
+}
+
+using TambOpsDeathTest = TambOpsTest;
+
+TEST_F(TambOpsDeathTest, RemainderByZeroIsTheHostsFault) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  const auto run = [this](auto left, auto right) {
+    std::signal(SIGFPE, SIG_DFL);  // a sanitizer's handler would turn the signal into a report
+    Run("%", left, right);
+  };
+  EXPECT_EXIT(run(7, 0), testing::KilledBySignal(SIGFPE), "");
+  EXPECT_EXIT(run('a', '\0'), testing::KilledBySignal(SIGFPE), "");
+}
+
+TEST_F(TambOpsTest, RemainderByZeroUnderAHandlerThatReturns) {
+  static volatile std::sig_atomic_t faults;
+  faults = 0;
+  const auto previous = std::signal(SIGFPE, [](int) { faults = faults + 1; });
+  EXPECT_EQ(Run("%", 7, 0), 0);
+  std::signal(SIGFPE, previous);
+  EXPECT_EQ(faults, 1);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_DIVIDEBYZERO);
+  ASSERT_EQ(stack_.GetSize(), 1u);
+  EXPECT_EQ(stack_.PopInteger(), 0);
+}
+
+// --- comparison and logic ---
+
+TEST_F(TambOpsTest, NumbersCompareInTheWidestType) {
+  EXPECT_EQ(IntOf("==", 16777217, 16777216.0f), 1);
+  EXPECT_EQ(IntOf("==", 16777217, 16777216.0), 0);
+  EXPECT_EQ(IntOf("<", 'a', 98), 1);
+  EXPECT_EQ(IntOf(">=", '\xE9', 0), 0);
+  EXPECT_EQ(IntOf("==", true, 1), 1);
+  EXPECT_EQ(IntOf("!=", true, false), 1);
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(IntOf("!=", nan, nan), 1);
+  for (const char* op : {"==", "<", ">", "<=", ">="}) EXPECT_EQ(IntOf(op, nan, 1), 0) << op;
+  EXPECT_EQ(IntOf("&&", nan, 1), 1);
+  EXPECT_EQ(IntOf("&&", 0.5, 0), 0);
+  EXPECT_EQ(IntOf("||", 0.0f, 0.25f), 1);
+  EXPECT_EQ(IntOf("||", false, 0), 0);
+  Push(0.5);
+  EXPECT_EQ(Run(UnaryOp("!")), 1);
+  EXPECT_EQ(stack_.GetTypeId(0), Variable::Boolean);
+  EXPECT_EQ(stack_.PopInteger(), 0);
+}
+
+TEST_F(TambOpsTest, TextsCompareWithoutCaseUnlessTheSwitchIsSet) {
+  EXPECT_EQ(ops_.GetCaseSwitch(), 0);
+  EXPECT_EQ(IntOf("==", "abc", "ABC"), 1);
+  EXPECT_EQ(IntOf("<", "B", "a"), 0);
+  EXPECT_EQ(IntOf("<", "a_", "aB"), 1) << "folding is to lower case";
+  EXPECT_EQ(IntOf("<", "ab", "abc"), 1);
+  EXPECT_EQ(IntOf(">", "\xE9", "z"), 1) << "bytes are unsigned";
+  EXPECT_EQ(IntOf("==", "\xC9", "\xE9"), 0) << "only ASCII is folded";
+  ops_.SetCaseSwitch(1);
+  EXPECT_EQ(IntOf("==", "abc", "ABC"), 0);
+  EXPECT_EQ(IntOf("<", "B", "a"), 1);
+  EXPECT_EQ(IntOf("!=", "abc", "abd"), 1);
+  stack_.PushString(KelString("a\0x", 3));
+  stack_.PushString(KelString("a\0y", 3));
+  EXPECT_EQ(Run(BinaryOp("==")), 1);
+  EXPECT_EQ(stack_.PopInteger(), 1) << "comparison ends at a NUL";
+}
+
+TEST_F(TambOpsTest, HandlesCompareWithTheirNumber) {
+  stack_.PushHandle("TextFileHandle", reinterpret_cast<void*>(intptr_t{12}));
+  Push(12);
+  EXPECT_EQ(Run(BinaryOp("==")), 1);
+  EXPECT_EQ(stack_.PopInteger(), 1);
+  Push(0);
+  stack_.PushHandle("TextFileHandle", nullptr);
+  EXPECT_EQ(Run(BinaryOp("!=")), 1);
+  EXPECT_EQ(stack_.PopInteger(), 0);
+}
+
+// --- text ---
+
+TEST_F(TambOpsTest, AnythingJoinsAString) {
+  EXPECT_EQ(TextOf("+", "n=", 5), "n=5");
+  EXPECT_EQ(TextOf("+", "n=", kMin), "n=-2147483648");
+  EXPECT_EQ(TextOf("+", "x", true), "xTRUE");
+  EXPECT_EQ(TextOf("+", false, "x"), "FALSEx");
+  EXPECT_EQ(TextOf("+", 'a', "b"), "ab");
+  EXPECT_EQ(TextOf("+", "v=", 0.5), "v=0.5");
+  EXPECT_EQ(TextOf("+", 2.0, ""), "2");
+  EXPECT_EQ(TextOf("+", 0.1f, "!"), "0.1!");
+  EXPECT_EQ(TextOf("+", "", ""), "");
+  stack_.PushString("h", 0);
+  stack_.PushHandle("TextFileHandle", reinterpret_cast<void*>(intptr_t{42}));
+  EXPECT_EQ(Run(BinaryOp("+")), 1);
+  EXPECT_EQ(PopText(), "h42");
+  stack_.PushString(KelString("a\0", 2));
+  stack_.PushString(KelString("\0b", 2));
+  EXPECT_EQ(Run(BinaryOp("+")), 1);
+  EXPECT_EQ(PopText(), std::string("a\0\0b", 4));
+}
+
+TEST_F(TambOpsTest, JoiningLeavesTheOperandsAlone) {
+  VarString text("s", 0);
+  text.SetStringValue("ab", 0);
+  EXPECT_EQ(TextOf("+", text.Duplicate(), text.Duplicate()), "abab");
+  EXPECT_EQ(TextOf("+", text.Duplicate(), "c"), "abc");
+  EXPECT_STREQ(text.GetStringValue(), "ab");
+  EXPECT_EQ(TextOf("+", static_cast<Variable*>(new VarReference("r", &text)), 1), "ab1");
+}
+
+TEST_F(TambOpsTest, AnEstringIsUsedInPlainText) {
+  VarEString secret("e", 0);
+  secret.SetStringValue("abc", 0);
+  EXPECT_EQ(TextOf("+", secret.Duplicate(), "d"), "abcd");
+  EXPECT_EQ(TextOf("+", 1, secret.Duplicate()), "1abc");
+  EXPECT_EQ(TextOf("+", secret.Duplicate(), secret.Duplicate()), "abcabc");
+  EXPECT_EQ(IntOf("==", secret.Duplicate(), "ABC"), 1);
+  EXPECT_EQ(IntOf("<", secret.Duplicate(), secret.Duplicate()), 0);
+}
+
+TEST_F(TambOpsTest, MakeStrReplacesTheTopEntry) {
+  ops_.MakeStr(&stack_);
+  EXPECT_EQ(stack_.GetSize(), 0u);
+  Push(1);
+  Push(1e300);
+  ops_.MakeStr(&stack_);
+  EXPECT_EQ(PopText(), "1e+300");
+  Push("text");
+  ops_.MakeStr(&stack_);
+  EXPECT_EQ(PopText(), "text");
+  Push(tamber::MakeVariable(TypeOf('A'), {}));
+  ops_.MakeStr(&stack_);
+  EXPECT_EQ(stack_.GetTypeId(0), Variable::Array);
+}
+
+// --- members and elements ---
+
+TEST_F(TambOpsTest, MembersByNameAndPosition) {
+  const VarHolder point(tamber::MakeVariable(TypeOf('R'), tamber::Name("p")));
+  point->GetStructElement(KelString("y"))->SetIntegerValue(9);
+  EXPECT_EQ(Run(".", point->Duplicate(), "Y"), 1);
+  EXPECT_EQ(stack_.GetVariable(0), point->GetStructElement(KelString("y")));
+  EXPECT_EQ(IntOf(".", point->Duplicate(), 2), 9);
+  EXPECT_EQ(Run(".", point->Duplicate(), "z"), 0);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_BADSTRUCTEL);
+  EXPECT_EQ(ops_.GetOperatorErrorText(), "z");
+  EXPECT_EQ(stack_.GetSize(), 0u);
+  for (const int32_t position : {0, 3, -1}) {
+    EXPECT_EQ(Run(".", point->Duplicate(), position), 0);
+    EXPECT_EQ(ops_.GetOperatorError(), ERR_BADSTRUCTEL);
+    EXPECT_EQ(ops_.GetOperatorErrorText(), std::to_string(position));
+  }
+  EXPECT_EQ(Run(".", 5, "x"), 0);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_VARNOTSTRUCT);
+  EXPECT_EQ(ops_.GetOperatorErrorText(), "");
+}
+
+TEST_F(TambOpsTest, ElementsCountFromOne) {
+  const VarHolder array(tamber::MakeVariable(TypeOf('A'), tamber::Name("a")));
+  array->SetArraySize(3);
+  array->GetArrayElement(3)->SetIntegerValue(33);
+  EXPECT_EQ(IntOf("[]", array->Duplicate(), 3), 33);
+  EXPECT_EQ(Run("[]", array->Duplicate(), 1), 1);
+  EXPECT_EQ(stack_.GetVariable(0), array->GetArrayElement(1)) << "the element itself";
+  for (const int32_t index : {0, 4, -1, kMin}) {
+    EXPECT_EQ(Run("[]", array->Duplicate(), index), 0);
+    EXPECT_EQ(ops_.GetOperatorError(), ERR_VARARRAYBOUNDS);
+    EXPECT_EQ(stack_.GetSize(), 0u);
+  }
+  EXPECT_EQ(Run("[]", 5, 1), 0);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_VARNOTARRAY);
+}
+
+TEST_F(TambOpsTest, AnElementOutlivesATemporaryArray) {
+  Variable* array = tamber::MakeVariable(TypeOf('A'), {});
+  array->SetArraySize(1);
+  array->GetArrayElement(1)->SetIntegerValue(4);
+  EXPECT_EQ(IntOf("[]", array, 1), 4);
+}
+
+}  // namespace
