@@ -298,7 +298,8 @@ int32_t TamberContext::RegisterStructure(const KelString& name, const KelString&
   tamber::Members list;
   std::string fault;
   const TypeRef present = FindTypeRef(name);
-  const bool understood = !name.IsEmpty() && tamber::ParseStructMembers(members, *this, list, fault);
+  const bool understood =
+      !name.IsEmpty() && tamber::ParseStructMembers(members, *this, list, fault);
   if (!understood || (present && !tamber::IsSuchStructure(*present, list))) {
     State().debug.Logf(KelDebug::Level::Error, "Structure %S is refused at '%S'", name, fault);
     RegistrationError("Error trying to create structure '%S'", name);

@@ -26,23 +26,6 @@ constexpr int32_t NegInt(int32_t a) { return SubInt(0, a); }
 constexpr int32_t DivInt(int32_t a, int32_t b) { return b == -1 ? NegInt(a) : a / b; }
 constexpr int32_t RemInt(int32_t a, int32_t b) { return b == -1 ? 0 : a % b; }
 
-// The same for whichever number type an operation is carried out in.
-constexpr int32_t Add(int32_t a, int32_t b) { return AddInt(a, b); }
-constexpr float Add(float a, float b) { return a + b; }
-constexpr double Add(double a, double b) { return a + b; }
-constexpr int32_t Sub(int32_t a, int32_t b) { return SubInt(a, b); }
-constexpr float Sub(float a, float b) { return a - b; }
-constexpr double Sub(double a, double b) { return a - b; }
-constexpr int32_t Mul(int32_t a, int32_t b) { return MulInt(a, b); }
-constexpr float Mul(float a, float b) { return a * b; }
-constexpr double Mul(double a, double b) { return a * b; }
-constexpr int32_t Div(int32_t a, int32_t b) { return DivInt(a, b); }
-constexpr float Div(float a, float b) { return a / b; }
-constexpr double Div(double a, double b) { return a / b; }
-constexpr int32_t Neg(int32_t a) { return NegInt(a); }
-constexpr float Neg(float a) { return -a; }
-constexpr double Neg(double a) { return -a; }
-
 // Shift counts are taken modulo 32, negative ones too; to the right the sign is kept.
 constexpr int32_t ShlInt(int32_t a, int32_t count) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) << (static_cast<uint32_t>(count) & 31u));

@@ -108,7 +108,8 @@ std::string PrototypeOf(const TamberFunction& function) {
   for (size_t i = first; i < types.size(); ++i) {
     if (i > first) text += ", ";
     AppendWord(text, *types[i]);
-    const KelString name = function.GetParameterList()->GetVariable(static_cast<uint32_t>(i))->GetVarName();
+    const KelString name =
+        function.GetParameterList()->GetVariable(static_cast<uint32_t>(i))->GetVarName();
     if (!name.IsEmpty()) text += ' ';
     text += name.View();
     text += Brackets(*types[i]);

@@ -74,13 +74,20 @@ namespace tamber {
 /// A number that differs when a module and the runtime see the shared records differently.
 constexpr uint64_t ModuleStamp() {
   const uint64_t facts[] = {
-      TAMBER_MODULE_VERSION,     sizeof(void*),
-      sizeof(KelString),         sizeof(Variable),
-      sizeof(Stack),             sizeof(FunctionCallInfo),
-      sizeof(FunctionTraits),    sizeof(FUNCMOD_INTEGER),
-      sizeof(FUNCMOD_STRING),    sizeof(FUNCMOD_OBJECT),
-      sizeof(FUNCMOD_STRUCT),    sizeof(FUNCMOD_ERROR),
-      sizeof(FUNCMOD_FUNCTION),  sizeof(FUNCMOD_REGISTRATION),
+      TAMBER_MODULE_VERSION,
+      sizeof(void*),
+      sizeof(KelString),
+      sizeof(Variable),
+      sizeof(Stack),
+      sizeof(FunctionCallInfo),
+      sizeof(FunctionTraits),
+      sizeof(FUNCMOD_INTEGER),
+      sizeof(FUNCMOD_STRING),
+      sizeof(FUNCMOD_OBJECT),
+      sizeof(FUNCMOD_STRUCT),
+      sizeof(FUNCMOD_ERROR),
+      sizeof(FUNCMOD_FUNCTION),
+      sizeof(FUNCMOD_REGISTRATION),
       __GXX_ABI_VERSION / 1000,
   };
   uint64_t stamp = 0xCBF29CE484222325u;

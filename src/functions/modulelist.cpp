@@ -62,7 +62,7 @@ void* ModuleList::LoadModule(const KelString& path) {
     }
   }
   if (!error.empty()) {
-    host_.Log().Logf(KelDebug::Level::Error, "Module %S cannot be loaded: %S", path, error);
+    host_->Log().Logf(KelDebug::Level::Error, "Module %S cannot be loaded: %S", path, error);
     kel::FreeLibraryFile(handle);
     return nullptr;
   }
@@ -77,7 +77,7 @@ const FUNCMOD_REGISTRATION* ModuleList::InitialiseModule(const KelString& path, 
   try {
     return initialise();
   } catch (...) {
-    host_.Log().Logf(KelDebug::Level::Error, "Module %S threw while it was initialised", path);
+    host_->Log().Logf(KelDebug::Level::Error, "Module %S threw while it was initialised", path);
     return nullptr;
   }
 }
@@ -118,13 +118,13 @@ void ModuleList::CleanUp(const Module& module) const {
   try {
     if (const auto extended =
             FindEntry<CleanupExFunction>(module.path, module.handle, CLEANUP_EX)) {
-      extended(host_.GetContext());
+      extended(host_->GetContext());
     } else if (const auto plain = FindEntry<CleanupFunction>(module.path, module.handle, CLEANUP)) {
       plain();
     }
   } catch (...) {
-    host_.Log().Logf(KelDebug::Level::Error, "Module %S threw while it was cleaned up",
-                     module.path);
+    host_->Log().Logf(KelDebug::Level::Error, "Module %S threw while it was cleaned up",
+                      module.path);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "functions/module.h"
@@ -45,7 +46,7 @@ class ModuleList {
  public:
   enum FunctionNameEnum { INITIALISE = 0, CLEANUP = 1, CLEANUP_EX = 2 };
 
-  explicit ModuleList(ModuleHost& host) : host_(host) {}
+  explicit ModuleList(std::unique_ptr<ModuleHost> host) : host_(std::move(host)) {}
   ModuleList(const ModuleList&) = delete;
   ModuleList& operator=(const ModuleList&) = delete;
   ~ModuleList() { ClearModuleList(); }
@@ -68,6 +69,7 @@ class ModuleList {
   void DropModule(const KelString& path);
   /// Unloads all, the last one first.
   void ClearModuleList();
+  ModuleHost& Host() const { return *host_; }
   uint32_t GetCount() const { return static_cast<uint32_t>(modules_.size()); }
 
   /// Name of an entry point of a module file: "netutil.so" has InitialiseNetutilModule.
@@ -83,7 +85,7 @@ class ModuleList {
 
   void CleanUp(const Module& module) const;
 
-  ModuleHost& host_;
+  std::unique_ptr<ModuleHost> host_;
   std::vector<Module> modules_;
 };
 

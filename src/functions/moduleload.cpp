@@ -28,8 +28,7 @@ void AppendConfiguredPath(KelString& path, const KelString& iniPath) {
   path += kel::ResolvePath(beside.GetPath());
 }
 
-bool LoadLibraryModule(ModuleHost& host, ModuleList& modules, const KelString& path,
-                       void** handle) {
+bool LoadLibraryModule(ModuleList& modules, const KelString& path, void** handle) {
   void* library = modules.LoadModule(path);
   const FUNCMOD_REGISTRATION* record = nullptr;
   if (library != nullptr) {
@@ -37,11 +36,11 @@ bool LoadLibraryModule(ModuleHost& host, ModuleList& modules, const KelString& p
     if (record == nullptr) modules.DropModule(path);
   }
   if (record == nullptr) {
-    host.SetError(kModuleNotLoaded, "");
+    modules.Host().SetError(kModuleNotLoaded, "");
     return false;
   }
   if (handle != nullptr) *handle = library;
-  modules.SetRegistration(path, host.Register(record));
+  modules.SetRegistration(path, modules.Host().Register(record));
   return true;
 }
 
@@ -61,8 +60,9 @@ KelString ModuleSearchPath(const ModuleHost& host, const KelString& file,
   return path;
 }
 
-bool LoadModuleFile(ModuleHost& host, ModuleList& modules, const KelString& file,
-                    const KelString& callingScript, void** handle) {
+bool LoadModuleFile(ModuleList& modules, const KelString& file, const KelString& callingScript,
+                    void** handle) {
+  ModuleHost& host = modules.Host();
   const KelString searchPath = ModuleSearchPath(host, file, callingScript);
   const KelString path = kel::PathSearch(file, searchPath);
   if (path.IsEmpty()) {
@@ -80,7 +80,7 @@ bool LoadModuleFile(ModuleHost& host, ModuleList& modules, const KelString& file
     return true;
   }
   if (!IsModuleFile(file)) return host.CompileScript(path);
-  return LoadLibraryModule(host, modules, path, handle);
+  return LoadLibraryModule(modules, path, handle);
 }
 
 }  // namespace tamber

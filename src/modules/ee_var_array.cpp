@@ -307,9 +307,8 @@ ArrayResult ArraySetSize(Call& call, ArrayOperand array, int32_t size) {
                                  : static_cast<bool>(array.type->Element());
   if (wanted == count || (wanted > count && !canGrow)) return SameArray(array);
   try {
-    ArrayResult result(array.type, array.data != nullptr
-                                       ? array.data->Copy()
-                                       : ArrayData::New(array.type->Element()));
+    ArrayResult result(array.type, array.data != nullptr ? array.data->Copy()
+                                                         : ArrayData::New(array.type->Element()));
     result->Resize(wanted);
     return result;
   } catch (const std::bad_alloc&) {

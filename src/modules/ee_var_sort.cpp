@@ -85,23 +85,29 @@ bool SortKeyed(std::vector<Keyed>& elements, Kind kind, Order order) {
     case Kind::Bool:
     case Kind::Char:
     case Kind::Int:
-      SortNumbers(first, last, [](const Keyed& e) { return e.key.i; }, order);
+      SortNumbers(
+          first, last, [](const Keyed& e) { return e.key.i; }, order);
       return true;
     case Kind::Float:
-      SortNumbers(first, last, [](const Keyed& e) { return e.key.f; }, order);
+      SortNumbers(
+          first, last, [](const Keyed& e) { return e.key.f; }, order);
       return true;
     case Kind::Double:
-      SortNumbers(first, last, [](const Keyed& e) { return e.key.d; }, order);
+      SortNumbers(
+          first, last, [](const Keyed& e) { return e.key.d; }, order);
       return true;
     case Kind::Handle:
-      SortNumbers(first, last, [](const Keyed& e) { return CellToInt(Kind::Handle, e.key); }, order);
+      SortNumbers(
+          first, last, [](const Keyed& e) { return CellToInt(Kind::Handle, e.key); }, order);
       return true;
     case Kind::String:
-      SortTexts(first, last, [](const Keyed& e) { return TextOf(e.key.s); }, order);
+      SortTexts(
+          first, last, [](const Keyed& e) { return TextOf(e.key.s); }, order);
       return true;
     case Kind::EString: {
       const PlainTexts texts(elements);
-      SortTexts(first, last, [&](const Keyed& e) { return texts.Of(e); }, order);
+      SortTexts(
+          first, last, [&](const Keyed& e) { return texts.Of(e); }, order);
       return true;
     }
     case Kind::None:
@@ -123,7 +129,8 @@ void Arrange(ArrayData& array, const std::vector<Keyed>& elements) {
 template <class Stored>
 void SortStored(ArrayData& array, Order order) {
   Stored* elements = array.Data<Stored>();
-  SortNumbers(elements, elements + array.Count(), [](Stored e) { return e; }, order);
+  SortNumbers(
+      elements, elements + array.Count(), [](Stored e) { return e; }, order);
 }
 
 /// Sorts an unshared array without boxes; false when its elements have no order.
