@@ -6,7 +6,7 @@
 /// From 20000 up: fatal, they end the run.
 enum TamberError : int32_t {
   ERR_SUCCESS = 0,
-#define TAMBER_ERROR(code, name, text) name = code,
+#define TAMBER_ERROR(code, name, text) name = (code),
 #include "context/errlist.def"
 #undef TAMBER_ERROR
 };

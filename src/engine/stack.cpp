@@ -82,7 +82,9 @@ char CellToByte(Kind kind, Cell cell) { return static_cast<char>(tamber::CellToC
 void* CellToHandle(Kind kind, Cell cell) {
   if (kind == Kind::Handle) return cell.p;
   // An integer carries a handle's number: sign-extended to the width of a pointer.
-  return kind == Kind::Int ? reinterpret_cast<void*>(static_cast<intptr_t>(cell.i)) : nullptr;
+  if (kind != Kind::Int) return nullptr;
+  return reinterpret_cast<void*>(
+      static_cast<intptr_t>(cell.i));  // NOLINT: a number, never followed
 }
 
 }  // namespace

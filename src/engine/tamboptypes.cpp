@@ -17,15 +17,11 @@ namespace {
 using Kinds = uint16_t;
 
 constexpr Kinds SetOf(Kind kind) { return static_cast<Kinds>(1u << static_cast<unsigned>(kind)); }
-template <class... More>
-constexpr Kinds SetOf(Kind kind, More... more) {
-  return static_cast<Kinds>(SetOf(kind) | SetOf(more...));
-}
 constexpr bool Has(Kinds set, Kind kind) { return (set & SetOf(kind)) != 0; }
 
-constexpr Kinds B = SetOf(Kind::Bool), C = SetOf(Kind::Char), I = SetOf(Kind::Int),
-                F = SetOf(Kind::Float), D = SetOf(Kind::Double), S = SetOf(Kind::String),
-                H = SetOf(Kind::Handle), N = SetOf(Kind::None);
+constexpr Kinds kB = SetOf(Kind::Bool), kC = SetOf(Kind::Char), kI = SetOf(Kind::Int),
+                kF = SetOf(Kind::Float), kD = SetOf(Kind::Double), kS = SetOf(Kind::String),
+                kH = SetOf(Kind::Handle), kN = SetOf(Kind::None);
 
 /// Every kind of `left` with every kind of `right` gives `result`.
 struct TypeRule {
@@ -39,39 +35,39 @@ struct TypeRule {
 // comes out of char + integer, an integer out of integer + char; "-" does not mix double or float
 // with char; bits and shifts mix nothing; a char may stand right of "&&" but not left of it.
 constexpr TypeRule kTypeRules[] = {
-    {TamberOperators::OP_ADD, S, S, Kind::String},
-    {TamberOperators::OP_ADD, S, D | F | I | C | B, Kind::String},
-    {TamberOperators::OP_ADD, D | F | I | C, S, Kind::String},
-    {TamberOperators::OP_ADD, D, D | F | I | C, Kind::Double},
-    {TamberOperators::OP_ADD, F | I | C, D, Kind::Double},
-    {TamberOperators::OP_ADD, F, F | I | C, Kind::Float},
-    {TamberOperators::OP_ADD, I | C, F, Kind::Float},
-    {TamberOperators::OP_ADD, I, I | C, Kind::Int},
-    {TamberOperators::OP_ADD, C, I | C, Kind::Char},
-    {TamberOperators::OP_SUBTRACT, D, D | F | I, Kind::Double},
-    {TamberOperators::OP_SUBTRACT, F | I, D, Kind::Double},
-    {TamberOperators::OP_SUBTRACT, F, F | I, Kind::Float},
-    {TamberOperators::OP_SUBTRACT, I, F, Kind::Float},
-    {TamberOperators::OP_SUBTRACT, I, I, Kind::Int},
-    {TamberOperators::OP_SUBTRACT, I, C, Kind::Char},
-    {TamberOperators::OP_SUBTRACT, C, I | C, Kind::Char},
-    {TamberOperators::OP_REMAIN, I, I, Kind::Int},
-    {TamberOperators::OP_REMAIN, C, C, Kind::Char},
-    {TamberOperators::OP_EQUAL, S, S, Kind::Bool},
-    {TamberOperators::OP_EQUAL, H, I, Kind::Bool},
-    {TamberOperators::OP_EQUAL, I, H, Kind::Bool},
-    {TamberOperators::OP_EQUAL, D | F | I | C, D | F | I | C, Kind::Bool},
-    {TamberOperators::OP_EQUAL, I | C, B, Kind::Bool},
-    {TamberOperators::OP_EQUAL, B, I | C | B, Kind::Bool},
-    {TamberOperators::OP_AND, D | F | I | B, D | F | I | C | B, Kind::Bool},
-    {TamberOperators::OP_NEGATE, D, N, Kind::Double},
-    {TamberOperators::OP_NEGATE, F, N, Kind::Float},
-    {TamberOperators::OP_NEGATE, I, N, Kind::Int},
-    {TamberOperators::OP_NEGATE, C, N, Kind::Char},
-    {TamberOperators::OP_NOT, D | F | I | C | B, N, Kind::Bool},
-    {TamberOperators::OP_COMPLEMENT, I, N, Kind::Int},
-    {TamberOperators::OP_COMPLEMENT, C, N, Kind::Char},
-    {TamberOperators::OP_COMPLEMENT, B, N, Kind::Bool},
+    {TamberOperators::OP_ADD, kS, kS, Kind::String},
+    {TamberOperators::OP_ADD, kS, kD | kF | kI | kC | kB, Kind::String},
+    {TamberOperators::OP_ADD, kD | kF | kI | kC, kS, Kind::String},
+    {TamberOperators::OP_ADD, kD, kD | kF | kI | kC, Kind::Double},
+    {TamberOperators::OP_ADD, kF | kI | kC, kD, Kind::Double},
+    {TamberOperators::OP_ADD, kF, kF | kI | kC, Kind::Float},
+    {TamberOperators::OP_ADD, kI | kC, kF, Kind::Float},
+    {TamberOperators::OP_ADD, kI, kI | kC, Kind::Int},
+    {TamberOperators::OP_ADD, kC, kI | kC, Kind::Char},
+    {TamberOperators::OP_SUBTRACT, kD, kD | kF | kI, Kind::Double},
+    {TamberOperators::OP_SUBTRACT, kF | kI, kD, Kind::Double},
+    {TamberOperators::OP_SUBTRACT, kF, kF | kI, Kind::Float},
+    {TamberOperators::OP_SUBTRACT, kI, kF, Kind::Float},
+    {TamberOperators::OP_SUBTRACT, kI, kI, Kind::Int},
+    {TamberOperators::OP_SUBTRACT, kI, kC, Kind::Char},
+    {TamberOperators::OP_SUBTRACT, kC, kI | kC, Kind::Char},
+    {TamberOperators::OP_REMAIN, kI, kI, Kind::Int},
+    {TamberOperators::OP_REMAIN, kC, kC, Kind::Char},
+    {TamberOperators::OP_EQUAL, kS, kS, Kind::Bool},
+    {TamberOperators::OP_EQUAL, kH, kI, Kind::Bool},
+    {TamberOperators::OP_EQUAL, kI, kH, Kind::Bool},
+    {TamberOperators::OP_EQUAL, kD | kF | kI | kC, kD | kF | kI | kC, Kind::Bool},
+    {TamberOperators::OP_EQUAL, kI | kC, kB, Kind::Bool},
+    {TamberOperators::OP_EQUAL, kB, kI | kC | kB, Kind::Bool},
+    {TamberOperators::OP_AND, kD | kF | kI | kB, kD | kF | kI | kC | kB, Kind::Bool},
+    {TamberOperators::OP_NEGATE, kD, kN, Kind::Double},
+    {TamberOperators::OP_NEGATE, kF, kN, Kind::Float},
+    {TamberOperators::OP_NEGATE, kI, kN, Kind::Int},
+    {TamberOperators::OP_NEGATE, kC, kN, Kind::Char},
+    {TamberOperators::OP_NOT, kD | kF | kI | kC | kB, kN, Kind::Bool},
+    {TamberOperators::OP_COMPLEMENT, kI, kN, Kind::Int},
+    {TamberOperators::OP_COMPLEMENT, kC, kN, Kind::Char},
+    {TamberOperators::OP_COMPLEMENT, kB, kN, Kind::Bool},
 };
 
 /// The operator under whose rules another one is looked up.

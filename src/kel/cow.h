@@ -17,7 +17,7 @@ class Cow {
     other.owned_.store(false, std::memory_order_relaxed);
   }
   Cow& operator=(const Cow& other) {
-    if (value_ == other.value_) return *this;
+    if (this == &other || value_ == other.value_) return *this;
     value_ = other.value_;
     owned_.store(false, std::memory_order_relaxed);
     other.owned_.store(false, std::memory_order_relaxed);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "values/cellops.h"
+#include "values/nesting.h"
 #include "values/structdata.h"
 #include "values/variable.h"
 
@@ -281,6 +282,8 @@ Cell ArrayData::Remove(uint32_t at) {
 }
 
 ArrayData* ArrayData::Copy() const {
+  const Nesting nesting;
+  if (nesting.IsTooDeep()) throw std::bad_alloc();
   OwnedCell copy(Kind::Array, ZeroCell());
   ArrayData* array = copy.cell.a = New(element_);
   array->Reserve(count_);
@@ -355,7 +358,8 @@ void ArrayData::SweepBoxes() {
   if (boxes_ == nullptr) return;
   if (HoldsObjects(kind_)) {
     for (uint32_t at = 0; at < count_; ++at) {
-      if (VariableAccess::Holders(*Data<Cell>()[at].v) > 0) return;
+      Variable& object = *Data<Cell>()[at].v;
+      if (VariableAccess::Holders(object) > 0 || !SweepInside(object)) return;
     }
     boxes_.reset();
     return;

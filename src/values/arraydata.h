@@ -12,8 +12,12 @@ namespace tamber {
 ///
 /// An element has an object of its own (a box) only while somebody wants one; the box then is the
 /// element, and the stored cell is stale. An array with boxes is never shared, so that a reference
-/// to `a[2]` stays a reference to `a[2]`.
-/// Positions in this class are 0-based; scripts count from 1.
+/// to `a[2]` stays a reference to `a[2]`. Whoever wants an object inside an element (`a[2].x`) asks
+/// for the element's own box first: an array without boxes has none further inside.
+///
+/// The elements of arrays of enciphered strings and of generic arrays are objects already. What
+/// Peek gives may then be read only, as two arrays can share them; Box gives one to change or to
+/// keep. Positions in this class are 0-based; scripts count from 1.
 class ArrayData final : public RefObject {
  public:
   /// An empty array of one reference. `element` may be null: the generic array without a prototype.

@@ -9,6 +9,7 @@
 #include "kel/cipher.h"
 #include "kel/number.h"
 #include "values/arraydata.h"
+#include "values/nesting.h"
 #include "values/strbuf.h"
 #include "values/structdata.h"
 #include "values/vararray.h"
@@ -365,18 +366,27 @@ void StoreInto(Variable& box, const TypeDesc& type, Cell value) {
   StoreCell(type.GetKind(), VariableAccess::CellOf(box), value);
 }
 
+bool SweepInside(Variable& object) {
+  const Nesting nesting;
+  if (nesting.IsTooDeep()) return false;
+  const Cell cell = VariableAccess::CellOf(object);
+  switch (VariableAccess::KindOf(object)) {
+    case Kind::Struct:
+      cell.st->SweepBoxes();
+      return !cell.st->HasBoxes();
+    case Kind::Array:
+      if (cell.a == nullptr) return true;
+      cell.a->SweepBoxes();
+      return !cell.a->HasBoxes();
+    default:
+      return true;
+  }
+}
+
 bool CanUnbox(Variable& box, const TypeDesc& type) {
-  if (VariableAccess::Holders(box) > 0) return false;
-  Cell& cell = VariableAccess::CellOf(box);
-  if (type.GetKind() == Kind::Struct) {
-    cell.st->SweepBoxes();
-    return !cell.st->HasBoxes() && cell.st->Layout().Get() == type.Layout().Get();
-  }
-  if (type.GetKind() == Kind::Array && cell.a != nullptr) {
-    cell.a->SweepBoxes();
-    return !cell.a->HasBoxes();
-  }
-  return true;
+  if (VariableAccess::Holders(box) > 0 || !SweepInside(box)) return false;
+  return type.GetKind() != Kind::Struct ||
+         VariableAccess::CellOf(box).st->Layout().Get() == type.Layout().Get();
 }
 
 Cell Unbox(Variable* box) {

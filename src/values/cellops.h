@@ -100,6 +100,9 @@ constexpr bool HoldsObjects(Kind kind) { return kind == Kind::EString || kind ==
 /// Stores a value of `type`, taking it over, in a variable that is an element or a member of
 /// `type`.
 void StoreInto(Variable& box, const TypeDesc& type, Cell value);
+/// Sweeps the boxes inside an element or a member; true when none is left there. What lies within a
+/// value that is shared must have no boxes either.
+bool SweepInside(Variable& object);
 /// Whether a box can become a stored cell of `type` again.
 bool CanUnbox(Variable& box, const TypeDesc& type);
 /// The value of a box that is given up.

@@ -124,7 +124,8 @@ void StructData::SweepBoxes() {
   for (uint32_t i = 0; i < Count(); ++i) {
     const TypeDesc& memberType = *layout_->Members()[i].type;
     if (HoldsObjects(memberType.GetKind())) {
-      kept |= VariableAccess::Holders(*Cells()[i].v) > 0;
+      Variable& object = *Cells()[i].v;
+      kept |= VariableAccess::Holders(object) > 0 || !SweepInside(object);
     } else if (boxes_[i] != nullptr && CanUnbox(*boxes_[i], memberType)) {
       Cells()[i] = Unbox(boxes_[i]);
       boxes_[i] = nullptr;

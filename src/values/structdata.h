@@ -6,7 +6,9 @@ namespace tamber {
 
 /// The members of one structure value, shared between structures until one of them changes.
 /// As in ArrayData, a member has an object of its own only while somebody wants one, and a
-/// structure with such boxes is never shared. Positions are 0-based.
+/// structure with such boxes is never shared. Whoever wants an object inside a member (of a
+/// structure, of an array) asks for the member's own box first: a value without boxes has none
+/// further inside. Positions are 0-based.
 class StructData final : public RefObject {
  public:
   /// A structure with default members, one reference.

@@ -1,0 +1,138 @@
+#include "frontend/compassign.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "context/errcodes.h"
+#include "context/tambctxt.h"
+#include "engine/statarray.h"
+#include "engine/statexpr.h"
+#include "engine/statpopassign.h"
+#include "engine/statpopvar.h"
+#include "engine/statpushvar.h"
+#include "expr/exprvar.h"
+#include "frontend/stmtcomp.h"
+
+namespace tamber {
+
+namespace {
+
+using Target = std::unique_ptr<ExpressionVariable>;
+
+constexpr std::string_view kCompound[] = {"+=", "-=", "*=", "/=", "%=", "&=", "|=", "^=", "<<="};
+
+bool IsCompound(std::string_view op) {
+  return std::find(std::begin(kCompound), std::end(kCompound), op) != std::end(kCompound);
+}
+
+bool IsConstant(const StatementCompiler& compiler, const KelString& name) {
+  TamberContext& context = compiler.Context();
+  return compiler.Procedure().Locals().Find(name) < 0 &&
+         context.GetVariable(name, VARLIST_GLOBAL) == nullptr &&
+         context.GetVariable(name, VARLIST_CONSTANT) != nullptr;
+}
+
+bool RefuseConstant(StatementCompiler& compiler, const KelString& name) {
+  Tokeniser& tokeniser = compiler.Tokens();
+  tokeniser.GetNextToken(1, 1);
+  const std::string_view next = tokeniser.Token();
+  const bool assigns = next == "=" || next == "[" || next == "." || IsCompound(next);
+  return assigns ? compiler.Fail(ERR_ASSIGNCONSTANT, name) : compiler.Fail(ERR_ASSIGNNOEQUAL, next);
+}
+
+/// Reads the variable reference at the start of the line; null when it is refused.
+Target CompileTarget(StatementCompiler& compiler) {
+  compiler.Tokens().ResetLine();
+  ExpressionCompiler& expressions = compiler.Expressions();
+  if (!expressions.CompileTarget(&compiler.Tokens())) {
+    compiler.FailExpression();
+    return nullptr;
+  }
+  return Target(static_cast<ExpressionVariable*>(expressions.RemoveExpression().release()));
+}
+
+/// Appends the store of the expression that was just compiled. The selectors of the target are
+/// evaluated before the value.
+bool AppendStore(StatementCompiler& compiler, Target target) {
+  if (compiler.Expressions().ResultType()->GetKind() == Kind::None) {
+    return compiler.Fail(ERR_ASSIGNMISMATCH, target->Variable().name.View());
+  }
+  if (target->IsSimple()) {
+    compiler.AppendExpression();
+    compiler.Append<StatementPopVar>(target->Variable());
+    return true;
+  }
+  compiler.Append<StatementExpression>(std::move(target), StatementExpression::Use::Target);
+  compiler.AppendExpression();
+  compiler.Append<StatementPopAssign>();
+  return true;
+}
+
+bool CompileStore(StatementCompiler& compiler, Target target) {
+  const bool compiled =
+      compiler.Expressions().CompileAssigned(&compiler.Tokens(), ";", *target->Type());
+  return compiled ? AppendStore(compiler, std::move(target)) : compiler.FailExpression();
+}
+
+/// `target op= rest` is `target = target op (rest)`, so selectors are evaluated twice.
+bool CompileCompound(StatementCompiler& compiler, Target target, std::string_view op) {
+  Tokeniser& tokeniser = compiler.Tokens();
+  const char* const rest = tokeniser.GetSearchPtr();
+  Target left = CompileTarget(compiler);
+  if (!left) return false;
+  tokeniser.SetSearch(rest);
+  ExpressionCompiler& expressions = compiler.Expressions();
+  if (!expressions.CompileExpression(&tokeniser, ";")) return compiler.FailExpression();
+  std::unique_ptr<ExpressionBase> right = expressions.RemoveExpression();
+  if (!expressions.Combine(std::move(left), op.substr(0, op.size() - 1), std::move(right))) {
+    return compiler.FailExpression();
+  }
+  return AppendStore(compiler, std::move(target));
+}
+
+enum_StatementKind ArrayOperation(std::string_view op) {
+  if (op == "+=") return STATEMENT_GROW;
+  if (op == "-=") return STATEMENT_SHRINK;
+  return op == "<<=" ? STATEMENT_APPEND : STATEMENT_PLAIN;
+}
+
+/// Compiles the operand first, the array second: it is on top when the operation runs.
+bool CompileArrayChange(StatementCompiler& compiler, Target target, enum_StatementKind operation) {
+  ExpressionCompiler& expressions = compiler.Expressions();
+  const TypeRef& element = target->Type()->Element();
+  const bool compiled = operation == STATEMENT_APPEND && element
+                            ? expressions.CompileAssigned(&compiler.Tokens(), ";", *element) != 0
+                            : expressions.CompileExpression(&compiler.Tokens(), ";") != 0;
+  if (!compiled) return compiler.FailExpression();
+  compiler.AppendExpression();
+  if (target->IsSimple()) {
+    compiler.Append<StatementPushVar>(target->Variable());
+  } else {
+    compiler.Append<StatementExpression>(std::move(target), StatementExpression::Use::Array);
+  }
+  compiler.Append<StatementArrayOp>(operation);
+  return true;
+}
+
+}  // namespace
+
+bool CompileAssignment(StatementCompiler& compiler) {
+  Tokeniser& tokeniser = compiler.Tokens();
+  const KelString name(tokeniser.Token());
+  if (IsConstant(compiler, name)) return RefuseConstant(compiler, name);
+  Target target = CompileTarget(compiler);
+  if (!target) return false;
+  tokeniser.GetNextToken(1, 1);
+  if (tokeniser.GetLastError() != 0) return compiler.Fail(tokeniser.GetLastError(), "");
+  const KelString op(tokeniser.Token());
+  if (op == "=") return CompileStore(compiler, std::move(target));
+  if (!IsCompound(op)) return compiler.Fail(ERR_ASSIGNNOEQUAL, op);
+  const enum_StatementKind operation = ArrayOperation(op);
+  if (target->Type()->IsArray() && operation != STATEMENT_PLAIN) {
+    return CompileArrayChange(compiler, std::move(target), operation);
+  }
+  if (operation == STATEMENT_APPEND) return compiler.Fail(ERR_ASSIGNMISMATCH, name);
+  return CompileCompound(compiler, std::move(target), op);
+}
+
+}  // namespace tamber

@@ -1,0 +1,69 @@
+#include "frontend/compcall.h"
+
+#include "context/errcodes.h"
+#include "engine/statcall.h"
+#include "engine/statpopstack.h"
+#include "frontend/stmtcomp.h"
+#include "values/variable.h"
+
+namespace tamber {
+
+namespace {
+
+bool CompileReturnValue(StatementCompiler& compiler, const TypeDesc& type) {
+  ExpressionCompiler& expressions = compiler.Expressions();
+  if (!expressions.CompileAssigned(&compiler.Tokens(), ";", type)) {
+    return compiler.FailExpression();
+  }
+  const TypeDesc& value = *expressions.ResultType();
+  if (value.GetKind() == Kind::None || !type.Accepts(value)) {
+    return compiler.Fail(ERR_RETURNWRONGTYPE, "");
+  }
+  compiler.AppendExpression();
+  return true;
+}
+
+bool CheckNoReturnValue(StatementCompiler& compiler) {
+  Tokeniser& tokeniser = compiler.Tokens();
+  tokeniser.GetNextToken(1, 1);
+  if (tokeniser.GetLastError() != 0) return compiler.Fail(tokeniser.GetLastError(), "");
+  if (tokeniser.GetTokenLength() == 0) return true;
+  return compiler.Fail(ERR_RETURNNOTEMPTY, tokeniser.Token());
+}
+
+}  // namespace
+
+bool CompileDiscarded(StatementCompiler& compiler) {
+  compiler.Tokens().ResetLine();
+  if (!compiler.Expressions().CompileExpression(&compiler.Tokens(), ";")) {
+    return compiler.FailExpression();
+  }
+  compiler.AppendExpression();
+  compiler.Append<StatementPopStack>();
+  return true;
+}
+
+bool CompileCall(StatementCompiler& compiler, uint32_t) {
+  ExpressionCompiler& expressions = compiler.Expressions();
+  if (!expressions.CompileExpression(&compiler.Tokens(), ";")) return compiler.FailExpression();
+  if (expressions.ResultType()->TypeId() != Variable::String) {
+    return compiler.Fail(ERR_EXPRPARMMATCH, "");
+  }
+  compiler.AppendExpression();
+  compiler.Append<StatementCallScript>();
+  return true;
+}
+
+bool CompileReturn(StatementCompiler& compiler, uint32_t flags) {
+  TamberProcedure& procedure = compiler.Procedure();
+  if (const TypeRef& type = procedure.ReturnType()) {
+    if (!CompileReturnValue(compiler, *type)) return false;
+    if (flags == 0) procedure.SetReturnsOnMainPath();
+  } else if (!CheckNoReturnValue(compiler)) {
+    return false;
+  }
+  compiler.Append<StatementBase>(STATEMENT_RETURN);
+  return true;
+}
+
+}  // namespace tamber

@@ -1,0 +1,40 @@
+#include "frontend/compdecl.h"
+
+#include "context/errcodes.h"
+#include "engine/statdecl.h"
+#include "frontend/declread.h"
+#include "frontend/stmtcomp.h"
+
+namespace tamber {
+
+namespace {
+
+void Declare(StatementCompiler& compiler, const KelString& typeWord, const DeclaredName& declared) {
+  Local local;
+  local.name = Name(declared.name);
+  local.type = declared.type;
+  local.arraySize = declared.arraySize;
+  const uint32_t slot = compiler.Procedure().Locals().Add(std::move(local));
+  compiler.Append<StatementDeclare>(slot, typeWord + " " + declared.name);
+}
+
+}  // namespace
+
+bool CompileLocals(StatementCompiler& compiler) {
+  const KelString word(compiler.Tokens().Token());
+  DeclarationReader reader(compiler.Context(), compiler.Tokens());
+  int32_t error = reader.ReadType(word);
+  for (bool more = true; error == ERR_SUCCESS && more;) {
+    DeclaredName declared;
+    error = reader.ReadName(declared);
+    if (error != ERR_SUCCESS) break;
+    if (!compiler.IsFreeLocalName(declared.name)) {
+      return compiler.Fail(ERR_VAREXISTS, declared.name);
+    }
+    Declare(compiler, reader.TypeWord(declared), declared);
+    error = reader.ReadSeparator(more);
+  }
+  return error == ERR_SUCCESS || compiler.Fail(error, reader.ErrorText());
+}
+
+}  // namespace tamber

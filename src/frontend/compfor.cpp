@@ -1,0 +1,67 @@
+#include "frontend/compfor.h"
+
+#include "context/errcodes.h"
+#include "frontend/jumppatch.h"
+#include "frontend/stmtcomp.h"
+#include "kel/kelascii.h"
+
+namespace tamber {
+
+namespace {
+
+struct ForHeader {
+  std::string init;
+  std::string condition;
+  std::string step;
+};
+
+/// Cuts the header as text: quotes and nested parentheses mean nothing here, and what follows the
+/// first ")" behind the second ";" is ignored. False when a separator is missing.
+bool SplitHeader(Tokeniser& tokeniser, ForHeader& header) {
+  tokeniser.GetNextToken(1, 1);
+  if (tokeniser.Token() != "(") return false;
+  std::string_view rest = tokeniser.Rest();
+  const auto cut = [&rest](char separator, std::string& part) {
+    const size_t end = rest.find(separator);
+    if (end == rest.npos) return false;
+    part = kel::Trimmed(rest.substr(0, end));
+    rest.remove_prefix(end + 1);
+    return true;
+  };
+  return cut(';', header.init) && cut(';', header.condition) && cut(')', header.step);
+}
+
+}  // namespace
+
+// init, top: condition, jump if false to OUT, body, next: step, jump to top, OUT:
+bool CompileFor(StatementCompiler& compiler, uint32_t flags) {
+  const uint32_t line = compiler.Line();
+  const KelString keyword(compiler.Tokens().Token());
+  uint32_t end = 0;
+  if (!compiler.FindBlockEnd(end)) return false;
+  if (end == 0) return compiler.Fail(ERR_FORNOENDFOR, keyword);
+  ForHeader header;
+  if (!SplitHeader(compiler.Tokens(), header)) return compiler.Fail(ERR_FORBADSYNTAX, keyword);
+
+  // Without an init the condition is ignored on purpose: the loop runs until something leaves it.
+  const bool hasCondition = !header.init.empty();
+  if (hasCondition && !compiler.CompilePart(header.init, 0)) return false;
+  const uint32_t top = compiler.Count() + 1;
+  uint32_t jump = 0;
+  Tokeniser condition(header.condition.c_str());
+  if (hasCondition && !compiler.CompileCondition(condition, jump)) return false;
+  if (!compiler.CompileBlock(end, flags | kInFor)) return false;
+  const uint32_t next = compiler.Count() + 1;
+  compiler.Script().ReadLineAt(line);  // errors of the step are those of the for line
+  if (!header.step.empty() && !compiler.CompilePart(header.step, 0)) return false;
+  StatementList& statements = compiler.Statements();
+  AppendJump(statements, line, top);
+  const uint32_t out = compiler.Count() + 1;
+  if (hasCondition) SetJumpTarget(statements, jump, out);
+  ResolvePlaceholders(statements, top, STATEMENT_BREAK, out);
+  ResolvePlaceholders(statements, top, STATEMENT_CONTINUE, next);
+  compiler.Script().ReadLineAt(end);
+  return true;
+}
+
+}  // namespace tamber

@@ -1,0 +1,147 @@
+#include "frontend/compsession.h"
+
+#include "context/contextstate.h"
+#include "context/errcodes.h"
+#include "frontend/jumppatch.h"
+#include "frontend/stmtcomp.h"
+
+namespace tamber {
+
+namespace {
+
+thread_local CompileSession* innermost = nullptr;
+
+}  // namespace
+
+CompileSession::CompileSession(TamberContext& context) : context_(context), outer_(innermost) {
+  innermost = this;
+}
+
+CompileSession::~CompileSession() { innermost = outer_; }
+
+CompileSession* CompileSession::FindFor(const TamberProcedure& procedure) {
+  CompileSession* session = innermost;
+  while (session != nullptr && !session->bodyOf_.contains(&procedure)) session = session->outer_;
+  return session;
+}
+
+void CompileSession::NoteDeclared(const KelString& name) {
+  const auto number = static_cast<uint32_t>(declaredAt_.size());
+  declaredAt_.emplace(name.Str(), number);
+}
+
+void CompileSession::AddBody(std::unique_ptr<TamberProcedure> procedure, BlockTable blocks) {
+  NoteDeclared(procedure->GetName());
+  const auto declared = static_cast<uint32_t>(declaredAt_.size());
+  bodies_.push_back({procedure.get(), std::move(blocks), declared});
+  bodyOf_.emplace(procedure.get(), &bodies_.back());
+  context_.AddProcedure(std::move(procedure));
+}
+
+bool CompileSession::CompileNow(TamberProcedure& procedure) {
+  return CompileBody(*bodyOf_.at(&procedure));
+}
+
+bool CompileSession::CompileBodies() {
+  for (Body& body : bodies_) {
+    if (body.procedure->GetState() != TamberProcedure::State::Declared) continue;
+    if (CompileBody(body)) continue;
+    // What stands behind the error was never reached.
+    for (const Body& rest : bodies_) {
+      if (rest.procedure->GetState() == TamberProcedure::State::Declared) Drop(*rest.procedure);
+    }
+    return false;
+  }
+  return true;
+}
+
+void CompileSession::SalvageBodies() {
+  ContextState& state = context_.State();
+  const int32_t code = state.errorCode;
+  const KelString text = state.errorText;
+  for (Body& body : bodies_) {
+    state.errorCode = ERR_SUCCESS;
+    if (body.procedure->GetState() == TamberProcedure::State::Declared &&
+        !CompileStatements(body)) {
+      Drop(*body.procedure);
+    }
+  }
+  state.errorCode = code;
+  state.errorText = text;
+}
+
+bool CompileSession::CompileBody(Body& body) {
+  if (CompileStatements(body)) return true;
+  Drop(*body.procedure);
+  return false;
+}
+
+bool CompileSession::CompileStatements(Body& body) {
+  TamberProcedure& procedure = *body.procedure;
+  procedure.SetState(TamberProcedure::State::Compiling);
+  ScriptLine script(procedure.GetScript());
+  script.SetNextLine(procedure.GetStartLine());
+  const uint32_t declared = body.declared;
+  StatementCompiler compiler(context_, procedure, script, body.blocks,
+                             [this, declared](std::string_view name) {
+                               const auto found = declaredAt_.find(name);
+                               return found != declaredAt_.end() && found->second >= declared;
+                             });
+  if (!compiler.CompileBlock(procedure.GetEndLine(), 0)) {
+    NotePlace(procedure.GetScript(), compiler.ErrorLine());
+    return false;
+  }
+  return FinishBody(procedure);
+}
+
+bool CompileSession::FinishBody(TamberProcedure& procedure) {
+  if (procedure.ReturnType() && !procedure.ReturnsOnMainPath()) {
+    context_.SetContextError(ERR_PROCNORETURN, procedure.GetName());
+    NotePlace(procedure.GetScript(), procedure.GetEndLine());
+    return false;
+  }
+  StatementList& statements = procedure.Statements();
+  ResolvePlaceholders(statements, 1, STATEMENT_RETURN, statements.GetCount() + 1);
+  procedure.SetState(TamberProcedure::State::Compiled);
+  return true;
+}
+
+void CompileSession::Drop(TamberProcedure& procedure) {
+  procedure.SetState(TamberProcedure::State::Failed);
+  if (context_.GetProcedure(procedure.GetName()) == &procedure) {
+    context_.DeleteProcedure(procedure.GetName());
+  }
+}
+
+bool CompileSession::Fail(const ScriptLine& script, int32_t code, std::string_view text) {
+  context_.SetContextError(code, KelString(text));
+  return FailHere(script);
+}
+
+bool CompileSession::FailHere(const ScriptLine& script) {
+  NotePlace(script.GetText(), script.GetStatementLine());
+  return false;
+}
+
+void CompileSession::NotePlace(const std::shared_ptr<const ScriptText>& text, uint32_t line) {
+  if (!place_.text) place_ = {text, line};
+}
+
+bool EnsureCompiled(TamberContext& context, TamberProcedure& procedure) {
+  if (procedure.GetState() == TamberProcedure::State::Compiled) return true;
+  CompileSession* const session = procedure.GetState() == TamberProcedure::State::Declared
+                                      ? CompileSession::FindFor(procedure)
+                                      : nullptr;
+  if (session == nullptr) {
+    context.SetContextError(ERR_PROCNOTFOUND, procedure.GetName());
+    return false;
+  }
+  if (session->CompileNow(procedure)) return true;
+  if (&session->Context() != &context) {
+    context.SetContextError(session->Context().GetContextError(),
+                            session->Context().GetContextErrorText());
+  }
+  return false;
+}
+
+}  // namespace tamber

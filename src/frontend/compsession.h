@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "engine/procedure.h"
+#include "frontend/blocktable.h"
+#include "frontend/scripttext.h"
+#include "kel/kelascii.h"
+
+class ScriptLine;
+class TamberContext;
+class TamberProcedure;
+
+namespace tamber {
+
+/// Where a script failed to compile.
+struct CompilePlace {
+  std::shared_ptr<const ScriptText> text;  ///< null: nowhere in a script
+  uint32_t line = 0;
+};
+
+/// One call of the host to compile a script, with all that the script includes.
+///
+/// First the top level of the scripts is read: declarations take effect, and procedures are entered
+/// with their headers, so that they can call each other whatever their order. Then the bodies are
+/// compiled in that order. A body that has to run before its turn, since an initialiser calls it,
+/// is compiled there and then.
+class CompileSession {
+ public:
+  explicit CompileSession(TamberContext& context);
+  CompileSession(const CompileSession&) = delete;
+  CompileSession& operator=(const CompileSession&) = delete;
+  ~CompileSession();
+
+  TamberContext& Context() const { return context_; }
+
+  /// Enters a procedure whose header has been read, to be compiled later.
+  void AddBody(std::unique_ptr<TamberProcedure> procedure, BlockTable blocks);
+  /// Notes that a constant, a structure or a procedure of this name has been declared just now.
+  void NoteDeclared(const KelString& name);
+
+  /// Compiles the bodies that are left. False when one failed; it and those behind it are then no
+  /// procedures any more.
+  [[nodiscard]] bool CompileBodies();
+  /// After the top level has failed: compiles the procedures that it had come to, as far as they
+  /// can be, and leaves the error as it is.
+  void SalvageBodies();
+
+  /// Sets the error and the place of it; always false.
+  bool Fail(const ScriptLine& script, int32_t code, std::string_view text);
+  /// Notes the place of an error that stands in the context; always false. The first place stays.
+  bool FailHere(const ScriptLine& script);
+  const CompilePlace& Place() const { return place_; }
+
+  /// The session on this thread that has the procedure's body still to compile; else null.
+  static CompileSession* FindFor(const TamberProcedure& procedure);
+  [[nodiscard]] bool CompileNow(TamberProcedure& procedure);
+
+ private:
+  struct Body {
+    TamberProcedure* procedure;
+    BlockTable blocks;
+    uint32_t declared;  // names declared before it
+  };
+
+  bool CompileBody(Body& body);
+  bool CompileStatements(Body& body);
+  bool FinishBody(TamberProcedure& procedure);
+  void Drop(TamberProcedure& procedure);
+  void NotePlace(const std::shared_ptr<const ScriptText>& text, uint32_t line);
+
+  TamberContext& context_;
+  CompileSession* outer_;
+  std::deque<Body> bodies_;  // those left to compile; a body stays where it is while it compiles
+  std::unordered_map<const TamberProcedure*, Body*> bodyOf_;
+  std::unordered_map<std::string, uint32_t, kel::NoCaseHash, kel::NoCaseEqual> declaredAt_;
+  CompilePlace place_;
+};
+
+/// Makes sure that a procedure can run. False, with the error set, when its body does not compile
+/// or never did.
+[[nodiscard]] bool EnsureCompiled(TamberContext& context, TamberProcedure& procedure);
+
+}  // namespace tamber

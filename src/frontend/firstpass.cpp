@@ -1,0 +1,111 @@
+#include "frontend/firstpass.h"
+
+#include "context/contextstate.h"
+#include "context/errcodes.h"
+#include "frontend/compsession.h"
+#include "frontend/declare.h"
+#include "frontend/include.h"
+#include "frontend/prochead.h"
+#include "frontend/script.h"
+#include "frontend/scriptscan.h"
+#include "frontend/structdef.h"
+#include "kel/kelascii.h"
+
+namespace tamber {
+
+namespace {
+
+/// Included files nest at most this deep: each is read from within the one that includes it.
+constexpr size_t kMaxIncludeDepth = 200;
+
+using Handler = bool (*)(CompileSession&, TamberScript&);
+
+bool ReadStructure(CompileSession& session, TamberScript& script) {
+  const char* const start = script.GetTokeniser().GetSearchPtr();
+  script.GetTokeniser().GetNextToken(1, 0);
+  const KelString name(script.GetTokeniser().Token());
+  script.GetTokeniser().SetSearch(start);
+  const int32_t error = DefineStructure(session.Context(), script, kScriptStruct);
+  if (error != ERR_SUCCESS) return session.FailHere(script);
+  session.NoteDeclared(name);
+  return true;
+}
+
+bool SkipComment(CompileSession&, TamberScript& script) {
+  script.SkipBlockComment();
+  return true;
+}
+
+bool RefuseEndProc(CompileSession& session, TamberScript& script) {
+  return session.Fail(script, ERR_ENDPROCNOPROC, script.GetTokeniser().Token());
+}
+
+template <bool (*kRead)(CompileSession&, ScriptLine&)>
+bool Read(CompileSession& session, TamberScript& script) {
+  return kRead(session, script);
+}
+
+struct Keyword {
+  std::string_view word;
+  Handler handler;
+};
+
+constexpr Keyword kKeywords[] = {
+    {"proc", Read<ReadProcedure>},
+    {"const", Read<DeclareConstants>},
+    {"constant", Read<DeclareConstants>},
+    {"session", Read<DeclareSession>},
+    {"extern", Read<DeclareExternals>},
+    {"struct", ReadStructure},
+    {"include", IncludeFile},
+    {"endproc", RefuseEndProc},
+    {"/*", SkipComment},
+};
+
+bool ReadTopLevelLine(CompileSession& session, TamberScript& script) {
+  Tokeniser& tokeniser = script.GetTokeniser();
+  tokeniser.GetNextToken(1, 1);
+  if (tokeniser.GetLastError() != 0) return session.Fail(script, tokeniser.GetLastError(), "");
+  const KelString word(tokeniser.Token());
+  if (word.IsEmpty()) return true;
+  if (session.Context().Lookup(word) != nullptr) {
+    const bool isHeader = IsTypedHeader(tokeniser);
+    tokeniser.ResetLine();
+    tokeniser.GetNextToken(1, 1);
+    return isHeader ? ReadTypedProcedure(session, script) : DeclareGlobals(session, script);
+  }
+  for (const Keyword& keyword : kKeywords) {
+    if (kel::EqualsNoCase(word, keyword.word)) return keyword.handler(session, script);
+  }
+  return session.Fail(script, ERR_BADSTATEMENT, word);
+}
+
+/// Counts a script among those that are being loaded while it lives.
+class Loading {
+ public:
+  Loading(TamberContext& context, const KelString& name)
+      : names_(context.State().loading), name_(names_.insert(name.Str()).first) {}
+  Loading(const Loading&) = delete;
+  Loading& operator=(const Loading&) = delete;
+  ~Loading() { names_.erase(name_); }
+
+ private:
+  std::set<std::string>& names_;
+  std::set<std::string>::iterator name_;
+};
+
+}  // namespace
+
+bool RunFirstPass(CompileSession& session, TamberScript& script) {
+  TamberContext& context = session.Context();
+  if (context.State().loading.size() >= kMaxIncludeDepth) {
+    return session.Fail(script, ERR_INTERNAL, script.GetName());
+  }
+  const Loading loading(context, script.GetName());
+  while (script.ReadLogicalLine()) {
+    if (!ReadTopLevelLine(session, script)) return false;
+  }
+  return true;
+}
+
+}  // namespace tamber

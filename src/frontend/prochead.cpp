@@ -1,0 +1,168 @@
+#include "frontend/prochead.h"
+
+#include "context/errcodes.h"
+#include "context/tambctxt.h"
+#include "engine/statpopparam.h"
+#include "frontend/compsession.h"
+#include "frontend/declcheck.h"
+#include "frontend/declread.h"
+#include "frontend/scrline.h"
+
+namespace tamber {
+
+namespace {
+
+/// Reads one procedure definition.
+class HeaderReader {
+ public:
+  HeaderReader(CompileSession& session, ScriptLine& script)
+      : session_(session), script_(script), tokeniser_(script.GetTokeniser()) {}
+
+  bool Read(const TypeRef& returnType);
+  bool ReadReturnType(TypeRef& type);
+
+ private:
+  bool ReadParameters();
+  bool ReadParameter();
+  bool ReadReferenceMark();
+  bool AddParameter(const DeclaredName& declared, bool isReference);
+  void AppendPops(uint32_t line);
+  bool ReadBodyRange(BlockTable& blocks);
+  bool NextToken();
+  bool Fail(int32_t code, std::string_view text) { return session_.Fail(script_, code, text); }
+
+  CompileSession& session_;
+  ScriptLine& script_;
+  Tokeniser& tokeniser_;
+  std::unique_ptr<TamberProcedure> procedure_;
+};
+
+bool HeaderReader::NextToken() {
+  tokeniser_.GetNextToken(1, 1);
+  return tokeniser_.GetLastError() == 0 || Fail(tokeniser_.GetLastError(), "");
+}
+
+bool HeaderReader::ReadReturnType(TypeRef& type) {
+  KelString word(tokeniser_.Token());
+  if (tokeniser_.PeekNextChar() == '[') {
+    tokeniser_.GetNextToken(1, 1);
+    if (!NextToken()) return false;
+    if (tokeniser_.Token() != "]") return Fail(ERR_PROCBADRETTYPE, tokeniser_.Token());
+    word += "[]";
+  }
+  type = session_.Context().FindTypeRef(word);
+  return type || Fail(ERR_PROCBADRETTYPE, word);
+}
+
+bool HeaderReader::Read(const TypeRef& returnType) {
+  if (!NextToken()) return false;
+  const KelString name(tokeniser_.Token());
+  if (!CheckProcedureName(session_.Context(), name)) return session_.FailHere(script_);
+  procedure_ = std::make_unique<TamberProcedure>(name, script_.GetText());
+  procedure_->SetReturnType(returnType);
+  if (!NextToken()) return false;
+  if (tokeniser_.Token() != "(") return Fail(ERR_PROCNOOPENPAR, tokeniser_.Token());
+  if (!ReadParameters()) return false;
+  AppendPops(script_.GetStatementLine());
+  BlockTable blocks;
+  if (!ReadBodyRange(blocks)) return false;
+  session_.AddBody(std::move(procedure_), std::move(blocks));
+  return true;
+}
+
+bool HeaderReader::ReadParameters() {
+  if (tokeniser_.PeekNextChar() == ')') return true;
+  do {
+    if (!NextToken() || !ReadParameter() || !NextToken()) return false;
+  } while (tokeniser_.Token() == ",");
+  return tokeniser_.Token() == ")" || Fail(ERR_VARNOCOMMA, tokeniser_.Token());
+}
+
+bool HeaderReader::ReadParameter() {
+  const KelString word(tokeniser_.Token());
+  if (session_.Context().Lookup(word) == nullptr) return Fail(ERR_PROCBADVARTYPE, word);
+  DeclarationReader reader(session_.Context(), tokeniser_);
+  int32_t error = reader.ReadType(word);
+  if (error != ERR_SUCCESS) return Fail(error, reader.ErrorText());
+  const bool isReference = ReadReferenceMark();
+  DeclaredName declared;
+  error = reader.ReadName(declared);
+  if (error != ERR_SUCCESS) return Fail(error, reader.ErrorText());
+  return AddParameter(declared, isReference);
+}
+
+bool HeaderReader::ReadReferenceMark() {
+  const char* const before = tokeniser_.GetSearchPtr();
+  tokeniser_.GetNextToken(1, 0);
+  if (tokeniser_.Token() == "&") return true;
+  tokeniser_.SetSearch(before);
+  return false;
+}
+
+bool HeaderReader::AddParameter(const DeclaredName& declared, bool isReference) {
+  LocalTable& locals = procedure_->Locals();
+  const bool isFree = !declared.name.IsEmpty() && locals.Find(declared.name) < 0 &&
+                      session_.Context().CheckUniqueVar(declared.name, 0) != 0;
+  if (!isFree) return Fail(ERR_VAREXISTS, declared.name);
+  Local local;
+  local.name = Name(declared.name);
+  local.type = declared.type;
+  local.isParameter = true;
+  local.isReference = isReference;
+  locals.Add(std::move(local));
+  procedure_->SetParameterCount(locals.Count());
+  return true;
+}
+
+/// The last argument lies on top of the stack, so the last parameter is taken first.
+void HeaderReader::AppendPops(uint32_t line) {
+  const LocalTable& locals = procedure_->Locals();
+  for (uint32_t slot = locals.Count(); slot-- > 0;) {
+    const Local& parameter = locals.At(slot);
+    procedure_->Statements().Append(
+        std::make_unique<StatementPopParam>(line, parameter.name, parameter.isReference));
+  }
+}
+
+bool HeaderReader::ReadBodyRange(BlockTable& blocks) {
+  const ScriptLine::Position header = script_.GetPosition();
+  blocks.Build(script_);
+  if (blocks.NestedProcLine() != 0) {
+    script_.ReadLineAt(blocks.NestedProcLine());
+    if (!NextToken()) return false;
+    return Fail(ERR_PROCNESTEDDEF, tokeniser_.Token());
+  }
+  if (blocks.EndProcLine() == 0) {
+    script_.SetPosition(header);
+    return Fail(ERR_PROCNOEND, procedure_->GetName());
+  }
+  procedure_->SetLines(header.nextLine, blocks.EndProcLine());
+  return true;
+}
+
+}  // namespace
+
+bool ReadProcedure(CompileSession& session, ScriptLine& script) {
+  return HeaderReader(session, script).Read(TypeRef());
+}
+
+bool ReadTypedProcedure(CompileSession& session, ScriptLine& script) {
+  HeaderReader reader(session, script);
+  TypeRef type;
+  return reader.ReadReturnType(type) && reader.Read(type);
+}
+
+bool ReadPlainScript(CompileSession& session, ScriptLine& script) {
+  const KelString name("main");
+  if (!CheckProcedureName(session.Context(), name)) return session.FailHere(script);
+  const std::shared_ptr<const ScriptText>& text = script.GetText();
+  auto procedure = std::make_unique<TamberProcedure>(name, text);
+  procedure->SetLines(text->FirstLine(), text->EndLine());
+  BlockTable blocks;
+  script.SetNextLine(text->FirstLine());
+  blocks.Build(script);
+  session.AddBody(std::move(procedure), std::move(blocks));
+  return true;
+}
+
+}  // namespace tamber

@@ -1,0 +1,193 @@
+#include "frontend/stmtcomp.h"
+
+#include "context/errcodes.h"
+#include "context/tambctxt.h"
+#include "engine/statexit.h"
+#include "engine/statexpr.h"
+#include "engine/statgoto.h"
+#include "frontend/compassign.h"
+#include "frontend/compcall.h"
+#include "frontend/compdecl.h"
+#include "frontend/compfor.h"
+#include "frontend/compif.h"
+#include "frontend/compwhile.h"
+#include "kel/kelascii.h"
+
+namespace tamber {
+
+namespace {
+
+/// Blocks deeper than this are refused: the compiler calls itself for each.
+constexpr uint32_t kMaxDepth = 1000;
+
+constexpr uint32_t kLoopFlags = kInFor | kInWhile;
+
+using Handler = bool (*)(StatementCompiler&, uint32_t flags);
+
+template <int32_t kCode>
+bool Unmatched(StatementCompiler& compiler, uint32_t) {
+  return compiler.Fail(kCode, compiler.Tokens().Token());
+}
+
+template <enum_StatementKind kKind, int32_t kCode>
+bool LoopJump(StatementCompiler& compiler, uint32_t flags) {
+  if ((flags & kLoopFlags) == 0) return Unmatched<kCode>(compiler, flags);
+  compiler.Append<StatementBase>(kKind);
+  return true;
+}
+
+bool CompileExit(StatementCompiler& compiler, uint32_t) {
+  compiler.Append<StatementExit>();
+  return true;
+}
+
+bool SkipComment(StatementCompiler& compiler, uint32_t) {
+  compiler.Script().SkipBlockComment();
+  return true;
+}
+
+struct Keyword {
+  std::string_view word;
+  Handler handler;
+};
+
+constexpr Keyword kKeywords[] = {
+    {"if", CompileIf},
+    {"while", CompileWhile},
+    {"for", CompileFor},
+    {"call", CompileCall},
+    {"return", CompileReturn},
+    {"break", LoopJump<STATEMENT_BREAK, ERR_BREAKUNMATCHED>},
+    {"continue", LoopJump<STATEMENT_CONTINUE, ERR_CONTUNMATCHED>},
+    {"exit", CompileExit},
+    {"/*", SkipComment},
+    {"endif", Unmatched<ERR_ENDIFUNMATCHED>},
+    {"else", Unmatched<ERR_ELSEUNMATCHED>},
+    {"endwhile", Unmatched<ERR_WENDUNMATCHED>},
+    {"wend", Unmatched<ERR_WENDUNMATCHED>},
+};
+
+bool IsNameText(std::string_view name) {
+  for (const char c : name) {
+    if (!kel::IsAlnum(c) && c != '_') return false;
+  }
+  return !name.empty();
+}
+
+/// Reads another text as the script while it lives.
+class ScriptSwitch {
+ public:
+  ScriptSwitch(ScriptLine*& slot, ScriptLine* script) : slot_(slot), before_(slot) {
+    slot = script;
+  }
+  ScriptSwitch(const ScriptSwitch&) = delete;
+  ScriptSwitch& operator=(const ScriptSwitch&) = delete;
+  ~ScriptSwitch() { slot_ = before_; }
+
+ private:
+  ScriptLine*& slot_;
+  ScriptLine* before_;
+};
+
+}  // namespace
+
+StatementCompiler::StatementCompiler(TamberContext& context, TamberProcedure& procedure,
+                                     ScriptLine& script, const BlockTable& blocks,
+                                     NameTest declaredLater)
+    : context_(context),
+      procedure_(procedure),
+      script_(&script),
+      blocks_(&blocks),
+      declaredLater_(std::move(declaredLater)),
+      expressions_(&context, &procedure.Locals()) {}
+
+bool StatementCompiler::CompileBlock(uint32_t endLine, uint32_t flags) {
+  if (depth_ > kMaxDepth) return Fail(ERR_INTERNAL, Tokens().Token());
+  ++depth_;
+  bool compiled = true;
+  while (compiled && script_->GetNextLine() < endLine) compiled = CompileStatement(flags);
+  --depth_;
+  return compiled;
+}
+
+bool StatementCompiler::CompilePart(std::string_view text, uint32_t flags) {
+  // A part has no lines that could close a block, so it gets a table of its own without any.
+  const BlockTable noBlocks;
+  const auto source = ScriptText::FromBuffer(script_->GetName(), std::string(text), Line());
+  if (!source) return Fail(ERR_NOMEMORY, "");
+  ScriptLine part(source);
+  const BlockTable* const blocks = std::exchange(blocks_, &noBlocks);
+  const ScriptSwitch reading(script_, &part);
+  const bool compiled = CompileStatement(flags);
+  blocks_ = blocks;
+  return compiled;
+}
+
+bool StatementCompiler::CompileStatement(uint32_t flags) {
+  if (context_.GetContextError() >= kFirstFatalError) return false;
+  if (!script_->ReadLogicalLine()) return true;
+  Tokeniser& tokeniser = Tokens();
+  tokeniser.GetNextToken(1, 1);
+  if (tokeniser.GetLastError() != 0) return Fail(tokeniser.GetLastError(), "");
+  const std::string_view word = tokeniser.Token();
+  if (word.empty()) return true;
+  if (IsVariable(KelString(word))) return CompileAssignment(*this);
+  if (context_.FindFunction(word) != 0 || context_.FindProcedure(word) != 0) {
+    return CompileDiscarded(*this);
+  }
+  return CompileKeyword(word, flags);
+}
+
+bool StatementCompiler::CompileKeyword(std::string_view word, uint32_t flags) {
+  for (const Keyword& keyword : kKeywords) {
+    if (kel::EqualsNoCase(word, keyword.word)) return keyword.handler(*this, flags);
+  }
+  if (context_.Lookup(word) != nullptr) return CompileLocals(*this);
+  return Fail(ERR_BADSTATEMENT, word);
+}
+
+bool StatementCompiler::IsVariable(const KelString& name) const {
+  // The local scope of the context is that of whatever runs just now, not of this procedure.
+  constexpr uint32_t kScopes = VARLIST_GLOBAL | VARLIST_CONSTANT | VARLIST_EXTERNAL;
+  return procedure_.Locals().Find(name) >= 0 || context_.GetVariable(name, kScopes) != nullptr;
+}
+
+bool StatementCompiler::IsFreeLocalName(const KelString& name) {
+  if (!IsNameText(name) || procedure_.Locals().Find(name) >= 0) return false;
+  // What the script declares further down was no obstacle when scripts were compiled line by line.
+  return declaredLater_(name) || context_.CheckUniqueVar(name, 0) != 0;
+}
+
+bool StatementCompiler::CompileCondition(Tokeniser& tokeniser, uint32_t& jump) {
+  if (!expressions_.CompileExpression(&tokeniser, ";")) return FailExpression();
+  AppendExpression();
+  jump = Append<StatementGoto>(true, false, 0);
+  return true;
+}
+
+uint32_t StatementCompiler::AppendExpression() {
+  return Append<StatementExpression>(expressions_.RemoveExpression());
+}
+
+bool StatementCompiler::FindBlockEnd(uint32_t& line) {
+  const BlockTable::Match match = blocks_->Find(Line());
+  if (match.error != 0) return FailAt(match.errorLine, match.error, "");
+  line = match.line;
+  return true;
+}
+
+bool StatementCompiler::FailAt(uint32_t line, int32_t code, std::string_view text) {
+  context_.SetContextError(code, KelString(text));
+  errorLine_ = line;
+  return false;
+}
+
+bool StatementCompiler::Fail(int32_t code, std::string_view text) {
+  return FailAt(Line(), code, text);
+}
+
+bool StatementCompiler::FailExpression() {
+  return Fail(expressions_.GetError(), expressions_.GetErrorText());
+}
+
+}  // namespace tamber

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string_view>
+
+#include "engine/procedure.h"
+#include "expr/exprcomp.h"
+#include "frontend/blocktable.h"
+#include "frontend/scrline.h"
+
+class TamberContext;
+
+namespace tamber {
+
+/// Where a statement stands; the blocks around it are or-ed together.
+enum BlockFlags : uint32_t { kInIf = 1, kInFor = 2, kInWhile = 4 };
+
+/// Compiles the body of one procedure, statement by statement, into its list.
+///
+/// Operations give false when an error stopped them; it then stands in the context. The compilers
+/// of the single constructs (compif.h and so on) work on this object.
+class StatementCompiler {
+ public:
+  /// Tells whether the script declares a name only behind the procedure that is being compiled.
+  using NameTest = std::function<bool(std::string_view)>;
+
+  StatementCompiler(TamberContext& context, TamberProcedure& procedure, ScriptLine& script,
+                    const BlockTable& blocks, NameTest declaredLater);
+
+  /// Compiles statements until the next line to be read is `endLine` or behind it.
+  [[nodiscard]] bool CompileBlock(uint32_t endLine, uint32_t flags);
+  /// Line of the error that stopped the compiler; 0 when the error is older than the compiler.
+  uint32_t ErrorLine() const { return errorLine_; }
+
+  // --- what the compilers of the constructs share ---
+  /// Compiles a part of the current line as if it stood on a line of its own.
+  [[nodiscard]] bool CompilePart(std::string_view text, uint32_t flags);
+  /// Compiles the tokeniser's rest as a condition and appends it; `jump` is the number of
+  /// the jump that follows it for when it is false, which has no target yet.
+  [[nodiscard]] bool CompileCondition(Tokeniser& tokeniser, uint32_t& jump);
+  /// The line that the block opened on the current line leads to; 0 when there is none.
+  [[nodiscard]] bool FindBlockEnd(uint32_t& line);
+  /// Whether a local may have this name.
+  bool IsFreeLocalName(const KelString& name);
+
+  TamberContext& Context() const { return context_; }
+  TamberProcedure& Procedure() const { return procedure_; }
+  StatementList& Statements() const { return procedure_.Statements(); }
+  uint32_t Count() const { return procedure_.Statements().GetCount(); }
+  ScriptLine& Script() const { return *script_; }
+  Tokeniser& Tokens() const { return script_->GetTokeniser(); }
+  ExpressionCompiler& Expressions() { return expressions_; }
+  /// Line of the statement that is being compiled.
+  uint32_t Line() const { return script_->GetStatementLine(); }
+
+  /// Appends a statement of the current line and returns its number.
+  template <class Statement, class... Args>
+  uint32_t Append(Args&&... args) {
+    return Statements().Append(std::make_unique<Statement>(Line(), std::forward<Args>(args)...));
+  }
+  /// Appends the expression that was just compiled; returns its number.
+  uint32_t AppendExpression();
+
+  /// Sets the error; always false.
+  bool Fail(int32_t code, std::string_view text);
+  /// Sets the error of the expression that did not compile; always false.
+  bool FailExpression();
+
+ private:
+  bool CompileStatement(uint32_t flags);
+  bool CompileKeyword(std::string_view word, uint32_t flags);
+  bool IsVariable(const KelString& name) const;
+  bool FailAt(uint32_t line, int32_t code, std::string_view text);
+
+  TamberContext& context_;
+  TamberProcedure& procedure_;
+  ScriptLine* script_;
+  const BlockTable* blocks_;
+  NameTest declaredLater_;
+  ExpressionCompiler expressions_;
+  uint32_t depth_ = 0;
+  uint32_t errorLine_ = 0;
+};
+
+}  // namespace tamber

@@ -1,0 +1,124 @@
+#include "frontend/structdef.h"
+
+#include <unordered_set>
+
+#include "context/errcodes.h"
+#include "context/tambctxt.h"
+#include "frontend/declcheck.h"
+#include "frontend/declread.h"
+#include "frontend/scrline.h"
+#include "kel/kelascii.h"
+#include "values/cellops.h"
+
+namespace tamber {
+
+namespace {
+
+class StructReader {
+ public:
+  StructReader(TamberContext& context, ScriptLine& script)
+      : context_(context), script_(script), tokeniser_(script.GetTokeniser()) {}
+
+  int32_t Read(StructFlags flags);
+
+ private:
+  int32_t ReadMembers();
+  int32_t DefineStructMember();
+  int32_t AddMember(const DeclaredName& declared);
+  void Register(StructFlags flags);
+  int32_t Fail(int32_t code, std::string_view text);
+
+  TamberContext& context_;
+  ScriptLine& script_;
+  Tokeniser& tokeniser_;
+  KelString name_;
+  std::vector<StructLayout::Member> members_;
+  std::unordered_set<std::string, kel::NoCaseHash, kel::NoCaseEqual> names_;
+};
+
+int32_t StructReader::Fail(int32_t code, std::string_view text) {
+  context_.SetContextError(code, KelString(text));
+  return code;
+}
+
+int32_t StructReader::Read(StructFlags flags) {
+  tokeniser_.GetNextToken(1, 1);
+  if (tokeniser_.GetLastError() != 0) return Fail(tokeniser_.GetLastError(), "");
+  name_ = KelString(tokeniser_.Token());
+  if (name_.IsEmpty()) return Fail(kErrStructBlock, "");
+  if (!CheckDeclaredName(context_, name_)) return context_.GetContextError();
+  const int32_t error = ReadMembers();
+  if (error == ERR_SUCCESS) Register(flags);
+  return error;
+}
+
+int32_t StructReader::ReadMembers() {
+  while (script_.ReadLogicalLine()) {
+    tokeniser_.GetNextToken(1, 1);
+    if (tokeniser_.GetLastError() != 0) return Fail(tokeniser_.GetLastError(), "");
+    if (tokeniser_.GetTokenLength() == 0) continue;
+    if (tokeniser_.TokenIs("endstruct")) return ERR_SUCCESS;
+    if (tokeniser_.TokenIs("endproc")) break;
+    if (tokeniser_.Token() == "/*") {
+      script_.SkipBlockComment();
+    } else if (const int32_t error = DefineStructMember()) {
+      return error;
+    }
+  }
+  return Fail(kErrStructBlock, name_);
+}
+
+int32_t StructReader::DefineStructMember() {
+  const KelString word(tokeniser_.Token());
+  DeclarationReader reader(context_, tokeniser_);
+  int32_t error = reader.ReadType(word);
+  if (error == ERR_VARBADTYPE) return Fail(kErrStructMember, reader.ErrorText());
+  for (bool more = true; error == ERR_SUCCESS && more;) {
+    DeclaredName declared;
+    error = reader.ReadName(declared);
+    if (error != ERR_SUCCESS) break;
+    if (const int32_t refused = AddMember(declared)) return refused;
+    error = reader.ReadSeparator(more);
+  }
+  return error == ERR_SUCCESS ? error : Fail(error, reader.ErrorText());
+}
+
+int32_t StructReader::AddMember(const DeclaredName& declared) {
+  const std::string_view name = declared.name.View();
+  const bool isName = !name.empty() && (kel::IsAlnum(name[0]) || name[0] == '_');
+  if (!isName || !names_.emplace(name).second) return Fail(kErrStructMember, name);
+  members_.push_back({Name(name), declared.type, declared.arraySize});
+  return ERR_SUCCESS;
+}
+
+void StructReader::Register(StructFlags flags) {
+  const Name name(name_);
+  const TypeRef type = TypeDesc::StructOf(StructLayout::Make(name, std::move(members_)));
+  context_.AddType(name_, MakeVariable(type, Name()), flags);
+  context_.AddType(name_ + "[]", MakeVariable(TypeDesc::ArrayOf(type), Name()), flags);
+}
+
+}  // namespace
+
+int32_t DefineStructure(TamberContext& context, ScriptLine& script, StructFlags flags) {
+  return StructReader(context, script).Read(flags);
+}
+
+int32_t DefineStructureText(TamberContext& context, const KelString& name, const KelString& members,
+                            StructFlags flags) {
+  KelString lines(members);
+  lines.Replace(";", "\n");
+  KelString text;
+  text.Printf("struct %S\n%S\nendstruct\n", name, lines);
+  const auto source = ScriptText::FromBuffer(name, text.Str());
+  if (!source) {
+    context.SetContextError(kErrStructBlock, name);
+    return kErrStructBlock;
+  }
+  ScriptLine script(source);
+  script.ReadLogicalLine();
+  script.GetTokeniser().GetNextToken(1, 1);
+  return DefineStructure(context, script, flags);
+}
+
+}  // namespace tamber

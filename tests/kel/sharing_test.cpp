@@ -1,0 +1,76 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "kel/cow.h"
+#include "kel/dumpselection.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+TEST(CowTest, CopiesShareUntilOneOfThemWrites) {
+  kel::Cow<std::vector<int>> first;
+  first.Write().push_back(1);
+  kel::Cow<std::vector<int>> second = first;
+  EXPECT_TRUE(first.SharesWith(second));
+  first.Write().push_back(2);
+  EXPECT_FALSE(first.SharesWith(second));
+  EXPECT_THAT(first.Read(), ElementsAre(1, 2));
+  EXPECT_THAT(second.Read(), ElementsAre(1));
+  // The value that the other one let go of is still not written in place before it is copied.
+  second.Write().push_back(3);
+  second = first;
+  second = *&second;
+  second.Write().clear();
+  EXPECT_THAT(first.Read(), ElementsAre(1, 2));
+}
+
+TEST(CowTest, ManyThreadsCopyOneDefault) {
+  kel::Cow<std::vector<int>> source;
+  source.Write().assign(100, 7);
+  const kel::Cow<std::vector<int>>& defaults = source;
+  std::vector<std::thread> threads;
+  std::vector<size_t> sizes(4);
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    threads.emplace_back([&defaults, &sizes, i] {
+      for (int round = 0; round < 200; ++round) {
+        kel::Cow<std::vector<int>> own = defaults;
+        own.Write().push_back(round);
+        sizes[i] = own.Read().size();
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(sizes, ElementsAre(101, 101, 101, 101));
+  EXPECT_EQ(defaults.Read().size(), 100u);
+}
+
+TEST(DumpSelectionTest, NamesAndTitles) {
+  struct Row {
+    const char* value;
+    bool all;
+    std::vector<std::string_view> names;
+    const char* title;
+  };
+  const Row rows[] = {
+      {"", true, {}, "\r\nList:\r\n"},
+      {"*", true, {"*"}, "\r\nList:\r\n"},
+      {"a;*", true, {"a", "*"}, "\r\nList:\r\n"},
+      {"a,b", false, {"a", "b"}, "\r\nList: (limited by INI file settings) \r\n"},
+      {" a ;:b c,", false, {"a", "b", "c"}, "\r\nList: (limited by INI file settings) \r\n"},
+      {";", false, {}, "\r\nList: (limited by INI file settings) \r\n"},
+  };
+  for (const Row& row : rows) {
+    const kel::DumpSelection selection(row.value);
+    EXPECT_EQ(selection.All(), row.all) << row.value;
+    EXPECT_EQ(selection.Names(), row.names) << row.value;
+    KelString title;
+    selection.AppendTitle(title, "List:");
+    EXPECT_EQ(title, row.title) << row.value;
+  }
+}
+
+}  // namespace

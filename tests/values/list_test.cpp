@@ -1,0 +1,123 @@
+#include <string>
+#include <vector>
+
+#include "value_testing.h"
+#include "values/varint.h"
+#include "values/varlist.h"
+
+namespace {
+
+class Lists : public ValueTest {
+ protected:
+  static Variable* Named(const std::string& name, int32_t value = 0) {
+    auto* variable = new VarInteger(KelString(name), 0);
+    variable->SetIntegerValue(value);
+    return variable;
+  }
+  static std::string Names(const VarList& list) {
+    std::string names;
+    for (uint32_t i = 0; i < list.GetSize(); ++i) {
+      names += list.GetVariable(i)->GetVarName().Str() + " ";
+    }
+    return names;
+  }
+};
+
+TEST_F(Lists, InsertionOrderOrNameOrder) {
+  VarList plain, sorted(true);
+  for (const char* name : {"delta", "Alpha", "charlie", "Bravo"}) {
+    plain.AddVariable(Named(name));
+    sorted.AddVariable(Named(name));
+  }
+  EXPECT_EQ(Names(plain), "delta Alpha charlie Bravo ");
+  EXPECT_EQ(Names(sorted), "Alpha Bravo charlie delta ");
+  EXPECT_EQ(plain.FindVariable("CHARLIE"), 2u);
+  EXPECT_EQ(sorted.FindVariable("CHARLIE"), 2u);
+  EXPECT_EQ(plain.FindVariable("echo"), VarList::kNotFound);
+  EXPECT_EQ(sorted.FindVariable("echo"), VarList::kNotFound);
+  EXPECT_EQ(sorted.FindVariable(""), VarList::kNotFound);
+  EXPECT_EQ(plain.GetVariable(4), nullptr);
+  EXPECT_EQ(plain.GetVariable("echo"), nullptr);
+  plain.Sort();
+  EXPECT_EQ(Names(plain), Names(sorted));
+}
+
+TEST_F(Lists, ANameCheckKeepsTheFirst) {
+  for (const bool sorts : {false, true}) {
+    VarList list(sorts);
+    list.AddVariable(Named("b", 1));
+    bool inserted = true;
+    Held<Variable> twin(Named("B", 2));
+    EXPECT_EQ(list.AddVariable(twin.get(), true, &inserted), 0u);
+    EXPECT_FALSE(inserted);
+    EXPECT_EQ(list.AddVariable(Named("B", 3)), 1u);  // unchecked
+    EXPECT_EQ(list.GetVariable("b")->GetIntegerValue(), 1);
+    EXPECT_EQ(list.AddVariable(nullptr), VarList::kNotFound);
+  }
+}
+
+TEST_F(Lists, SwapsAndReplacementsAreSortedAgainWhenAsked) {
+  VarList list(true);
+  for (const char* name : {"a", "b", "c", "d"}) list.AddVariable(Named(name));
+  list.SwapVariables(0, 3);
+  list.SwapVariables(0, 9);
+  EXPECT_EQ(Names(list), "d b c a ");
+  EXPECT_EQ(list.FindVariable("a"), 0u);
+  EXPECT_EQ(Names(list), "a b c d ");
+  EXPECT_TRUE(list.ReplaceVariable(0, Named("z")));
+  EXPECT_EQ(list.FindVariable("z"), 3u);
+  Held<Variable> extra(Named("x"));
+  EXPECT_FALSE(list.ReplaceVariable(4, extra.get()));
+}
+
+TEST_F(Lists, RemovalHandsOver) {
+  VarList list;
+  for (int i = 0; i < 20; ++i) list.AddVariable(Named("v" + std::to_string(i), i));
+  EXPECT_EQ(list.FindVariable("V13"), 13u);
+  Held<Variable> taken(list.RemoveVariable(5));
+  EXPECT_EQ(taken->GetIntegerValue(), 5);
+  EXPECT_EQ(list.FindVariable("V13"), 12u);
+  EXPECT_EQ(list.RemoveVariable("v5"), nullptr);
+  list.DeleteVariable(0);
+  list.DeleteVariable(100);
+  EXPECT_EQ(list.GetSize(), 18u);
+  list.AddVariable(Named("v5", 55));
+  EXPECT_EQ(list.GetVariable("v5")->GetIntegerValue(), 55);
+  list.ClearList();
+  EXPECT_EQ(list.FindVariable("v1"), VarList::kNotFound);
+}
+
+TEST_F(Lists, CopiesAreIndependent) {
+  VarList list;
+  for (int i = 0; i < 12; ++i) list.AddVariable(Named("v" + std::to_string(i), i));
+  VarList copy(list);
+  copy.GetVariable("v3")->SetIntegerValue(99);
+  EXPECT_EQ(list.GetVariable("v3")->GetIntegerValue(), 3);
+  list = copy;
+  EXPECT_EQ(list.GetVariable("v3")->GetIntegerValue(), 99);
+  VarList moved(std::move(copy));
+  EXPECT_EQ(moved.GetSize(), 12u);
+}
+
+TEST_F(Lists, TenThousandNamesEitherWay) {
+  for (const bool sorts : {false, true}) {
+    VarList list(sorts);
+    for (int i = 0; i < 10000; ++i) {
+      const std::string name = "name" + std::to_string((i * 7919) % 10000);
+      bool inserted = false;
+      list.AddVariable(Named(name), true, &inserted);
+      ASSERT_TRUE(inserted);
+    }
+    for (int i = 0; i < 10000; ++i) {
+      const KelString name("NAME" + std::to_string(i));
+      ASSERT_TRUE(list.GetVariable(name)->OwnName().Equals(name.View()));
+    }
+    // Reversed and sorted again: no depth of recursion grows with the list.
+    for (uint32_t i = 0; i < 5000; ++i) list.SwapVariables(i, 9999 - i);
+    list.Sort();
+    EXPECT_EQ(list.GetVariable(0u)->GetVarName(), "name0");
+    EXPECT_EQ(list.GetVariable(9999)->GetVarName(), "name9999");
+  }
+}
+
+}  // namespace

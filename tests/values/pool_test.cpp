@@ -1,0 +1,63 @@
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "value_testing.h"
+#include "values/typelist.h"
+#include "values/varhandle.h"
+#include "values/varint.h"
+#include "values/varstring.h"
+
+namespace {
+
+class Pools : public ValueTest {
+ protected:
+  // The table of default types is made once and stays.
+  static void SetUpTestSuite() { TypeList().CreateDefaultTypes(); }
+};
+
+TEST_F(Pools, VariablesMayDieOnAnotherThread) {
+  std::vector<Variable*> made;
+  for (int round = 0; round < 3; ++round) {
+    for (int i = 0; i < 6000; ++i) {  // more than a thread keeps
+      made.push_back(new VarInteger("", 0));
+      made.push_back(new VarHandle("", "File", 0));
+      made.back()->SetHandleValue(&made);
+    }
+    std::thread([&] {
+      std::vector<Variable*> here;
+      for (Variable* variable : made) {
+        Variable::Delete(variable);
+        here.push_back(new VarString("", 0));
+        here.back()->SetStringValue("fresh", 0);
+      }
+      made = here;
+    }).join();
+    for (Variable* variable : made) {
+      EXPECT_STREQ(variable->GetStringValue(), "fresh");
+      Variable::Delete(variable);
+    }
+    made.clear();
+  }
+}
+
+TEST_F(Pools, ThreadsShareTheDefaultTypes) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < 200; ++i) {
+        TypeList types;
+        types.CreateDefaultTypes();
+        Held<Variable> text(types.Lookup("string[]")->CreateVariable("a"));
+        text->SetArraySize(3);
+        text->GetArrayElement(2)->SetStringValue("x", 0);
+        types.AddType(KelString("own" + std::to_string(t)), new VarInteger("", 0), 0);
+        EXPECT_EQ(types.GetTypeCount(), 23u);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace

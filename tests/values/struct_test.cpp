@@ -1,0 +1,156 @@
+#include <string>
+
+#include "value_testing.h"
+#include "values/arraydata.h"
+#include "values/cellops.h"
+#include "values/structdata.h"
+#include "values/vararray.h"
+#include "values/vardouble.h"
+#include "values/varint.h"
+#include "values/varref.h"
+#include "values/varstring.h"
+#include "values/varstruct.h"
+
+namespace {
+
+class Structures : public ValueTest {
+ protected:
+  static Held<VarStruct> Point(int32_t x, const char* label) {
+    auto point = Make<VarStruct>("p", 0u);
+    point->SetStructName("Point");
+    auto* member = new VarInteger("X", 0);
+    member->SetIntegerValue(x);
+    point->AddStructElement(member, 1);
+    auto* text = new VarString("Label", 0);
+    text->SetStringValue(label, 0);
+    point->AddStructElement(text, 1);
+    return point;
+  }
+};
+
+TEST_F(Structures, MembersAreFoundByNameAndPosition) {
+  auto p = Point(4, "home");
+  EXPECT_EQ(p->IsStruct(), 1);
+  EXPECT_EQ(p->GetElementCount(), 2u);
+  EXPECT_EQ(p->GetStructElementIndex("label"), 2u);
+  EXPECT_EQ(p->GetStructElementIndex("none"), 0u);
+  EXPECT_EQ(p->GetStructElement("none"), nullptr);
+  EXPECT_EQ(p->GetStructElement(0u), nullptr);
+  EXPECT_EQ(p->GetStructElement(3), nullptr);
+  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 4);
+  EXPECT_EQ(p->GetStructElement(1)->GetVarName(), "X");
+  EXPECT_EQ(DumpOf(*p, " "),
+            " p: type=struct Point, value:\r\n"
+            "     X: type=integer, value=4\r\n"
+            "     Label: type=string, value=home\r\n");
+}
+
+TEST_F(Structures, ASecondMemberOfANameIsRefused) {
+  auto p = Point(1, "");
+  VarInteger twin("x", 0);
+  EXPECT_EQ(p->AddStructElement(&twin, 1), 0);
+  EXPECT_EQ(p->AddStructElement(nullptr, 1), 0);
+  EXPECT_EQ(p->AddStructElement(p.get(), 0), 0);
+  EXPECT_EQ(p->GetElementCount(), 2u);
+  auto* second = new VarInteger("x", 0);
+  second->SetIntegerValue(9);
+  EXPECT_EQ(p->AddStructElement(second, 0), 1);
+  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 1);
+  EXPECT_EQ(p->GetStructElement(3), second);
+}
+
+TEST_F(Structures, ManyMembersKeepTheirOrderAndNames) {
+  VarStruct s("s", 0);
+  for (int i = 0; i < 200; ++i) {
+    auto* member = new VarInteger(KelString("m" + std::to_string(i)), 0);
+    member->SetIntegerValue(i);
+    ASSERT_EQ(s.AddStructElement(member, 1), 1);
+  }
+  for (uint32_t i = 0; i < 200; ++i) {
+    EXPECT_EQ(s.GetStructElementIndex(KelString("M" + std::to_string(i))), i + 1);
+    EXPECT_EQ(s.GetStructElement(i + 1)->GetIntegerValue(), static_cast<int32_t>(i));
+  }
+}
+
+TEST_F(Structures, AssignmentIsMemberWise) {
+  auto p = Point(1, "one");
+  auto q = Point(2, "two");
+  VarReference x(p->GetStructElement("x"));
+  EXPECT_EQ(p->Assign(q.get()), 1);
+  EXPECT_EQ(x.GetIntegerValue(), 2);  // still the member
+  x.SetIntegerValue(3);
+  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 3);
+  EXPECT_EQ(q->GetStructElement("x")->GetIntegerValue(), 2);
+  EXPECT_EQ(p->Assign(p.get()), 1);
+  q->SetStructName("Other");
+  EXPECT_EQ(p->Assign(q.get()), 0);
+}
+
+TEST_F(Structures, MembersAreMatchedByNameWhenDescriptionsDiffer) {
+  VarStruct wide("w", 0);
+  wide.SetStructName("POINT");
+  wide.AddStructElement(new VarString("Extra", 0), 1);
+  auto* x = new VarDouble("x", 0);
+  x->SetDoubleValue(7.5);
+  wide.AddStructElement(x, 1);
+  auto p = Point(1, "kept");
+  EXPECT_EQ(p->IsSameType(&wide), 1);
+  EXPECT_EQ(p->Assign(&wide), 1);
+  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 7);
+  EXPECT_EQ(p->GetElementCount(), 2u);
+  VarStruct bad("b", 0);
+  bad.SetStructName("Point");
+  bad.AddStructElement(new VarString("x", 0), 1);
+  EXPECT_EQ(p->Assign(&bad), 0);  // a text is no integer
+  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 7);
+}
+
+TEST_F(Structures, CopiesShareDescriptionAndValuesUntilChanged) {
+  auto p = Point(1, "one");
+  tamber::CellOf(*p)->st->SweepBoxes();
+  Held<Variable> copy(p->Clone());
+  EXPECT_EQ(tamber::CellOf(*copy)->st, tamber::CellOf(*p)->st);
+  copy->GetStructElement("x")->SetIntegerValue(5);
+  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 1);
+  EXPECT_EQ(tamber::CellOf(*copy)->st->Layout().Get(), tamber::CellOf(*p)->st->Layout().Get());
+  copy->AddStructElement(new VarInteger("y", 0), 1);
+  EXPECT_EQ(p->GetElementCount(), 2u);
+  EXPECT_EQ(copy->GetStructElement("x")->GetIntegerValue(), 5);
+}
+
+TEST_F(Structures, InnerReferencesSurviveAnOuterAssignment) {
+  auto p = Point(1, "one");
+  VarStruct box("b", 0);
+  box.SetStructName("Box");
+  box.AddStructElement(p->Clone(), 1);
+  box.AddStructElement(new VarIntegerArray("list", 0), 1);
+  Held<Variable> source(box.Clone());
+  source->GetStructElement("p")->GetStructElement("x")->SetIntegerValue(42);
+  VarReference deep(box.GetStructElement("p")->GetStructElement("x"));
+  EXPECT_EQ(box.Assign(source.get()), 1);
+  EXPECT_EQ(deep.GetIntegerValue(), 42);
+  tamber::CellOf(box)->st->SweepBoxes();
+  deep.SetIntegerValue(43);
+  EXPECT_EQ(box.GetStructElement("p")->GetStructElement("x")->GetIntegerValue(), 43);
+  Held<Variable> later(box.Clone());
+  deep.SetIntegerValue(44);
+  EXPECT_EQ(later->GetStructElement("p")->GetStructElement("x")->GetIntegerValue(), 43);
+}
+
+TEST_F(Structures, AnElementThatAHostWidenedStaysUsable) {
+  auto p = Point(1, "one");
+  VarStructArray a(p.get(), "a", 0);
+  a.SetArraySize(2);
+  EXPECT_EQ(a.GetArrayElement(1)->AddStructElement(new VarInteger("y", 0), 1), 1);
+  tamber::ArrayData* data = tamber::CellOf(a)->a;
+  data->SweepBoxes();
+  data->Put(0, tamber::CopyOf(*p));
+  EXPECT_EQ(a.GetArrayElement(1)->GetStructElement("x")->GetIntegerValue(), 1);
+  EXPECT_EQ(a.GetArrayElement(1)->GetElementCount(), 3u);
+  EXPECT_EQ(a.GetArrayElement(2)->GetElementCount(), 2u);
+  Held<Variable> copy(a.Clone());
+  EXPECT_EQ(copy->GetArrayElement(1)->GetStructElement("label")->GetIntegerValue(), 0);
+  EXPECT_STREQ(copy->GetArrayElement(1)->GetStructElement("label")->GetStringValue(), "one");
+}
+
+}  // namespace
