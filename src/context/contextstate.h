@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <set>
@@ -74,6 +75,8 @@ class ContextState {
   void ScopeChanged() { epoch = NextEpoch(); }
 
   bool stopFlag = false;
+  /// Nonzero ends waiting built-ins early. Of the root context; set from any thread.
+  std::atomic<uint32_t> wake{0};
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
   std::set<std::string> loading;
   /// Names that a called script inherited and may declare anew.

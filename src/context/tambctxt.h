@@ -149,7 +149,7 @@ class TAMBER_API TamberContext : public TamberOperators,
 
   // --- output ---
   void SetOutput(KelString* buffer);
-  void AppendOutput(const KelString& text);
+  void AppendOutput(std::string_view text);
   void FlushOutput();
   template <class... Args>
   void OutputErrorText(const KelString& section, std::string_view format, const Args&... args) {

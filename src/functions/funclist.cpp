@@ -108,7 +108,8 @@ std::string PrototypeOf(const TamberFunction& function) {
   for (size_t i = first; i < types.size(); ++i) {
     if (i > first) text += ", ";
     AppendWord(text, *types[i]);
-    const KelString name = function.GetParameterList()->GetVariable(static_cast<uint32_t>(i))->GetVarName();
+    const KelString name =
+        function.GetParameterList()->GetVariable(static_cast<uint32_t>(i))->GetVarName();
     if (!name.IsEmpty()) text += ' ';
     text += name.View();
     text += Brackets(*types[i]);
@@ -284,6 +285,20 @@ std::shared_ptr<const TamberFunction> FunctionList::ShareFunction(uint32_t index
 
 uint32_t FunctionList::GetFunctionCount() const {
   return static_cast<uint32_t>(table_.Read().functions.size());
+}
+
+bool FunctionList::ExchangeFunction(const TamberFunction* entry,
+                                    std::shared_ptr<const TamberFunction> former) {
+  uint32_t index = FindFirstOverload(entry->GetName());
+  while (index != 0 && GetFunction(index) != entry) index = NextOverload(index);
+  if (index == 0) return false;
+  Table& table = table_.Write();
+  if (former != nullptr) {
+    table.functions[index - 1] = std::move(former);
+  } else {
+    Remove(table, index);
+  }
+  return true;
 }
 
 void FunctionList::ClearList() { table_ = kel::Cow<Table>(); }

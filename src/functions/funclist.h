@@ -58,6 +58,10 @@ class TAMBER_API FunctionList {
   /// direction. False: error 20505.
   bool TakesArguments(uint32_t index, std::span<const tamber::TypeDesc* const> arguments) const;
 
+  /// Takes an entry out, or puts `former`, which has the same name, in its place. False when the
+  /// entry is not in the list any more.
+  bool ExchangeFunction(const TamberFunction* entry, std::shared_ptr<const TamberFunction> former);
+
   /// On loan until the list changes; null for 0 and out of range.
   const TamberFunction* GetFunction(uint32_t index) const;
   /// As above, for whoever keeps it.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,4 +24,22 @@ class TAMBER_API SessionStore {
   virtual std::vector<std::string> SubKeys(std::string_view prefix) = 0;
   /// Removes every key that begins with `prefix`.
   virtual bool DeleteTree(std::string_view prefix) = 0;
+
+  /// What stands directly below `prefix`, which ends in "/": the parts of the keys up to the next
+  /// "/" and with it, each once; or up to the end of the key.
+  virtual std::vector<std::string> Children(std::string_view prefix);
+  /// Changes between the two take effect together, at Commit: others, also after this process was
+  /// killed, see all of them or none. Reads in between do not see them.
+  virtual void Begin() {}
+  virtual bool Commit() { return true; }
+  /// Why an operation has failed since the last call; "" when none has.
+  virtual std::string TakeFault() { return {}; }
 };
+
+namespace kel {
+
+/// Opens the store that `spec` names: "redis://host:port/db" a server, anything else a file. Never
+/// null, and never fails: what cannot be opened is an empty store that takes nothing.
+std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec);
+
+}  // namespace kel

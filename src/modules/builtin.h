@@ -28,6 +28,7 @@
 /// | `int32_t` `bool` `char` `float` `double` | the value through the getter of that type |
 /// | `std::string_view` | the text, borrowed until the body returns; "" for what is no text |
 /// | `const ArrayData*` | the array, borrowed; null is an empty one |
+/// | `ArrayOperand` | the array with its type, borrowed; not an array: what it says |
 /// | `Operand` | whatever was passed, borrowed |
 /// | `Variable*` | the variable that was passed, on loan; for parameters that the body changes |
 ///
@@ -67,6 +68,13 @@ struct Operand {
     const char* text = cell.v->GetStringValue();
     return {text, cell.v->GetLength()};
   }
+};
+
+/// What was passed for a parameter of type `array`: the value, borrowed, and its type.
+struct ArrayOperand {
+  bool isArray;  ///< false: something else was passed, and the rest is an empty generic array
+  TypeRef type;
+  ArrayData* data;  ///< null is an empty array; never to be changed
 };
 
 /// A text on its way to the stack: owns its buffer; null is the empty text.
@@ -133,6 +141,8 @@ class ArrayResult {
  public:
   /// An empty array of this array type.
   explicit ArrayResult(const TypeRef& type) : type_(type), data_(ArrayData::New(type->Element())) {}
+  /// Takes over an array; null is an empty one.
+  ArrayResult(const TypeRef& type, ArrayData* data) : type_(type), data_(data) {}
   ArrayResult(ArrayResult&& other) noexcept
       : type_(other.type_), data_(std::exchange(other.data_, nullptr)) {}
   ArrayResult& operator=(const ArrayResult&) = delete;
@@ -166,11 +176,21 @@ inline Operand Read(const StackEntry& entry) {
   return {KindOf(variable), *CellOf(variable)};
 }
 
+inline ArrayOperand ReadArray(const StackEntry& entry) {
+  if (entry.kind == Kind::Array) return {true, TypeRef(entry.type), entry.cell.a};
+  if (entry.kind == Kind::Any && KindOf(*entry.cell.v) == Kind::Array) {
+    return {true, TypeOf(*entry.cell.v), CellOf(*entry.cell.v)->a};
+  }
+  return {false, TypeDesc::Of(Kind::Array), nullptr};
+}
+
 /// One argument: what the entry `depth` below the top gives for a parameter of type T.
 template <class T>
 T Get(Stack& stack, uint32_t depth) {
   if constexpr (std::is_same_v<T, Variable*>) {
     return stack.GetVariable(stack.GetSize() - 1 - depth);
+  } else if constexpr (std::is_same_v<T, ArrayOperand>) {
+    return ReadArray(stack.Peek(depth));
   } else {
     const Operand operand = Read(stack.Peek(depth));
     if constexpr (std::is_same_v<T, Operand>) {

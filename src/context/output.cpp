@@ -1,0 +1,161 @@
+#include <algorithm>
+
+#include "context/contextstate.h"
+#include "engine/procedure.h"
+#include "frontend/scripttext.h"
+#include "frontend/scrline.h"
+#include "kel/dumpselection.h"
+#include "kel/file.h"
+#include "kel/inifile.h"
+#include "kel/notice.h"
+
+namespace tamber {
+namespace {
+
+constexpr int32_t kSourceLines = 10;
+
+KelString OutputTypeOf(const ContextState& state, const KelString& section) {
+  return IniFile(state.iniPath).ReadString(section, "OutputType", "file").ToLower();
+}
+
+/// The file that a section's reports go to, "stdout" for standard output, "" for nowhere.
+KelString OutputFileOf(const ContextState& state, const KelString& section) {
+  const IniFile ini(state.iniPath);
+  const KelString type = OutputTypeOf(state, section);
+  if (type == "file") return ini.ReadString(section, "OutputName", "tamber.log");
+  if (type == "stdout") return type;
+  if (type != "var") return {};
+  const KelString name = ini.ReadString(section, "OutputName", "LogFile");
+  const Variable* variable = state.context.GetVariable(name, VARLIST_GLOBAL);
+  return variable != nullptr ? KelString(variable->GetStringValue()) : KelString();
+}
+
+/// Every report is one write to a file that is opened for it, so that several processes can share a
+/// file and none loses a line when it is moved away.
+void WriteReport(const KelString& file, std::string_view text) {
+  if (file == "stdout") {
+    kel::WriteStandardOutput(text);
+    return;
+  }
+  const int descriptor = kel::OpenForAppend(file);
+  if (descriptor < 0) {
+    kel::Notice(file, "Internal Error: Failed to open output file");
+    return;
+  }
+  kel::AppendAll(descriptor, text);
+  kel::CloseFile(descriptor);
+}
+
+/// What the INI file asks for in one section.
+class DumpWriter {
+ public:
+  DumpWriter(ContextState& state, const KelString& section)
+      : state_(state), ini_(state.iniPath), section_(section) {}
+
+  void WriteAll(const SourcePlace& place, KelString& out) const {
+    if (place.text != nullptr && place.line != 0) {
+      const int32_t lines = ini_.ReadInteger(section_, "DumpSource", kSourceLines);
+      place.text->DumpSource(out, place.line, std::max(lines, 0));
+    }
+    TamberContext& context = state_.context;
+    const KelString types = Key("DumpTypes");
+    if (!types.IsEmpty()) context.DumpTypes(out, types, "");
+    WriteList(out, VARLIST_GLOBAL, "Global variable list dump:", "DumpGlobals");
+    WriteList(out, VARLIST_LOCAL, "Local variable list dump:", "DumpLocals");
+    WriteList(out, VARLIST_CONSTANT, "Constants list dump:", "DumpConstants");
+    const KelString functions = Key("DumpFunctions");
+    if (!functions.IsEmpty()) context.DumpFunctions(out, functions, "");
+    const KelString procedures = Key("DumpProcedures");
+    if (!procedures.IsEmpty()) context.DumpProcedures(out, procedures);
+  }
+
+ private:
+  KelString Key(const KelString& key) const { return ini_.ReadString(section_, key, ""); }
+
+  void WriteList(KelString& out, enum_VarListType scope, std::string_view title,
+                 const KelString& key) const {
+    const KelString value = Key(key);
+    const VarList* list = state_.Scope(scope);
+    if (value.IsEmpty() || list == nullptr) return;
+    const kel::DumpSelection selection(value);
+    selection.AppendTitle(out, title);
+    if (selection.All()) {
+      for (uint32_t i = 0; i < list->GetSize(); ++i) list->GetVariable(i)->Dump(out, "");
+      return;
+    }
+    for (const std::string_view name : selection.Names()) {
+      const Variable* variable = list->GetVariable(name);
+      if (variable != nullptr) variable->Dump(out, "");
+    }
+  }
+
+  ContextState& state_;
+  IniFile ini_;
+  KelString section_;
+};
+
+}  // namespace
+
+bool ContextState::IsOutputEnabled(const KelString& section) const {
+  const KelString type = OutputTypeOf(*this, section);
+  return !type.IsEmpty() && type != "none";
+}
+
+void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section) {
+  const KelString file = OutputFileOf(*this, section);
+  if (!file.IsEmpty() && !text.IsEmpty()) WriteReport(file, text);
+  text.Clear();
+}
+
+void ContextState::PerformDumps(const KelString& section, const SourcePlace& place) {
+  // A type of output that does not exist is enabled and goes nowhere: nothing needs to be made up.
+  if (!IsOutputEnabled(section) || OutputFileOf(*this, section).IsEmpty()) return;
+  KelString text;
+  DumpWriter(*this, section).WriteAll(place, text);
+  ProcessOutputBuffer(text, section);
+}
+
+void ContextState::DumpScriptStatements() {
+  const KelString section("TamberDebug");
+  if (dumpStatements == 0 || !IsOutputEnabled(section)) return;
+  KelString text;
+  for (uint32_t i = 1; i <= context.GetProcedureCount(); ++i) {
+    const TamberProcedure* procedure = context.GetProcedure(i);
+    procedure->Statements().Dump(text, procedure->GetName());
+  }
+  ProcessOutputBuffer(text, section);
+}
+
+}  // namespace tamber
+
+void TamberContext::ProcessOutputBuffer(KelString& text, const KelString& section) {
+  State().ProcessOutputBuffer(text, section);
+}
+
+void TamberContext::PerformDumps(const KelString& section, ScriptLine* line) {
+  tamber::SourcePlace place;
+  if (line != nullptr) place = {line->GetText(), line->GetStatementLine()};
+  State().PerformDumps(section, place);
+}
+
+void TamberContext::SetOutput(KelString* buffer) {
+  State().console = buffer;
+  State().consoleIsHosts = buffer != nullptr;
+}
+
+void TamberContext::AppendOutput(std::string_view text) {
+  KelString* console = State().console;
+  if (console == nullptr) {
+    kel::WriteStandardOutput(text);
+    return;
+  }
+  try {
+    console->Append(text);
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, "");
+  }
+}
+
+/// What goes to standard output goes there at once, in one write for each text, and what goes to a
+/// host's buffer stays there: nothing waits to be pushed out.
+void TamberContext::FlushOutput() {}

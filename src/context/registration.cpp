@@ -1,0 +1,344 @@
+#include "context/registration.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <utility>
+
+#include "context/contextstate.h"
+#include "functions/structdecl.h"
+#include "kel/notice.h"
+#include "values/cellops.h"
+#include "values/strbuf.h"
+
+namespace tamber {
+
+/// What registrations of a context must find again later.
+struct RegistrationHistory {
+  /// Those that are in force, in the order of loading.
+  std::vector<ContextRegistration*> active;
+  /// Error codes of modules that were unloaded. A module that is loaded again gets the same ones.
+  std::unordered_map<std::string, int32_t> retiredErrors;
+};
+
+namespace {
+
+/// Where a context keeps its history; registrations hold it too, for they may go last.
+struct HistorySlot {
+  std::shared_ptr<RegistrationHistory> history = std::make_shared<RegistrationHistory>();
+};
+
+const std::shared_ptr<RegistrationHistory>& HistoryOf(TamberContext& context) {
+  return context.ModuleState<HistorySlot>().history;
+}
+
+template <class Record>
+const Record* ListOf(const FUNCMOD_REGISTRATION* record, enum_FuncModRegType type) {
+  return static_cast<const Record*>(TamberContext::FindRegistrationList(record, type));
+}
+
+/// Walks one list of a record; a list that is not there is empty.
+template <class Record, class NameOf, class Visit>
+void ForEach(const FUNCMOD_REGISTRATION* record, enum_FuncModRegType type, NameOf nameOf,
+             Visit visit) {
+  const Record* entry = ListOf<Record>(record, type);
+  for (; entry != nullptr && !std::invoke(nameOf, entry)->IsEmpty(); ++entry) visit(*entry);
+}
+
+template <class Record, class Visit>
+void ForEachNamed(const FUNCMOD_REGISTRATION* record, enum_FuncModRegType type, Visit visit) {
+  ForEach<Record>(
+      record, type, [](const Record* entry) { return &entry->name; }, visit);
+}
+
+using Members = std::vector<StructLayout::Member>;
+
+/// Whether a type is the structure that is to be registered: two modules may share one.
+bool IsSuchStructure(const TypeDesc& type, const Members& members) {
+  if (type.GetKind() != Kind::Struct) return false;
+  const Members& present = type.Layout()->Members();
+  return std::equal(present.begin(), present.end(), members.begin(), members.end(),
+                    [](const auto& a, const auto& b) {
+                      return a.name.Equals(b.name) && a.type->IsSame(*b.type) &&
+                             a.arraySize == b.arraySize;
+                    });
+}
+
+enum class Refusal { None, Differs, SameAlready };
+
+/// Adds a constant unless one of its name is there.
+Refusal AddConstant(TamberContext& context, const KelString& name, Kind kind, Cell cell,
+                    enum_VarListType list) {
+  OwnedCell value(kind, cell);
+  Variable* present = context.GetVariable(name, list);
+  if (present != nullptr) {
+    const bool same = KindOf(*present) == kind &&
+                      (kind == Kind::String ? TextOf(CellOf(*present)->s) == TextOf(cell.s)
+                                            : CellOf(*present)->i == cell.i);
+    return same ? Refusal::SameAlready : Refusal::Differs;
+  }
+  Variable* constant = MakeVariable(TypeDesc::Of(kind), Name(name.View()), value.Take());
+  constant->SetVarFlags(Variable::Predefined);
+  context.AddVariable(constant, list);
+  return Refusal::None;
+}
+
+void AddType(TamberContext& context, const KelString& name, const TypeRef& type) {
+  constexpr uint32_t kSurvivesReset = 1;
+  context.AddType(name, MakeVariable(type, Name()), kSurvivesReset);
+}
+
+void AddWithArray(TamberContext& context, const KelString& name, const TypeRef& type) {
+  AddType(context, name, type);
+  AddType(context, name + "[]", TypeDesc::ArrayOf(type));
+}
+
+void RegisterFunctions(TamberContext& context, const FUNCMOD_REGISTRATION* record,
+                       enum_FuncModRegType list, FunctionList::FuncType_e type, bool replace) {
+  const auto prototypeOf = [](const FUNCMOD_FUNCTION* entry) { return &entry->prototype; };
+  ForEach<FUNCMOD_FUNCTION>(record, list, prototypeOf, [&](const FUNCMOD_FUNCTION& entry) {
+    if (type == FunctionList::FUNCTYPE_CONTEXT && entry.contextImplementation != nullptr) {
+      context.RegisterFunction(entry.prototype, entry.contextImplementation, type, replace,
+                               entry.traits);
+    } else {
+      context.RegisterFunction(entry.prototype, entry.implementation, type, replace, entry.traits);
+    }
+  });
+}
+
+using Prototypes = std::map<const TamberContext*, const Variable*>;
+
+/// A record without a place for the prototype wants the type all the same.
+void RegisterStructureRecord(TamberContext& context, const FUNCMOD_STRUCT& entry) {
+  const Variable* prototype = nullptr;
+  context.RegisterStructure(entry.name, entry.members, &prototype);
+  if (prototype == nullptr) return;
+  if (entry.prototype != nullptr) *entry.prototype = prototype;
+  if (entry.prototypes != nullptr) (*entry.prototypes)[&context] = prototype;
+}
+
+/// The whole of a record in the fixed order: what prototypes name comes before the prototypes.
+void RegisterLists(TamberContext& context, const FUNCMOD_REGISTRATION* record, bool writeBack) {
+  ForEachNamed<FUNCMOD_INTEGER>(record, FUNCMOD_INTEGERS, [&](const FUNCMOD_INTEGER& entry) {
+    context.RegisterInteger(entry.name, entry.value, VARLIST_CONSTANT);
+  });
+  ForEachNamed<FUNCMOD_STRING>(record, FUNCMOD_STRINGS, [&](const FUNCMOD_STRING& entry) {
+    context.RegisterString(entry.name, entry.value, VARLIST_CONSTANT);
+  });
+  ForEachNamed<FUNCMOD_OBJECT>(record, FUNCMOD_OBJECTS, [&](const FUNCMOD_OBJECT& entry) {
+    context.RegisterObjectType(entry.name);
+  });
+  ForEachNamed<FUNCMOD_STRUCT>(record, FUNCMOD_STRUCTS, [&](const FUNCMOD_STRUCT& entry) {
+    RegisterStructureRecord(context, entry);
+  });
+  ForEachNamed<FUNCMOD_ERROR>(record, FUNCMOD_ERRORS, [&](const FUNCMOD_ERROR& entry) {
+    const int32_t code = context.RegisterErrorCode(0, entry.name, entry.text);
+    context.RegisterInteger(entry.name, static_cast<uint32_t>(code), VARLIST_CONSTANT);
+    if (writeBack) const_cast<FUNCMOD_ERROR&>(entry).code = code;
+  });
+  RegisterFunctions(context, record, FUNCMOD_FUNCTIONS, FunctionList::FUNCTYPE_NORMAL, false);
+  RegisterFunctions(context, record, FUNCMOD_REPLACING_FUNCTIONS, FunctionList::FUNCTYPE_NORMAL,
+                    true);
+  RegisterFunctions(context, record, FUNCMOD_CONTEXT_FUNCTIONS, FunctionList::FUNCTYPE_CONTEXT,
+                    false);
+}
+
+bool HaveSameSignature(const TamberFunction& a, const TamberFunction& b) {
+  if (!kel::EqualsNoCase(a.GetName(), b.GetName())) return false;
+  return std::equal(a.ParameterTypes().begin(), a.ParameterTypes().end(),
+                    b.ParameterTypes().begin(), b.ParameterTypes().end(),
+                    [](const TypeRef& x, const TypeRef& y) { return x->IsSame(*y); });
+}
+
+std::vector<std::shared_ptr<const TamberFunction>> EntriesOf(const FunctionList& list) {
+  std::vector<std::shared_ptr<const TamberFunction>> entries;
+  for (uint32_t i = 1; i <= list.GetFunctionCount(); ++i) entries.push_back(list.ShareFunction(i));
+  std::sort(entries.begin(), entries.end());
+  return entries;
+}
+
+}  // namespace
+
+void RegisterBuiltInModule(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
+  RegisterLists(context, record, false);
+}
+
+ContextRegistration::ContextRegistration(TamberContext& context)
+    : context_(context), history_(HistoryOf(context)) {
+  history_->active.push_back(this);
+}
+
+ContextRegistration::~ContextRegistration() { std::erase(history_->active, this); }
+
+void ContextRegistration::Register(const FUNCMOD_REGISTRATION* record) {
+  const std::lock_guard lock(ModuleMutex());
+  const FunctionList before(context_);
+  const auto noteConstant = [this](const KelString& name) {
+    if (context_.GetVariable(name, VARLIST_CONSTANT) == nullptr) constants_.push_back(name);
+  };
+  const auto noteType = [this](const KelString& name) {
+    if (context_.FindType(name) == TypeList::kNotFound) types_.push_back(name);
+  };
+  ForEachNamed<FUNCMOD_INTEGER>(record, FUNCMOD_INTEGERS,
+                                [&](const auto& entry) { noteConstant(entry.name); });
+  ForEachNamed<FUNCMOD_STRING>(record, FUNCMOD_STRINGS,
+                               [&](const auto& entry) { noteConstant(entry.name); });
+  ForEachNamed<FUNCMOD_ERROR>(record, FUNCMOD_ERRORS,
+                              [&](const auto& entry) { noteConstant(entry.name); });
+  ForEachNamed<FUNCMOD_OBJECT>(record, FUNCMOD_OBJECTS,
+                               [&](const auto& entry) { noteType(entry.name); });
+  ForEachNamed<FUNCMOD_STRUCT>(record, FUNCMOD_STRUCTS,
+                               [&](const auto& entry) { noteType(entry.name); });
+  RegisterLists(context_, record, true);
+  ForEachNamed<FUNCMOD_STRUCT>(record, FUNCMOD_STRUCTS, [&](const FUNCMOD_STRUCT& entry) {
+    if (entry.prototypes != nullptr) prototypes_.push_back(entry.prototypes);
+  });
+  ForEachNamed<FUNCMOD_ERROR>(record, FUNCMOD_ERRORS, [&](const FUNCMOD_ERROR& entry) {
+    errors_.emplace_back(entry.name, entry.code);
+  });
+  NoteFunctions(before);
+}
+
+void ContextRegistration::NoteFunctions(const FunctionList& before) {
+  const auto old = EntriesOf(before);
+  const auto now = EntriesOf(context_);
+  std::vector<std::shared_ptr<const TamberFunction>> gone;
+  std::set_difference(old.begin(), old.end(), now.begin(), now.end(), std::back_inserter(gone));
+  std::vector<std::shared_ptr<const TamberFunction>> added;
+  std::set_difference(now.begin(), now.end(), old.begin(), old.end(), std::back_inserter(added));
+  for (auto& function : added) {
+    const auto replaced = std::find_if(gone.begin(), gone.end(), [&](const auto& former) {
+      return HaveSameSignature(*former, *function);
+    });
+    functions_.push_back({std::move(function), replaced != gone.end() ? *replaced : nullptr});
+  }
+}
+
+void ContextRegistration::TakeBack() {
+  TakeBackFunctions();
+  for (const KelString& name : constants_) {
+    Variable::Delete(context_.RemoveVariable(name, VARLIST_CONSTANT));
+  }
+  for (const KelString& name : types_) {
+    for (const KelString& word : {name + "[]", name}) {
+      const uint32_t position = context_.FindType(word);
+      if (position != TypeList::kNotFound) context_.DeleteType(position);
+    }
+  }
+  for (const auto& [name, code] : errors_) history_->retiredErrors[name.Str()] = code;
+  for (Prototypes* prototypes : prototypes_) prototypes->erase(&context_);
+}
+
+/// A function that a module loaded later put in the place of ours is left there; what it will bring
+/// back one day is then not ours either.
+void ContextRegistration::TakeBackFunctions() {
+  for (const Function& function : functions_) {
+    if (context_.ExchangeFunction(function.added.get(), function.replaced)) continue;
+    for (ContextRegistration* other : history_->active) {
+      for (Function& theirs : other->functions_) {
+        if (theirs.replaced == function.added) theirs.replaced = function.replaced;
+      }
+    }
+  }
+  functions_.clear();
+}
+
+}  // namespace tamber
+
+using tamber::Cell;
+using tamber::Kind;
+using tamber::TypeDesc;
+using tamber::TypeRef;
+
+void TamberContext::RegisterFunctionModule(const FUNCMOD_REGISTRATION* registration) {
+  if (registration == nullptr) return;
+  const std::lock_guard lock(tamber::ModuleMutex());
+  tamber::RegisterLists(*this, registration, true);
+}
+
+const void* TamberContext::FindRegistrationList(const FUNCMOD_REGISTRATION* registration,
+                                                enum_FuncModRegType type) {
+  if (registration == nullptr) return nullptr;
+  while (registration->type != FUNCMOD_END && registration->type != type) ++registration;
+  return registration->type == type ? registration->list : nullptr;
+}
+
+void TamberContext::RegisterBoolean(const KelString& name, int32_t value, enum_VarListType list) {
+  const Cell cell = tamber::IntCell(value != 0 ? 1 : 0);
+  if (tamber::AddConstant(*this, name, Kind::Bool, cell, list) == tamber::Refusal::Differs) {
+    RegistrationError("Trying to register boolean %S with different values", name);
+  }
+}
+
+void TamberContext::RegisterInteger(const KelString& name, uint32_t value, enum_VarListType list) {
+  const Cell cell = tamber::IntCell(static_cast<int32_t>(value));
+  if (tamber::AddConstant(*this, name, Kind::Int, cell, list) == tamber::Refusal::Differs) {
+    RegistrationError("Trying to register integer %S with different values", name);
+  }
+}
+
+void TamberContext::RegisterString(const KelString& name, const KelString& value,
+                                   enum_VarListType list) {
+  Cell cell = tamber::ZeroCell();
+  if (!value.IsEmpty()) cell.s = tamber::StrBuf::New(value);
+  if (tamber::AddConstant(*this, name, Kind::String, cell, list) == tamber::Refusal::Differs) {
+    RegistrationError("Trying to register string %S with different values", name);
+  }
+}
+
+uint32_t TamberContext::RegisterObjectType(const KelString& name) {
+  const TypeRef type = TypeDesc::HandleOf(tamber::Name(name.View()));
+  const uint32_t before = FindType(name);
+  if (before == TypeList::kNotFound) tamber::AddType(*this, name, type);
+  tamber::AddType(*this, name + "[]", TypeDesc::ArrayOf(type));
+  return before == TypeList::kNotFound ? 0 : before;
+}
+
+int32_t TamberContext::RegisterStructure(const KelString& name, const KelString& members,
+                                         const Variable** prototype) {
+  tamber::Members list;
+  std::string fault;
+  const TypeRef present = FindTypeRef(name);
+  const bool understood =
+      !name.IsEmpty() && tamber::ParseStructMembers(members, *this, list, fault);
+  if (!understood || (present && !tamber::IsSuchStructure(*present, list))) {
+    State().debug.Logf(KelDebug::Level::Error, "Structure %S is refused at '%S'", name, fault);
+    RegistrationError("Error trying to create structure '%S'", name);
+    return 0;
+  }
+  if (!present) {
+    const auto layout = tamber::StructLayout::Make(tamber::Name(name.View()), std::move(list));
+    tamber::AddWithArray(*this, name, TypeDesc::StructOf(layout));
+  }
+  if (prototype != nullptr) *prototype = GetType(name)->GetVariable();
+  return 1;
+}
+
+int32_t TamberContext::RegisterStructure(Variable* structure) {
+  if (structure == nullptr || structure->IsStruct() == 0) {
+    Variable::Delete(structure);
+    return 0;
+  }
+  const KelString name = structure->GetStructName();
+  const TypeRef type = tamber::TypeOf(*structure);
+  Variable::Delete(structure);
+  if (name.IsEmpty()) return 0;
+  tamber::AddWithArray(*this, name, type);
+  return 1;
+}
+
+int32_t TamberContext::RegisterErrorCode(int32_t code, const KelString& name,
+                                         const KelString& text) {
+  ErrorList& errors = GetErrorList();
+  if (code == 0) {
+    const auto& retired = tamber::HistoryOf(*this)->retiredErrors;
+    const auto known = retired.find(name.Str());
+    if (known != retired.end()) return known->second;
+    code = static_cast<int32_t>(errors.GetNewRuntimeErrorCode());
+  }
+  errors.AddError(code, name, text);
+  return code;
+}
+
+void TamberContext::ShowRegistrationError(const KelString& message) {
+  kel::Notice("Tamber Registration Error", message);
+}

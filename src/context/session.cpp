@@ -1,0 +1,142 @@
+#include "context/session.h"
+
+#include <string>
+
+#include "context/contextstate.h"
+#include "kel/clock.h"
+#include "kel/inifile.h"
+#include "kel/pathparser.h"
+#include "kel/sessionstore.h"
+
+namespace tamber {
+namespace {
+
+constexpr std::string_view kAllSessions = "session/";
+
+std::string KeyOf(uint32_t id) { return std::string(kAllSessions) + std::to_string(id) + "/"; }
+
+/// A leading "/" or a drive; a leading "\" does not count.
+bool IsAbsoluteSessionFile(const KelString& file) {
+  return file[0] == '/' || (file.GetLength() > 1 && file[1] == ':');
+}
+
+KelString SessionFileOf(const KelString& iniPath) {
+  constexpr std::string_view kDefault = "TamberSessions";
+  KelString file = IniFile(iniPath).ReadString("TamberConfig", "SessionFile", kDefault);
+  if (file.IsEmpty()) file = kDefault;
+  if (IsAbsoluteSessionFile(file)) return file;
+  PathParser beside(iniPath);
+  beside.SetFileName(file);
+  return beside.GetPath();
+}
+
+/// Sessions are kept on a server when the INI file names one, else in a file.
+KelString StoreSpecOf(const KelString& iniPath) {
+  const KelString server = IniFile(iniPath).ReadString("TamberConfig", "SessionStore", "");
+  return server.View().starts_with("redis://") ? server : SessionFileOf(iniPath);
+}
+
+/// A store that fails costs the sessions' values of the moment and nothing else. True when it did.
+bool LogFault(ContextState& state) {
+  const std::string fault = state.sessionStore->TakeFault();
+  if (fault.empty()) return false;
+  state.debug.Logf(KelDebug::Level::Error, "Session store %S: %S", state.sessionPath, fault);
+  return true;
+}
+
+void SelectSession(ContextState& state, uint32_t id) {
+  state.sessionId = id;
+  state.sessionPath = StoreSpecOf(state.iniPath);
+  state.sessionStore = kel::OpenSessionStore(state.sessionPath);
+  if (id != 0) state.sessionStore->SetInteger(KeyOf(id), kel::UnixSeconds());
+  LogFault(state);
+}
+
+bool IsSessionStored(ContextState& state, uint32_t id) {
+  SelectSession(state, state.sessionId);
+  SessionStore& store = *state.sessionStore;
+  const bool stored = store.Exists(KeyOf(id)) || !store.SubKeys(KeyOf(id)).empty();
+  LogFault(state);
+  return stored;
+}
+
+void Expire(ContextState& state, uint32_t maxAgeSeconds) {
+  SelectSession(state, state.sessionId);
+  SessionStore& store = *state.sessionStore;
+  const uint32_t cutoff = kel::UnixSeconds() - maxAgeSeconds;
+  for (const std::string& session : store.Children(kAllSessions)) {
+    int64_t stamp = 0;
+    store.GetInteger(session, stamp);
+    // No stamp is an old one, unless it only could not be read.
+    if (LogFault(state)) return;
+    if (static_cast<uint32_t>(stamp) < cutoff) store.DeleteTree(session);
+  }
+  LogFault(state);
+}
+
+}  // namespace
+
+void SaveSessionVariables(ContextState& state) {
+  if (state.sessionId == 0 || state.sessionStore == nullptr || state.globals == nullptr) return;
+  state.sessionStore->Begin();
+  for (uint32_t i = 0; i < state.globals->GetSize(); ++i) {
+    Variable* variable = state.globals->GetVariable(i);
+    if ((variable->GetVarFlags() & Variable::Session) != 0) {
+      variable->StoreToSession(state.sessionId, state.sessionStore.get());
+    }
+  }
+  state.sessionStore->Commit();
+  LogFault(state);
+}
+
+}  // namespace tamber
+
+// Running out of memory here leaves the settings or sessions as they are; by design none of these
+// calls sets the context error.
+
+void TamberContext::SetIniPath(const KelString& path) {
+  try {
+    tamber::ContextState& state = State();
+    state.iniPath = path;
+    const IniFile ini(path);
+    state.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
+    state.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
+    state.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+void TamberContext::SetIniDir(const KelString& dir) {
+  try {
+    PathParser path(State().iniPath);
+    path.SetDriveDir(dir);
+    SetIniPath(path.GetPath());
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+KelString TamberContext::GetIniPath() const { return state_->iniPath; }
+
+uint32_t TamberContext::GetSessionId() const { return state_->sessionId; }
+
+void TamberContext::SetSessionId(uint32_t id) {
+  try {
+    tamber::SelectSession(State(), id);
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+bool TamberContext::DoesSessionExist(uint32_t id) {
+  try {
+    return tamber::IsSessionStored(State(), id);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+void TamberContext::ExpireOldSessions(uint32_t maxAgeSeconds) {
+  try {
+    tamber::Expire(State(), maxAgeSeconds);
+  } catch (const std::bad_alloc&) {
+  }
+}

@@ -1,0 +1,173 @@
+#include "kel/sessionstore.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <map>
+#include <utility>
+
+#include "kel/pathparser.h"
+#include "kel/storebackend.h"
+
+std::vector<std::string> SessionStore::Children(std::string_view prefix) {
+  return kel::ChildrenOf(SubKeys(prefix), prefix);
+}
+
+namespace kel {
+namespace {
+
+/// A context's own store: it gathers what belongs together and passes it on to the shared backend.
+class BackedStore final : public SessionStore {
+ public:
+  explicit BackedStore(std::shared_ptr<StoreBackend> backend) : backend_(std::move(backend)) {}
+
+  bool SetInteger(std::string_view key, int64_t value) override { return Set(key, value); }
+  bool SetText(std::string_view key, std::string_view value) override {
+    return Set(key, std::string(value));
+  }
+  bool GetInteger(std::string_view key, int64_t& value) override { return Get(key, value); }
+  bool GetText(std::string_view key, std::string& value) override { return Get(key, value); }
+
+  bool Exists(std::string_view key) override {
+    StoreValue value;
+    return Use([&] { return backend_->Get(key, value); });
+  }
+
+  std::vector<std::string> SubKeys(std::string_view prefix) override {
+    std::vector<std::string> keys;
+    Use([&] {
+      keys = backend_->Keys(prefix);
+      return true;
+    });
+    return keys;
+  }
+
+  std::vector<std::string> Children(std::string_view prefix) override {
+    std::vector<std::string> names;
+    Use([&] {
+      names = backend_->Children(prefix);
+      return true;
+    });
+    return names;
+  }
+
+  bool DeleteTree(std::string_view prefix) override {
+    return Change({StoreChange::Kind::DeleteTree, std::string(prefix), {}});
+  }
+
+  void Begin() override { batching_ = true; }
+
+  bool Commit() override {
+    batching_ = false;
+    const std::vector<StoreChange> changes = std::exchange(pending_, {});
+    return changes.empty() || Use([&] { return backend_->Apply(changes); });
+  }
+
+  std::string TakeFault() override { return std::exchange(fault_, {}); }
+
+ private:
+  /// The backend may meet anything, memory included; a store only ever answers "no".
+  template <class Operation>
+  bool Use(Operation operation) {
+    const std::lock_guard lock(backend_->mutex);
+    bool done = false;
+    backend_->fault.clear();
+    try {
+      done = operation();
+    } catch (const std::exception& error) {
+      backend_->fault = error.what();
+    }
+    if (!backend_->fault.empty()) fault_ = backend_->fault;
+    return done;
+  }
+
+  template <class T>
+  bool Get(std::string_view key, T& value) {
+    StoreValue stored;
+    if (!Use([&] { return backend_->Get(key, stored); })) return false;
+    if (!std::holds_alternative<T>(stored)) return false;
+    value = std::move(std::get<T>(stored));
+    return true;
+  }
+
+  bool Set(std::string_view key, StoreValue value) {
+    return Change({StoreChange::Kind::Set, std::string(key), std::move(value)});
+  }
+
+  bool Change(StoreChange change) {
+    if (batching_) {
+      pending_.push_back(std::move(change));
+      return true;
+    }
+    return Use([&] { return backend_->Apply({&change, 1}); });
+  }
+
+  std::shared_ptr<StoreBackend> backend_;
+  std::vector<StoreChange> pending_;
+  std::string fault_;
+  bool batching_ = false;
+};
+
+/// The backends of the process by what they stand for. Opening one for every request of a host
+/// would cost more than the requests, so they stay open.
+class Backends {
+ public:
+  std::shared_ptr<StoreBackend> Find(const std::string& name, bool server) {
+    const std::lock_guard lock(mutex_);
+    LeaveParentsAlone();
+    std::shared_ptr<StoreBackend>& slot = open_[name];
+    if (slot == nullptr || !slot->IsCurrent()) {
+      slot = server ? MakeRedisBackend(name) : MakeSqliteBackend(name);
+    }
+    return slot;
+  }
+
+ private:
+  /// After a fork the parent's connections are not ours to use, nor to close.
+  void LeaveParentsAlone() {
+    if (process_ == ::getpid()) return;
+    process_ = ::getpid();
+    for (auto& [name, backend] : open_) parents_.push_back(std::move(backend));
+    open_.clear();
+  }
+
+  std::mutex mutex_;
+  pid_t process_ = ::getpid();
+  std::map<std::string, std::shared_ptr<StoreBackend>> open_;
+  std::vector<std::shared_ptr<StoreBackend>> parents_;
+};
+
+Backends& SharedBackends() {
+  // Never destroyed: threads may still hold stores while the process ends.
+  static Backends* const backends = new Backends;
+  return *backends;
+}
+
+}  // namespace
+
+std::vector<std::string> ChildrenOf(std::vector<std::string> keys, std::string_view prefix) {
+  for (std::string& key : keys) {
+    const size_t end = key.find('/', prefix.size());
+    if (end != std::string::npos) key.resize(end + 1);
+  }
+  std::erase_if(keys, [&](const std::string& key) { return key.size() <= prefix.size(); });
+  std::sort(keys.begin(), keys.end());
+  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+  return keys;
+}
+
+std::string EndOfPrefix(std::string_view prefix) {
+  std::string end(prefix);
+  while (!end.empty() && end.back() == '\xFF') end.pop_back();
+  if (!end.empty()) end.back() = static_cast<char>(static_cast<unsigned char>(end.back()) + 1);
+  return end;
+}
+
+std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec) {
+  const bool server = spec.substr(0, 8) == "redis://";
+  const std::string name = server ? std::string(spec) : CompletePath(spec);
+  return std::make_shared<BackedStore>(SharedBackends().Find(name, server));
+}
+
+}  // namespace kel

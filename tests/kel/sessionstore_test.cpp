@@ -1,0 +1,302 @@
+#include "kel/sessionstore.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "kel/redisserver.h"
+#include "kel/tempdir.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using Store = std::shared_ptr<SessionStore>;
+
+/// What any kind of store keeps to; the parameter says which kind.
+class AnyStore : public TempDirTest, public testing::WithParamInterface<const char*> {
+ protected:
+  void SetUp() override {
+    TempDirTest::SetUp();
+    spec_ = "sessions";
+    if (GetParam() == std::string_view("server")) {
+      server_ = std::make_unique<RedisServer>();
+      ASSERT_TRUE(server_->IsUp());
+      spec_ = server_->Url();
+    }
+    store_ = kel::OpenSessionStore(spec_);
+  }
+
+  std::unique_ptr<RedisServer> server_;
+  std::string spec_;
+  Store store_;
+};
+
+TEST_P(AnyStore, KeepsNumbersAndTextsOfAnyBytes) {
+  std::string bytes("\0a'\"\xFF\r\n", 7);
+  for (int c = 0; c < 256; ++c) bytes += static_cast<char>(c);
+  EXPECT_TRUE(store_->SetInteger("session/7/", 4294967295));
+  EXPECT_TRUE(store_->SetInteger("session/7/low", INT64_MIN));
+  EXPECT_TRUE(store_->SetText("session/7/bytes", bytes));
+  EXPECT_TRUE(store_->SetText("session/7/empty", ""));
+  EXPECT_TRUE(store_->SetText("session/7/text", "old"));
+  EXPECT_TRUE(store_->SetText("session/7/text", "new"));
+
+  const Store other = kel::OpenSessionStore(spec_);
+  int64_t number = 0;
+  std::string text = "untouched";
+  EXPECT_TRUE(other->GetInteger("session/7/", number));
+  EXPECT_EQ(number, 4294967295);
+  EXPECT_TRUE(other->GetInteger("session/7/low", number));
+  EXPECT_EQ(number, INT64_MIN);
+  EXPECT_FALSE(other->GetText("session/7/low", text)) << "a number is no text";
+  EXPECT_FALSE(other->GetText("session/7/absent", text));
+  EXPECT_EQ(text, "untouched");
+  EXPECT_FALSE(other->GetInteger("session/7/text", number)) << "a text is no number";
+  EXPECT_EQ(number, INT64_MIN);
+  EXPECT_TRUE(other->GetText("session/7/bytes", text));
+  EXPECT_EQ(text, bytes);
+  EXPECT_TRUE(other->GetText("session/7/empty", text));
+  EXPECT_EQ(text, "");
+  EXPECT_TRUE(other->GetText("session/7/text", text));
+  EXPECT_EQ(text, "new");
+  EXPECT_EQ(other->TakeFault(), "");
+}
+
+TEST_P(AnyStore, TreesAreKeptApart) {
+  for (const char* id : {"1", "10", "11", "2"}) {
+    store_->SetInteger(std::string("session/") + id + "/", 5);
+    store_->SetText(std::string("session/") + id + "/name", id);
+    store_->SetText(std::string("session/") + id + "/a[x]*/deep", id);
+  }
+  EXPECT_THAT(store_->SubKeys("session/1/"),
+              ElementsAre("session/1/", "session/1/a[x]*/deep", "session/1/name"));
+  EXPECT_THAT(store_->SubKeys("session/1/n"), ElementsAre("session/1/name"));
+  EXPECT_THAT(store_->Children("session/"),
+              ElementsAre("session/1/", "session/10/", "session/11/", "session/2/"));
+  EXPECT_THAT(store_->Children("session/10/"), ElementsAre("session/10/a[x]*/", "session/10/name"));
+  EXPECT_EQ(store_->SubKeys("").size(), 12u);
+
+  EXPECT_TRUE(store_->DeleteTree("session/1/"));
+  EXPECT_FALSE(store_->Exists("session/1/"));
+  EXPECT_TRUE(store_->Exists("session/10/"));
+  EXPECT_TRUE(store_->DeleteTree("session/10/a[x]*/"));
+  EXPECT_THAT(store_->SubKeys("session/10/"), ElementsAre("session/10/", "session/10/name"));
+  EXPECT_TRUE(store_->DeleteTree("session/1"));
+  EXPECT_THAT(store_->Children("session/"), ElementsAre("session/2/"));
+  EXPECT_TRUE(store_->DeleteTree("absent/"));
+}
+
+TEST_P(AnyStore, ABatchTakesEffectAtItsEnd) {
+  store_->SetText("session/3/old", "x");
+  const Store other = kel::OpenSessionStore(spec_);
+  store_->Begin();
+  store_->DeleteTree("session/3/");
+  store_->SetInteger("session/3/", 9);
+  store_->SetText("session/3/a", "1");
+  store_->SetText("session/4/a", "2");
+  EXPECT_THAT(other->SubKeys(""), ElementsAre("session/3/old"));
+  EXPECT_TRUE(store_->Commit());
+  EXPECT_THAT(other->SubKeys(""), ElementsAre("session/3/", "session/3/a", "session/4/a"));
+  EXPECT_TRUE(store_->Commit()) << "nothing is left to be done";
+}
+
+TEST_P(AnyStore, ThreadsShareIt) {
+  std::atomic<int> faults{0};
+  std::vector<std::thread> threads;
+  for (int id = 0; id < 8; ++id) {
+    threads.emplace_back([&, id] {
+      const Store mine = kel::OpenSessionStore(spec_);
+      const std::string key = "session/" + std::to_string(id) + "/n";
+      for (int i = 0; i < 50; ++i) {
+        int64_t back = -1;
+        if (!mine->SetInteger(key, i) || !mine->GetInteger(key, back) || back != i) ++faults;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(faults, 0);
+  EXPECT_EQ(store_->Children("session/").size(), 8u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, AnyStore, testing::Values("file", "server"),
+                         [](const auto& kind) { return std::string(kind.param); });
+
+class FileStore : public TempDirTest {
+ protected:
+  /// Nothing works, something was said about it, and the file is as it was.
+  static void ExpectUseless(const std::string& path) {
+    const bool present = std::filesystem::is_regular_file(path);
+    const std::string before = present ? Get(path) : "";
+    const Store store = kel::OpenSessionStore(path);
+    std::string text;
+    EXPECT_FALSE(store->GetText("session/1/a", text));
+    EXPECT_THAT(store->SubKeys("session/"), IsEmpty());
+    EXPECT_FALSE(store->SetInteger("session/1/", 1)) << path;
+    EXPECT_FALSE(store->DeleteTree("session/")) << path;
+    EXPECT_NE(store->TakeFault(), "") << path;
+    if (present) {
+      EXPECT_EQ(Get(path), before) << path;
+    }
+  }
+
+  static std::string SomeStore() {
+    const Store store = kel::OpenSessionStore("good");
+    for (int i = 0; i < 2000; ++i) {
+      store->SetText("session/" + std::to_string(i) + "/name", std::string(200, 'x'));
+    }
+    sqlite3* database = nullptr;  // brings all into the one file
+    sqlite3_open("good", &database);
+    sqlite3_exec(database, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
+    sqlite3_close(database);
+    return Get("good");
+  }
+};
+
+TEST_F(FileStore, LookingLeavesNoFileBehind) {
+  const Store store = kel::OpenSessionStore("none");
+  EXPECT_FALSE(store->Exists("session/1/"));
+  EXPECT_THAT(store->Children("session/"), IsEmpty());
+  EXPECT_EQ(store->TakeFault(), "");
+  EXPECT_TRUE(std::filesystem::is_empty("."));
+}
+
+TEST_F(FileStore, LeavesAloneWhatIsNoStore) {
+  Put("text", "[TamberDebug]\nProcedureTrace=1\n");
+  Put("zeros", std::string(8192, '\0'));
+  std::filesystem::create_directory("dir");
+  ::mkfifo("pipe", 0600);
+  sqlite3* database = nullptr;
+  sqlite3_open("foreign", &database);
+  sqlite3_exec(database, "CREATE TABLE store (key, value)", nullptr, nullptr, nullptr);
+  sqlite3_close(database);
+  for (const char* path : {"text", "zeros", "dir", "pipe", "foreign", "no/such/dir"}) {
+    ExpectUseless(path);
+  }
+}
+
+TEST_F(FileStore, SurvivesDamage) {
+  const std::string good = SomeStore();
+  Put("short", good.substr(0, good.size() / 2));
+  Put("header", good.substr(0, 50));
+  for (const char* path : {"short", "header"}) ExpectUseless(path);
+  std::mt19937 random(1);
+  for (int round = 0; round < 40; ++round) {
+    std::string bad = good;
+    for (int i = 0; i < 300; ++i) bad[random() % bad.size()] = static_cast<char>(random());
+    const std::string path = "bad" + std::to_string(round);
+    Put(path, bad);
+    const Store store = kel::OpenSessionStore(path);
+    std::string text;
+    store->SubKeys("session/");
+    store->Children("session/");
+    for (int i = 0; i < 2000; i += 97)
+      store->GetText("session/" + std::to_string(i) + "/name", text);
+    store->SetText("session/5/name", "y");
+    store->DeleteTree("session/77/");
+  }
+}
+
+TEST_F(FileStore, GivesWayToAnotherProgram) {
+  SomeStore();
+  sqlite3* database = nullptr;
+  sqlite3_open("good", &database);
+  sqlite3_exec(database, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
+  const Store store = kel::OpenSessionStore("good");
+  EXPECT_FALSE(store->SetText("session/1/name", "y"));
+  EXPECT_NE(store->TakeFault(), "");
+  sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
+  sqlite3_close(database);
+  EXPECT_TRUE(store->SetText("session/1/name", "y")) << "and goes on afterwards";
+}
+
+TEST_F(FileStore, NoticesThatTheFileWasRemoved) {
+  kel::OpenSessionStore("sessions")->SetInteger("session/1/", 1);
+  for (const char* name : {"sessions", "sessions-wal", "sessions-shm"})
+    std::filesystem::remove(name);
+  const Store store = kel::OpenSessionStore("sessions");
+  EXPECT_FALSE(store->Exists("session/1/"));
+  EXPECT_TRUE(store->SetInteger("session/2/", 1));
+  EXPECT_TRUE(std::filesystem::exists("sessions"));
+}
+
+/// Writes sessions until it is killed: all values of a session are those of one round.
+[[noreturn]] void WriteForEver() {
+  const Store store = kel::OpenSessionStore("sessions");
+  for (int64_t round = 1;; ++round) {
+    const std::string session = "session/" + std::to_string(round % 3) + "/";
+    store->Begin();
+    store->SetInteger(session, round);
+    for (char name = 'a'; name < 'k'; ++name) {
+      store->SetText(session + name, std::string(100, 'x') + std::to_string(round));
+    }
+    if (!store->Commit()) ::_exit(3);
+  }
+}
+
+TEST_F(FileStore, AKilledWriterLeavesOldOrNewSessions) {
+  std::mt19937 random(7);
+  int seen = 0;
+  for (int round = 0; round < 100; ++round) {
+    const pid_t writer = ::fork();
+    if (writer == 0) WriteForEver();
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
+    ::kill(writer, SIGKILL);
+    int status = 0;
+    ::waitpid(writer, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the writer failed by itself";
+    const Store store = kel::OpenSessionStore("sessions");
+    for (const std::string& session : store->Children("session/")) {
+      int64_t stamp = 0;
+      ASSERT_TRUE(store->GetInteger(session, stamp));
+      for (char name = 'a'; name < 'k'; ++name) {
+        std::string text;
+        ASSERT_TRUE(store->GetText(session + name, text));
+        ASSERT_EQ(text.substr(100), std::to_string(stamp)) << session;
+      }
+      ++seen;
+    }
+    ASSERT_EQ(store->TakeFault(), "");
+  }
+  EXPECT_GT(seen, 100);
+}
+
+class ServerStore : public TempDirTest {};
+
+TEST_F(ServerStore, ConnectsAgainOnceAndIsSilentWithoutServer) {
+  RedisServer server;
+  ASSERT_TRUE(server.IsUp());
+  const Store store = kel::OpenSessionStore(server.Url());
+  EXPECT_TRUE(store->SetText("session/1/a", "x"));
+  server.Stop();
+  server.Start();
+  EXPECT_TRUE(store->SetText("session/1/a", "y")) << "the old connection is dead, a new one is not";
+  server.Stop();
+  std::string text;
+  EXPECT_FALSE(store->GetText("session/1/a", text));
+  EXPECT_NE(store->TakeFault(), "");
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 1000; ++i) EXPECT_FALSE(store->SetInteger("session/1/", i));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+  EXPECT_THAT(store->Children("session/"), IsEmpty());
+}
+
+TEST_F(ServerStore, DatabasesAreApart) {
+  RedisServer server;
+  ASSERT_TRUE(server.IsUp());
+  std::string other = server.Url();
+  other.back() = '1';
+  EXPECT_TRUE(kel::OpenSessionStore(server.Url())->SetInteger("session/1/", 1));
+  EXPECT_FALSE(kel::OpenSessionStore(other)->Exists("session/1/"));
+  other.back() = 'x';
+  EXPECT_FALSE(kel::OpenSessionStore(other)->SetInteger("session/1/", 1));
+}
+
+}  // namespace
