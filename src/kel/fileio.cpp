@@ -172,6 +172,10 @@ FileStatus ReplacedFile::Open(const Place& place, Mode mode) {
   // What is left of a link that leads nowhere is replaced by the file.
   if (exists_ && S_ISLNK(old.st_mode) && !place.IsConfined()) exists_ = false;
   if (exists_ && !S_ISREG(old.st_mode)) return FileStatus::NotValid;
+  if (exists_ && mode == Mode::Replace &&
+      ::faccessat(dir_.Get(), name_.c_str(), W_OK, AT_EACCESS) != 0) {
+    return FileStatus::Unwritable;
+  }
   if (exists_) {
     oldMode_ = old.st_mode & 07777;
     owner_ = old.st_uid;

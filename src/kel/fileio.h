@@ -33,7 +33,8 @@ FileStatus ReadFile(const Place& place, std::string& out, uint64_t maxBytes);
 /// is replaced hands its owner and permissions on, and a symbolic link goes on pointing at it.
 class ReplacedFile {
  public:
-  enum class Mode { Replace, CreateNew };
+  /// What may stand under the name: a file that may be written, any file, nothing.
+  enum class Mode { Replace, Force, CreateNew };
 
   ReplacedFile() = default;
   ReplacedFile(const ReplacedFile&) = delete;
