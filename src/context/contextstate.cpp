@@ -19,8 +19,8 @@ VarList& ContextState::OwnConstants() {
                                 : std::make_unique<VarList>(true);
     if (sharedConstants) {
       // Copies lose the mark that makes a constant survive a reset.
-      for (uint32_t i = 0; i < constants->GetCount(); ++i)
-        constants->Get(i)->SetVarFlags(sharedConstants->Get(i)->GetVarFlags());
+      for (uint32_t i = 0; i < constants->GetSize(); ++i)
+        constants->GetVariable(i)->SetVarFlags(sharedConstants->GetVariable(i)->GetVarFlags());
       sharedConstants.reset();
       ScopeChanged();
     }

@@ -80,11 +80,11 @@ class DumpWriter {
     const kel::DumpSelection selection(value);
     selection.AppendTitle(out, title);
     if (selection.All()) {
-      for (uint32_t i = 0; i < list->GetCount(); ++i) list->Get(i)->Dump(out, "");
+      for (uint32_t i = 0; i < list->GetSize(); ++i) list->GetVariable(i)->Dump(out, "");
       return;
     }
     for (const std::string_view name : selection.Names()) {
-      const Variable* variable = list->Get(name);
+      const Variable* variable = list->GetVariable(name);
       if (variable != nullptr) variable->Dump(out, "");
     }
   }

@@ -79,8 +79,8 @@ void Expire(ContextState& state, uint32_t maxAgeSeconds) {
 void SaveSessionVariables(ContextState& state) {
   if (state.sessionId == 0 || state.sessionStore == nullptr || state.globals == nullptr) return;
   state.sessionStore->Begin();
-  for (uint32_t i = 0; i < state.globals->GetCount(); ++i) {
-    Variable* variable = state.globals->Get(i);
+  for (uint32_t i = 0; i < state.globals->GetSize(); ++i) {
+    Variable* variable = state.globals->GetVariable(i);
     if ((variable->GetVarFlags() & Variable::Session) != 0) {
       variable->StoreToSession(state.sessionId, state.sessionStore.get());
     }

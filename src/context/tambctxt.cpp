@@ -175,7 +175,7 @@ Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code
 int32_t TamberContext::GetSwitch(std::string_view name) {
   int32_t local = state_->machine->FindLocal(name);
   Variable* variable = local >= 0 ? state_->machine->GetLocal(static_cast<uint32_t>(local))
-                       : state_->globals != nullptr ? state_->globals->Get(name)
+                       : state_->globals != nullptr ? state_->globals->GetVariable(name)
                                                     : nullptr;
   return variable != nullptr ? variable->GetIntegerValue() : 0;
 }

@@ -54,7 +54,7 @@ int32_t TamberContext::FindVariable(const KelString& name, uint32_t mask) {
     if ((mask & scope) == 0) continue;
     const VarList* list =
         scope == VARLIST_CONSTANT ? state.Constants() : ListOf(state, scope)->get();
-    uint32_t at = list != nullptr ? list->Find(name.View()) : VarList::kNotFound;
+    uint32_t at = list != nullptr ? list->FindVariable(name.View()) : VarList::kNotFound;
     if (at != VarList::kNotFound) return static_cast<int32_t>(at);
   }
   return -1;
@@ -71,7 +71,7 @@ Variable* TamberContext::GetVariable(const KelString& name, uint32_t mask) {
 
 const Variable* TamberContext::PeekConstant(std::string_view name) const {
   const VarList* list = state_->Constants();
-  return list != nullptr ? list->Get(name) : nullptr;
+  return list != nullptr ? list->GetVariable(name) : nullptr;
 }
 
 Variable* TamberContext::GetVariable(uint32_t index, enum_VarListType scope) {
@@ -79,7 +79,7 @@ Variable* TamberContext::GetVariable(uint32_t index, enum_VarListType scope) {
   if (!LowestScope(scope, lowest)) return nullptr;
   if (lowest == VARLIST_LOCAL) return State().machine->GetLocal(index);
   VarList* list = State().Scope(lowest);
-  return list != nullptr ? list->Get(index) : nullptr;
+  return list != nullptr ? list->GetVariable(index) : nullptr;
 }
 
 uint32_t TamberContext::AddVariable(Variable* variable, enum_VarListType scope) {
@@ -87,10 +87,10 @@ uint32_t TamberContext::AddVariable(Variable* variable, enum_VarListType scope) 
   if (variable == nullptr || !LowestScope(scope, lowest)) return 0;
   State().ScopeChanged();
   if (lowest == VARLIST_LOCAL) return State().machine->AddLocal(variable);
-  if (lowest == VARLIST_CONSTANT) return State().OwnConstants().Insert(variable);
+  if (lowest == VARLIST_CONSTANT) return State().OwnConstants().AddVariable(variable);
   std::unique_ptr<VarList>& list = *ListOf(State(), lowest);
   if (!list) list = std::make_unique<VarList>(true);
-  return list->Insert(variable);
+  return list->AddVariable(variable);
 }
 
 Variable* TamberContext::RemoveVariable(const KelString& name, enum_VarListType scope) {
@@ -98,7 +98,7 @@ Variable* TamberContext::RemoveVariable(const KelString& name, enum_VarListType 
   if (!LowestScope(scope, lowest) || FindVariable(name, lowest) < 0) return nullptr;
   State().ScopeChanged();
   if (lowest == VARLIST_LOCAL) return State().machine->RemoveLocal(name.View());
-  return State().Scope(lowest)->Remove(name.View());
+  return State().Scope(lowest)->RemoveVariable(name.View());
 }
 
 void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_VarListType scope) {
@@ -108,7 +108,7 @@ void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_Var
   if (lowest == VARLIST_LOCAL) {
     State().machine->ReplaceLocal(index, variable);
   } else if (VarList* list = State().Scope(lowest)) {
-    list->Replace(index, variable);
+    list->ReplaceVariable(index, variable);
   }
 }
 

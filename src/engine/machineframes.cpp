@@ -296,14 +296,14 @@ int32_t Machine::FindLocal(std::string_view name) {
     if (slot >= 0 && GetLocal(static_cast<uint32_t>(slot)) != nullptr) return slot;
   }
   if (extraLocals_.empty()) return -1;
-  uint32_t at = ExtraLocals().Find(name);
+  uint32_t at = ExtraLocals().FindVariable(name);
   return at == VarList::kNotFound ? -1 : static_cast<int32_t>(slots + at);
 }
 
 Variable* Machine::GetLocal(uint32_t index) {
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
-  if (index >= slots) return extraLocals_.empty() ? nullptr : ExtraLocals().Get(index - slots);
+  if (index >= slots) return extraLocals_.empty() ? nullptr : ExtraLocals().GetVariable(index - slots);
   for (const OwnedRegister& owned : frame->code->ownedLocals)
     if (owned.reg == index && owned.kind == Kind::Any) return frame->base[index].v;
   return nullptr;
@@ -312,7 +312,7 @@ Variable* Machine::GetLocal(uint32_t index) {
 uint32_t Machine::AddLocal(Variable* variable) {
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
-  return slots + ExtraLocals().Insert(variable);
+  return slots + ExtraLocals().AddVariable(variable);
 }
 
 Variable* Machine::RemoveLocal(std::string_view name) {
@@ -321,7 +321,7 @@ Variable* Machine::RemoveLocal(std::string_view name) {
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   auto at = static_cast<uint32_t>(index);
-  if (at >= slots) return ExtraLocals().Remove(at - slots);
+  if (at >= slots) return ExtraLocals().RemoveVariable(at - slots);
   Variable* variable = frame->base[at].v;
   frame->base[at].bits = 0;
   return variable;
@@ -331,7 +331,7 @@ void Machine::ReplaceLocal(uint32_t index, Variable* variable) {
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   if (index >= slots) {
-    ExtraLocals().Replace(index - slots, variable);
+    ExtraLocals().ReplaceVariable(index - slots, variable);
     return;
   }
   Variable* old = frame->base[index].v;
@@ -359,7 +359,7 @@ VarList Machine::SnapshotLocals() {
                               : MakeVariable(local.type, local.name,
                                              CopyCell(local.type->GetKind(), frame->base[slot]));
     copy->SetOwnName(local.name);
-    list.Insert(copy);
+    list.AddVariable(copy);
   };
   // Parameters are taken off the stack last one first, which is the order of the scope.
   for (uint32_t slot = frame->code->parameters; slot-- > 0;) add(slot);

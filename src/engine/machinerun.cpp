@@ -116,21 +116,21 @@ L_Zero:
   NEXT();
 
 L_AddI:
-  A.i = arith::AddInt(B.i, C.i);
+  A.i = AddInt(B.i, C.i);
   NEXT();
 L_SubI:
-  A.i = arith::SubInt(B.i, C.i);
+  A.i = SubInt(B.i, C.i);
   NEXT();
 L_MulI:
-  A.i = arith::MulInt(B.i, C.i);
+  A.i = MulInt(B.i, C.i);
   NEXT();
 L_DivI:
   if (C.i == 0) goto divideByZero;
-  A.i = arith::DivInt(B.i, C.i);
+  A.i = DivInt(B.i, C.i);
   NEXT();
 L_RemI:
   if (C.i == 0) goto remainderByZero;
-  A.i = arith::RemInt(B.i, C.i);
+  A.i = RemInt(B.i, C.i);
   NEXT();
 L_AndI:
   A.i = B.i & C.i;
@@ -142,22 +142,22 @@ L_XorI:
   A.i = B.i ^ C.i;
   NEXT();
 L_ShlI:
-  A.i = arith::ShlInt(B.i, C.i);
+  A.i = ShlInt(B.i, C.i);
   NEXT();
 L_ShrI:
-  A.i = arith::ShrInt(B.i, C.i);
+  A.i = ShrInt(B.i, C.i);
   NEXT();
 L_AddIK:
-  A.i = arith::AddInt(B.i, IMM);
+  A.i = AddInt(B.i, IMM);
   NEXT();
 L_MulIK:
-  A.i = arith::MulInt(B.i, IMM);
+  A.i = MulInt(B.i, IMM);
   NEXT();
 L_DivIK:
-  A.i = arith::DivInt(B.i, IMM);
+  A.i = DivInt(B.i, IMM);
   NEXT();
 L_RemIK:
-  A.i = arith::RemInt(B.i, IMM);
+  A.i = RemInt(B.i, IMM);
   NEXT();
 L_AndIK:
   A.i = B.i & IMM;
@@ -169,19 +169,19 @@ L_XorIK:
   A.i = B.i ^ IMM;
   NEXT();
 L_ShlIK:
-  A.i = arith::ShlInt(B.i, IMM);
+  A.i = ShlInt(B.i, IMM);
   NEXT();
 L_ShrIK:
-  A.i = arith::ShrInt(B.i, IMM);
+  A.i = ShrInt(B.i, IMM);
   NEXT();
 L_NegI:
-  A.i = arith::NegInt(B.i);
+  A.i = NegInt(B.i);
   NEXT();
 L_NotI:
   A.i = ~B.i;
   NEXT();
 L_ToChar:
-  A.i = arith::ToChar(B.i);
+  A.i = ToChar(B.i);
   NEXT();
 L_ToBool:
   A.i = B.i != 0;

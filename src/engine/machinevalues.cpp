@@ -40,9 +40,9 @@ bool Machine::ResolveGlobal(GlobalSlot& slot) {
   Variable* variable = nullptr;
   for (VarList* list : {state_.globals.get(), state_.externals.get(), state_.constants.get()}) {
     if (list == nullptr) continue;
-    uint32_t at = list->Find(slot.name);
+    uint32_t at = list->FindVariable(slot.name);
     if (at == VarList::kNotFound) continue;
-    variable = list->Get(at);
+    variable = list->GetVariable(at);
     break;
   }
   if (variable == nullptr) return Raise(ERR_VARNOTDECLARED, slot.name.View());

@@ -151,11 +151,11 @@ Operand LowerJoin(CodeBuilder& b, uint32_t mark, const Operand& leftIn, const Op
 int32_t FoldInts(Ops::Operator_e code, int32_t l, int32_t r) {
   switch (code) {
     case Ops::OP_ADD:
-      return tamber::arith::AddInt(l, r);
+      return tamber::AddInt(l, r);
     case Ops::OP_SUBTRACT:
-      return tamber::arith::SubInt(l, r);
+      return tamber::SubInt(l, r);
     case Ops::OP_MULTIPLY:
-      return tamber::arith::MulInt(l, r);
+      return tamber::MulInt(l, r);
     case Ops::OP_BITAND:
       return l & r;
     case Ops::OP_BITOR:
@@ -163,9 +163,9 @@ int32_t FoldInts(Ops::Operator_e code, int32_t l, int32_t r) {
     case Ops::OP_BITXOR:
       return l ^ r;
     case Ops::OP_SHIFTLEFT:
-      return tamber::arith::ShlInt(l, r);
+      return tamber::ShlInt(l, r);
     default:
-      return tamber::arith::ShrInt(l, r);
+      return tamber::ShrInt(l, r);
   }
 }
 
@@ -179,7 +179,7 @@ Operand LowerInts(CodeBuilder& b, Ops::Operator_e code, uint32_t mark, const Ope
   if (bothConstant && !divides && kind == Kind::Int)
     return CodeBuilder::Immediate(Kind::Int, FoldInts(code, left.imm, right.imm));
   int32_t value = right.imm;
-  if (constant && code == Ops::OP_SUBTRACT) value = tamber::arith::SubInt(0, value);
+  if (constant && code == Ops::OP_SUBTRACT) value = tamber::SubInt(0, value);
   uint16_t reg;
   if (constant && FitsShort(value) && !(divides && value == 0)) {
     Operand source = b.ToReg(left);
@@ -323,7 +323,7 @@ Operand ExpressionOperator::LowerUnary(CodeBuilder& b) const {
   Kind kind = negate && operand.kind == Kind::Char ? Kind::Char : Kind::Int;
   if (operand.place == Operand::Place::Imm && kind == Kind::Int) {
     return CodeBuilder::Immediate(Kind::Int,
-                                  negate ? tamber::arith::SubInt(0, operand.imm) : ~operand.imm);
+                                  negate ? tamber::SubInt(0, operand.imm) : ~operand.imm);
   }
   Operand source = b.ToReg(operand);
   uint16_t reg = ResultAt(b, mark);
