@@ -83,6 +83,11 @@ FileStatus MakeDirectory(const FilePolicy& policy, const std::string& path) {
 
 }  // namespace
 
+bool Exists(const Place& place) {
+  struct stat info;
+  return place.IsFound() && ::fstatat(place.Dir(), place.Name(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 FileStatus CreateDirectory(const Place& place) {
   if (!place.IsFound()) return FileStatus::Missing;
   return Done(::mkdirat(place.Dir(), place.Name(), 0777));
@@ -194,29 +199,6 @@ FileStatus SetCurrentDirectory(const Place& place) {
       ::openat(place.Dir(), place.Name(), O_PATH | O_DIRECTORY | O_CLOEXEC | follow));
   if (!dir.IsOpen()) return StatusOfErrno(errno, FileStatus::Failed);
   return Done(::fchdir(dir.Get()));
-}
-
-bool MatchesWildcard(std::string_view name, std::string_view pattern) {
-  size_t n = 0;
-  size_t p = 0;
-  size_t star = std::string_view::npos;  // the last "*", which may still take more
-  size_t taken = 0;
-  while (n < name.size()) {
-    if (p < pattern.size() && pattern[p] == '*') {
-      star = p++;
-      taken = n;
-    } else if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
-      ++p;
-      ++n;
-    } else if (star != std::string_view::npos) {
-      p = star + 1;
-      n = ++taken;
-    } else {
-      return false;
-    }
-  }
-  while (p < pattern.size() && pattern[p] == '*') ++p;
-  return p == pattern.size();
 }
 
 }  // namespace kel

@@ -12,6 +12,9 @@
 /// out of them, and no depth is too deep.
 namespace kel {
 
+/// Whether anything has the name, a link that leads nowhere included.
+bool Exists(const Place& place);
+
 FileStatus CreateDirectory(const Place& place);
 /// Creates every missing level of the path.
 FileStatus CreatePath(const FilePolicy& policy, std::string_view path);
@@ -36,8 +39,5 @@ FileStatus Move(const Place& from, const Place& to);
 /// The current directory; "" when it is gone.
 std::string CurrentDirectory();
 FileStatus SetCurrentDirectory(const Place& place);
-
-/// Whether a name fits a pattern in which "*" is any text and "?" any byte.
-bool MatchesWildcard(std::string_view name, std::string_view pattern);
 
 }  // namespace kel

@@ -9,13 +9,9 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <optional>
-#include <vector>
 
-#include "kel/dirs.h"
+#include "kel/codec.h"
 #include "kel/fileio.h"
-#include "kel/filestat.h"
-#include "kel/treewalk.h"
 
 namespace kel {
 namespace {
@@ -139,12 +135,7 @@ FileStatus Md5OfFile(const Place& place, std::string& digest) {
   }
   std::array<uint8_t, MD5_DIGEST_SIZE> bytes;
   md5_digest(&state, bytes.size(), bytes.data());
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  digest.clear();
-  for (const uint8_t byte : bytes) {
-    digest += kDigits[byte >> 4];
-    digest += kDigits[byte & 15];
-  }
+  digest = EncodeHex({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   return FileStatus::Ok;
 }
 

@@ -132,6 +132,10 @@ bool FilePolicy::Permits(std::string_view canonical, Access wanted) const {
 
 Place FilePolicy::Find(std::string_view path, Access wanted, Links links) const {
   Place place(path);
+  // With a separator behind it, a link would be followed after all.
+  while (links == Links::Keep && place.name_.size() > 1 && place.name_.back() == '/') {
+    place.name_.pop_back();
+  }
   if (!place.IsFound() || (roots_.empty() && elsewhere_ >= wanted)) return place;
   const Canonical real = Canonicalize(place.name_, links);
   place.state_ = Place::State::Refused;

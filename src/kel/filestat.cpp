@@ -5,13 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <ctime>
 
-#include "kel/cipher.h"
 #include "kel/fileio.h"
 #include "kel/kelformat.h"
-#include "kel/pathparser.h"
 
 namespace kel {
 namespace {
@@ -78,20 +75,6 @@ FileStatus CreateFile(const Place& place) {
   return file.IsOpen() ? FileStatus::Ok : StatusOfErrno(errno, FileStatus::Unwritable);
 }
 
-FileStatus CreateTemporary(const FilePolicy& policy, const std::string& dir,
-                           const std::string& prefix, std::string& path) {
-  for (int attempt = 0; attempt < 16; ++attempt) {
-    path = JoinPath(dir, Format("%S%lx.tmp", prefix, RandomNonce()));
-    const Place place = policy.Find(path, Access::Write, Links::Keep);
-    if (!place.IsFound()) return FileStatus::Failed;
-    const Descriptor file(
-        ::openat(place.Dir(), place.Name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (file.IsOpen()) return FileStatus::Ok;
-    if (errno != EEXIST) return StatusOfErrno(errno, FileStatus::Unwritable);
-  }
-  return FileStatus::Failed;
-}
-
 FileStatus DeleteFile(const Place& place, bool force) {
   if (!place.IsFound()) return FileStatus::Missing;
   struct stat info;
@@ -119,13 +102,6 @@ FileStatus AppendToFile(const Place& place, std::string_view bytes) {
   // What did fit would be half a line to whoever reads the file next.
   if (::ftruncate(file.Get(), info.st_size) != 0) return FileStatus::Failed;
   return FileStatus::Unwritable;
-}
-
-std::string TemporaryDirectory() {
-  const char* configured = ::getenv("TMPDIR");
-  std::string dir = configured != nullptr && *configured != '\0' ? configured : "/tmp";
-  while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
-  return dir;
 }
 
 }  // namespace kel

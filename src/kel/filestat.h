@@ -42,16 +42,9 @@ LocalTime ToLocalTime(int64_t seconds);
 
 /// Makes an empty file; Exists when the name is taken.
 FileStatus CreateFile(const Place& place);
-/// Makes an empty file that only its owner may touch, with a name that nobody can guess, and gives
-/// the name.
-FileStatus CreateTemporary(const FilePolicy& policy, const std::string& dir,
-                           const std::string& prefix, std::string& path);
 /// Removes a file or a symbolic link. One that is write-protected stays unless forced.
 FileStatus DeleteFile(const Place& place, bool force);
 /// Adds bytes at the end of a file that is made when it is not there. All or nothing.
 FileStatus AppendToFile(const Place& place, std::string_view bytes);
-
-/// The directory for temporary files, without a separator at the end.
-std::string TemporaryDirectory();
 
 }  // namespace kel
