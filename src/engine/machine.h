@@ -99,7 +99,6 @@ class Machine {
   void TraceEnter(Frame& frame);
   void TraceLeave(const Frame& frame);
   Frame* ScopeFrame();
-  const Local* LocalAt(Frame& frame, uint32_t slot) const;
   VarList& ExtraLocals();
 
   // --- errors (machineerrors.cpp) ---
@@ -120,7 +119,6 @@ class Machine {
   bool LoadObject(const Code& code, Cell* registers, const Instr& at);
   bool StoreObject(const Code& code, Cell* registers, const Instr& at, bool take);
   bool LoadVariableAs(const TypeDesc& type, Variable& variable, Cell& out);
-  void StoreInto(Variable& target, const TypeDesc& type, Cell value, bool take, bool& fits);
   void Declare(const Code& code, Cell* registers, const Instr& at);
   bool ElementAt(ArrayData* array, int32_t index, Cell& out);
   bool ElementAsVariable(ArrayData* array, int32_t index, Cell& out);

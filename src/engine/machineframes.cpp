@@ -5,6 +5,7 @@
 #include "engine/lower.h"
 #include "engine/machine.h"
 #include "engine/procedure.h"
+#include "frontend/compsession.h"
 #include "kel/clock.h"
 #include "kel/nativestack.h"
 #include "values/cellops.h"
@@ -115,6 +116,7 @@ void Machine::ReleaseLive(const Frame& frame, uint32_t keep) {
 }
 
 const Code* Machine::Prepare(TamberProcedure& procedure) {
+  if (!EnsureCompiled(state_.context, procedure)) return nullptr;
   std::unique_ptr<Code> code = LowerProcedure(procedure, traced_);
   if (!code) {
     Raise(ERR_NOMEMORY, procedure.GetName().View());
@@ -270,10 +272,6 @@ Machine::Frame* Machine::ScopeFrame() {
   for (uint32_t i = frameCount_; i-- > 0;)
     if (frames_[i].code->procedure != nullptr) return &frames_[i];
   return nullptr;
-}
-
-const Local* Machine::LocalAt(Frame& frame, uint32_t slot) const {
-  return &frame.code->procedure->Locals().At(slot);
 }
 
 VarList& Machine::ExtraLocals() {

@@ -395,7 +395,7 @@ L_S2C:
   A.i = CellToChar(Kind::String, B);
   NEXT();
 L_S2B:
-  A.i = CellToBool(Kind::String, B);
+  A.i = CellToChar(Kind::String, B) != 0;
   NEXT();
 L_Chars2S: {
   SAVE();

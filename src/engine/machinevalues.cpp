@@ -28,17 +28,16 @@ bool HasShape(Variable& variable, const TypeDesc& type) {
 }
 
 /// Puts a new value into a cell and lets go of the old one afterwards, which may be part of it.
-void Exchange(Kind kind, Cell& place, Cell value) {
-  Cell old = place;
-  place = value;
-  ReleaseCell(kind, old);
-}
+void Exchange(Kind kind, Cell& place, Cell value) { StoreCell(kind, place, value); }
 
 }  // namespace
 
 bool Machine::ResolveGlobal(GlobalSlot& slot) {
   Variable* variable = nullptr;
-  for (VarList* list : {state_.globals.get(), state_.externals.get(), state_.constants.get()}) {
+  for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_EXTERNAL, VARLIST_CONSTANT}) {
+    bool known = scope != VARLIST_CONSTANT ||
+                 state_.context.PeekConstant(slot.name.View()) != nullptr;
+    VarList* list = known ? state_.Scope(scope) : nullptr;
     if (list == nullptr) continue;
     uint32_t at = list->FindVariable(slot.name);
     if (at == VarList::kNotFound) continue;

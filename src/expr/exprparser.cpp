@@ -11,7 +11,9 @@
 #include "frontend/tokenise.h"
 #include "kel/kelascii.h"
 #include "values/cellops.h"
+#include "values/strbuf.h"
 
+using tamber::Cell;
 using tamber::Kind;
 using tamber::TypeDesc;
 using tamber::VarUse;
@@ -303,15 +305,15 @@ bool ExpressionParser::HandleName(std::string_view token) {
     return variable && HandleOperand(std::move(variable), token);
   }
   KelString name(token);
-  if (Variable* constant = scope_.context->GetVariable(name, VARLIST_CONSTANT)) {
+  if (const Variable* constant = scope_.context->PeekConstant(token)) {
     Kind kind = tamber::KindOf(*constant);
     if (kind == Kind::String) {
-      std::string_view text(constant->GetStringValue(), constant->GetLength());
-      return HandleOperand(std::make_unique<ExpressionConstant>(text), token);
+      Cell text = tamber::VariableAccess::CellOf(*constant);
+      return HandleOperand(std::make_unique<ExpressionConstant>(tamber::TextOf(text.s)), token);
     }
     if (!tamber::IsManaged(kind)) {
-      Node node = std::make_unique<ExpressionConstant>(kind, *tamber::CellOf(*constant));
-      return HandleOperand(std::move(node), token);
+      Cell value = tamber::VariableAccess::CellOf(*constant);
+      return HandleOperand(std::make_unique<ExpressionConstant>(kind, value), token);
     }
     use = {constant->OwnName(), -1, tamber::TypeOf(*constant)};
     Node variable = ReadVariable(use);

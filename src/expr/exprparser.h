@@ -9,6 +9,8 @@
 #include "expr/exprop.h"
 #include "expr/exprvar.h"
 
+class TamberProcedure;
+
 /// The names that an expression may use, and where errors go: what a parser needs to know of its
 /// surroundings.
 struct ExpressionScope {
