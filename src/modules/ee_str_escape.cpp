@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -28,28 +29,23 @@ constexpr ByteSet kHtmlKept = MakeSet("&#+-_");
 constexpr ByteSet kUrlKept = MakeSet("%");
 constexpr ByteSet kAsciiKept = MakePrintable();
 
-/// Copies runs of kept bytes and hands every other position to `escape(builder, at)`, which returns
-/// how many bytes it has dealt with.
-template <class Escape>
-Text EscapeBytes(std::string_view value, const ByteSet& kept, Escape escape) {
-  if (value.empty()) return {};
-  TextBuilder out(value.size() + value.size() / 4);
-  size_t at = 0;
-  while (at < value.size()) {
-    const size_t begin = at;
-    while (at < value.size() && kept[static_cast<unsigned char>(value[at])]) ++at;
-    out.Append(value.substr(begin, at - begin));
-    if (at < value.size()) at += escape(out, at);
-  }
-  return out.Finish();
-}
-
-void AppendHexByte(TextBuilder& out, std::string_view prefix, char byte) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  const unsigned char value = static_cast<unsigned char>(byte);
-  out.Append(prefix);
-  out.Append(kDigits[value >> 4]);
-  out.Append(kDigits[value & 15]);
+/// Every byte that is not kept becomes the prefix and two hexadecimal digits.
+Text EscapeBytes(std::string_view value, const ByteSet& kept, std::string_view prefix) {
+  uint64_t escaped = 0;
+  for (const char c : value) escaped += kept[static_cast<unsigned char>(c)] ? 0 : 1;
+  return MakeText(value.size() + escaped * (prefix.size() + 1), [&](char* out) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    for (const char c : value) {
+      const unsigned char byte = static_cast<unsigned char>(c);
+      if (kept[byte]) {
+        *out++ = c;
+        continue;
+      }
+      out = std::copy(prefix.begin(), prefix.end(), out);
+      *out++ = kDigits[byte >> 4];
+      *out++ = kDigits[byte & 15];
+    }
+  });
 }
 
 void AppendEntity(TextBuilder& out, char byte) {
@@ -116,12 +112,7 @@ Mention MentionAt(std::string_view text) {
 
 }  // namespace
 
-Text ToAscii(std::string_view value) {
-  return EscapeBytes(value, kAsciiKept, [&](TextBuilder& out, size_t at) -> size_t {
-    AppendHexByte(out, "\\x", value[at]);
-    return 1;
-  });
-}
+Text ToAscii(std::string_view value) { return EscapeBytes(value, kAsciiKept, "\\x"); }
 
 Text ToBinary(std::string_view value) {
   if (value.empty()) return {};
@@ -142,23 +133,22 @@ Text ToBinary(std::string_view value) {
 }
 
 Text EscapeHtml(std::string_view value) {
-  return EscapeBytes(value, kHtmlKept, [&](TextBuilder& out, size_t at) {
-    const size_t length = kel::CharacterLength(value, at);
-    if (length == 1) {
-      AppendEntity(out, value[at]);
-    } else {
-      out.Append(value.substr(at, length));
-    }
-    return length;
-  });
+  if (value.empty()) return {};
+  TextBuilder out(value.size() + value.size() / 4);
+  size_t at = 0;
+  while (at < value.size()) {
+    const size_t begin = at;
+    while (at < value.size() && kHtmlKept[static_cast<unsigned char>(value[at])]) ++at;
+    // A character of several bytes goes along with the kept ones.
+    const size_t length = at < value.size() ? kel::CharacterLength(value, at) : 0;
+    if (length > 1) at += length;
+    out.Append(value.substr(begin, at - begin));
+    if (length == 1) AppendEntity(out, value[at++]);
+  }
+  return out.Finish();
 }
 
-Text EscapeHtmlUrl(std::string_view value) {
-  return EscapeBytes(value, kUrlKept, [&](TextBuilder& out, size_t at) -> size_t {
-    AppendHexByte(out, "%", value[at]);
-    return 1;
-  });
-}
+Text EscapeHtmlUrl(std::string_view value) { return EscapeBytes(value, kUrlKept, "%"); }
 
 Text ExpandEnvironment(std::string_view path) {
   if (path.empty()) return {};
