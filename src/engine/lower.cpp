@@ -224,10 +224,10 @@ class ProcedureLowering {
     builder_.Store(target, value);
   }
 
-  /// s = s + e: the text of a local grows in place. What is added is complete before it does, so
-  /// that a failure leaves the variable as it was.
+  /// s = s + e: the text of the variable grows in place. What is added is complete before it does,
+  /// so that a failure leaves the variable as it was.
   bool LowerAppend(const ExpressionBase& expression, const VarUse& target) {
-    if (!builder_.IsRegister(target) || target.type->GetKind() != Kind::String) return false;
+    if (target.type->GetKind() != Kind::String || builder_.IsDynamic(target)) return false;
     std::vector<const ExpressionOperator*> chain;
     const ExpressionBase* node = &Unwrap(expression);
     while (node->GetKind() == EXPRESSION_OPERATOR) {
@@ -237,11 +237,9 @@ class ProcedureLowering {
       chain.push_back(op);
       node = op->GetChild(0);
     }
-    if (chain.empty() || node->GetKind() != EXPRESSION_VARIABLE || expression.CallsFunction())
-      return false;
-    const auto& first = static_cast<const ExpressionVariable&>(*node);
-    if (!first.IsSimple() || first.Variable().slot != target.slot) return false;
-    auto slot = static_cast<uint16_t>(target.slot);
+    if (chain.empty() || !IsSameVariable(*node, target)) return false;
+    // Script code could change a variable that is not the procedure's own before it is added to.
+    if (expression.IsImpure() && !builder_.IsRegister(target)) return false;
     Operand tail = chain.back()->GetChild(1)->Lower(builder_);
     if (!CanJoin(tail.kind)) return Abandon(tail);
     if (chain.size() > 1) {
@@ -249,11 +247,22 @@ class ProcedureLowering {
       for (size_t k = chain.size() - 1; k-- > 0;) {
         Operand part = chain[k]->GetChild(1)->Lower(builder_);
         if (!CanJoin(part.kind)) return Abandon(part);
-        AppendTo(tail.reg, part);
+        AppendTo(Op::Append, tail.reg, part);
       }
     }
-    AppendTo(slot, tail);
+    CheckError(expression);
+    if (builder_.IsRegister(target))
+      AppendTo(Op::Append, static_cast<uint16_t>(target.slot), tail);
+    else
+      AppendTo(Op::AppendP, builder_.LoadAddress(target), tail);
     return true;
+  }
+
+  static bool IsSameVariable(const ExpressionBase& node, const VarUse& target) {
+    if (node.GetKind() != EXPRESSION_VARIABLE) return false;
+    const auto& variable = static_cast<const ExpressionVariable&>(node);
+    if (!variable.IsSimple() || variable.Variable().slot != target.slot) return false;
+    return target.slot >= 0 || variable.Variable().name.Equals(target.name);
   }
 
   static bool CanJoin(Kind kind) {
@@ -277,10 +286,12 @@ class ProcedureLowering {
     builder_.Own(reg, Kind::String);
     return builder_.InReg(Kind::String, reg, TypeDesc::Of(Kind::String), true);
   }
-  void AppendTo(uint16_t text, const Operand& part) {
+  /// `op`: Append to the text in a register, or AppendP to that at an address.
+  void AppendTo(Op op, uint16_t text, const Operand& part) {
     Operand source = builder_.ToReg(part);
+    if (source.kind != Kind::String && op == Op::AppendP) source = StartText(source);
     if (source.kind == Kind::String)
-      builder_.Emit(Op::Append, text, source.reg);
+      builder_.Emit(op, text, source.reg);
     else
       builder_.Emit(Op::AppendT, text, source.reg, static_cast<uint32_t>(source.kind));
     builder_.Free(source);

@@ -365,6 +365,10 @@ L_Append:
   SAVE();
   AppendText(A.s, TextOf(B.s));
   NEXT();
+L_AppendP:
+  SAVE();
+  AppendText(static_cast<Cell*>(A.p)->s, TextOf(B.s));
+  NEXT();
 L_AppendT : {
   SAVE();
   std::string text;
