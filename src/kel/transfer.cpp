@@ -166,8 +166,15 @@ class Request {
       case CURLE_ABORTED_BY_CALLBACK:
         return TransferStatus::LocalRead;
       default:
-        return FailureOf(task_);
+        return HasGreeted() ? FailureOf(task_) : TransferStatus::Connect;
     }
+  }
+
+  /// Whether a protected connection came about; an unprotected one always has.
+  bool HasGreeted() const {
+    curl_off_t time = 0;
+    ::curl_easy_getinfo(curl_, CURLINFO_APPCONNECT_TIME_T, &time);
+    return time > 0 || !(IsSftp() || scheme_ == "https" || scheme_ == "ftps");
   }
 
   std::optional<Url> url_;

@@ -1,0 +1,191 @@
+#include "kel/transfer.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <chrono>
+
+#include "kel/descriptor.h"
+#include "kel/fileio.h"
+#include "tempdir.h"
+#include "testserver.h"
+
+/// The system's SSH library moves a list of names onto itself with memcpy when it is told which
+/// host keys to expect; the sanitizer would end the test for it.
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_suppressions() {
+  return "interceptor_via_lib:libssh2";
+}
+
+namespace kel {
+namespace {
+
+namespace fs = std::filesystem;
+using Status = TransferStatus;
+
+TEST(Url, WhatAScriptMeans) {
+  std::string path;
+  for (const auto& [text, expected] :
+       std::vector<std::pair<std::string, std::string>>{{"plain", "plain"},
+                                                        {"C:\\dir\\file", "C:\\dir\\file"},
+                                                        {"c://x", "c://x"},
+                                                        {"file:///a%20b", "/a b"},
+                                                        {"file:/x", "/x"},
+                                                        {"FILE://localhost/x", "/x"},
+                                                        {"name:with colon", "name:with colon"}}) {
+    EXPECT_EQ(ClassifyUrl(text, path), UrlKind::Path) << text;
+    EXPECT_EQ(path, expected);
+  }
+  for (const char* text : {"gopher://host/x", "nonsense://host/x", "telnet://host", "dict://h/x"}) {
+    EXPECT_EQ(ClassifyUrl(text, path), UrlKind::Unknown) << text;
+  }
+  const std::string huge = "http://host/" + std::string(1 << 20, 'x');
+  for (const std::string& text :
+       {std::string("http:"), std::string("http://"), std::string("http:host"),
+        std::string("http://host:99999/"), std::string("http://ho st/"),
+        std::string("http://host/a\r\nDELE b"), std::string("ftp://host/a%0D%0ADELE%20b"),
+        std::string("file://elsewhere/x"), std::string("file:x"), std::string("file:///a%00b"),
+        huge}) {
+    EXPECT_EQ(ClassifyUrl(text, path), UrlKind::Malformed) << text.substr(0, 60);
+  }
+  EXPECT_EQ(ClassifyUrl("https://user:pw@host:8080/x", path), UrlKind::Remote);
+}
+
+TEST(Url, SecretsAreCutOut) {
+  EXPECT_EQ(UrlWithoutSecrets("http://user:pw@host:81/a?token=1#x"), "http://host:81/a");
+  for (const char* text : {"http://user:pw@ho st/a", "zz://us:er:pw@@host:99999/x?pw=1",
+                           "http://u:pw@", "http:u:pw@host", "http://u:p/w@host:x/"}) {
+    EXPECT_EQ(UrlWithoutSecrets(text).find("pw"), std::string::npos) << text;
+    EXPECT_EQ(UrlWithoutSecrets(text).find("p/w"), std::string::npos) << text;
+  }
+}
+
+/// served/ is what the server gives out.
+class TransferTest : public TempDirTest {
+ protected:
+  void SetUp() override {
+    TempDirTest::SetUp();
+    fs::create_directory("served");
+    Put("served/file", "contents");
+    fs::current_path("served");
+  }
+
+  Status Fetch(const std::string& url) {
+    const Descriptor file(::open("../fetched", O_RDWR | O_CREAT | O_TRUNC, 0600));
+    const Status status = Download(url, file.Get(), kQuick);
+    fetched_ = Get("../fetched");
+    return status;
+  }
+  Status Send(const std::string& url, const std::string& bytes) {
+    Put("../sent", bytes);
+    const Descriptor file(::open("../sent", O_RDONLY));
+    return Upload(file.Get(), bytes.size(), url, kQuick);
+  }
+
+  /// What every kind of server has to do.
+  void RoundTrip(const std::string& root) {
+    const std::string large(300000, 'x');
+    EXPECT_EQ(Fetch(root + "file"), Status::Ok);
+    EXPECT_EQ(fetched_, "contents");
+    EXPECT_EQ(Send(root + "new%20name", large), Status::Ok);
+    EXPECT_TRUE(Get("new name") == large);
+    EXPECT_EQ(ProbeRemote(root + "file", kQuick), Status::Ok);
+    EXPECT_NE(ProbeRemote(root + "nothing", kQuick), Status::Ok);
+    EXPECT_EQ(RenameRemote(root + "new%20name", root + "other", kQuick), Status::Ok);
+    EXPECT_TRUE(Get("other") == large);
+    EXPECT_EQ(DeleteRemote(root + "other", kQuick), Status::Ok);
+    EXPECT_FALSE(fs::exists("other"));
+    const Status missing = Fetch(root + "nothing");
+    EXPECT_TRUE(missing == Status::BadPath || missing == Status::GetFile);
+    EXPECT_EQ(Fetch(root + "no/such/file"), Status::BadPath);
+    EXPECT_NE(DeleteRemote(root + "nothing", kQuick), Status::Ok);
+    EXPECT_NE(RenameRemote(root + "nothing", root + "x", kQuick), Status::Ok);
+    const Status unsent = Send(root + "no/such/file", "x");
+    EXPECT_TRUE(unsent == Status::BadPath || unsent == Status::PutFile);
+  }
+
+  static constexpr TransferLimits kQuick{5, 2};
+  std::string fetched_;
+};
+
+TEST_F(TransferTest, Http) {
+  const TestServer server("http_server.py", {});
+  ASSERT_TRUE(server.IsUp());
+  const std::string root = "http://127.0.0.1:" + server.Port() + "/";
+  RoundTrip(root);
+  EXPECT_EQ(Fetch(root + "redirect"), Status::Ok);
+  EXPECT_EQ(fetched_, "contents");
+  EXPECT_NE(Fetch(root + "away"), Status::Ok);
+  EXPECT_EQ(fetched_.find("root:"), std::string::npos);
+  EXPECT_EQ(Fetch(root + "half"), Status::GetFile);
+  EXPECT_EQ(Fetch(root + "forbidden"), Status::GetFile);
+  EXPECT_EQ(Send(root + "forbidden", "x"), Status::PutFile);
+  EXPECT_EQ(DeleteRemote(root + "forbidden"), Status::DelFile);
+  Put("one", "1");
+  EXPECT_EQ(RenameRemote(root + "one", root + "file"), Status::Exists);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Fetch(root + "slow"), Status::Connect);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST_F(TransferTest, HttpAsksWhoIsThere) {
+  const TestServer server("http_server.py", {"--user", "me:secret"});
+  ASSERT_TRUE(server.IsUp());
+  const std::string host = "127.0.0.1:" + server.Port() + "/file";
+  EXPECT_EQ(Fetch("http://" + host), Status::Login);
+  EXPECT_EQ(Fetch("http://me:wrong@" + host), Status::Password);
+  EXPECT_EQ(Fetch("http://me:secret@" + host), Status::Ok);
+  EXPECT_EQ(Send("http://me:secret@" + host, "new"), Status::Ok);
+  EXPECT_EQ(Get("file"), "new");
+}
+
+TEST_F(TransferTest, NobodyThere) {
+  EXPECT_EQ(Fetch("http://127.0.0.1:1/x"), Status::Connect);
+  EXPECT_EQ(Fetch("http://no-such-host.invalid/x"), Status::Connect);
+  EXPECT_EQ(Fetch("ftp://127.0.0.1:1/x"), Status::Connect);
+}
+
+TEST_F(TransferTest, CertificatesAreChecked) {
+  const std::string command =
+      "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 -addext "
+      "subjectAltName=IP:127.0.0.1 -keyout ../key.pem -out ../cert.pem 2>/dev/null && "
+      "cat ../key.pem ../cert.pem > ../both.pem";
+  if (std::system(command.c_str()) != 0) GTEST_SKIP() << "needs openssl";
+  const TestServer server("http_server.py", {"--cert", dir_ + "/both.pem"});
+  ASSERT_TRUE(server.IsUp());
+  const std::string url = "https://127.0.0.1:" + server.Port() + "/file";
+  EXPECT_EQ(Fetch(url), Status::Connect);
+  EXPECT_EQ(fetched_, "");
+  ::setenv("SSL_CERT_FILE", (dir_ + "/cert.pem").c_str(), 1);
+  EXPECT_EQ(Fetch(url), Status::Ok);
+  EXPECT_EQ(Fetch("https://localhost:" + server.Port() + "/file"), Status::Connect);
+  ::unsetenv("SSL_CERT_FILE");
+}
+
+TEST_F(TransferTest, Ftp) {
+  const TestServer server("ftp_server.py", {});
+  if (!server.IsUp()) GTEST_SKIP() << "needs python3-pyftpdlib";
+  const std::string host = "127.0.0.1:" + server.Port() + "/";
+  RoundTrip("ftp://tester:secret@" + host);
+  EXPECT_EQ(Fetch("ftp://tester:wrong@" + host + "file"), Status::Password);
+}
+
+TEST_F(TransferTest, Sftp) {
+  fs::create_directory("../home");
+  const TestServer server("ssh_server.py", {dir_ + "/home"});
+  if (!server.IsUp()) GTEST_SKIP() << "needs openssh-server";
+  const std::string before = ::getenv("HOME") != nullptr ? ::getenv("HOME") : "";
+  ::setenv("HOME", (dir_ + "/home").c_str(), 1);
+  const char* user = ::getenv("USER");
+  const std::string name = ::geteuid() == 0 ? "root" : user != nullptr ? user : "";
+  const std::string root = "sftp://" + name + "@127.0.0.1:" + server.Port() + dir_ + "/served/";
+  RoundTrip(root);
+  EXPECT_NE(RenameRemote(root + "file", root + "."), Status::Ok);
+  // A host that nobody has vouched for is not talked to.
+  fs::remove(dir_ + "/home/.ssh/known_hosts");
+  EXPECT_EQ(Fetch(root + "file"), Status::Connect);
+  EXPECT_EQ(fetched_, "");
+  ::setenv("HOME", before.c_str(), 1);
+}
+
+}  // namespace
+}  // namespace kel
