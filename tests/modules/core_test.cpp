@@ -1,15 +1,14 @@
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
-#include <random>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <limits>
+#include <random>
 #include <thread>
-
-#include <unistd.h>
 
 #include "context/contextstate.h"
 #include "kel/sleep.h"
@@ -59,9 +58,9 @@ TEST_F(CoreModule, TypesAndValuesOfVariables) {
   const struct {
     const char* word;
     int32_t type;
-  } kTypes[] = {{"bool", 2},     {"char", 3},      {"int", 4},       {"float", 5},
-                {"double", 6},   {"string", 7},    {"estring", 7},   {"bool[]", 1002},
-                {"char[]", 1003}, {"int[]", 1004}, {"float[]", 1005}, {"double[]", 1006},
+  } kTypes[] = {{"bool", 2},       {"char", 3},     {"int", 4},        {"float", 5},
+                {"double", 6},     {"string", 7},   {"estring", 7},    {"bool[]", 1002},
+                {"char[]", 1003},  {"int[]", 1004}, {"float[]", 1005}, {"double[]", 1006},
                 {"string[]", 1007}};
   for (const auto& row : kTypes) {
     VarHolder made(context_.GetType(KelString(row.word))->CreateVariable("probe"));
@@ -203,7 +202,8 @@ TEST_F(CoreModule, NotANumberComesLast) {
   for (const bool ascending : {true, false}) {
     const VarHolder sorted = Call("ArraySort", mixed, ascending);
     std::vector<double> values;
-    for (uint32_t i = 1; i <= 4; ++i) values.push_back(sorted->GetArrayElement(i)->GetDoubleValue());
+    for (uint32_t i = 1; i <= 4; ++i)
+      values.push_back(sorted->GetArrayElement(i)->GetDoubleValue());
     EXPECT_TRUE(std::is_sorted(values.begin(), values.end()) == ascending);
     for (uint32_t i = 5; i <= 7; ++i) {
       EXPECT_TRUE(std::isnan(sorted->GetArrayElement(i)->GetDoubleValue()));
@@ -229,7 +229,8 @@ TEST_F(CoreModule, SortsStructuresByMember) {
   EXPECT_THAT(Names(*Call("ArraySort", people, "name", true, false)),
               ElementsAre("a", "A", "B", "b", "c"));
   EXPECT_EQ(code_, 0);
-  EXPECT_THAT(Names(*Call("ArraySort", people, "none", true)), ElementsAre("c", "B", "a", "b", "A"));
+  EXPECT_THAT(Names(*Call("ArraySort", people, "none", true)),
+              ElementsAre("c", "B", "a", "b", "A"));
   EXPECT_EQ(code_, 102);
   EXPECT_EQ(text_, "none");
   EXPECT_THAT(Names(*Call("ArraySort", people, true)), ElementsAre("c", "B", "a", "b", "A"));

@@ -17,11 +17,21 @@ class FunctionCaller : public testing::Test {
  protected:
   using Arguments = std::vector<tamber::VarHolder>;
 
-  static tamber::VarHolder Value(bool value) { return Make(tamber::Kind::Bool, &Variable::SetBoolValue, value); }
-  static tamber::VarHolder Value(char value) { return Make(tamber::Kind::Char, &Variable::SetCharValue, value); }
-  static tamber::VarHolder Value(int32_t value) { return Make(tamber::Kind::Int, &Variable::SetIntegerValue, value); }
-  static tamber::VarHolder Value(float value) { return Make(tamber::Kind::Float, &Variable::SetFloatValue, value); }
-  static tamber::VarHolder Value(double value) { return Make(tamber::Kind::Double, &Variable::SetDoubleValue, value); }
+  static tamber::VarHolder Value(bool value) {
+    return Make(tamber::Kind::Bool, &Variable::SetBoolValue, value);
+  }
+  static tamber::VarHolder Value(char value) {
+    return Make(tamber::Kind::Char, &Variable::SetCharValue, value);
+  }
+  static tamber::VarHolder Value(int32_t value) {
+    return Make(tamber::Kind::Int, &Variable::SetIntegerValue, value);
+  }
+  static tamber::VarHolder Value(float value) {
+    return Make(tamber::Kind::Float, &Variable::SetFloatValue, value);
+  }
+  static tamber::VarHolder Value(double value) {
+    return Make(tamber::Kind::Double, &Variable::SetDoubleValue, value);
+  }
   static tamber::VarHolder Value(const std::string& value) {
     tamber::VarHolder made(tamber::MakeVariable(tamber::TypeDesc::Of(tamber::Kind::String), {}));
     made->SetStringValue(KelString(value));
@@ -82,7 +92,7 @@ class FunctionCaller : public testing::Test {
   }
 
   TamberContext context_;
-  int32_t code_ = 0;   ///< what the last call reported
+  int32_t code_ = 0;  ///< what the last call reported
   std::string text_;
 
  private:
