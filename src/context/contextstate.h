@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "context/tambctxt.h"
+#include "engine/machine.h"
 #include "engine/epoch.h"
 #include "kel/keldebug.h"
 #include "kel/sessionstore.h"
@@ -67,6 +68,9 @@ class ContextState {
 
   // scopes; the local one belongs to the machine
   std::unique_ptr<VarList> globals;
+  /// The constants that every context starts with, as long as this one has none of its own and
+  /// nobody has asked for the objects; then `constants` is a copy.
+  std::shared_ptr<const VarList> sharedConstants;
   std::unique_ptr<VarList> constants;
   std::unique_ptr<VarList> externals;
   /// Changes whenever a name of a scope may stand for another variable. Values are never used
@@ -88,7 +92,11 @@ class ContextState {
   std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
 
   // --- operations shared by the context's files ---
-  VarList* Scope(enum_VarListType scope) const;
+  /// The list of a scope, null while it is empty; the local scope is the machine's.
+  VarList* Scope(enum_VarListType scope);
+  /// The constants to look at, and those to hand out or to change.
+  const VarList* Constants() const;
+  VarList& OwnConstants();
   /// Reports a fatal error or a failed compilation at a place.
   void HandleParseError(const SourcePlace& place);
   /// Reports a run-time error as ErrHandler says and returns the handler's name.
@@ -101,6 +109,8 @@ class ContextState {
   bool IsOutputEnabled(const KelString& section) const;
   void PerformDumps(const KelString& section, const SourcePlace& place);
   void DumpScriptStatements();
+  /// Compiles and runs another script in a nested context; the context error tells how it went.
+  void CallScript(const KelString& path, const SourcePlace& place);
 };
 
 }  // namespace tamber

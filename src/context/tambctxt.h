@@ -116,6 +116,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// The variable, on loan; null when none of the scopes holds it.
   Variable* GetVariable(const KelString& name, uint32_t mask);
   Variable* GetVariable(uint32_t index, enum_VarListType scope);
+  /// A constant, only to be looked at; null when there is none. Unlike GetVariable it never copies
+  /// the constants that all contexts share.
+  const Variable* PeekConstant(std::string_view name) const;
   /// Takes ownership; returns the new 0-based index, 0 when no scope bit is set.
   uint32_t AddVariable(Variable* variable, enum_VarListType scope);
   /// Hands the variable to the caller; null when absent.

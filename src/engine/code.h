@@ -67,6 +67,8 @@ struct StatementEntry {
   /// `result` first; kNone: as without a value.
   uint32_t resumeZero = kNone;
   uint16_t result = 0;
+  /// Temporaries that owned something when the statement began; those come first among the live.
+  uint16_t ownedBefore = 0;
   /// The following statement cannot take a number: going on with the 0 fails with 20111.
   bool zeroMismatch = false;
 };
@@ -108,6 +110,8 @@ class Code {
   uint32_t parameters = 0;
   /// Locals that live in variables can be found by name while this runs.
   bool localsAreObjects = false;
+  /// A local named StrCase decides how texts compare, in place of the global.
+  bool ownsCaseSwitch = false;
   const TamberProcedure* procedure = nullptr;  ///< null: an expression outside any procedure
   TypeRef returnType;
 

@@ -16,8 +16,13 @@ constexpr uint32_t kMaxOperand = 0xFFFF;
 /// Instructions that can neither fail nor call: what temporaries own does not matter to them.
 bool IsPlain(Op op) { return op <= Op::LoadK || (op >= Op::RelO && op <= Op::SubI); }
 
-/// Kinds whose cell an instruction copies bit by bit.
-bool IsPlainKind(Kind kind) { return !IsManaged(kind); }
+/// Instructions whose only effect on registers is a new scalar, or a borrowed value, in R[a].
+bool OnlyDefines(Op op) {
+  return (op >= Op::Mov && op <= Op::LoadK) || (op >= Op::AddI && op <= Op::NeD) ||
+         (op >= Op::SCmp && op <= Op::S2B) || op == Op::LdG || op == Op::LdV ||
+         (op >= Op::AGet8 && op <= Op::AGet64) || op == Op::SGet || op == Op::ASize ||
+         op == Op::CallN || op == Op::AnyInt;
+}
 
 }  // namespace
 
@@ -64,6 +69,7 @@ void CodeBuilder::SetJumpTarget(uint32_t at, uint32_t target) {
 
 void CodeBuilder::Bind(Label& label) {
   label.pc_ = Pc();
+  lastBound_ = Pc();
   for (uint32_t at : label.jumps_) SetJumpTarget(at, *label.pc_);
   label.jumps_.clear();
 }
@@ -79,6 +85,15 @@ void CodeBuilder::EmitJump(Op op, uint32_t a, uint32_t b, Label& label) {
 void CodeBuilder::LoopTo(const Label& label) {
   uint32_t at = Emit(Op::Loop);
   SetJumpTarget(at, *label.pc_);
+}
+
+bool CodeBuilder::RetargetLast(uint16_t from, uint16_t to) {
+  if (from == to) return true;
+  if (Pc() == 0 || lastBound_ == Pc()) return false;
+  Instr& last = code_.instrs.back();
+  if (last.a != from || !OnlyDefines(last.op)) return false;
+  last.a = to;
+  return true;
 }
 
 uint16_t CodeBuilder::NewTemp() {
@@ -120,7 +135,7 @@ Operand CodeBuilder::Constant(Kind kind, Cell cell) {
   operand.place = Operand::Place::Const;
   operand.kind = kind;
   operand.type = TypeDesc::Of(kind);
-  if (IsPlainKind(kind)) {
+  if (!IsManaged(kind)) {
     uint64_t bits = kind == Kind::Float ? uint64_t{static_cast<uint32_t>(cell.i)} : cell.bits;
     uint64_t key = bits * 31 + static_cast<uint64_t>(kind);
     auto [at, isNew] = constantIndex_.try_emplace(
@@ -171,7 +186,7 @@ void CodeBuilder::MoveInto(uint16_t reg, const Operand& operand) {
   } else if (operand.IsScalar()) {
     if (operand.place == Operand::Place::Const)
       EmitWide(Op::LoadK, reg, static_cast<int32_t>(operand.index));
-    else if (operand.reg != reg)
+    else if (operand.reg != reg && !(IsTemp(operand.reg) && RetargetLast(operand.reg, reg)))
       Emit(Op::Mov, reg, operand.reg);
   } else if (operand.owned) {
     if (operand.reg == reg) return;
@@ -272,7 +287,9 @@ void CodeBuilder::Push(const Operand& operand) {
 
 Operand CodeBuilder::ViaVariable(const Operand& operand, const TypeDesc& to) {
   Operand any = operand;
-  TypeRef target{&to};
+  // Registers hold an enciphered string as its text.
+  TypeRef target = to.GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : TypeRef(&to);
+  Kind kind = target->GetKind();
   uint16_t reg = NewTemp();
   if (operand.kind != Kind::Any) {
     Push(operand);
@@ -283,7 +300,7 @@ Operand CodeBuilder::ViaVariable(const Operand& operand, const TypeDesc& to) {
   uint16_t result = NewTemp();
   Emit(Op::AnyTo, result, any.reg, TypeIndex(target));
   Free(any);
-  Operand converted = InReg(to.GetKind(), result, target, IsManaged(to.GetKind()));
+  Operand converted = InReg(kind, result, target, IsManaged(kind));
   if (converted.owned) Own(result, converted.kind);
   return converted;
 }
@@ -388,7 +405,7 @@ Operand CodeBuilder::Load(const VarUse& use) {
   }
   uint16_t reg = NewTemp();
   if (use.slot >= 0)
-    Emit(Op::LdV, reg, static_cast<uint32_t>(use.slot), TypeIndex(use.type));
+    Emit(Op::LdV, reg, static_cast<uint32_t>(use.slot), static_cast<uint32_t>(kind));
   else
     Emit(Op::LdG, reg, GlobalIndex(use));
   Operand value = InReg(kind, reg, use.type, false);
@@ -398,10 +415,13 @@ Operand CodeBuilder::Load(const VarUse& use) {
 
 uint16_t CodeBuilder::LoadAddress(const VarUse& use) {
   uint16_t reg = NewTemp();
-  if (IsRegister(use))
+  if (IsDynamic(use))
+    Emit(Op::LeaN, reg, NameIndex(use.name), TypeIndex(use.type));
+  else if (IsRegister(use))
     Emit(Op::LeaL, reg, static_cast<uint32_t>(use.slot));
   else if (use.slot >= 0)
-    Emit(Op::LeaV, reg, static_cast<uint32_t>(use.slot), TypeIndex(use.type));
+    Emit(Op::LeaV, reg, static_cast<uint32_t>(use.slot),
+         static_cast<uint32_t>(use.type->GetKind()));
   else
     Emit(Op::LeaG, reg, GlobalIndex(use));
   return reg;
@@ -416,8 +436,7 @@ void CodeBuilder::AssignVariable(const Operand& target, const Operand& value) {
 
 void CodeBuilder::EmitFail(int32_t code, std::string_view text) {
   Operand number = Constant(Kind::Int, IntCell(code));
-  uint32_t at = EmitWide(Op::Fail, Checked(code_.texts.size()), static_cast<int32_t>(number.index));
-  (void)at;
+  EmitWide(Op::Fail, Checked(code_.texts.size()), static_cast<int32_t>(number.index));
   code_.texts.emplace_back(text);
 }
 
@@ -449,12 +468,12 @@ bool CodeBuilder::Store(const VarUse& use, const Operand& value) {
   bool local = use.slot >= 0;
   uint32_t where = local ? static_cast<uint32_t>(use.slot) : GlobalIndex(use);
   if (source.IsScalar()) {
-    Emit(local ? Op::StV : Op::StG, source.reg, where, TypeIndex(use.type));
+    Emit(local ? Op::StV : Op::StG, source.reg, where, static_cast<uint32_t>(kind));
   } else if (source.owned) {
-    Emit(local ? Op::StVT : Op::StGT, source.reg, where, TypeIndex(use.type));
+    Emit(local ? Op::StVT : Op::StGT, source.reg, where, static_cast<uint32_t>(kind));
     Disown(source.reg);
   } else {
-    Emit(local ? Op::StVO : Op::StGO, source.reg, where, TypeIndex(use.type));
+    Emit(local ? Op::StVO : Op::StGO, source.reg, where, static_cast<uint32_t>(kind));
   }
   return true;
 }
@@ -494,6 +513,16 @@ uint32_t CodeBuilder::NameIndex(const Name& name) {
     return Checked(code_.names.size() - 1);
   }
   return static_cast<uint32_t>(found - code_.names.begin());
+}
+
+uint32_t CodeBuilder::SiteIndex(CallSite site) {
+  code_.sites.push_back(std::move(site));
+  return Checked(code_.sites.size() - 1);
+}
+
+uint32_t CodeBuilder::AppendIndex(const TypeRef& array, const TypeRef& value) {
+  code_.appends.push_back({array, value});
+  return Checked(code_.appends.size() - 1);
 }
 
 uint32_t CodeBuilder::ProcedureIndex(TamberProcedure* procedure) {

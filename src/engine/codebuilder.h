@@ -60,10 +60,15 @@ class CodeBuilder {
   uint32_t EmitWide(Op op, uint32_t a, int32_t wide);
   uint32_t Pc() const { return static_cast<uint32_t>(code_.instrs.size()); }
   void Bind(Label& label);
+  /// Where a bound label is.
+  static uint32_t PcOf(const Label& label) { return *label.pc_; }
   void Jump(Label& label) { EmitJump(Op::Jmp, 0, 0, label); }
   /// Op is a jump; short ones compare R[a] with R[b] or b.
   void EmitJump(Op op, uint32_t a, uint32_t b, Label& label);
   void LoopTo(const Label& label);
+  /// Makes the last instruction put its result into `to` in place of `from`, where that is all it
+  /// does to `from` and nothing jumps in between. False: nothing changed.
+  bool RetargetLast(uint16_t from, uint16_t to);
   bool WideJumps() const { return wideJumps_; }
   /// A short jump did not reach, or there were too many registers or table entries.
   bool JumpOverflow() const { return jumpOverflow_; }
@@ -71,6 +76,7 @@ class CodeBuilder {
 
   // --- temporaries ---
   uint16_t NewTemp();
+  bool IsTemp(uint16_t reg) const { return locals_ == nullptr || reg >= locals_->Count(); }
   uint32_t Mark() const { return nextTemp_; }
   void Reset(uint32_t mark) { nextTemp_ = mark; }
   /// Marks a temporary's content as owned.
@@ -79,7 +85,7 @@ class CodeBuilder {
   void Disown(uint16_t reg);
   /// Releases what an operand owns, if it does.
   void Free(const Operand& operand);
-  bool OwnsNothing() const { return owned_.empty(); }
+  uint32_t OwnedCount() const { return static_cast<uint32_t>(owned_.size()); }
 
   // --- operands ---
   static Operand Immediate(Kind kind, int32_t value);
@@ -121,6 +127,8 @@ class CodeBuilder {
   uint32_t TypeIndex(const TypeRef& type);
   uint32_t NameIndex(const Name& name);
   uint32_t ProcedureIndex(TamberProcedure* procedure);
+  uint32_t SiteIndex(CallSite site);
+  uint32_t AppendIndex(const TypeRef& array, const TypeRef& value);
   Code& GetCode() { return code_; }
   const LocalTable* Locals() const { return locals_; }
   const LocalFacts* Facts() const { return facts_; }
@@ -139,6 +147,7 @@ class CodeBuilder {
   bool jumpOverflow_ = false;
   bool tooLarge_ = false;
   uint32_t nextTemp_;
+  uint32_t lastBound_ = 0;  // a jump may lead to the instruction before this one's end
   std::vector<OwnedRegister> owned_;
   std::unordered_map<std::string, uint32_t> globalIndex_;
   std::unordered_map<const TamberProcedure*, uint32_t> procedureIndex_;

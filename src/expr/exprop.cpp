@@ -6,6 +6,7 @@
 #include "engine/arith.h"
 #include "engine/codebuilder.h"
 #include "expr/exprcnst.h"
+#include "expr/exprvar.h"
 #include "values/cellops.h"
 
 using tamber::CodeBuilder;

@@ -27,7 +27,38 @@ class ExpressionVariable final : public ExpressionBase {
   tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out) const override;
 
+  // Lowering in steps, for whoever stores into the variable.
+  /// Evaluates the index expressions, in order, into integer registers.
+  std::vector<tamber::Operand> LowerIndexes(tamber::CodeBuilder& builder) const;
+  /// The variable itself (an element or member becomes an object), with a holder.
+  tamber::Operand LowerReference(tamber::CodeBuilder& builder) const;
+  tamber::Operand LowerReference(tamber::CodeBuilder& builder,
+                                 const std::vector<tamber::Operand>& indexes) const;
+  /// Fails as a store would when an index is out of bounds.
+  void LowerCheck(tamber::CodeBuilder& builder, const std::vector<tamber::Operand>& indexes) const;
+  /// Assigns the value; it is given up.
+  void LowerStore(tamber::CodeBuilder& builder, const std::vector<tamber::Operand>& indexes,
+                  const tamber::Operand& value) const;
+  /// A register with the address of the cell of the array that this is.
+  uint16_t LowerArrayAddress(tamber::CodeBuilder& builder) const;
+  /// Whether a step can only be taken when it runs, variable by variable.
+  bool IsDynamic(const tamber::CodeBuilder& builder) const;
+
  private:
+  using Indexes = std::vector<tamber::Operand>;
+  uint16_t LowerAddress(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
+  tamber::Operand Read(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
+  tamber::Operand ReadDynamic(tamber::CodeBuilder& builder, tamber::Operand from,
+                              const Indexes& indexes, size_t first) const;
+  size_t IndexesBefore(size_t selector) const;
+
   tamber::VarUse variable_;
   std::vector<Selector> selectors_;
 };
+
+namespace tamber {
+
+/// Whether reading the expression is no more than reading a scalar that certainly is there.
+bool IsPlainRead(const CodeBuilder& builder, const ExpressionBase& expression);
+
+}  // namespace tamber

@@ -46,6 +46,7 @@ class Declaration {
   bool ReadEqual();
   bool Initialise(Variable& variable, const TypeDesc& type);
   bool DeclareUntypedConstant(const KelString& name);
+  VarHolder Make(const DeclaredName& declared);
   void Add(VarHolder variable, enum_VarListType scope);
   bool Fail(int32_t code, std::string_view text) { return session_.Fail(script_, code, text); }
 
@@ -56,9 +57,14 @@ class Declaration {
   DeclarationReader reader_;
 };
 
-VarHolder MakeDeclared(const DeclaredName& declared) {
+/// Makes the empty variable; null when there is no memory for its elements.
+VarHolder Declaration::Make(const DeclaredName& declared) {
   VarHolder variable(MakeVariable(declared.type, Name(declared.name)));
   if (declared.arraySize != 0) variable->SetArraySize(declared.arraySize);
+  if (declared.type->IsArray() && variable->GetElementCount() != declared.arraySize) {
+    Fail(ERR_NOMEMORY, declared.name);
+    return nullptr;
+  }
   return variable;
 }
 
@@ -117,7 +123,8 @@ void Declaration::Add(VarHolder variable, enum_VarListType scope) {
 
 bool Declaration::DeclareVariable(const DeclaredName& declared, uint32_t flags) {
   if (!CheckName(declared.name)) return false;
-  VarHolder variable = MakeDeclared(declared);
+  VarHolder variable = Make(declared);
+  if (!variable) return false;
   if (NextIs("=") && !Initialise(*variable, *declared.type)) return false;
   variable->SetVarFlags(flags);
   ContextState& state = context_.State();
@@ -130,8 +137,8 @@ bool Declaration::DeclareVariable(const DeclaredName& declared, uint32_t flags) 
 
 bool Declaration::DeclareTypedConstant(const DeclaredName& declared) {
   if (!CheckName(declared.name)) return false;
-  VarHolder variable = MakeDeclared(declared);
-  if (!ReadEqual() || !Initialise(*variable, *declared.type)) return false;
+  VarHolder variable = Make(declared);
+  if (!variable || !ReadEqual() || !Initialise(*variable, *declared.type)) return false;
   Add(std::move(variable), VARLIST_CONSTANT);
   session_.NoteDeclared(declared.name);
   return true;
@@ -163,14 +170,15 @@ bool Declaration::DeclareUntypedConstants() {
 }
 
 bool Declaration::DeclareExternal(const DeclaredName& declared) {
-  ForgetInherited(context_, declared.name);
   for (const enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_EXTERNAL}) {
     const Variable* const present = context_.GetVariable(declared.name, scope);
     if (present == nullptr) continue;
     return TypeOf(*present)->IsSame(*declared.type) || Fail(ERR_VARBADEXTTYPE, declared.name);
   }
   if (!CheckName(declared.name)) return false;
-  Add(MakeDeclared(declared), VARLIST_EXTERNAL);
+  VarHolder variable = Make(declared);
+  if (!variable) return false;
+  Add(std::move(variable), VARLIST_EXTERNAL);
   return true;
 }
 

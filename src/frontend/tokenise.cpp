@@ -219,6 +219,13 @@ char Tokeniser::PeekNextChar() const {
   return *next;
 }
 
+bool Tokeniser::TakeChar(char expected) {
+  if (expected == '\0' || PeekNextChar() != expected) return false;
+  while (ReadNextChar() != expected) {
+  }
+  return true;
+}
+
 char Tokeniser::ReadNextChar() {
   if (!search_ || !*search_) return 0;
   return *search_++;

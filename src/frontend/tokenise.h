@@ -41,6 +41,8 @@ class TAMBER_API Tokeniser {
   char PeekNextChar() const;
   /// The next character, whatever it is; 0 at the end of the line.
   char ReadNextChar();
+  /// Moves behind the next character that is not white space when it is `expected`; else stays.
+  bool TakeChar(char expected);
 
   /// The read position: a pointer into the private copy, null without a line.
   const char* GetSearchPtr() const { return search_; }

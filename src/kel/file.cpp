@@ -1,39 +1,17 @@
 #include "kel/file.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <memory>
-#include <utility>
 
-#include "kel/cipher.h"
-#include "kel/kelformat.h"
+#include "kel/fileio.h"
 #include "kel/pathparser.h"
 
 namespace kel {
 namespace {
-
-/// Closes its descriptor when it leaves scope.
-class Descriptor {
- public:
-  explicit Descriptor(int value) : value_(value) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { Close(); }
-
-  int Get() const { return value_; }
-  bool IsOpen() const { return value_ >= 0; }
-  int Release() { return std::exchange(value_, -1); }
-  bool Close() { return value_ < 0 || ::close(std::exchange(value_, -1)) == 0; }
-
- private:
-  int value_;
-};
 
 bool HoldsNul(std::string_view path) { return path.find('\0') != std::string_view::npos; }
 
@@ -81,23 +59,6 @@ ReadStatus ReadDescriptor(int descriptor, std::string& out, size_t expected, uin
   return ReadStatus::Ok;
 }
 
-/// Writes everything unless an error stops it. A descriptor that the host made non-blocking is
-/// waited for: output is not lost because the reader is slow.
-bool WriteAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t count = ::write(descriptor, text.data(), text.size());
-    if (count >= 0) {
-      text.remove_prefix(static_cast<size_t>(count));
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      pollfd waiting{descriptor, POLLOUT, 0};
-      if (::poll(&waiting, 1, -1) < 0 && errno != EINTR) return false;
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
 bool IsNullDevice(const struct stat& info) {
   struct stat null;
   return ::stat("/dev/null", &null) == 0 && S_ISCHR(null.st_mode) && info.st_rdev == null.st_rdev;
@@ -108,24 +69,6 @@ bool MayAppendTo(int descriptor) {
   if (::fstat(descriptor, &info) != 0) return false;
   if (S_ISREG(info.st_mode)) return true;
   return S_ISCHR(info.st_mode) && (IsNullDevice(info) || ::isatty(descriptor) == 1);
-}
-
-/// The file that a path ends at when its symbolic links are followed; the path itself when there is
-/// nothing yet.
-std::string FinalPath(const std::string& path) {
-  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                         &std::free);
-  return real != nullptr ? std::string(real.get()) : path;
-}
-
-/// Creates a new file beside `path` and gives its name.
-int CreateBeside(const std::string& path, std::string& name) {
-  for (int attempt = 0; attempt < 16; ++attempt) {
-    name = Format("%S.%lx.tmp", path, RandomNonce());
-    const int descriptor = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor >= 0 || errno != EEXIST) return descriptor;
-  }
-  return -1;
 }
 
 }  // namespace
@@ -176,32 +119,18 @@ int OpenForAppend(std::string_view path) {
   return ::fcntl(file.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-void AppendAll(int descriptor, std::string_view text) { WriteAll(descriptor, text); }
+void AppendAll(int descriptor, std::string_view text) { WriteFull(descriptor, text); }
 
 void CloseFile(int descriptor) {
   if (descriptor > STDERR_FILENO) ::close(descriptor);
 }
 
-void WriteStandardOutput(std::string_view text) { WriteAll(STDOUT_FILENO, text); }
+void WriteStandardOutput(std::string_view text) { WriteFull(STDOUT_FILENO, text); }
 
-void WriteStandardError(std::string_view text) { WriteAll(STDERR_FILENO, text); }
+void WriteStandardError(std::string_view text) { WriteFull(STDERR_FILENO, text); }
 
 bool WriteFileAtomically(std::string_view path, std::string_view bytes) {
-  if (HoldsNul(path)) return false;
-  const std::string target = FinalPath(SystemPath(path));
-  struct stat old;
-  const bool exists = ::stat(target.c_str(), &old) == 0;
-  if (exists && !S_ISREG(old.st_mode)) return false;
-  std::string temporary;
-  Descriptor file(CreateBeside(target, temporary));
-  if (!file.IsOpen()) return false;
-  bool good = WriteAll(file.Get(), bytes);
-  if (exists) good = good && ::fchmod(file.Get(), old.st_mode & 07777) == 0;
-  good = good && ::fsync(file.Get()) == 0;
-  good = file.Close() && good;
-  good = good && ::rename(temporary.c_str(), target.c_str()) == 0;
-  if (!good) ::unlink(temporary.c_str());
-  return good;
+  return ReplaceFile(Place(path), bytes) == FileStatus::Ok;
 }
 
 }  // namespace kel

@@ -52,8 +52,9 @@ void WriteStandardOutput(std::string_view text);
 void WriteStandardError(std::string_view text);
 
 /// Replaces a regular file, or creates it, so that at any moment either the old or the new bytes
-/// stand under the name. Permissions are kept, and a symbolic link goes on pointing at the file;
-/// one that leads nowhere is replaced. False when that fails; the old file is then untouched.
+/// stand under the name. Owner and permissions are kept, and a symbolic link goes on pointing at
+/// the file; one that leads nowhere is replaced. False when that fails; the old file is then
+/// untouched.
 bool WriteFileAtomically(std::string_view path, std::string_view bytes);
 
 }  // namespace kel

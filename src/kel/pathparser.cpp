@@ -1,12 +1,9 @@
 #include "kel/pathparser.h"
 
-#include <limits.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <vector>
 
+#include "kel/dirs.h"
 #include "kel/file.h"
 #include "kel/kelascii.h"
 
@@ -74,12 +71,6 @@ namespace {
 
 /// Where a completed path starts: behind the drive, if any.
 bool IsRooted(std::string_view path) { return !path.empty() && IsSeparator(path.front()); }
-
-std::string CurrentDirectory() {
-  std::array<char, PATH_MAX> buffer;
-  return ::getcwd(buffer.data(), buffer.size()) != nullptr ? std::string(buffer.data())
-                                                           : std::string();
-}
 
 /// The parts of a path that are left when "." and ".." are gone.
 std::vector<std::string_view> RemainingParts(std::string_view path, bool rooted) {

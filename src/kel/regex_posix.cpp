@@ -18,6 +18,8 @@ namespace {
 
 /// Bytes for a compiled pattern and its automata. It also bounds what a pattern may expand to.
 constexpr int64_t kMemory = int64_t{16} << 20;
+/// Beyond this the library complains on standard error, which belongs to the host.
+constexpr size_t kLongestPattern = size_t{64} * 1024;
 /// Steps that simulating an automaton may take when it is too large to be cached: size times
 /// length.
 constexpr double kWorkLimit = 1e11;
@@ -98,6 +100,10 @@ class PosixRegex final : public Regex {
 
 std::unique_ptr<Regex> CompilePosix(std::string_view pattern, bool caseSensitive,
                                     RegexFault& fault) {
+  if (pattern.size() > kLongestPattern) {
+    fault = {"pattern is too long", kLongestPattern};
+    return nullptr;
+  }
   auto regex = std::make_unique<PosixRegex>(pattern, caseSensitive);
   if (!regex->Check(fault)) return nullptr;
   return regex;

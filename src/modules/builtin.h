@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "context/errcodes.h"
+#include "context/handletable.h"
 #include "engine/stack.h"
 #include "functions/function.h"
 #include "values/arraydata.h"
@@ -29,6 +30,7 @@
 /// | `std::string_view` | the text, borrowed until the body returns; "" for what is no text |
 /// | `const ArrayData*` | the array, borrowed; null is an empty one |
 /// | `ArrayOperand` | the array with its type, borrowed; not an array: what it says |
+/// | `Handle` | the number of a handle |
 /// | `Operand` | whatever was passed, borrowed |
 /// | `Variable*` | the variable that was passed, on loan; for parameters that the body changes |
 ///
@@ -75,6 +77,13 @@ struct ArrayOperand {
   bool isArray;  ///< false: something else was passed, and the rest is an empty generic array
   TypeRef type;
   ArrayData* data;  ///< null is an empty array; never to be changed
+};
+
+/// A handle: the number that a table of the context knows an object by. 0 is the null handle, and
+/// what an argument of another type gives. A result says which handle type it is.
+struct Handle {
+  int32_t id = 0;
+  const char* typeName = "";
 };
 
 /// A text on its way to the stack: owns its buffer; null is the empty text.
@@ -195,6 +204,8 @@ T Get(Stack& stack, uint32_t depth) {
     const Operand operand = Read(stack.Peek(depth));
     if constexpr (std::is_same_v<T, Operand>) {
       return operand;
+    } else if constexpr (std::is_same_v<T, Handle>) {
+      return Handle{operand.kind == Kind::Handle ? HandleTable::FromPointer(operand.cell.p) : 0};
     } else if constexpr (std::is_same_v<T, std::string_view>) {
       return operand.AsText();
     } else if constexpr (std::is_same_v<T, const ArrayData*>) {
@@ -224,6 +235,9 @@ inline void Push(Stack& stack, double value) { stack.PushDouble(value); }
 inline void Push(Stack& stack, Text value) { stack.PushCell(Kind::String, value.TakeCell()); }
 inline void Push(Stack& stack, ArrayResult value) {
   stack.PushTyped(value.Type(), value.TakeCell());
+}
+inline void Push(Stack& stack, const Handle& value) {
+  stack.PushHandle(value.typeName, HandleTable::ToPointer(value.id));
 }
 inline void Push(Stack& stack, Variable* value) { stack.PushVariable(value); }
 

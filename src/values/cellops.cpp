@@ -337,6 +337,35 @@ Cell DefaultCell(const TypeDesc& type) {
   return cell;
 }
 
+void KeepForever(Kind kind, Cell cell) {
+  switch (kind) {
+    case Kind::String:
+      if (cell.s != nullptr) cell.s->refs = -1;
+      break;
+    case Kind::EString:
+      static_cast<VarEString*>(cell.v)->KeepTextForever();
+      break;
+    case Kind::Any:
+      KeepForever(KindOf(*cell.v), *CellOf(*cell.v));
+      break;
+    case Kind::Struct:
+      cell.st->refs = -1;
+      for (uint32_t i = 0; i < cell.st->Count(); ++i) {
+        KeepForever(cell.st->MemberKind(i), cell.st->Peek(i));
+      }
+      break;
+    case Kind::Array:
+      if (cell.a == nullptr) break;
+      cell.a->refs = -1;
+      for (uint32_t i = 0; i < cell.a->Count() && IsManaged(cell.a->StorageKind()); ++i) {
+        KeepForever(cell.a->StorageKind(), cell.a->Peek(i));
+      }
+      break;
+    default:
+      break;
+  }
+}
+
 void StoreCell(Kind kind, Cell& slot, Cell value) {
   if (kind == Kind::EString && slot.v != nullptr) {
     static_cast<VarEString*>(slot.v)->ShareText(static_cast<const VarEString&>(*value.v));

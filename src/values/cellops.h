@@ -15,6 +15,10 @@ Cell CopyCell(Kind kind, Cell cell);
 /// The empty value of a type: 0, "", an empty array, a structure of empty members.
 Cell DefaultCell(const TypeDesc& type);
 
+/// Makes what the cell holds immutable and lets it live as long as the process, so that threads can
+/// copy it: its references are no longer counted.
+void KeepForever(Kind kind, Cell cell);
+
 /// Stores a new value, taking it over, in a cell whose objects others may hold: a structure with
 /// boxes takes it member by member, an enciphered string keeps its variable. Everything else
 /// releases the old value. Both cells are of `kind`; structures are of one layout.

@@ -94,9 +94,10 @@ class TypeDesc final : public Shared {
   /// The word that dumps show: "integer", "string[]", "struct Point", a handle's type name.
   std::string Word() const;
 
-  /// The design's `IsSameType` between values of the two types.
+  /// What `Variable::IsSameType` answers between values of the two types.
   bool IsSame(const TypeDesc& other) const;
-  /// The design's `IsCompatible`: a value of this type can be assigned from one of `source`.
+  /// What `Variable::IsCompatible` answers: a value of this type can be assigned from one of
+  /// `source`.
   bool Accepts(const TypeDesc& source) const;
 
  private:

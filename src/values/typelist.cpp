@@ -293,7 +293,14 @@ TypeRef TypeList::FindTypeRef(std::string_view word) const {
 }
 
 std::shared_ptr<const TypeTable> TypeList::ShareTypes() {
-  if (!shared_) shared_ = std::move(own_);
+  if (!shared_) {
+    for (const TypeTable::Entry& entry : own_->sorted) {
+      Variable& prototype = *entry.type->GetVariable();
+      tamber::SweepInside(prototype);
+      tamber::KeepForever(tamber::KindOf(prototype), *tamber::CellOf(prototype));
+    }
+    shared_ = std::move(own_);
+  }
   return shared_;
 }
 

@@ -91,7 +91,8 @@ class TAMBER_API TypeList {
   /// The type that a word names; null when there is none.
   tamber::TypeRef FindTypeRef(std::string_view word) const;
 
-  /// This list's content as a table that other lists start from; this list starts from it as well.
+  /// This list's content as a table that lists of any thread start from; this one starts from it as
+  /// well. The values of its prototypes then live as long as the process: for tables made once.
   std::shared_ptr<const tamber::TypeTable> ShareTypes();
   /// Drops everything and starts from a shared table.
   void UseTypes(std::shared_ptr<const tamber::TypeTable> types);

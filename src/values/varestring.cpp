@@ -71,6 +71,10 @@ void VarEString::ShareText(const VarEString& other) {
   Replace(other.cipher_, other.nonce_);
 }
 
+void VarEString::KeepTextForever() {
+  if (cipher_ != nullptr) cipher_->refs = -1;
+}
+
 void VarEString::Replace(StrBuf* cipher, uint64_t nonce) {
   ForgetPlain();
   ReleaseText(cipher_);

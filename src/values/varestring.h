@@ -30,6 +30,8 @@ class TAMBER_API VarEString final : public VarString {
 
   /// Takes over a text. Throws std::bad_alloc and keeps the old one then.
   void SetPlain(std::string_view text);
+  /// Threads may copy this variable from now on; it is not changed again.
+  void KeepTextForever();
   /// Shares the enciphered text of another.
   void ShareText(const VarEString& other);
   /// The plain text, in the buffer that getters use. Throws std::bad_alloc.

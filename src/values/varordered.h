@@ -15,20 +15,6 @@ TAMBER_API std::partial_ordering OrderOfValues(const Variable& left, const Varia
 /// are neither equal nor ordered.
 class TAMBER_API OrderedVariable : public Variable {
  public:
-  // Templates, so that comparing two different classes finds one best candidate either way round.
-  template <std::derived_from<Variable> T>
-  bool operator<(const T& other) const {
-    return OrderOfValues(*this, other) < 0;
-  }
-  template <std::derived_from<Variable> T>
-  bool operator>(const T& other) const {
-    return OrderOfValues(*this, other) > 0;
-  }
-  template <std::derived_from<Variable> T>
-  bool operator==(const T& other) const {
-    return OrderOfValues(*this, other) == 0;
-  }
-
   int32_t IsCompatible(const Variable* other) const override;
   int32_t Assign(Variable* source) override;
   void Dump(KelString& out, const KelString& indent) const override;
@@ -39,5 +25,22 @@ class TAMBER_API OrderedVariable : public Variable {
   using Variable::Variable;
   OrderedVariable(const OrderedVariable&) = default;
 };
+
+/// Pairs of which at least one is known to compare by value.
+template <class L, class R>
+concept ComparedByValue = std::derived_from<L, Variable> && std::derived_from<R, Variable> &&
+    (std::derived_from<L, OrderedVariable> || std::derived_from<R, OrderedVariable>);
+
+// Templates outside the class, so that both sides match exactly and two different classes find one
+// best candidate, whichever stands left.
+template <class L, class R>
+requires ComparedByValue<L, R>
+bool operator<(const L& left, const R& right) { return OrderOfValues(left, right) < 0; }
+template <class L, class R>
+requires ComparedByValue<L, R>
+bool operator>(const L& left, const R& right) { return OrderOfValues(left, right) > 0; }
+template <class L, class R>
+requires ComparedByValue<L, R>
+bool operator==(const L& left, const R& right) { return OrderOfValues(left, right) == 0; }
 
 }  // namespace tamber

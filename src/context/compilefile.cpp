@@ -1,0 +1,120 @@
+#include <new>
+
+#include "context/contextstate.h"
+#include "context/errcodes.h"
+#include "frontend/compile.h"
+#include "frontend/compsession.h"
+#include "frontend/script.h"
+#include "frontend/scriptscan.h"
+#include "kel/cipher.h"
+#include "kel/file.h"
+#include "kel/pathparser.h"
+
+using tamber::ContextState;
+using tamber::ScriptText;
+
+namespace {
+
+/// A failure that is about the whole file: there is no line to show.
+int32_t FailFile(TamberContext& context, int32_t code, const KelString& name) {
+  context.SetContextError(code, name);
+  auto text = ScriptText::FromBuffer(name, std::string());
+  context.State().HandleParseError({text, 0});
+  return 0;
+}
+
+int32_t FailAt(ContextState& state, const tamber::CompilePlace& place) {
+  state.HandleParseError({place.text, place.line});
+  return 0;
+}
+
+int32_t CodeOf(ScriptText::Status status) {
+  return status == ScriptText::Status::Missing ? ERR_FILENOTFOUND : ERR_FILENOTVALID;
+}
+
+}  // namespace
+
+int32_t TamberContext::CompileScriptFile(const KelString& path) {
+  try {
+    SetContextError(0, KelString());
+    KelString full(kel::CompletePath(path.View()));
+    if (FindScript(path.View()) != nullptr || FindScript(full.View()) != nullptr) return 1;
+    SetScriptFile(full, 0);
+    ScriptText::Status status = ScriptText::Status::Ok;
+    auto text = ScriptText::FromFile(full, state_->scriptKey.View(), status);
+    if (!text) return FailFile(*this, CodeOf(status), full);
+    auto script = std::make_unique<TamberScript>(this, text);
+    tamber::CompilePlace place;
+    bool compiled = tamber::CompileScript(*script, place);
+    if (!compiled || state_->errorCode != 0) return FailAt(*state_, place);
+    AddScript(std::move(script));
+    state_->DumpScriptStatements();
+    return 1;
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, path);
+    return 0;
+  }
+}
+
+int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelString& text,
+                                           uint32_t firstLine) {
+  try {
+    SetContextError(0, KelString());
+    auto source = ScriptText::FromBuffer(name, text.Str(), firstLine == 0 ? 1 : firstLine);
+    if (!source) return FailFile(*this, ERR_FILENOTVALID, name);
+    auto script = std::make_unique<TamberScript>(this, source);
+    tamber::CompilePlace place;
+    bool compiled = tamber::CompileScript(*script, place);
+    // A run-time error that an initialiser left behind does not fail a text, only a file.
+    if (state_->errorCode >= tamber::kFirstFatalError) return FailAt(*state_, place);
+    AddScript(std::move(script));
+    state_->DumpScriptStatements();
+    return compiled;
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, name);
+    return 0;
+  }
+}
+
+int32_t TamberContext::CompactScriptBuffer(const KelString& file, KelString& out) {
+  try {
+    ScriptText::Status status = ScriptText::Status::Ok;
+    auto text = ScriptText::FromFile(KelString(kel::CompletePath(file.View())),
+                                     state_->scriptKey.View(), status);
+    if (!text) {
+      SetContextError(ERR_FILENOTVALID, file);
+      return 0;
+    }
+    ScriptLine script(text);
+    int32_t error = tamber::CompactScript(script, out);
+    if (error == 0) return 1;
+    SetContextError(error, KelString());
+    state_->HandleParseError({text, script.GetStatementLine()});
+    return 0;
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, file);
+    return 0;
+  }
+}
+
+int32_t TamberContext::EncryptScript(const KelString& source, const KelString& target,
+                                     const KelString& key) {
+  try {
+    std::string text;
+    kel::ReadStatus status = kel::ReadRegularFile(source.View(), text, ScriptText::kMaxBytes);
+    if (status != kel::ReadStatus::Ok) {
+      SetContextError(status == kel::ReadStatus::Missing ? ERR_FILENOTFOUND : ERR_FILENOTVALID,
+                      source);
+      return 0;
+    }
+    std::string sealed = kel::SealText(text, key.View());
+    if (sealed.empty() || !kel::WriteFileAtomically(target.View(), sealed)) {
+      SetContextError(ERR_FILECREATEFAIL, target);
+      return 0;
+    }
+    return 1;
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, source);
+    return 0;
+  }
+}

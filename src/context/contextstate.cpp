@@ -1,0 +1,48 @@
+#include "context/contextstate.h"
+
+#include "context/handletable.h"
+#include "engine/machine.h"
+#include "functions/modulelist.h"
+
+namespace tamber {
+
+ContextState::ContextState(TamberContext& owner)
+    : context(owner), root(&owner), machine(std::make_unique<Machine>(*this)) {}
+
+ContextState::~ContextState() {
+  if (!consoleIsHosts) delete console;
+}
+
+VarList& ContextState::OwnConstants() {
+  if (!constants) {
+    constants = sharedConstants ? std::make_unique<VarList>(*sharedConstants)
+                                : std::make_unique<VarList>(true);
+    if (sharedConstants) {
+      // Copies lose the mark that makes a constant survive a reset.
+      for (uint32_t i = 0; i < constants->GetSize(); ++i)
+        constants->GetVariable(i)->SetVarFlags(sharedConstants->GetVariable(i)->GetVarFlags());
+      sharedConstants.reset();
+      ScopeChanged();
+    }
+  }
+  return *constants;
+}
+
+const VarList* ContextState::Constants() const {
+  return constants ? constants.get() : sharedConstants.get();
+}
+
+VarList* ContextState::Scope(enum_VarListType scope) {
+  switch (scope) {
+    case VARLIST_GLOBAL:
+      return globals.get();
+    case VARLIST_CONSTANT:
+      return Constants() != nullptr ? &OwnConstants() : nullptr;
+    case VARLIST_EXTERNAL:
+      return externals.get();
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace tamber

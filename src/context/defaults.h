@@ -1,0 +1,22 @@
+#pragma once
+
+class TamberContext;
+
+namespace tamber {
+
+class ContextState;
+
+/// Gives a new context its predefined names, types, errors and built-in modules. They are made
+/// once in a process; every context starts from the same unchanging tables and gets tables of its
+/// own only where it changes something.
+void ApplyDefaults(TamberContext& context);
+
+/// Gives a called script's context what the caller's scopes hold, copied.
+void InheritScopes(ContextState& from, ContextState& to);
+
+/// Drops globals, constants and types that a script brought, at a reset.
+void ForgetScript(ContextState& state);
+/// Puts the predefined globals back to their initial values.
+void RestorePredefined(ContextState& state);
+
+}  // namespace tamber

@@ -1,0 +1,116 @@
+#include "context/contextstate.h"
+#include "context/errcodes.h"
+#include "frontend/scripttext.h"
+#include "kel/inifile.h"
+#include "kel/kelascii.h"
+
+namespace tamber {
+namespace {
+
+const KelString kParseErrors("TamberParseErrors");
+const KelString kRunErrors("TamberRunErrors");
+
+KelString FileOf(const SourcePlace& place) {
+  return place.text != nullptr ? place.text->Name() : KelString();
+}
+
+void SetGlobalInteger(ContextState& state, std::string_view name, int32_t value) {
+  Variable* variable = state.globals != nullptr ? state.globals->GetVariable(name) : nullptr;
+  if (variable != nullptr) variable->SetIntegerValue(value);
+}
+
+void PrintErrorHeader(ContextState& state, KelString& out, const KelString& kind,
+                      const SourcePlace& place) {
+  int32_t code = state.errorCode;
+  KelString name = state.errors.GetErrorName(code);
+  if (!name.IsEmpty())
+    out.AppendPrintf("%S error %S in file%s", kind, name, "\r\n");
+  else
+    out.AppendPrintf("%S error %u in file%s", kind, static_cast<uint32_t>(code), "\r\n");
+  out.AppendPrintf("%S, line %u%s", FileOf(place), place.line, "\r\n");
+  out += state.errors.GetErrorText(code);
+  if (!state.errorText.IsEmpty()) {
+    out += ": ";
+    out += state.errorText;
+  }
+  out += "\r\n";
+}
+
+/// The three outputs of a report: prefix and header, dumps, suffix.
+void WriteReport(ContextState& state, const KelString& section, const KelString& kind,
+                 const SourcePlace& place) {
+  if (!state.IsOutputEnabled(section)) return;
+  IniFile ini(state.iniPath);
+  KelString text = ini.ReadString(section, KelString("OutputPrefix"), KelString());
+  text += "\r\n";
+  PrintErrorHeader(state, text, kind, place);
+  state.ProcessOutputBuffer(text, section);
+  state.PerformDumps(section, place);
+  text = ini.ReadString(section, KelString("OutputSuffix"), KelString());
+  text += "\r\n";
+  state.ProcessOutputBuffer(text, section);
+}
+
+void TellHost(ContextState& state, const SourcePlace& place) {
+  if (state.diagnosticHandler == nullptr) return;
+  TamberDiagnostic diagnostic;
+  diagnostic.code = state.errorCode;
+  diagnostic.name = state.errors.GetErrorName(state.errorCode);
+  diagnostic.text = state.errors.GetErrorText(state.errorCode);
+  diagnostic.detail = state.errorText;
+  diagnostic.file = FileOf(place);
+  diagnostic.line = place.line;
+  if (place.text != nullptr) diagnostic.sourceLine = KelString(place.text->Line(place.line));
+  state.diagnosticHandler(diagnostic, state.diagnosticUser);
+}
+
+}  // namespace
+
+void ContextState::HandleParseError(const SourcePlace& place) {
+  // The innermost procedure or script reports; those around it only end.
+  if (errorReported || errorCode == 0) return;
+  errorReported = true;
+  SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(place.line));
+  context.UpdateErrCodeVar();
+  TellHost(*this, place);
+  WriteReport(*this, kParseErrors, KelString("Fatal parse or run time"), place);
+}
+
+KelString ContextState::HandleRunError(const SourcePlace& place) {
+  SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(place.line));
+  context.UpdateErrCodeVar();
+  Variable* variable =
+      context.GetVariable(KelString("ErrHandler"), VARLIST_LOCAL | VARLIST_GLOBAL);
+  KelString handler;
+  if (variable != nullptr)
+    handler = KelString(std::string_view(variable->GetStringValue(), variable->GetLength()));
+  if (kel::EqualsNoCase(handler.View(), "INLINE_HANDLER")) {
+    errorCode = 0;
+  } else if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) {
+    TellHost(*this, place);
+    WriteReport(*this, kRunErrors, KelString("Run time"), place);
+    errorCode = 0;
+  }
+  return handler;
+}
+
+}  // namespace tamber
+
+void TamberContext::SetContextError(int32_t code, const KelString& text) {
+  tamber::ContextState& state = State();
+  state.errorCode = code;
+  // An empty text leaves the previous one in place: a code alone says nothing about its object.
+  if (!text.IsEmpty()) state.errorText = text;
+  state.errorReported = false;
+}
+
+int32_t TamberContext::GetContextError() const { return state_->errorCode; }
+KelString TamberContext::GetContextErrorText() const { return state_->errorText; }
+
+void TamberContext::UpdateErrCodeVar() {
+  tamber::SetGlobalInteger(State(), "ErrCode", state_->errorCode);
+}
+
+KelString TamberContext::GetErrorName(int32_t code) { return state_->errors.GetErrorName(code); }
+KelString TamberContext::GetErrorText(int32_t code) { return state_->errors.GetErrorText(code); }
+ErrorList& TamberContext::GetErrorList() { return state_->errors; }

@@ -1,0 +1,47 @@
+#include "context/handletable.h"
+
+#include <atomic>
+
+namespace tamber {
+namespace {
+
+/// From 1 to 2^31-1, then from 1 again.
+int32_t NextId() {
+  static std::atomic<uint32_t> counter{0};
+  constexpr uint32_t kCount = 0x7FFFFFFF;
+  return static_cast<int32_t>(counter.fetch_add(1, std::memory_order_relaxed) % kCount) + 1;
+}
+
+}  // namespace
+
+int32_t HandleTable::Insert(Entry entry) {
+  while (true) {
+    const int32_t id = NextId();
+    if (entries_.contains(id)) continue;
+    entries_.emplace(id, std::move(entry));
+    return id;
+  }
+}
+
+void* HandleTable::FindObject(int32_t id, const void* kind) const {
+  const auto found = entries_.find(id);
+  return found != entries_.end() && found->second.kind == kind ? found->second.object.get()
+                                                               : nullptr;
+}
+
+bool HandleTable::Release(int32_t id, const void* kind) {
+  if (FindObject(id, kind) == nullptr) return false;
+  entries_.erase(id);
+  return true;
+}
+
+void* HandleTable::ToPointer(int32_t id) {
+  return reinterpret_cast<void*>(static_cast<intptr_t>(id));
+}
+
+int32_t HandleTable::FromPointer(const void* value) {
+  const auto number = reinterpret_cast<intptr_t>(value);
+  return number > 0 && number <= INT32_MAX ? static_cast<int32_t>(number) : 0;
+}
+
+}  // namespace tamber

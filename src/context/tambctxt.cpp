@@ -1,0 +1,189 @@
+#include "context/tambctxt.h"
+
+#include <new>
+
+#include "context/contextstate.h"
+#include "context/defaults.h"
+#include "context/handletable.h"
+#include "context/modulehost.h"
+#include "context/session.h"
+#include "engine/procedure.h"
+#include "expr/exprcomp.h"
+#include "frontend/compsession.h"
+#include "frontend/script.h"
+#include "functions/modulelist.h"
+#include "kel/pathparser.h"
+
+using tamber::ContextState;
+
+TamberContext::TamberContext(XmlProxyClient* proxy) : state_(std::make_unique<ContextState>(*this)) {
+  state_->proxy = proxy;
+  state_->modules = tamber::MakeModuleList(*state_);
+  state_->handles = std::make_unique<tamber::HandleTable>();
+  tamber::ApplyDefaults(*this);
+  SetIniPath(KelString("./tamber.ini"));
+}
+
+TamberContext::TamberContext(TamberContext& parent)
+    : TamberOperators(parent),
+      ProcedureList(parent),
+      FunctionList(parent),
+      TypeList(parent),
+      ScriptList(),
+      state_(std::make_unique<ContextState>(*this)) {
+  ContextState& from = parent.State();
+  state_->root = from.root;
+  state_->nested = true;
+  state_->nesting = from.nesting + 1;
+  state_->errors = from.errors;
+  state_->sessionId = from.sessionId;
+  state_->sessionPath = from.sessionPath;
+  state_->sessionStore = from.sessionStore;
+  state_->debugContext = from.debugContext;
+  state_->debug = from.debug;
+  state_->proxy = from.proxy;
+  state_->exePath = from.exePath;
+  state_->appInstance = from.appInstance;
+  state_->scriptKey = from.scriptKey;
+  state_->iniPath = from.iniPath;
+  state_->procedureTrace = from.procedureTrace;
+  state_->compileOnly = from.compileOnly;
+  state_->dumpStatements = from.dumpStatements;
+  state_->diagnosticHandler = from.diagnosticHandler;
+  state_->diagnosticUser = from.diagnosticUser;
+  state_->console = from.console;
+  state_->consoleIsHosts = from.console != nullptr;
+  state_->handles = std::make_unique<tamber::HandleTable>();
+  tamber::InheritScopes(from, *state_);
+  state_->modules = tamber::MakeModuleList(*state_);
+  state_->modules->Borrow(*from.modules);
+}
+
+TamberContext& TamberContext::operator=(const TamberContext& other) {
+  const ContextState& from = *other.state_;
+  state_->iniPath = from.iniPath;
+  state_->procedureTrace = from.procedureTrace;
+  state_->compileOnly = from.compileOnly;
+  state_->dumpStatements = from.dumpStatements;
+  state_->exePath = from.exePath;
+  state_->appInstance = from.appInstance;
+  state_->proxy = from.proxy;
+  state_->debugContext = from.debugContext;
+  state_->debug = from.debug;
+  state_->sessionId = from.sessionId;
+  state_->sessionPath = from.sessionPath;
+  state_->sessionStore = from.sessionStore;
+  SetCaseSwitch(other.GetCaseSwitch());
+  return *this;
+}
+
+TamberContext::~TamberContext() {
+  FlushOutput();
+  // Modules clean up while the context that they are handed still is one.
+  state_->modules.reset();
+}
+
+void TamberContext::SetExePath(const KelString& path) { state_->exePath = path; }
+KelString TamberContext::GetExePath() const { return state_->exePath; }
+void TamberContext::SetAppInstance(void* instance) { state_->appInstance = instance; }
+void* TamberContext::GetAppInstance() const { return state_->appInstance; }
+void TamberContext::SetXmlProxyClient(XmlProxyClient* proxy) { state_->proxy = proxy; }
+XmlProxyClient* TamberContext::GetXmlProxyClient() const { return state_->proxy; }
+void TamberContext::SetDebugContext(KelDebugContext* debug) {
+  state_->debugContext = debug;
+  state_->debug.SetContext(debug);
+}
+void TamberContext::SetScriptKey(const KelString& key) { state_->scriptKey = key; }
+
+void TamberContext::SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void*),
+                                         void* user) {
+  state_->diagnosticHandler = handler;
+  state_->diagnosticUser = user;
+}
+
+void TamberContext::SetScriptFile(const KelString& name, int32_t overwrite) {
+  Variable* scriptFile = GetVariable(KelString("ScriptFile"), VARLIST_GLOBAL);
+  if (scriptFile == nullptr) return;
+  if (overwrite == 0 && scriptFile->GetLength() > 0) return;
+  scriptFile->SetStringValue(name);
+  Variable* logFile = GetVariable(KelString("LogFile"), VARLIST_GLOBAL);
+  if (logFile == nullptr || (logFile->GetLength() > 0 && overwrite == 0)) return;
+  PathParser path(name);
+  path.SetFileExt(KelString("log"));
+  logFile->SetStringValue(path.GetPath());
+}
+
+int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
+  if (state_->stopFlag || state_->compileOnly != 0) return 1;
+  try {
+    TamberProcedure* procedure = GetProcedure(name.View());
+    bool isMain = kel::EqualsNoCase(name.View(), "main");
+    if (isMain && state_->inherited.count("main") != 0) procedure = nullptr;
+    if (procedure == nullptr) {
+      SetContextError(isMain ? ERR_PROCNOMAIN : ERR_PROCNOTFOUND, name);
+      state_->HandleParseError(tamber::SourcePlace());
+      return 0;
+    }
+    SetScriptFile(procedure->GetScript()->Name(), 0);
+    // A built-in may reset the context; what runs stays until it has ended.
+    auto held = HoldProcedures();
+    Stack own;
+    tamber::enum_ProcStatus status =
+        state_->machine->RunProcedure(*procedure, stack != nullptr ? *stack : own);
+    if (status != tamber::PROCSTATUS_ENDED && state_->errorCode >= tamber::kFirstFatalError)
+      state_->HandleParseError({procedure->GetScript(), procedure->GetStartLine()});
+    return status == tamber::PROCSTATUS_ENDED;
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, "");
+    return 0;
+  }
+}
+
+void TamberContext::ResetContext() {
+  tamber::SaveSessionVariables(*state_);
+  state_->machine->ClearLocals();
+  state_->externals.reset();
+  ProcedureList::ClearList();
+  tamber::ForgetScript(*state_);
+  ClearScriptList();
+  state_->modules->ClearModuleList();
+  tamber::RestorePredefined(*state_);
+  state_->handles->Clear();
+  state_->inherited.clear();
+  state_->stopFlag = false;
+  state_->errorCode = 0;
+  state_->errorText.Clear();
+  state_->errorReported = false;
+  state_->ScopeChanged();
+}
+
+Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code) {
+  code = 0;
+  ExpressionCompiler compiler(this, nullptr, true);
+  if (!compiler.CompileExpression(expression.GetString(), KelString(";"))) {
+    code = compiler.GetError();
+    return nullptr;
+  }
+  Stack stack;
+  if (!compiler.EvaluateExpression(&stack)) {
+    code = state_->errorCode != 0 ? state_->errorCode : ERR_FUNCFAILED;
+    return nullptr;
+  }
+  return stack.PopVariable();
+}
+
+int32_t TamberContext::GetSwitch(std::string_view name) {
+  int32_t local = state_->machine->FindLocal(name);
+  Variable* variable = local >= 0 ? state_->machine->GetLocal(static_cast<uint32_t>(local))
+                       : state_->globals != nullptr ? state_->globals->GetVariable(name)
+                                                    : nullptr;
+  return variable != nullptr ? variable->GetIntegerValue() : 0;
+}
+
+tamber::HandleTable& TamberContext::Handles() { return *state_->handles; }
+
+std::shared_ptr<void>& TamberContext::ModuleSlot(const void* key) {
+  return state_->moduleSlots[key];
+}
+
+tamber::Machine& TamberContext::GetMachine() { return *state_->machine; }

@@ -1,0 +1,144 @@
+#include "context/contextstate.h"
+#include "context/errcodes.h"
+#include "frontend/declread.h"
+#include "kel/kelascii.h"
+
+namespace {
+
+/// The scopes in the order in which a lookup searches them.
+constexpr enum_VarListType kScopes[] = {VARLIST_LOCAL, VARLIST_GLOBAL, VARLIST_CONSTANT,
+                                        VARLIST_EXTERNAL};
+
+bool IsReservedWord(std::string_view word) {
+  static constexpr std::string_view kWords[] = {
+      "bool",   "boolean", "break",   "call",   "char",      "const",   "constant", "continue",
+      "double", "elif",    "else",    "elseif", "endif",     "endproc", "endstruct", "exit",
+      "extern", "float",   "if",      "include", "int",      "integer", "proc",     "return",
+      "session", "string", "estring", "struct", "wend",      "while",   "endwhile", "for",
+      "endfor"};
+  for (std::string_view known : kWords)
+    if (kel::EqualsNoCase(known, word)) return true;
+  return false;
+}
+
+bool HasBadCharacter(std::string_view name) {
+  for (char c : name)
+    if (!kel::IsAlnum(c) && c != '_') return true;
+  return false;
+}
+
+std::unique_ptr<VarList>* ListOf(tamber::ContextState& state, enum_VarListType scope) {
+  return scope == VARLIST_GLOBAL     ? &state.globals
+         : scope == VARLIST_CONSTANT ? &state.constants
+                                     : &state.externals;
+}
+
+/// The scope that the lowest bit names; false: none.
+bool LowestScope(uint32_t mask, enum_VarListType& scope) {
+  for (enum_VarListType candidate : kScopes) {
+    if ((mask & candidate) == 0) continue;
+    scope = candidate;
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+int32_t TamberContext::FindVariable(const KelString& name, uint32_t mask) {
+  tamber::ContextState& state = State();
+  if ((mask & VARLIST_LOCAL) != 0) {
+    if (int32_t at = state.machine->FindLocal(name.View()); at >= 0) return at;
+  }
+  for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL}) {
+    if ((mask & scope) == 0) continue;
+    const VarList* list =
+        scope == VARLIST_CONSTANT ? state.Constants() : ListOf(state, scope)->get();
+    uint32_t at = list != nullptr ? list->FindVariable(name.View()) : VarList::kNotFound;
+    if (at != VarList::kNotFound) return static_cast<int32_t>(at);
+  }
+  return -1;
+}
+
+Variable* TamberContext::GetVariable(const KelString& name, uint32_t mask) {
+  for (enum_VarListType scope : kScopes) {
+    if ((mask & scope) == 0) continue;
+    int32_t at = FindVariable(name, scope);
+    if (at >= 0) return GetVariable(static_cast<uint32_t>(at), scope);
+  }
+  return nullptr;
+}
+
+const Variable* TamberContext::PeekConstant(std::string_view name) const {
+  const VarList* list = state_->Constants();
+  return list != nullptr ? list->GetVariable(name) : nullptr;
+}
+
+Variable* TamberContext::GetVariable(uint32_t index, enum_VarListType scope) {
+  enum_VarListType lowest;
+  if (!LowestScope(scope, lowest)) return nullptr;
+  if (lowest == VARLIST_LOCAL) return State().machine->GetLocal(index);
+  VarList* list = State().Scope(lowest);
+  return list != nullptr ? list->GetVariable(index) : nullptr;
+}
+
+uint32_t TamberContext::AddVariable(Variable* variable, enum_VarListType scope) {
+  enum_VarListType lowest;
+  if (variable == nullptr || !LowestScope(scope, lowest)) return 0;
+  State().ScopeChanged();
+  if (lowest == VARLIST_LOCAL) return State().machine->AddLocal(variable);
+  if (lowest == VARLIST_CONSTANT) return State().OwnConstants().AddVariable(variable);
+  std::unique_ptr<VarList>& list = *ListOf(State(), lowest);
+  if (!list) list = std::make_unique<VarList>(true);
+  return list->AddVariable(variable);
+}
+
+Variable* TamberContext::RemoveVariable(const KelString& name, enum_VarListType scope) {
+  enum_VarListType lowest;
+  if (!LowestScope(scope, lowest) || FindVariable(name, lowest) < 0) return nullptr;
+  State().ScopeChanged();
+  if (lowest == VARLIST_LOCAL) return State().machine->RemoveLocal(name.View());
+  return State().Scope(lowest)->RemoveVariable(name.View());
+}
+
+void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_VarListType scope) {
+  enum_VarListType lowest;
+  if (!LowestScope(scope, lowest)) return;
+  State().ScopeChanged();
+  if (lowest == VARLIST_LOCAL) {
+    State().machine->ReplaceLocal(index, variable);
+  } else if (VarList* list = State().Scope(lowest)) {
+    list->ReplaceVariable(index, variable);
+  }
+}
+
+void TamberContext::ClearVarList(uint32_t mask) {
+  State().ScopeChanged();
+  if ((mask & VARLIST_LOCAL) != 0) State().machine->ClearLocals();
+  if ((mask & VARLIST_CONSTANT) != 0) State().sharedConstants.reset();
+  for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL})
+    if ((mask & scope) != 0) ListOf(State(), scope)->reset();
+}
+
+int32_t TamberContext::CheckUniqueVar(const KelString& name, uint32_t mask) {
+  int32_t error = 0;
+  // Types that a script defines refuse a variable only in the very same spelling, so that
+  // `Point point` can be written; the words of the language refuse it in any.
+  const TamberType* type = Lookup(name.View());
+  bool isType = type != nullptr && ((type->GetTypeFlags() & 1) != 0 || type->GetTypeName() == name);
+  if (HasBadCharacter(name.View()))
+    error = ERR_VARBADNAME;
+  else if (isType || FindVariable(name, VARLIST_CONSTANT) >= 0)
+    error = ERR_VAREXISTS;
+  else if (FindVariable(name, mask & (VARLIST_LOCAL | VARLIST_GLOBAL | VARLIST_EXTERNAL)) >= 0)
+    error = ERR_VAREXISTS;
+  else if (FindFunction(name.View()) != 0)
+    error = ERR_VARISFUNC;
+  else if (IsReservedWord(name.View()))
+    error = ERR_VARISSTATEMENT;
+  else if (FindProcedure(name.View()) != 0)
+    error = ERR_VARISPROC;
+  if (error == 0) return 1;
+  SetContextError(error, name);
+  return 0;
+}

@@ -1,0 +1,110 @@
+#include "expr/exprcomp.h"
+
+#include "context/errcodes.h"
+#include "context/tambctxt.h"
+#include "engine/machine.h"
+#include "expr/exprparser.h"
+#include "frontend/tokenise.h"
+#include "values/cellops.h"
+
+ExpressionCompiler::ExpressionCompiler(TamberContext* context, const tamber::LocalTable* locals,
+                                       bool runtimeLocals)
+    : context_(context),
+      locals_(locals),
+      runtimeLocals_(runtimeLocals),
+      prototype_(nullptr, Variable::Delete) {}
+
+ExpressionCompiler::~ExpressionCompiler() = default;
+
+bool ExpressionCompiler::Fail(int32_t code, std::string_view text) {
+  error_ = code;
+  errorText_ = KelString(text);
+  return false;
+}
+
+void ExpressionCompiler::ClearExpression() {
+  root_.reset();
+  prototype_.reset();
+  error_ = 0;
+  errorText_.Clear();
+}
+
+int32_t ExpressionCompiler::CompileExpression(const char* text, const KelString& terminators) {
+  Tokeniser tokeniser(text);
+  return CompileExpression(&tokeniser, terminators);
+}
+
+int32_t ExpressionCompiler::CompileExpression(Tokeniser* tokeniser, const KelString& terminators) {
+  ClearExpression();
+  ExpressionScope scope{context_, locals_, runtimeLocals_};
+  ExpressionParser parser(*this, scope, *tokeniser, 0);
+  root_ = parser.Parse(terminators.IsEmpty() ? ",);" : terminators.View());
+  return root_ != nullptr;
+}
+
+int32_t ExpressionCompiler::CompileAssigned(Tokeniser* tokeniser, const KelString& terminators,
+                                            const tamber::TypeDesc& target) {
+  if (!CompileExpression(tokeniser, terminators)) return 0;
+  tamber::AdaptLiteral(*root_, target);
+  return 1;
+}
+
+int32_t ExpressionCompiler::CompileTarget(Tokeniser* tokeniser) {
+  ClearExpression();
+  ExpressionScope scope{context_, locals_, runtimeLocals_};
+  ExpressionParser parser(*this, scope, *tokeniser, 0);
+  tokeniser->GetNextToken(1, 1);
+  std::string name(tokeniser->Token());
+  tamber::VarUse use;
+  if (!parser.FindVariable(name, use)) {
+    Variable* external = context_->GetVariable(KelString(name), VARLIST_EXTERNAL);
+    if (external == nullptr) {
+      Fail(ERR_BADSTATEMENT, name);
+      return 0;
+    }
+    use = {external->OwnName(), -1, tamber::TypeOf(*external)};
+  }
+  root_ = parser.ReadVariable(use);
+  return root_ != nullptr;
+}
+
+int32_t ExpressionCompiler::Combine(std::unique_ptr<ExpressionBase> left, std::string_view op,
+                                    std::unique_ptr<ExpressionBase> right) {
+  ClearExpression();
+  auto node = std::make_unique<ExpressionOperator>(TamberOperators::CheckBinaryOperator(op));
+  node->AddChild(std::move(left));
+  node->AddChild(std::move(right));
+  int32_t error = 0;
+  std::string text;
+  if (!tamber::ResolveTypes(*node, error, text)) {
+    Fail(error, text);
+    return 0;
+  }
+  root_ = std::move(node);
+  return 1;
+}
+
+const tamber::TypeRef& ExpressionCompiler::ResultType() const {
+  static const tamber::TypeRef none;
+  return root_ ? root_->Type() : none;
+}
+
+const Variable* ExpressionCompiler::GetResultType() const {
+  if (!root_) return nullptr;
+  if (!prototype_) prototype_.reset(tamber::MakeVariable(root_->Type(), tamber::Name()));
+  return prototype_.get();
+}
+
+int32_t ExpressionCompiler::EvaluateExpression(Stack* stack) {
+  if (!root_) return 0;
+  return context_->GetMachine().Evaluate(*root_, *stack);
+}
+
+std::unique_ptr<ExpressionBase> ExpressionCompiler::RemoveExpression() {
+  prototype_.reset();
+  return std::move(root_);
+}
+
+void ExpressionCompiler::Dump(KelString& out) const {
+  if (root_) root_->Dump(out);
+}

@@ -1,0 +1,465 @@
+#include "expr/exprparser.h"
+
+#include <charconv>
+
+#include "context/tambctxt.h"
+#include "engine/procedure.h"
+#include "expr/exprcnst.h"
+#include "expr/exprfunc.h"
+#include "expr/exprproc.h"
+#include "expr/exprsub.h"
+#include "frontend/tokenise.h"
+#include "kel/kelascii.h"
+#include "values/cellops.h"
+#include "values/strbuf.h"
+
+using tamber::Cell;
+using tamber::Kind;
+using tamber::TypeDesc;
+using tamber::VarUse;
+using Ops = TamberOperators;
+
+namespace {
+
+bool IsNameToken(std::string_view token) {
+  return !token.empty() && (kel::IsAlpha(token[0]) || token[0] == '_' || kel::IsDigit(token[0]));
+}
+
+bool IsOperatorText(std::string_view token) {
+  return Ops::CheckBinaryOperator(token) != Ops::OP_NONE ||
+         Ops::CheckUnaryOperator(token) != Ops::OP_NONE;
+}
+
+/// Digits, a float, or a hexadecimal number as the language writes them; Kind::None for anything
+/// else.
+Kind ClassifyNumber(std::string_view token) {
+  size_t at = 0;
+  auto digits = [&] {
+    size_t from = at;
+    while (at < token.size() && kel::IsDigit(token[at])) ++at;
+    return at > from;
+  };
+  if (token.size() > 2 && token[0] == '0' && kel::ToLower(token[1]) == 'x') {
+    for (char c : token.substr(2))
+      if (!kel::IsHexDigit(c)) return Kind::None;
+    return Kind::Int;
+  }
+  if (!digits()) return Kind::None;
+  if (at == token.size()) return Kind::Int;
+  if (token[at] == '.') {
+    ++at;
+    digits();
+  }
+  if (at < token.size() && kel::ToLower(token[at]) == 'e') {
+    ++at;
+    if (!digits()) return Kind::None;
+  }
+  return at == token.size() ? Kind::Float : Kind::None;
+}
+
+/// 0 to 4294967295, which wraps to 32 bits. False: larger.
+bool ReadInteger(std::string_view token, int32_t& value) {
+  int base = 10;
+  if (token.size() > 2 && kel::ToLower(token[1]) == 'x') {
+    token.remove_prefix(2);
+    base = 16;
+  }
+  uint32_t number = 0;
+  auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), number, base);
+  if (error != std::errc() || end != token.data() + token.size()) return false;
+  value = static_cast<int32_t>(number);
+  return true;
+}
+
+/// The character of a quoted token, escapes undecoded; false when it is not exactly one.
+bool ReadCharacter(std::string_view token, char& value) {
+  if (token.size() < 3 || token.back() != '\'') return false;
+  std::string_view inner = token.substr(1, token.size() - 2);
+  if (inner.size() == 1) {
+    value = inner[0];
+    return true;
+  }
+  if (inner[0] != '\\') return false;
+  std::string quoted = "\"";
+  quoted += inner;
+  quoted += '"';
+  Tokeniser reader;
+  reader.SetLine(quoted.c_str());
+  reader.GetNextToken(1, 1);
+  std::string_view decoded = reader.Token();
+  if (reader.GetLastError() != 0 || decoded.size() != 3) return false;
+  value = decoded[1];
+  return true;
+}
+
+ExpressionOperator* AsOperator(ExpressionBase* node) {
+  return node != nullptr && node->GetKind() == EXPRESSION_OPERATOR
+             ? static_cast<ExpressionOperator*>(node)
+             : nullptr;
+}
+
+}  // namespace
+
+ExpressionParser::ExpressionParser(ExpressionCompiler& compiler, const ExpressionScope& scope,
+                                   Tokeniser& tokeniser, uint32_t depth)
+    : compiler_(compiler), scope_(scope), tokeniser_(tokeniser), depth_(depth) {}
+
+bool ExpressionParser::Fail(int32_t code, std::string_view text) {
+  return compiler_.Fail(code, text);
+}
+
+std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view terminators) {
+  if (depth_ > kMaxDepth) {
+    Fail(ERR_EXPRBADFORMAT, "(");
+    return nullptr;
+  }
+  bool readAny = false;
+  while (true) {
+    char next = tokeniser_.PeekNextChar();
+    if (next == '\0' || terminators.find(next) != std::string_view::npos) break;
+    tokeniser_.GetNextToken(1, 1);
+    if (tokeniser_.GetLastError() != 0) {
+      Fail(tokeniser_.GetLastError(), tokeniser_.Token());
+      return nullptr;
+    }
+    // The tokeniser's buffer is overwritten by whatever the token leads to reading.
+    std::string token(tokeniser_.Token());
+    if (token.empty()) break;
+    readAny = true;
+    if (!IdentifyToken(token)) return nullptr;
+  }
+  if (!readAny) {
+    Fail(ERR_EXPREMPTY, "");
+    return nullptr;
+  }
+  return TakeRoot();
+}
+
+std::unique_ptr<ExpressionBase> ExpressionParser::TakeRoot() {
+  int32_t error = 0;
+  std::string text;
+  if (!tamber::ResolveTypes(*root_, error, text)) {
+    Fail(error, text);
+    return nullptr;
+  }
+  return std::move(root_);
+}
+
+bool ExpressionParser::ExpectsBinaryOperator() const {
+  if (current_ == nullptr) return false;
+  ExpressionOperator* op = AsOperator(current_);
+  return op == nullptr || op->IsSelector();
+}
+
+bool ExpressionParser::IdentifyToken(std::string_view token) {
+  if (token == "(") return HandleOpenParenthesis();
+  if (ExpectsBinaryOperator() && token == "[") return HandleOpenBracket();
+  if (ExpectsBinaryOperator() && token == ".") return HandleMember();
+  if (IsOperatorText(token)) return HandleOperator(token);
+  bool isConstant = false;
+  if (Node constant = ReadConstant(token, isConstant))
+    return HandleOperand(std::move(constant), token);
+  if (isConstant) return false;
+  if (IsNameToken(token)) return HandleName(token);
+  return Fail(ERR_EXPRBADTOKEN, token);
+}
+
+std::unique_ptr<ExpressionBase> ExpressionParser::ParseNested(std::string_view terminators) {
+  ExpressionParser nested(compiler_, scope_, tokeniser_, depth_ + 1);
+  return nested.Parse(terminators);
+}
+
+bool ExpressionParser::HandleOpenParenthesis() {
+  Node inner = ParseNested(")");
+  if (!inner) return false;
+  if (!tokeniser_.TakeChar(')')) return Fail(ERR_EXPRBADFORMAT, "(");
+  return HandleOperand(std::make_unique<ExpressionSubExpression>(std::move(inner)), "(");
+}
+
+bool ExpressionParser::HandleOpenBracket() {
+  Node index = ParseNested("]");
+  if (!index) return false;
+  if (!tokeniser_.TakeChar(']')) return Fail(ERR_EXPRBADFORMAT, "[");
+  // A selector belongs to the operand just read, however tightly what stands before it binds.
+  auto selector = std::make_unique<ExpressionOperator>(Ops::OP_ARRAYINDEX);
+  ExpressionBase* node = selector.get();
+  ExpressionBase* parent = current_->GetParent();
+  Node operand = parent ? parent->ReplaceChild(current_, std::move(selector)) : std::move(root_);
+  if (parent == nullptr) root_ = std::move(selector);
+  node->AddChild(std::move(operand));
+  node->AddChild(std::move(index));
+  current_ = node;
+  return true;
+}
+
+bool ExpressionParser::HandleMember() {
+  tokeniser_.GetNextToken(0, 1);
+  std::string member(tokeniser_.Token());
+  if (!IsNameToken(member)) return Fail(ERR_EXPRBADTOKEN, member.empty() ? "." : member);
+  auto selector = std::make_unique<ExpressionOperator>(Ops::OP_STRUCTMEMBER);
+  selector->SetMemberName(tamber::Name(member));
+  ExpressionBase* node = selector.get();
+  ExpressionBase* parent = current_->GetParent();
+  Node operand = parent ? parent->ReplaceChild(current_, std::move(selector)) : std::move(root_);
+  if (parent == nullptr) root_ = std::move(selector);
+  node->AddChild(std::move(operand));
+  current_ = node;
+  return true;
+}
+
+bool ExpressionParser::HandleOperator(std::string_view token) {
+  if (ExpectsBinaryOperator()) {
+    Ops::Operator_e code = Ops::CheckBinaryOperator(token);
+    return code == Ops::OP_NONE ? Fail(ERR_EXPRBADFORMAT, token) : HandleBinaryOperator(code);
+  }
+  Ops::Operator_e code = Ops::CheckUnaryOperator(token);
+  return code == Ops::OP_NONE ? Fail(ERR_EXPRBADFORMAT, token) : HandleUnaryOperator(code);
+}
+
+bool ExpressionParser::HandleBinaryOperator(Ops::Operator_e code) {
+  auto added = std::make_unique<ExpressionOperator>(code);
+  ExpressionBase* node = added.get();
+  ExpressionBase* child = current_;
+  ExpressionBase* parent = child->GetParent();
+  while (parent != nullptr &&
+         Ops::ComparePrecedence(code, AsOperator(parent)->GetOperator()) <= 0) {
+    child = parent;
+    parent = parent->GetParent();
+  }
+  Node operand = parent ? parent->ReplaceChild(child, std::move(added)) : std::move(root_);
+  if (parent == nullptr) root_ = std::move(added);
+  node->AddChild(std::move(operand));
+  current_ = node;
+  return true;
+}
+
+bool ExpressionParser::HandleUnaryOperator(Ops::Operator_e code) {
+  if (current_ != nullptr && AsOperator(current_)->GetOperandCount() != 2)
+    return Fail(ERR_EXPRBADFORMAT, Ops::GetOperatorName(Ops::GetOperatorIndex(code)).View());
+  auto added = std::make_unique<ExpressionOperator>(code);
+  ExpressionBase* node = added.get();
+  if (current_ == nullptr)
+    root_ = std::move(added);
+  else
+    current_->AddChild(std::move(added));
+  current_ = node;
+  return true;
+}
+
+bool ExpressionParser::HandleOperand(Node node, std::string_view token) {
+  if (ExpectsBinaryOperator()) return Fail(ERR_EXPRBADFORMAT, token);
+  ExpressionBase* added = node.get();
+  if (current_ == nullptr)
+    root_ = std::move(node);
+  else
+    current_->AddChild(std::move(node));
+  current_ = added;
+  return true;
+}
+
+std::unique_ptr<ExpressionBase> ExpressionParser::ReadConstant(std::string_view token,
+                                                               bool& isConstant) {
+  isConstant = true;
+  if (token[0] == '"')
+    return std::make_unique<ExpressionConstant>(token.substr(1, token.size() - 2));
+  if (token[0] == '\'') {
+    char value = 0;
+    if (!ReadCharacter(token, value)) {
+      Fail(ERR_EXPRBADTOKEN, token);
+      return nullptr;
+    }
+    return std::make_unique<ExpressionConstant>(Kind::Char,
+                                                tamber::IntCell(static_cast<signed char>(value)));
+  }
+  Kind kind = ClassifyNumber(token);
+  if (kind == Kind::Float) return ExpressionConstant::FloatLiteral(token);
+  int32_t value = 0;
+  if (kind == Kind::Int && ReadInteger(token, value))
+    return std::make_unique<ExpressionConstant>(Kind::Int, tamber::IntCell(value));
+  isConstant = false;
+  return nullptr;
+}
+
+bool ExpressionParser::FindVariable(std::string_view name, VarUse& use) const {
+  if (scope_.locals != nullptr) {
+    if (int32_t slot = scope_.locals->Find(name); slot >= 0) {
+      const tamber::Local& local = scope_.locals->At(static_cast<uint32_t>(slot));
+      use = {local.name, slot, local.type};
+      return true;
+    }
+  }
+  KelString text(name);
+  // Names that only the running procedure knows are looked up by name when the text is evaluated.
+  uint32_t mask = VARLIST_GLOBAL | (scope_.runtimeLocals ? VARLIST_LOCAL : 0u);
+  if (Variable* variable = scope_.context->GetVariable(text, mask)) {
+    use = {variable->OwnName(), scope_.runtimeLocals ? -2 : -1, tamber::TypeOf(*variable)};
+    return true;
+  }
+  return false;
+}
+
+bool ExpressionParser::HandleName(std::string_view token) {
+  VarUse use;
+  if (FindVariable(token, use)) {
+    Node variable = ReadVariable(use);
+    return variable && HandleOperand(std::move(variable), token);
+  }
+  KelString name(token);
+  if (const Variable* constant = scope_.context->PeekConstant(token)) {
+    Kind kind = tamber::KindOf(*constant);
+    if (kind == Kind::String) {
+      Cell text = tamber::VariableAccess::CellOf(*constant);
+      return HandleOperand(std::make_unique<ExpressionConstant>(tamber::TextOf(text.s)), token);
+    }
+    if (!tamber::IsManaged(kind)) {
+      Cell value = tamber::VariableAccess::CellOf(*constant);
+      return HandleOperand(std::make_unique<ExpressionConstant>(kind, value), token);
+    }
+    use = {constant->OwnName(), -1, tamber::TypeOf(*constant)};
+    Node variable = ReadVariable(use);
+    return variable && HandleOperand(std::move(variable), token);
+  }
+  if (Variable* variable = scope_.context->GetVariable(name, VARLIST_EXTERNAL)) {
+    use = {variable->OwnName(), -1, tamber::TypeOf(*variable)};
+    Node node = ReadVariable(use);
+    return node && HandleOperand(std::move(node), token);
+  }
+  if (TamberProcedure* procedure = scope_.context->GetProcedure(token))
+    return HandleProcedure(procedure);
+  if (scope_.context->FindFunction(token) != 0) return HandleFunction(token);
+  return Fail(ERR_EXPRBADTOKEN, token);
+}
+
+bool ExpressionParser::ReadIndex(ExpressionVariable& variable) {
+  const tamber::TypeRef& from = variable.Type();
+  if (!from->IsArray() && from->GetKind() != Kind::Any)
+    return Fail(ERR_VARNOTARRAY, variable.Variable().name.View());
+  Node index = ParseNested("]");
+  if (!index) return false;
+  if (!tokeniser_.TakeChar(']')) return Fail(ERR_EXPRBADFORMAT, "[");
+  Kind kind = index->Type()->GetKind();
+  if (kind != Kind::Int && kind != Kind::Any)
+    return Fail(ERR_EXPRPARMMATCH, variable.Variable().name.View());
+  ExpressionVariable::Selector selector;
+  selector.isIndex = true;
+  selector.from = from;
+  selector.to = from->IsArray() && from->Element() ? from->Element() : TypeDesc::Of(Kind::Any);
+  variable.AddIndex(std::move(selector), std::move(index));
+  return true;
+}
+
+bool ExpressionParser::ReadMember(ExpressionVariable& variable) {
+  tokeniser_.GetNextToken(0, 1);
+  std::string member(tokeniser_.Token());
+  if (!IsNameToken(member)) return Fail(ERR_BADSTATEMENT, member.empty() ? "." : member);
+  const tamber::TypeRef& from = variable.Type();
+  ExpressionVariable::Selector selector;
+  selector.isIndex = false;
+  selector.memberName = tamber::Name(member);
+  selector.from = from;
+  selector.to = TypeDesc::Of(Kind::Any);
+  if (from->GetKind() != Kind::Any) {
+    if (from->GetKind() != Kind::Struct)
+      return Fail(ERR_VARNOTSTRUCT, variable.Variable().name.View());
+    selector.member = from->Layout()->Find(member);
+    if (selector.member < 0) return Fail(ERR_BADSTRUCTEL, member);
+    selector.to = from->Layout()->Members()[static_cast<size_t>(selector.member)].type;
+  }
+  variable.AddMember(std::move(selector));
+  return true;
+}
+
+std::unique_ptr<ExpressionVariable> ExpressionParser::ReadVariable(const VarUse& use) {
+  auto variable = std::make_unique<ExpressionVariable>(use);
+  while (true) {
+    char next = tokeniser_.PeekNextChar();
+    if (next == '[') {
+      tokeniser_.TakeChar('[');
+      if (!ReadIndex(*variable)) return nullptr;
+    } else if (next == '.') {
+      tokeniser_.TakeChar('.');
+      if (!ReadMember(*variable)) return nullptr;
+    } else {
+      break;
+    }
+  }
+  variable->CollectFacts(false, false);
+  return variable;
+}
+
+bool ExpressionParser::ReadArguments(std::string_view name, std::vector<Node>& arguments) {
+  if (!tokeniser_.TakeChar('(')) return Fail(ERR_EXPRFUNCNOPAR, name);
+  if (tokeniser_.PeekNextChar() == ')') {
+    tokeniser_.TakeChar(')');
+    return true;
+  }
+  while (true) {
+    if (tokeniser_.PeekNextChar() == '\0') return Fail(ERR_EXPRFUNCBADPAR, name);
+    Node argument = ParseNested(",)");
+    if (!argument) return false;
+    arguments.push_back(std::move(argument));
+    if (tokeniser_.TakeChar(',')) continue;
+    return tokeniser_.TakeChar(')') || Fail(ERR_EXPRFUNCBADPAR, name);
+  }
+}
+
+bool ExpressionParser::CheckProcedureArguments(TamberProcedure& procedure,
+                                               std::vector<Node>& arguments) {
+  std::string_view name = procedure.GetName().View();
+  if (kel::EqualsNoCase(name, "main")) return Fail(ERR_PROCCALLMAIN, name);
+  if (arguments.size() != procedure.GetParameterCount()) return Fail(ERR_PROCPARMCOUNT, name);
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const tamber::Local& parameter = procedure.Locals().At(static_cast<uint32_t>(i));
+    ExpressionBase& argument = *arguments[i];
+    const TypeDesc& type = *argument.Type();
+    bool unknown = type.GetKind() == Kind::Any;
+    if (type.GetKind() == Kind::None) return Fail(ERR_EXPRPARMMATCH, name);
+    if (!parameter.isReference) {
+      tamber::AdaptLiteral(argument, *parameter.type);
+      if (!unknown && !parameter.type->Accepts(*argument.Type()))
+        return Fail(ERR_EXPRPARMTYPE, name);
+      continue;
+    }
+    bool isVariable = argument.GetKind() == EXPRESSION_VARIABLE;
+    if (isVariable) {
+      auto& use = static_cast<ExpressionVariable&>(argument).Variable();
+      isVariable = use.slot != -1 ||
+                   scope_.context->GetVariable(KelString(use.name.View()),
+                                               VARLIST_GLOBAL | VARLIST_EXTERNAL) != nullptr;
+    }
+    if (!isVariable) return Fail(ERR_REFPARAMNOTVAR, name);
+    bool anyArray = parameter.type->IsArray() && !parameter.type->Element() && type.IsArray();
+    bool same = parameter.type->IsSame(type) && parameter.type->GetKind() == type.GetKind();
+    if (!unknown && !anyArray && !same) return Fail(ERR_EXPRPARMTYPE, name);
+  }
+  return true;
+}
+
+bool ExpressionParser::HandleProcedure(TamberProcedure* procedure) {
+  std::vector<Node> arguments;
+  if (!ReadArguments(procedure->GetName().View(), arguments)) return false;
+  if (!CheckProcedureArguments(*procedure, arguments)) return false;
+  auto call = std::make_unique<ExpressionProcedure>(procedure);
+  for (Node& argument : arguments) call->AddChild(std::move(argument));
+  return HandleOperand(std::move(call), procedure->GetName().View());
+}
+
+bool ExpressionParser::HandleFunction(std::string_view name) {
+  std::vector<Node> arguments;
+  if (!ReadArguments(name, arguments)) return false;
+  std::vector<const TypeDesc*> types;
+  for (const Node& argument : arguments) {
+    if (argument->Type()->GetKind() == Kind::None) return Fail(ERR_EXPRPARMMATCH, name);
+    types.push_back(argument->Type().Get());
+  }
+  uint32_t index = scope_.context->FindBestSignature(name, types);
+  if (index == 0) return Fail(ERR_EXPRSIGNATURE, name);
+  if (!scope_.context->TakesArguments(index, types)) return Fail(ERR_EXPRPARMTYPE, name);
+  auto function = scope_.context->ShareFunction(index);
+  auto call = std::make_unique<ExpressionFunction>(function);
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    tamber::AdaptLiteral(*arguments[i], *function->ParameterTypes()[i]);
+    call->AddChild(std::move(arguments[i]));
+  }
+  return HandleOperand(std::move(call), name);
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "engine/tambops.h"
+#include "expr/exprcomp.h"
+#include "expr/exprop.h"
+#include "expr/exprvar.h"
+
+class TamberProcedure;
+
+/// The names that an expression may use, and where errors go: what a parser needs to know of its
+/// surroundings.
+struct ExpressionScope {
+  TamberContext* context;
+  const tamber::LocalTable* locals;
+  bool runtimeLocals;
+};
+
+/// Builds the tree of one expression from tokens. Its nested expressions (parentheses, indexes,
+/// arguments) are parsed by parsers of their own on the same tokeniser.
+class ExpressionParser {
+ public:
+  /// Deeper parentheses, calls and indexes than this are refused.
+  static constexpr uint32_t kMaxDepth = 500;
+
+  ExpressionParser(ExpressionCompiler& compiler, const ExpressionScope& scope,
+                   Tokeniser& tokeniser, uint32_t depth);
+
+  /// Reads up to one of the terminators, which is left unread. Null: the compiler has the error.
+  std::unique_ptr<ExpressionBase> Parse(std::string_view terminators);
+  /// Reads a variable with all its selectors; `name` has just been read.
+  std::unique_ptr<ExpressionVariable> ReadVariable(const tamber::VarUse& variable);
+  /// The variable that a name stands for; false when none is declared.
+  bool FindVariable(std::string_view name, tamber::VarUse& use) const;
+
+ private:
+  using Node = std::unique_ptr<ExpressionBase>;
+
+  bool IdentifyToken(std::string_view token);
+  bool HandleOpenParenthesis();
+  bool HandleOpenBracket();
+  bool HandleMember();
+  bool HandleOperator(std::string_view token);
+  bool HandleBinaryOperator(TamberOperators::Operator_e code);
+  bool HandleUnaryOperator(TamberOperators::Operator_e code);
+  bool HandleOperand(Node node, std::string_view token);
+  bool HandleName(std::string_view token);
+  bool HandleProcedure(TamberProcedure* procedure);
+  bool HandleFunction(std::string_view name);
+  bool ReadArguments(std::string_view name, std::vector<Node>& arguments);
+  bool CheckProcedureArguments(TamberProcedure& procedure, std::vector<Node>& arguments);
+  Node ReadConstant(std::string_view token, bool& isConstant);
+  Node ParseNested(std::string_view terminators);
+  bool ReadIndex(ExpressionVariable& variable);
+  bool ReadMember(ExpressionVariable& variable);
+  bool ExpectsBinaryOperator() const;
+  bool Fail(int32_t code, std::string_view text);
+  Node TakeRoot();
+
+  ExpressionCompiler& compiler_;
+  const ExpressionScope& scope_;
+  Tokeniser& tokeniser_;
+  uint32_t depth_;
+  Node root_;
+  ExpressionBase* current_ = nullptr;
+};
+
+namespace tamber {
+
+/// Works out the static types of a finished tree, bottom up, with the facts that depend on them.
+/// Nodes that have a type already are taken as they are. False: `error` and `text` say why.
+bool ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text);
+
+/// A float literal, also behind a minus sign, that meets a double takes all the digits that were
+/// written.
+void AdaptLiteral(ExpressionBase& node, const TypeDesc& met);
+
+}  // namespace tamber

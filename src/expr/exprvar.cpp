@@ -1,0 +1,258 @@
+#include "expr/exprvar.h"
+
+#include <algorithm>
+
+#include "context/errcodes.h"
+#include "engine/codebuilder.h"
+#include "engine/tambops.h"
+
+using tamber::CodeBuilder;
+using tamber::Kind;
+using tamber::Op;
+using tamber::Operand;
+using tamber::TypeDesc;
+
+namespace {
+
+uint16_t ResultAt(CodeBuilder& b, uint32_t mark) {
+  b.Reset(mark);
+  return b.NewTemp();
+}
+
+bool IsOneByte(Kind kind) { return kind == Kind::Bool || kind == Kind::Char; }
+bool IsFourBytes(Kind kind) { return kind == Kind::Int || kind == Kind::Float; }
+
+/// The kind of an element or member as a value in a register: enciphered text is read as text.
+Operand Selected(CodeBuilder& b, uint16_t reg, const tamber::TypeRef& type) {
+  if (type->GetKind() == Kind::EString) {
+    const tamber::TypeRef& text = TypeDesc::Of(Kind::String);
+    uint16_t plain = b.NewTemp();
+    b.Emit(Op::LdVar, plain, reg, b.TypeIndex(text));
+    b.Own(plain, Kind::String);
+    return b.InReg(Kind::String, plain, text, true);
+  }
+  Operand value = b.InReg(type->GetKind(), reg, type, false);
+  value.unstable = tamber::IsManaged(value.kind);
+  return value;
+}
+
+}  // namespace
+
+ExpressionVariable::ExpressionVariable(tamber::VarUse variable)
+    : ExpressionBase(EXPRESSION_VARIABLE), variable_(std::move(variable)) {
+  SetType(variable_.type);
+}
+
+void ExpressionVariable::AddMember(Selector selector) {
+  SetType(selector.to);
+  selectors_.push_back(std::move(selector));
+}
+
+void ExpressionVariable::AddIndex(Selector selector, std::unique_ptr<ExpressionBase> index) {
+  SetType(selector.to);
+  selectors_.push_back(std::move(selector));
+  AddChild(std::move(index));
+}
+
+bool ExpressionVariable::IsDynamic(const CodeBuilder& b) const {
+  if (b.IsDynamic(variable_)) return true;
+  // The last step alone may lead to a value of unknown type.
+  return std::any_of(selectors_.begin(), selectors_.end(), [](const Selector& s) {
+    return s.from->GetKind() == Kind::Any;
+  });
+}
+
+size_t ExpressionVariable::IndexesBefore(size_t selector) const {
+  return static_cast<size_t>(
+      std::count_if(selectors_.begin(), selectors_.begin() + static_cast<std::ptrdiff_t>(selector),
+                    [](const Selector& s) { return s.isIndex; }));
+}
+
+std::vector<Operand> ExpressionVariable::LowerIndexes(CodeBuilder& b) const {
+  std::vector<Operand> indexes;
+  for (uint32_t i = 0; i < GetChildCount(); ++i) {
+    Operand index = GetChild(i)->Lower(b);
+    if (auto number = b.Convert(index, *TypeDesc::Of(Kind::Int))) index = *number;
+    // A register of a variable could be changed by an index that calls something.
+    indexes.push_back(b.ToReg(index));
+  }
+  return indexes;
+}
+
+Operand ExpressionVariable::ReadDynamic(CodeBuilder& b, Operand from, const Indexes& indexes,
+                                        size_t first) const {
+  size_t index = IndexesBefore(first);
+  for (size_t i = first; i < selectors_.size(); ++i) {
+    const Selector& step = selectors_[i];
+    b.Push(from);
+    if (step.isIndex)
+      b.Push(indexes[index++]);
+    else
+      b.Push(b.TextConstant(step.memberName.View()));
+    uint16_t reg = b.NewTemp();
+    auto code = step.isIndex ? TamberOperators::OP_ARRAYINDEX : TamberOperators::OP_STRUCTMEMBER;
+    b.Emit(Op::Exec, reg, static_cast<uint32_t>(TamberOperators::GetOperatorIndex(code)));
+    b.Own(reg, Kind::Any);
+    from = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
+  }
+  return from;
+}
+
+Operand ExpressionVariable::Read(CodeBuilder& b, const Indexes& indexes, size_t count) const {
+  if (b.IsDynamic(variable_)) return ReadDynamic(b, b.LoadVariable(variable_), indexes, 0);
+  uint32_t mark = b.Mark();
+  Operand value = b.Load(variable_);
+  size_t index = 0;
+  for (size_t i = 0; i < count; ++i) {
+    const Selector& step = selectors_[i];
+    if (value.kind == Kind::Any) return ReadDynamic(b, value, indexes, i);
+    Kind kind = step.to->GetKind();
+    uint16_t reg = ResultAt(b, mark);
+    if (!step.isIndex) {
+      b.Emit(Op::SGet, reg, value.reg, static_cast<uint32_t>(step.member));
+    } else if (kind == Kind::Any) {
+      b.Emit(Op::AGetA, reg, value.reg, indexes[index++].reg);
+      b.Own(reg, Kind::Any);
+      value = b.InReg(Kind::Any, reg, step.to, true);
+      continue;
+    } else {
+      Op op = IsOneByte(kind) ? Op::AGet8 : IsFourBytes(kind) ? Op::AGet32 : Op::AGet64;
+      b.Emit(op, reg, value.reg, indexes[index++].reg);
+    }
+    value = Selected(b, reg, step.to);
+  }
+  return value;
+}
+
+Operand ExpressionVariable::Lower(CodeBuilder& b) const {
+  if (IsSimple()) return b.Load(variable_);
+  uint32_t mark = b.Mark();
+  Indexes indexes = LowerIndexes(b);
+  Operand value = Read(b, indexes, selectors_.size());
+  if (value.IsScalar() && value.reg > mark) {
+    // Moved down over the indexes, which are not needed any more.
+    if (b.RetargetLast(value.reg, static_cast<uint16_t>(mark))) {
+      value.reg = static_cast<uint16_t>(mark);
+      b.Reset(mark + 1);
+    }
+  }
+  return value;
+}
+
+uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes,
+                                          size_t count) const {
+  uint16_t reg = b.LoadAddress(variable_);
+  size_t index = 0;
+  for (size_t i = 0; i < count; ++i) {
+    const Selector& step = selectors_[i];
+    if (step.isIndex)
+      b.Emit(Op::LeaE, reg, reg, indexes[index++].reg);
+    else
+      b.Emit(Op::LeaM, reg, reg, static_cast<uint32_t>(step.member));
+  }
+  return reg;
+}
+
+Operand ExpressionVariable::LowerReference(CodeBuilder& b) const {
+  if (IsSimple()) return b.LoadVariable(variable_);
+  return LowerReference(b, LowerIndexes(b));
+}
+
+Operand ExpressionVariable::LowerReference(CodeBuilder& b, const Indexes& indexes) const {
+  if (b.IsDynamic(variable_)) return ReadDynamic(b, b.LoadVariable(variable_), indexes, 0);
+  // Up to the first step whose result has no static type, then variable by variable.
+  size_t known = 0;
+  while (known < selectors_.size() && selectors_[known].from->GetKind() != Kind::Any) ++known;
+  uint16_t address = LowerAddress(b, indexes, known - 1);
+  const Selector& last = selectors_[known - 1];
+  uint16_t reg = b.NewTemp();
+  if (last.isIndex)
+    b.Emit(Op::BoxE, reg, address, indexes[IndexesBefore(known - 1)].reg);
+  else
+    b.Emit(Op::BoxM, reg, address, static_cast<uint32_t>(last.member));
+  b.Own(reg, Kind::Any);
+  Operand variable = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
+  return ReadDynamic(b, variable, indexes, known);
+}
+
+void ExpressionVariable::LowerCheck(CodeBuilder& b, const Indexes& indexes) const {
+  if (IsDynamic(b)) return;
+  uint32_t mark = b.Mark();
+  size_t last = selectors_.size() - 1;
+  Operand container = Read(b, indexes, last);
+  if (selectors_[last].isIndex)
+    b.Emit(Op::ChkE, container.reg, indexes[IndexesBefore(last)].reg);
+  b.Free(container);
+  b.Reset(mark);
+}
+
+void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
+                                    const Operand& value) const {
+  const Selector& last = selectors_.back();
+  Kind kind = last.to->GetKind();
+  if (IsDynamic(b) || kind == Kind::Any || kind == Kind::EString) {
+    Operand kept = b.ToReg(value);
+    b.AssignVariable(LowerReference(b, indexes), kept);
+    return;
+  }
+  std::optional<Operand> converted = b.Convert(value, *last.to);
+  if (!converted) {
+    b.Free(value);
+    b.EmitFail(ERR_ASSIGNMISMATCH, variable_.name.View());
+    return;
+  }
+  Operand source = b.ToReg(*converted);
+  size_t steps = selectors_.size() - 1;
+  bool inRegister = steps == 0 && last.isIndex && b.IsRegister(variable_) && source.IsScalar();
+  uint16_t target = inRegister ? static_cast<uint16_t>(variable_.slot)
+                               : LowerAddress(b, indexes, steps);
+  if (!last.isIndex) {
+    Op op = source.IsScalar() ? Op::SSetP : source.owned ? Op::SSetPT : Op::SSetPO;
+    b.Emit(op, target, static_cast<uint32_t>(last.member), source.reg);
+  } else {
+    uint32_t index = indexes[IndexesBefore(steps)].reg;
+    Op op;
+    if (!source.IsScalar())
+      op = source.owned ? Op::ASetPT : Op::ASetPO;
+    else if (IsOneByte(kind))
+      op = inRegister ? Op::ASet8 : Op::ASetP8;
+    else if (IsFourBytes(kind))
+      op = inRegister ? Op::ASet32 : Op::ASetP32;
+    else
+      op = inRegister ? Op::ASet64 : Op::ASetP64;
+    b.Emit(op, target, index, source.reg);
+  }
+  if (source.owned) b.Disown(source.reg);
+}
+
+uint16_t ExpressionVariable::LowerArrayAddress(CodeBuilder& b) const {
+  if (IsSimple()) return b.LoadAddress(variable_);
+  Indexes indexes = LowerIndexes(b);
+  return LowerAddress(b, indexes, selectors_.size());
+}
+
+void ExpressionVariable::Dump(KelString& out) const {
+  out += variable_.name.View();
+  uint32_t index = 0;
+  for (const Selector& step : selectors_) {
+    if (step.isIndex) {
+      out += '[';
+      GetChild(index++)->Dump(out);
+      out += ']';
+    } else {
+      out += '.';
+      out += step.memberName.View();
+    }
+  }
+}
+
+namespace tamber {
+
+bool IsPlainRead(const CodeBuilder& b, const ExpressionBase& expression) {
+  if (expression.GetKind() != EXPRESSION_VARIABLE) return false;
+  const auto& variable = static_cast<const ExpressionVariable&>(expression);
+  return variable.IsSimple() && b.IsRegister(variable.Variable()) &&
+         IsNumeric(expression.Type()->GetKind());
+}
+
+}  // namespace tamber

@@ -1,0 +1,204 @@
+#include "kel/dirs.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "kel/fileio.h"
+#include "kel/filestat.h"
+#include "kel/pathparser.h"
+#include "kel/treewalk.h"
+
+namespace kel {
+namespace {
+
+FileStatus Done(int result) {
+  return result == 0 ? FileStatus::Ok : StatusOfErrno(errno, FileStatus::Failed);
+}
+
+class TreeDeleter : public TreeVisitor {
+ public:
+  FileStatus Entry(int dir, const char* name, const struct stat&) override {
+    return Remove(dir, name, 0);
+  }
+  FileStatus Enter(int, const char*, const struct stat&, bool&) override { return FileStatus::Ok; }
+  FileStatus Leave(int dir, const char* name, const struct stat&) override {
+    return Remove(dir, name, AT_REMOVEDIR);
+  }
+
+ private:
+  static FileStatus Remove(int dir, const char* name, int flags) {
+    const int result = ::unlinkat(dir, name, flags);
+    return result != 0 && errno == ENOENT ? FileStatus::Ok : Done(result);
+  }
+};
+
+class TreeMeter : public TreeVisitor {
+ public:
+  FileStatus Entry(int, const char*, const struct stat& info) override {
+    if (S_ISREG(info.st_mode)) bytes_ += static_cast<uint64_t>(info.st_size);
+    return FileStatus::Ok;
+  }
+  FileStatus Enter(int, const char*, const struct stat& info, bool& skip) override {
+    skip = !seen_.insert({info.st_dev, info.st_ino}).second;
+    return FileStatus::Ok;
+  }
+  FileStatus Leave(int, const char*, const struct stat&) override { return FileStatus::Ok; }
+
+  uint64_t Bytes() const { return bytes_; }
+
+ private:
+  uint64_t bytes_ = 0;
+  std::set<std::pair<dev_t, ino_t>> seen_;
+};
+
+/// Cuts separators off the end and gives what the path ends with.
+std::string_view LastName(std::string_view path) {
+  while (!path.empty() && path.back() == '/') path.remove_suffix(1);
+  return path.substr(path.rfind('/') + 1);
+}
+
+bool IsUndeletable(const Place& place) {
+  const std::string path = SystemPath(place.Path());
+  const std::string_view last = LastName(path);
+  return last.empty() || last == "." || last == "..";
+}
+
+FileStatus MakeDirectory(const FilePolicy& policy, const std::string& path) {
+  const Place place = policy.Find(path, Access::Write);
+  if (place.IsRefused()) return FileStatus::Failed;
+  const FileStatus status = CreateDirectory(place);
+  if (status != FileStatus::Exists) return status;
+  return GetFileStat(place).kind == FileKind::Directory ? FileStatus::Ok : FileStatus::Exists;
+}
+
+}  // namespace
+
+bool Exists(const Place& place) {
+  struct stat info;
+  return place.IsFound() && ::fstatat(place.Dir(), place.Name(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+FileStatus CreateDirectory(const Place& place) {
+  if (!place.IsFound()) return FileStatus::Missing;
+  return Done(::mkdirat(place.Dir(), place.Name(), 0777));
+}
+
+FileStatus CreatePath(const FilePolicy& policy, std::string_view path) {
+  // Up to the first level that exists or can be made, then down again.
+  std::vector<std::string> missing;
+  std::string level = SystemPath(path);
+  FileStatus status = MakeDirectory(policy, level);
+  while (status == FileStatus::Missing) {
+    const std::string_view last = LastName(level);
+    const auto start = static_cast<size_t>(last.data() - level.data());
+    if (last.empty() || start == 0 || level.size() > PATH_MAX) return FileStatus::Failed;
+    missing.push_back(level);
+    level = level.substr(0, start);
+    status = MakeDirectory(policy, level);
+  }
+  while (status == FileStatus::Ok && !missing.empty()) {
+    status = MakeDirectory(policy, missing.back());
+    missing.pop_back();
+  }
+  return status;
+}
+
+FileStatus DeleteDirectory(const Place& place, bool force) {
+  if (!place.IsFound()) return FileStatus::Missing;
+  if (IsUndeletable(place)) return FileStatus::Failed;
+  if (!force) return Done(::unlinkat(place.Dir(), place.Name(), AT_REMOVEDIR));
+  TreeDeleter deleter;
+  return WalkTree(place.Dir(), place.Name(), deleter);
+}
+
+FileStatus RemoveTree(int dir, const char* name) {
+  if (::unlinkat(dir, name, 0) == 0 || errno == ENOENT) return FileStatus::Ok;
+  TreeDeleter deleter;
+  return WalkTree(dir, name, deleter);
+}
+
+FileStatus TreeSize(const Place& place, uint64_t& bytes) {
+  bytes = 0;
+  if (!place.IsFound()) return FileStatus::Missing;
+  // The directory that is asked for may be reached through a link; those below it are not.
+  const int follow = place.IsConfined() ? O_NOFOLLOW : 0;
+  const Descriptor top(
+      ::openat(place.Dir(), place.Name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | follow));
+  if (!top.IsOpen()) return StatusOfErrno(errno, FileStatus::Unreadable);
+  TreeMeter meter;
+  const FileStatus status = WalkTree(top.Get(), ".", meter);
+  bytes = meter.Bytes();
+  return status;
+}
+
+FileStatus ListFileNames(const Place& place, std::vector<std::string>& names) {
+  names.clear();
+  if (!place.IsFound()) return FileStatus::Missing;
+  const int follow = place.IsConfined() ? O_NOFOLLOW : 0;
+  const int top = ::openat(place.Dir(), place.Name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | follow);
+  if (top < 0) return StatusOfErrno(errno, FileStatus::Unreadable);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(top), &::closedir);
+  if (stream == nullptr) {
+    Descriptor unused(top);
+    return FileStatus::Unreadable;
+  }
+  while (const dirent* entry = ::readdir(stream.get())) {
+    struct stat info;
+    const bool known = entry->d_type != DT_UNKNOWN && entry->d_type != DT_LNK;
+    if (known ? entry->d_type == DT_DIR
+              : ::fstatat(top, entry->d_name, &info, 0) == 0 && S_ISDIR(info.st_mode)) {
+      continue;
+    }
+    names.emplace_back(entry->d_name);
+  }
+  std::sort(names.begin(), names.end());
+  return FileStatus::Ok;
+}
+
+FileStatus Move(const Place& from, const Place& to) {
+  if (!from.IsFound() || !to.IsFound()) return FileStatus::Missing;
+  struct stat info;
+  if (::fstatat(from.Dir(), from.Name(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    return StatusOfErrno(errno, FileStatus::Failed);
+  }
+  if (::renameat2(from.Dir(), from.Name(), to.Dir(), to.Name(), RENAME_NOREPLACE) == 0) {
+    return FileStatus::Ok;
+  }
+  if (errno == EINVAL || errno == ENOSYS) {
+    // Into itself, or a file system that cannot refuse to replace: then look first.
+    if (::fstatat(to.Dir(), to.Name(), &info, AT_SYMLINK_NOFOLLOW) == 0) return FileStatus::Exists;
+    return Done(::renameat(from.Dir(), from.Name(), to.Dir(), to.Name()));
+  }
+  if (errno == EACCES || errno == EPERM || errno == EROFS) return FileStatus::Unwritable;
+  if (errno != EXDEV) return Done(-1);
+  const FileStatus status = CopyTree(from, to);
+  if (status != FileStatus::Ok) return status;
+  return S_ISDIR(info.st_mode) ? DeleteDirectory(from, true) : DeleteFile(from, true);
+}
+
+std::string CurrentDirectory() {
+  std::array<char, PATH_MAX> buffer;
+  return ::getcwd(buffer.data(), buffer.size()) != nullptr ? std::string(buffer.data())
+                                                           : std::string();
+}
+
+FileStatus SetCurrentDirectory(const Place& place) {
+  if (!place.IsFound()) return FileStatus::Missing;
+  const int follow = place.IsConfined() ? O_NOFOLLOW : 0;
+  const Descriptor dir(
+      ::openat(place.Dir(), place.Name(), O_PATH | O_DIRECTORY | O_CLOEXEC | follow));
+  if (!dir.IsOpen()) return StatusOfErrno(errno, FileStatus::Failed);
+  return Done(::fchdir(dir.Get()));
+}
+
+}  // namespace kel

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kel/descriptor.h"
+#include "kel/export.h"
+
+namespace kel {
+
+/// What may be done with files; each level includes the one before it.
+enum class Access { None, Read, Write };
+
+/// Whether the name that ends a path is looked through when it is a symbolic link.
+enum class Links { Follow, Keep };
+
+/// Where a path leads, after the host's policy has let it through: a directory and a name in it.
+///
+/// File functions take places, not paths, so that none of them can forget to ask. Where the policy
+/// confines scripts to directories, the directory is open already and was reached without a single
+/// symbolic link: what another process changes in between cannot lead out.
+class Place {
+ public:
+  enum class State { Found, Missing, Refused };
+
+  /// A path that no policy stands before.
+  explicit Place(std::string_view path);
+
+  bool IsFound() const { return state_ == State::Found; }
+  bool IsRefused() const { return state_ == State::Refused; }
+  /// For the system's calls that take a directory and a name.
+  int Dir() const { return dir_.IsOpen() ? dir_.Get() : kCurrentDirectory; }
+  const char* Name() const { return name_.c_str(); }
+  /// True when a link under this name must not be followed by whoever opens it.
+  bool IsConfined() const { return dir_.IsOpen(); }
+  /// The path as the script gave it.
+  const std::string& Path() const { return path_; }
+
+ private:
+  friend class FilePolicy;
+  static constexpr int kCurrentDirectory = -100;  // AT_FDCWD
+  Place() = default;
+
+  State state_ = State::Missing;
+  Descriptor dir_;
+  std::string name_;
+  std::string path_;
+};
+
+/// What a host allows its scripts to do with files and with the network. The default allows all.
+///
+/// A directory's own level counts below it, whatever is allowed elsewhere; of nested directories
+/// the innermost counts.
+class TAMBER_API FilePolicy {
+ public:
+  FilePolicy();
+  FilePolicy(const FilePolicy& other);
+  FilePolicy& operator=(const FilePolicy& other);
+  ~FilePolicy();
+
+  /// What is allowed outside the directories that are named below.
+  void SetAccess(Access access) { elsewhere_ = access; }
+  /// Allows this much in a directory and below it; false when there is no such directory. It is
+  /// the directory itself that is remembered, not its name.
+  bool AddDirectory(std::string_view path, Access access);
+  void SetNetwork(bool allowed) { network_ = allowed; }
+
+  bool AllowsNetwork() const { return network_; }
+  bool Allows(std::string_view path, Access wanted) const;
+  /// Finds out where a path leads and whether the wanted access is allowed there.
+  Place Find(std::string_view path, Access wanted, Links links = Links::Follow) const;
+
+ private:
+  struct Root;
+  const Root* RootOf(std::string_view canonical) const;
+  bool Permits(std::string_view canonical, Access wanted) const;
+
+  Access elsewhere_ = Access::Write;
+  bool network_ = true;
+  std::vector<std::shared_ptr<const Root>> roots_;
+};
+
+}  // namespace kel

@@ -1,0 +1,107 @@
+#include "kel/filestat.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+
+#include "kel/fileio.h"
+#include "kel/kelformat.h"
+
+namespace kel {
+namespace {
+
+constexpr uint32_t kAnyWrite = 0222;
+
+int FollowFlag(const Place& place) { return place.IsConfined() ? AT_SYMLINK_NOFOLLOW : 0; }
+
+FileKind KindOfMode(uint32_t mode) {
+  if (S_ISREG(mode)) return FileKind::Regular;
+  return S_ISDIR(mode) ? FileKind::Directory : FileKind::Other;
+}
+
+}  // namespace
+
+FileStat GetFileStat(const Place& place) {
+  FileStat result;
+  struct statx info;
+  if (!place.IsFound() || ::statx(place.Dir(), place.Name(), FollowFlag(place),
+                                  STATX_BASIC_STATS | STATX_BTIME, &info) != 0) {
+    return result;
+  }
+  result.kind = KindOfMode(info.stx_mode);
+  result.size = info.stx_size;
+  result.mode = info.stx_mode & 07777;
+  result.modified = info.stx_mtime.tv_sec;
+  result.created =
+      (info.stx_mask & STATX_BTIME) != 0 ? info.stx_btime.tv_sec : info.stx_mtime.tv_sec;
+  return result;
+}
+
+bool IsWritable(const Place& place) {
+  const FileStat info = GetFileStat(place);
+  return info.kind != FileKind::Missing && (info.mode & kAnyWrite) != 0 &&
+         ::faccessat(place.Dir(), place.Name(), W_OK, AT_EACCESS) == 0;
+}
+
+FileStatus SetFileMode(const Place& place, uint32_t mode) {
+  if (!place.IsFound()) return FileStatus::Missing;
+  // The name is opened without reading, so that a confined one is not swapped for a link between
+  // the look at it and the change.
+  const Descriptor file(::openat(place.Dir(), place.Name(),
+                                 O_PATH | O_CLOEXEC | (place.IsConfined() ? O_NOFOLLOW : 0)));
+  if (!file.IsOpen()) return StatusOfErrno(errno, FileStatus::Failed);
+  struct stat info;
+  if (::fstat(file.Get(), &info) != 0 || S_ISLNK(info.st_mode)) return FileStatus::NotValid;
+  const std::string name = Format("/proc/self/fd/%d", file.Get());
+  return ::chmod(name.c_str(), mode & 07777) == 0 ? FileStatus::Ok
+                                                  : StatusOfErrno(errno, FileStatus::Failed);
+}
+
+LocalTime ToLocalTime(int64_t seconds) {
+  const time_t time = seconds;
+  tm parts{};
+  if (::localtime_r(&time, &parts) == nullptr) return {};
+  return {parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
+          parts.tm_hour,        parts.tm_min,     parts.tm_sec};
+}
+
+FileStatus CreateFile(const Place& place) {
+  if (!place.IsFound()) return FileStatus::Missing;
+  const Descriptor file(
+      ::openat(place.Dir(), place.Name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  return file.IsOpen() ? FileStatus::Ok : StatusOfErrno(errno, FileStatus::Unwritable);
+}
+
+FileStatus DeleteFile(const Place& place, bool force) {
+  if (!place.IsFound()) return FileStatus::Missing;
+  struct stat info;
+  if (::fstatat(place.Dir(), place.Name(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    return StatusOfErrno(errno, FileStatus::Failed);
+  }
+  if (S_ISDIR(info.st_mode)) return FileStatus::NotValid;
+  if (!force && !S_ISLNK(info.st_mode) && (info.st_mode & kAnyWrite) == 0) {
+    return FileStatus::Unwritable;
+  }
+  return ::unlinkat(place.Dir(), place.Name(), 0) == 0 ? FileStatus::Ok
+                                                       : StatusOfErrno(errno, FileStatus::Failed);
+}
+
+FileStatus AppendToFile(const Place& place, std::string_view bytes) {
+  if (!place.IsFound()) return FileStatus::Missing;
+  const int follow = place.IsConfined() ? O_NOFOLLOW : 0;
+  const Descriptor file(
+      ::openat(place.Dir(), place.Name(),
+               O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | follow, 0666));
+  if (!file.IsOpen()) return StatusOfErrno(errno, FileStatus::Unwritable);
+  struct stat info;
+  if (::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return FileStatus::NotValid;
+  if (WriteFull(file.Get(), bytes)) return FileStatus::Ok;
+  // What did fit would be half a line to whoever reads the file next.
+  if (::ftruncate(file.Get(), info.st_size) != 0) return FileStatus::Failed;
+  return FileStatus::Unwritable;
+}
+
+}  // namespace kel

@@ -1,0 +1,98 @@
+#include "kel/linefile.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "kel/fileio.h"
+
+namespace kel {
+namespace {
+
+/// Length of the line end that closes the text: 0, 1 or 2.
+size_t EndLength(std::string_view text) {
+  if (text.ends_with("\r\n")) return 2;
+  return text.ends_with('\n') ? 1 : 0;
+}
+
+}  // namespace
+
+FileStatus LineFile::Load(const Place& place, LineFile& out) {
+  std::string text;
+  const FileStatus status = ReadFile(place, text, kMaxBytes);
+  if (status == FileStatus::Ok) out = LineFile(std::move(text));
+  return status;
+}
+
+LineFile::LineFile(std::string text) : text_(std::move(text)) {
+  lines_.reserve(static_cast<size_t>(std::count(text_.begin(), text_.end(), '\n')) + 1);
+  for (size_t at = 0; at < text_.size();) {
+    const size_t end = text_.find('\n', at);
+    const size_t next = end == std::string::npos ? text_.size() : end + 1;
+    lines_.push_back({at, next - at});
+    at = next;
+  }
+  const bool windows = !lines_.empty() && EndLength(ViewOf(lines_.front())) == 2;
+  end_ = windows ? "\r\n" : "\n";
+}
+
+bool LineFile::Get(int32_t line, std::string_view& text) const {
+  if (line < 1 || static_cast<uint32_t>(line) > Count()) return false;
+  text = ViewOf(lines_[static_cast<size_t>(line) - 1]);
+  text.remove_suffix(EndLength(text));
+  return true;
+}
+
+/// Puts a text behind the buffer and gives its lines, the last one without an end if the text has
+/// none.
+std::vector<LineFile::Span> LineFile::Append(std::string_view text) {
+  std::vector<Span> added;
+  const size_t first = text_.size();
+  text_ += text;
+  for (size_t at = first; at < text_.size();) {
+    const size_t end = text_.find('\n', at);
+    const size_t next = end == std::string::npos ? text_.size() : end + 1;
+    added.push_back({at, next - at});
+    at = next;
+  }
+  return added;
+}
+
+bool LineFile::Insert(int32_t line, std::string_view text) {
+  if (line < 1 || static_cast<uint32_t>(line) > Count() + 1) return false;
+  if (static_cast<uint32_t>(line) == Count() + 1) return Add(text);
+  const auto added = Append(std::string(text) + end_);
+  lines_.insert(lines_.begin() + (line - 1), added.begin(), added.end());
+  changed_ = true;
+  return true;
+}
+
+bool LineFile::Add(std::string_view text) {
+  // A file whose last line has no end goes on having none: the end moves before the new line.
+  const bool open = !lines_.empty() && EndLength(ViewOf(lines_.back())) == 0;
+  if (open) {
+    const std::string last = std::string(ViewOf(lines_.back())) + end_;
+    lines_.back() = Append(last).front();
+  }
+  const auto added = Append(open ? std::string(text) : std::string(text) + end_);
+  lines_.insert(lines_.end(), added.begin(), added.end());
+  changed_ = true;
+  return true;
+}
+
+bool LineFile::Delete(int32_t line) {
+  if (line < 1 || static_cast<uint32_t>(line) > Count()) return false;
+  lines_.erase(lines_.begin() + (line - 1));
+  changed_ = true;
+  return true;
+}
+
+std::string LineFile::Text() const {
+  std::string text;
+  text.reserve(text_.size());
+  for (const Span& line : lines_) text += ViewOf(line);
+  return text;
+}
+
+FileStatus LineFile::Save(const Place& place) const { return ReplaceFile(place, Text()); }
+
+}  // namespace kel

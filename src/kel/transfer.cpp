@@ -1,0 +1,317 @@
+#include "kel/transfer.h"
+
+#include <curl/curl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <initializer_list>
+#include <memory>
+
+#include "kel/fileio.h"
+#include "kel/kelascii.h"
+#include "kel/url.h"
+
+namespace kel {
+namespace {
+
+enum class Task { Get, Put, Delete, Rename, Probe };
+
+/// What the task's own failure is called.
+TransferStatus FailureOf(Task task) {
+  switch (task) {
+    case Task::Put:
+    case Task::Rename:
+      return TransferStatus::PutFile;
+    case Task::Delete:
+      return TransferStatus::DelFile;
+    default:
+      return TransferStatus::GetFile;
+  }
+}
+
+/// The library is set up once for the process and never torn down: other threads may use it.
+bool StartLibrary() {
+  static const bool started = ::curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  return started;
+}
+
+/// One connection to a server and what is asked of it.
+class Request {
+ public:
+  Request(const std::string& url, Task task, const TransferLimits& limits)
+      : url_(Url::Parse(url)), task_(task), curl_(StartLibrary() ? ::curl_easy_init() : nullptr) {
+    if (curl_ == nullptr || !url_) return;
+    scheme_ = url_->Get(Url::Part::Scheme);
+    Set(CURLOPT_URL, url.c_str());
+    SetLimits(limits);
+    SetTrust();
+    // A body that nobody asked for, such as the answer to a deletion, goes nowhere.
+    Set(CURLOPT_WRITEFUNCTION, &Request::Discard);
+  }
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+  ~Request() {
+    ::curl_slist_free_all(list_);
+    if (curl_ != nullptr) ::curl_easy_cleanup(curl_);
+  }
+
+  bool IsHttp() const { return scheme_.starts_with("http"); }
+  bool IsFtp() const { return scheme_.starts_with("ftp"); }
+  bool IsSftp() const { return scheme_ == "sftp"; }
+  const Url& Address() const { return *url_; }
+
+  template <class T>
+  void Set(CURLoption option, T value) {
+    ::curl_easy_setopt(curl_, option, value);
+  }
+  /// A header line for HTTP, a command for FTP and SFTP.
+  void AddLine(const std::string& line) { list_ = ::curl_slist_append(list_, line.c_str()); }
+  curl_slist* Lines() const { return list_; }
+
+  TransferStatus Run() {
+    if (!url_) return TransferStatus::BadFormat;
+    if (curl_ == nullptr) return FailureOf(task_);
+    const CURLcode code = ::curl_easy_perform(curl_);
+    long response = 0;
+    ::curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &response);
+    if (code != CURLE_OK) return StatusOf(code, response);
+    return IsHttp() ? StatusOfResponse(response) : TransferStatus::Ok;
+  }
+
+ private:
+  static size_t Discard(char*, size_t size, size_t count, void*) { return size * count; }
+
+  void SetLimits(const TransferLimits& limits) {
+    Set(CURLOPT_NOSIGNAL, 1L);
+    Set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(limits.connectSeconds));
+    Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(limits.stallSeconds));
+    Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+    Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(limits.stallSeconds));
+    Set(CURLOPT_PROTOCOLS_STR, scheme_.c_str());
+    // Only what is read may be looked for elsewhere, and never with less protection.
+    Set(CURLOPT_FOLLOWLOCATION, IsHttp() && (task_ == Task::Get || task_ == Task::Probe) ? 1L : 0L);
+    Set(CURLOPT_MAXREDIRS, 5L);
+    Set(CURLOPT_REDIR_PROTOCOLS_STR, scheme_ == "http" ? "http,https" : "https");
+    Set(CURLOPT_FTP_SKIP_PASV_IP, 1L);
+    Set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+  }
+
+  void SetTrust() {
+    Set(CURLOPT_SSL_VERIFYPEER, 1L);
+    Set(CURLOPT_SSL_VERIFYHOST, 2L);
+    // The variable by which the system's other programs find certificates of a site's own.
+    if (const char* authorities = ::getenv("SSL_CERT_FILE")) Set(CURLOPT_CAINFO, authorities);
+    const char* home = ::getenv("HOME");
+    const std::string hosts = std::string(home != nullptr ? home : "/root") + "/.ssh/known_hosts";
+    Set(CURLOPT_SSH_KNOWNHOSTS, hosts.c_str());
+  }
+
+  /// Refused credentials are a matter of the password when there was one.
+  TransferStatus Rejected() const {
+    return url_->Get(Url::Part::Password).empty() ? TransferStatus::Login
+                                                  : TransferStatus::Password;
+  }
+
+  TransferStatus StatusOfResponse(long response) const {
+    if (response >= 200 && response < 300) return TransferStatus::Ok;
+    switch (response) {
+      case 401:
+      case 407:
+        return Rejected();
+      case 404:
+      case 410:
+        return TransferStatus::BadPath;
+      case 409:
+        return task_ == Task::Get ? TransferStatus::GetFile : TransferStatus::BadPath;
+      case 412:
+        return TransferStatus::Exists;
+      default:
+        return FailureOf(task_);
+    }
+  }
+
+  TransferStatus StatusOf(CURLcode code, long response) const {
+    switch (code) {
+      case CURLE_COULDNT_RESOLVE_PROXY:
+      case CURLE_COULDNT_RESOLVE_HOST:
+      case CURLE_COULDNT_CONNECT:
+      case CURLE_OPERATION_TIMEDOUT:
+      case CURLE_FTP_ACCEPT_TIMEOUT:
+      case CURLE_WEIRD_SERVER_REPLY:
+      case CURLE_SSL_CONNECT_ERROR:
+      case CURLE_PEER_FAILED_VERIFICATION:
+      case CURLE_SSL_CACERT_BADFILE:
+      case CURLE_SSL_ISSUER_ERROR:
+      case CURLE_SSL_INVALIDCERTSTATUS:
+      case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+      case CURLE_USE_SSL_FAILED:
+        return TransferStatus::Connect;
+      case CURLE_LOGIN_DENIED:
+      case CURLE_FTP_WEIRD_PASS_REPLY:
+        return Rejected();
+      case CURLE_URL_MALFORMAT:
+        return TransferStatus::BadFormat;
+      case CURLE_UNSUPPORTED_PROTOCOL:
+        return TransferStatus::BadProtocol;
+      case CURLE_REMOTE_FILE_NOT_FOUND:
+        return TransferStatus::BadPath;
+      case CURLE_REMOTE_ACCESS_DENIED:
+        if (scheme_.starts_with("smb")) return TransferStatus::ShareName;
+        return task_ == Task::Get || task_ == Task::Probe || response == 550
+                   ? TransferStatus::BadPath
+                   : FailureOf(task_);
+      case CURLE_WRITE_ERROR:
+        return task_ == Task::Get ? TransferStatus::LocalWrite : FailureOf(task_);
+      case CURLE_READ_ERROR:
+      case CURLE_ABORTED_BY_CALLBACK:
+        return TransferStatus::LocalRead;
+      default:
+        return FailureOf(task_);
+    }
+  }
+
+  std::optional<Url> url_;
+  Task task_;
+  std::string scheme_;
+  CURL* curl_;
+  curl_slist* list_ = nullptr;
+};
+
+size_t WriteToFile(char* data, size_t size, size_t count, void* descriptor) {
+  const size_t bytes = size * count;
+  return WriteFull(*static_cast<int*>(descriptor), {data, bytes}) ? bytes : 0;
+}
+
+size_t ReadFromFile(char* data, size_t size, size_t count, void* descriptor) {
+  const int64_t read = ReadFull(*static_cast<int*>(descriptor), data, size * count);
+  return read < 0 ? size_t{CURL_READFUNC_ABORT} : static_cast<size_t>(read);
+}
+
+/// Servers that ask for the body again, with credentials this time, get it from the start.
+int SeekFile(void* descriptor, curl_off_t offset, int origin) {
+  return ::lseek(*static_cast<int*>(descriptor), offset, origin) < 0 ? CURL_SEEKFUNC_FAIL
+                                                                     : CURL_SEEKFUNC_OK;
+}
+
+/// Notes that there is something to read and ends the transfer.
+size_t StopAtFirstByte(char*, size_t, size_t, void* found) {
+  *static_cast<bool*>(found) = true;
+  return 0;
+}
+
+/// A path as an SFTP command takes it: in quotes.
+std::string Quoted(const std::string& path) {
+  std::string text = "\"";
+  for (const char c : path) {
+    if (c == '"' || c == '\\') text += '\\';
+    text += c;
+  }
+  return text + '"';
+}
+
+/// A URL's path as FTP takes it in a command: from the user's own directory, "//" from the top.
+std::string FtpPath(const Url& url) {
+  std::string path = url.Get(Url::Part::Path, true);
+  if (path.starts_with('/')) path.erase(0, 1);
+  return path;
+}
+
+TransferStatus RunCommands(const std::string& url, Task task, const TransferLimits& limits,
+                           std::initializer_list<std::string> commands) {
+  const auto address = Url::Parse(url);
+  if (!address) return TransferStatus::BadFormat;
+  Request request(address->ServerRoot(), task, limits);
+  for (const std::string& command : commands) request.AddLine(command);
+  request.Set(CURLOPT_QUOTE, request.Lines());
+  request.Set(CURLOPT_NOBODY, 1L);
+  return request.Run();
+}
+
+}  // namespace
+
+TransferStatus Download(const std::string& url, int descriptor, const TransferLimits& limits) {
+  Request request(url, Task::Get, limits);
+  request.Set(CURLOPT_WRITEFUNCTION, &WriteToFile);
+  request.Set(CURLOPT_WRITEDATA, &descriptor);
+  return request.Run();
+}
+
+TransferStatus Upload(int descriptor, uint64_t size, const std::string& url,
+                      const TransferLimits& limits) {
+  if (::lseek(descriptor, 0, SEEK_SET) != 0) return TransferStatus::LocalRead;
+  Request request(url, Task::Put, limits);
+  request.Set(CURLOPT_UPLOAD, 1L);
+  request.Set(CURLOPT_READFUNCTION, &ReadFromFile);
+  request.Set(CURLOPT_READDATA, &descriptor);
+  request.Set(CURLOPT_SEEKFUNCTION, &SeekFile);
+  request.Set(CURLOPT_SEEKDATA, &descriptor);
+  request.Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(size));
+  return request.Run();
+}
+
+TransferStatus DeleteRemote(const std::string& url, const TransferLimits& limits) {
+  Request request(url, Task::Delete, limits);
+  if (request.IsHttp()) {
+    request.Set(CURLOPT_CUSTOMREQUEST, "DELETE");
+    return request.Run();
+  }
+  const auto address = Url::Parse(url);
+  if (!address) return TransferStatus::BadFormat;
+  if (request.IsFtp()) return RunCommands(url, Task::Delete, limits, {"DELE " + FtpPath(*address)});
+  if (request.IsSftp()) {
+    return RunCommands(url, Task::Delete, limits,
+                       {"rm " + Quoted(address->Get(Url::Part::Path, true))});
+  }
+  return TransferStatus::DelFile;
+}
+
+TransferStatus ProbeRemote(const std::string& url, const TransferLimits& limits) {
+  Request request(url, Task::Probe, limits);
+  bool found = false;
+  request.Set(CURLOPT_FAILONERROR, 0L);
+  if (request.IsHttp()) {
+    request.Set(CURLOPT_NOBODY, 1L);
+    return request.Run();
+  }
+  request.Set(CURLOPT_WRITEFUNCTION, &StopAtFirstByte);
+  request.Set(CURLOPT_WRITEDATA, &found);
+  const TransferStatus status = request.Run();
+  return found ? TransferStatus::Ok : status;
+}
+
+bool IsSameServer(const std::string& url, const std::string& other) {
+  const auto first = Url::Parse(url);
+  const auto second = Url::Parse(other);
+  if (!first || !second) return false;
+  return EqualsNoCase(first->Get(Url::Part::Host), second->Get(Url::Part::Host)) &&
+         first->Get(Url::Part::Scheme) == second->Get(Url::Part::Scheme) &&
+         first->Get(Url::Part::Port) == second->Get(Url::Part::Port) &&
+         first->Get(Url::Part::User) == second->Get(Url::Part::User);
+}
+
+TransferStatus RenameRemote(const std::string& url, const std::string& newUrl,
+                            const TransferLimits& limits) {
+  const auto from = Url::Parse(url);
+  const auto to = Url::Parse(newUrl);
+  if (!from || !to) return TransferStatus::BadFormat;
+  Request request(url, Task::Rename, limits);
+  if (request.IsHttp()) {
+    request.AddLine("Destination: " + to->WithoutSecrets());
+    request.AddLine("Overwrite: F");
+    request.Set(CURLOPT_HTTPHEADER, request.Lines());
+    request.Set(CURLOPT_CUSTOMREQUEST, "MOVE");
+    return request.Run();
+  }
+  if (request.IsFtp()) {
+    return RunCommands(url, Task::Rename, limits,
+                       {"RNFR " + FtpPath(*from), "RNTO " + FtpPath(*to)});
+  }
+  if (request.IsSftp()) {
+    return RunCommands(url, Task::Rename, limits,
+                       {"rename " + Quoted(from->Get(Url::Part::Path, true)) + " " +
+                        Quoted(to->Get(Url::Part::Path, true))});
+  }
+  return TransferStatus::PutFile;
+}
+
+}  // namespace kel

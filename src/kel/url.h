@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kel {
+
+/// A URL taken apart by the transfer library, so that both see the same parts.
+class Url {
+ public:
+  enum class Part { Scheme, User, Password, Host, Port, Path, Query };
+
+  static std::optional<Url> Parse(std::string_view text);
+  Url(Url&& other) noexcept;
+  Url& operator=(Url&&) = delete;
+  ~Url();
+
+  /// A part with its "%" sequences decoded or not; "" when it is absent or holds control bytes.
+  std::string Get(Part part, bool decoded = false) const;
+  /// The URL without what is nobody else's business.
+  std::string WithoutSecrets() const;
+  /// The URL of the server alone, credentials included, with "/" as its path.
+  std::string ServerRoot() const;
+
+ private:
+  struct Handle;
+  explicit Url(std::unique_ptr<Handle> handle);
+  std::unique_ptr<Handle> handle_;
+};
+
+}  // namespace kel

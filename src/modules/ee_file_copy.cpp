@@ -1,0 +1,225 @@
+#include <optional>
+
+#include "kel/dirs.h"
+#include "kel/filecopy.h"
+#include "kel/fileio.h"
+#include "kel/tempfile.h"
+#include "kel/transfer.h"
+#include "modules/ee_file_bodies.h"
+
+namespace tamber::files {
+namespace {
+
+/// One side of a copy: a path of this machine or a URL.
+struct Endpoint {
+  std::string text;  // the path, or the URL with its credentials
+  bool isRemote = false;
+};
+
+void FailNet(Call& call, NetError error, std::string_view url) {
+  call.Fail(CodeOf(error), kel::UrlWithoutSecrets(url));
+}
+
+bool Transferred(Call& call, kel::TransferStatus status, const std::string& url) {
+  using Status = kel::TransferStatus;
+  const std::string shown = kel::UrlWithoutSecrets(url);
+  switch (status) {
+    case Status::Ok:
+      return true;
+    case Status::Connect:
+      call.Fail(CodeOf(NetError::Connect), shown);
+      break;
+    case Status::Login:
+      call.Fail(CodeOf(NetError::Login), shown);
+      break;
+    case Status::Password:
+      call.Fail(CodeOf(NetError::Password), shown);
+      break;
+    case Status::ShareName:
+      call.Fail(CodeOf(NetError::ShareName), shown);
+      break;
+    case Status::GetFile:
+      call.Fail(CodeOf(NetError::GetFile), shown);
+      break;
+    case Status::PutFile:
+      call.Fail(CodeOf(NetError::PutFile), shown);
+      break;
+    case Status::DelFile:
+      call.Fail(CodeOf(NetError::DelFile), shown);
+      break;
+    case Status::BadFormat:
+      call.Fail(CodeOf(NetError::BadFormat), shown);
+      break;
+    case Status::BadProtocol:
+      call.Fail(CodeOf(NetError::BadProtocol), shown);
+      break;
+    case Status::BadPath:
+      call.Fail(CodeOf(NetError::BadPath), shown);
+      break;
+    case Status::Exists:
+      call.Fail(ERR_FILECREATEFAIL, shown);
+      break;
+    case Status::LocalRead:
+      call.Fail(ERR_FILEREADFAIL, shown);
+      break;
+    case Status::LocalWrite:
+      call.Fail(ERR_FILEWRITEFAIL, shown);
+      break;
+  }
+  return false;
+}
+
+/// Finds out what a script means by a text; what it cannot mean, or may not, sets the error.
+std::optional<Endpoint> EndpointOf(Call& call, std::string_view text) {
+  std::string path;
+  switch (kel::ClassifyUrl(text, path)) {
+    case kel::UrlKind::Path:
+      return Endpoint{std::move(path), false};
+    case kel::UrlKind::Malformed:
+      FailNet(call, NetError::BadFormat, text);
+      return std::nullopt;
+    case kel::UrlKind::Unknown:
+      FailNet(call, NetError::BadProtocol, text);
+      return std::nullopt;
+    case kel::UrlKind::Remote:
+      break;
+  }
+  if (PolicyOf(call).AllowsNetwork()) return Endpoint{std::string(text), true};
+  FailRefused(call, "no network, " + kel::UrlWithoutSecrets(text));
+  return std::nullopt;
+}
+
+bool CopyHere(Call& call, const std::string& source, const std::string& target, bool force) {
+  const kel::Place from = PlaceOf(call, source, kel::Access::Read);
+  const kel::Place to = PlaceOf(call, target, kel::Access::Write);
+  if (HasFailed(call)) return false;
+  const kel::FileStatus status = kel::CopyFile(from, to, force);
+  const bool noSource = kel::GetFileStat(from).kind == kel::FileKind::Missing;
+  // With a source, it is the directory of the target that is missing.
+  if (status == kel::FileStatus::Missing && !noSource) {
+    return SucceededOr(call, status, ERR_FILECREATEFAIL, target);
+  }
+  const bool aboutSource = status == kel::FileStatus::Missing ||
+                           status == kel::FileStatus::NotValid ||
+                           status == kel::FileStatus::Unreadable;
+  return Succeeded(call, status, aboutSource ? source : target);
+}
+
+bool Fetch(Call& call, const std::string& url, const std::string& target, bool force) {
+  const kel::Place to = PlaceOf(call, target, kel::Access::Write);
+  if (HasFailed(call)) return false;
+  kel::ReplacedFile file;
+  const auto mode = force ? kel::ReplacedFile::Mode::Force : kel::ReplacedFile::Mode::CreateNew;
+  const kel::FileStatus status = file.Open(to, mode);
+  const bool noDirectory = status == kel::FileStatus::Missing;
+  if (!(noDirectory ? SucceededOr(call, status, ERR_FILECREATEFAIL, target)
+                    : Succeeded(call, status, target))) {
+    return false;
+  }
+  return Transferred(call, kel::Download(url, file.Get()), url) &&
+         Succeeded(call, file.Commit(), target);
+}
+
+/// Whether nothing stands in the way of a file at the URL.
+bool IsFree(Call& call, const std::string& url) {
+  const kel::TransferStatus status = kel::ProbeRemote(url);
+  if (status == kel::TransferStatus::BadPath || status == kel::TransferStatus::GetFile) return true;
+  return Transferred(call, status == kel::TransferStatus::Ok ? kel::TransferStatus::Exists : status,
+                     url);
+}
+
+bool Send(Call& call, const std::string& source, const std::string& url, bool force) {
+  const kel::Place from = PlaceOf(call, source, kel::Access::Read);
+  kel::Descriptor file;
+  uint64_t size = 0;
+  if (!Succeeded(call, kel::OpenRegular(from, file, size), source)) return false;
+  return (force || IsFree(call, url)) && Transferred(call, kel::Upload(file.Get(), size, url), url);
+}
+
+bool Relay(Call& call, const std::string& source, const std::string& target, bool force) {
+  kel::Descriptor file = kel::OpenNamelessFile();
+  if (!file.IsOpen()) {
+    call.Fail(ERR_FILECREATEFAIL, kel::TemporaryDirectory());
+    return false;
+  }
+  if (!force && !IsFree(call, target)) return false;
+  if (!Transferred(call, kel::Download(source, file.Get()), source)) return false;
+  const uint64_t size = kel::FileLength(file.Get());
+  return Transferred(call, kel::Upload(file.Get(), size, target), target);
+}
+
+bool CopyBetween(Call& call, const Endpoint& from, const Endpoint& to, bool force) {
+  if (from.isRemote && to.isRemote) return Relay(call, from.text, to.text, force);
+  if (from.isRemote) return Fetch(call, from.text, to.text, force);
+  if (to.isRemote) return Send(call, from.text, to.text, force);
+  return CopyHere(call, from.text, to.text, force);
+}
+
+bool DeleteAt(Call& call, const Endpoint& file, bool force) {
+  if (file.isRemote) return Transferred(call, kel::DeleteRemote(file.text), file.text);
+  const kel::Place place = PlaceOf(call, file.text, kel::Access::Write, kel::Links::Keep);
+  const kel::FileStatus status = kel::DeleteFile(place, force);
+  const bool isProtected = status == kel::FileStatus::Unwritable;
+  return isProtected ? SucceededOr(call, status, ERR_FUNCFAILED, file.text)
+                     : Succeeded(call, status, file.text);
+}
+
+}  // namespace
+
+bool CopyForced(Call& call, std::string_view source, std::string_view target, bool force) {
+  const auto from = EndpointOf(call, source);
+  if (!from) return false;
+  const auto to = EndpointOf(call, target);
+  return to && CopyBetween(call, *from, *to, force);
+}
+
+bool Copy(Call& call, std::string_view source, std::string_view target) {
+  return CopyForced(call, source, target, false);
+}
+
+bool Move(Call& call, std::string_view source, std::string_view target) {
+  const auto from = EndpointOf(call, source);
+  if (!from) return false;
+  const auto to = EndpointOf(call, target);
+  if (!to) return false;
+  if (!from->isRemote && !to->isRemote) return MovePath(call, from->text, to->text);
+  if (from->isRemote && to->isRemote && kel::IsSameServer(from->text, to->text)) {
+    return IsFree(call, to->text) &&
+           Transferred(call, kel::RenameRemote(from->text, to->text), from->text);
+  }
+  // A source that cannot be deleted afterwards is not copied for nothing.
+  if (!from->isRemote) PlaceOf(call, from->text, kel::Access::Write, kel::Links::Keep);
+  return !HasFailed(call) && CopyBetween(call, *from, *to, false) && DeleteAt(call, *from, true);
+}
+
+bool DeleteForced(Call& call, std::string_view url, bool force) {
+  const auto file = EndpointOf(call, url);
+  return file && DeleteAt(call, *file, force);
+}
+
+bool Delete(Call& call, std::string_view url) { return DeleteForced(call, url, false); }
+
+bool Create(Call& call, std::string_view path) {
+  const kel::Place place = PlaceOf(call, path, kel::Access::Write);
+  if (HasFailed(call)) return false;
+  const kel::FileStatus status = kel::CreateFile(place);
+  // One that is there already is what was wanted, unless it is no file.
+  if (status == kel::FileStatus::Exists && kel::GetFileStat(place).IsFile()) return true;
+  return SucceededOr(call, status, ERR_FILECREATEFAIL, path);
+}
+
+std::string CreateTemp(Call& call, std::string_view prefix) {
+  if (prefix.find_first_of(std::string_view("/\\\0", 3)) != std::string_view::npos) {
+    call.Fail(ERR_INVALIDPARAM, prefix);
+    return {};
+  }
+  const std::string dir = kel::TemporaryDirectory();
+  if (!PolicyOf(call).Allows(dir, kel::Access::Write)) FailRefused(call, dir);
+  std::string path;
+  if (HasFailed(call)) return path;
+  const kel::FileStatus status =
+      kel::CreateTemporary(PolicyOf(call), dir, std::string(prefix), path);
+  return SucceededOr(call, status, ERR_FILECREATEFAIL, dir) ? path : std::string();
+}
+
+}  // namespace tamber::files

@@ -1,0 +1,59 @@
+#include "kel/bytesource.h"
+#include "kel/fileio.h"
+#include "kel/importlist.h"
+#include "kel/pefile.h"
+#include "kel/versioninfo.h"
+#include "modules/ee_file_bodies.h"
+
+namespace tamber::files {
+namespace {
+
+/// The version resource of a file, without blocks when it has none; a file that cannot be read sets
+/// the error.
+kel::VersionInfo VersionOf(Call& call, std::string_view path) {
+  kel::Descriptor file;
+  uint64_t size = 0;
+  const kel::Place place = PlaceOf(call, path, kel::Access::Read);
+  if (!Succeeded(call, kel::OpenRegular(place, file, size), path)) return kel::VersionInfo("");
+  const kel::FileSource source(file.Get(), size);
+  kel::PeFile executable;
+  return kel::VersionInfo(executable.Open(source) ? executable.VersionResource() : "");
+}
+
+}  // namespace
+
+ArrayResult Modules(Call& call, std::string_view path, bool resolve, bool recurse) {
+  std::vector<std::string> names;
+  // Asked first, so that a path that the host forbids is told from one that leads nowhere.
+  PlaceOf(call, path, kel::Access::Read);
+  Succeeded(call, kel::ListImports(PolicyOf(call), path, {resolve, recurse}, names), path);
+  return TextArray(names);
+}
+
+bool HasVersionInfo(Call& call, std::string_view path) {
+  return VersionOf(call, path).HasFixedInfo();
+}
+
+std::string VersionValue(Call& call, std::string_view path, std::string_view language,
+                         std::string_view name) {
+  const kel::VersionInfo version = VersionOf(call, path);
+  const std::string prefix = language.empty() ? version.StringPrefix()
+                                              : "\\StringFileInfo\\" + std::string(language) + "\\";
+  std::string text;
+  version.QueryText(prefix + std::string(name), text);
+  return text;
+}
+
+ArrayResult VersionLanguages(Call& call, std::string_view path) {
+  return TextArray(VersionOf(call, path).Languages());
+}
+
+int32_t VersionHigh(Call& call, std::string_view path) {
+  return kel::VersionPair(VersionOf(call, path).VersionString(), 0);
+}
+
+int32_t VersionLow(Call& call, std::string_view path) {
+  return kel::VersionPair(VersionOf(call, path).VersionString(), 2);
+}
+
+}  // namespace tamber::files

@@ -1,0 +1,175 @@
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "kel/environment.h"
+#include "kel/kelascii.h"
+#include "kel/utf8.h"
+#include "modules/ee_str_bodies.h"
+
+namespace tamber::strings {
+namespace {
+
+using ByteSet = std::array<bool, 256>;
+
+constexpr ByteSet MakeSet(std::string_view others) {
+  ByteSet set{};
+  for (unsigned c = 0; c < 128; ++c) set[c] = kel::IsAlnum(static_cast<char>(c));
+  for (const char c : others) set[static_cast<unsigned char>(c)] = true;
+  return set;
+}
+
+constexpr ByteSet MakePrintable() {
+  ByteSet set{};
+  for (unsigned c = 32; c < 127; ++c) set[c] = c != '\\';
+  return set;
+}
+
+constexpr ByteSet kHtmlKept = MakeSet("&#+-_");
+constexpr ByteSet kUrlKept = MakeSet("%");
+constexpr ByteSet kAsciiKept = MakePrintable();
+
+/// Every byte that is not kept becomes the prefix and two hexadecimal digits.
+Text EscapeBytes(std::string_view value, const ByteSet& kept, std::string_view prefix) {
+  uint64_t escaped = 0;
+  for (const char c : value) escaped += kept[static_cast<unsigned char>(c)] ? 0 : 1;
+  return MakeText(value.size() + escaped * (prefix.size() + 1), [&](char* out) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    for (const char c : value) {
+      const unsigned char byte = static_cast<unsigned char>(c);
+      if (kept[byte]) {
+        *out++ = c;
+        continue;
+      }
+      out = std::copy(prefix.begin(), prefix.end(), out);
+      *out++ = kDigits[byte >> 4];
+      *out++ = kDigits[byte & 15];
+    }
+  });
+}
+
+void AppendEntity(TextBuilder& out, char byte) {
+  std::array<char, 8> entity = {'&', '#'};
+  char* end = std::to_chars(entity.data() + 2, entity.data() + entity.size(),
+                            static_cast<unsigned>(static_cast<unsigned char>(byte)))
+                  .ptr;
+  *end++ = ';';
+  out.Append(std::string_view(entity.data(), end));
+}
+
+/// What a backslash before `letter` stands for.
+char EscapedByte(char letter) {
+  switch (letter) {
+    case 'b':
+      return '\b';
+    case 'n':
+      return '\n';
+    case 'r':
+      return '\r';
+    case 't':
+      return '\t';
+    default:
+      return letter;
+  }
+}
+
+/// Appends what the sequence behind a backslash stands for; returns its length.
+size_t AppendEscaped(TextBuilder& out, std::string_view sequence) {
+  if (sequence.size() >= 3 && sequence[0] == 'x' && kel::IsHexDigit(sequence[1]) &&
+      kel::IsHexDigit(sequence[2])) {
+    out.Append(static_cast<char>(kel::HexValue(sequence[1]) * 16 + kel::HexValue(sequence[2])));
+    return 3;
+  }
+  out.Append(EscapedByte(sequence[0]));
+  return 1;
+}
+
+constexpr bool IsNameByte(char c) { return kel::IsAlnum(c) || c == '_'; }
+
+std::string_view NameAt(std::string_view text, size_t at) {
+  if (at >= text.size() || kel::IsDigit(text[at])) return {};
+  size_t end = at;
+  while (end < text.size() && IsNameByte(text[end])) ++end;
+  return text.substr(at, end - at);
+}
+
+/// A variable's mention at the start of a text: its name and how long the whole mention is.
+struct Mention {
+  std::string_view name;
+  size_t length = 0;
+};
+
+Mention MentionAt(std::string_view text) {
+  const bool braced = text.size() > 1 && text[0] == '$' && text[1] == '{';
+  const size_t open = braced ? 2 : 1;
+  const std::string_view name = NameAt(text, open);
+  if (name.empty()) return {};
+  if (text[0] == '$' && !braced) return {name, open + name.size()};
+  const size_t close = open + name.size();
+  const char wanted = braced ? '}' : '%';
+  return close < text.size() && text[close] == wanted ? Mention{name, close + 1} : Mention{};
+}
+
+}  // namespace
+
+Text ToAscii(std::string_view value) { return EscapeBytes(value, kAsciiKept, "\\x"); }
+
+Text ToBinary(std::string_view value) {
+  if (value.empty()) return {};
+  TextBuilder out(value.size());
+  size_t at = 0;
+  while (at < value.size()) {
+    const size_t slash = value.find('\\', at);
+    out.Append(value.substr(at, slash - at));
+    if (slash == std::string_view::npos) break;
+    at = slash + 1;
+    if (at == value.size()) {
+      out.Append('\\');
+    } else {
+      at += AppendEscaped(out, value.substr(at, 3));
+    }
+  }
+  return out.Finish();
+}
+
+Text EscapeHtml(std::string_view value) {
+  if (value.empty()) return {};
+  TextBuilder out(value.size() + value.size() / 4);
+  size_t at = 0;
+  while (at < value.size()) {
+    const size_t begin = at;
+    while (at < value.size() && kHtmlKept[static_cast<unsigned char>(value[at])]) ++at;
+    // A character of several bytes goes along with the kept ones.
+    const size_t length = at < value.size() ? kel::CharacterLength(value, at) : 0;
+    if (length > 1) at += length;
+    out.Append(value.substr(begin, at - begin));
+    if (length == 1) AppendEntity(out, value[at++]);
+  }
+  return out.Finish();
+}
+
+Text EscapeHtmlUrl(std::string_view value) { return EscapeBytes(value, kUrlKept, "%"); }
+
+Text ExpandEnvironment(std::string_view path) {
+  if (path.empty()) return {};
+  TextBuilder out(path.size());
+  size_t at = 0;
+  while (at < path.size()) {
+    const size_t sign = path.find_first_of("%$", at);
+    out.Append(path.substr(at, sign - at));
+    if (sign == std::string_view::npos) break;
+    const Mention mention = MentionAt(path.substr(sign));
+    const auto value = kel::GetEnvironment(mention.name);
+    if (value) {
+      out.Append(*value);
+      at = sign + mention.length;
+    } else {
+      // The sign alone goes: the "%" that closes an unknown name may open the next one.
+      out.Append(path[sign]);
+      at = sign + 1;
+    }
+  }
+  return out.Finish();
+}
+
+}  // namespace tamber::strings

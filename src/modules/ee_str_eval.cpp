@@ -1,0 +1,103 @@
+#include <limits>
+#include <memory>
+#include <optional>
+
+#include "context/tambctxt.h"
+#include "kel/kelascii.h"
+#include "modules/ee_str_bodies.h"
+
+namespace tamber::strings {
+namespace {
+
+struct VariableDeleter {
+  void operator()(Variable* variable) const { Variable::Delete(variable); }
+};
+using Value = std::unique_ptr<Variable, VariableDeleter>;
+
+/// Value of a text that is one number as the language writes integers; nothing for all other texts.
+/// Numbers out of files and forms need no compiler.
+std::optional<int32_t> PlainInteger(std::string_view text) {
+  text = kel::Trimmed(text);
+  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  if (hex) text.remove_prefix(2);
+  const uint64_t base = hex ? 16 : 10;
+  if (text.empty() || text.size() > (hex ? 8U : 10U)) return std::nullopt;
+  uint64_t number = 0;
+  for (const char c : text) {
+    if (!(hex ? kel::IsHexDigit(c) : kel::IsDigit(c))) return std::nullopt;
+    number = number * base + static_cast<uint64_t>(kel::HexValue(c));
+  }
+  if (number > std::numeric_limits<uint32_t>::max()) return std::nullopt;
+  return static_cast<int32_t>(static_cast<uint32_t>(number));
+}
+
+/// The expression's value; null with the failure reported to the call.
+///
+/// The text often comes from a user, so what does not compile is a run-time error of the call and
+/// not the end of the run. Only running out of memory or stack stays what it is.
+Value Evaluate(Call& call, std::string_view expression) {
+  int32_t code = 0;
+  const KelString text(expression);
+  Value value(call.Context().EvaluateText(text, code));
+  if (code == 0 && value) return value;
+  const bool keeps = (code > 0 && code < kFirstFatalError) || code == ERR_NOMEMORY;
+  call.Fail(keeps ? code : ERR_FUNCFAILED, Excerpt(text));
+  return nullptr;
+}
+
+template <class Result>
+Result Read(Call& call, std::string_view expression, Result (Variable::*getter)() const) {
+  const Value value = Evaluate(call, expression);
+  return value ? (value.get()->*getter)() : Result{};
+}
+
+}  // namespace
+
+bool CaseSwitch(Call& call) { return call.Context().GetSwitch("StrCase") != 0; }
+
+std::string IntText(Call& call, int32_t value) {
+  return IntTextIn(call.Context().GetSwitch("IntBase"), value);
+}
+
+int32_t EvalInteger(Call& call, std::string_view expression) {
+  if (const auto number = PlainInteger(expression)) return *number;
+  return Read(call, expression, &Variable::GetIntegerValue);
+}
+
+int32_t EvalType(Call& call, std::string_view expression) {
+  constexpr int32_t kArrayOf = 1000;
+  const Value value = Evaluate(call, expression);
+  if (!value) {
+    call.Fail(0, {});
+    return 0;
+  }
+  const TypeRef type = TypeOf(*value);
+  if (!type->IsArray()) return type->TypeId();
+  return kArrayOf + (type->Element() ? type->Element()->TypeId() : type->TypeId());
+}
+
+char EvalChar(Call& call, std::string_view expression) {
+  return Read(call, expression, &Variable::GetCharValue);
+}
+
+bool EvalBoolean(Call& call, std::string_view expression) {
+  return Read(call, expression, &Variable::GetBoolValue) != 0;
+}
+
+float EvalFloat(Call& call, std::string_view expression) {
+  return Read(call, expression, &Variable::GetFloatValue);
+}
+
+double EvalDouble(Call& call, std::string_view expression) {
+  return Read(call, expression, &Variable::GetDoubleValue);
+}
+
+std::string EvalText(Call& call, std::string_view expression) {
+  const Value value = Evaluate(call, expression);
+  if (!value) return {};
+  if (value->GetTypeId() != Variable::String) return IntText(call, value->GetIntegerValue());
+  const char* text = value->GetStringValue();
+  return {text, value->GetLength()};
+}
+
+}  // namespace tamber::strings

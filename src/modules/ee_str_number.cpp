@@ -1,0 +1,77 @@
+#include <algorithm>
+#include <limits>
+
+#include "kel/kelascii.h"
+#include "kel/kelformat.h"
+#include "kel/number.h"
+#include "modules/ee_str_bodies.h"
+#include "modules/numberformat.h"
+
+namespace tamber::strings {
+namespace {
+
+constexpr int32_t kUpperHex = 2;  // INTBASE_HEXU
+constexpr int32_t kLowerHex = 3;  // INTBASE_HEXL
+
+std::string Write(const NumberFormat& format, int32_t value) { return format.Write(value); }
+std::string Write(const NumberFormat& format, double value) {
+  return format.IsFloating() ? format.Write(value) : format.Write(kel::DoubleToInt32(value));
+}
+
+template <class Value>
+std::string WriteFormatted(Call& call, Value value, std::string_view format, bool takesFloating) {
+  const auto parsed = NumberFormat::Parse(format);
+  if (parsed && (takesFloating || !parsed->IsFloating())) return Write(*parsed, value);
+  call.Fail(ERR_INVALIDPARAM, Excerpt(format));
+  return {};
+}
+
+/// The number that a run of digits stands for, or the nearest one that an integer can hold.
+int32_t NearestInt(std::string_view digits, bool negative) {
+  constexpr int64_t kMax = std::numeric_limits<int32_t>::max();
+  int64_t number = 0;
+  for (const char digit : digits) {
+    number = std::min(number * 10 + (digit - '0'), kMax + 1);
+  }
+  return static_cast<int32_t>(negative ? -number : std::min(number, kMax));
+}
+
+}  // namespace
+
+std::string FormatChar(Call& call, char value, std::string_view format) {
+  return WriteFormatted(call, static_cast<int32_t>(static_cast<signed char>(value)), format, false);
+}
+
+std::string FormatInt(Call& call, int32_t value, std::string_view format) {
+  return WriteFormatted(call, value, format, false);
+}
+
+std::string FormatFloat(Call& call, float value, std::string_view format) {
+  return WriteFormatted(call, static_cast<double>(value), format, true);
+}
+
+std::string FormatDouble(Call& call, double value, std::string_view format) {
+  return WriteFormatted(call, value, format, true);
+}
+
+std::string IntTextIn(int32_t base, int32_t value) {
+  if (base == kUpperHex) return kel::Format("%X", value);
+  return base == kLowerHex ? kel::Format("%x", value) : kel::Format("%d", value);
+}
+
+std::string IntToHex(int32_t value) { return kel::Format("%x", value); }
+
+ArrayResult ToNumbers(std::string_view value) {
+  static const TypeRef type = TypeDesc::ArrayOf(TypeDesc::Of(Kind::Int));
+  ArrayResult numbers(type);
+  for (size_t at = 0; at < value.size(); ++at) {
+    const size_t begin = at;
+    while (at < value.size() && kel::IsDigit(value[at])) ++at;
+    if (at == begin) continue;
+    const bool negative = begin > 0 && value[begin - 1] == '-';
+    numbers->Append(IntCell(NearestInt(value.substr(begin, at - begin), negative)));
+  }
+  return numbers;
+}
+
+}  // namespace tamber::strings

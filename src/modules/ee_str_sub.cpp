@@ -1,0 +1,89 @@
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "kel/kelascii.h"
+#include "modules/ee_str_bodies.h"
+
+namespace tamber::strings {
+namespace {
+
+/// A count as scripts give it: below 1 it is nothing.
+size_t CountOf(int32_t count) { return count > 0 ? static_cast<size_t>(count) : 0; }
+
+/// An element of an array of texts, which hosts may have filled with variables of any kind.
+std::string_view ElementText(const ArrayData& values, uint32_t at) {
+  const Cell cell = values.Peek(at);
+  if (values.StorageKind() == Kind::Any) return Operand{KindOf(*cell.v), *CellOf(*cell.v)}.AsText();
+  return Operand{values.StorageKind(), cell}.AsText();
+}
+
+}  // namespace
+
+const TypeRef& StringArrayType() {
+  static const TypeRef type = TypeDesc::ArrayOf(TypeDesc::Of(Kind::String));
+  return type;
+}
+
+std::string_view Excerpt(std::string_view text) { return text.substr(0, 200); }
+
+std::string_view Mid(std::string_view value, int32_t offset, int32_t count) {
+  const size_t from = offset > 1 ? static_cast<size_t>(offset) - 1 : 0;
+  if (from >= value.size()) return {};
+  return value.substr(from, CountOf(count));
+}
+
+std::string_view TruncateRight(std::string_view value, int32_t count) {
+  return value.substr(0, value.size() - std::min(value.size(), CountOf(count)));
+}
+
+std::string_view Left(std::string_view value, int32_t count) {
+  return value.substr(0, CountOf(count));
+}
+
+std::string_view Right(std::string_view value, int32_t count) {
+  return value.substr(value.size() - std::min(value.size(), CountOf(count)));
+}
+
+Text Lower(std::string_view value) {
+  return MakeText(value.size(), [&](char* out) {
+    std::transform(value.begin(), value.end(), out, kel::ToLower);
+  });
+}
+
+Text Upper(std::string_view value) {
+  return MakeText(value.size(), [&](char* out) {
+    std::transform(value.begin(), value.end(), out, kel::ToUpper);
+  });
+}
+
+int32_t Length(std::string_view value) { return static_cast<int32_t>(value.size()); }
+
+ArrayResult Tokenise(std::string_view value, std::string_view tokens) {
+  std::array<bool, 256> separates{};
+  for (const char c : tokens) separates[static_cast<unsigned char>(c)] = true;
+  ArrayResult pieces(StringArrayType());
+  for (size_t at = 0; at < value.size(); ++at) {
+    const size_t begin = at;
+    while (at < value.size() && !separates[static_cast<unsigned char>(value[at])]) ++at;
+    if (at > begin) pieces.AppendText(value.substr(begin, at - begin));
+  }
+  return pieces;
+}
+
+ArrayResult Sort(const ArrayData* values, bool ascending, bool caseSensitive) {
+  ArrayResult sorted(StringArrayType());
+  if (values == nullptr) return sorted;
+  std::vector<std::string_view> texts(values->Count());
+  for (uint32_t i = 0; i < values->Count(); ++i) texts[i] = ElementText(*values, i);
+  const auto before = [&](std::string_view a, std::string_view b) {
+    if (!ascending) std::swap(a, b);
+    return caseSensitive ? a < b : kel::CompareNoCase(a, b) < 0;
+  };
+  std::stable_sort(texts.begin(), texts.end(), before);
+  sorted->Reserve(texts.size());
+  for (const std::string_view text : texts) sorted.AppendText(text);
+  return sorted;
+}
+
+}  // namespace tamber::strings

@@ -1,0 +1,23 @@
+#pragma once
+
+/// \file
+/// All that a host needs to compile and run Tamber scripts.
+
+#include "context/tambctxt.h"
+#include "functions/module.h"
+#include "kel/keldebug.h"
+#include "kel/kelstring.h"
+#include "kel/notice.h"
+#include "values/vararray.h"
+#include "values/varbool.h"
+#include "values/varchar.h"
+#include "values/vardouble.h"
+#include "values/varestring.h"
+#include "values/varfloat.h"
+#include "values/varhandle.h"
+#include "values/varint.h"
+#include "values/varlist.h"
+#include "values/varnone.h"
+#include "values/varref.h"
+#include "values/varstring.h"
+#include "values/varstruct.h"

@@ -1,0 +1,78 @@
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "modules/string_caller.h"
+
+namespace tamber {
+namespace {
+
+/// What the manual says of one function.
+struct ManualEntry {
+  std::vector<std::string> prototypes;
+  bool hasExample = false;
+};
+
+/// The name that a prototype declares: the word before its parameters.
+std::string NameIn(const std::string& prototype) {
+  const size_t end = prototype.find(" (");
+  return prototype.substr(prototype.rfind(' ', end - 1) + 1,
+                          end - prototype.rfind(' ', end - 1) - 1);
+}
+
+/// Entries by heading. A prototype is a line that is one code span, alone or in a list.
+std::map<std::string, ManualEntry> ReadManual() {
+  std::map<std::string, ManualEntry> entries;
+  std::ifstream file(TAMBER_SOURCE_DIR "/docs/builtins/strings.md");
+  EXPECT_TRUE(file.is_open());
+  std::string heading;
+  for (std::string line; std::getline(file, line);) {
+    if (line.rfind("## ", 0) == 0) heading = line.substr(3);
+    if (line == "```tamber") entries[heading].hasExample = true;
+    if (line.rfind("- ", 0) == 0) line.erase(0, 2);
+    const bool isSpan = line.size() > 2 && line.front() == '`' && line.back() == '`' &&
+                        line.find('`', 1) == line.size() - 1;
+    if (isSpan) entries[heading].prototypes.push_back(line.substr(1, line.size() - 2));
+  }
+  return entries;
+}
+
+TEST(StringManual, SaysWhatIsRegistered) {
+  std::map<std::string, std::vector<std::string>> registered;
+  const auto* row = static_cast<const FUNCMOD_FUNCTION*>(
+      TamberContext::FindRegistrationList(GetStringModule(), FUNCMOD_FUNCTIONS));
+  for (; !row->prototype.IsEmpty(); ++row) {
+    registered[NameIn(row->prototype.Str())].push_back(row->prototype.Str());
+    EXPECT_FALSE(row->help.IsEmpty()) << row->prototype.Str();
+    EXPECT_EQ(row->help.View().find('\n'), std::string_view::npos) << row->prototype.Str();
+  }
+  const std::map<std::string, ManualEntry> manual = ReadManual();
+  for (const auto& [name, prototypes] : registered) {
+    const auto entry = manual.find(name);
+    ASSERT_NE(entry, manual.end()) << name << " is not in the manual";
+    EXPECT_EQ(entry->second.prototypes, prototypes) << name;
+    EXPECT_TRUE(entry->second.hasExample) << name;
+  }
+  for (const auto& [heading, entry] : manual) {
+    EXPECT_TRUE(registered.count(heading) == 1 || entry.prototypes.empty())
+        << heading << " is not registered";
+  }
+}
+
+TEST(StringManual, EveryPrototypeIsUnderstood) {
+  TamberContext context;
+  const auto* row = static_cast<const FUNCMOD_FUNCTION*>(
+      TamberContext::FindRegistrationList(GetStringModule(), FUNCMOD_FUNCTIONS));
+  uint32_t count = 0;
+  for (; !row->prototype.IsEmpty(); ++row, ++count) {
+    const uint32_t index = context.FindFunction(NameIn(row->prototype.Str()));
+    EXPECT_NE(index, 0U) << row->prototype.Str();
+  }
+  EXPECT_EQ(count, 54U);
+}
+
+}  // namespace
+}  // namespace tamber
