@@ -101,7 +101,9 @@ void Machine::LeaveFrame(Frame& frame) {
   for (const OwnedRegister& owned : frame.code->ownedLocals)
     ReleaseCell(owned.kind, frame.base[owned.reg]);
   if (!extraLocals_.empty()) extraLocals_.erase(frameCount_);
-  if (stack_->GetSize() > frame.stackHeight) stack_->CutTo(frame.stackHeight);
+  // What an expression outside any procedure leaves on the stack is its value.
+  if (frame.code->procedure != nullptr && stack_->GetSize() > frame.stackHeight)
+    stack_->CutTo(frame.stackHeight);
   if (traced_) TraceLeave(frame);
 }
 

@@ -1,0 +1,363 @@
+#include "frontend/compile.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "context/errcodes.h"
+#include "context/tambctxt.h"
+#include "engine/statarray.h"
+#include "engine/statdecl.h"
+#include "engine/statexit.h"
+#include "engine/statexpr.h"
+#include "engine/statgoto.h"
+#include "engine/statpopassign.h"
+#include "engine/statpopparam.h"
+#include "engine/statpopstack.h"
+#include "engine/statpopvar.h"
+#include "engine/statpushvar.h"
+#include "frontend/script.h"
+#include "frontend/structdef.h"
+#include "values/cellops.h"
+
+namespace {
+
+struct Outcome {
+  int32_t code = 0;
+  std::string text;
+  uint32_t line = 0;
+  std::string file;
+};
+
+class Compile : public testing::Test {
+ protected:
+  Outcome CompileText(const std::string& text, const KelString& name = "test") {
+    context_.SetContextError(ERR_SUCCESS, "");
+    auto script =
+        std::make_unique<TamberScript>(&context_, tamber::ScriptText::FromBuffer(name, text));
+    tamber::CompilePlace place;
+    Outcome outcome;
+    if (tamber::CompileScript(*script, place)) return outcome;
+    outcome.code = context_.GetContextError();
+    outcome.text = context_.GetContextErrorText().Str();
+    outcome.line = place.line;
+    outcome.file = place.text ? place.text->Name().Str() : "";
+    return outcome;
+  }
+
+  static std::string Sign(const StatementBase& statement) {
+    if (const auto* jump = dynamic_cast<const StatementGoto*>(&statement)) {
+      const std::string offset = std::to_string(jump->GetOffset());
+      if (!jump->IsConditional()) return "J" + offset;
+      return (jump->JumpsOnTrue() ? "T" : "F") + offset;
+    }
+    if (const auto* expression = dynamic_cast<const StatementExpression*>(&statement)) {
+      return expression->GetUse() == StatementExpression::Use::Value ? "E" : "R";
+    }
+    if (dynamic_cast<const StatementPopVar*>(&statement)) return "V";
+    if (dynamic_cast<const StatementPushVar*>(&statement)) return "U";
+    if (dynamic_cast<const StatementPopAssign*>(&statement)) return "S";
+    if (dynamic_cast<const StatementPopStack*>(&statement)) return "D";
+    if (dynamic_cast<const StatementPopParam*>(&statement)) return "P";
+    if (dynamic_cast<const StatementDeclare*>(&statement)) return "L";
+    if (dynamic_cast<const StatementExit*>(&statement)) return "X";
+    return "k" + std::to_string(statement.GetKind());
+  }
+
+  /// The statements of a procedure: jumps with their offsets, the others by a letter.
+  std::string Layout(const char* procedure) {
+    const TamberProcedure* const found = context_.GetProcedure(procedure);
+    if (found == nullptr) return "none";
+    std::string layout;
+    for (uint32_t i = 1; i <= found->Statements().GetCount(); ++i) {
+      layout += (i == 1 ? "" : " ") + Sign(found->Statements().Get(i));
+    }
+    return layout;
+  }
+
+  TamberContext context_;
+};
+
+TEST_F(Compile, BlocksBecomeJumps) {
+  const std::vector<std::pair<const char*, const char*>> cases = {
+      {"", ""},
+      {"if a\nendif", "E F1"},
+      {"IF a\na = 1\nElse\na = 2\nEndIf", "E F4 E V J3 E V"},
+      {"if a\na = 1\nelif b\na = 2\nelseif c\na = 3\nelse\na = 4\nendif",
+       "E F4 E V J13 E F4 E V J8 E F4 E V J3 E V"},
+      {"if a\nif b\nexit\nelse\nendif\nendif\n", "E F5 E F3 X J1"},
+      {"while a\na = 1\nwend", "E F4 E V J-4"},
+      {"while a\nbreak\ncontinue\nendwhile", "E F4 J3 J-3 J-4"},
+      {"while a\nif b\nbreak // out\nendif\nwend", "E F5 E F2 J2 J-5"},
+      {"while a\nwhile b\nbreak\nwend\nbreak\nwend", "E F7 E F3 J2 J-3 J2 J-7"},
+      {"for (a = 0; a < 3; a = a + 1)\ncontinue\nbreak\nendfor", "E V E F6 J2 J4 E V J-6"},
+      {"for (;;)\nbreak\nendfor", "J2 J-1"},
+      {"for (; a < 3; a = a + 1)\nexit\ncontinue\nendfor", "X J1 E V J-4"},
+      {"for (a = 1; a; ) tail\nendfor", "E V E F2 J-2"},
+      {"return\nexit\nif a\nreturn\nendif", "J5 X E F2 J1"},
+      {"a += 2\na = b", "E V E V"},
+      {"l += 1\nl -= 1\nl <<= 5\nl[1] = 2\nl[1] += 2", "E U k12 E U k11 E U k13 R E S R E S"},
+      {"Max(1, 2)\n/* endproc\n*/ exit\n", "E D"},
+      {"call \"x\"", "E k9"},
+  };
+  for (const auto& [body, layout] : cases) {
+    const std::string text =
+        std::string("int a, b, c\nint[] l\nproc main()\n") + body + "\nendproc\n";
+    const Outcome outcome = CompileText(text);
+    EXPECT_EQ(outcome.code, 0) << body << "\n" << outcome.text << " line " << outcome.line;
+    EXPECT_EQ(Layout("main"), layout) << body;
+    context_.ResetContext();
+  }
+}
+
+TEST_F(Compile, PlainScriptsAreTheBodyOfMain) {
+  EXPECT_EQ(CompileText("int x\nx = 1\nif x\nendif\n").code, 0);
+  EXPECT_EQ(Layout("MAIN"), "L E V E F1");
+  const Outcome again = CompileText("exit\n");
+  EXPECT_EQ(again.code, ERR_PROCDUPLICATE);
+  context_.ResetContext();
+  for (const char* line : {"proc p()", "struct s", "const c = 1", "include \"x\"", "endproc"}) {
+    const Outcome outcome = CompileText(std::string("exit\n") + line + "\n");
+    EXPECT_EQ(outcome.code, ERR_BADSTATEMENT) << line;
+    EXPECT_EQ(outcome.line, 2u) << line;
+    EXPECT_EQ(context_.FindProcedure("main"), 0u);
+    context_.ResetContext();
+  }
+}
+
+struct ErrorCase {
+  const char* text;
+  int32_t code;
+  uint32_t line;
+};
+
+TEST_F(Compile, BodiesThatAreRefused) {
+  const std::vector<ErrorCase> cases = {
+      {"if 1\n", ERR_ENDIFUNMATCHED, 2},
+      {"if 1\nelif 2\n", ERR_ENDIFUNMATCHED, 3},
+      {"if 1\nelse\n", ERR_ELSENOEND, 3},
+      {"if 1\nelse\nelif 2\nendif\n", ERR_BADSTATEMENT, 4},
+      {"endif\n", ERR_ENDIFUNMATCHED, 2},
+      {"\nelse\n", ERR_ELSEUNMATCHED, 3},
+      {"while 1\nif 1\nwend\nendif\n", ERR_WENDUNMATCHED, 4},
+      {"while 1\nx\"\nwend\n", ERR_SCRBADQUOTE, 3},
+      {"while 1\nendfor\n", ERR_WHILENOWEND, 2},
+      {"wend\n", ERR_WENDUNMATCHED, 2},
+      {"EndWhile\n", ERR_WENDUNMATCHED, 2},
+      {"break\n", ERR_BREAKUNMATCHED, 2},
+      {"if 1\ncontinue\nendif\n", ERR_CONTUNMATCHED, 3},
+      {"for (;;)\n", ERR_FORNOENDFOR, 2},
+      {"for i = 1\nendfor\n", ERR_FORBADSYNTAX, 2},
+      {"for (exit; 1)\nendfor\n", ERR_FORBADSYNTAX, 2},
+      {"for (exit; 1; exit\nendfor\n", ERR_FORBADSYNTAX, 2},
+      {"for (exit; ; exit)\nendfor\n", ERR_EXPREMPTY, 2},
+      {"for (break; 1;)\nendfor\n", ERR_BREAKUNMATCHED, 2},
+      {"for (int i = 0; 1;)\nendfor\n", ERR_VARNOCOMMA, 2},
+      {"for (;; nonsense)\nexit\nendfor\n", ERR_BADSTATEMENT, 2},
+      {"nonsense\n", ERR_BADSTATEMENT, 2},
+      {"endstruct\n", ERR_BADSTATEMENT, 2},
+      {"\"x\n", ERR_SCRNOQUOTE, 2},
+      {"int x = 3\n", ERR_VARNOCOMMA, 2},
+      {"int\n", ERR_VAREXISTS, 2},
+      {"int x, x\n", ERR_VAREXISTS, 2},
+      {"int While\n", ERR_VAREXISTS, 2},
+      {"int TRUE\n", ERR_VAREXISTS, 2},
+      {"int early\n", ERR_VAREXISTS, 2},
+      {"int[x] y\n", ERR_VARNOCOMMA, 2},
+      {"int[] x[2]\n", ERR_VARNOCOMMA, 2},
+      {"TRUE = 1\n", ERR_ASSIGNCONSTANT, 2},
+      {"TRUE 1\n", ERR_ASSIGNNOEQUAL, 2},
+      {"ErrCode <= 1\n", ERR_ASSIGNNOEQUAL, 2},
+      {"ErrCode >>= 1\n", ERR_ASSIGNNOEQUAL, 2},
+      {"ErrCode <<= 1\n", ERR_ASSIGNMISMATCH, 2},
+      {"ErrCode +=\n", ERR_EXPREMPTY, 2},
+      {"int x\nx = \\\n\n", ERR_EXPREMPTY, 3},
+      {"call 1\n", ERR_EXPRPARMMATCH, 2},
+      {"return 1\n", ERR_RETURNNOTEMPTY, 2},
+  };
+  for (const ErrorCase& row : cases) {
+    const Outcome outcome =
+        CompileText("proc p()\n" + std::string(row.text) + "endproc\nconst early = 1\n");
+    const bool early = std::string_view(row.text) == "int early\n";
+    // A name that is declared further down is free for a local.
+    EXPECT_EQ(outcome.code, early ? 0 : row.code) << row.text;
+    EXPECT_EQ(outcome.line, early ? 0 : row.line) << row.text;
+    EXPECT_EQ(context_.FindProcedure("p") != 0, early) << row.text;
+    context_.ResetContext();
+  }
+}
+
+TEST_F(Compile, TopLevelsThatAreRefused) {
+  const std::vector<ErrorCase> cases = {
+      {"endproc\n", ERR_BADSTATEMENT, 1},  // begins like a plain script
+      {"int x\nproc p()\nendproc\nendproc\n", ERR_ENDPROCNOPROC, 4},
+      {"const a = 1\nx = 1\n", ERR_BADSTATEMENT, 2},
+      {"const a 1\n", ERR_ASSIGNNOEQUAL, 1},
+      {"const a = 1\nint A\n", ERR_VAREXISTS, 2},
+      {"const while = 1\n", ERR_VARISSTATEMENT, 1},
+      {"const Max = 1\n", ERR_VARISFUNC, 1},
+      {"const a = 1 2\n", ERR_EXPRBADFORMAT, 1},
+      {"extern int a\nextern string a\n", ERR_VARBADEXTTYPE, 2},
+      {"session nonsense a\n", ERR_VARBADTYPE, 1},
+      {"include 42\n", ERR_INCLUDENOTTEXT, 1},
+      {"include \"no such file\"\n", ERR_INCLUDENOTFOUND, 1},
+      {"proc p\nendproc\n", ERR_PROCNOOPENPAR, 1},
+      {"proc 2-x()\nendproc\n", ERR_PROCNOOPENPAR, 1},
+      {"proc -()\nendproc\n", ERR_VARBADNAME, 1},
+      {"proc if()\nendproc\n", ERR_PROCDUPLICATE, 1},
+      {"proc Max()\nendproc\n", ERR_VARISFUNC, 1},
+      {"proc TRUE()\nendproc\n", ERR_VAREXISTS, 1},
+      {"proc p()\nendproc\nproc P()\nendproc\n", ERR_PROCDUPLICATE, 3},
+      {"proc p(x)\nendproc\n", ERR_PROCBADVARTYPE, 1},
+      {"proc p(int a,)\nendproc\n", ERR_PROCBADVARTYPE, 1},
+      {"proc p(int && a)\nendproc\n", ERR_VAREXISTS, 1},
+      {"proc p(int a, int A)\nendproc\n", ERR_VAREXISTS, 1},
+      {"proc p(int a int b)\nendproc\n", ERR_VARNOCOMMA, 1},
+      {"proc p(int a\nendproc\n", ERR_VARNOCOMMA, 1},
+      {"proc p()\nproc q()\nendproc\n", ERR_PROCNESTEDDEF, 2},
+      {"proc p()\nexit\n", ERR_PROCNOEND, 1},
+      {"proc p()\nendproc\nint [3 f()\nendproc\n", ERR_PROCBADRETTYPE, 3},
+      {"int f()\nendproc\n", ERR_PROCNORETURN, 2},
+      {"int f()\nif 1\nreturn 1\nendif\nendproc\n", ERR_PROCNORETURN, 5},
+      {"int f()\nreturn\nendproc\n", ERR_EXPREMPTY, 2},
+      {"int f()\nreturn \"x\"\nendproc\n", ERR_RETURNWRONGTYPE, 2},
+      {"struct\nendstruct\n", tamber::kErrStructBlock, 1},
+      {"struct s\nint a\n", tamber::kErrStructBlock, 3},
+      {"struct s\nint a, A\nendstruct\n", tamber::kErrStructMember, 2},
+      {"struct s\nnonsense a\nendstruct\n", tamber::kErrStructMember, 2},
+      {"struct s\ns a\nendstruct\n", tamber::kErrStructMember, 2},
+      {"struct s\nint a b\nendstruct\n", ERR_VARNOCOMMA, 2},
+      {"struct int\nint a\nendstruct\n", ERR_VAREXISTS, 1},
+  };
+  for (const ErrorCase& row : cases) {
+    const Outcome outcome = CompileText(row.text);
+    EXPECT_EQ(outcome.code, row.code) << row.text << outcome.text;
+    EXPECT_EQ(outcome.line, row.line) << row.text;
+    context_.ResetContext();
+  }
+}
+
+TEST_F(Compile, ProceduresCanBeCalledAboveTheirText) {
+  const Outcome outcome = CompileText(
+      "proc main()\nlater(1)\nendproc\n"
+      "proc later(int n, string &s)\nmain2()\nendproc\n"
+      "proc main2()\nendproc\n");
+  EXPECT_EQ(outcome.code, ERR_PROCPARMCOUNT);
+  context_.ResetContext();
+  EXPECT_EQ(CompileText("proc a()\nb()\nendproc\nproc b()\na()\nendproc\n").code, 0);
+  EXPECT_EQ(Layout("a"), "E D");
+  const TamberProcedure* const a = context_.GetProcedure("a");
+  EXPECT_EQ(a->GetStartLine(), 2u);
+  EXPECT_EQ(a->GetEndLine(), 3u);
+}
+
+TEST_F(Compile, HeadersDeclareParametersAndResults) {
+  ASSERT_EQ(CompileText("int[] f(int a, string & b, int[] c, double d[])\nreturn c\nendproc\n"
+                        "proc g ( )\nendproc\n")
+                .code,
+            0);
+  EXPECT_EQ(Layout("f"), "P P P P E J1");
+  const TamberProcedure* const f = context_.GetProcedure("f");
+  ASSERT_EQ(f->GetParameterCount(), 4u);
+  EXPECT_TRUE(f->ReturnType()->IsArray());
+  EXPECT_FALSE(f->Locals().At(0).isReference);
+  EXPECT_TRUE(f->Locals().At(1).isReference);
+  EXPECT_TRUE(f->Locals().At(2).type->IsArray());
+  EXPECT_TRUE(f->Locals().At(3).type->IsArray());
+  EXPECT_FALSE(context_.GetProcedure("g")->ReturnType());
+}
+
+TEST_F(Compile, DeclarationsTakeEffectAtOnce) {
+  ASSERT_EQ(CompileText("int a = 2, b = a + 1\nconst c = 5, d = \"x,y\"\nconst double e = 1\n"
+                        "int[3] l, m\nstring s[2], t ; note\nextern int x\nextern int a\n"
+                        "session string u = \"v\"\n")
+                .code,
+            0);
+  EXPECT_EQ(context_.GetVariable("b", VARLIST_GLOBAL)->GetIntegerValue(), 3);
+  EXPECT_EQ(context_.GetVariable("C", VARLIST_CONSTANT)->GetTypeId(), Variable::Integer);
+  EXPECT_STREQ(context_.GetVariable("d", VARLIST_CONSTANT)->GetStringValue(), "x,y");
+  EXPECT_EQ(context_.GetVariable("e", VARLIST_CONSTANT)->GetTypeId(), Variable::Double);
+  EXPECT_EQ(context_.GetVariable("m", VARLIST_GLOBAL)->GetElementCount(), 3u);
+  EXPECT_EQ(context_.GetVariable("s", VARLIST_GLOBAL)->GetElementCount(), 2u);
+  EXPECT_EQ(context_.GetVariable("t", VARLIST_GLOBAL)->IsArray(), 0);
+  EXPECT_NE(context_.GetVariable("x", VARLIST_EXTERNAL), nullptr);
+  EXPECT_EQ(context_.GetVariable("a", VARLIST_EXTERNAL), nullptr);
+  EXPECT_EQ(context_.GetVariable("u", VARLIST_GLOBAL)->GetVarFlags(), uint32_t{Variable::Session});
+}
+
+TEST_F(Compile, InitialisersRunProceduresOfTheScript) {
+  EXPECT_EQ(CompileText("int twice(int n)\nreturn again(n)\nendproc\n"
+                        "int again(int n)\nreturn n * 2\nendproc\nint x = twice(4)\n")
+                .code,
+            0);
+  EXPECT_EQ(context_.GetVariable("x", VARLIST_GLOBAL)->GetIntegerValue(), 8);
+}
+
+TEST_F(Compile, StructuresAreTypes) {
+  ASSERT_EQ(CompileText("struct Point\n// where\nint x, y\n\n/* not\nint z */\nendstruct\n"
+                        "struct Line\nPoint from, to\nstring[2] names\nendstruct\nLine l\n")
+                .code,
+            0);
+  Variable* const line = context_.GetVariable("l", VARLIST_GLOBAL);
+  EXPECT_EQ(line->GetStructName(), "Line");
+  EXPECT_EQ(line->GetStructElementIndex("TO"), 2u);
+  EXPECT_EQ(line->GetStructElement("from")->GetStructElementIndex("z"), 0u);
+  EXPECT_NE(context_.Lookup("Point[]"), nullptr);
+
+  EXPECT_EQ(tamber::DefineStructureText(context_, "Match", "int Offset; int Length;",
+                                        tamber::kModuleStruct),
+            0);
+  EXPECT_EQ(context_.GetType("match")->GetTypeFlags(), 1u);
+}
+
+TEST_F(Compile, WhatStandsBehindAnErrorIsNotDeclared) {
+  const Outcome outcome =
+      CompileText("proc a()\nendproc\nproc b()\nnonsense\nendproc\nproc c()\nendproc\n");
+  EXPECT_EQ(outcome.line, 4u);
+  EXPECT_EQ(outcome.text, "nonsense");
+  EXPECT_NE(context_.FindProcedure("a"), 0u);
+  EXPECT_EQ(context_.FindProcedure("b"), 0u);
+  EXPECT_EQ(context_.FindProcedure("c"), 0u);
+  context_.ResetContext();
+
+  const Outcome top = CompileText("proc a()\nexit\nendproc\nproc b()\nbad\nendproc\nwrong\n");
+  EXPECT_EQ(top.line, 7u);
+  EXPECT_EQ(top.code, ERR_BADSTATEMENT);
+  EXPECT_EQ(top.text, "wrong");
+  EXPECT_EQ(Layout("a"), "X");
+  EXPECT_EQ(Layout("b"), "none");
+}
+
+TEST_F(Compile, NestingHasALimit) {
+  for (const uint32_t depth : {1000u, 1001u}) {
+    std::string text = "proc p()\n";
+    for (uint32_t i = 0; i < depth; ++i) text += "if 1\n";
+    for (uint32_t i = 0; i < depth; ++i) text += "endif\n";
+    const Outcome outcome = CompileText(text + "endproc\n");
+    EXPECT_EQ(outcome.code, depth > 1000 ? ERR_INTERNAL : 0);
+    context_.ResetContext();
+  }
+}
+
+TEST_F(Compile, IncludedScriptsAreLoadedOnce) {
+  const std::string dir = testing::TempDir() + "includes/";
+  std::filesystem::create_directories(dir);
+  std::ofstream(dir + "a.tam") << "include \"b.tam\"\nproc a()\nb()\nendproc\n";
+  std::ofstream(dir + "b.tam") << "include \"a.tam\"\nproc b()\na()\nendproc\n";
+  std::ofstream(dir + "bad.tam") << "int x\n\nwrong\n";
+  EXPECT_EQ(CompileText("include \"a.tam\"\ninclude \"b.tam\"\n", KelString(dir + "main.tam")).code,
+            0);
+  EXPECT_EQ(Layout("a"), "E D");
+  EXPECT_EQ(context_.GetScriptCount(), 2u);
+  const Outcome bad = CompileText("include \"bad.tam\"\n", KelString(dir + "main2.tam"));
+  EXPECT_EQ(bad.code, ERR_BADSTATEMENT);
+  EXPECT_EQ(bad.line, 3u);
+  EXPECT_EQ(bad.file, dir + "bad.tam");
+  std::filesystem::remove_all(dir);
+}
+
+}  // namespace
