@@ -18,10 +18,10 @@ using testing::StartsWith;
 class Output : public TempDirTest {
  protected:
   void Ini(const std::string& text) { Put("tamber.ini", "[TamberDebug]\n" + text); }
-  void AddInteger(const char* name, int32_t value, enum_VarListType scope = VARLIST_GLOBAL) {
+  void AddInteger(const char* name, int32_t value) {
     Variable* variable = context_.GetType("int")->CreateVariable(name);
     variable->SetIntegerValue(value);
-    context_.AddVariable(variable, scope);
+    context_.AddVariable(variable, VARLIST_GLOBAL);
   }
   std::string Dump() {
     std::filesystem::remove("tamber.log");
@@ -89,7 +89,6 @@ TEST_F(Output, StandardOutputByTypeAndByName) {
 TEST_F(Output, DumpsOfVariables) {
   AddInteger("beta", 2);
   AddInteger("Alpha", 1);
-  AddInteger("inner", 3, VARLIST_LOCAL);
   EXPECT_EQ(Dump(), "") << "by default nothing but source is dumped";
   Ini("DumpGlobals = BETA;nothing,alpha\n");
   std::string dump = Dump();
@@ -104,8 +103,7 @@ TEST_F(Output, DumpsOfVariables) {
   EXPECT_THAT(dump, HasSubstr("StrCase"));
   Ini("DumpLocals = *\nDumpConstants = true\n");
   dump = Dump();
-  EXPECT_THAT(dump, HasSubstr("\r\nLocal variable list dump:\r\n"));
-  EXPECT_THAT(dump, HasSubstr("inner"));
+  EXPECT_THAT(dump, Not(HasSubstr("Local"))) << "no procedure is running";
   EXPECT_THAT(dump, HasSubstr("\r\nConstants list dump: (limited by INI file settings) \r\nTRUE"));
 }
 
