@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "context/tambctxt.h"
-#include "engine/machine.h"
 #include "engine/epoch.h"
+#include "engine/machine.h"
 #include "kel/keldebug.h"
 #include "kel/sessionstore.h"
 
@@ -33,9 +33,9 @@ class ContextState {
   ~ContextState();
 
   TamberContext& context;
-  TamberContext* root;        ///< the outermost context of a chain of called scripts
+  TamberContext* root;  ///< the outermost context of a chain of called scripts
   bool nested = false;
-  uint32_t nesting = 0;       ///< contexts between this one and the root
+  uint32_t nesting = 0;  ///< contexts between this one and the root
 
   // configuration
   KelString iniPath;

@@ -79,8 +79,7 @@ void ContextState::HandleParseError(const SourcePlace& place) {
 KelString ContextState::HandleRunError(const SourcePlace& place) {
   SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(place.line));
   context.UpdateErrCodeVar();
-  Variable* variable =
-      context.GetVariable(KelString("ErrHandler"), VARLIST_LOCAL | VARLIST_GLOBAL);
+  Variable* variable = context.GetVariable(KelString("ErrHandler"), VARLIST_LOCAL | VARLIST_GLOBAL);
   KelString handler;
   if (variable != nullptr)
     handler = KelString(std::string_view(variable->GetStringValue(), variable->GetLength()));

@@ -18,8 +18,8 @@ uint32_t Register(TamberContext& context, const KelString& text, Implementation 
     context.State().debug.Log(KelDebug::Level::Error, message);
     return 0;
   }
-  auto function = std::make_shared<TamberFunction>(
-      prototype.name, prototype.returnValue.release(), prototype.parameters.release(), type);
+  auto function = std::make_shared<TamberFunction>(prototype.name, prototype.returnValue.release(),
+                                                   prototype.parameters.release(), type);
   function->SetImplementation(implementation);
   function->SetTraits(traits);
   return context.AddFunction(std::shared_ptr<const TamberFunction>(std::move(function)), replace);

@@ -16,7 +16,8 @@
 
 using tamber::ContextState;
 
-TamberContext::TamberContext(XmlProxyClient* proxy) : state_(std::make_unique<ContextState>(*this)) {
+TamberContext::TamberContext(XmlProxyClient* proxy)
+    : state_(std::make_unique<ContextState>(*this)) {
   state_->proxy = proxy;
   state_->modules = tamber::MakeModuleList(*state_);
   state_->handles = std::make_unique<tamber::HandleTable>();

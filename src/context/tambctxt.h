@@ -33,11 +33,11 @@ enum enum_VarListType : uint32_t {
 /// One failure, as it is told to the host.
 struct TamberDiagnostic {
   int32_t code;
-  KelString name;        ///< "" for a code without a name
-  KelString text;        ///< what the code means
-  KelString detail;      ///< the object of the error: a token, a name, a path; may be empty
+  KelString name;    ///< "" for a code without a name
+  KelString text;    ///< what the code means
+  KelString detail;  ///< the object of the error: a token, a name, a path; may be empty
   KelString file;
-  uint32_t line;         ///< 1-based; 0 when no line was read
+  uint32_t line;  ///< 1-based; 0 when no line was read
   KelString sourceLine;
 };
 
@@ -165,7 +165,8 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// Compiles and evaluates an expression that sees the caller's variables. The result's holder is
   /// the caller's; null with `code` set when it does not compile or ends with an error.
   Variable* EvaluateText(const KelString& expression, int32_t& code);
-  /// Integer value of a switch such as StrCase or IntBase: a local of that name wins over the global.
+  /// Integer value of a switch such as StrCase or IntBase: a local of that name wins over the
+  /// global.
   int32_t GetSwitch(std::string_view name);
   tamber::HandleTable& Handles();
   /// State of a module for this context, made on first use; T is default-constructible.

@@ -11,11 +11,11 @@ constexpr enum_VarListType kScopes[] = {VARLIST_LOCAL, VARLIST_GLOBAL, VARLIST_C
 
 bool IsReservedWord(std::string_view word) {
   static constexpr std::string_view kWords[] = {
-      "bool",   "boolean", "break",   "call",   "char",      "const",   "constant", "continue",
-      "double", "elif",    "else",    "elseif", "endif",     "endproc", "endstruct", "exit",
-      "extern", "float",   "if",      "include", "int",      "integer", "proc",     "return",
-      "session", "string", "estring", "struct", "wend",      "while",   "endwhile", "for",
-      "endfor"};
+      "bool",      "boolean", "break",    "call",    "char",   "const",   "constant",
+      "continue",  "double",  "elif",     "else",    "elseif", "endif",   "endproc",
+      "endstruct", "exit",    "extern",   "float",   "if",     "include", "int",
+      "integer",   "proc",    "return",   "session", "string", "estring", "struct",
+      "wend",      "while",   "endwhile", "for",     "endfor"};
   for (std::string_view known : kWords)
     if (kel::EqualsNoCase(known, word)) return true;
   return false;

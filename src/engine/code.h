@@ -37,9 +37,9 @@ static_assert(sizeof(Instr) == 8);
 /// the one it was found under.
 struct GlobalSlot {
   Name name;
-  TypeRef type;             ///< as the compiler saw it
+  TypeRef type;  ///< as the compiler saw it
   uint64_t epoch = 0;
-  Cell* cell = nullptr;     ///< of the variable (through a reference), when its type is `type`
+  Cell* cell = nullptr;          ///< of the variable (through a reference), when its type is `type`
   Variable* variable = nullptr;  ///< on loan from its scope
 };
 
@@ -58,8 +58,8 @@ struct AppendSite {
 /// What the error policy needs to know about one statement's code.
 struct StatementEntry {
   static constexpr uint32_t kNone = 0xFFFFFFFF;
-  uint32_t begin;          ///< first instruction
-  uint32_t statement;      ///< number of the statement
+  uint32_t begin;      ///< first instruction
+  uint32_t statement;  ///< number of the statement
   uint32_t line;
   /// Where to go on when the statement failed and left no value for the one that follows.
   uint32_t resume = kNone;
@@ -93,12 +93,12 @@ class Code {
   ~Code();
 
   std::vector<Instr> instrs;
-  std::vector<Cell> constants;             ///< texts are owned, see constantKinds
+  std::vector<Cell> constants;  ///< texts are owned, see constantKinds
   std::vector<Kind> constantKinds;
   std::vector<std::string> texts;
   std::vector<Name> names;
   std::vector<TypeRef> types;
-  std::vector<GlobalSlot> globals;         ///< caches; the code is otherwise unchanging
+  std::vector<GlobalSlot> globals;  ///< caches; the code is otherwise unchanging
   std::vector<TamberProcedure*> procedures;
   std::vector<CallSite> sites;
   std::vector<AppendSite> appends;

@@ -37,11 +37,11 @@ CodeBuilder::CodeBuilder(Code& code, const LocalTable* locals, const LocalFacts*
 uint32_t CodeBuilder::Emit(Op op, uint32_t a, uint32_t b, uint32_t c) {
   if (a > kMaxOperand || b > kMaxOperand || c > kMaxOperand) tooLarge_ = true;
   uint32_t at = Pc();
-  code_.instrs.push_back({op, static_cast<uint16_t>(a), static_cast<uint16_t>(b),
-                          static_cast<uint16_t>(c)});
+  code_.instrs.push_back(
+      {op, static_cast<uint16_t>(a), static_cast<uint16_t>(b), static_cast<uint16_t>(c)});
   if (!owned_.empty() && !IsPlain(op)) {
-    code_.live.push_back({at, static_cast<uint32_t>(code_.liveTemps.size()),
-                          static_cast<uint32_t>(owned_.size())});
+    code_.live.push_back(
+        {at, static_cast<uint32_t>(code_.liveTemps.size()), static_cast<uint32_t>(owned_.size())});
     code_.liveTemps.insert(code_.liveTemps.end(), owned_.begin(), owned_.end());
   }
   return at;
@@ -138,8 +138,8 @@ Operand CodeBuilder::Constant(Kind kind, Cell cell) {
   if (!IsManaged(kind)) {
     uint64_t bits = kind == Kind::Float ? uint64_t{static_cast<uint32_t>(cell.i)} : cell.bits;
     uint64_t key = bits * 31 + static_cast<uint64_t>(kind);
-    auto [at, isNew] = constantIndex_.try_emplace(
-        key, static_cast<uint32_t>(code_.constants.size()));
+    auto [at, isNew] =
+        constantIndex_.try_emplace(key, static_cast<uint32_t>(code_.constants.size()));
     if (!isNew && code_.constantKinds[at->second] == kind &&
         code_.constants[at->second].bits == cell.bits) {
       operand.index = at->second;
@@ -311,13 +311,13 @@ std::optional<Operand> CodeBuilder::Convert(const Operand& operand, const TypeDe
   if (from == Kind::Any) return ViaVariable(operand, to);
   if (operand.place == Operand::Place::None || !to.Accepts(*operand.type)) return std::nullopt;
   if (kind == Kind::Array || kind == Kind::Struct) {
-    bool sameShape = kind == Kind::Struct
-                         ? to.Layout().Get() == operand.type->Layout().Get()
-                         : !to.Element() || (operand.type->Element() &&
-                                             to.Element()->GetKind() ==
-                                                 operand.type->Element()->GetKind() &&
-                                             to.Element()->Layout().Get() ==
-                                                 operand.type->Element()->Layout().Get());
+    bool sameShape =
+        kind == Kind::Struct
+            ? to.Layout().Get() == operand.type->Layout().Get()
+            : !to.Element() ||
+                  (operand.type->Element() &&
+                   to.Element()->GetKind() == operand.type->Element()->GetKind() &&
+                   to.Element()->Layout().Get() == operand.type->Element()->Layout().Get());
     return sameShape ? operand : ViaVariable(operand, to);
   }
   if (from == kind && kind != Kind::EString) return operand;

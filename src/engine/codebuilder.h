@@ -16,12 +16,12 @@ struct Operand {
 
   Place place = Place::None;
   Kind kind = Kind::None;
-  bool owned = false;       ///< the register's reference is the holder's to give on or release
-  bool unstable = false;    ///< borrowed from where a called procedure could change it
+  bool owned = false;     ///< the register's reference is the holder's to give on or release
+  bool unstable = false;  ///< borrowed from where a called procedure could change it
   uint16_t reg = 0;
-  int32_t imm = 0;          ///< Imm: the value, of kind Bool, Char or Int
-  uint32_t index = 0;       ///< Const: into Code::constants
-  TypeRef type;             ///< null only for None
+  int32_t imm = 0;     ///< Imm: the value, of kind Bool, Char or Int
+  uint32_t index = 0;  ///< Const: into Code::constants
+  TypeRef type;        ///< null only for None
 
   bool IsScalar() const { return !IsManaged(kind); }
 };

@@ -34,7 +34,8 @@ class FactFinder {
     for (uint32_t slot = 0; slot < locals_.Count(); ++slot) {
       const Local& local = locals_.At(slot);
       declared_[slot] = local.isParameter;
-      if (local.isReference || local.type->GetKind() == Kind::EString || IsSwitch(local.name.View()))
+      if (local.isReference || local.type->GetKind() == Kind::EString ||
+          IsSwitch(local.name.View()))
         facts_.object[slot] = true;
     }
     const StatementList& statements = procedure_.Statements();

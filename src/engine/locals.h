@@ -11,10 +11,10 @@ namespace tamber {
 struct Local {
   Name name;
   TypeRef type;
-  uint32_t arraySize = 0;     ///< elements that a declaration gives it
+  uint32_t arraySize = 0;  ///< elements that a declaration gives it
   bool isParameter = false;
   bool isReference = false;
-  bool needsObject = false;   ///< lives in a Variable because somebody may want one; see CodeBuilder
+  bool needsObject = false;  ///< lives in a Variable because somebody may want one; see CodeBuilder
 };
 
 /// The locals of one procedure in the order of declaration; parameters come first.
@@ -38,7 +38,7 @@ class LocalTable {
 /// A name in a statement or expression, as the compiler understood it.
 struct VarUse {
   Name name;
-  int32_t slot = -1;   ///< of a local; -1: a global or external, looked up when it runs
+  int32_t slot = -1;  ///< of a local; -1: a global or external, looked up when it runs
   TypeRef type;
 };
 

@@ -121,7 +121,8 @@ class ProcedureLowering {
 
   /// Returns the number of statements in the group.
   uint32_t LowerGroup(uint32_t i) {
-    if (const auto* expression = At<StatementExpression>(i)) return LowerExpressionGroup(i, *expression);
+    if (const auto* expression = At<StatementExpression>(i))
+      return LowerExpressionGroup(i, *expression);
     CountStatements(1);
     BeginEntry(i);
     if (const auto* jump = At<StatementGoto>(i)) {
@@ -231,8 +232,7 @@ class ProcedureLowering {
     const ExpressionBase* node = &Unwrap(expression);
     while (node->GetKind() == EXPRESSION_OPERATOR) {
       const auto* op = static_cast<const ExpressionOperator*>(node);
-      if (op->GetOperator() != TamberOperators::OP_ADD ||
-          op->Type()->GetKind() != Kind::String)
+      if (op->GetOperator() != TamberOperators::OP_ADD || op->Type()->GetKind() != Kind::String)
         return false;
       chain.push_back(op);
       node = op->GetChild(0);
@@ -390,7 +390,7 @@ class ProcedureLowering {
     ResumeAt(code_->statements.size() - 1, LabelOf(i + 3));
     uint32_t kind = At<StatementArrayOp>(i + 2)->GetKind();
     builder_.Emit(Op::VarOp, variable.reg, value.reg,
-                  builder_.AppendIndex(TypeDesc::Of(kind == STATEMENT_APPEND  ? Kind::Any
+                  builder_.AppendIndex(TypeDesc::Of(kind == STATEMENT_APPEND ? Kind::Any
                                                     : kind == STATEMENT_GROW ? Kind::Int
                                                                              : Kind::Char),
                                        value.type));

@@ -61,14 +61,14 @@ class Machine {
  private:
   struct Frame {
     const Code* code;
-    const Instr* pc;         ///< saved while something else runs
+    const Instr* pc;  ///< saved while something else runs
     Cell* base;
-    Cell* result;            ///< register of the caller that takes the result
-    uint64_t started;        ///< nanoseconds, while tracing
-    uint32_t stackHeight;    ///< of the evaluation stack, when it began
+    Cell* result;          ///< register of the caller that takes the result
+    uint64_t started;      ///< nanoseconds, while tracing
+    uint32_t stackHeight;  ///< of the evaluation stack, when it began
     uint32_t chunk;
     uint32_t statementCount;
-    bool boundary;           ///< its end returns to native code
+    bool boundary;  ///< its end returns to native code
   };
   struct Chunk {
     std::unique_ptr<Cell[]> cells;
@@ -138,17 +138,17 @@ class Machine {
   void SweepArray(ArrayData& array);
 
   ContextState& state_;
-  Stack* stack_ = nullptr;         ///< evaluation stack of the current run
+  Stack* stack_ = nullptr;  ///< evaluation stack of the current run
   std::vector<Frame> frames_;
   uint32_t frameCount_ = 0;
   std::vector<Chunk> chunks_;
   uint32_t chunk_ = 0;
-  uint32_t nativeDepth_ = 0;       ///< runs inside runs
+  uint32_t nativeDepth_ = 0;  ///< runs inside runs
   bool traced_ = false;
-  bool leftZero_ = false;          ///< the failing operator left a 0 in place of its value
-  bool unwinding_ = false;         ///< an error ended a nested run, and with it this one
+  bool leftZero_ = false;   ///< the failing operator left a 0 in place of its value
+  bool unwinding_ = false;  ///< an error ended a nested run, and with it this one
   enum_ProcStatus status_ = PROCSTATUS_ENDED;
-  Cell result_ = ZeroCell();       ///< of the boundary frame that ended last
+  Cell result_ = ZeroCell();                      ///< of the boundary frame that ended last
   std::vector<std::pair<Kind, Cell>> converted_;  ///< borrowed by registers until the run ends
   std::unordered_map<uint32_t, std::unique_ptr<VarList>> extraLocals_;  ///< by frame number
   GlobalSlot caseSwitch_;

@@ -55,8 +55,7 @@ Cell* Machine::MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk) {
   if (wanted != nullptr && wanted + code->registers <= chunks_[chunk].end) return wanted;
   size_t next = wanted == nullptr ? 0 : chunk + 1;
   // What lies above is free; a chunk that is too small for this code is replaced.
-  while (next < chunks_.size() &&
-         chunks_[next].cells.get() + code->registers > chunks_[next].end) {
+  while (next < chunks_.size() && chunks_[next].cells.get() + code->registers > chunks_[next].end) {
     chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(next));
   }
   if (next == chunks_.size()) {
@@ -70,8 +69,7 @@ Cell* Machine::MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk) {
   return chunks_[next].cells.get();
 }
 
-bool Machine::PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result,
-                        bool boundary) {
+bool Machine::PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary) {
   if (frames_.size() == frameCount_) frames_.resize(std::max<size_t>(16, frames_.size() * 2));
   Frame& frame = frames_[frameCount_++];
   frame.code = code;
@@ -166,8 +164,8 @@ bool Machine::BindArguments(TamberProcedure& procedure, Stack& stack, Cell* base
     if (local.isReference) {
       Variable* target = argument->Dereference();
       bool anyArray = local.type->IsArray() && !local.type->Element() && type->IsArray();
-      bool same = anyArray || (local.type->IsSame(*type) &&
-                               local.type->Layout().Get() == type->Layout().Get());
+      bool same = anyArray ||
+                  (local.type->IsSame(*type) && local.type->Layout().Get() == type->Layout().Get());
       cells[i].v = target != nullptr ? target->Duplicate() : argument->Duplicate();
       fits = fits && same;
     } else if (!ConvertCell(*wanted, *type, *CellOf(*argument), cells[i])) {
@@ -261,10 +259,10 @@ void Machine::TraceLeave(const Frame& frame) {
   if (frame.code->procedure == nullptr || unwinding_) return;
   float milliseconds =
       static_cast<float>(kel::MonotonicNanoseconds() - frame.started) / 1e9f * 1000.0f;
-  state_.context.OutputErrorText(
-      KelString("TamberDebug"), "Leaving %s, executed %lu statements, total time %.2f ms%s",
-      frame.code->procedure->GetName().GetString(), frame.statementCount,
-      static_cast<double>(milliseconds), "\r\n");
+  state_.context.OutputErrorText(KelString("TamberDebug"),
+                                 "Leaving %s, executed %lu statements, total time %.2f ms%s",
+                                 frame.code->procedure->GetName().GetString(), frame.statementCount,
+                                 static_cast<double>(milliseconds), "\r\n");
 }
 
 // --- the local scope ---
@@ -303,7 +301,8 @@ int32_t Machine::FindLocal(std::string_view name) {
 Variable* Machine::GetLocal(uint32_t index) {
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
-  if (index >= slots) return extraLocals_.empty() ? nullptr : ExtraLocals().GetVariable(index - slots);
+  if (index >= slots)
+    return extraLocals_.empty() ? nullptr : ExtraLocals().GetVariable(index - slots);
   for (const OwnedRegister& owned : frame->code->ownedLocals)
     if (owned.reg == index && owned.kind == Kind::Any) return frame->base[index].v;
   return nullptr;

@@ -57,13 +57,13 @@ enum_ProcStatus Machine::Loop() {
     R = frame->base;                   \
   } while (false)
 #define DISPATCH() goto* kTable[static_cast<uint16_t>(pc->op)]
-#define NEXT() \
-  do {         \
-    ++pc;      \
+#define NEXT()  \
+  do {          \
+    ++pc;       \
     DISPATCH(); \
   } while (false)
-#define CHECK(done)        \
-  do {                     \
+#define CHECK(done)         \
+  do {                      \
     if (!(done)) goto fail; \
   } while (false)
 #define A R[pc->a]
@@ -71,10 +71,10 @@ enum_ProcStatus Machine::Loop() {
 #define C R[pc->c]
 #define IMM static_cast<int16_t>(pc->c)
 #define SAVE() frame->pc = pc
-#define JUMP_IF(condition)                                      \
-  do {                                                          \
-    pc += (condition) ? static_cast<int16_t>(pc->c) : 1;        \
-    DISPATCH();                                                 \
+#define JUMP_IF(condition)                               \
+  do {                                                   \
+    pc += (condition) ? static_cast<int16_t>(pc->c) : 1; \
+    DISPATCH();                                          \
   } while (false)
 
   RELOAD();
@@ -95,14 +95,14 @@ L_CopyO:
   SAVE();
   A = CopyCell(KindIn(pc->c), B);
   NEXT();
-L_SetO: {
+L_SetO : {
   SAVE();
   Cell old = A;
   A = CopyCell(KindIn(pc->c), B);
   ReleaseCell(KindIn(pc->c), old);
   NEXT();
 }
-L_TakeO: {
+L_TakeO : {
   Cell old = A;
   A = B;
   ReleaseCell(KindIn(pc->c), old);
@@ -365,14 +365,14 @@ L_Append:
   SAVE();
   AppendText(A.s, TextOf(B.s));
   NEXT();
-L_AppendT: {
+L_AppendT : {
   SAVE();
   std::string text;
   AppendCellText(text, KindIn(pc->c), B);
   AppendText(A.s, text);
   NEXT();
 }
-L_Text: {
+L_Text : {
   SAVE();
   std::string text;
   AppendCellText(text, KindIn(pc->c), B);
@@ -397,7 +397,7 @@ L_S2C:
 L_S2B:
   A.i = CellToChar(Kind::String, B) != 0;
   NEXT();
-L_Chars2S: {
+L_Chars2S : {
   SAVE();
   Cell text = ZeroCell();
   Cell array = B;
@@ -407,7 +407,7 @@ L_Chars2S: {
   NEXT();
 }
 
-L_LdG: {
+L_LdG : {
   GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
   if (slot.epoch == state_.epoch && slot.cell != nullptr) {
     A = *slot.cell;
@@ -417,7 +417,7 @@ L_LdG: {
   }
   NEXT();
 }
-L_StG: {
+L_StG : {
   GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
   if (slot.epoch == state_.epoch && slot.cell != nullptr) {
     *slot.cell = A;
@@ -439,7 +439,7 @@ L_LeaG:
   SAVE();
   CHECK(GlobalAddress(const_cast<GlobalSlot&>(code->globals[pc->b]), A));
   NEXT();
-L_VarG: {
+L_VarG : {
   GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
   SAVE();
   CHECK(slot.epoch == state_.epoch || ResolveGlobal(slot));
@@ -447,7 +447,7 @@ L_VarG: {
   NEXT();
 }
 
-L_LdV: {
+L_LdV : {
   Variable* variable = B.v;
   if (variable != nullptr && VariableAccess::KindOf(*variable) == KindIn(pc->c) &&
       !VariableAccess::IsReference(*variable)) {
@@ -458,7 +458,7 @@ L_LdV: {
   }
   NEXT();
 }
-L_StV: {
+L_StV : {
   Variable* variable = B.v;
   if (variable != nullptr && VariableAccess::KindOf(*variable) == KindIn(pc->c) &&
       !VariableAccess::IsReference(*variable)) {
@@ -477,7 +477,7 @@ L_StVT:
   SAVE();
   CHECK(StoreObject(*code, R, *pc, true));
   NEXT();
-L_LeaV: {
+L_LeaV : {
   SAVE();
   Variable* variable = LocalObject(*code, R, pc->b, true);
   CHECK(variable != nullptr);
@@ -488,7 +488,7 @@ L_LeaV: {
   A.p = CellOf(*variable);
   NEXT();
 }
-L_VarV: {
+L_VarV : {
   SAVE();
   Variable* variable = LocalObject(*code, R, pc->b, false);
   CHECK(variable != nullptr);
@@ -501,14 +501,14 @@ L_DeclO:
   Declare(*code, R, *pc);
   NEXT();
 
-L_VarN: {
+L_VarN : {
   SAVE();
   Variable* variable = FindByName(code->names[pc->b]);
   CHECK(variable != nullptr);
   A.v = variable->Duplicate();
   NEXT();
 }
-L_LeaN: {
+L_LeaN : {
   SAVE();
   Variable* variable = FindByName(code->names[pc->b]);
   CHECK(variable != nullptr);
@@ -524,17 +524,17 @@ L_LdVar:
   CHECK(LoadVariableAs(*code->types[pc->c], *B.v, A));
   NEXT();
 
-#define ARRAY_GET(Type, field)                                                        \
-  {                                                                                   \
-    ArrayData* array = B.a;                                                           \
-    uint32_t at = static_cast<uint32_t>(C.i) - 1;                                     \
-    if (array != nullptr && at < array->Count() && !array->HasBoxes()) {              \
-      A.field = array->Data<Type>()[at];                                              \
-    } else {                                                                          \
-      SAVE();                                                                         \
-      CHECK(ElementAt(array, C.i, A));                                                \
-    }                                                                                 \
-    NEXT();                                                                           \
+#define ARRAY_GET(Type, field)                                           \
+  {                                                                      \
+    ArrayData* array = B.a;                                              \
+    uint32_t at = static_cast<uint32_t>(C.i) - 1;                        \
+    if (array != nullptr && at < array->Count() && !array->HasBoxes()) { \
+      A.field = array->Data<Type>()[at];                                 \
+    } else {                                                             \
+      SAVE();                                                            \
+      CHECK(ElementAt(array, C.i, A));                                   \
+    }                                                                    \
+    NEXT();                                                              \
   }
 L_AGet8:
   ARRAY_GET(int8_t, i)
@@ -547,19 +547,18 @@ L_AGetA:
   CHECK(ElementAsVariable(B.a, C.i, A));
   NEXT();
 
-#define ARRAY_SET(cell, Type, field)                                                  \
-  {                                                                                   \
-    Cell& place = (cell);                                                             \
-    ArrayData* array = place.a;                                                       \
-    uint32_t at = static_cast<uint32_t>(B.i) - 1;                                     \
-    if (array != nullptr && at < array->Count() && !array->IsShared() &&              \
-        !array->HasBoxes()) {                                                         \
-      array->Data<Type>()[at] = static_cast<Type>(C.field);                           \
-    } else {                                                                          \
-      SAVE();                                                                         \
-      CHECK(StoreElement(place, B.i, C));                                             \
-    }                                                                                 \
-    NEXT();                                                                           \
+#define ARRAY_SET(cell, Type, field)                                                           \
+  {                                                                                            \
+    Cell& place = (cell);                                                                      \
+    ArrayData* array = place.a;                                                                \
+    uint32_t at = static_cast<uint32_t>(B.i) - 1;                                              \
+    if (array != nullptr && at < array->Count() && !array->IsShared() && !array->HasBoxes()) { \
+      array->Data<Type>()[at] = static_cast<Type>(C.field);                                    \
+    } else {                                                                                   \
+      SAVE();                                                                                  \
+      CHECK(StoreElement(place, B.i, C));                                                      \
+    }                                                                                          \
+    NEXT();                                                                                    \
   }
 L_ASet8:
   ARRAY_SET(A, int8_t, i)
@@ -573,7 +572,7 @@ L_ASetP32:
   ARRAY_SET(*static_cast<Cell*>(A.p), int32_t, i)
 L_ASetP64:
   ARRAY_SET(*static_cast<Cell*>(A.p), uint64_t, bits)
-L_ASetPO: {
+L_ASetPO : {
   SAVE();
   Cell& place = *static_cast<Cell*>(A.p);
   Cell unused = ZeroCell();
@@ -586,25 +585,25 @@ L_ASetPT:
   SAVE();
   CHECK(StoreElement(*static_cast<Cell*>(A.p), B.i, C));
   NEXT();
-L_SGet: {
+L_SGet : {
   StructData* data = B.st;
   A = data->HasBoxes() ? data->Peek(pc->c) : data->Cells()[pc->c];
   NEXT();
 }
-L_SSetP: {
+L_SSetP : {
   SAVE();
   StructData* data = Unshare(static_cast<Cell*>(A.p)->st);
   *data->Slot(pc->b) = C;
   NEXT();
 }
-L_SSetPO: {
+L_SSetPO : {
   SAVE();
   StructData* data = Unshare(static_cast<Cell*>(A.p)->st);
   Kind kind = data->Layout()->Members()[pc->b].type->GetKind();
   data->Put(pc->b, CopyCell(kind, C));
   NEXT();
 }
-L_SSetPT: {
+L_SSetPT : {
   SAVE();
   StructData* data = Unshare(static_cast<Cell*>(A.p)->st);
   data->Put(pc->b, C);
@@ -658,7 +657,7 @@ L_ASize:
 L_Push:
   stack_->PushCell(KindIn(pc->b), A);
   NEXT();
-L_PushO: {
+L_PushO : {
   SAVE();
   Kind kind = KindIn(pc->b);
   Cell copy = CopyCell(kind, A);
@@ -687,7 +686,7 @@ L_PopTo:
   SAVE();
   A.v = stack_->PopVariable();
   NEXT();
-L_AnyTo: {
+L_AnyTo : {
   SAVE();
   const TypeDesc& type = *code->types[pc->c];
   Cell value = ZeroCell();
@@ -709,7 +708,7 @@ L_AssignV:
 L_ClrErr:
   state_.errorCode = 0;
   NEXT();
-L_Call: {
+L_Call : {
   SAVE();
   TamberProcedure* procedure = code->procedures[pc->b];
   const Code* callee = procedure->FindCode(traced_);
@@ -721,7 +720,7 @@ L_Call: {
   RELOAD();
   DISPATCH();
 }
-L_CallN: {
+L_CallN : {
   SAVE();
   const CallSite& site = code->sites[pc->b];
   bool done = CallFunction(site, A);
@@ -738,7 +737,7 @@ L_ChkErr:
   RELOAD();
   DISPATCH();
 
-L_Ret: {
+L_Ret : {
   Cell value = A;
   LeaveFrame(*frame);
   if (frame->boundary) {
@@ -751,7 +750,7 @@ L_Ret: {
   RELOAD();
   NEXT();
 }
-L_RetT: {
+L_RetT : {
   Cell value = A;
   LeaveFrame(*frame);
   bool boundary = frame->boundary;
@@ -765,7 +764,7 @@ L_RetT: {
   RELOAD();
   NEXT();
 }
-L_RetDef: {
+L_RetDef : {
   SAVE();
   const TypeDesc& type = *code->returnType;
   Cell value = type.GetKind() == Kind::EString ? ZeroCell() : DefaultCell(type);
@@ -781,7 +780,7 @@ L_RetDef: {
   RELOAD();
   NEXT();
 }
-L_RetV: {
+L_RetV : {
   LeaveFrame(*frame);
   bool boundary = frame->boundary;
   --frameCount_;
@@ -789,7 +788,7 @@ L_RetV: {
   RELOAD();
   NEXT();
 }
-L_CallScript: {
+L_CallScript : {
   SAVE();
   KelString path(TextOf(A.s));
   state_.CallScript(path, PlaceOf(*frame));

@@ -35,8 +35,8 @@ void Exchange(Kind kind, Cell& place, Cell value) { StoreCell(kind, place, value
 bool Machine::ResolveGlobal(GlobalSlot& slot) {
   Variable* variable = nullptr;
   for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_EXTERNAL, VARLIST_CONSTANT}) {
-    bool known = scope != VARLIST_CONSTANT ||
-                 state_.context.PeekConstant(slot.name.View()) != nullptr;
+    bool known =
+        scope != VARLIST_CONSTANT || state_.context.PeekConstant(slot.name.View()) != nullptr;
     VarList* list = known ? state_.Scope(scope) : nullptr;
     if (list == nullptr) continue;
     uint32_t at = list->FindVariable(slot.name);
@@ -320,7 +320,8 @@ bool Machine::TakeResult(const CallSite& site, uint32_t height, Cell& out) {
 
 bool Machine::CallFunction(const CallSite& site, Cell& out) {
   const TamberFunction& function = *site.function;
-  if (stack_->GetSize() < site.arguments) return Raise(ERR_EXPRFUNCPARCOUNT, function.GetName().View());
+  if (stack_->GetSize() < site.arguments)
+    return Raise(ERR_EXPRFUNCPARCOUNT, function.GetName().View());
   uint32_t height = stack_->GetSize() - site.arguments;
   Stack* stack = stack_;
   FunctionCallInfo call{&state_.context, stack, 0, KelString()};

@@ -1,5 +1,3 @@
 #include "engine/statcall.h"
 
-void StatementCallScript::Dump(KelString& out, uint32_t) const {
-  out += "Call script\r\n";
-}
+void StatementCallScript::Dump(KelString& out, uint32_t) const { out += "Call script\r\n"; }

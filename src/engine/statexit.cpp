@@ -1,5 +1,3 @@
 #include "engine/statexit.h"
 
-void StatementExit::Dump(KelString& out, uint32_t) const {
-  out += "Exit Script\r\n";
-}
+void StatementExit::Dump(KelString& out, uint32_t) const { out += "Exit Script\r\n"; }

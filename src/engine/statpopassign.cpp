@@ -1,5 +1,3 @@
 #include "engine/statpopassign.h"
 
-void StatementPopAssign::Dump(KelString& out, uint32_t) const {
-  out += "Pop assign\r\n";
-}
+void StatementPopAssign::Dump(KelString& out, uint32_t) const { out += "Pop assign\r\n"; }

@@ -1,5 +1,3 @@
 #include "engine/statpopstack.h"
 
-void StatementPopStack::Dump(KelString& out, uint32_t) const {
-  out += "Pop Stack\r\n";
-}
+void StatementPopStack::Dump(KelString& out, uint32_t) const { out += "Pop Stack\r\n"; }

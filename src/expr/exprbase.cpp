@@ -20,8 +20,8 @@ void ExpressionBase::AddChild(std::unique_ptr<ExpressionBase> child) {
   children_.push_back(std::move(child));
 }
 
-std::unique_ptr<ExpressionBase> ExpressionBase::ReplaceChild(
-    ExpressionBase* child, std::unique_ptr<ExpressionBase> node) {
+std::unique_ptr<ExpressionBase> ExpressionBase::ReplaceChild(ExpressionBase* child,
+                                                             std::unique_ptr<ExpressionBase> node) {
   auto at = std::find_if(children_.begin(), children_.end(),
                          [&](const auto& known) { return known.get() == child; });
   node->parent_ = this;

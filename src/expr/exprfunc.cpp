@@ -4,8 +4,8 @@
 #include "expr/exprvar.h"
 
 using tamber::Kind;
-using tamber::Operand;
 using tamber::Op;
+using tamber::Operand;
 
 ExpressionFunction::ExpressionFunction(std::shared_ptr<const TamberFunction> function)
     : ExpressionBase(EXPRESSION_FUNCTION), function_(std::move(function)) {

@@ -51,9 +51,7 @@ ArithmeticOps ArithmeticFor(Ops::Operator_e code) {
   }
 }
 
-bool IsComparison(Ops::Operator_e code) {
-  return code >= Ops::OP_LESS && code <= Ops::OP_NOTEQUAL;
-}
+bool IsComparison(Ops::Operator_e code) { return code >= Ops::OP_LESS && code <= Ops::OP_NOTEQUAL; }
 
 bool IsLogical(Ops::Operator_e code) { return code == Ops::OP_AND || code == Ops::OP_OR; }
 
@@ -74,7 +72,8 @@ Operand BoolOperand(CodeBuilder& b, uint16_t reg) {
 /// True, as 0 or 1 in an integer register.
 Operand ToTruth(CodeBuilder& b, const Operand& operand) {
   if (operand.kind == Kind::Bool) return operand;
-  if (operand.place == Operand::Place::Imm) return CodeBuilder::Immediate(Kind::Bool, operand.imm != 0);
+  if (operand.place == Operand::Place::Imm)
+    return CodeBuilder::Immediate(Kind::Bool, operand.imm != 0);
   Op op = operand.kind == Kind::Float    ? Op::F2B
           : operand.kind == Kind::Double ? Op::D2B
                                          : Op::ToBool;
@@ -380,8 +379,7 @@ Operand ExpressionOperator::LowerSelector(CodeBuilder& b, const Operand& leftIn)
   b.Own(reg, Kind::Any);
   Operand any = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
   if (Type()->GetKind() == Kind::Any) return any;
-  const TypeDesc& type =
-      Type()->GetKind() == Kind::EString ? *TypeDesc::Of(Kind::String) : *Type();
+  const TypeDesc& type = Type()->GetKind() == Kind::EString ? *TypeDesc::Of(Kind::String) : *Type();
   return *b.Convert(any, type);
 }
 

@@ -26,8 +26,8 @@ class ExpressionParser {
   /// Deeper parentheses, calls and indexes than this are refused.
   static constexpr uint32_t kMaxDepth = 500;
 
-  ExpressionParser(ExpressionCompiler& compiler, const ExpressionScope& scope,
-                   Tokeniser& tokeniser, uint32_t depth);
+  ExpressionParser(ExpressionCompiler& compiler, const ExpressionScope& scope, Tokeniser& tokeniser,
+                   uint32_t depth);
 
   /// Reads up to one of the terminators, which is left unread. Null: the compiler has the error.
   std::unique_ptr<ExpressionBase> Parse(std::string_view terminators);

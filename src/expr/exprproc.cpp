@@ -28,8 +28,7 @@ Operand ExpressionProcedure::Lower(tamber::CodeBuilder& builder) const {
       builder.MoveInto(reg, variable.LowerReference(builder));
       continue;
     }
-    std::optional<Operand> value =
-        builder.Convert(GetChild(i)->Lower(builder), *parameter.type);
+    std::optional<Operand> value = builder.Convert(GetChild(i)->Lower(builder), *parameter.type);
     if (!value) {
       // Only a name that means another variable when it runs comes here.
       builder.EmitFail(ERR_ASSIGNMISMATCH, procedure_->GetName().View());
@@ -47,8 +46,9 @@ Operand ExpressionProcedure::Lower(tamber::CodeBuilder& builder) const {
   if (!type) return Operand();
   // An enciphered string comes back as its text.
   Kind kind = type->GetKind() == Kind::EString ? Kind::String : type->GetKind();
-  Operand value = builder.InReg(kind, result, kind == type->GetKind() ? type : tamber::TypeDesc::Of(kind),
-                                tamber::IsManaged(kind));
+  Operand value =
+      builder.InReg(kind, result, kind == type->GetKind() ? type : tamber::TypeDesc::Of(kind),
+                    tamber::IsManaged(kind));
   if (value.owned) builder.Own(result, kind);
   return value;
 }

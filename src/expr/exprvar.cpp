@@ -57,9 +57,8 @@ void ExpressionVariable::AddIndex(Selector selector, std::unique_ptr<ExpressionB
 bool ExpressionVariable::IsDynamic(const CodeBuilder& b) const {
   if (b.IsDynamic(variable_)) return true;
   // The last step alone may lead to a value of unknown type.
-  return std::any_of(selectors_.begin(), selectors_.end(), [](const Selector& s) {
-    return s.from->GetKind() == Kind::Any;
-  });
+  return std::any_of(selectors_.begin(), selectors_.end(),
+                     [](const Selector& s) { return s.from->GetKind() == Kind::Any; });
 }
 
 size_t ExpressionVariable::IndexesBefore(size_t selector) const {
@@ -180,8 +179,7 @@ void ExpressionVariable::LowerCheck(CodeBuilder& b, const Indexes& indexes) cons
   uint32_t mark = b.Mark();
   size_t last = selectors_.size() - 1;
   Operand container = Read(b, indexes, last);
-  if (selectors_[last].isIndex)
-    b.Emit(Op::ChkE, container.reg, indexes[IndexesBefore(last)].reg);
+  if (selectors_[last].isIndex) b.Emit(Op::ChkE, container.reg, indexes[IndexesBefore(last)].reg);
   b.Free(container);
   b.Reset(mark);
 }
@@ -204,8 +202,8 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
   Operand source = b.ToReg(*converted);
   size_t steps = selectors_.size() - 1;
   bool inRegister = steps == 0 && last.isIndex && b.IsRegister(variable_) && source.IsScalar();
-  uint16_t target = inRegister ? static_cast<uint16_t>(variable_.slot)
-                               : LowerAddress(b, indexes, steps);
+  uint16_t target =
+      inRegister ? static_cast<uint16_t>(variable_.slot) : LowerAddress(b, indexes, steps);
   if (!last.isIndex) {
     Op op = source.IsScalar() ? Op::SSetP : source.owned ? Op::SSetPT : Op::SSetPO;
     b.Emit(op, target, static_cast<uint32_t>(last.member), source.reg);

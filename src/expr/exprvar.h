@@ -10,9 +10,9 @@ class ExpressionVariable final : public ExpressionBase {
   /// One step from an aggregate to its part.
   struct Selector {
     bool isIndex;
-    int32_t member = -1;           ///< 0-based position in `layout`
+    int32_t member = -1;  ///< 0-based position in `layout`
     tamber::Name memberName;
-    tamber::TypeRef from;          ///< type that the step is applied to; Kind::Any: checked when run
+    tamber::TypeRef from;  ///< type that the step is applied to; Kind::Any: checked when run
     tamber::TypeRef to;
   };
 

@@ -15,9 +15,9 @@ class VarList;
 /// The record that a built-in function receives with each call.
 struct FunctionCallInfo {
   TamberContext* context;
-  Stack* stack;          ///< the arguments, last one on top; the result goes here too
-  int32_t errorCode;     ///< set below 20000 to report a run-time error, above to end the run
-  KelString errorText;   ///< the object of the error: a name, a path, a value
+  Stack* stack;         ///< the arguments, last one on top; the result goes here too
+  int32_t errorCode;    ///< set below 20000 to report a run-time error, above to end the run
+  KelString errorText;  ///< the object of the error: a name, a path, a value
 };
 
 /// Implementation of a built-in. It pops its arguments in reverse order and pushes one result. The
@@ -29,7 +29,8 @@ using TamberFunctionExPtr = int32_t (*)(FunctionCallInfo*, TamberContext*);
 /// What the engine may take for granted about a built-in. The default promises nothing.
 struct FunctionTraits {
   bool exactResult = false;  ///< always pushes a value of the declared return type
-  bool localsBlind = false;  ///< never reads or changes script variables by name, nor runs script code
+  bool localsBlind =
+      false;  ///< never reads or changes script variables by name, nor runs script code
   uint32_t writesArgument = 0;  ///< bit n: parameter n (0-based) is changed through its variable
 };
 

@@ -1,0 +1,181 @@
+#include "kel/dirs.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "kel/filecopy.h"
+#include "kel/fileio.h"
+#include "kel/filestat.h"
+#include "tempdir.h"
+
+namespace kel {
+namespace {
+
+namespace fs = std::filesystem;
+
+class DirsTest : public TempDirTest {};
+
+Place Named(std::string_view path) { return FilePolicy().Find(path, Access::Write, Links::Keep); }
+
+TEST_F(DirsTest, DeletingATreeStaysInIt) {
+  fs::create_directories("tree/a/b");
+  fs::create_directory("keep");
+  Put("keep/file", "x");
+  Put("tree/a/file", "x");
+  fs::create_directory_symlink(dir_ + "/keep", "tree/a/link");
+  fs::create_directory_symlink("..", "tree/a/b/up");
+  fs::create_symlink("nowhere", "tree/dangling");
+  ASSERT_EQ(::mkfifo("tree/pipe", 0600), 0);
+  EXPECT_EQ(DeleteDirectory(Named("tree"), false), FileStatus::Exists);
+  EXPECT_EQ(DeleteDirectory(Named("tree"), true), FileStatus::Ok);
+  EXPECT_FALSE(fs::exists("tree"));
+  EXPECT_TRUE(fs::exists("keep/file"));
+  fs::create_directory_symlink("keep", "ln");
+  for (const char* path : {"ln", "ln/", "/", ".", "..", "keep/.", "keep/..", "//"}) {
+    EXPECT_NE(DeleteDirectory(Named(path), true), FileStatus::Ok) << path;
+  }
+  EXPECT_TRUE(fs::exists("keep/file"));
+}
+
+TEST_F(DirsTest, NoDepthIsTooDeep) {
+  constexpr int kLevels = 20000;
+  int dir = ::open(".", O_RDONLY | O_DIRECTORY);
+  for (int i = 0; i < kLevels; ++i) {
+    ASSERT_EQ(::mkdirat(dir, "d", 0700), 0);
+    const int next = ::openat(dir, "d", O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(next, 0);
+    ::close(dir);
+    dir = next;
+  }
+  const int file = ::openat(dir, "file", O_CREAT | O_WRONLY, 0600);
+  EXPECT_TRUE(WriteFull(file, "0123456789"));
+  ::close(file);
+  ::close(dir);
+  uint64_t bytes = 0;
+  EXPECT_EQ(TreeSize(Named("d"), bytes), FileStatus::Ok);
+  EXPECT_EQ(bytes, 10U);
+  EXPECT_EQ(DeleteDirectory(Named("d"), true), FileStatus::Ok);
+  EXPECT_FALSE(fs::exists("d"));
+}
+
+TEST_F(DirsTest, SizesLeaveLinksOut) {
+  fs::create_directories("tree/sub");
+  Put("tree/one", std::string(1000, 'x'));
+  Put("tree/sub/two", std::string(500, 'x'));
+  fs::create_directory_symlink("..", "tree/sub/loop");
+  fs::create_symlink("one", "tree/alias");
+  uint64_t bytes = 0;
+  EXPECT_EQ(TreeSize(Named("tree"), bytes), FileStatus::Ok);
+  EXPECT_EQ(bytes, 1500U);
+  EXPECT_NE(TreeSize(Named("tree/one"), bytes), FileStatus::Ok);
+  EXPECT_EQ(TreeSize(Named("nothing"), bytes), FileStatus::Missing);
+}
+
+TEST_F(DirsTest, PathsAreMadeLevelByLevel) {
+  EXPECT_EQ(CreatePath(FilePolicy(), "a\\b/c/"), FileStatus::Ok);
+  EXPECT_TRUE(fs::is_directory("a/b/c"));
+  EXPECT_EQ(CreatePath(FilePolicy(), "a/b/c"), FileStatus::Ok);
+  Put("file", "x");
+  EXPECT_NE(CreatePath(FilePolicy(), "file/x"), FileStatus::Ok);
+  EXPECT_NE(CreatePath(FilePolicy(), "file"), FileStatus::Ok);
+  EXPECT_NE(CreatePath(FilePolicy(), std::string(100000, 'x')), FileStatus::Ok);
+  EXPECT_NE(CreatePath(FilePolicy(), std::string_view("a\0b", 3)), FileStatus::Ok);
+  EXPECT_NE(CreatePath(FilePolicy(), ""), FileStatus::Ok);
+}
+
+TEST_F(DirsTest, MovingNeverReplaces) {
+  Put("one", "1");
+  Put("two", "2");
+  fs::create_directories("dir/sub");
+  EXPECT_EQ(Move(Named("one"), Named("two")), FileStatus::Exists);
+  EXPECT_EQ(Move(Named("one"), Named("one")), FileStatus::Exists);
+  EXPECT_EQ(Move(Named("dir"), Named("dir/sub/dir")), FileStatus::Failed);
+  EXPECT_EQ(Move(Named("nothing"), Named("x")), FileStatus::Missing);
+  EXPECT_EQ(Move(Named("one"), Named("dir/one")), FileStatus::Ok);
+  EXPECT_EQ(Move(Named("dir"), Named("renamed")), FileStatus::Ok);
+  EXPECT_EQ(Get("renamed/one"), "1");
+  EXPECT_EQ(Get("two"), "2");
+}
+
+TEST_F(DirsTest, AcrossFileSystemsTheWholeTreeArrives) {
+  std::string pattern = "/dev/shm/tamber-kel-XXXXXX";
+  struct stat here;
+  struct stat there;
+  if (::mkdtemp(pattern.data()) == nullptr) GTEST_SKIP() << "no second file system";
+  ASSERT_EQ(::stat(".", &here), 0);
+  ASSERT_EQ(::stat(pattern.c_str(), &there), 0);
+  if (here.st_dev == there.st_dev) GTEST_SKIP() << "one file system only";
+  fs::create_directories("tree/sub");
+  Put("tree/sub/file", std::string(300000, 'x'));
+  ASSERT_EQ(::chmod("tree/sub/file", 0640), 0);
+  fs::create_symlink("sub/file", "tree/link");
+  const std::string target = pattern + "/tree";
+  EXPECT_EQ(Move(Named("tree"), Named(target)), FileStatus::Ok);
+  EXPECT_FALSE(fs::exists("tree"));
+  EXPECT_EQ(Get(target + "/link"), std::string(300000, 'x'));
+  EXPECT_TRUE(fs::is_symlink(target + "/link"));
+  struct stat info;
+  ASSERT_EQ(::stat((target + "/sub/file").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0640U);
+  // What cannot be copied whole stays where it is, and leaves nothing behind.
+  ASSERT_EQ(::mkfifo((target + "/pipe").c_str(), 0600), 0);
+  EXPECT_EQ(Move(Named(target), Named("back")), FileStatus::NotValid);
+  EXPECT_TRUE(fs::exists(target + "/sub/file"));
+  EXPECT_TRUE(fs::is_empty("."));
+  fs::remove_all(pattern);
+}
+
+TEST_F(DirsTest, CopiesOfFiles) {
+  Put("from", "text");
+  ASSERT_EQ(::chmod("from", 0750), 0);
+  EXPECT_EQ(CopyFile(Named("from"), Named("to"), false), FileStatus::Ok);
+  EXPECT_EQ(Get("to"), "text");
+  EXPECT_EQ(fs::status("to").permissions(), fs::perms(0750));
+  EXPECT_EQ(CopyFile(Named("from"), Named("to"), false), FileStatus::Exists);
+  Put("to", "older");
+  EXPECT_EQ(CopyFile(Named("from"), Named("to"), true), FileStatus::Ok);
+  EXPECT_EQ(Get("to"), "text");
+  fs::create_hard_link("from", "same");
+  EXPECT_EQ(CopyFile(Named("from"), Named("same"), true), FileStatus::Same);
+  ASSERT_EQ(::mkfifo("pipe", 0600), 0);
+  EXPECT_EQ(CopyFile(Named("pipe"), Named("x"), false), FileStatus::NotValid);
+  EXPECT_EQ(CopyFile(Named("from"), Named("pipe"), true), FileStatus::NotValid);
+  EXPECT_EQ(CopyFile(Named("."), Named("x"), false), FileStatus::NotValid);
+  EXPECT_EQ(CopyFile(Named("/proc/self/status"), Named("proc"), false), FileStatus::Ok);
+  EXPECT_GT(fs::file_size("proc"), 100U);
+  bool equal = true;
+  Put("other", "tixt");
+  EXPECT_EQ(CompareFiles(Named("from"), Named("other"), equal), FileStatus::Ok);
+  EXPECT_FALSE(equal);
+  EXPECT_EQ(CompareFiles(Named("from"), Named("to"), equal), FileStatus::Ok);
+  EXPECT_TRUE(equal);
+  std::string digest;
+  EXPECT_EQ(Md5OfFile(Named("from"), digest), FileStatus::Ok);
+  EXPECT_EQ(digest, "1cb251ec0d568de6a929b520c4aed8d1");
+}
+
+TEST_F(DirsTest, AFullDiskLeavesTheOldFile) {
+  // A limit on file sizes fails like a full disk, in the middle of a write.
+  Put("file", "old");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{65536, 65536};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    const FileStatus replaced = ReplaceFile(Named("file"), std::string(100000, 'x'));
+    const FileStatus appended = AppendToFile(Named("file"), std::string(100000, 'x'));
+    ::_exit(replaced == FileStatus::Unwritable && appended == FileStatus::Unwritable ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(Get("file"), "old");
+  EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), 1);
+}
+
+}  // namespace
+}  // namespace kel
