@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "context/contextstate.h"
+#include "engine/machine.h"
 #include "engine/procedure.h"
 #include "frontend/scripttext.h"
 #include "frontend/scrline.h"
@@ -60,9 +61,9 @@ class DumpWriter {
     TamberContext& context = state_.context;
     const KelString types = Key("DumpTypes");
     if (!types.IsEmpty()) context.DumpTypes(out, types, "");
-    WriteList(out, VARLIST_GLOBAL, "Global variable list dump:", "DumpGlobals");
-    WriteList(out, VARLIST_LOCAL, "Local variable list dump:", "DumpLocals");
-    WriteList(out, VARLIST_CONSTANT, "Constants list dump:", "DumpConstants");
+    WriteList(out, state_.Scope(VARLIST_GLOBAL), "Global variable list dump:", "DumpGlobals");
+    WriteLocals(out);
+    WriteList(out, state_.Scope(VARLIST_CONSTANT), "Constants list dump:", "DumpConstants");
     const KelString functions = Key("DumpFunctions");
     if (!functions.IsEmpty()) context.DumpFunctions(out, functions, "");
     const KelString procedures = Key("DumpProcedures");
@@ -72,10 +73,17 @@ class DumpWriter {
  private:
   KelString Key(const KelString& key) const { return ini_.ReadString(section_, key, ""); }
 
-  void WriteList(KelString& out, enum_VarListType scope, std::string_view title,
+  /// Locals have objects only for this; nobody pays for a dump that was not asked for.
+  void WriteLocals(KelString& out) const {
+    const KelString key("DumpLocals");
+    if (Key(key).IsEmpty() || !state_.machine->HasLocals()) return;
+    const VarList locals = state_.machine->SnapshotLocals();
+    WriteList(out, &locals, "Local variable list dump:", key);
+  }
+
+  void WriteList(KelString& out, const VarList* list, std::string_view title,
                  const KelString& key) const {
     const KelString value = Key(key);
-    const VarList* list = state_.Scope(scope);
     if (value.IsEmpty() || list == nullptr) return;
     const kel::DumpSelection selection(value);
     selection.AppendTitle(out, title);

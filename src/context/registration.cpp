@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "context/contextstate.h"
-#include "functions/structdecl.h"
+#include "frontend/structdef.h"
 #include "kel/notice.h"
 #include "values/cellops.h"
 #include "values/strbuf.h"
@@ -50,19 +50,6 @@ void ForEachNamed(const FUNCMOD_REGISTRATION* record, enum_FuncModRegType type, 
       record, type, [](const Record* entry) { return &entry->name; }, visit);
 }
 
-using Members = std::vector<StructLayout::Member>;
-
-/// Whether a type is the structure that is to be registered: two modules may share one.
-bool IsSuchStructure(const TypeDesc& type, const Members& members) {
-  if (type.GetKind() != Kind::Struct) return false;
-  const Members& present = type.Layout()->Members();
-  return std::equal(present.begin(), present.end(), members.begin(), members.end(),
-                    [](const auto& a, const auto& b) {
-                      return a.name.Equals(b.name) && a.type->IsSame(*b.type) &&
-                             a.arraySize == b.arraySize;
-                    });
-}
-
 enum class Refusal { None, Differs, SameAlready };
 
 /// Adds a constant unless one of its name is there.
@@ -83,8 +70,7 @@ Refusal AddConstant(TamberContext& context, const KelString& name, Kind kind, Ce
 }
 
 void AddType(TamberContext& context, const KelString& name, const TypeRef& type) {
-  constexpr uint32_t kSurvivesReset = 1;
-  context.AddType(name, MakeVariable(type, Name()), kSurvivesReset);
+  context.AddType(name, MakeVariable(type, Name()), kModuleStruct);
 }
 
 void AddWithArray(TamberContext& context, const KelString& name, const TypeRef& type) {
@@ -295,19 +281,19 @@ uint32_t TamberContext::RegisterObjectType(const KelString& name) {
 
 int32_t TamberContext::RegisterStructure(const KelString& name, const KelString& members,
                                          const Variable** prototype) {
-  tamber::Members list;
-  std::string fault;
   const TypeRef present = FindTypeRef(name);
-  const bool understood =
-      !name.IsEmpty() && tamber::ParseStructMembers(members, *this, list, fault);
-  if (!understood || (present && !tamber::IsSuchStructure(*present, list))) {
-    State().debug.Logf(KelDebug::Level::Error, "Structure %S is refused at '%S'", name, fault);
+  if (!present) {
+    // A module that is refused is no error of the script that includes it.
+    const int32_t code = GetContextError();
+    const KelString text = GetContextErrorText();
+    if (tamber::DefineStructureText(*this, name, members, tamber::kModuleStruct) != 0) {
+      SetContextError(code, text);
+    }
+  }
+  const TypeRef type = FindTypeRef(name);
+  if (!type || type->GetKind() != Kind::Struct) {
     RegistrationError("Error trying to create structure '%S'", name);
     return 0;
-  }
-  if (!present) {
-    const auto layout = tamber::StructLayout::Make(tamber::Name(name.View()), std::move(list));
-    tamber::AddWithArray(*this, name, TypeDesc::StructOf(layout));
   }
   if (prototype != nullptr) *prototype = GetType(name)->GetVariable();
   return 1;

@@ -1,0 +1,241 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "context/contextstate.h"
+#include "functions/modulelist.h"
+#include "kel/notice.h"
+#include "kel/tempdir.h"
+#include "modules/functioncaller.h"
+#include "values/cellops.h"
+
+extern "C" TAMBER_API int cleanupCount;
+int cleanupCount = 0;
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class Modules : public TempDirTest {
+ protected:
+  void SetUp() override {
+    TempDirTest::SetUp();
+    cleanupCount = 0;
+    kel::SetNoticeHandler(
+        [](void* user, const KelString& caption, const KelString& text) {
+          static_cast<std::vector<std::string>*>(user)->push_back((caption + ": " + text).Str());
+        },
+        &notices_);
+  }
+  void TearDown() override {
+    kel::SetNoticeHandler(nullptr, nullptr);
+    TempDirTest::TearDown();
+  }
+
+  /// Puts a module where a script will find it, under a name of the test's choice.
+  static void Install(const std::string& module, const std::string& as) {
+    fs::create_directories(fs::path(as).parent_path().empty() ? "." : fs::path(as).parent_path());
+    fs::copy_file(fs::path(TEST_MODULES_DIR) / (module + ".so"), as,
+                  fs::copy_options::overwrite_existing);
+  }
+
+  bool Load(const char* file, const char* script = "") {
+    context_->SetContextError(0, "");
+    return context_->LoadFunctionModule(file, script, &handle_);
+  }
+
+  int32_t Run(const char* function) {
+    Stack stack;
+    FunctionCallInfo info{context_.get(), &stack, 0, ""};
+    const uint32_t index = context_->FindFunction(function);
+    EXPECT_NE(index, 0u);
+    context_->GetFunction(index)->GetImplementation()(&info);
+    code_ = info.errorCode;
+    return stack.PopInteger();
+  }
+
+  int32_t Constant(const char* name) {
+    const Variable* constant = context_->GetVariable(name, VARLIST_CONSTANT);
+    return constant != nullptr ? constant->GetIntegerValue() : -1;
+  }
+
+  std::vector<std::string> notices_;
+  std::unique_ptr<TamberContext> context_ = std::make_unique<TamberContext>();
+  void* handle_ = nullptr;
+  int32_t code_ = 0;
+};
+
+TEST_F(Modules, RegistersEveryListAndTakesItBack) {
+  Install("netutil", "netutil.so");
+  const uint32_t before = context_->GetFunctionCount();
+  ASSERT_TRUE(Load("netutil.so"));
+  EXPECT_EQ(Constant("NET_PORT"), 80);
+  EXPECT_STREQ(context_->GetVariable("NET_HOST", VARLIST_CONSTANT)->GetStringValue(), "localhost");
+  for (const char* type : {"NetHandle", "NetHandle[]", "NetAddress", "NetRange", "NetRange[]"}) {
+    EXPECT_NE(context_->GetType(KelString(type)), nullptr) << type;
+  }
+  EXPECT_EQ(Constant("NET_ERR_SLOW"), Constant("NET_ERR_DOWN") + 1);
+  EXPECT_EQ(context_->GetErrorText(Constant("NET_ERR_DOWN")), "The net is down");
+  EXPECT_EQ(context_->FindFunction("NetBroken"), 0u);
+  EXPECT_NE(context_->FindFunction("NetFind"), 0u) << "its types were there before it";
+  EXPECT_EQ(context_->GetFunctionCount(), before + 4) << "one was refused, one replaced another";
+  EXPECT_EQ(Run("Rand"), 42);
+  Run("NetFail");
+  EXPECT_EQ(code_, Constant("NET_ERR_SLOW")) << "the codes came back into the module's record";
+  const int32_t code = Constant("NET_ERR_DOWN");
+
+  context_->ResetContext();
+  EXPECT_EQ(cleanupCount, 1) << "the one clean-up that is handed the context, and only that";
+  EXPECT_EQ(context_->GetFunctionCount(), before);
+  EXPECT_EQ(Constant("NET_PORT"), -1);
+  EXPECT_EQ(context_->GetType("NetAddress[]"), nullptr);
+  EXPECT_NE(Run("Rand"), 42) << "what was replaced is back";
+  EXPECT_EQ(context_->FindFunction("NetTwice"), 0u);
+
+  ASSERT_TRUE(Load("netutil.so"));
+  EXPECT_EQ(Constant("NET_ERR_DOWN"), code) << "the codes stay reserved for it";
+  EXPECT_THAT(notices_, IsEmpty());
+}
+
+TEST_F(Modules, AreLoadedOncePerContext) {
+  Install("netutil", "netutil.so");
+  ASSERT_TRUE(Load("netutil.so"));
+  void* first = handle_;
+  handle_ = nullptr;
+  ASSERT_TRUE(Load("netutil.so", "other/script.txt"));
+  EXPECT_EQ(handle_, first);
+  TamberContext second;
+  EXPECT_TRUE(second.LoadFunctionModule("netutil.so", "", nullptr));
+  context_.reset();
+  EXPECT_EQ(cleanupCount, 1) << "each context cleans up for itself";
+  EXPECT_EQ(second.GetVariable("NET_PORT", VARLIST_CONSTANT)->GetIntegerValue(), 80);
+}
+
+TEST_F(Modules, AreFoundAlongThePath) {
+  Install("netutil", "here/netutil.DLL");
+  EXPECT_FALSE(Load("netutil.DLL"));
+  EXPECT_EQ(context_->GetContextError(), 20118);
+  EXPECT_EQ(context_->GetContextErrorText(), "netutil.DLL");
+  EXPECT_TRUE(Load("netutil.DLL", "here/script.txt")) << "beside the script";
+  context_->ResetContext();
+  EXPECT_TRUE(Load("here\\netutil.DLL"));
+  context_->ResetContext();
+
+  Put("tamber.ini", "[TamberConfig]\nModulePath=here\n");
+  fs::create_directory("etc");
+  Put("etc/my.ini", "[TamberConfig]\nModulePath=..\\here\n");
+  EXPECT_TRUE(Load("netutil.DLL"));
+  context_->ResetContext();
+  context_->SetIniPath("etc/my.ini");
+  EXPECT_TRUE(Load("netutil.DLL")) << "a relative path counts from the INI file as well";
+  context_->ResetContext();
+  Put("etc/my.ini", "");
+  Install("netutil", "bin/modules/netutil.tbx");
+  context_->SetExePath(KelString(dir_ + "/bin/host"));
+  EXPECT_TRUE(Load("netutil.tbx"));
+}
+
+TEST_F(Modules, RefusesWhatIsNoModule) {
+  Install("netutil", "other.so");  // exports nothing of that name
+  Install("oddities", "nothing.so");
+  Install("oddities", "thrower.so");
+  Install("foreign", "foreign.so");
+  Put("text.so", "this is no library");
+  Put("empty.so", "");
+  Install("netutil", "netutil.so");
+  const std::string good = Get("netutil.so");
+  Put("netutil.so", good.substr(0, good.size() / 3));
+  std::string machine = good;
+  machine[18] = '\xB7';  // the header's machine
+  Put("alien.so", machine);
+  const uint32_t functions = context_->GetFunctionCount();
+  for (const char* file : {"other.so", "nothing.so", "thrower.so", "foreign.so", "text.so",
+                           "empty.so", "netutil.so", "alien.so"}) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      EXPECT_FALSE(Load(file)) << file;
+      EXPECT_EQ(context_->GetContextError(), 20117) << file;
+    }
+  }
+  EXPECT_EQ(context_->GetFunctionCount(), functions);
+  context_.reset();
+  EXPECT_EQ(cleanupCount, 0) << "what was not initialised is not cleaned up";
+}
+
+TEST_F(Modules, EmptyListsAndThePlainCleanUp) {
+  Install("oddities", "empty.so");
+  EXPECT_TRUE(Load("empty.so"));
+  context_.reset();
+  EXPECT_EQ(cleanupCount, 10);
+}
+
+TEST_F(Modules, NamesOfEntryPoints) {
+  using tamber::ModuleList;
+  const auto name = ModuleList::GetModuleFunctionName;
+  EXPECT_EQ(name("/a/netutil.so", ModuleList::INITIALISE), "InitialiseNetutilModule");
+  EXPECT_EQ(name("C:\\x\\netUtil.dll", ModuleList::CLEANUP), "CleanupNetUtilModule");
+  EXPECT_EQ(name("_x.tbx", ModuleList::CLEANUP_EX), "Cleanup_xModuleEx");
+  EXPECT_EQ(name("", ModuleList::INITIALISE), "InitialiseModule");
+}
+
+TEST_F(Modules, ThreadsLoadAndUnloadTheSameOne) {
+  Install("netutil", "netutil.so");
+  std::atomic<int> loaded{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&] {
+      TamberContext context;
+      for (int round = 0; round < 10; ++round) {
+        if (context.LoadFunctionModule("netutil.so", "", nullptr) &&
+            context.FindFunction("NetTwice") != 0) {
+          ++loaded;
+        }
+        context.ResetContext();
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(loaded, 80);
+  EXPECT_EQ(cleanupCount, 80);
+}
+
+TEST_F(Modules, ConstantsKeepTheirFirstValue) {
+  context_->RegisterInteger("ONE", 1, VARLIST_CONSTANT);
+  context_->RegisterInteger("one", 1, VARLIST_CONSTANT);
+  context_->RegisterInteger("ONE", 2, VARLIST_CONSTANT);
+  context_->RegisterString("ONE", "1", VARLIST_CONSTANT);
+  context_->RegisterBoolean("TRUE", 7, VARLIST_CONSTANT);
+  context_->RegisterBoolean("TRUE", 0, VARLIST_CONSTANT);
+  EXPECT_EQ(Constant("ONE"), 1);
+  EXPECT_THAT(notices_,
+              ElementsAre("Tamber Registration Error: Trying to register integer ONE with "
+                          "different values",
+                          "Tamber Registration Error: Trying to register string ONE with "
+                          "different values",
+                          "Tamber Registration Error: Trying to register boolean TRUE with "
+                          "different values"));
+}
+
+TEST_F(Modules, TypesAndStructures) {
+  EXPECT_EQ(context_->RegisterObjectType("Socket"), 0u);
+  EXPECT_EQ(context_->RegisterObjectType("socket"), context_->FindType("Socket"));
+  const Variable* prototype = nullptr;
+  EXPECT_NE(context_->RegisterStructure("Pair", "int A; int B;", &prototype), 0);
+  ASSERT_NE(prototype, nullptr);
+  EXPECT_EQ(prototype->GetStructElementIndex("b"), 2u);
+  for (const char* members : {"Nothing X;", "int A; int a;", "int A B;"}) {
+    EXPECT_EQ(context_->RegisterStructure("Bad", members, &prototype), 0) << members;
+  }
+  EXPECT_EQ(context_->RegisterStructure("int", "int A;", &prototype), 0);
+  EXPECT_EQ(notices_.size(), 4u);
+  EXPECT_THAT(notices_[0], HasSubstr("Error trying to create structure 'Bad'"));
+  EXPECT_EQ(context_->GetContextError(), 0);
+  Variable* built = context_->GetType("Pair")->CreateVariable("");
+  built->SetStructName("Couple");
+  EXPECT_EQ(context_->RegisterStructure(built), 1);
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "context/contextstate.h"
+#include "frontend/scripttext.h"
+#include "kel/notice.h"
+#include "kel/tempdir.h"
+#include "values/cellops.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+class Output : public TempDirTest {
+ protected:
+  void Ini(const std::string& text) { Put("tamber.ini", "[TamberDebug]\n" + text); }
+  void AddInteger(const char* name, int32_t value) {
+    Variable* variable = context_.GetType("int")->CreateVariable(name);
+    variable->SetIntegerValue(value);
+    context_.AddVariable(variable, VARLIST_GLOBAL);
+  }
+  std::string Dump() {
+    std::filesystem::remove("tamber.log");
+    context_.PerformDumps("TamberDebug", nullptr);
+    return Get("tamber.log");
+  }
+
+  TamberContext context_;
+};
+
+TEST_F(Output, GoesWhereTheSectionSays) {
+  context_.OutputErrorText("TamberDebug", "%S %d\r\n", KelString("one"), 1);
+  context_.OutputErrorText("TamberDebug", "two\r\n");
+  EXPECT_EQ(Get("tamber.log"), "one 1\r\ntwo\r\n") << "always appended";
+  for (const char* type : {"none", "NONE", "", "foo"}) {
+    Ini(std::string("OutputType=") + type + "\nOutputName=x.log\nDumpGlobals=*\n");
+    context_.OutputErrorText("TamberDebug", "three");
+    context_.PerformDumps("TamberDebug", nullptr);
+    EXPECT_FALSE(std::filesystem::exists("x.log")) << type;
+  }
+  Ini("OutputType = FILE\nOutputName = y.log\n");
+  context_.OutputErrorText("TamberDebug", "four");
+  EXPECT_EQ(Get("y.log"), "four");
+  Ini("OutputType=var\n");
+  context_.OutputErrorText("TamberDebug", "nowhere: LogFile is empty");
+  context_.GetVariable("LogFile", VARLIST_GLOBAL)->SetStringValue(KelString("v.log"));
+  context_.OutputErrorText("TamberDebug", "five");
+  EXPECT_EQ(Get("v.log"), "five");
+  context_.OutputErrorText("TamberRunErrors", "six");
+  EXPECT_THAT(Get("tamber.log"), EndsWith("six")) << "another section keeps its defaults";
+}
+
+TEST_F(Output, AFileThatCannotBeOpenedIsNoticed) {
+  std::string notice;
+  kel::SetNoticeHandler(
+      [](void* user, const KelString& caption, const KelString& text) {
+        *static_cast<std::string*>(user) = (caption + "|" + text).Str();
+      },
+      &notice);
+  Ini("OutputName=no/such/dir.log\n");
+  context_.OutputErrorText("TamberDebug", "lost");
+  kel::SetNoticeHandler(nullptr, nullptr);
+  EXPECT_EQ(notice, "no/such/dir.log|Internal Error: Failed to open output file");
+  EXPECT_EQ(context_.GetContextError(), 0);
+}
+
+TEST_F(Output, StandardOutputByTypeAndByName) {
+  testing::internal::CaptureStdout();
+  Ini("OutputType=stdout\n");
+  context_.OutputErrorText("TamberDebug", "a");
+  Ini("OutputName=stdout\n");
+  context_.OutputErrorText("TamberDebug", "b");
+  context_.AppendOutput("c");
+  context_.FlushOutput();
+  KelString mine;
+  context_.SetOutput(&mine);
+  context_.AppendOutput("d");
+  context_.FlushOutput();
+  context_.SetOutput(nullptr);
+  context_.AppendOutput("e");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "abce");
+  EXPECT_EQ(mine, "d");
+}
+
+TEST_F(Output, DumpsOfVariables) {
+  AddInteger("beta", 2);
+  AddInteger("Alpha", 1);
+  EXPECT_EQ(Dump(), "") << "by default nothing but source is dumped";
+  Ini("DumpGlobals = BETA;nothing,alpha\n");
+  std::string dump = Dump();
+  EXPECT_THAT(dump,
+              StartsWith("\r\nGlobal variable list dump: (limited by INI file settings) \r\n"));
+  EXPECT_LT(dump.find("beta"), dump.find("Alpha")) << "in the order of the words";
+  EXPECT_THAT(dump, Not(HasSubstr("LogFile")));
+  Ini("DumpGlobals = alpha;*\n");
+  dump = Dump();
+  EXPECT_THAT(dump, StartsWith("\r\nGlobal variable list dump:\r\n"));
+  EXPECT_LT(dump.find("Alpha"), dump.find("LogFile"));
+  EXPECT_THAT(dump, HasSubstr("StrCase"));
+  Ini("DumpLocals = *\nDumpConstants = true\n");
+  dump = Dump();
+  EXPECT_THAT(dump, Not(HasSubstr("Local"))) << "no procedure is running";
+  EXPECT_THAT(dump, HasSubstr("\r\nConstants list dump: (limited by INI file settings) \r\nTRUE"));
+}
+
+TEST_F(Output, DumpsOfTables) {
+  Ini("DumpTypes=*\nDumpFunctions=print,RAND\nDumpProcedures=*\n");
+  const std::string dump = Dump();
+  const size_t types = dump.find("\r\nData types dump:\r\n");
+  const size_t functions = dump.find("\r\nFunctions dump: (limited by INI file settings) \r\n");
+  ASSERT_NE(types, std::string::npos);
+  ASSERT_NE(functions, std::string::npos);
+  EXPECT_LT(types, functions);
+  EXPECT_THAT(dump, HasSubstr("int Print (string Text)\r\nint Rand ()\r\n"));
+  EXPECT_LT(functions, dump.find("\r\nProcedures dump:"));
+}
+
+TEST_F(Output, SourceAroundALine) {
+  std::string text;
+  for (int i = 1; i <= 30; ++i) text += "line" + std::to_string(i) + "%n%s\n";
+  const auto source = tamber::ScriptText::FromBuffer("script", text);
+  const auto dump = [&] {
+    std::filesystem::remove("tamber.log");
+    context_.State().PerformDumps("TamberDebug", {source, 15});
+    return Get("tamber.log");
+  };
+  const std::string ten = dump();
+  EXPECT_THAT(ten, HasSubstr("line10%n%s"));
+  EXPECT_THAT(ten, HasSubstr("line20%n%s"));
+  EXPECT_THAT(ten, Not(HasSubstr("line9%")));
+  EXPECT_THAT(ten, Not(HasSubstr("line21")));
+  Ini("DumpSource=-5\n");
+  EXPECT_EQ(dump(), "");
+  Ini("DumpSource=2147483647\n");
+  EXPECT_THAT(dump(), HasSubstr("line30"));
+}
+
+TEST_F(Output, SwitchesAreReadWithThePath) {
+  Ini("ProcedureTrace=1\nCompileOnly=2\nDumpStatements=x\n");
+  EXPECT_EQ(context_.State().procedureTrace, 0);
+  context_.SetIniPath("tamber.ini");
+  EXPECT_EQ(context_.State().procedureTrace, 1);
+  EXPECT_EQ(context_.State().compileOnly, 2);
+  EXPECT_EQ(context_.State().dumpStatements, 0);
+  context_.SetIniPath("etc/other.ini");
+  EXPECT_EQ(context_.State().procedureTrace, 0);
+  context_.SetIniDir("lib");
+  EXPECT_EQ(context_.GetIniPath(), "lib/other.ini");
+}
+
+}  // namespace

@@ -1,0 +1,134 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "context/contextstate.h"
+#include "kel/clock.h"
+#include "kel/keldebug.h"
+#include "kel/sessionstore.h"
+#include "kel/tempdir.h"
+#include "values/cellops.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class DebugLines : public KelDebugContext {
+ public:
+  bool IsEnabled(Level) const override { return true; }
+  void Write(Level, const KelString&, const KelString& text) override { lines.push_back(text); }
+  std::vector<KelString> lines;
+};
+
+class Sessions : public TempDirTest {
+ protected:
+  static std::shared_ptr<SessionStore> Store(const char* file = "TamberSessions") {
+    return kel::OpenSessionStore(file);
+  }
+  static int64_t Stamp(const char* key) {
+    int64_t stamp = -1;
+    Store()->GetInteger(key, stamp);
+    return stamp;
+  }
+  Variable* AddSession(TamberContext& context, const char* word, const char* name) {
+    Variable* variable = context.GetType(KelString(word))->CreateVariable(name);
+    variable->SetVarFlags(Variable::Session);
+    context.AddVariable(variable, VARLIST_GLOBAL);
+    return variable;
+  }
+
+  TamberContext context_;
+};
+
+TEST_F(Sessions, SelectingWritesAStampBesideTheIniFile) {
+  context_.SetSessionId(0);
+  EXPECT_TRUE(std::filesystem::is_empty(".")) << "no session: nothing is written";
+  context_.SetSessionId(7);
+  EXPECT_NEAR(static_cast<double>(Stamp("session/7/")), kel::UnixSeconds(), 2);
+  EXPECT_EQ(context_.GetSessionId(), 7u);
+  context_.SetSessionId(4294967295);
+  EXPECT_TRUE(Store()->Exists("session/4294967295/"));
+  EXPECT_TRUE(context_.DoesSessionExist(7));
+  EXPECT_FALSE(context_.DoesSessionExist(70));
+  EXPECT_EQ(context_.GetSessionId(), 4294967295u);
+}
+
+TEST_F(Sessions, TheFileFollowsTheConfiguration) {
+  std::filesystem::create_directories("etc/data");
+  context_.SetIniPath("etc/my.ini");
+  context_.SetSessionId(1);
+  EXPECT_TRUE(std::filesystem::exists("etc/TamberSessions"));
+  Put("etc/my.ini", "[TamberConfig]\nSessionFile=data/s\n");
+  context_.SetSessionId(1);
+  EXPECT_TRUE(std::filesystem::exists("etc/data/s"));
+  Put("etc/my.ini", "[TamberConfig]\nSessionFile=\\data\\t\n");
+  context_.SetSessionId(1);
+  EXPECT_TRUE(std::filesystem::exists("etc/data/t")) << "a backslash in front is relative";
+  for (const char* name : {"", "x"}) {
+    Put("etc/my.ini", std::string("[TamberConfig]\nSessionFile=") + name + "\n");
+    context_.SetSessionId(1);
+  }
+  EXPECT_TRUE(std::filesystem::exists("etc/x"));
+  Put("etc/my.ini", "[TamberConfig]\nSessionFile=" + dir_ + "/absolute\n");
+  context_.SetSessionId(1);
+  EXPECT_TRUE(std::filesystem::exists("absolute"));
+}
+
+TEST_F(Sessions, ExpireByAge) {
+  const uint32_t now = kel::UnixSeconds();
+  const auto store = Store();
+  store->SetInteger("session/1/", now - 100);
+  store->SetText("session/1/name", "x");
+  store->SetInteger("session/10/", now);
+  store->SetInteger("session/11/", now - 10);
+  store->SetText("session/12/name", "no stamp");
+  context_.SetSessionId(2);
+  context_.ExpireOldSessions(50);
+  EXPECT_THAT(store->SubKeys("session/"), ElementsAre("session/10/", "session/11/", "session/2/"));
+  context_.ExpireOldSessions(0);
+  EXPECT_THAT(store->Children("session/"), testing::Contains("session/2/"))
+      << "its stamp is of this second";
+  EXPECT_FALSE(store->Exists("session/11/"));
+  context_.ExpireOldSessions(now + 100);
+  EXPECT_THAT(store->Children("session/"), IsEmpty()) << "a cutoff before 1970 is far ahead";
+}
+
+TEST_F(Sessions, ResetSavesSessionVariables) {
+  context_.SetSessionId(5);
+  AddSession(context_, "int", "Count")->SetIntegerValue(41);
+  AddSession(context_, "string", "Name")->SetStringValue(KelString(std::string("a\0b", 3)));
+  context_.ResetContext();
+  TamberContext later;
+  later.SetSessionId(5);
+  Variable* count = AddSession(later, "int", "COUNT");
+  count->LoadFromSession(5, later.State().sessionStore.get());
+  EXPECT_EQ(count->GetIntegerValue(), 41);
+  Variable* name = AddSession(later, "string", "name");
+  name->LoadFromSession(5, later.State().sessionStore.get());
+  EXPECT_EQ(std::string(name->GetStringValue(), name->GetLength()), std::string("a\0b", 3));
+  Variable* other = AddSession(later, "int", "other");
+  other->SetIntegerValue(9);
+  other->LoadFromSession(5, later.State().sessionStore.get());
+  EXPECT_EQ(other->GetIntegerValue(), 9) << "what is not stored leaves the variable as it is";
+}
+
+TEST_F(Sessions, AUselessStoreIsSilent) {
+  DebugLines debug;
+  context_.SetDebugContext(&debug);
+  context_.SetContextError(11, "before");
+  Put("TamberSessions", "not a store at all, but somebody's text");
+  context_.SetSessionId(3);
+  EXPECT_FALSE(context_.DoesSessionExist(3));
+  context_.ExpireOldSessions(0);
+  AddSession(context_, "int", "n");
+  context_.SetDebugContext(&debug);
+  EXPECT_EQ(Get("TamberSessions"), "not a store at all, but somebody's text");
+  EXPECT_EQ(context_.GetContextError(), 11);
+  EXPECT_FALSE(debug.lines.empty());
+  std::filesystem::remove("TamberSessions");
+  context_.SetSessionId(3);
+  EXPECT_TRUE(context_.DoesSessionExist(3)) << "and it works again once the way is clear";
+}
+
+}  // namespace
