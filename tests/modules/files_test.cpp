@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 
+#include "context/handletable.h"
 #include "context/tambctxt.h"
 #include "kel/filepolicy.h"
 #include "kel/tempdir.h"
@@ -21,7 +22,7 @@ class FilesTest : public TempDirTest {
     context_.SetOutput(&output);
     const std::string script =
         "proc main()\nTextFileHandle h\nFileFindInfo f\nint i\nbool b\n"
-        "string s\nErrHandler = \"INLINE\"\n" +
+        "string s\nErrHandler = INLINE_HANDLER\n" +
         statements + "\nendproc\n";
     const KelString name(std::to_string(++scripts_));
     context_.ResetContext();
@@ -85,9 +86,11 @@ TEST_F(FilesTest, HandlesThatAreNone) {
   Put("a.txt", "one\n");
   EXPECT_EQ(Eval("FileGetLineCount(h)"), "0 107");
   EXPECT_EQ(Eval("FileFindNext(f)"), " 107");
-  EXPECT_EQ(Run("h = FileTextOpen(\"a.txt\")\nPrint(\"\" + FileTextClose(h) + FileTextClose(h) + "
-                "ErrCode)\nPrint(\" [\" + FileGetLine(h, 1) + \"]\" + FileAddLine(h, \"x\"))"),
-            "TRUEFALSE107 []FALSE");
+  EXPECT_EQ(
+      Run("h = FileTextOpen(\"a.txt\")\nPrint(\"\" + FileTextClose(h))\nb = FileTextClose(h)\n"
+          "Print(\"\" + b + ErrCode)\nPrint(\" [\" + FileGetLine(h, 1) + \"]\" + FileAddLine(h, "
+          "\"x\"))"),
+      "TRUEFALSE107 []FALSE");
   // A handle of another context is as good as none, even one whose number is in use here.
   TamberContext other;
   const int32_t id = other.Handles().Add(std::make_unique<int>(1), "kind");
