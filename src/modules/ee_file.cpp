@@ -22,8 +22,8 @@ const FUNCMOD_OBJECT* HandleTypes() {
 }
 
 /// In the order of NetError.
-FUNCMOD_ERROR* Errors() {
-  static FUNCMOD_ERROR list[] = {
+const FUNCMOD_ERROR* Errors() {
+  static const FUNCMOD_ERROR list[] = {
       {0, "FILENET_ERR_CONNECT", "Failed to connect to server"},
       {0, "FILENET_ERR_LOGIN", "Failed to logon to server using user name/password"},
       {0, "FILENET_ERR_PASSWORD", "Server rejected user password"},
@@ -165,7 +165,11 @@ const FUNCMOD_FUNCTION* Functions() {
 
 }  // namespace
 
-int32_t CodeOf(NetError error) { return Errors()[static_cast<size_t>(error)].code; }
+int32_t CodeOf(Call& call, NetError error) {
+  const KelString& name = Errors()[static_cast<size_t>(error)].name;
+  const Variable* code = call.Context().GetVariable(name, VARLIST_CONSTANT);
+  return code != nullptr ? code->GetIntegerValue() : ERR_FUNCFAILED;
+}
 
 }  // namespace tamber::files
 

@@ -4,5 +4,5 @@
 
 /// The module of files: by path or URL, by line, as searches, executables and code pages.
 ///
-/// The numbers of the module's errors are written into the record when it is registered.
+/// The record and its lists live as long as the process and are not written to.
 const FUNCMOD_REGISTRATION* GetFileModule();

@@ -23,8 +23,8 @@ enum class NetError {
   BadProtocol,
   BadPath,
 };
-/// The number that an error got when the module was registered.
-int32_t CodeOf(NetError error);
+/// The number that an error has in the context of the call.
+int32_t CodeOf(Call& call, NetError error);
 
 // ee_file_lines.cpp: text files by line
 std::string HandlePath(Call& call, Handle file);

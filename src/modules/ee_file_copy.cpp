@@ -17,7 +17,7 @@ struct Endpoint {
 };
 
 void FailNet(Call& call, NetError error, std::string_view url) {
-  call.Fail(CodeOf(error), kel::UrlWithoutSecrets(url));
+  call.Fail(CodeOf(call, error), kel::UrlWithoutSecrets(url));
 }
 
 bool Transferred(Call& call, kel::TransferStatus status, const std::string& url) {
@@ -27,34 +27,34 @@ bool Transferred(Call& call, kel::TransferStatus status, const std::string& url)
     case Status::Ok:
       return true;
     case Status::Connect:
-      call.Fail(CodeOf(NetError::Connect), shown);
+      call.Fail(CodeOf(call, NetError::Connect), shown);
       break;
     case Status::Login:
-      call.Fail(CodeOf(NetError::Login), shown);
+      call.Fail(CodeOf(call, NetError::Login), shown);
       break;
     case Status::Password:
-      call.Fail(CodeOf(NetError::Password), shown);
+      call.Fail(CodeOf(call, NetError::Password), shown);
       break;
     case Status::ShareName:
-      call.Fail(CodeOf(NetError::ShareName), shown);
+      call.Fail(CodeOf(call, NetError::ShareName), shown);
       break;
     case Status::GetFile:
-      call.Fail(CodeOf(NetError::GetFile), shown);
+      call.Fail(CodeOf(call, NetError::GetFile), shown);
       break;
     case Status::PutFile:
-      call.Fail(CodeOf(NetError::PutFile), shown);
+      call.Fail(CodeOf(call, NetError::PutFile), shown);
       break;
     case Status::DelFile:
-      call.Fail(CodeOf(NetError::DelFile), shown);
+      call.Fail(CodeOf(call, NetError::DelFile), shown);
       break;
     case Status::BadFormat:
-      call.Fail(CodeOf(NetError::BadFormat), shown);
+      call.Fail(CodeOf(call, NetError::BadFormat), shown);
       break;
     case Status::BadProtocol:
-      call.Fail(CodeOf(NetError::BadProtocol), shown);
+      call.Fail(CodeOf(call, NetError::BadProtocol), shown);
       break;
     case Status::BadPath:
-      call.Fail(CodeOf(NetError::BadPath), shown);
+      call.Fail(CodeOf(call, NetError::BadPath), shown);
       break;
     case Status::Exists:
       call.Fail(ERR_FILECREATEFAIL, shown);

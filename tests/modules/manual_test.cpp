@@ -5,7 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "modules/string_caller.h"
+#include "context/tambctxt.h"
+#include "modules/ee_dir.h"
+#include "modules/ee_file.h"
+#include "modules/ee_str.h"
 
 namespace tamber {
 namespace {
@@ -16,6 +19,21 @@ struct ManualEntry {
   bool hasExample = false;
 };
 
+/// A module and the page about it.
+struct Manual {
+  const char* page;
+  const FUNCMOD_REGISTRATION* (*module)();
+  uint32_t count;  // of prototypes
+};
+
+class ManualTest : public testing::TestWithParam<Manual> {
+ protected:
+  static const FUNCMOD_FUNCTION* Functions() {
+    return static_cast<const FUNCMOD_FUNCTION*>(
+        TamberContext::FindRegistrationList(GetParam().module(), FUNCMOD_FUNCTIONS));
+  }
+};
+
 /// The name that a prototype declares: the word before its parameters.
 std::string NameIn(const std::string& prototype) {
   const size_t end = prototype.find(" (");
@@ -24,9 +42,9 @@ std::string NameIn(const std::string& prototype) {
 }
 
 /// Entries by heading. A prototype is a line that is one code span, alone or in a list.
-std::map<std::string, ManualEntry> ReadManual() {
+std::map<std::string, ManualEntry> ReadManual(const std::string& page) {
   std::map<std::string, ManualEntry> entries;
-  std::ifstream file(TAMBER_SOURCE_DIR "/docs/builtins/strings.md");
+  std::ifstream file(TAMBER_SOURCE_DIR "/docs/builtins/" + page);
   EXPECT_TRUE(file.is_open());
   std::string heading;
   for (std::string line; std::getline(file, line);) {
@@ -40,16 +58,15 @@ std::map<std::string, ManualEntry> ReadManual() {
   return entries;
 }
 
-TEST(StringManual, SaysWhatIsRegistered) {
+TEST_P(ManualTest, SaysWhatIsRegistered) {
   std::map<std::string, std::vector<std::string>> registered;
-  const auto* row = static_cast<const FUNCMOD_FUNCTION*>(
-      TamberContext::FindRegistrationList(GetStringModule(), FUNCMOD_FUNCTIONS));
+  const FUNCMOD_FUNCTION* row = Functions();
   for (; !row->prototype.IsEmpty(); ++row) {
     registered[NameIn(row->prototype.Str())].push_back(row->prototype.Str());
     EXPECT_FALSE(row->help.IsEmpty()) << row->prototype.Str();
     EXPECT_EQ(row->help.View().find('\n'), std::string_view::npos) << row->prototype.Str();
   }
-  const std::map<std::string, ManualEntry> manual = ReadManual();
+  const std::map<std::string, ManualEntry> manual = ReadManual(GetParam().page);
   for (const auto& [name, prototypes] : registered) {
     const auto entry = manual.find(name);
     ASSERT_NE(entry, manual.end()) << name << " is not in the manual";
@@ -62,17 +79,21 @@ TEST(StringManual, SaysWhatIsRegistered) {
   }
 }
 
-TEST(StringManual, EveryPrototypeIsUnderstood) {
+TEST_P(ManualTest, EveryPrototypeIsUnderstood) {
   TamberContext context;
-  const auto* row = static_cast<const FUNCMOD_FUNCTION*>(
-      TamberContext::FindRegistrationList(GetStringModule(), FUNCMOD_FUNCTIONS));
+  const FUNCMOD_FUNCTION* row = Functions();
   uint32_t count = 0;
   for (; !row->prototype.IsEmpty(); ++row, ++count) {
     const uint32_t index = context.FindFunction(NameIn(row->prototype.Str()));
     EXPECT_NE(index, 0U) << row->prototype.Str();
   }
-  EXPECT_EQ(count, 54U);
+  EXPECT_EQ(count, GetParam().count);
 }
+
+INSTANTIATE_TEST_SUITE_P(Pages, ManualTest,
+                         testing::Values(Manual{"strings.md", &GetStringModule, 54},
+                                         Manual{"directories.md", &GetDirectoryModule, 22},
+                                         Manual{"files.md", &GetFileModule, 61}));
 
 }  // namespace
 }  // namespace tamber
