@@ -33,8 +33,10 @@ class ExpressionBase {
 
   enum_ExpressionKind GetKind() const { return kind_; }
   ExpressionBase* GetParent() const { return parent_; }
-  uint32_t GetChildCount() const { return static_cast<uint32_t>(children_.size()); }
-  ExpressionBase* GetChild(uint32_t index) const { return children_[index].get(); }
+  uint32_t GetChildCount() const { return childCount_; }
+  ExpressionBase* GetChild(uint32_t index) const {
+    return index < kInline ? first_[index].get() : more_[index - kInline].get();
+  }
   void AddChild(std::unique_ptr<ExpressionBase> child);
   /// Puts a node in a child's place and hands the child back.
   std::unique_ptr<ExpressionBase> ReplaceChild(ExpressionBase* child,
@@ -61,9 +63,17 @@ class ExpressionBase {
   void DumpChildren(KelString& out) const;
 
  private:
+  std::unique_ptr<ExpressionBase>& ChildSlot(uint32_t index) {
+    return index < kInline ? first_[index] : more_[index - kInline];
+  }
+
   enum_ExpressionKind kind_;
   ExpressionBase* parent_ = nullptr;
-  std::vector<std::unique_ptr<ExpressionBase>> children_;
+  // Few nodes but calls have more than two children, so two need no list.
+  static constexpr uint32_t kInline = 2;
+  std::unique_ptr<ExpressionBase> first_[kInline];
+  std::vector<std::unique_ptr<ExpressionBase>> more_;
+  uint32_t childCount_ = 0;
   tamber::TypeRef type_;
   bool impure_ = false;
   bool callsFunction_ = false;

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "kel/memory.h"
 #include "values/cellops.h"
 #include "values/nesting.h"
 #include "values/structdata.h"
@@ -133,6 +134,7 @@ void ArrayData::Grow(uint64_t count) {
   const auto wanted = static_cast<size_t>(count);
   const size_t used = size_t{count_} * CellSize();
   void* memory = nullptr;
+  if (!kel::CanAllocate(wanted * CellSize())) throw std::bad_alloc();
   if (wanted > size_t{capacity_} * 2) {
     // Fresh zeroed pages cost nothing until they are touched, so that a huge empty array is cheap.
     memory = std::calloc(wanted, CellSize());
@@ -179,9 +181,7 @@ void ArrayData::Resize(uint64_t count) {
 }
 
 void ArrayData::CheckRoomForObjects(uint64_t count) {
-  void* probe = std::malloc(static_cast<size_t>(count * kObjectSize));
-  if (probe == nullptr) throw std::bad_alloc();
-  std::free(probe);
+  if (!kel::CanAllocate(static_cast<size_t>(count * kObjectSize))) throw std::bad_alloc();
 }
 
 void ArrayData::AppendDefaults(uint32_t count) {

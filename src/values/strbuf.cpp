@@ -6,6 +6,8 @@
 #include <functional>
 #include <new>
 
+#include "kel/memory.h"
+
 namespace tamber {
 namespace {
 
@@ -21,7 +23,7 @@ uint64_t GrownCapacity(uint64_t length) {
 }
 
 void CheckLength(uint64_t length) {
-  if (length > StrBuf::kMaxLength) throw std::bad_alloc();
+  if (length > StrBuf::kMaxLength || !kel::CanAllocate(length)) throw std::bad_alloc();
 }
 
 void Terminate(StrBuf* text, uint64_t length) {
