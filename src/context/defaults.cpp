@@ -101,10 +101,11 @@ void Build(TamberContext& context, DefaultTables& tables) {
 }  // namespace
 
 void ApplyDefaults(TamberContext& context) {
-  static const DefaultTables kTables = [&context] {
-    DefaultTables tables;
-    Build(context, tables);
-    return tables;
+  // Never destroyed: contexts of other threads may outlive the end of main.
+  static const DefaultTables& kTables = *[&context] {
+    auto tables = std::make_unique<DefaultTables>();
+    Build(context, *tables);
+    return tables.release();
   }();
   ContextState& state = context.State();
   static_cast<FunctionList&>(context) = kTables.functions;

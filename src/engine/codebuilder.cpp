@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "engine/shape.h"
 #include "kel/kelascii.h"
 #include "kel/number.h"
 #include "values/cellops.h"
@@ -311,13 +312,7 @@ std::optional<Operand> CodeBuilder::Convert(const Operand& operand, const TypeDe
   if (from == Kind::Any) return ViaVariable(operand, to);
   if (operand.place == Operand::Place::None || !to.Accepts(*operand.type)) return std::nullopt;
   if (kind == Kind::Array || kind == Kind::Struct) {
-    bool sameShape =
-        kind == Kind::Struct
-            ? to.Layout().Get() == operand.type->Layout().Get()
-            : !to.Element() ||
-                  (operand.type->Element() &&
-                   to.Element()->GetKind() == operand.type->Element()->GetKind() &&
-                   to.Element()->Layout().Get() == operand.type->Element()->Layout().Get());
+    bool sameShape = HasLayoutOf(*operand.type, to);
     return sameShape ? operand : ViaVariable(operand, to);
   }
   if (from == kind && kind != Kind::EString) return operand;

@@ -128,6 +128,7 @@ class Machine {
   bool ResizeCell(Cell& array, const TypeDesc& type, int64_t delta);
   bool AppendCell(Cell& array, const AppendSite& site, Cell value);
   bool ChangeVariable(Variable& array, const AppendSite& site, Cell value);
+  bool HasExactType(Variable& variable, const TypeDesc& type);
   bool AssignTo(Variable& target, const TypeDesc& type, Cell value);
   bool Execute(int32_t operatorIndex, Cell& out);
   bool CallFunction(const CallSite& site, Cell& out);

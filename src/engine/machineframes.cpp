@@ -5,6 +5,7 @@
 #include "engine/lower.h"
 #include "engine/machine.h"
 #include "engine/procedure.h"
+#include "engine/shape.h"
 #include "frontend/compsession.h"
 #include "kel/clock.h"
 #include "kel/nativestack.h"
@@ -164,8 +165,7 @@ bool Machine::BindArguments(TamberProcedure& procedure, Stack& stack, Cell* base
     if (local.isReference) {
       Variable* target = argument->Dereference();
       bool anyArray = local.type->IsArray() && !local.type->Element() && type->IsArray();
-      bool same = anyArray ||
-                  (local.type->IsSame(*type) && local.type->Layout().Get() == type->Layout().Get());
+      bool same = anyArray || HasLayoutOf(*type, *local.type);
       cells[i].v = target != nullptr ? target->Duplicate() : argument->Duplicate();
       fits = fits && same;
     } else if (!ConvertCell(*wanted, *type, *CellOf(*argument), cells[i])) {
@@ -332,6 +332,14 @@ void Machine::ReplaceLocal(uint32_t index, Variable* variable) {
   if (index >= slots) {
     ExtraLocals().ReplaceVariable(index - slots, variable);
     return;
+  }
+  // Code reads a local without looking twice; what it would not expect there stands behind a
+  // reference, at which it does look.
+  const Local& local = frame->code->procedure->Locals().At(index);
+  if (!VariableAccess::IsReference(*variable) && !HasLayoutOf(*variable, *local.type)) {
+    auto* reference = new VarReference(KelString(local.name.View()), variable);
+    Variable::Delete(variable);
+    variable = reference;
   }
   Variable* old = frame->base[index].v;
   frame->base[index].v = variable;

@@ -724,6 +724,10 @@ L_Call : {
   RELOAD();
   DISPATCH();
 }
+L_ChkRef:
+  SAVE();
+  CHECK(HasExactType(*A.v, *code->types[pc->b]));
+  NEXT();
 L_CallN : {
   SAVE();
   const CallSite& site = code->sites[pc->b];

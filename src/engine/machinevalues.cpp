@@ -5,6 +5,7 @@
 #include "engine/arith.h"
 #include "engine/machine.h"
 #include "engine/procedure.h"
+#include "engine/shape.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/strbuf.h"
@@ -12,20 +13,6 @@
 
 namespace tamber {
 namespace {
-
-/// Whether a variable's cell may be used as one of the type that the code was compiled for.
-bool HasShape(Variable& variable, const TypeDesc& type) {
-  Kind kind = KindOf(variable);
-  if (kind != type.GetKind()) return false;
-  if (kind != Kind::Struct && kind != Kind::Array) return true;
-  TypeRef actual = TypeOf(variable);
-  if (kind == Kind::Struct) return actual->Layout().Get() == type.Layout().Get();
-  const TypeDesc* wanted = type.Element().Get();
-  const TypeDesc* given = actual->Element().Get();
-  if (wanted == given || wanted == nullptr) return true;
-  return given != nullptr && wanted->GetKind() == given->GetKind() &&
-         wanted->Layout().Get() == given->Layout().Get();
-}
 
 /// Puts a new value into a cell and lets go of the old one afterwards, which may be part of it.
 void Exchange(Kind kind, Cell& place, Cell value) { StoreCell(kind, place, value); }
@@ -46,7 +33,7 @@ bool Machine::ResolveGlobal(GlobalSlot& slot) {
   }
   if (variable == nullptr) return Raise(ERR_VARNOTDECLARED, slot.name.View());
   slot.variable = variable;
-  slot.cell = HasShape(*variable, *slot.type) ? CellOf(*variable) : nullptr;
+  slot.cell = HasLayoutOf(*variable, *slot.type) ? CellOf(*variable) : nullptr;
   slot.epoch = state_.epoch;
   return true;
 }
@@ -121,7 +108,7 @@ bool Machine::LoadObject(const Code& code, Cell* registers, const Instr& at) {
   Variable* variable = LocalObject(code, registers, at.b, false);
   if (variable == nullptr) return false;
   const TypeDesc& type = *code.procedure->Locals().At(at.b).type;
-  if (HasShape(*variable, type)) {
+  if (HasLayoutOf(*variable, type)) {
     registers[at.a] = *CellOf(*variable);
     return true;
   }
@@ -138,7 +125,7 @@ bool Machine::StoreObject(const Code& code, Cell* registers, const Instr& at, bo
   const TypeDesc& type = *code.procedure->Locals().At(at.b).type;
   Kind kind = type.GetKind();
   Cell value = registers[at.a];
-  if (!HasShape(*variable, type)) {
+  if (!HasLayoutOf(*variable, type)) {
     if (!AssignTo(*variable, type, value)) return false;
     if (take) ReleaseCell(kind, value);
   } else if (IsManaged(kind)) {
@@ -147,6 +134,10 @@ bool Machine::StoreObject(const Code& code, Cell* registers, const Instr& at, bo
     *CellOf(*variable) = value;
   }
   return true;
+}
+
+bool Machine::HasExactType(Variable& variable, const TypeDesc& type) {
+  return HasLayoutOf(variable, type) || Raise(ERR_EXPRPARMTYPE, variable.OwnName().View());
 }
 
 bool Machine::AssignTo(Variable& target, const TypeDesc& type, Cell value) {

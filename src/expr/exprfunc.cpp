@@ -2,6 +2,7 @@
 
 #include "engine/codebuilder.h"
 #include "expr/exprvar.h"
+#include "values/variable.h"
 
 using tamber::Kind;
 using tamber::Op;
@@ -28,7 +29,7 @@ void ExpressionFunction::PushArgument(tamber::CodeBuilder& builder, uint32_t at)
     return;
   }
   Operand value = argument.Lower(builder);
-  if (value.kind == Kind::Char && parameter.GetKind() == Kind::String) {
+  if (value.kind == Kind::Char && parameter.TypeId() == Variable::String) {
     // A typed pop reads a character as "", so it becomes a text of one character here.
     if (auto text = builder.Convert(value, parameter)) value = *text;
   }

@@ -4,6 +4,7 @@
 
 #include "context/tambctxt.h"
 #include "engine/procedure.h"
+#include "engine/shape.h"
 #include "expr/exprcnst.h"
 #include "expr/exprfunc.h"
 #include "expr/exprproc.h"
@@ -428,9 +429,8 @@ bool ExpressionParser::CheckProcedureArguments(TamberProcedure& procedure,
                                                VARLIST_GLOBAL | VARLIST_EXTERNAL) != nullptr;
     }
     if (!isVariable) return Fail(ERR_REFPARAMNOTVAR, name);
-    bool anyArray = parameter.type->IsArray() && !parameter.type->Element() && type.IsArray();
-    bool same = parameter.type->IsSame(type) && parameter.type->GetKind() == type.GetKind();
-    if (!unknown && !anyArray && !same) return Fail(ERR_EXPRPARMTYPE, name);
+    bool same = tamber::HasLayoutOf(type, *parameter.type);
+    if (!unknown && !same) return Fail(ERR_EXPRPARMTYPE, name);
   }
   return true;
 }

@@ -3,6 +3,7 @@
 #include "context/errcodes.h"
 #include "engine/codebuilder.h"
 #include "engine/procedure.h"
+#include "engine/shape.h"
 #include "expr/exprvar.h"
 
 using tamber::Kind;
@@ -26,6 +27,8 @@ Operand ExpressionProcedure::Lower(tamber::CodeBuilder& builder) const {
     if (parameter.isReference) {
       const auto& variable = static_cast<const ExpressionVariable&>(*GetChild(i));
       builder.MoveInto(reg, variable.LowerReference(builder));
+      if (!tamber::HasLayoutOf(*variable.Type(), *parameter.type) || variable.IsDynamic(builder))
+        builder.Emit(tamber::Op::ChkRef, reg, builder.TypeIndex(parameter.type));
       continue;
     }
     std::optional<Operand> value = builder.Convert(GetChild(i)->Lower(builder), *parameter.type);
