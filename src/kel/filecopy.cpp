@@ -80,7 +80,7 @@ FileStatus CopyFile(const Place& from, const Place& to, bool force) {
   if (status != FileStatus::Ok) return status;
   target.SetMode(info.st_mode & 07777 & ~uint32_t{06000});
   if (!CopyContents(source.Get(), target.Get(), status)) return status;
-  return target.Commit();
+  return target.Commit(false);
 }
 
 bool SameContents(int first, int second, FileStatus& status) {

@@ -185,7 +185,7 @@ FileStatus ReplacedFile::Open(const Place& place, Mode mode) {
   return file_.IsOpen() ? FileStatus::Ok : StatusOfErrno(errno, FileStatus::Unwritable);
 }
 
-FileStatus ReplacedFile::Commit() {
+FileStatus ReplacedFile::Commit(bool flush) {
   bool good = true;
   if (exists_) {
     struct stat now;
@@ -197,7 +197,7 @@ FileStatus ReplacedFile::Commit() {
   } else if (newMode_ != 0) {
     good = ::fchmod(file_.Get(), newMode_) == 0;
   }
-  good = good && ::fsync(file_.Get()) == 0;
+  good = good && (!flush || ::fsync(file_.Get()) == 0);
   good = file_.Close() && good;
   FileStatus status = good ? FileStatus::Ok : FileStatus::Unwritable;
   if (good) {

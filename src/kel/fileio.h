@@ -47,7 +47,9 @@ class ReplacedFile {
   bool Write(std::string_view bytes) { return WriteFull(file_.Get(), bytes); }
   /// Permissions of a file that was not there before, instead of the usual ones.
   void SetMode(uint32_t mode) { newMode_ = mode; }
-  FileStatus Commit();
+  /// With `flush`, the bytes are on the disk before the name is: a machine that stops in between
+  /// has either file whole. A copy, whose source is still there, may do without.
+  FileStatus Commit(bool flush = true);
 
  private:
   Descriptor dir_;
