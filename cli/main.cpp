@@ -75,12 +75,26 @@ void SetOwnPath(TamberContext* context) {
   }
 }
 
+/// Confines the scripts to one directory and keeps them off the network.
+bool Confine(TamberContext* context, const std::string& directory) {
+  kel::FilePolicy policy;
+  policy.SetAccess(kel::Access::None);
+  policy.SetNetwork(false);
+  if (!policy.AddDirectory(directory, kel::Access::Write)) return false;
+  context->SetFilePolicy(policy);
+  return true;
+}
+
 int Run(const Options& options) {
   TamberContext context(nullptr);
   context.SetDiagnosticHandler(ShowError, nullptr);
   SetOwnPath(&context);
   if (!options.iniPath.empty()) {
     context.SetIniPath(options.iniPath);
+  }
+  if (!options.sandbox.empty() && !Confine(&context, options.sandbox)) {
+    std::fprintf(stderr, "tamber: cannot use the directory %s\n", options.sandbox.c_str());
+    return kScriptFailed;
   }
   if (options.session) {
     context.SetSessionId(*options.session);

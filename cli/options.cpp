@@ -35,6 +35,10 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options* opti
   app.add_option("--session", options->session, "Load and save the variables of this session")
       ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
       ->option_text("ID");
+  app.add_option("--sandbox", options->sandbox,
+                 "Let scripts use files below this directory only, and no network")
+      ->check(CLI::ExistingDirectory)
+      ->option_text("DIR");
   app.add_flag("--check", options->checkOnly, "Compile only, run nothing");
   // The first word that is no option ends them, and is left untouched with all that follow it. As a
   // declared positional each ARG would be interpreted: "[a,b]" would arrive as two.

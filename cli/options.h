@@ -11,6 +11,7 @@ struct Options {
   std::vector<std::string> args;
   std::string iniPath;  ///< Empty: the context's default.
   std::optional<uint32_t> session;
+  std::string sandbox;  ///< The one directory that scripts may use; empty: no limits.
   bool checkOnly = false;
 };
 

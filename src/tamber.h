@@ -5,6 +5,7 @@
 
 #include "context/tambctxt.h"
 #include "functions/module.h"
+#include "kel/filepolicy.h"
 #include "kel/keldebug.h"
 #include "kel/kelstring.h"
 #include "kel/notice.h"

@@ -36,6 +36,7 @@ void ContextState::CallScript(const KelString& path, const SourcePlace&) {
     context.SetContextError(ERR_FILENOTFOUND, full);
     return;
   }
+  if (!MayRead(full)) return;
   if (nesting >= kMaxNesting) {
     context.SetContextError(ERR_INTERNAL, full);
     return;

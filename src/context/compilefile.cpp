@@ -67,6 +67,8 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     bool compiled = tamber::CompileScript(*script, place);
     // A run-time error that an initialiser left behind does not fail a text, only a file.
     if (state_->errorCode >= tamber::kFirstFatalError) return FailAt(*state_, place);
+    // Nothing may stay unsaid: an include that the host's policy refuses leaves a smaller code.
+    if (!compiled) FailAt(*state_, place);
     AddScript(std::move(script));
     state_->DumpScriptStatements();
     return compiled;

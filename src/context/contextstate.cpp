@@ -1,5 +1,6 @@
 #include "context/contextstate.h"
 
+#include "context/errcodes.h"
 #include "context/handletable.h"
 #include "engine/machine.h"
 #include "functions/modulelist.h"
@@ -11,6 +12,12 @@ ContextState::ContextState(TamberContext& owner)
 
 ContextState::~ContextState() {
   if (!consoleIsHosts) delete console;
+}
+
+bool ContextState::MayRead(const KelString& path) {
+  if (filePolicy.Allows(path.View(), kel::Access::Read)) return true;
+  context.SetContextError(ERR_FUNCFAILED, "Refused by the host's file policy: " + path);
+  return false;
 }
 
 VarList& ContextState::OwnConstants() {

@@ -45,6 +45,7 @@ class ContextState {
   KelDebugContext* debugContext = nullptr;
   KelDebug debug{KelString("Tamber"), KelString("Tamber Context")};
   KelString scriptKey;
+  kel::FilePolicy filePolicy;
   int32_t procedureTrace = 0;
   int32_t compileOnly = 0;
   int32_t dumpStatements = 0;
@@ -92,6 +93,9 @@ class ContextState {
   std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
 
   // --- operations shared by the context's files ---
+  /// Whether the policy lets a script, a module or another script's file be read; if not, error
+  /// 102 says so.
+  bool MayRead(const KelString& path);
   /// The list of a scope, null while it is empty; the local scope is the machine's.
   VarList* Scope(enum_VarListType scope);
   /// The constants to look at, and those to hand out or to change.

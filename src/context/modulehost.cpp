@@ -23,6 +23,7 @@ class ContextModuleHost final : public ModuleHost {
   bool IsScriptLoaded(const KelString& path) const override {
     return state_.context.FindScript(path) != nullptr || state_.loading.count(path.Str()) != 0;
   }
+  bool MayRead(const KelString& path) override { return state_.MayRead(path); }
   bool CompileScript(const KelString& path) override {
     return state_.context.CompileScriptFile(path) != 0;
   }

@@ -46,6 +46,7 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->exePath = from.exePath;
   state_->appInstance = from.appInstance;
   state_->scriptKey = from.scriptKey;
+  state_->filePolicy = from.filePolicy;
   state_->iniPath = from.iniPath;
   state_->procedureTrace = from.procedureTrace;
   state_->compileOnly = from.compileOnly;
@@ -95,6 +96,9 @@ void TamberContext::SetDebugContext(KelDebugContext* debug) {
   state_->debug.SetContext(debug);
 }
 void TamberContext::SetScriptKey(const KelString& key) { state_->scriptKey = key; }
+
+void TamberContext::SetFilePolicy(const kel::FilePolicy& policy) { state_->filePolicy = policy; }
+const kel::FilePolicy& TamberContext::GetFilePolicy() const { return state_->filePolicy; }
 
 void TamberContext::SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void*),
                                          void* user) {

@@ -10,6 +10,7 @@
 #include "functions/funclist.h"
 #include "functions/module.h"
 #include "kel/export.h"
+#include "kel/filepolicy.h"
 #include "kel/kelformat.h"
 #include "kel/kelstring.h"
 #include "values/typelist.h"
@@ -79,6 +80,11 @@ class TAMBER_API TamberContext : public TamberOperators,
   XmlProxyClient* GetXmlProxyClient() const;
   void SetDebugContext(KelDebugContext* debug);
   void SetScriptFile(const KelString& name, int32_t overwrite);
+  /// What scripts may do with files and the network: the built-ins for them, `include`, `call` and
+  /// the loading of modules obey it. The default allows all. The script that the host itself
+  /// compiles is not asked about; scripts that it calls run under the same policy.
+  void SetFilePolicy(const kel::FilePolicy& policy);
+  const kel::FilePolicy& GetFilePolicy() const;
   /// The key that enciphered scripts are loaded with.
   void SetScriptKey(const KelString& key);
   /// Writes `source` enciphered under the key to `target`.

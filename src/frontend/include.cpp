@@ -23,7 +23,7 @@ bool IncludeModule(CompileSession& session, const ScriptLine& script, const KelS
   TamberContext& context = session.Context();
   void* handle = nullptr;
   if (context.LoadFunctionModule(name, script.GetName(), &handle)) return true;
-  if (context.GetContextError() >= kFirstFatalError) return session.FailHere(script);
+  if (context.GetContextError() != 0) return session.FailHere(script);
   return session.Fail(script, ERR_INCLUDEBADFILE, name);
 }
 
@@ -55,6 +55,7 @@ bool IncludeScript(CompileSession& session, const ScriptLine& script, const KelS
     state.debug.Log(KelDebug::Level::Info, "Script is already loaded");
     return true;
   }
+  if (!state.MayRead(path)) return session.FailHere(script);
   return LoadScript(session, script, path);
 }
 

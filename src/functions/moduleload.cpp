@@ -79,6 +79,7 @@ bool LoadModuleFile(ModuleList& modules, const KelString& file, const KelString&
     if (handle != nullptr) *handle = modules.GetModuleHandleW(path);
     return true;
   }
+  if (!host.MayRead(path)) return false;
   if (!IsModuleFile(file)) return host.CompileScript(path);
   return LoadLibraryModule(modules, path, handle);
 }

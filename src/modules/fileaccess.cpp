@@ -32,7 +32,7 @@ int32_t CodeOf(kel::FileStatus status) {
 }  // namespace
 
 const kel::FilePolicy& PolicyOf(Call& call) {
-  return call.Context().ModuleState<kel::FilePolicy>();
+  return call.Context().GetFilePolicy();
 }
 
 void FailRefused(Call& call, std::string_view what) {

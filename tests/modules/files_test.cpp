@@ -36,7 +36,15 @@ class FilesTest : public TempDirTest {
   std::string Eval(const std::string& expression) {
     return Run("s = \"\" + " + expression + "\nPrint(s + \" \" + ErrCode)");
   }
-  kel::FilePolicy& Policy() { return context_.ModuleState<kel::FilePolicy>(); }
+  void Confine(bool toBox, bool network) {
+    kel::FilePolicy policy;
+    if (toBox) {
+      policy.SetAccess(kel::Access::None);
+      ASSERT_TRUE(policy.AddDirectory("box", kel::Access::Write));
+    }
+    policy.SetNetwork(network);
+    context_.SetFilePolicy(policy);
+  }
 
   TamberContext context_;
   int scripts_ = 0;
@@ -47,8 +55,7 @@ TEST_F(FilesTest, AHostConfinesItsScripts) {
   Put("secret", "secret");
   Put("box/own", "own");
   fs::create_symlink("../secret", "box/link");
-  Policy().SetAccess(kel::Access::None);
-  ASSERT_TRUE(Policy().AddDirectory("box", kel::Access::Write));
+  Confine(true, true);
   for (const char* call : {"FileExists(\"secret\")",
                            "FileIsText(\"box/link\")",
                            "FileCopy(\"secret\", \"box/x\")",
@@ -77,7 +84,7 @@ TEST_F(FilesTest, AHostConfinesItsScripts) {
   EXPECT_EQ(Eval("FileToString(\"box/own\", TRUE)"), "own 0");
   EXPECT_EQ(Eval("FileCopy(\"box/own\", \"box/sub/copy\")"), "TRUE 0");
   EXPECT_EQ(Get("secret"), "secret");
-  Policy().SetNetwork(false);
+  Confine(false, false);
   EXPECT_EQ(Eval("FileCopy(\"http://u:pw@127.0.0.1:1/x\", \"box/x\")"), "FALSE 102");
   EXPECT_EQ(context_.GetContextErrorText().View().find("pw"), std::string_view::npos);
 }
