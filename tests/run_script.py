@@ -7,8 +7,8 @@ FILE is a script, or a text in Markdown whose code blocks marked "tamber" are sc
 empty directory (with a copy of what FILE's folder of the same name and the ending ".files" holds, if there is one).
 
     // expect: TEXT                   the next line of standard output; escapes as in a script's strings
-    // expect error: NAME[: TEXT]     an error reported at this very line, if given with this error text; its number
-                                      stands for the name of one that has none
+    // expect error: NAME[: TEXT]     an error reported at this very line, if given with this text or detail; its
+                                      number stands for the name of one that has none
     // expect error at [FILE:]N: NAME[: TEXT]   the same at another line, of another file
     // expect exit: N                 the exit status; else 0, or 1 when an error is expected; 128+N for signal N
     // args: A B    // options: A B   what follows the script's name on the command line, or precedes it
@@ -113,7 +113,8 @@ def compare_errors(wanted, stderr, name, source):
             faults.append(f"standard error: {line}")
             continue
         file, number, error, text = pathlib.PurePath(match[1]).name, int(match[2]), match[3] or match[4], match[5]
-        hit = next((w for w in wanted if w[:3] == (file, number, error) and text.startswith(w[3])), None)
+        hit = next((w for w in wanted if w[:3] == (file, number, error) and (text.startswith(w[3]) or text.endswith(f": {w[3]}"))),
+                   None)
         if hit:
             wanted.remove(hit)
         else:
