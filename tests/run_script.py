@@ -113,8 +113,8 @@ def compare_errors(wanted, stderr, name, source):
             faults.append(f"standard error: {line}")
             continue
         file, number, error, text = pathlib.PurePath(match[1]).name, int(match[2]), match[3] or match[4], match[5]
-        hit = next((w for w in wanted if w[:3] == (file, number, error) and (text.startswith(w[3]) or text.endswith(f": {w[3]}"))),
-                   None)
+        hit = next((w for w in wanted if w[:3] == (file, number, error)
+                    and (text.startswith(w[3]) or text.endswith(f": {w[3]}"))), None)
         if hit:
             wanted.remove(hit)
         else:
