@@ -7,11 +7,13 @@ FILE is a script, or a text in Markdown whose code blocks marked "tamber" are sc
 empty directory (with a copy of what FILE's folder of the same name and the ending ".files" holds, if there is one).
 
     // expect: TEXT                   the next line of standard output; escapes as in a script's strings
-    // expect error: NAME[: TEXT]     an error reported at this very line, if given with this error text
+    // expect error: NAME[: TEXT]     an error reported at this very line, if given with this text or detail; its
+                                      number stands for the name of one that has none
     // expect error at [FILE:]N: NAME[: TEXT]   the same at another line, of another file
     // expect exit: N                 the exit status; else 0, or 1 when an error is expected; 128+N for signal N
     // args: A B    // options: A B   what follows the script's name on the command line, or precedes it
     // ini: LINE    // stdin: LINE    one line of tamber.ini, or of standard input
+    // file NAME: LINE                one line of a file that lies in the working folder
     // timeout: SECONDS               instead of the usual one
 
 A file NAME.out beside NAME.tam holds the whole standard output and takes the place of "expect:" comments. Whatever is
@@ -28,7 +30,8 @@ import subprocess
 import sys
 import tempfile
 
-DIRECTIVE = re.compile(r"//\s*(expect error at [^:]+:\d+|expect\b[^:]*|args|options|ini|stdin|timeout):(?: (.*)|$)")
+DIRECTIVE = re.compile(
+    r"//\s*(expect error at [^:]+:\d+|expect\b[^:]*|args|options|ini|stdin|timeout|file [\w.]+):(?: (.*)|$)")
 MISSPELT = re.compile(r"//\s*expect")
 ELSEWHERE = re.compile(r"expect error at (?:(.+):)?(\d+)")
 REPORT = re.compile(r"(.*):(\d+): error (?:(\S+) )?\((-?\d+)\): (.*)")
@@ -48,7 +51,7 @@ class Expectations:
 
     def __init__(self, name, source):
         self.output, self.errors, self.faults = [], [], []
-        self.args, self.options, self.ini, self.stdin = [], [], "", ""
+        self.args, self.options, self.ini, self.stdin, self.files = [], [], "", "", {}
         self.exit = self.timeout = None
         for number, line in enumerate(source.split("\n"), 1):
             match = DIRECTIVE.search(line)
@@ -77,6 +80,8 @@ class Expectations:
             self.ini += text + "\n"
         elif kind == "stdin":
             self.stdin += unescape(text) + "\n"
+        elif kind.startswith("file "):
+            self.files[kind[5:]] = self.files.get(kind[5:], "") + text + "\n"
         elif kind == "timeout":
             self.timeout = float(text)
         else:
@@ -107,8 +112,9 @@ def compare_errors(wanted, stderr, name, source):
         if not match:
             faults.append(f"standard error: {line}")
             continue
-        file, number, error, text = pathlib.PurePath(match[1]).name, int(match[2]), match[3], match[5]
-        hit = next((w for w in wanted if w[:3] == (file, number, error) and text.startswith(w[3])), None)
+        file, number, error, text = pathlib.PurePath(match[1]).name, int(match[2]), match[3] or match[4], match[5]
+        hit = next((w for w in wanted if w[:3] == (file, number, error)
+                    and (text.startswith(w[3]) or text.endswith(f": {w[3]}"))), None)
         if hit:
             wanted.remove(hit)
         else:
@@ -130,8 +136,8 @@ def run_case(tamber, path, name, source, timeout, expected_output=None):
         files = path.with_suffix(".files")
         if files.is_dir():
             shutil.copytree(files, work, dirs_exist_ok=True)
-        if expect.ini:
-            pathlib.Path(work, "tamber.ini").write_text(expect.ini, "latin-1")
+        for file, text in {**expect.files, **({"tamber.ini": expect.ini} if expect.ini else {})}.items():
+            pathlib.Path(work, file).write_text(text, "latin-1")
         limit = expect.timeout or timeout
         try:
             done = subprocess.run([tamber, *expect.options, str(path), *expect.args], cwd=work, timeout=limit,

@@ -78,6 +78,14 @@ class RunnerTest(unittest.TestCase):
         self.assert_passes(at_line_two.replace("at 2", "at lib.tam:7") + report.replace("case.tam:2", "lib.tam:7"))
         self.assert_fails(at_line_two + report.replace("case.tam", "lib.tam"), "unexpected error")
 
+    def test_detail_and_number_of_an_error(self):
+        report = "//! err case.tam:2: error ERR_X (12): text: more: end\n//! exit 1\n"
+        self.assert_passes("// expect error at 2: ERR_X: more: end\n \n" + report)
+        self.assert_fails("// expect error at 2: ERR_X: more\n \n" + report, "unexpected error")
+        unnamed = report.replace("ERR_X ", "")
+        self.assert_passes("// expect error at 2: 12: text\n \n" + unnamed)
+        self.assert_fails("// expect error at 2: 13: text\n \n" + unnamed, "unexpected error")
+
     def test_source_line_below_the_error(self):
         source = "//! err case.tam:2: error ERR_X (12): text\n  Fail() //! show // expect error: ERR_X\n//! exit 1\n"
         self.assert_passes(source)
@@ -99,6 +107,7 @@ class RunnerTest(unittest.TestCase):
         self.assert_passes("// stdin: one\n// stdin: two\n//! stdin\n// expect: one\n// expect: two\n")
         self.assert_passes("// ini: [A]\n// ini: b=1\n//! ini\n// expect: [A]\n// expect: b=1\n")
         self.assert_passes("//! list\n// expect: []\n")
+        self.assert_passes("// file tamber.ini: [A]\n// file tamber.ini: b=1\n//! ini\n// expect: [A]\n// expect: b=1\n")
         pathlib.Path(self.folder.name, "case.files").mkdir()
         pathlib.Path(self.folder.name, "case.files", "data").write_text("")
         self.assert_passes("//! list\n// expect: ['data']\n")
