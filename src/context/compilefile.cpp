@@ -16,8 +16,9 @@ using tamber::ScriptText;
 namespace {
 
 /// A failure that is about the whole file: there is no line to show.
-int32_t FailFile(TamberContext& context, int32_t code, const KelString& name) {
-  context.SetContextError(code, name);
+int32_t FailFile(TamberContext& context, int32_t code, const KelString& name,
+                 std::string_view reason = {}) {
+  context.SetContextError(code, name + reason);
   auto text = ScriptText::FromBuffer(name, std::string());
   context.State().HandleParseError({text, 0});
   return 0;
@@ -42,7 +43,7 @@ int32_t TamberContext::CompileScriptFile(const KelString& path) {
     SetScriptFile(full, 0);
     ScriptText::Status status = ScriptText::Status::Ok;
     auto text = ScriptText::FromFile(full, state_->scriptKey.View(), status);
-    if (!text) return FailFile(*this, CodeOf(status), full);
+    if (!text) return FailFile(*this, CodeOf(status), full, ScriptText::Reason(status));
     auto script = std::make_unique<TamberScript>(this, text);
     tamber::CompilePlace place;
     bool compiled = tamber::CompileScript(*script, place);
@@ -61,7 +62,10 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
   try {
     SetContextError(0, KelString());
     auto source = ScriptText::FromBuffer(name, text.Str(), firstLine == 0 ? 1 : firstLine);
-    if (!source) return FailFile(*this, ERR_FILENOTVALID, name);
+    if (!source) {
+      return FailFile(*this, ERR_FILENOTVALID, name,
+                      ScriptText::Reason(ScriptText::Status::NoText));
+    }
     auto script = std::make_unique<TamberScript>(this, source);
     tamber::CompilePlace place;
     bool compiled = tamber::CompileScript(*script, place);

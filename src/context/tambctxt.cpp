@@ -126,7 +126,9 @@ int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
     if (isMain && state_->inherited.count("main") != 0) procedure = nullptr;
     if (procedure == nullptr) {
       SetContextError(isMain ? ERR_PROCNOMAIN : ERR_PROCNOTFOUND, name);
-      state_->HandleParseError(tamber::SourcePlace());
+      tamber::SourcePlace place;
+      if (GetScriptCount() > 0) place.text = GetScript(GetScriptCount() - 1)->GetText();
+      state_->HandleParseError(place);
       return 0;
     }
     SetScriptFile(procedure->GetScript()->Name(), 0);

@@ -1,11 +1,12 @@
 #include "frontend/evaluate.h"
 
+#include "context/contextstate.h"
 #include "context/errcodes.h"
-#include "context/tambctxt.h"
 #include "engine/stack.h"
 #include "expr/exprcomp.h"
 #include "frontend/compsession.h"
 #include "frontend/scrline.h"
+#include "values/cellops.h"
 
 namespace tamber {
 
@@ -21,8 +22,12 @@ VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString&
     return nullptr;
   }
   Stack stack;
-  if (!compiler.EvaluateExpression(&stack) || context.GetContextError() >= kFirstFatalError ||
-      stack.GetSize() == 0) {
+  const bool evaluated = compiler.EvaluateExpression(&stack) != 0;
+  if (!evaluated && context.State().stopFlag && context.GetContextError() == 0) {
+    // What it called has ended the script: there is no value, and nothing will run any more.
+    return VarHolder(MakeVariable(compiler.ResultType(), Name()));
+  }
+  if (!evaluated || context.GetContextError() >= kFirstFatalError || stack.GetSize() == 0) {
     session.FailHere(script);
     return nullptr;
   }

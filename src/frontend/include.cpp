@@ -33,7 +33,8 @@ bool LoadScript(CompileSession& session, const ScriptLine& script, const KelStri
   const auto text = ScriptText::FromFile(path, context.State().scriptKey, status);
   if (!text) {
     const bool missing = status == ScriptText::Status::Missing;
-    return session.Fail(script, missing ? ERR_FILENOTFOUND : ERR_FILENOTVALID, path);
+    return session.Fail(script, missing ? ERR_FILENOTFOUND : ERR_FILENOTVALID,
+                        path + ScriptText::Reason(status));
   }
   auto included = std::make_unique<TamberScript>(&context, text);
   if (!RunFirstPass(session, *included)) return false;

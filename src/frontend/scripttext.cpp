@@ -8,6 +8,23 @@
 
 namespace tamber {
 
+namespace {
+
+ScriptText::Status StatusOf(kel::ReadStatus read, const KelString& path) {
+  switch (read) {
+    case kel::ReadStatus::Ok:
+      return ScriptText::Status::Ok;
+    case kel::ReadStatus::Missing:
+      return ScriptText::Status::Missing;
+    case kel::ReadStatus::Unreadable:
+      return ScriptText::Status::Unreadable;
+    default:
+      return kel::DirExists(path) ? ScriptText::Status::Directory : ScriptText::Status::NotRegular;
+  }
+}
+
+}  // namespace
+
 ScriptText::ScriptText(const KelString& name, std::string text, uint32_t firstLine)
     : name_(name),
       text_(std::move(text)),
@@ -22,17 +39,34 @@ ScriptText::ScriptText(const KelString& name, std::string text, uint32_t firstLi
 std::shared_ptr<const ScriptText> ScriptText::FromFile(const KelString& path, std::string_view key,
                                                        Status& status) {
   std::string raw;
-  const kel::ReadStatus read = kel::ReadRegularFile(path, raw, kMaxBytes);
-  status = read == kel::ReadStatus::Missing ? Status::Missing : Status::NotValid;
-  if (read != kel::ReadStatus::Ok) return nullptr;
+  status = StatusOf(kel::ReadRegularFile(path, raw, kMaxBytes), path);
+  if (status != Status::Ok) return nullptr;
   if (kel::IsSealed(raw)) {
     std::string plain;
+    status = Status::NotOpened;
     if (key.empty() || !kel::OpenSealed(raw, key, plain)) return nullptr;
     raw = std::move(plain);
   }
   std::shared_ptr<const ScriptText> text = FromBuffer(path, std::move(raw));
-  if (text) status = Status::Ok;
+  status = text ? Status::Ok : Status::NoText;
   return text;
+}
+
+std::string_view ScriptText::Reason(Status status) {
+  switch (status) {
+    case Status::Directory:
+      return " is a directory";
+    case Status::NotRegular:
+      return " is no regular file, or too large";
+    case Status::Unreadable:
+      return " cannot be read";
+    case Status::NoText:
+      return " holds NUL bytes, or too much text";
+    case Status::NotOpened:
+      return " is enciphered under another key";
+    default:
+      return "";
+  }
 }
 
 std::shared_ptr<const ScriptText> ScriptText::FromBuffer(const KelString& name, std::string text,

@@ -22,9 +22,16 @@ class ScriptText {
 
   enum class Status {
     Ok,
-    Missing,   ///< no file of that name
-    NotValid,  ///< no regular file, unreadable, too large, NUL bytes inside, or not deciphered
+    Missing,  ///< no file of that name
+    // files that are no script
+    Directory,
+    NotRegular,  ///< a device, a pipe, or too large
+    Unreadable,
+    NoText,     ///< NUL bytes inside
+    NotOpened,  ///< enciphered, and the key is missing or wrong
   };
+  /// What is wrong with the file, to go behind its name in a message; "" for Ok and Missing.
+  static std::string_view Reason(Status status);
 
   /// Reads a script file; one that was stored enciphered is opened with `key`.
   static std::shared_ptr<const ScriptText> FromFile(const KelString& path, std::string_view key,

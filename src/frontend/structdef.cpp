@@ -46,6 +46,8 @@ int32_t StructReader::Read(StructFlags flags) {
   if (tokeniser_.GetLastError() != 0) return Fail(tokeniser_.GetLastError(), "");
   name_ = KelString(tokeniser_.Token());
   if (name_.IsEmpty()) return Fail(kErrStructBlock, "");
+  tokeniser_.GetNextToken(1, 1);
+  if (tokeniser_.GetTokenLength() != 0) return Fail(kErrStructBlock, tokeniser_.Token());
   if (!CheckDeclaredName(context_, name_)) return context_.GetContextError();
   const int32_t error = ReadMembers();
   if (error == ERR_SUCCESS) Register(flags);

@@ -140,18 +140,18 @@ class ScriptFiles : public testing::Test {
 TEST_F(ScriptFiles, OnlyRegularTextFilesAreScripts) {
   EXPECT_EQ(Load(Write("a.tam", "x = 1\n")), ScriptText::Status::Ok);
   EXPECT_EQ(Load(Write("empty.tam", "")), ScriptText::Status::Ok);
-  EXPECT_EQ(Load(Write("nul.tam", std::string("a\0b", 3))), ScriptText::Status::NotValid);
-  EXPECT_EQ(Load(dir_), ScriptText::Status::NotValid);
+  EXPECT_EQ(Load(Write("nul.tam", std::string("a\0b", 3))), ScriptText::Status::NoText);
+  EXPECT_EQ(Load(dir_), ScriptText::Status::Directory);
   EXPECT_EQ(Load(dir_ + "absent.tam"), ScriptText::Status::Missing);
   const std::string fifo = dir_ + "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  EXPECT_EQ(Load(fifo), ScriptText::Status::NotValid);
+  EXPECT_EQ(Load(fifo), ScriptText::Status::NotRegular);
 }
 
 TEST_F(ScriptFiles, EncipheredScriptsNeedTheirKey) {
   const std::string path = Write("a.tam", kel::SealText("proc main()\nendproc\n", "key"));
-  EXPECT_EQ(Load(path), ScriptText::Status::NotValid);
-  EXPECT_EQ(Load(path, "other"), ScriptText::Status::NotValid);
+  EXPECT_EQ(Load(path), ScriptText::Status::NotOpened);
+  EXPECT_EQ(Load(path, "other"), ScriptText::Status::NotOpened);
   ScriptText::Status status;
   const auto text = ScriptText::FromFile(path, "key", status);
   ASSERT_TRUE(text);
