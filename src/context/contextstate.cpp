@@ -13,6 +13,10 @@ ContextState::~ContextState() {
   if (!consoleIsHosts) delete console;
 }
 
+bool ContextState::IsStopRequested() const {
+  return root->State().wake.load(std::memory_order_relaxed) != 0;
+}
+
 VarList& ContextState::OwnConstants() {
   if (!constants) {
     constants = sharedConstants ? std::make_unique<VarList>(*sharedConstants)
