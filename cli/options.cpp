@@ -17,6 +17,22 @@ class Help final : public CLI::Formatter {
   }
 };
 
+/// Least severe last.
+constexpr KelDebugContext::Level kLevels[] = {
+    KelDebugContext::Level::Error, KelDebugContext::Level::Warning, KelDebugContext::Level::Info,
+    KelDebugContext::Level::Detail};
+
+/// Empty when the name is right, as the library wants it.
+std::string ReadLevel(const std::string& name, std::optional<KelDebugContext::Level>* level) {
+  for (const KelDebugContext::Level each : kLevels) {
+    if (name == KelDebugLevelName(each)) {
+      *level = each;
+      return {};
+    }
+  }
+  return "LEVEL must be error, warning, info or detail";
+}
+
 }  // namespace
 
 std::optional<int> ParseOptions(int argc, const char* const* argv, Options* options) {
@@ -39,6 +55,10 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options* opti
                  "Let scripts use files below this directory only, and no network")
       ->check(CLI::ExistingDirectory)
       ->option_text("DIR");
+  std::string level;
+  app.add_option("--log", level, "Show log messages down to: error, warning, info or detail")
+      ->check([options](const std::string& name) { return ReadLevel(name, &options->log); })
+      ->option_text("LEVEL");
   app.add_flag("--check", options->checkOnly, "Compile only, run nothing");
   // The first word that is no option ends them, and is left untouched with all that follow it. As a
   // declared positional each ARG would be interpreted: "[a,b]" would arrive as two.
