@@ -340,9 +340,8 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
   if (call.errorCode != 0) state_.context.SetContextError(call.errorCode, call.errorText);
   if (state_.IsStopRequested()) state_.stopFlag = true;
   if (unwinding_ || state_.stopFlag || state_.errorCode >= kFirstFatalError) {
+    // Nothing takes the result any more.
     if (stack->GetSize() > height) stack->CutTo(height);
-    out.bits = 0;
-    if (IsManaged(site.resultKind)) TakeResult(site, height, out);
     return state_.errorCode < kFirstFatalError;
   }
   return TakeResult(site, height, out);
@@ -366,6 +365,12 @@ bool Machine::IsCaseSensitive() {
   }
   return (caseSwitch_.cell != nullptr ? caseSwitch_.cell->i
                                       : caseSwitch_.variable->GetIntegerValue()) != 0;
+}
+
+void Machine::AppendAsText(StrBuf*& slot, Kind kind, Cell value) {
+  std::string text;
+  AppendCellText(text, kind, value);
+  AppendText(slot, text);
 }
 
 bool Machine::SameText(const StrBuf* a, const StrBuf* b) {
