@@ -5,6 +5,8 @@
 
 #include "context/tambctxt.h"
 #include "functions/module.h"
+#include "host/call.h"
+#include "host/register.h"
 #include "kel/filepolicy.h"
 #include "kel/keldebug.h"
 #include "kel/kelstring.h"

@@ -34,7 +34,7 @@ int32_t FailForMemory(TamberContext& context, const KelString& name) {
 }
 
 int32_t FailAt(ContextState& state, const tamber::CompilePlace& place) {
-  state.HandleParseError({place.text, place.line});
+  state.HandleParseError({place.text, place.line, place.column, place.procedure});
   return 0;
 }
 
@@ -48,6 +48,7 @@ int32_t TamberContext::CompileScriptFile(const KelString& path) {
   try {
     SetContextError(0, KelString());
     const tamber::SessionReading reading(*state_);
+    state_->diagnostic.code = 0;
     KelString full(kel::CompletePath(path.View()));
     if (FindScript(path.View()) != nullptr || FindScript(full.View()) != nullptr) return 1;
     SetScriptFile(full, 0);
@@ -71,6 +72,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
   try {
     SetContextError(0, KelString());
     const tamber::SessionReading reading(*state_);
+    state_->diagnostic.code = 0;
     auto source = ScriptText::FromBuffer(name, text.Str(), firstLine == 0 ? 1 : firstLine);
     if (!source) {
       return FailFile(*this, ERR_FILENOTVALID, name,

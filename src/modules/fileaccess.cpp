@@ -31,9 +31,7 @@ int32_t CodeOf(kel::FileStatus status) {
 
 }  // namespace
 
-const kel::FilePolicy& PolicyOf(Call& call) {
-  return call.Context().GetFilePolicy();
-}
+const kel::FilePolicy& PolicyOf(Call& call) { return call.Context().GetFilePolicy(); }
 
 void FailRefused(Call& call, std::string_view what) {
   call.Fail(ERR_FUNCFAILED, "Refused by the host's file policy: " + std::string(what));
