@@ -664,11 +664,12 @@ L_Push:
 L_PushO : {
   SAVE();
   Kind kind = KindIn(pc->b);
-  Cell copy = CopyCell(kind, A);
-  if (kind == Kind::String)
-    stack_->PushCell(kind, copy);
-  else
-    stack_->PushTyped(*code->types[pc->c], copy);
+  if (kind == Kind::String) {
+    if (A.s != nullptr) Retain(A.s);
+    stack_->PushCell(kind, A);
+  } else {
+    stack_->PushTyped(*code->types[pc->c], CopyCell(kind, A));
+  }
   NEXT();
 }
 L_PushT:

@@ -290,11 +290,14 @@ bool Machine::TakeResult(const CallSite& site, uint32_t height, Cell& out) {
   if (site.resultKind == Kind::Any) {
     out.v = stack_->PopVariable();
   } else {
-    StackEntry entry = stack_->Take();
-    if (entry.kind == site.resultKind) {
-      out = entry.cell;
-      if (entry.type != nullptr) entry.type->Release();
+    const StackEntry& top = stack_->Peek(0);
+    if (top.kind == site.resultKind) {
+      out = top.cell;
+      const TypeDesc* held = top.type;
+      stack_->Forget();
+      if (held != nullptr) held->Release();
     } else {
+      StackEntry entry = stack_->Take();
       TypeRef from = entry.kind == Kind::Any ? TypeOf(*entry.cell.v)
                      : entry.type != nullptr ? TypeRef(entry.type)
                                              : TypeDesc::Of(entry.kind);

@@ -1,7 +1,9 @@
 #include "engine/stack.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -90,24 +92,26 @@ void* CellToHandle(Kind kind, Cell cell) {
 }  // namespace
 
 Stack::Stack(const Stack& other) {
-  entries_.reserve(other.entries_.size());
-  for (const StackEntry& entry : other.entries_) entries_.push_back(Copied(entry));
+  Reserve(other.size_);
+  for (; size_ < other.size_; ++size_) entries_[size_] = Copied(other.entries_[size_]);
 }
 
 Stack& Stack::operator=(const Stack& other) {
   Stack copy(other);
   entries_.swap(copy.entries_);
+  std::swap(size_, copy.size_);
+  std::swap(capacity_, copy.capacity_);
   return *this;
 }
 
 Stack::~Stack() { PopAll(); }
 
 Variable* Stack::GetVariable(uint32_t index) {
-  return index < entries_.size() ? Materialise(entries_[index]) : nullptr;
+  return index < size_ ? Materialise(entries_[index]) : nullptr;
 }
 
 Variable::enum_TypeId Stack::GetTypeId(uint32_t depth) const {
-  if (depth >= entries_.size()) return Variable::None;
+  if (depth >= size_) return Variable::None;
   const StackEntry& entry = Peek(depth);
   if (entry.kind == Kind::Any) return entry.cell.v->GetTypeId();
   const TypeDesc& type = entry.type != nullptr ? *entry.type : *TypeDesc::Of(entry.kind);
@@ -115,7 +119,7 @@ Variable::enum_TypeId Stack::GetTypeId(uint32_t depth) const {
 }
 
 uint32_t Stack::GetEntryLength(uint32_t depth) const {
-  if (depth >= entries_.size()) return 0;
+  if (depth >= size_) return 0;
   const StackEntry& entry = Peek(depth);
   if (entry.kind == Kind::Any) return entry.cell.v->GetLength();
   return static_cast<uint32_t>(TextOfEntry(entry).size());
@@ -125,11 +129,11 @@ int32_t Stack::PushVariable(Variable* variable) {
   if (variable == nullptr) return 0;
   Cell cell = tamber::ZeroCell();
   cell.v = variable;
-  return Append({Kind::Any, cell, nullptr}) ? 1 : 0;
+  return Append(Kind::Any, cell, nullptr) ? 1 : 0;
 }
 
 Variable* Stack::PopVariable() {
-  if (entries_.empty()) return nullptr;
+  if (size_ == 0) return nullptr;
   StackEntry entry = Take();
   Variable* variable = Materialise(entry);
   if (variable == nullptr) Release(entry);
@@ -137,7 +141,7 @@ Variable* Stack::PopVariable() {
 }
 
 void Stack::Pop() {
-  if (entries_.empty()) return;
+  if (size_ == 0) return;
   StackEntry entry = Take();
   Release(entry);
 }
@@ -145,25 +149,25 @@ void Stack::Pop() {
 void Stack::PopAll() { CutTo(0); }
 
 void Stack::PushBoolean(int32_t value) {
-  Append({Kind::Bool, tamber::IntCell(value != 0 ? 1 : 0), nullptr});
+  Append(Kind::Bool, tamber::IntCell(value != 0 ? 1 : 0), nullptr);
 }
 
 void Stack::PushChar(char value) {
-  Append({Kind::Char, tamber::IntCell(static_cast<signed char>(value)), nullptr});
+  Append(Kind::Char, tamber::IntCell(static_cast<signed char>(value)), nullptr);
 }
 
-void Stack::PushInteger(int32_t value) { Append({Kind::Int, tamber::IntCell(value), nullptr}); }
+void Stack::PushInteger(int32_t value) { Append(Kind::Int, tamber::IntCell(value), nullptr); }
 
 void Stack::PushFloat(float value) {
   Cell cell = tamber::ZeroCell();
   cell.f = value;
-  Append({Kind::Float, cell, nullptr});
+  Append(Kind::Float, cell, nullptr);
 }
 
 void Stack::PushDouble(double value) {
   Cell cell = tamber::ZeroCell();
   cell.d = value;
-  Append({Kind::Double, cell, nullptr});
+  Append(Kind::Double, cell, nullptr);
 }
 
 void Stack::PushString(const char* text, uint32_t len) {
@@ -179,7 +183,7 @@ void Stack::PushText(std::string_view text) {
     if (!text.empty()) cell.s = tamber::StrBuf::New(text);
   } catch (const std::bad_alloc&) {  // the empty text stands in
   }
-  Append({Kind::String, cell, nullptr});
+  Append(Kind::String, cell, nullptr);
 }
 
 void Stack::PushHandle(const KelString& handleTypeName, void* value) {
@@ -220,13 +224,12 @@ void Stack::PopKelString(KelString& text) {
 
 void Stack::PushTyped(const TypeDesc& type, Cell cell) {
   type.Retain();
-  Append({type.GetKind(), cell, &type});
+  Append(type.GetKind(), cell, &type);
 }
 
 StackEntry Stack::Take() {
-  StackEntry entry = entries_.back();
-  entries_.pop_back();
-  return entry;
+  const StackEntry& top = entries_[--size_];
+  return {top.kind, top.cell, top.type};
 }
 
 void Stack::Release(StackEntry& entry) {
@@ -240,16 +243,21 @@ void Stack::Release(StackEntry& entry) {
   entry = {Kind::None, tamber::ZeroCell(), nullptr};
 }
 
-void Stack::CutTo(uint32_t size) {
-  while (entries_.size() > size) Pop();
-}
-
-bool Stack::Append(StackEntry entry) {
+bool Stack::Append(Kind kind, Cell cell, const TypeDesc* type) {
   try {
-    entries_.push_back(entry);
+    Place(kind, cell, type);
     return true;
   } catch (const std::bad_alloc&) {
+    StackEntry entry{kind, cell, type};
     Release(entry);
     return false;
   }
+}
+
+void Stack::Reserve(uint64_t capacity) {
+  if (capacity > std::numeric_limits<uint32_t>::max()) throw std::bad_alloc();
+  auto larger = std::make_unique<StackEntry[]>(capacity);
+  std::copy_n(entries_.get(), size_, larger.get());
+  entries_ = std::move(larger);
+  capacity_ = static_cast<uint32_t>(capacity);
 }

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "kel/export.h"
 #include "kel/kelstring.h"
+#include "values/strbuf.h"
 #include "values/typedesc.h"
 #include "values/variable.h"
 
@@ -31,7 +32,7 @@ class TAMBER_API Stack {
   Stack& operator=(const Stack& other);
   virtual ~Stack();
 
-  uint32_t GetSize() const { return static_cast<uint32_t>(entries_.size()); }
+  uint32_t GetSize() const { return size_; }
   /// The entry at `index` from the bottom, on loan; null out of range.
   Variable* GetVariable(uint32_t index);
   /// Type of the entry `depth` below the top; None out of range.
@@ -71,25 +72,53 @@ class TAMBER_API Stack {
 
   // What running code uses: values with their kinds, no objects in between.
   /// Takes over the cell (kind Bool to Double, or String).
-  void PushCell(tamber::Kind kind, tamber::Cell cell) { entries_.push_back({kind, cell, nullptr}); }
+  void PushCell(tamber::Kind kind, tamber::Cell cell) { Place(kind, cell, nullptr); }
   /// Takes over the cell of a handle, structure or array of this type.
   void PushTyped(const tamber::TypeDesc& type, tamber::Cell cell);
   /// The entry `depth` below the top; only while GetSize() > depth.
-  const tamber::StackEntry& Peek(uint32_t depth) const {
-    return entries_[entries_.size() - 1 - depth];
-  }
+  const tamber::StackEntry& Peek(uint32_t depth) const { return entries_[size_ - 1 - depth]; }
+  /// Forgets the top entry without a release: its cell and type are the caller's from now on.
+  void Forget() { --size_; }
   /// Takes the top entry off together with what it owns; only on a stack that is not empty. A
   /// variable of kind Any that nobody else holds stays a variable.
   tamber::StackEntry Take();
   /// Releases what an entry owns.
   static void Release(tamber::StackEntry& entry);
   /// Removes entries from the top until `size` are left.
-  void CutTo(uint32_t size);
+  void CutTo(uint32_t size) {
+    while (size_ > size) {
+      const tamber::StackEntry& top = entries_[size_ - 1];
+      if (top.kind == tamber::Kind::String) {
+        tamber::StrBuf* text = top.cell.s;
+        --size_;
+        if (text != nullptr) tamber::Release(text);
+      } else if (top.kind <= tamber::Kind::Double) {
+        --size_;
+      } else {
+        Pop();
+      }
+    }
+  }
 
  private:
   void PushText(std::string_view text);
   /// False, and the entry released, without memory.
-  bool Append(tamber::StackEntry entry);
+  bool Append(tamber::Kind kind, tamber::Cell cell, const tamber::TypeDesc* type);
+  /// Written field by field: an entry that is put together elsewhere and copied as a whole makes
+  /// the processor wait for its parts, which costs more than all the rest of a call.
+  void Place(tamber::Kind kind, tamber::Cell cell, const tamber::TypeDesc* type) {
+    if (size_ == capacity_) [[unlikely]] {
+      Reserve(uint64_t{capacity_} * 2 + 16);
+    }
+    tamber::StackEntry& entry = entries_[size_++];
+    entry.kind = kind;
+    entry.cell = cell;
+    entry.type = type;
+  }
+  /// Throws std::bad_alloc.
+  void Reserve(uint64_t capacity);
 
-  std::vector<tamber::StackEntry> entries_;
+  std::unique_ptr<tamber::StackEntry[]> entries_;
+  uint32_t size_ = 0;
+  uint32_t capacity_ = 0;
 };
