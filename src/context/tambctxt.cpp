@@ -166,17 +166,27 @@ void TamberContext::ResetContext() {
 
 Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code) {
   code = 0;
+  if (expression.View().find('\0') != std::string_view::npos) {
+    // Lines end at a NUL, and half of an expression is another one.
+    code = ERR_EXPRBADTOKEN;
+    return nullptr;
+  }
   ExpressionCompiler compiler(this, nullptr, true);
   if (!compiler.CompileExpression(expression.GetString(), KelString(";"))) {
     code = compiler.GetError();
     return nullptr;
   }
   Stack stack;
-  if (!compiler.EvaluateExpression(&stack)) {
-    code = state_->errorCode != 0 ? state_->errorCode : ERR_FUNCFAILED;
-    return nullptr;
+  if (compiler.EvaluateExpression(&stack)) return stack.PopVariable();
+  code = state_->errorCode != 0 ? state_->errorCode : ERR_FUNCFAILED;
+  // What went wrong is the caller's to report or to forget; only without memory the run ends.
+  if (code != ERR_NOMEMORY) {
+    state_->errorCode = 0;
+    state_->errorText.Clear();
+  } else if (!state_->errorReported) {
+    state_->errorText = expression.Left(200);
   }
-  return stack.PopVariable();
+  return nullptr;
 }
 
 int32_t TamberContext::GetSwitch(std::string_view name) {

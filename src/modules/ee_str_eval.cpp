@@ -40,6 +40,8 @@ Value Evaluate(Call& call, std::string_view expression) {
   const KelString text(expression);
   Value value(call.Context().EvaluateText(text, code));
   if (code == 0 && value) return value;
+  // Recursion that went too deep has been reported where it did.
+  if (code == ERR_NOMEMORY && call.Context().GetContextError() == code) return nullptr;
   const bool keeps = (code > 0 && code < kFirstFatalError) || code == ERR_NOMEMORY;
   call.Fail(keeps ? code : ERR_FUNCFAILED, Excerpt(text));
   return nullptr;
@@ -67,10 +69,11 @@ int32_t EvalInteger(Call& call, std::string_view expression) {
 int32_t EvalType(Call& call, std::string_view expression) {
   constexpr int32_t kArrayOf = 1000;
   const Value value = Evaluate(call, expression);
-  if (!value) {
-    call.Fail(0, {});
-    return 0;
-  }
+  call.Fail(0, {});
+  // Asking for the type is no error, whatever the functions in the text say beside their results.
+  TamberContext& context = call.Context();
+  if (context.GetContextError() < kFirstFatalError) context.SetContextError(0, {});
+  if (!value) return 0;
   const TypeRef type = TypeOf(*value);
   if (!type->IsArray()) return type->TypeId();
   return kArrayOf + (type->Element() ? type->Element()->TypeId() : type->TypeId());
