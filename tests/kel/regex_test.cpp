@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <thread>
 
 #include "kel/regex_pcre.h"
 #include "kel/regex_posix.h"
@@ -94,6 +95,16 @@ TEST(Pcre, GivesUpOnPatternsThatWouldRunForEver) {
                 std::string_view(pattern) == "(a?){30}a{30}")
         << pattern;
   }
+}
+
+TEST(RegexBudget, CountsWhatIsComputedAndNotWhatIsWaitedFor) {
+  const kel::RegexBudget budget(std::chrono::milliseconds(100));
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_FALSE(budget.IsSpent());
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!budget.IsSpent() && std::chrono::steady_clock::now() < giveUp) {
+  }
+  EXPECT_TRUE(budget.IsSpent());
 }
 
 /// Long subjects are looked at in pieces, which must not show.
