@@ -49,6 +49,11 @@ if(TAMBER_SANITIZE)
   target_link_options(tamber_flags INTERFACE ${sanitize})
 endif()
 
+if(TAMBER_FUZZ)
+  target_compile_options(tamber_flags INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(tamber_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 if(TAMBER_IPO)
   set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
 endif()

@@ -1,8 +1,4 @@
 // Fuzzes the reader of Windows executables: headers, imports, resources, the version's blocks.
-//
-//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined -Isrc fuzz/pefile_fuzz.cpp
-//     src/kel/{pefile,versioninfo,bytes,number,kelformat}.cpp -o pefile_fuzz
-//   ./pefile_fuzz -max_total_time=60 corpus/
 
 #include <cstddef>
 #include <cstdint>

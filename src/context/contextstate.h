@@ -49,6 +49,7 @@ class ContextState {
   int32_t procedureTrace = 0;
   int32_t compileOnly = 0;
   int32_t dumpStatements = 0;
+  bool dumpsLocals = false;  ///< some report shows the local variables
 
   // errors
   ErrorList errors;

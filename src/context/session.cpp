@@ -102,6 +102,9 @@ void TamberContext::SetIniPath(const KelString& path) {
     state.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
     state.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
     state.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
+    state.dumpsLocals = false;
+    for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})
+      state.dumpsLocals |= !ini.ReadString(section, "DumpLocals", "").IsEmpty();
   } catch (const std::bad_alloc&) {
   }
 }

@@ -51,6 +51,7 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->procedureTrace = from.procedureTrace;
   state_->compileOnly = from.compileOnly;
   state_->dumpStatements = from.dumpStatements;
+  state_->dumpsLocals = from.dumpsLocals;
   state_->diagnosticHandler = from.diagnosticHandler;
   state_->diagnosticUser = from.diagnosticUser;
   state_->console = from.console;
@@ -67,6 +68,7 @@ TamberContext& TamberContext::operator=(const TamberContext& other) {
   state_->procedureTrace = from.procedureTrace;
   state_->compileOnly = from.compileOnly;
   state_->dumpStatements = from.dumpStatements;
+  state_->dumpsLocals = from.dumpsLocals;
   state_->exePath = from.exePath;
   state_->appInstance = from.appInstance;
   state_->proxy = from.proxy;

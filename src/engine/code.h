@@ -66,9 +66,15 @@ struct StatementEntry {
   /// Where to go on when the failing operator left a 0 in place of a value, with that 0 put into
   /// `result` first; kNone: as without a value.
   uint32_t resumeZero = kNone;
+  /// Where the statement is done again, in the order in which its parts may fail, before its
+  /// failing counts; kNone: it counts at once.
+  uint32_t retry = kNone;
   uint16_t result = 0;
   /// Temporaries that owned something when the statement began; those come first among the live.
   uint16_t ownedBefore = 0;
+  /// Statements of its group behind this one: counted when the group began, not run when the script
+  /// ends here.
+  uint8_t following = 0;
   /// The following statement cannot take a number: going on with the 0 fails with 20111.
   bool zeroMismatch = false;
 };

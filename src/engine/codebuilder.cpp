@@ -206,13 +206,16 @@ void CodeBuilder::MoveInto(uint16_t reg, const Operand& operand) {
 }
 
 Operand CodeBuilder::Stabilise(const Operand& operand) {
-  if (!operand.unstable || operand.owned || operand.IsScalar()) return operand;
+  // A value of unknown type may be the very variable that it was read from.
+  bool isVariable = operand.kind == Kind::Any && operand.owned;
+  if (!isVariable && (!operand.unstable || operand.owned || operand.IsScalar())) return operand;
   Operand copy = operand;
   copy.reg = NewTemp();
   copy.owned = true;
   copy.unstable = false;
   Emit(Op::CopyO, copy.reg, operand.reg, static_cast<uint32_t>(operand.kind));
   Own(copy.reg, copy.kind);
+  Free(operand);
   return copy;
 }
 

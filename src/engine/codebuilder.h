@@ -38,6 +38,7 @@ class Label {
 struct LocalFacts {
   std::vector<bool> object;  ///< by slot: lives in a Variable
   bool byName = false;       ///< something it calls may look for its locals by name
+  bool maybeLocals = false;  ///< some name is one of those that IsMaybeLocal tells
   /// Names that are a local of the procedure but were understood as something wider where they
   /// stand above the declaration: only the run can tell.
   bool IsMaybeLocal(const VarUse& use, const LocalTable& locals) const {
@@ -69,6 +70,8 @@ class CodeBuilder {
   /// Makes the last instruction put its result into `to` in place of `from`, where that is all it
   /// does to `from` and nothing jumps in between. False: nothing changed.
   bool RetargetLast(uint16_t from, uint16_t to);
+  /// Control may come here from elsewhere: the last instruction stays as it is.
+  void Fence() { lastBound_ = Pc(); }
   bool WideJumps() const { return wideJumps_; }
   /// A short jump did not reach, or there were too many registers or table entries.
   bool JumpOverflow() const { return jumpOverflow_; }

@@ -24,8 +24,9 @@ bool IsSwitch(std::string_view name) {
 
 class FactFinder {
  public:
-  explicit FactFinder(const TamberProcedure& procedure)
+  FactFinder(const TamberProcedure& procedure, bool observed)
       : procedure_(procedure), locals_(procedure.Locals()) {
+    facts_.byName = observed;
     facts_.object.assign(locals_.Count(), false);
     declared_.assign(locals_.Count(), false);
   }
@@ -86,6 +87,7 @@ class FactFinder {
     int32_t slot = use.slot >= 0 ? use.slot : locals_.Find(use.name.View());
     if (slot < 0) return;
     auto at = static_cast<size_t>(slot);
+    if (use.slot < 0) facts_.maybeLocals = true;
     if (use.slot < 0 || (reachable_ && !declared_[at])) facts_.object[at] = true;
   }
 
@@ -128,6 +130,8 @@ class FactFinder {
 
 }  // namespace
 
-LocalFacts FindLocalFacts(const TamberProcedure& procedure) { return FactFinder(procedure).Find(); }
+LocalFacts FindLocalFacts(const TamberProcedure& procedure, bool observed) {
+  return FactFinder(procedure, observed).Find();
+}
 
 }  // namespace tamber

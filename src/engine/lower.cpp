@@ -29,11 +29,11 @@ namespace {
 /// have done, which is what the StatementEntry of each part says.
 class ProcedureLowering {
  public:
-  ProcedureLowering(const TamberProcedure& procedure, bool traced, bool wideJumps)
+  ProcedureLowering(const TamberProcedure& procedure, bool observed, bool wideJumps)
       : procedure_(procedure),
         statements_(procedure.Statements()),
-        traced_(traced),
-        facts_(FindLocalFacts(procedure)),
+        observed_(observed),
+        facts_(FindLocalFacts(procedure, observed)),
         code_(std::make_unique<Code>()),
         builder_(*code_, &procedure.Locals(), &facts_, wideJumps),
         labels_(statements_.GetCount() + 2) {
@@ -52,7 +52,13 @@ class ProcedureLowering {
     uint32_t count = statements_.GetCount();
     for (uint32_t i = 1; i <= count;) {
       builder_.Bind(labels_[i]);
-      i += LowerGroup(i);
+      size_t entry = code_->statements.size();
+      uint32_t next = i + LowerGroup(i);
+      for (; entry < code_->statements.size(); ++entry) {
+        StatementEntry& e = code_->statements[entry];
+        e.following = static_cast<uint8_t>(next - 1 - e.statement);
+      }
+      i = next;
       builder_.Reset(procedure_.Locals().Count());
     }
     builder_.Bind(labels_[count + 1]);
@@ -64,6 +70,8 @@ class ProcedureLowering {
       entry.resume = pc;
       if (resume.zeroToo) entry.resumeZero = pc;
     }
+    for (const Resume& retry : retries_)
+      code_->statements[retry.entry].retry = builder_.PcOf(*retry.label);
     return !builder_.JumpOverflow();
   }
 
@@ -111,12 +119,13 @@ class ProcedureLowering {
     }
     e.resumeZero = builder_.Pc();
     e.result = value.reg;
+    builder_.Fence();
   }
   void CheckError(const ExpressionBase& expression) {
     if (expression.CallsFunction()) builder_.Emit(Op::ChkErr);
   }
   void CountStatements(uint32_t count) {
-    if (traced_) builder_.EmitWide(Op::Stat, 0, static_cast<int32_t>(count));
+    if (observed_) builder_.EmitWide(Op::Stat, 0, static_cast<int32_t>(count));
   }
 
   /// Returns the number of statements in the group.
@@ -228,6 +237,7 @@ class ProcedureLowering {
   /// so that a failure leaves the variable as it was.
   bool LowerAppend(const ExpressionBase& expression, const VarUse& target) {
     if (target.type->GetKind() != Kind::String || builder_.IsDynamic(target)) return false;
+    if (facts_.maybeLocals) return false;  // parts could be of another type than they seem
     std::vector<const ExpressionOperator*> chain;
     const ExpressionBase* node = &Unwrap(expression);
     while (node->GetKind() == EXPRESSION_OPERATOR) {
@@ -410,46 +420,72 @@ class ProcedureLowering {
     return 3;
   }
 
+  /// The target is selected before the value is computed, and the value is computed even when the
+  /// target could not be selected and the script goes on: it may fail too, print, or change things.
   uint32_t LowerSelectedAssign(uint32_t i, const StatementExpression& first) {
     CountStatements(3);
-    const auto& target = static_cast<const ExpressionVariable&>(first.Expression());
-    const ExpressionBase& value = At<StatementExpression>(i + 1)->Expression();
-    Label& end = LabelOf(i + 3);
-    bool calls = value.IsImpure() || value.CallsFunction();
-    size_t entry = BeginEntry(i);
-    ResumeAt(entry, calls ? NewLabel() : end, true);
-    std::vector<Operand> indexes = target.LowerIndexes(builder_);
-    Operand held;
-    if (value.IsImpure())
-      held = target.LowerReference(builder_, indexes);
-    else if (calls)
-      target.LowerCheck(builder_, indexes);
-    size_t valueEntry = BeginEntry(i + 1);
-    ResumeAt(valueEntry, end);
-    Operand result = value.Lower(builder_);
-    ResumeWithZero(valueEntry, result);
-    CheckError(value);
-    BeginEntry(i + 2);
-    ResumeAt(code_->statements.size() - 1, end);
-    if (held.place == Operand::Place::Reg)
-      builder_.AssignVariable(held, result);
-    else
-      target.LowerStore(builder_, indexes, result);
-    if (calls) LowerValueAlone(i, value, end);
+    SelectedAssign parts{i, static_cast<const ExpressionVariable&>(first.Expression()),
+                         At<StatementExpression>(i + 1)->Expression(), LabelOf(i + 3)};
+    bool calls = parts.value.IsImpure() || parts.value.CallsFunction();
+    bool mayFail = calls || !CanBeSkipped(builder_, parts.value);
+    if (!mayFail) {
+      LowerSelectedStore(parts, Selecting::Late, parts.end);
+      return 3;
+    }
+    Label& alone = NewLabel();
+    if (calls) {
+      LowerSelectedStore(parts, Selecting::Early, alone);
+    } else {
+      // A value that only computes is computed first, for the store finds out by itself whether
+      // there is such a target. When the value fails all is done again in the proper order.
+      Label& again = NewLabel();
+      size_t valueEntry = LowerSelectedStore(parts, Selecting::Late, alone);
+      retries_.push_back({valueEntry, &again, false});
+      builder_.Jump(parts.end);
+      builder_.Bind(again);
+      builder_.Reset(procedure_.Locals().Count());
+      LowerSelectedStore(parts, Selecting::Early, alone);
+    }
+    builder_.Jump(parts.end);
+    builder_.Bind(alone);
+    builder_.Reset(procedure_.Locals().Count());
+    ResumeAt(BeginEntry(i + 1), parts.end, true);
+    Operand unused = parts.value.Lower(builder_);
+    CheckError(parts.value);
+    builder_.Free(unused);
     return 3;
   }
 
-  /// When the target could not be selected and the script goes on, the value is still computed: it
-  /// may print, or change something.
-  void LowerValueAlone(uint32_t i, const ExpressionBase& value, Label& end) {
-    builder_.Jump(end);
-    builder_.Bind(*ownLabels_.back());
-    size_t entry = BeginEntry(i + 1);
-    ResumeAt(entry, end, true);
-    builder_.Reset(procedure_.Locals().Count());
-    Operand unused = value.Lower(builder_);
-    CheckError(value);
-    builder_.Free(unused);
+  struct SelectedAssign {
+    uint32_t statement;
+    const ExpressionVariable& target;
+    const ExpressionBase& value;
+    Label& end;
+  };
+  /// Whether it shows before the value is computed that there is no such target.
+  enum class Selecting { Early, Late };
+
+  /// `noTarget`: where to go on when the target could not be selected. Returns the entry of the
+  /// value.
+  size_t LowerSelectedStore(const SelectedAssign& parts, Selecting selecting, Label& noTarget) {
+    ResumeAt(BeginEntry(parts.statement), noTarget, true);
+    std::vector<Operand> indexes = parts.target.LowerIndexes(builder_);
+    Operand held;
+    if (parts.value.IsImpure())
+      held = parts.target.LowerReference(builder_, indexes);
+    else if (selecting == Selecting::Early)
+      parts.target.LowerCheck(builder_, indexes);
+    size_t valueEntry = BeginEntry(parts.statement + 1);
+    ResumeAt(valueEntry, parts.end);
+    Operand result = parts.value.Lower(builder_);
+    ResumeWithZero(valueEntry, result);
+    CheckError(parts.value);
+    ResumeAt(BeginEntry(parts.statement + 2), parts.end);
+    if (held.place == Operand::Place::Reg)
+      builder_.AssignVariable(held, result);
+    else
+      parts.target.LowerStore(builder_, indexes, result);
+    return valueEntry;
   }
 
   Label& NewLabel() {
@@ -459,20 +495,21 @@ class ProcedureLowering {
 
   const TamberProcedure& procedure_;
   const StatementList& statements_;
-  bool traced_;
+  bool observed_;
   LocalFacts facts_;
   std::unique_ptr<Code> code_;
   CodeBuilder builder_;
   std::vector<Label> labels_;  // by statement; one past the last is the end
   std::vector<std::unique_ptr<Label>> ownLabels_;
   std::vector<Resume> resumes_;
+  std::vector<Resume> retries_;
 };
 
 }  // namespace
 
-std::unique_ptr<Code> LowerProcedure(const TamberProcedure& procedure, bool traced) {
+std::unique_ptr<Code> LowerProcedure(const TamberProcedure& procedure, bool observed) {
   for (bool wideJumps : {false, true}) {
-    ProcedureLowering lowering(procedure, traced, wideJumps);
+    ProcedureLowering lowering(procedure, observed, wideJumps);
     bool complete = lowering.Run();
     if (lowering.TooLarge()) return nullptr;
     if (complete) return lowering.Take();

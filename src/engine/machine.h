@@ -82,8 +82,9 @@ class Machine {
   enum_ProcStatus Loop();
 
   // --- frames (machineframes.cpp) ---
-  bool PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary);
-  bool PushCall(const Code* code, Cell* arguments);
+  void PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary);
+  bool PushCall(TamberProcedure& procedure, Cell* arguments);
+  static void ReleaseArguments(const TamberProcedure& procedure, Cell* arguments);
   /// Registers for the code at `wanted` in the chunk, or at the start of the next one.
   Cell* MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk);
   void LeaveFrame(Frame& frame);
@@ -108,6 +109,7 @@ class Machine {
   After UnwindAll(enum_ProcStatus status, bool released = false);
   bool RunHandler(std::string_view name);
   SourcePlace PlaceOf(const Frame& frame) const;
+  static const StatementEntry& StatementAt(const Frame& frame);
 
   // --- what instructions do off the fast path (machinevalues.cpp) ---
   bool ResolveGlobal(GlobalSlot& slot);
@@ -145,9 +147,9 @@ class Machine {
   std::vector<Chunk> chunks_;
   uint32_t chunk_ = 0;
   uint32_t nativeDepth_ = 0;  ///< runs inside runs
-  bool traced_ = false;
-  bool leftZero_ = false;   ///< the failing operator left a 0 in place of its value
-  bool unwinding_ = false;  ///< an error ended a nested run, and with it this one
+  bool observed_ = false;     ///< code that counts statements and shows its locals is run
+  bool leftZero_ = false;     ///< the failing operator left a 0 in place of its value
+  bool unwinding_ = false;    ///< an error ended a nested run, and with it this one
   enum_ProcStatus status_ = PROCSTATUS_ENDED;
   Cell result_ = ZeroCell();                      ///< of the boundary frame that ended last
   std::vector<std::pair<Kind, Cell>> converted_;  ///< borrowed by registers until the run ends

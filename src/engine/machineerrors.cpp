@@ -18,9 +18,12 @@ SourcePlace Machine::PlaceOf(const Frame& frame) const {
   SourcePlace place;
   if (frame.code->procedure == nullptr) return place;
   place.text = frame.code->procedure->GetScript();
-  auto pc = static_cast<uint32_t>(frame.pc - frame.code->instrs.data());
-  if (const StatementEntry* entry = frame.code->FindStatement(pc)) place.line = entry->line;
+  place.line = StatementAt(frame).line;
   return place;
+}
+
+const StatementEntry& Machine::StatementAt(const Frame& frame) {
+  return *frame.code->FindStatement(static_cast<uint32_t>(frame.pc - frame.code->instrs.data()));
 }
 
 bool Machine::CurrentPlace(SourcePlace& place) const {
@@ -39,6 +42,7 @@ Machine::After Machine::UnwindAll(enum_ProcStatus status, bool released) {
     Frame& frame = frames_[frameCount_ - 1];
     if (!released) ReleaseLive(frame);
     released = false;
+    if (observed_) frame.statementCount -= StatementAt(frame).following;
     LeaveFrame(frame);
     bool boundary = frame.boundary;
     --frameCount_;
@@ -84,6 +88,11 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
   if (statementFailed) {
     ReleaseLive(*frame, kept);
     stack_->CutTo(frame->stackHeight);
+    if (entry.retry != StatementEntry::kNone) {
+      state_.errorCode = 0;
+      frame->pc = code.instrs.data() + entry.retry;
+      return After::Continue;
+    }
   }
   // From here on nothing is in use at the instruction but what `kept` says.
   auto leave = [&](enum_ProcStatus status) {

@@ -24,16 +24,16 @@ constexpr size_t kChunkCells = 8192;
 class Machine::StackScope {
  public:
   StackScope(Machine& machine, Stack& stack)
-      : machine_(machine), stack_(machine.stack_), traced_(machine.traced_) {
+      : machine_(machine), stack_(machine.stack_), observed_(machine.observed_) {
     machine.stack_ = &stack;
-    machine.traced_ = machine.state_.procedureTrace != 0;
+    machine.observed_ = machine.state_.procedureTrace != 0 || machine.state_.dumpsLocals;
     ++machine.nativeDepth_;
   }
   StackScope(const StackScope&) = delete;
   StackScope& operator=(const StackScope&) = delete;
   ~StackScope() {
     machine_.stack_ = stack_;
-    machine_.traced_ = traced_;
+    machine_.observed_ = observed_;
     if (--machine_.nativeDepth_ > 0) return;
     for (auto& [kind, cell] : machine_.converted_) ReleaseCell(kind, cell);
     machine_.converted_.clear();
@@ -42,7 +42,7 @@ class Machine::StackScope {
  private:
   Machine& machine_;
   Stack* stack_;
-  bool traced_;
+  bool observed_;
 };
 
 Machine::Machine(ContextState& state) : state_(state) {
@@ -70,7 +70,7 @@ Cell* Machine::MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk) {
   return chunks_[next].cells.get();
 }
 
-bool Machine::PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary) {
+void Machine::PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary) {
   if (frames_.size() == frameCount_) frames_.resize(std::max<size_t>(16, frames_.size() * 2));
   Frame& frame = frames_[frameCount_++];
   frame.code = code;
@@ -84,16 +84,36 @@ bool Machine::PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* resu
     if (owned.reg >= code->parameters) base[owned.reg].bits = 0;
   // An expression outside any procedure leaves the error of the statement that evaluates it alone.
   if (code->procedure != nullptr) state_.errorCode = 0;
-  if (traced_) TraceEnter(frame);
-  return true;
+  if (observed_) TraceEnter(frame);
 }
 
-bool Machine::PushCall(const Code* code, Cell* arguments) {
-  if (frameCount_ >= kMaxFrames) return Raise(ERR_NOMEMORY, code->procedure->GetName().View());
-  uint32_t chunk = frames_[frameCount_ - 1].chunk;
-  Cell* base = MakeRoom(arguments, code, chunk);
-  if (base != arguments) std::copy(arguments, arguments + code->parameters, base);
-  return PushFrame(code, base, chunk, arguments, false);
+bool Machine::PushCall(TamberProcedure& procedure, Cell* arguments) {
+  try {
+    const Code* code = procedure.FindCode(observed_);
+    if (code == nullptr) code = Prepare(procedure);
+    if (code != nullptr && frameCount_ < kMaxFrames) {
+      uint32_t chunk = frames_[frameCount_ - 1].chunk;
+      Cell* base = MakeRoom(arguments, code, chunk);
+      if (base != arguments) std::copy(arguments, arguments + code->parameters, base);
+      PushFrame(code, base, chunk, arguments, false);
+      return true;
+    }
+    if (code != nullptr) Raise(ERR_NOMEMORY, procedure.GetName().View());
+  } catch (const std::bad_alloc&) {
+    ReleaseArguments(procedure, arguments);
+    throw;
+  }
+  ReleaseArguments(procedure, arguments);
+  return false;
+}
+
+/// What a call that does not come about would have taken over.
+void Machine::ReleaseArguments(const TamberProcedure& procedure, Cell* arguments) {
+  for (uint32_t i = 0; i < procedure.GetParameterCount(); ++i) {
+    const Local& local = procedure.Locals().At(i);
+    Kind kind = local.isReference ? Kind::Any : local.type->GetKind();
+    ReleaseCell(kind == Kind::EString ? Kind::String : kind, arguments[i]);
+  }
 }
 
 void Machine::LeaveFrame(Frame& frame) {
@@ -103,7 +123,7 @@ void Machine::LeaveFrame(Frame& frame) {
   // What an expression outside any procedure leaves on the stack is its value.
   if (frame.code->procedure != nullptr && stack_->GetSize() > frame.stackHeight)
     stack_->CutTo(frame.stackHeight);
-  if (traced_) TraceLeave(frame);
+  if (observed_) TraceLeave(frame);
 }
 
 void Machine::ReleaseLive(const Frame& frame, uint32_t keep) {
@@ -118,12 +138,12 @@ void Machine::ReleaseLive(const Frame& frame, uint32_t keep) {
 
 const Code* Machine::Prepare(TamberProcedure& procedure) {
   if (!EnsureCompiled(state_.context, procedure)) return nullptr;
-  std::unique_ptr<Code> code = LowerProcedure(procedure, traced_);
+  std::unique_ptr<Code> code = LowerProcedure(procedure, observed_);
   if (!code) {
     Raise(ERR_NOMEMORY, procedure.GetName().View());
     return nullptr;
   }
-  return procedure.SetCode(traced_, std::move(code));
+  return procedure.SetCode(observed_, std::move(code));
 }
 
 bool Machine::HasNativeStack(std::string_view name) {
@@ -177,11 +197,7 @@ bool Machine::BindArguments(TamberProcedure& procedure, Stack& stack, Cell* base
     std::copy(cells.begin(), cells.end(), base);
     return true;
   }
-  for (uint32_t i = 0; i < count; ++i) {
-    const Local& local = procedure.Locals().At(i);
-    Kind kind = local.isReference ? Kind::Any : local.type->GetKind();
-    ReleaseCell(kind == Kind::EString ? Kind::String : kind, cells[i]);
-  }
+  ReleaseArguments(procedure, cells.data());
   Raise(ERR_ASSIGNMISMATCH, procedure.GetName().View());
   return false;
 }
@@ -222,7 +238,7 @@ enum_ProcStatus Machine::RunProcedure(TamberProcedure& procedure, Stack& stack) 
     return PROCSTATUS_FAILED;
   }
   StackScope scope(*this, stack);
-  const Code* code = procedure.FindCode(traced_);
+  const Code* code = procedure.FindCode(observed_);
   if (code == nullptr) code = Prepare(procedure);
   if (code == nullptr) return PROCSTATUS_FAILED;
   enum_ProcStatus status = RunBoundary(code, &procedure, stack);
@@ -249,14 +265,14 @@ int32_t Machine::Evaluate(const ExpressionBase& expression, Stack& stack) {
 
 void Machine::TraceEnter(Frame& frame) {
   frame.statementCount = 0;
-  if (frame.code->procedure == nullptr) return;
+  if (frame.code->procedure == nullptr || state_.procedureTrace == 0) return;
   frame.started = kel::MonotonicNanoseconds();
   state_.context.OutputErrorText(KelString("TamberDebug"), "Entering %S%s",
                                  frame.code->procedure->GetName(), "\r\n");
 }
 
 void Machine::TraceLeave(const Frame& frame) {
-  if (frame.code->procedure == nullptr || unwinding_) return;
+  if (frame.code->procedure == nullptr || unwinding_ || state_.procedureTrace == 0) return;
   float milliseconds =
       static_cast<float>(kel::MonotonicNanoseconds() - frame.started) / 1e9f * 1000.0f;
   state_.context.OutputErrorText(KelString("TamberDebug"),

@@ -659,6 +659,7 @@ L_ASize:
   NEXT();
 
 L_Push:
+  SAVE();
   stack_->PushCell(KindIn(pc->b), A);
   NEXT();
 L_PushO : {
@@ -714,13 +715,7 @@ L_ClrErr:
   NEXT();
 L_Call : {
   SAVE();
-  TamberProcedure* procedure = code->procedures[pc->b];
-  const Code* callee = procedure->FindCode(traced_);
-  if (callee == nullptr) {
-    callee = Prepare(*procedure);
-    CHECK(callee != nullptr);
-  }
-  CHECK(PushCall(callee, R + pc->a));
+  CHECK(PushCall(*code->procedures[pc->b], R + pc->a));
   RELOAD();
   DISPATCH();
 }

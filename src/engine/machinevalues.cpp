@@ -336,9 +336,8 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
   }
   if (call.errorCode != 0) state_.context.SetContextError(call.errorCode, call.errorText);
   if (unwinding_ || state_.stopFlag || state_.errorCode >= kFirstFatalError) {
+    // Nothing takes the result any more.
     if (stack->GetSize() > height) stack->CutTo(height);
-    out.bits = 0;
-    if (IsManaged(site.resultKind)) TakeResult(site, height, out);
     return state_.errorCode < kFirstFatalError;
   }
   return TakeResult(site, height, out);

@@ -10,9 +10,9 @@ TamberProcedure::TamberProcedure(const KelString& name,
 
 TamberProcedure::~TamberProcedure() = default;
 
-tamber::Code* TamberProcedure::SetCode(bool traced, std::unique_ptr<tamber::Code> code) {
-  code_[traced] = std::move(code);
-  return code_[traced].get();
+tamber::Code* TamberProcedure::SetCode(bool observed, std::unique_ptr<tamber::Code> code) {
+  code_[observed] = std::move(code);
+  return code_[observed].get();
 }
 
 KelString TamberProcedure::Header() const {

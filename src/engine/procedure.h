@@ -53,9 +53,10 @@ class TamberProcedure {
   /// "name(type [&]name, ...)"
   KelString Header() const;
 
-  /// The code of the statements, made when the procedure first runs. `traced` counts statements.
-  tamber::Code* FindCode(bool traced) const { return code_[traced].get(); }
-  tamber::Code* SetCode(bool traced, std::unique_ptr<tamber::Code> code);
+  /// The code of the statements, made when the procedure first runs. `observed` as in
+  /// LowerProcedure.
+  tamber::Code* FindCode(bool observed) const { return code_[observed].get(); }
+  tamber::Code* SetCode(bool observed, std::unique_ptr<tamber::Code> code);
 
  private:
   KelString name_;

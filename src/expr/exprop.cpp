@@ -438,9 +438,7 @@ const ExpressionBase& Unwrap(const ExpressionBase& expression) {
 
 namespace {
 
-/// Whether leaving the expression out cannot be noticed: it calls nothing, cannot fail and reads
-/// nothing that may be missing.
-bool CanBeSkipped(const CodeBuilder& b, const ExpressionBase& expression, int depth = 0) {
+bool CanBeSkippedBelow(const CodeBuilder& b, const ExpressionBase& expression, int depth) {
   const ExpressionBase& node = Unwrap(expression);
   if (depth > 8) return false;
   switch (node.GetKind()) {
@@ -454,7 +452,7 @@ bool CanBeSkipped(const CodeBuilder& b, const ExpressionBase& expression, int de
           op.GetOperator() == Ops::OP_REMAIN || op.Type()->GetKind() == Kind::String)
         return false;
       for (uint32_t i = 0; i < op.GetChildCount(); ++i) {
-        if (!CanBeSkipped(b, *op.GetChild(i), depth + 1)) return false;
+        if (!CanBeSkippedBelow(b, *op.GetChild(i), depth + 1)) return false;
       }
       return true;
     }
@@ -515,17 +513,24 @@ void EmitCompareJump(CodeBuilder& b, Ops::Operator_e code, bool jumpWhen, const 
 /// the left one decides shows nowhere if it could only have computed.
 bool LowerLogicalCondition(CodeBuilder& b, const ExpressionOperator& op, Label& target,
                            bool jumpWhen) {
-  if (!IsLogical(op.GetOperator()) || !CanBeSkipped(b, *op.GetChild(1))) return false;
-  bool isAnd = op.GetOperator() == Ops::OP_AND;
-  if (isAnd != jumpWhen) {  // either side alone decides to jump
-    LowerCondition(b, *op.GetChild(0), target, jumpWhen);
-    LowerCondition(b, *op.GetChild(1), target, jumpWhen);
-  } else {
-    Label decided;
-    LowerCondition(b, *op.GetChild(0), decided, !jumpWhen);
-    LowerCondition(b, *op.GetChild(1), target, jumpWhen);
-    b.Bind(decided);
+  std::vector<const ExpressionBase*> rights;  // of a chain of the same operator, last one first
+  const ExpressionBase* first = &op;
+  while (first->GetKind() == EXPRESSION_OPERATOR) {
+    const auto* node = static_cast<const ExpressionOperator*>(first);
+    if (node->GetOperator() != op.GetOperator() || !CanBeSkipped(b, *node->GetChild(1))) break;
+    rights.push_back(node->GetChild(1));
+    first = node->GetChild(0);
   }
+  if (rights.empty()) return false;
+  // Either each side alone decides to jump, or each but the last decides not to.
+  bool isAnd = op.GetOperator() == Ops::OP_AND;
+  bool eachJumps = isAnd != jumpWhen;
+  Label decided;
+  Label& early = eachJumps ? target : decided;
+  LowerCondition(b, *first, early, !isAnd);
+  for (size_t i = rights.size(); i-- > 1;) LowerCondition(b, *rights[i], early, !isAnd);
+  LowerCondition(b, *rights[0], target, jumpWhen);
+  if (!eachJumps) b.Bind(decided);
   return true;
 }
 
@@ -540,6 +545,10 @@ bool ComparesNumbers(const ExpressionOperator& op) {
 
 }  // namespace
 
+bool CanBeSkipped(const CodeBuilder& b, const ExpressionBase& expression) {
+  return CanBeSkippedBelow(b, expression, 0);
+}
+
 void LowerCondition(CodeBuilder& b, const ExpressionBase& expression, Label& target,
                     bool jumpWhen) {
   uint32_t mark = b.Mark();
@@ -550,7 +559,7 @@ void LowerCondition(CodeBuilder& b, const ExpressionBase& expression, Label& tar
       LowerCondition(b, *op.GetChild(0), target, !jumpWhen);
       return;
     }
-    if (LowerLogicalCondition(b, op, target, jumpWhen)) return;
+    if (IsLogical(op.GetOperator()) && LowerLogicalCondition(b, op, target, jumpWhen)) return;
     if (IsComparison(op.GetOperator()) && ComparesNumbers(op) && !b.WideJumps()) {
       Operand left = op.GetChild(0)->Lower(b);
       Operand right = op.GetChild(1)->Lower(b);

@@ -48,4 +48,8 @@ void LowerCondition(CodeBuilder& builder, const ExpressionBase& expression, Labe
 /// The operand below any parentheses.
 const ExpressionBase& Unwrap(const ExpressionBase& expression);
 
+/// Whether leaving the expression out cannot be noticed: it calls nothing, cannot fail and reads
+/// nothing that may be missing.
+bool CanBeSkipped(const CodeBuilder& builder, const ExpressionBase& expression);
+
 }  // namespace tamber

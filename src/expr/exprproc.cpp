@@ -31,8 +31,10 @@ Operand ExpressionProcedure::Lower(tamber::CodeBuilder& builder) const {
         builder.Emit(tamber::Op::ChkRef, reg, builder.TypeIndex(parameter.type));
       continue;
     }
-    std::optional<Operand> value = builder.Convert(GetChild(i)->Lower(builder), *parameter.type);
+    Operand argument = GetChild(i)->Lower(builder);
+    std::optional<Operand> value = builder.Convert(argument, *parameter.type);
     if (!value) {
+      builder.Free(argument);
       // Only a name that means another variable when it runs comes here.
       builder.EmitFail(ERR_ASSIGNMISMATCH, procedure_->GetName().View());
       continue;

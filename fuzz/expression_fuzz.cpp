@@ -1,0 +1,36 @@
+// Any text as an expression: compiled, dumped and evaluated beside variables of every kind.
+#include "expr/exprcomp.h"
+#include "harness.h"
+
+namespace {
+
+constexpr const char* kDeclarations =
+    "struct Point\nint X, Y\nstring Name\nint[] List\nendstruct\n"
+    "int i = 7, z\nbool b = TRUE\nchar c = 'c'\nfloat f = 1.5\ndouble d = 2.5\nstring s = "
+    "\"text\"\n"
+    "estring e = \"secret\"\nint[3] a\nstring[2] t\nPoint p\nPoint[2] q\narray g\n"
+    "int Twice(int &n)\nn = n * 2\nreturn n\nendproc\n"
+    "string Grow(string x)\ns = s + x\nreturn s\nendproc\n"
+    "int[] Make(int n)\nint[] r\nr <<= n\nreturn r\nendproc\n"
+    "Point Get(Point &x)\nx.X = x.X + 1\nreturn x\nendproc\n";
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  if (!fuzz::IsHarmless(text)) return 0;
+  TamberContext context;
+  context.SetIniPath(TAMBER_FUZZ_INI);
+  KelString output;
+  context.SetOutput(&output);
+  if (!context.CompileScriptBuffer("declarations", kDeclarations, 1)) __builtin_trap();
+  const fuzz::Budget budget(context);
+  ExpressionCompiler compiler(&context);
+  if (!compiler.CompileExpression(text.c_str(), "")) return 0;
+  KelString dump;
+  compiler.Dump(dump);
+  Stack stack;
+  const bool done = compiler.EvaluateExpression(&stack) != 0;
+  if (stack.GetSize() != (done ? 1u : 0u)) __builtin_trap();
+  return 0;
+}
