@@ -254,7 +254,8 @@ class ProcedureLowering {
     if (!CanJoin(tail.kind)) return Abandon(tail);
     if (chain.size() > 1) {
       tail = StartText(tail);
-      for (size_t k = chain.size() - 1; k-- > 0;) {
+      uint32_t mark = builder_.Mark();
+      for (size_t k = chain.size() - 1; k-- > 0; builder_.Reset(mark)) {
         Operand part = chain[k]->GetChild(1)->Lower(builder_);
         if (!CanJoin(part.kind)) return Abandon(part);
         AppendTo(Op::Append, tail.reg, part);

@@ -135,6 +135,7 @@ class Machine {
   bool Execute(int32_t operatorIndex, Cell& out);
   bool CallFunction(const CallSite& site, Cell& out);
   bool TakeResult(const CallSite& site, uint32_t height, Cell& out);
+  static void AppendAsText(StrBuf*& slot, Kind kind, Cell value);
   bool SameText(const StrBuf* a, const StrBuf* b);
   int32_t CompareTexts(const StrBuf* a, const StrBuf* b);
   bool IsCaseSensitive();

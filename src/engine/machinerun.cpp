@@ -14,7 +14,8 @@
 #include "values/structdata.h"
 
 // Each instruction ends with a jump of its own to the next one's code, which the processor predicts
-// far better than a single shared jump.
+// far better than a single shared jump. Such a jump runs no destructors: objects that have one must
+// not be alive there.
 #pragma GCC diagnostic ignored "-Wpedantic"
 
 namespace tamber {
@@ -369,18 +370,15 @@ L_AppendP:
   SAVE();
   AppendText(static_cast<Cell*>(A.p)->s, TextOf(B.s));
   NEXT();
-L_AppendT : {
+L_AppendT:
   SAVE();
-  std::string text;
-  AppendCellText(text, KindIn(pc->c), B);
-  AppendText(A.s, text);
+  AppendAsText(A.s, KindIn(pc->c), B);
   NEXT();
-}
 L_Text : {
   SAVE();
-  std::string text;
-  AppendCellText(text, KindIn(pc->c), B);
-  A.s = text.empty() ? nullptr : StrBuf::New(text);
+  StrBuf* text = nullptr;
+  AppendAsText(text, KindIn(pc->c), B);
+  A.s = text;
   NEXT();
 }
 L_SCmp:
@@ -791,14 +789,12 @@ L_RetV : {
   RELOAD();
   NEXT();
 }
-L_CallScript : {
+L_CallScript:
   SAVE();
-  KelString path(TextOf(A.s));
-  state_.CallScript(path, PlaceOf(*frame));
+  state_.CallScript(KelString(TextOf(A.s)), PlaceOf(*frame));
   frame = &frames_[frameCount_ - 1];
   if (state_.errorCode != 0) goto fail;
   NEXT();
-}
 L_Exit:
   SAVE();
   state_.stopFlag = true;

@@ -363,6 +363,12 @@ bool Machine::IsCaseSensitive() {
                                       : caseSwitch_.variable->GetIntegerValue()) != 0;
 }
 
+void Machine::AppendAsText(StrBuf*& slot, Kind kind, Cell value) {
+  std::string text;
+  AppendCellText(text, kind, value);
+  AppendText(slot, text);
+}
+
 bool Machine::SameText(const StrBuf* a, const StrBuf* b) {
   return a == b || CompareTexts(a, b) == 0;
 }
