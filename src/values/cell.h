@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "kel/export.h"
+
 class Variable;
 
 namespace tamber {
@@ -72,7 +74,7 @@ struct RefObject {
   bool IsShared() const { return refs != 1; }
 };
 
-void DestroyObject(RefObject* object);
+TAMBER_API void DestroyObject(RefObject* object);
 
 inline void Retain(RefObject* object) {
   if (object->refs > 0) ++object->refs;
