@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "options.h"
@@ -31,6 +32,21 @@ void ShowError(const TamberDiagnostic& error, void* /*user*/) {
   }
   std::fwrite(report.data(), 1, report.size(), stderr);
 }
+
+/// Shows messages of the asked level and of those above it on standard error.
+class Log final : public KelDebugContext {
+ public:
+  explicit Log(Level least) : least_(least) {}
+  bool IsEnabled(Level level) const override { return level <= least_; }
+  void Write(Level level, const KelString& channel, const KelString& text) override {
+    const std::string line =
+        channel.Str() + ": " + KelDebugLevelName(level) + ": " + text.Str() + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
+  }
+
+ private:
+  Level least_;
+};
 
 int Compile(TamberContext* context, const std::string& script) {
   if (script != "-") {
@@ -86,7 +102,11 @@ bool Confine(TamberContext* context, const std::string& directory) {
 }
 
 int Run(const Options& options) {
+  std::optional<Log> log;
   TamberContext context(nullptr);
+  if (options.log) {
+    context.SetDebugContext(&log.emplace(*options.log));
+  }
   context.SetDiagnosticHandler(ShowError, nullptr);
   SetOwnPath(&context);
   if (!options.iniPath.empty()) {

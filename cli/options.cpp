@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <limits>
+#include <map>
 #include <memory>
 
 namespace {
@@ -16,6 +17,15 @@ class Help final : public CLI::Formatter {
     return "Usage: tamber [OPTION...] SCRIPT [ARG...]\n";
   }
 };
+
+std::map<std::string, KelDebugContext::Level> LogLevels() {
+  std::map<std::string, KelDebugContext::Level> levels;
+  for (const auto level : {KelDebugContext::Level::Error, KelDebugContext::Level::Warning,
+                           KelDebugContext::Level::Info, KelDebugContext::Level::Detail}) {
+    levels.emplace(KelDebugLevelName(level), level);
+  }
+  return levels;
+}
 
 }  // namespace
 
@@ -39,6 +49,9 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options* opti
                  "Let scripts use files below this directory only, and no network")
       ->check(CLI::ExistingDirectory)
       ->option_text("DIR");
+  app.add_option("--log", options->log, "Show log messages down to: error, warning, info or detail")
+      ->transform(CLI::CheckedTransformer(LogLevels()))
+      ->option_text("LEVEL");
   app.add_flag("--check", options->checkOnly, "Compile only, run nothing");
   // The first word that is no option ends them, and is left untouched with all that follow it. As a
   // declared positional each ARG would be interpreted: "[a,b]" would arrive as two.

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tamber.h"
+
 /// What the command line asks for.
 struct Options {
   std::string script;  ///< A path, or "-" for standard input.
@@ -13,6 +15,7 @@ struct Options {
   std::optional<uint32_t> session;
   std::string sandbox;  ///< The one directory that scripts may use; empty: no limits.
   bool checkOnly = false;
+  std::optional<KelDebugContext::Level> log;  ///< The least severe level that is shown.
 };
 
 /// Reads the command line. Everything after the script's name belongs to the script, however it

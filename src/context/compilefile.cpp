@@ -2,6 +2,7 @@
 
 #include "context/contextstate.h"
 #include "context/errcodes.h"
+#include "context/session.h"
 #include "frontend/compile.h"
 #include "frontend/compsession.h"
 #include "frontend/script.h"
@@ -38,6 +39,7 @@ int32_t CodeOf(ScriptText::Status status) {
 int32_t TamberContext::CompileScriptFile(const KelString& path) {
   try {
     SetContextError(0, KelString());
+    const tamber::SessionReading reading(*state_);
     KelString full(kel::CompletePath(path.View()));
     if (FindScript(path.View()) != nullptr || FindScript(full.View()) != nullptr) return 1;
     SetScriptFile(full, 0);
@@ -61,6 +63,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
                                            uint32_t firstLine) {
   try {
     SetContextError(0, KelString());
+    const tamber::SessionReading reading(*state_);
     auto source = ScriptText::FromBuffer(name, text.Str(), firstLine == 0 ? 1 : firstLine);
     if (!source) {
       return FailFile(*this, ERR_FILENOTVALID, name,

@@ -20,6 +20,10 @@ bool ContextState::MayRead(const KelString& path) {
   return false;
 }
 
+bool ContextState::IsStopRequested() const {
+  return root->State().wake.load(std::memory_order_relaxed) != 0;
+}
+
 VarList& ContextState::OwnConstants() {
   if (!constants) {
     constants = sharedConstants ? std::make_unique<VarList>(*sharedConstants)

@@ -62,6 +62,7 @@ class ContextState {
   uint32_t sessionId = 0;
   KelString sessionPath;
   std::shared_ptr<SessionStore> sessionStore;
+  bool readingSession = false;
 
   // output
   KelString* console = nullptr;
@@ -80,8 +81,10 @@ class ContextState {
   void ScopeChanged() { epoch = NextEpoch(); }
 
   bool stopFlag = false;
-  /// Nonzero ends waiting built-ins early. Of the root context; set from any thread.
+  /// Nonzero ends waiting built-ins early and stops what runs. Of the root context; set from any
+  /// thread.
   std::atomic<uint32_t> wake{0};
+  bool IsStopRequested() const;
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
   std::set<std::string> loading;
   /// Names that a called script inherited and may declare anew.

@@ -1,5 +1,6 @@
 #include "context/session.h"
 
+#include <new>
 #include <string>
 
 #include "context/contextstate.h"
@@ -75,6 +76,23 @@ void Expire(ContextState& state, uint32_t maxAgeSeconds) {
 }
 
 }  // namespace
+
+SessionReading::SessionReading(ContextState& state) : state_(state) {
+  if (state.sessionId == 0 || state.sessionStore == nullptr || state.readingSession) return;
+  store_ = state.sessionStore;
+  store_->BeginReading(KeyOf(state.sessionId));
+  state.readingSession = true;
+}
+
+SessionReading::~SessionReading() {
+  if (store_ == nullptr) return;
+  store_->EndReading();
+  state_.readingSession = false;
+  try {
+    LogFault(state_);
+  } catch (const std::bad_alloc&) {
+  }
+}
 
 void SaveSessionVariables(ContextState& state) {
   if (state.sessionId == 0 || state.sessionStore == nullptr || state.globals == nullptr) return;

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <memory>
+
+class SessionStore;
+
 namespace tamber {
 
 class ContextState;
@@ -7,5 +11,19 @@ class ContextState;
 /// Writes the globals declared with `session` to the store under the current session, in one step;
 /// nothing without a session.
 void SaveSessionVariables(ContextState& state);
+
+/// While one exists, session declarations load from one look at the store. What failed is logged at
+/// its end.
+class SessionReading {
+ public:
+  explicit SessionReading(ContextState& state);
+  SessionReading(const SessionReading&) = delete;
+  SessionReading& operator=(const SessionReading&) = delete;
+  ~SessionReading();
+
+ private:
+  ContextState& state_;
+  std::shared_ptr<SessionStore> store_;  ///< null when another one does the work
+};
 
 }  // namespace tamber

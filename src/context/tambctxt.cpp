@@ -13,6 +13,7 @@
 #include "frontend/script.h"
 #include "functions/modulelist.h"
 #include "kel/pathparser.h"
+#include "kel/sleep.h"
 
 using tamber::ContextState;
 
@@ -119,7 +120,7 @@ void TamberContext::SetScriptFile(const KelString& name, int32_t overwrite) {
 }
 
 int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
-  if (state_->stopFlag || state_->compileOnly != 0) return 1;
+  if (state_->stopFlag || state_->IsStopRequested() || state_->compileOnly != 0) return 1;
   try {
     TamberProcedure* procedure = GetProcedure(name.View());
     bool isMain = kel::EqualsNoCase(name.View(), "main");
@@ -146,8 +147,17 @@ int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
   }
 }
 
+void TamberContext::RequestStop() {
+  std::atomic<uint32_t>& wake = state_->root->State().wake;
+  wake.store(1, std::memory_order_release);
+  kel::WakeSleepers(&wake);
+}
+
 void TamberContext::ResetContext() {
-  tamber::SaveSessionVariables(*state_);
+  try {
+    tamber::SaveSessionVariables(*state_);
+  } catch (const std::bad_alloc&) {
+  }
   state_->machine->ClearLocals();
   state_->externals.reset();
   ProcedureList::ClearList();
@@ -158,6 +168,7 @@ void TamberContext::ResetContext() {
   state_->handles->Clear();
   state_->inherited.clear();
   state_->stopFlag = false;
+  if (!state_->nested) state_->wake.store(0, std::memory_order_relaxed);
   state_->errorCode = 0;
   state_->errorText.Clear();
   state_->errorReported = false;

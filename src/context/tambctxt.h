@@ -102,6 +102,11 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// Runs a procedure. Its arguments are taken from `stack`, and its result is left there; null
   /// runs on a stack of its own.
   int32_t RunProcedure(const KelString& name, Stack* stack);
+  /// Ends what this context runs as "exit" does, also in scripts that it calls, and waits of
+  /// built-ins at once. From then on nothing runs until ResetContext. May be called from any thread
+  /// and from a signal handler, also for a run that has not begun yet; on a nested context it stops
+  /// the outermost one.
+  void RequestStop();
   void ResetContext();
   int32_t CompactScriptBuffer(const KelString& file, KelString& out);
 

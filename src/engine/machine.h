@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string_view>
@@ -100,6 +101,7 @@ class Machine {
   void TraceLeave(const Frame& frame);
   Frame* ScopeFrame();
   VarList& ExtraLocals();
+  void AppendExtraLocals(VarList& list);
 
   // --- errors (machineerrors.cpp) ---
   bool Raise(int32_t code, std::string_view text);
@@ -139,7 +141,8 @@ class Machine {
   void SweepArray(ArrayData& array);
 
   ContextState& state_;
-  Stack* stack_ = nullptr;  ///< evaluation stack of the current run
+  Stack* stack_ = nullptr;                       ///< evaluation stack of the current run
+  const std::atomic<uint32_t>* wake_ = nullptr;  ///< the root context's, while something runs
   std::vector<Frame> frames_;
   uint32_t frameCount_ = 0;
   std::vector<Chunk> chunks_;

@@ -26,6 +26,7 @@ class Machine::StackScope {
   StackScope(Machine& machine, Stack& stack)
       : machine_(machine), stack_(machine.stack_), traced_(machine.traced_) {
     machine.stack_ = &stack;
+    machine.wake_ = &machine.state_.root->State().wake;
     machine.traced_ = machine.state_.procedureTrace != 0;
     ++machine.nativeDepth_;
   }
@@ -353,7 +354,10 @@ void Machine::ClearLocals() {
 VarList Machine::SnapshotLocals() {
   VarList list(false);
   Frame* frame = ScopeFrame();
-  if (frame == nullptr) return list;
+  if (frame == nullptr) {
+    AppendExtraLocals(list);
+    return list;
+  }
   const LocalTable& locals = frame->code->procedure->Locals();
   auto add = [&](uint32_t slot) {
     const Local& local = locals.At(slot);
@@ -371,7 +375,19 @@ VarList Machine::SnapshotLocals() {
   // Parameters are taken off the stack last one first, which is the order of the scope.
   for (uint32_t slot = frame->code->parameters; slot-- > 0;) add(slot);
   for (uint32_t slot = frame->code->parameters; slot < locals.Count(); ++slot) add(slot);
+  AppendExtraLocals(list);
   return list;
+}
+
+void Machine::AppendExtraLocals(VarList& list) {
+  if (extraLocals_.empty()) return;
+  const VarList& extra = ExtraLocals();
+  for (uint32_t i = 0; i < extra.GetSize(); ++i) {
+    const Variable* variable = extra.GetVariable(i);
+    Variable* copy = variable->Clone();
+    copy->SetOwnName(variable->OwnName());
+    list.AddVariable(copy);
+  }
 }
 
 }  // namespace tamber

@@ -315,7 +315,7 @@ L_Jmp:
   pc += pc->Wide();
   DISPATCH();
 L_Loop:
-  if (state_.stopFlag) goto stopped;
+  if (wake_->load(std::memory_order_relaxed) != 0) goto interrupted;
   pc += pc->Wide();
   DISPATCH();
 L_JF:
@@ -713,6 +713,7 @@ L_ClrErr:
   state_.errorCode = 0;
   NEXT();
 L_Call : {
+  if (wake_->load(std::memory_order_relaxed) != 0) goto interrupted;
   SAVE();
   TamberProcedure* procedure = code->procedures[pc->b];
   const Code* callee = procedure->FindCode(traced_);
@@ -801,13 +802,12 @@ L_CallScript : {
   KelString path(TextOf(A.s));
   state_.CallScript(path, PlaceOf(*frame));
   frame = &frames_[frameCount_ - 1];
+  if (state_.IsStopRequested()) goto interrupted;
   if (state_.errorCode != 0) goto fail;
   NEXT();
 }
 L_Exit:
-  SAVE();
-  state_.stopFlag = true;
-  goto stopped;
+  goto interrupted;
 L_Fail:
   Raise(code->constants[static_cast<uint32_t>(pc->Wide())].i, code->texts[pc->a]);
   goto fail;
@@ -832,6 +832,8 @@ fail:
   if (ApplyPolicy(true) == After::Leave) return status_;
   RELOAD();
   DISPATCH();
+interrupted:
+  state_.stopFlag = true;
 stopped:
   SAVE();
   UnwindAll(unwinding_ ? PROCSTATUS_FAILED : PROCSTATUS_ENDED);

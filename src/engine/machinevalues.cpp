@@ -335,6 +335,7 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
     }
   }
   if (call.errorCode != 0) state_.context.SetContextError(call.errorCode, call.errorText);
+  if (state_.IsStopRequested()) state_.stopFlag = true;
   if (unwinding_ || state_.stopFlag || state_.errorCode >= kFirstFatalError) {
     if (stack->GetSize() > height) stack->CutTo(height);
     out.bits = 0;

@@ -155,6 +155,21 @@ class RedisBackend final : public StoreBackend {
     return reply && reply->type == REDIS_REPLY_STRING && Decode(TextOf(*reply), value);
   }
 
+  /// A session is one hash, which comes in one reply.
+  bool Tree(std::string_view prefix, StoreTree& tree) override {
+    const Place place(prefix);
+    if (!place.whole || !place.field.empty()) return false;
+    const Reply reply = Ask({"HGETALL", place.Hash()});
+    if (!reply || reply->type != REDIS_REPLY_ARRAY) return false;
+    for (size_t i = 0; i + 1 < reply->elements; i += 2) {
+      std::string key(place.bucket);
+      StoreValue value;
+      if (!Decode(TextOf(*reply->element[i + 1]), value)) continue;
+      tree.emplace(key.append(TextOf(*reply->element[i])), std::move(value));
+    }
+    return true;
+  }
+
   /// A transaction of the server: the commands go out in one piece and take effect together.
   bool Apply(std::span<const StoreChange> changes) override {
     std::vector<Command> commands;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <exception>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "kel/pathparser.h"
@@ -31,11 +32,18 @@ class BackedStore final : public SessionStore {
 
   bool Exists(std::string_view key) override {
     StoreValue value;
-    return Use([&] { return backend_->Get(key, value); });
+    return Find(key, value);
   }
 
   std::vector<std::string> SubKeys(std::string_view prefix) override {
     std::vector<std::string> keys;
+    if (const StoreTree* tree = TreeOf(prefix)) {
+      for (auto at = tree->lower_bound(prefix); at != tree->end(); ++at) {
+        if (!at->first.starts_with(prefix)) break;
+        keys.push_back(at->first);
+      }
+      return keys;
+    }
     Use([&] {
       keys = backend_->Keys(prefix);
       return true;
@@ -56,13 +64,23 @@ class BackedStore final : public SessionStore {
     return Change({StoreChange::Kind::DeleteTree, std::string(prefix), {}});
   }
 
-  void Begin() override { batching_ = true; }
+  void Begin() override {
+    batching_ = true;
+    pending_.clear();
+  }
 
   bool Commit() override {
     batching_ = false;
+    tree_.reset();
     const std::vector<StoreChange> changes = std::exchange(pending_, {});
     return changes.empty() || Use([&] { return backend_->Apply(changes); });
   }
+
+  void BeginReading(std::string_view prefix) override {
+    readPrefix_ = prefix;
+    tree_.reset();
+  }
+  void EndReading() override { BeginReading({}); }
 
   std::string TakeFault() override { return std::exchange(fault_, {}); }
 
@@ -85,10 +103,29 @@ class BackedStore final : public SessionStore {
   template <class T>
   bool Get(std::string_view key, T& value) {
     StoreValue stored;
-    if (!Use([&] { return backend_->Get(key, stored); })) return false;
+    if (!Find(key, stored)) return false;
     if (!std::holds_alternative<T>(stored)) return false;
     value = std::move(std::get<T>(stored));
     return true;
+  }
+
+  bool Find(std::string_view key, StoreValue& value) {
+    const StoreTree* tree = TreeOf(key);
+    if (tree == nullptr) return Use([&] { return backend_->Get(key, value); });
+    const auto at = tree->find(key);
+    if (at != tree->end()) value = at->second;
+    return at != tree->end();
+  }
+
+  /// What is known of everything that begins with `key`; null when the backend is to be asked.
+  const StoreTree* TreeOf(std::string_view key) {
+    if (readPrefix_.empty() || !key.starts_with(readPrefix_)) return nullptr;
+    if (!tree_) {
+      StoreTree tree;
+      if (!Use([&] { return backend_->Tree(readPrefix_, tree); })) return nullptr;
+      tree_ = std::move(tree);
+    }
+    return &*tree_;
   }
 
   bool Set(std::string_view key, StoreValue value) {
@@ -100,11 +137,14 @@ class BackedStore final : public SessionStore {
       pending_.push_back(std::move(change));
       return true;
     }
+    tree_.reset();
     return Use([&] { return backend_->Apply({&change, 1}); });
   }
 
   std::shared_ptr<StoreBackend> backend_;
   std::vector<StoreChange> pending_;
+  std::string readPrefix_;  ///< empty: everything is read afresh
+  std::optional<StoreTree> tree_;
   std::string fault_;
   bool batching_ = false;
 };

@@ -32,6 +32,11 @@ class TAMBER_API SessionStore {
   /// killed, see all of them or none. Reads in between do not see them.
   virtual void Begin() {}
   virtual bool Commit() { return true; }
+  /// Between the two, what lies below `prefix` may be read as it was at the first look at it, so
+  /// that a server is asked once for a session and not for each of its values. Own changes are
+  /// seen.
+  virtual void BeginReading(std::string_view /*prefix*/) {}
+  virtual void EndReading() {}
   /// Why an operation has failed since the last call; "" when none has.
   virtual std::string TakeFault() { return {}; }
 };

@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -17,6 +19,7 @@
 namespace kel {
 
 using StoreValue = std::variant<int64_t, std::string>;
+using StoreTree = std::map<std::string, StoreValue, std::less<>>;
 
 /// A key and its new value, or the removal of a whole tree.
 struct StoreChange {
@@ -31,6 +34,8 @@ class StoreBackend {
   virtual ~StoreBackend() = default;
   /// False when the key is absent, with an empty fault, or when the store failed.
   virtual bool Get(std::string_view key, StoreValue& value) = 0;
+  /// Everything below `prefix` at once, if that is cheaper than one by one; else false.
+  virtual bool Tree(std::string_view /*prefix*/, StoreTree& /*tree*/) { return false; }
   /// All changes or none.
   virtual bool Apply(std::span<const StoreChange> changes) = 0;
   virtual std::vector<std::string> Keys(std::string_view prefix) = 0;

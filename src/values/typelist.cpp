@@ -269,7 +269,7 @@ void TypeList::CreateDefaultTypes() {
 
 void TypeList::DumpTypes(KelString& out, const KelString& names, const KelString& indent) const {
   const std::vector<std::string_view> words = WordsOf(names.View());
-  const bool limited = !words.empty() && names.Find("*") == KelString::kNotFound;
+  const bool limited = !names.IsEmpty() && names.Find("*") == KelString::kNotFound;
   out += "\r\nData types dump:";
   if (limited) out += " (limited by INI file settings) ";
   out += "\r\n";
