@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <limits>
-#include <map>
 #include <memory>
 
 namespace {
@@ -18,13 +17,20 @@ class Help final : public CLI::Formatter {
   }
 };
 
-std::map<std::string, KelDebugContext::Level> LogLevels() {
-  std::map<std::string, KelDebugContext::Level> levels;
-  for (const auto level : {KelDebugContext::Level::Error, KelDebugContext::Level::Warning,
-                           KelDebugContext::Level::Info, KelDebugContext::Level::Detail}) {
-    levels.emplace(KelDebugLevelName(level), level);
+/// Least severe last.
+constexpr KelDebugContext::Level kLevels[] = {
+    KelDebugContext::Level::Error, KelDebugContext::Level::Warning, KelDebugContext::Level::Info,
+    KelDebugContext::Level::Detail};
+
+/// Empty when the name is right, as the library wants it.
+std::string ReadLevel(const std::string& name, std::optional<KelDebugContext::Level>* level) {
+  for (const KelDebugContext::Level each : kLevels) {
+    if (name == KelDebugLevelName(each)) {
+      *level = each;
+      return {};
+    }
   }
-  return levels;
+  return "LEVEL must be error, warning, info or detail";
 }
 
 }  // namespace
@@ -49,8 +55,9 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options* opti
                  "Let scripts use files below this directory only, and no network")
       ->check(CLI::ExistingDirectory)
       ->option_text("DIR");
-  app.add_option("--log", options->log, "Show log messages down to: error, warning, info or detail")
-      ->transform(CLI::CheckedTransformer(LogLevels()))
+  std::string level;
+  app.add_option("--log", level, "Show log messages down to: error, warning, info or detail")
+      ->check([options](const std::string& name) { return ReadLevel(name, &options->log); })
       ->option_text("LEVEL");
   app.add_flag("--check", options->checkOnly, "Compile only, run nothing");
   // The first word that is no option ends them, and is left untouched with all that follow it. As a

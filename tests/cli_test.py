@@ -89,10 +89,19 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(outputs, ["1\n", "2\n", "1\n", "3\n"])
         self.assertEqual([self.run_tamber(name)[1] for _ in range(2)], ["1\n", "1\n"])
 
+    def test_log(self):
+        (self.folder / "TamberSessions").mkdir()
+        name = self.script(HELLO)
+        self.assertEqual(self.run_tamber("--session", "1", name)[2], "")
+        status, output, errors = self.run_tamber("--log", "error", "--session", "1", name)
+        self.assertEqual((status, output), (0, self.run_tamber(name)[1]))
+        self.assertIn("Tamber: error: Session store ./TamberSessions: ", errors)
+
     def test_wrong_command_lines(self):
         name = self.script(HELLO)
         for args in ((), ("--bogus", name), ("--session", "0", name), ("--session", "x", name),
-                     ("--session", "4294967296", name), ("--ini", "none.ini", name), ("--session",), ("--",)):
+                     ("--session", "4294967296", name), ("--ini", "none.ini", name), ("--session",),
+                     ("--log", "x", name), ("--",)):
             status, output, errors = self.run_tamber(*args)
             self.assertEqual((status, output), (2, ""), args)
             self.assertIn("--help", errors)

@@ -1,4 +1,6 @@
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -109,7 +111,7 @@ TEST_F(Output, DumpsOfVariables) {
 
 TEST_F(Output, DumpsOfTables) {
   Ini("DumpTypes=*\nDumpFunctions=print,RAND\nDumpProcedures=*\n");
-  const std::string dump = Dump();
+  std::string dump = Dump();
   const size_t types = dump.find("\r\nData types dump:\r\n");
   const size_t functions = dump.find("\r\nFunctions dump: (limited by INI file settings) \r\n");
   ASSERT_NE(types, std::string::npos);
@@ -117,6 +119,60 @@ TEST_F(Output, DumpsOfTables) {
   EXPECT_LT(types, functions);
   EXPECT_THAT(dump, HasSubstr("int Print (string Text)\r\nint Rand ()\r\n"));
   EXPECT_LT(functions, dump.find("\r\nProcedures dump:"));
+  Ini("DumpTypes=;\n");
+  dump = Dump();
+  EXPECT_EQ(dump, "\r\nData types dump: (limited by INI file settings) \r\n");
+}
+
+int32_t AddLocal(FunctionCallInfo* info) {
+  Variable* added = info->context->GetType("int")->CreateVariable("added");
+  added->SetIntegerValue(3);
+  info->context->AddVariable(added, VARLIST_LOCAL);
+  info->stack->PushInteger(0);
+  return 1;
+}
+
+TEST_F(Output, LocalsOfTheScriptAndOfTheHost) {
+  context_.RegisterFunction("int AddLocal ()", AddLocal, FunctionList::FUNCTYPE_NORMAL, false);
+  const char* script =
+      "struct P\nint x\nstring[] names\nendstruct\n"
+      "proc show(char c, estring& e)\nbool b\nb = TRUE\nP p\np.names += 1\np.names[1] = \"q'\"\n"
+      "AddLocal()\nDebugDump(\"TamberDebug\")\nint undeclared\nendproc\n"
+      "proc main()\nestring s\nshow('A', s)\nendproc\n";
+  Ini("DumpLocals=*\n");
+  context_.SetIniPath("tamber.ini");
+  ASSERT_NE(context_.CompileScriptBuffer("s", script, 1), 0);
+  ASSERT_EQ(context_.RunProcedure("main", nullptr), 1);
+  EXPECT_EQ(Get("tamber.log"),
+            "\r\nLocal variable list dump:\r\n"
+            "e: type=estring, value=\r\n"
+            "c: type=char, value=65\r\n"
+            "b: type=bool, value=TRUE\r\n"
+            "p: type=struct P, value:\r\n"
+            "    x: type=integer, value=0\r\n"
+            "    names: type=string, elements=1\r\n"
+            "        [1]: type=string, value=q\\'\r\n"
+            "added: type=integer, value=3\r\n");
+}
+
+TEST_F(Output, ProcessesShareAReportFile) {
+  constexpr int kReports = 200;
+  AddInteger("first", 1);
+  AddInteger("last", 2);
+  Ini("DumpGlobals=first,last\n");
+  const std::string report = Dump();
+  std::filesystem::remove("tamber.log");
+  std::vector<pid_t> writers;
+  for (int i = 0; i < 2; ++i) {
+    writers.push_back(::fork());
+    if (writers.back() != 0) continue;
+    for (int n = 0; n < kReports; ++n) context_.PerformDumps("TamberDebug", nullptr);
+    ::_exit(0);
+  }
+  for (const pid_t writer : writers) ::waitpid(writer, nullptr, 0);
+  std::string expected;
+  for (int n = 0; n < 2 * kReports; ++n) expected += report;
+  EXPECT_EQ(Get("tamber.log"), expected);
 }
 
 TEST_F(Output, SourceAroundALine) {

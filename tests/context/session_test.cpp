@@ -1,10 +1,15 @@
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "context/contextstate.h"
 #include "kel/clock.h"
 #include "kel/keldebug.h"
+#include "kel/redisserver.h"
 #include "kel/sessionstore.h"
 #include "kel/tempdir.h"
 #include "values/cellops.h"
@@ -111,6 +116,81 @@ TEST_F(Sessions, ResetSavesSessionVariables) {
   other->SetIntegerValue(9);
   other->LoadFromSession(5, later.State().sessionStore.get());
   EXPECT_EQ(other->GetIntegerValue(), 9) << "what is not stored leaves the variable as it is";
+}
+
+/// Runs one request of a host as a process that is killed right after it has saved.
+std::string Request(uint32_t session) {
+  int ends[2];
+  EXPECT_EQ(::pipe(ends), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    TamberContext context;
+    KelString output;
+    context.SetOutput(&output);
+    context.SetSessionId(session);
+    const char* script =
+        "session int n = 5\nsession string t = \"a\"\nsession double d = 1.5\nsession bool b\n"
+        "session int[] list\nsession estring e = \"secret\"\n"
+        "struct P\nstring name\nchar c\nendstruct\nsession P p\n"
+        "proc main()\nPrint(n + \" \" + t + \" \" + d + \" \" + b + \" \" + ArrayGetSize(list))\n"
+        "Print(\" \" + e + \" \" + p.name)\nif p.c != 0\nPrint(\"\" + p.c)\nendif\n"
+        "n = n + 1\nt = t + \"b\"\nd = d * 2\nb = !b\nlist += 1\n"
+        "e = e + \"!\"\np.name = \"p\" + n\np.c = n + 59\nendproc\n";
+    context.CompileScriptBuffer("request", script, 1);
+    context.RunProcedure("main", nullptr);
+    context.ResetContext();
+    if (::write(ends[1], output.GetString(), output.GetLength()) < 0) ::_exit(1);
+    ::kill(::getpid(), SIGKILL);
+  }
+  ::close(ends[1]);
+  std::string text(1000, '\0');
+  text.resize(static_cast<size_t>(std::max<ssize_t>(::read(ends[0], text.data(), 1000), 0)));
+  ::close(ends[0]);
+  ::waitpid(child, nullptr, 0);
+  return text;
+}
+
+TEST_F(Sessions, AreFoundAgainByTheNextRequest) {
+  RedisServer server;
+  ASSERT_TRUE(server.IsUp());
+  for (const std::string& ini : {std::string(), "[TamberConfig]\nSessionStore=" + server.Url()}) {
+    Put("tamber.ini", ini);
+    EXPECT_EQ(Request(7), "5 a 1.5 FALSE 0 secret ") << ini;
+    EXPECT_EQ(Request(8), "5 a 1.5 FALSE 0 secret ") << ini;
+    EXPECT_EQ(Request(7), "6 ab 3 TRUE 1 secret! p6A") << ini;
+    EXPECT_EQ(Request(7), "7 abb 6 FALSE 2 secret!! p7B") << ini;
+    EXPECT_EQ(Request(0), "5 a 1.5 FALSE 0 secret ") << ini;
+    TamberContext context;
+    EXPECT_TRUE(context.DoesSessionExist(8));
+    EXPECT_FALSE(context.DoesSessionExist(70));
+    context.ExpireOldSessions(0xFFFFFFFF);
+    EXPECT_FALSE(context.DoesSessionExist(8)) << "the cutoff wraps around";
+  }
+}
+
+TEST_F(Sessions, ReadingInOnePieceSeesOwnChanges) {
+  RedisServer server;
+  ASSERT_TRUE(server.IsUp());
+  const auto store = kel::OpenSessionStore(server.Url());
+  const auto other = kel::OpenSessionStore(server.Url());
+  store->SetText("session/1/a", "old");
+  store->SetText("session/10/a", "another session");
+  store->BeginReading("session/1/");
+  std::string text;
+  EXPECT_TRUE(store->GetText("session/1/a", text));
+  other->SetText("session/1/a", "new");
+  EXPECT_TRUE(store->GetText("session/1/a", text));
+  EXPECT_EQ(text, "old");
+  EXPECT_FALSE(store->Exists("session/1/b"));
+  EXPECT_TRUE(store->Exists("session/10/a"));
+  EXPECT_THAT(store->SubKeys("session/1/"), ElementsAre("session/1/a"));
+  store->SetText("session/1/b", "mine");
+  EXPECT_THAT(store->SubKeys("session/1/"), ElementsAre("session/1/a", "session/1/b"));
+  EXPECT_TRUE(store->GetText("session/1/a", text));
+  EXPECT_EQ(text, "new");
+  store->EndReading();
+  other->DeleteTree("session/1/");
+  EXPECT_FALSE(store->Exists("session/1/a"));
 }
 
 TEST_F(Sessions, AUselessStoreIsSilent) {
