@@ -1,7 +1,9 @@
 #include "context/contextstate.h"
 #include "context/errcodes.h"
 #include "frontend/declread.h"
+#include "frontend/tokenise.h"
 #include "kel/kelascii.h"
+#include "values/cellops.h"
 
 namespace {
 
@@ -141,4 +143,33 @@ int32_t TamberContext::CheckUniqueVar(const KelString& name, uint32_t mask) {
   if (error == 0) return 1;
   SetContextError(error, name);
   return 0;
+}
+
+Variable* TamberContext::CreateVariable(Tokeniser* tokeniser, const KelString& name) {
+  if (tokeniser == nullptr) {
+    SetContextError(ERR_INVALIDPARAM, name);
+    return nullptr;
+  }
+  try {
+    tokeniser->GetNextToken(1, 1);
+    const std::string word(tokeniser->Token());
+    tamber::DeclarationReader reader(*this, *tokeniser);
+    int32_t error = tokeniser->GetLastError();
+    KelString text;
+    if (error == ERR_SUCCESS) {
+      error = reader.ReadType(word);
+      text = reader.ErrorText();
+    }
+    if (error != ERR_SUCCESS) {
+      SetContextError(error, text);
+      return nullptr;
+    }
+    Variable* variable = tamber::MakeVariable(reader.Type(), tamber::Name(name.View()));
+    variable->SetArraySize(reader.ArraySize());
+    if (variable->GetElementCount() >= reader.ArraySize()) return variable;
+    Variable::Delete(variable);
+  } catch (const std::bad_alloc&) {
+  }
+  SetContextError(ERR_NOMEMORY, name);
+  return nullptr;
 }

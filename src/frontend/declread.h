@@ -35,6 +35,10 @@ class DeclarationReader {
   /// Reads what stands behind a name: "," (`more` is then set) or the end of the line.
   [[nodiscard]] int32_t ReadSeparator(bool& more);
 
+  /// The type that was read, and the elements that the brackets behind its word ask for.
+  const TypeRef& Type() const { return type_; }
+  uint32_t ArraySize() const { return arraySize_; }
+
   /// The type word of a name that was read, with "[]" for an array.
   KelString TypeWord(const DeclaredName& name) const;
   const KelString& ErrorText() const { return errorText_; }

@@ -1,0 +1,178 @@
+#include <sys/stat.h>
+
+#include "context/errcodes.h"
+#include "scriptrunner.h"
+
+namespace {
+
+class Compiling : public ScriptRunner {
+ protected:
+  int32_t CompileFile(const std::string& path) { return context_.CompileScriptFile(path); }
+};
+
+TEST_F(Compiling, TheSameFileTwiceCompilesNothing) {
+  Put("a.tam", "int count = 1\nproc main()\nPrint(\"\" + count)\nendproc\n");
+  EXPECT_EQ(CompileFile("a.tam"), 1);
+  context_.SetContextError(101, "before");
+  EXPECT_EQ(CompileFile("a.tam"), 1);
+  EXPECT_EQ(CompileFile(dir_ + "/a.tam"), 1);
+  EXPECT_EQ(CompileFile("./x/../a.tam"), 1);
+  EXPECT_EQ(context_.GetContextError(), 0) << "the second call clears the error first";
+  EXPECT_EQ(context_.GetScriptCount(), 1u);
+  EXPECT_EQ(context_.RunProcedure("MAIN", nullptr), 1);
+  EXPECT_EQ(Printed(), "1");
+}
+
+TEST_F(Compiling, WhatIsNoReadableFile) {
+  std::filesystem::create_directory("folder");
+  ::mkfifo("pipe", 0600);
+  Put("nul.tam", std::string_view("Print(\"a\")\n\0\n", 13));
+  struct Row {
+    const char* path;
+    int32_t code;
+  };
+  for (const Row& row : {Row{"missing.tam", ERR_FILENOTFOUND}, Row{"folder", ERR_FILENOTVALID},
+                         Row{"pipe", ERR_FILENOTVALID}, Row{"/dev/zero", ERR_FILENOTVALID},
+                         Row{"nul.tam", ERR_FILENOTVALID}, Row{"folder/x/y", ERR_FILENOTFOUND}}) {
+    std::filesystem::remove("tamber.log");
+    EXPECT_EQ(CompileFile(row.path), 0) << row.path;
+    EXPECT_EQ(context_.GetContextError(), row.code) << row.path;
+    const std::string full = row.path[0] == '/' ? row.path : dir_ + "/" + row.path;
+    EXPECT_EQ(ErrorText(), full);
+    EXPECT_EQ(IntegerOf("ErrCode"), row.code) << row.path;
+    EXPECT_EQ(IntegerOf("ErrLine"), 0) << row.path;
+    const KelString name = context_.GetErrorName(row.code);
+    const KelString text = context_.GetErrorText(row.code);
+    EXPECT_EQ(Get("tamber.log"), "\r\nFatal parse or run time error " + name.Str() +
+                                     " in file\r\n" + full + ", line 0\r\n" + text.Str() + ": " +
+                                     full + "\r\n\r\n")
+        << row.path;
+  }
+  EXPECT_EQ(context_.GetScriptCount(), 0u);
+  EXPECT_EQ(TextOf("ScriptFile"), dir_ + "/missing.tam") << "named before it is opened";
+  EXPECT_EQ(CompileFile(""), 0);
+  EXPECT_NE(context_.GetContextError(), 0);
+}
+
+TEST_F(Compiling, UnreadableFiles) {
+  if (::geteuid() == 0) GTEST_SKIP() << "the superuser reads everything";
+  Put("secret.tam", "Print(\"a\")\n");
+  ::chmod("secret.tam", 0);
+  EXPECT_EQ(CompileFile("secret.tam"), 0);
+  EXPECT_EQ(context_.GetContextError(), ERR_FILENOTVALID);
+}
+
+TEST_F(Compiling, AFailedScriptIsNotInTheList) {
+  Put("bad.tam", "proc first()\nendproc\nproc main()\nx = 1\nendproc\n");
+  EXPECT_EQ(CompileFile("bad.tam"), 0);
+  EXPECT_EQ(context_.GetContextError(), ERR_BADSTATEMENT);
+  EXPECT_EQ(IntegerOf("ErrLine"), 4);
+  EXPECT_EQ(context_.GetScriptCount(), 0u);
+  EXPECT_NE(context_.FindProcedure("first"), 0u) << "what was declared before stays";
+  Put("bad.tam", "proc second()\nendproc\n");
+  EXPECT_EQ(CompileFile("bad.tam"), 1) << "and may be mended and compiled";
+}
+
+// Files fail on any error that is left when they have been read, texts only on a fatal one.
+TEST_F(Compiling, RunTimeErrorsOfInitialisers) {
+  TamberContext other;
+  other.RegisterFunction("int Left ()", static_cast<TamberFunctionPtr>([](FunctionCallInfo* call) {
+                           call->errorCode = 102;
+                           call->errorText = "left over";
+                           call->stack->PushInteger(7);
+                           return 1;
+                         }),
+                         FunctionList::FUNCTYPE_NORMAL, false);
+  const char* left = "int value = Left()\nproc main()\nendproc\n";
+  EXPECT_EQ(other.CompileScriptBuffer("buffer", left, 1), 1);
+  EXPECT_EQ(other.GetScriptCount(), 1u);
+  EXPECT_EQ(other.GetContextError(), 102);
+  EXPECT_EQ(IntegerOf(other, "value"), 7);
+  EXPECT_EQ(IntegerOf(other, "ErrCode"), 0) << "not reported";
+  TamberContext third;
+  third.RegisterFunction("int Left ()", static_cast<TamberFunctionPtr>([](FunctionCallInfo* call) {
+                           call->errorCode = 102;
+                           call->stack->PushInteger(7);
+                           return 1;
+                         }),
+                         FunctionList::FUNCTYPE_NORMAL, false);
+  Put("left.tam", left);
+  EXPECT_EQ(third.CompileScriptFile("left.tam"), 0);
+  EXPECT_EQ(third.GetScriptCount(), 0u);
+  EXPECT_EQ(third.GetContextError(), 102);
+  EXPECT_EQ(IntegerOf(third, "ErrCode"), 102);
+}
+
+TEST_F(Compiling, Texts) {
+  EXPECT_EQ(context_.CompileScriptBuffer("label", "proc a()\nx = 1\nendproc\n", 100), 0);
+  EXPECT_EQ(IntegerOf("ErrLine"), 101) << "lines count from the first line given";
+  EXPECT_EQ(context_.CompileScriptBuffer("label", "proc a()\nx = 1\nendproc\n", 0), 0);
+  EXPECT_EQ(IntegerOf("ErrLine"), 2) << "0 is taken as 1";
+  EXPECT_EQ(context_.CompileScriptBuffer("label", KelString("a\0b", 3), 1), 0);
+  EXPECT_EQ(context_.GetContextError(), ERR_FILENOTVALID);
+  EXPECT_EQ(ErrorText(), "label");
+  EXPECT_EQ(context_.CompileScriptBuffer("empty", "", 1), 1);
+  EXPECT_EQ(context_.CompileScriptBuffer("label", "Print(\"\")\n", 1), 1);
+  EXPECT_EQ(TextOf("ScriptFile"), "");
+  EXPECT_EQ(context_.RunProcedure("main", nullptr), 1);
+  EXPECT_EQ(TextOf("ScriptFile"), "label") << "named by the first run";
+  EXPECT_EQ(context_.CompileScriptBuffer("label", "proc again()\nendproc\n", 1), 1);
+  EXPECT_NE(context_.FindProcedure("again"), 0u) << "a label may come twice";
+  EXPECT_EQ(context_.GetScriptCount(), 3u);
+}
+
+TEST_F(Compiling, ScriptFileAndLogFile) {
+  context_.SetScriptFile("dir/start.txt", 0);
+  EXPECT_EQ(TextOf("ScriptFile"), "dir/start.txt");
+  EXPECT_EQ(TextOf("LogFile"), "dir/start.log");
+  context_.SetScriptFile("dir/second.txt", 0);
+  EXPECT_EQ(TextOf("ScriptFile"), "dir/start.txt") << "the first one keeps its name";
+  EXPECT_EQ(TextOf("LogFile"), "dir/start.log");
+  context_.SetScriptFile("other/plain", 1);
+  EXPECT_EQ(TextOf("ScriptFile"), "other/plain");
+  EXPECT_EQ(TextOf("LogFile"), "other/plain.log");
+  context_.SetScriptFile("a.b/many.dots.tam", 1);
+  EXPECT_EQ(TextOf("LogFile"), "a.b/many.dots.log");
+  TamberContext other;
+  other.GetVariable("LogFile", VARLIST_GLOBAL)->SetStringValue(KelString("mine.log"));
+  other.SetScriptFile("dir/start.txt", 0);
+  EXPECT_STREQ(other.GetVariable("LogFile", VARLIST_GLOBAL)->GetStringValue(), "mine.log");
+}
+
+TEST_F(Compiling, ProceduresThatDoNotExist) {
+  EXPECT_EQ(context_.RunProcedure("nosuch", nullptr), 0);
+  EXPECT_EQ(context_.GetContextError(), ERR_PROCNOTFOUND);
+  EXPECT_EQ(ErrorText(), "nosuch");
+  EXPECT_EQ(context_.RunProcedure("Main", nullptr), 0);
+  EXPECT_EQ(context_.GetContextError(), ERR_PROCNOMAIN);
+  EXPECT_EQ(context_.RunProcedure("", nullptr), 0);
+}
+
+// Arguments come from the host's stack and the result goes there.
+TEST_F(Compiling, ArgumentsAndResults) {
+  ASSERT_EQ(Compile("int add(int a, int b)\nreturn a + b\nendproc\n"
+                    "proc fill(int &out)\nout = 9\nendproc\n"),
+            1);
+  Stack stack;
+  stack.PushString("below");
+  stack.PushInteger(2);
+  stack.PushDouble(3.9);
+  EXPECT_EQ(context_.RunProcedure("add", &stack), 1);
+  EXPECT_EQ(stack.GetSize(), 2u);
+  EXPECT_EQ(stack.PopInteger(), 5);
+  EXPECT_EQ(context_.RunProcedure("add", &stack), 0) << "too few";
+  EXPECT_EQ(context_.GetContextError(), ERR_EXPRFUNCPARCOUNT);
+  EXPECT_EQ(stack.GetSize(), 1u) << "nothing is taken off";
+  stack.PushString("x");
+  EXPECT_EQ(context_.RunProcedure("add", &stack), 0) << "no numbers";
+  EXPECT_EQ(context_.GetContextError(), ERR_ASSIGNMISMATCH);
+  auto* target = new VarInteger("target", 0);
+  stack.PopAll();
+  stack.PushVariable(target->Duplicate());
+  EXPECT_EQ(context_.RunProcedure("fill", &stack), 1);
+  EXPECT_EQ(target->GetIntegerValue(), 9);
+  EXPECT_EQ(stack.GetSize(), 0u);
+  Variable::Delete(target);
+}
+
+}  // namespace

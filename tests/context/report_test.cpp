@@ -1,0 +1,223 @@
+#include <vector>
+
+#include "context/errcodes.h"
+#include "scriptrunner.h"
+
+namespace {
+
+class Reports : public ScriptRunner {
+ protected:
+  void SetUp() override {
+    ScriptRunner::SetUp();
+    context_.SetDiagnosticHandler(
+        [](const TamberDiagnostic& told, void* user) {
+          static_cast<Reports*>(user)->told_.push_back(told);
+        },
+        this);
+  }
+  std::vector<TamberDiagnostic> told_;
+};
+
+TEST_F(Reports, AParseErrorByteForByte) {
+  Put("tamber.ini", "[TamberParseErrors]\nOutputPrefix=<<<\nOutputSuffix=>>>\nDumpSource=2\n");
+  EXPECT_EQ(Compile("proc main()\nint i\ni = nosuch + 100%s\nendproc\n"), 0);
+  EXPECT_EQ(Get("tamber.log"),
+            "<<<\r\n"
+            "Fatal parse or run time error ERR_EXPRBADTOKEN in file\r\n"
+            "test.tam, line 3\r\n"
+            "Unrecognised token in expression: nosuch\r\n"
+            "\r\nScript source dump:\r\n"
+            "   int i\r\n>>>i = nosuch + 100%s\r\n   endproc\r\n"
+            ">>>\r\n");
+  EXPECT_EQ(context_.GetContextError(), ERR_EXPRBADTOKEN) << "left as it is";
+  EXPECT_EQ(IntegerOf("ErrCode"), ERR_EXPRBADTOKEN);
+  EXPECT_EQ(IntegerOf("ErrLine"), 3);
+  ASSERT_EQ(told_.size(), 1u);
+  EXPECT_EQ(told_[0].code, ERR_EXPRBADTOKEN);
+  EXPECT_EQ(told_[0].name, "ERR_EXPRBADTOKEN");
+  EXPECT_EQ(told_[0].text, "Unrecognised token in expression");
+  EXPECT_EQ(told_[0].detail, "nosuch");
+  EXPECT_EQ(told_[0].file, "test.tam");
+  EXPECT_EQ(told_[0].line, 3u);
+  EXPECT_EQ(told_[0].sourceLine, "i = nosuch + 100%s");
+}
+
+TEST_F(Reports, ARunTimeErrorByteForByte) {
+  Put("tamber.ini", "[TamberRunErrors]\nDumpSource=1\nDumpGlobals=a,b;nosuch\n");
+  EXPECT_EQ(Run("int a = 1\nint b = 2\nproc main()\nint i\ni = 5\ni = 7 / (i - 5)\nendproc\n"), 0);
+  EXPECT_EQ(Get("tamber.log"),
+            "\r\n"
+            "Run time error ERR_DIVIDEBYZERO in file\r\n"
+            "test.tam, line 6\r\n"
+            "Divide by zero error\r\n"
+            "\r\nScript source dump:\r\n>>>i = 7 / (i - 5)\r\n"
+            "\r\nGlobal variable list dump: (limited by INI file settings) \r\n"
+            "a: type=integer, value=1\r\nb: type=integer, value=2\r\n"
+            "\r\n");
+  EXPECT_EQ(context_.GetContextError(), 0) << "cleared by its report";
+  EXPECT_EQ(IntegerOf("ErrCode"), 11);
+  EXPECT_EQ(IntegerOf("ErrLine"), 6);
+  ASSERT_EQ(told_.size(), 1u);
+  EXPECT_EQ(told_[0].name, "ERR_DIVIDEBYZERO");
+}
+
+TEST_F(Reports, DisabledOutputStillTellsScriptAndHost) {
+  for (const char* type : {"none", "NONE", "None"}) {
+    Put("tamber.ini", std::string("[TamberRunErrors]\nOutputType=") + type + "\n");
+    told_.clear();
+    context_.ResetContext();
+    EXPECT_EQ(Run("int i\n\ni = 1 / 0\n"), 0);
+    EXPECT_FALSE(std::filesystem::exists("tamber.log")) << type;
+    EXPECT_EQ(IntegerOf("ErrLine"), 3);
+    EXPECT_EQ(IntegerOf("ErrCode"), 11);
+    EXPECT_EQ(told_.size(), 1u);
+  }
+}
+
+// A text stays until another one replaces it, so a later error without a text shows the old one.
+TEST_F(Reports, TheErrorTextIsSticky) {
+  context_.SetContextError(101, "first");
+  context_.SetContextError(0, "");
+  EXPECT_EQ(context_.GetContextError(), 0);
+  EXPECT_EQ(ErrorText(), "first");
+  Put("tamber.ini", "[TamberRunErrors]\nDumpSource=0\n");
+  EXPECT_EQ(Run("int i\ni = 1 / 0\n"), 0);
+  EXPECT_EQ(Get("tamber.log"),
+            "\r\nRun time error ERR_DIVIDEBYZERO in file\r\ntest.tam, line 2\r\n"
+            "Divide by zero error: first\r\n\r\n");
+}
+
+TEST_F(Reports, CodesWithoutANameShowTheirNumber) {
+  context_.RegisterFunction("int Fail (int Code)",
+                            static_cast<TamberFunctionPtr>([](FunctionCallInfo* call) {
+                              call->errorCode = call->stack->PopInteger();
+                              call->errorText = "%d %s 100%";
+                              call->stack->PushInteger(0);
+                              return 1;
+                            }),
+                            FunctionList::FUNCTYPE_NORMAL, false);
+  Put("tamber.ini", "[TamberRunErrors]\nDumpSource=0\n[TamberParseErrors]\nDumpSource=-3\n");
+  EXPECT_EQ(Run("Fail(4711)\nPrint(\"no\")\n"), 0);
+  EXPECT_EQ(Get("tamber.log"),
+            "\r\nRun time error 4711 in file\r\ntest.tam, line 1\r\n: %d %s 100%\r\n\r\n");
+  std::filesystem::remove("tamber.log");
+  context_.ResetContext();
+  EXPECT_EQ(Run("Fail(99999)\nPrint(\"no\")\n"), 0);
+  EXPECT_EQ(Get("tamber.log"),
+            "\r\nFatal parse or run time error 99999 in file\r\ntest.tam, line 1\r\n"
+            ": %d %s 100%\r\n\r\n");
+  EXPECT_EQ(context_.GetContextError(), 99999);
+  context_.ResetContext();
+  EXPECT_EQ(Run("Fail(-5)\nPrint(\"no\")\n"), 0) << "negative codes are run-time errors";
+  EXPECT_EQ(context_.GetContextError(), 0);
+  EXPECT_EQ(IntegerOf("ErrCode"), -5);
+  EXPECT_EQ(Printed(), "");
+}
+
+TEST_F(Reports, OnceForAFatalErrorHoweverDeep) {
+  EXPECT_EQ(Run("proc inner()\nint i\nErrHandler = \"nosuch\"\ni = 1 / 0\nendproc\n"
+                "proc middle()\ninner()\nPrint(\"no\")\nendproc\n"
+                "proc main()\nmiddle()\nPrint(\"no\")\nendproc\n"),
+            0);
+  EXPECT_EQ(told_.size(), 1u);
+  Put("in.tam", "proc broken()\nx = 1\nendproc\n");
+  Put("out.tam", "include \"in.tam\"\nproc main()\nendproc\n");
+  told_.clear();
+  context_.ResetContext();
+  EXPECT_EQ(context_.CompileScriptFile("out.tam"), 0);
+  ASSERT_EQ(told_.size(), 1u);
+  EXPECT_EQ(told_[0].file, dir_ + "/in.tam");
+  EXPECT_EQ(told_[0].line, 2u);
+  EXPECT_EQ(IntegerOf("ErrLine"), 2);
+}
+
+TEST_F(Reports, NewCodesFollowTheHighestRunTimeCode) {
+  EXPECT_EQ(context_.RegisterErrorCode(0, "ERR_A", "a"),
+            static_cast<int32_t>(TamberContext().GetErrorList().GetNewRuntimeErrorCode()));
+  const int32_t next = context_.RegisterErrorCode(0, "ERR_B", "b");
+  EXPECT_EQ(context_.GetErrorText(next), "b");
+  EXPECT_FALSE(Knows("ERR_B", 15)) << "constants are for the codes that are there from the start";
+  EXPECT_EQ(context_.RegisterErrorCode(500, "ERR_C", "c"), 500);
+  EXPECT_EQ(context_.RegisterErrorCode(0, "ERR_D", "d"), 501);
+  EXPECT_EQ(context_.RegisterErrorCode(30000, "ERR_E", "e"), 30000);
+  EXPECT_EQ(context_.RegisterErrorCode(0, "ERR_F", "f"), 502);
+  EXPECT_EQ(context_.RegisterErrorCode(500, "ERR_G", "g"), 500);
+  EXPECT_EQ(context_.GetErrorName(500), "ERR_C") << "the first record of a code is the one found";
+}
+
+class Policies : public Reports {};
+
+TEST_F(Policies, InlineClearsAndGoesOn) {
+  EXPECT_EQ(Run("int i\ni = 3\nErrHandler = \"inline_handler\"\ni = 1 / 0\n"
+                "Print(\"\" + i + \" \" + ErrCode + \" \" + ErrLine + \";\")\n"
+                "i = 5\nPrint(\"\" + ErrCode)\n"),
+            1);
+  EXPECT_EQ(Printed(), "0 11 4;11") << "a statement that goes well leaves ErrCode alone";
+  EXPECT_TRUE(told_.empty());
+  EXPECT_FALSE(std::filesystem::exists("tamber.log"));
+}
+
+TEST_F(Policies, DefaultEndsTheWholeRun) {
+  EXPECT_EQ(Run("proc inner()\nint i\ni = 1 / 0\nPrint(\"no\")\nendproc\n"
+                "proc main()\nPrint(\"a\")\ninner()\nPrint(\"no\")\nendproc\n"),
+            0);
+  EXPECT_EQ(Printed(), "a");
+  EXPECT_EQ(told_.size(), 1u);
+}
+
+TEST_F(Policies, AHandlerRunsAndTheNextStatementFollows) {
+  EXPECT_EQ(Run("proc Mend()\nPrint(\"[\" + ErrCode + \"@\" + ErrLine + \"]\")\nendproc\n"
+                "proc main()\nint i\ni = 4\nErrHandler = \"mend\"\ni = 1 / 0\nPrint(\"\" + i)\n"
+                "endproc\n"),
+            1);
+  EXPECT_EQ(Printed(), "[11@8]0");
+  EXPECT_EQ(context_.GetContextError(), 0);
+  EXPECT_TRUE(told_.empty());
+}
+
+TEST_F(Policies, ALocalWinsWhileItsProcedureRuns) {
+  const char* script =
+      "proc careful()\nstring ErrHandler\nint i\nErrHandler = INLINE_HANDLER\ni = 1 / 0\n"
+      "Print(\"careful;\")\nplain()\nPrint(\"no\")\nendproc\n"
+      "proc plain()\nint i\ni = 1 / 0\nPrint(\"no\")\nendproc\n"
+      "proc main()\ncareful()\nPrint(\"no\")\nendproc\n";
+  EXPECT_EQ(Run(script), 0) << "the callee answers to the global policy";
+  EXPECT_EQ(Printed(), "careful;");
+  EXPECT_EQ(told_.size(), 1u);
+}
+
+TEST_F(Policies, UnknownHandlersAreFatal) {
+  for (const char* handler : {"NoSuch", "", "StrLen"}) {
+    told_.clear();
+    context_.ResetContext();
+    context_.SetContextError(0, "stale");
+    EXPECT_EQ(
+        Run(std::string("int i\nErrHandler = \"") + handler + "\"\n\ni = 1 / 0\nPrint(\"no\")\n"),
+        0);
+    EXPECT_EQ(context_.GetContextError(), ERR_NOERRHANDLER);
+    EXPECT_EQ(ErrorText(), *handler != '\0' ? handler : "stale");
+    EXPECT_EQ(IntegerOf("ErrCode"), ERR_NOERRHANDLER);
+    EXPECT_EQ(IntegerOf("ErrLine"), 4);
+    EXPECT_EQ(told_.size(), 1u);
+    EXPECT_EQ(Printed(), "");
+  }
+  context_.ResetContext();
+  EXPECT_EQ(
+      Run("proc Takes(int i)\nendproc\nproc main()\nErrHandler = \"Takes\"\nint i\ni = 1 / 0\n"
+          "endproc\n"),
+      0);
+  EXPECT_EQ(context_.GetContextError(), ERR_PROCPARMCOUNT);
+}
+
+// A handler may fail by itself, without end: a script's mistake, not the host's end.
+TEST_F(Policies, AHandlerThatFailsForEver) {
+  EXPECT_EQ(Run("proc Mend()\nint i\ni = 1 / 0\nendproc\n"
+                "proc main()\nint i\nErrHandler = \"Mend\"\ni = 1 / 0\nendproc\n"),
+            0);
+  EXPECT_EQ(context_.GetContextError(), ERR_NOMEMORY);
+  EXPECT_EQ(told_.size(), 1u);
+  context_.ResetContext();
+  EXPECT_EQ(Run("Print(\"fine\")\n"), 1) << "the context stays usable";
+}
+
+}  // namespace

@@ -1,0 +1,81 @@
+#include "context/errcodes.h"
+#include "scriptrunner.h"
+
+namespace {
+
+class Reset : public ScriptRunner {};
+
+constexpr const char* kScript =
+    "struct Point\nint x\nendstruct\nconst int Limit = 3\nint count = 5\nextern int outside\n"
+    "proc main()\nPoint p\ncount += 1\nErrHandler = \"Mine\"\nStrCase = 1\nIntBase = 0\n"
+    "Print(\"ran\")\nexit\nendproc\n";
+
+TEST_F(Reset, ForgetsTheScriptAndKeepsThePredefined) {
+  ASSERT_EQ(Run(kScript), 1);
+  context_.SetContextError(101, "stale");
+  context_.ResetContext();
+  EXPECT_EQ(context_.GetContextError(), 0);
+  EXPECT_EQ(ErrorText(), "");
+  EXPECT_EQ(context_.GetProcedureCount(), 0u);
+  EXPECT_EQ(context_.GetScriptCount(), 0u);
+  for (const char* gone : {"count", "Limit", "outside"}) EXPECT_FALSE(Knows(gone, 15)) << gone;
+  EXPECT_EQ(context_.Lookup("Point"), nullptr);
+  EXPECT_EQ(context_.Lookup("Point[]"), nullptr);
+  EXPECT_NE(context_.Lookup("string[]"), nullptr);
+  for (const char* kept : {"ErrCode", "TRUE", "ERR_DIVIDEBYZERO", "ERR_SUCCESS"})
+    EXPECT_TRUE(Knows(kept, 15)) << kept;
+  EXPECT_NE(context_.FindFunction("StrLen"), 0u);
+  EXPECT_EQ(TextOf("ErrHandler"), "DEFAULT_HANDLER")
+      << "a policy of the old script would end the next";
+  EXPECT_EQ(TextOf("ScriptFile"), "");
+  EXPECT_EQ(TextOf("LogFile"), "");
+  EXPECT_EQ(IntegerOf("StrCase"), 0);
+  EXPECT_EQ(IntegerOf("IntBase"), 1);
+  Printed();
+  ASSERT_EQ(Run(kScript), 1) << "all its names are free again, and its exit is forgotten";
+  EXPECT_EQ(Printed(), "ran");
+}
+
+TEST_F(Reset, KeepsWhatTheHostRegistered) {
+  const Variable* prototype = nullptr;
+  ASSERT_EQ(context_.RegisterStructure("Pair", "int a; int b;", &prototype), 1);
+  context_.RegisterObjectType("DoorHandle");
+  context_.RegisterInteger("DOORS", 4, VARLIST_CONSTANT);
+  context_.RegisterFunction("int Open (DoorHandle Door)", static_cast<TamberFunctionPtr>(nullptr),
+                            FunctionList::FUNCTYPE_NORMAL, false);
+  const int32_t code = context_.RegisterErrorCode(0, "ERR_DOOR", "Door is locked");
+  context_.AddVariable(new VarInteger("loose", 0), VARLIST_GLOBAL);
+  context_.ResetContext();
+  for (const char* type : {"Pair", "Pair[]", "DoorHandle", "DoorHandle[]"})
+    EXPECT_NE(context_.Lookup(type), nullptr) << type;
+  EXPECT_TRUE(Knows("DOORS", VARLIST_CONSTANT));
+  EXPECT_NE(context_.FindFunction("Open"), 0u);
+  EXPECT_EQ(context_.GetErrorName(code), "ERR_DOOR");
+  EXPECT_FALSE(Knows("loose", VARLIST_GLOBAL));
+}
+
+TEST_F(Reset, OfAnUnusedContextAndAgain) {
+  TamberContext fresh;
+  fresh.ResetContext();
+  fresh.ResetContext();
+  EXPECT_EQ(fresh.CompileScriptBuffer("x", "Print(\"\")\n", 1), 1);
+}
+
+// A built-in of a host may reset the context from within a run; what runs ends as if by itself.
+TEST_F(Reset, FromWithinARun) {
+  context_.RegisterFunction("int ResetNow ()",
+                            static_cast<TamberFunctionPtr>([](FunctionCallInfo* call) {
+                              call->context->ResetContext();
+                              call->stack->PushInteger(1);
+                              return 1;
+                            }),
+                            FunctionList::FUNCTYPE_NORMAL, false);
+  Compile(
+      "int total = 1\nproc inner()\nint[] a\na <<= 1\nResetNow()\nPrint(\"after\")\nendproc\n"
+      "proc main()\nstring s\ns = \"kept\"\ninner()\nPrint(s)\nendproc\n");
+  context_.RunProcedure("main", nullptr);
+  EXPECT_EQ(context_.GetProcedureCount(), 0u);
+  ASSERT_EQ(Run("Print(\"next\")\n"), 1);
+}
+
+}  // namespace
