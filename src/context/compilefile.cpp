@@ -24,6 +24,14 @@ int32_t FailFile(TamberContext& context, int32_t code, const KelString& name,
   return 0;
 }
 
+int32_t FailForMemory(TamberContext& context, const KelString& name) {
+  try {
+    return FailFile(context, ERR_NOMEMORY, name);
+  } catch (const std::bad_alloc&) {
+    return 0;  // not enough for the report either; the code stands
+  }
+}
+
 int32_t FailAt(ContextState& state, const tamber::CompilePlace& place) {
   state.HandleParseError({place.text, place.line});
   return 0;
@@ -52,8 +60,7 @@ int32_t TamberContext::CompileScriptFile(const KelString& path) {
     state_->DumpScriptStatements();
     return 1;
   } catch (const std::bad_alloc&) {
-    SetContextError(ERR_NOMEMORY, path);
-    return 0;
+    return FailForMemory(*this, path);
   }
 }
 
@@ -77,8 +84,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     state_->DumpScriptStatements();
     return compiled;
   } catch (const std::bad_alloc&) {
-    SetContextError(ERR_NOMEMORY, name);
-    return 0;
+    return FailForMemory(*this, name);
   }
 }
 

@@ -166,6 +166,7 @@ int32_t TamberOperators::ExecuteOperator(int32_t index, Stack* stack) {
 }
 
 void TamberOperators::MakeStr(Stack* stack) {
+  if (stack == nullptr) return;
   // Boolean to Handle are the types that have a text form.
   const Variable::enum_TypeId type = stack->GetTypeId(0);
   if (type < Variable::Boolean || type > Variable::Handle) return;

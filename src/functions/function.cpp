@@ -6,7 +6,8 @@
 TamberFunction::TamberFunction(const KelString& name, Variable* returnValue, VarList* parameters,
                                uint16_t type)
     : name_(name), returnValue_(returnValue), parameters_(parameters), type_(type) {
-  if (returnValue_ != nullptr) returnType_ = tamber::TypeOf(*returnValue_);
+  returnType_ = returnValue_ != nullptr ? tamber::TypeOf(*returnValue_)
+                                        : tamber::TypeDesc::Of(tamber::Kind::None);
   parameterTypes_.reserve(GetParameterCount());
   for (uint32_t i = 0; i < GetParameterCount(); ++i) {
     parameterTypes_.push_back(tamber::TypeOf(*parameters_->GetVariable(i)));

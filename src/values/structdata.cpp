@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <unordered_map>
 #include <utility>
 
 #include "values/arraydata.h"
@@ -28,7 +29,42 @@ StructData* StructData::Allocate(const Ref<StructLayout>& layout) {
   return new (memory) StructData(layout);
 }
 
+/// The structures made so far for one new value. Only those that hold others are shared: that is
+/// enough for a value to cost what its types are many, where two members of each type in the next
+/// would double it with every type.
+class StructData::Siblings {
+ public:
+  Siblings() { current_ = this; }
+  Siblings(const Siblings&) = delete;
+  Siblings& operator=(const Siblings&) = delete;
+  ~Siblings() {
+    current_ = nullptr;
+    for (auto& [layout, data] : made_) {
+      if (data != nullptr) Release(data);
+    }
+  }
+  static Siblings* Current() { return current_; }
+
+  StructData* Share(const Ref<StructLayout>& layout) {
+    StructData*& data = made_[layout.Get()];
+    if (data == nullptr) data = MakeDefault(layout);
+    Retain(data);
+    return data;
+  }
+
+ private:
+  static inline thread_local Siblings* current_ = nullptr;
+  std::unordered_map<const StructLayout*, StructData*> made_;
+};
+
 StructData* StructData::New(const Ref<StructLayout>& layout) {
+  if (!layout->HoldsStructs()) return MakeDefault(layout);
+  if (Siblings* siblings = Siblings::Current()) return siblings->Share(layout);
+  Siblings siblings;
+  return MakeDefault(layout);
+}
+
+StructData* StructData::MakeDefault(const Ref<StructLayout>& layout) {
   OwnedCell data(Kind::Struct, ZeroCell());
   data.cell.st = Allocate(layout);
   for (uint32_t i = 0; i < data.cell.st->Count(); ++i) {

@@ -11,7 +11,8 @@ namespace tamber {
 /// further inside. Positions are 0-based.
 class StructData final : public RefObject {
  public:
-  /// A structure with default members, one reference.
+  /// A structure with default members, one reference. Structures inside that are alike start as one
+  /// value, which is copied when one of them changes.
   static StructData* New(const Ref<StructLayout>& layout);
   static void Destroy(StructData* data);
 
@@ -41,7 +42,9 @@ class StructData final : public RefObject {
   void SweepBoxes();
 
  private:
+  class Siblings;
   static StructData* Allocate(const Ref<StructLayout>& layout);
+  static StructData* MakeDefault(const Ref<StructLayout>& layout);
   void NeedBoxes();
   explicit StructData(const Ref<StructLayout>& layout);
   ~StructData();

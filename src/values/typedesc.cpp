@@ -1,7 +1,9 @@
 #include "values/typedesc.h"
 
+#include <algorithm>
 #include <array>
 #include <initializer_list>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -150,6 +152,7 @@ bool TypeDesc::Accepts(const TypeDesc& source) const {
 
 StructLayout::StructLayout(const Name& name, std::vector<Member> members)
     : name_(name), members_(std::move(members)) {
+  Measure();
   if (members_.size() <= kLinearMembers) return;
   size_t size = 16;
   while (size < members_.size() * 2) size *= 2;
@@ -162,8 +165,24 @@ StructLayout::StructLayout(const Name& name, std::vector<Member> members)
   }
 }
 
+void StructLayout::Measure() {
+  for (const Member& member : members_) {
+    const TypeDesc& inner =
+        member.type->IsArray() && member.type->Element() ? *member.type->Element() : *member.type;
+    ++allMembers_;
+    if (inner.GetKind() != Kind::Struct || !inner.Layout()) continue;
+    const StructLayout& layout = *inner.Layout();
+    depth_ = std::max(depth_, layout.depth_ + 1);
+    if (member.type->IsArray() && member.arraySize == 0) continue;
+    holdsStructs_ = true;
+    allMembers_ += layout.allMembers_;
+  }
+}
+
 Ref<StructLayout> StructLayout::Make(const Name& name, std::vector<Member> members) {
-  return Ref<StructLayout>::Adopt(new StructLayout(name, std::move(members)));
+  auto layout = Ref<StructLayout>::Adopt(new StructLayout(name, std::move(members)));
+  if (layout->depth_ > kMaxDepth || layout->allMembers_ > kMaxMembers) throw std::bad_alloc();
+  return layout;
 }
 
 int32_t StructLayout::Find(std::string_view member) const {

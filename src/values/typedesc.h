@@ -119,19 +119,30 @@ class StructLayout final : public Shared {
     TypeRef type;
     uint32_t arraySize = 0;  ///< elements that an array member starts with
   };
+  /// Structures of structures may be this deep, and hold this many members on all levels together.
+  /// Beyond, Make throws std::bad_alloc: a few lines of script could ask for more than any memory,
+  /// or for more levels than the native stack can follow.
+  static constexpr uint32_t kMaxDepth = 500;
+  static constexpr uint64_t kMaxMembers = uint64_t{1} << 20;
   static Ref<StructLayout> Make(const Name& name, std::vector<Member> members);
 
   const Name& GetName() const { return name_; }
   const std::vector<Member>& Members() const { return members_; }
   /// 0-based position of a member, -1 when there is none.
   int32_t Find(std::string_view member) const;
+  /// Whether a new value holds further structures.
+  bool HoldsStructs() const { return holdsStructs_; }
 
  private:
   StructLayout(const Name& name, std::vector<Member> members);
   ~StructLayout() override = default;
+  void Measure();
 
   Name name_;
   std::vector<Member> members_;
+  uint32_t depth_ = 1;
+  uint64_t allMembers_ = 0;
+  bool holdsStructs_ = false;
   std::vector<int32_t> index_;  // open addressing by folded hash; -1 is free
 };
 

@@ -220,6 +220,7 @@ uint32_t TypeList::AddType(const KelString& name, Variable* prototype, uint32_t 
 uint32_t TypeList::AddType(TamberType* type, int32_t replace) {
   if (type == nullptr) return kNotFound;
   const KelString name = type->GetTypeName();
+  if (Lookup(name.View()) == type) return FindType(name);  // it is in here already
   if (replace != 0 || Lookup(name.View()) == nullptr) {
     Own().AddOrReplace(std::unique_ptr<TamberType>(type));
   }
