@@ -1,5 +1,6 @@
 #include "functions/funclist.h"
 
+#include <algorithm>
 #include <new>
 
 #include "kel/dumpselection.h"
@@ -162,16 +163,18 @@ uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> functio
   const uint32_t existing = FindFunctionFromSig(name, function->ParameterTypes());
   if (existing != 0) {
     if (!replace) return existing;
-    Remove(table_.Write(), existing);
+    auto& functions = table_.Write().functions;
+    functions.erase(functions.begin() + (existing - 1));
   }
   const uint32_t index = FindNearestFunction(name);
-  Insert(table_.Write(), index, std::move(function));
+  auto& functions = table_.Write().functions;
+  functions.insert(functions.begin() + (index - 1), std::move(function));
   return index;
 }
 
-// Both searches below go through the middle of the table on purpose, not through the index of
-// names: a new overload comes to stand behind whichever namesake they hit first, and that order
-// decides between overloads that suit a call equally well.
+// Both searches below go through the middle of the table on purpose and take what they hit: a new
+// overload comes to stand behind whichever namesake they hit first, and that order decides between
+// overloads that suit a call equally well.
 
 uint32_t FunctionList::FindFunction(std::string_view name) const {
   uint32_t low = 1;
@@ -215,8 +218,13 @@ uint32_t FunctionList::FindFunctionFromSig(std::string_view name,
 }
 
 uint32_t FunctionList::FindFirstOverload(std::string_view name) const {
-  const auto found = table_.Read().first.find(name);
-  return found != table_.Read().first.end() ? found->second : 0;
+  const auto& functions = table_.Read().functions;
+  const auto found = std::lower_bound(functions.begin(), functions.end(), name,
+                                      [](const auto& function, std::string_view wanted) {
+                                        return kel::CompareNoCase(function->GetName(), wanted) < 0;
+                                      });
+  if (found == functions.end() || !kel::EqualsNoCase((*found)->GetName(), name)) return 0;
+  return static_cast<uint32_t>(found - functions.begin()) + 1;
 }
 
 uint32_t FunctionList::NextOverload(uint32_t index) const {
@@ -296,7 +304,7 @@ bool FunctionList::ExchangeFunction(const TamberFunction* entry,
   if (former != nullptr) {
     table.functions[index - 1] = std::move(former);
   } else {
-    Remove(table, index);
+    table.functions.erase(table.functions.begin() + (index - 1));
   }
   return true;
 }
@@ -326,25 +334,4 @@ void FunctionList::DumpFunction(KelString& out, const KelString& indent, uint32_
 KelString FunctionList::PrototypeText(uint32_t index) const {
   const TamberFunction* function = GetFunction(index);
   return function != nullptr ? KelString(PrototypeOf(*function)) : KelString();
-}
-
-void FunctionList::Insert(Table& table, uint32_t index,
-                          std::shared_ptr<const TamberFunction> function) {
-  for (auto& [name, first] : table.first) {
-    if (first >= index) ++first;
-  }
-  table.first.try_emplace(function->GetName().Str(), index);  // an overload leaves the first alone
-  table.functions.insert(table.functions.begin() + (index - 1), std::move(function));
-}
-
-void FunctionList::Remove(Table& table, uint32_t index) {
-  const std::string name = table.functions[index - 1]->GetName().Str();
-  table.functions.erase(table.functions.begin() + (index - 1));
-  for (auto& [other, first] : table.first) {
-    if (first > index) --first;
-  }
-  const auto own = table.first.find(name);
-  const bool last = index > table.functions.size() ||
-                    !kel::EqualsNoCase(table.functions[index - 1]->GetName(), name);
-  if (own->second == index && last) table.first.erase(own);
 }

@@ -5,7 +5,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "functions/function.h"
@@ -79,8 +78,6 @@ class TAMBER_API FunctionList {
  private:
   struct Table {
     std::vector<std::shared_ptr<const TamberFunction>> functions;  // entry n is at n - 1
-    // Name to the index of its first overload.
-    std::unordered_map<std::string, uint32_t, kel::NoCaseHash, kel::NoCaseEqual> first;
   };
 
   /// Where a function of that name is inserted.
@@ -93,8 +90,6 @@ class TAMBER_API FunctionList {
   uint32_t BestOverload(uint32_t first, std::span<const tamber::TypeDesc* const> arguments,
                         bool anyForArray) const;
   void DumpFunction(KelString& out, const KelString& indent, uint32_t index) const;
-  static void Insert(Table& table, uint32_t index, std::shared_ptr<const TamberFunction> function);
-  static void Remove(Table& table, uint32_t index);
 
   kel::Cow<Table> table_;
 };

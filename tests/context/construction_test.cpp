@@ -1,5 +1,4 @@
-#include <array>
-#include <vector>
+#include <gmock/gmock.h>
 
 #include "scriptrunner.h"
 
@@ -151,6 +150,26 @@ TEST_F(NewContext, SettingsCopyWithoutScopesAndTables) {
   TamberContext& itself = context_;
   context_ = itself;
   EXPECT_EQ(context_.GetIniPath(), "other.ini");
+}
+
+// A function without a return value is one of no result, for calls, dumps and copies.
+TEST_F(NewContext, TakesFunctionsWithoutAReturnValue) {
+  context_.AddFunction("Nothing", nullptr, static_cast<TamberFunctionPtr>(nullptr), nullptr,
+                       FunctionList::FUNCTYPE_NORMAL, false);
+  EXPECT_EQ(Run("Nothing()\nPrint(\"on\")\n"), 1);
+  EXPECT_EQ(Printed(), "on");
+  EXPECT_EQ(Compile("proc p()\nint i\ni = Nothing()\nendproc\n"), 0);
+  KelString dump;
+  context_.DumpFunctions(dump, "Nothing", "");
+  EXPECT_THAT(dump.Str(), testing::HasSubstr("Nothing ()"));
+}
+
+TEST_F(NewContext, KeepsATypeThatIsAddedOnceMore) {
+  TamberType* type = context_.GetType("int");
+  const uint32_t position = context_.FindType("int");
+  EXPECT_EQ(context_.AddType(type, 1), position);
+  EXPECT_EQ(context_.GetType("int"), type);
+  EXPECT_EQ(Run("int i\nPrint(\"\" + i)\n"), 1);
 }
 
 }  // namespace

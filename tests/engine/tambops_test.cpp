@@ -594,4 +594,13 @@ TEST_F(TambOpsTest, AnElementOutlivesATemporaryArray) {
   EXPECT_EQ(IntOf("[]", array, 1), 4);
 }
 
+TEST_F(TambOpsTest, WithoutAStack) {
+  EXPECT_EQ(
+      ops_.ExecuteOperator(TamberOperators::GetOperatorIndex(TamberOperators::OP_ADD), nullptr), 0);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_EXPROPBADPARAMS);
+  ops_.MakeStr(nullptr);
+  ops_.MakeStr(&stack_);
+  EXPECT_EQ(stack_.GetSize(), 0u);
+}
+
 }  // namespace

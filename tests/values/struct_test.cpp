@@ -1,4 +1,6 @@
+#include <new>
 #include <string>
+#include <vector>
 
 #include "value_testing.h"
 #include "values/arraydata.h"
@@ -151,6 +153,65 @@ TEST_F(Structures, AnElementThatAHostWidenedStaysUsable) {
   Held<Variable> copy(a.Clone());
   EXPECT_EQ(copy->GetArrayElement(1)->GetStructElement("label")->GetIntegerValue(), 0);
   EXPECT_STREQ(copy->GetArrayElement(1)->GetStructElement("label")->GetStringValue(), "one");
+}
+
+using Members = std::vector<tamber::StructLayout::Member>;
+
+/// A structure type with members of one type, all unlike in name.
+tamber::TypeRef StructWith(const tamber::TypeRef& member, int count, uint32_t arraySize = 0) {
+  Members members;
+  for (int i = 0; i < count; ++i) {
+    members.push_back({tamber::Name("m" + std::to_string(i)), member, arraySize});
+  }
+  return tamber::TypeDesc::StructOf(
+      tamber::StructLayout::Make(tamber::Name("S"), std::move(members)));
+}
+
+// Eighteen types, each with two members of the one before: a quarter of a million integers, which
+// a new value holds once each level until they are written to.
+TEST_F(Structures, AlikeMembersOfANewValueAreIndependent) {
+  tamber::TypeRef type = StructWith(tamber::TypeDesc::Of(tamber::Kind::Int), 2);
+  for (int i = 0; i < 17; ++i) type = StructWith(type, 2);
+  const int64_t before = Variable::LiveCount();
+  Variable* value = tamber::MakeVariable(type, tamber::Name("v"));
+  Variable* left = value;
+  Variable* right = value->GetStructElement(2);
+  for (int i = 0; i < 18; ++i) {
+    left = left->GetStructElement(1);
+    if (i < 17) right = right->GetStructElement(1);
+  }
+  left->SetIntegerValue(5);
+  EXPECT_EQ(right->GetIntegerValue(), 0);
+  Variable* copy = value->Clone();
+  left->SetIntegerValue(6);
+  Variable* inner = copy;
+  for (int i = 0; i < 18; ++i) inner = inner->GetStructElement(1);
+  EXPECT_EQ(inner->GetIntegerValue(), 5);
+  Variable::Delete(copy);
+  Variable::Delete(value);
+  EXPECT_EQ(Variable::LiveCount(), before);
+}
+
+TEST_F(Structures, TypesBeyondAnyMemoryAreRefused) {
+  const tamber::TypeRef& integer = tamber::TypeDesc::Of(tamber::Kind::Int);
+  tamber::TypeRef doubled = StructWith(integer, 2);
+  int levels = 1;
+  EXPECT_THROW(for (; levels < 100; ++levels) doubled = StructWith(doubled, 2), std::bad_alloc);
+  EXPECT_LT(levels, 21);
+  doubled = StructWith(integer, 2);
+  levels = 1;
+  EXPECT_THROW(
+      for (; levels < 100; ++levels) doubled = StructWith(tamber::TypeDesc::ArrayOf(doubled), 2, 1),
+      std::bad_alloc)
+      << "through arrays that start with elements";
+  EXPECT_LT(levels, 21);
+  tamber::TypeRef deep = StructWith(integer, 1);
+  levels = 1;
+  EXPECT_THROW(
+      for (; levels < 100000; ++levels) deep = StructWith(tamber::TypeDesc::ArrayOf(deep), 1),
+      std::bad_alloc);
+  EXPECT_GE(levels, 400);
+  EXPECT_LE(levels, 500);
 }
 
 }  // namespace
