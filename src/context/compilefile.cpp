@@ -25,7 +25,7 @@ int32_t FailFile(TamberContext& context, int32_t code, const KelString& name,
 }
 
 int32_t FailAt(ContextState& state, const tamber::CompilePlace& place) {
-  state.HandleParseError({place.text, place.line});
+  state.HandleParseError({place.text, place.line, place.column, place.procedure});
   return 0;
 }
 
@@ -38,6 +38,7 @@ int32_t CodeOf(ScriptText::Status status) {
 int32_t TamberContext::CompileScriptFile(const KelString& path) {
   try {
     SetContextError(0, KelString());
+    state_->diagnostic.code = 0;
     KelString full(kel::CompletePath(path.View()));
     if (FindScript(path.View()) != nullptr || FindScript(full.View()) != nullptr) return 1;
     SetScriptFile(full, 0);
@@ -61,6 +62,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
                                            uint32_t firstLine) {
   try {
     SetContextError(0, KelString());
+    state_->diagnostic.code = 0;
     auto source = ScriptText::FromBuffer(name, text.Str(), firstLine == 0 ? 1 : firstLine);
     if (!source) {
       return FailFile(*this, ERR_FILENOTVALID, name,

@@ -22,7 +22,9 @@ class ScriptText;
 /// A place in a script that reports speak of. The text outlives the script it came from.
 struct SourcePlace {
   std::shared_ptr<const ScriptText> text;
-  uint32_t line = 0;  ///< 1-based, as reports count it; 0 when no line was read
+  uint32_t line = 0;      ///< 1-based, as reports count it; 0 when no line was read
+  uint32_t column = 0;    ///< 1-based; 0 when only the line is known
+  KelString procedure{};  ///< that did not compile; "" for what was running
 };
 
 /// What a context holds beside its bases. Plain data: the context's .cpp files, one per concern,
@@ -57,6 +59,7 @@ class ContextState {
   bool errorReported = false;  ///< the code in errorCode has had its report
   void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
   void* diagnosticUser = nullptr;
+  TamberDiagnostic diagnostic;  ///< of the last report
 
   // sessions
   uint32_t sessionId = 0;
@@ -66,6 +69,10 @@ class ContextState {
   // output
   KelString* console = nullptr;
   bool consoleIsHosts = false;
+  void (*outputSink)(std::string_view, void*) = nullptr;
+  void* outputUser = nullptr;
+  bool (*reportSink)(const KelString&, std::string_view, void*) = nullptr;
+  void* reportUser = nullptr;
 
   // scopes; the local one belongs to the machine
   std::unique_ptr<VarList> globals;
@@ -74,6 +81,7 @@ class ContextState {
   std::shared_ptr<const VarList> sharedConstants;
   std::unique_ptr<VarList> constants;
   std::unique_ptr<VarList> externals;
+  std::unique_ptr<VarList> keptGlobals;  ///< what RestoreGlobals gives back
   /// Changes whenever a name of a scope may stand for another variable. Values are never used
   /// twice in a process, so one number tells both the context and its state.
   uint64_t epoch = NextEpoch();
@@ -86,6 +94,8 @@ class ContextState {
   std::set<std::string> loading;
   /// Names that a called script inherited and may declare anew.
   std::set<std::string> inherited;
+
+  Stack hostStack;  ///< arguments and results of the host's typed calls
 
   std::unique_ptr<ModuleList> modules;
   std::unique_ptr<Machine> machine;
@@ -101,6 +111,8 @@ class ContextState {
   /// The constants to look at, and those to hand out or to change.
   const VarList* Constants() const;
   VarList& OwnConstants();
+  /// Runs a procedure; 1 when it ended well.
+  int32_t RunFound(TamberProcedure& procedure, Stack& stack);
   /// Reports a fatal error or a failed compilation at a place.
   void HandleParseError(const SourcePlace& place);
   /// Reports a run-time error as ErrHandler says and returns the handler's name.

@@ -51,9 +51,17 @@ void WriteReport(ContextState& state, const KelString& section, const KelString&
   state.ProcessOutputBuffer(text, section);
 }
 
-void TellHost(ContextState& state, const SourcePlace& place) {
-  if (state.diagnosticHandler == nullptr) return;
-  TamberDiagnostic diagnostic;
+/// Without a column the statement as a whole is meant.
+uint32_t ColumnOf(const SourcePlace& place, std::string_view line) {
+  if (place.column != 0) return place.column;
+  const size_t indent = line.find_first_not_of(" \t");
+  return indent != std::string_view::npos ? static_cast<uint32_t>(indent + 1) : 0;
+}
+
+/// The record of the error that is about to be reported.
+void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
+  TamberDiagnostic& diagnostic = state.diagnostic;
+  diagnostic = TamberDiagnostic();
   diagnostic.code = state.errorCode;
   diagnostic.name = state.errors.GetErrorName(state.errorCode);
   diagnostic.text = state.errors.GetErrorText(state.errorCode);
@@ -61,7 +69,17 @@ void TellHost(ContextState& state, const SourcePlace& place) {
   diagnostic.file = FileOf(place);
   diagnostic.line = place.line;
   if (place.text != nullptr) diagnostic.sourceLine = KelString(place.text->Line(place.line));
-  state.diagnosticHandler(diagnostic, state.diagnosticUser);
+  diagnostic.column = ColumnOf(place, diagnostic.sourceLine);
+  diagnostic.procedure = place.procedure;
+  if (!place.procedure.IsEmpty()) return;
+  diagnostic.callStack = state.machine->CallStack();
+  if (!diagnostic.callStack.empty()) diagnostic.procedure = diagnostic.callStack.front().procedure;
+}
+
+void TellHost(ContextState& state, const SourcePlace& place) {
+  NoteDiagnostic(state, place);
+  if (state.diagnosticHandler != nullptr)
+    state.diagnosticHandler(state.diagnostic, state.diagnosticUser);
 }
 
 }  // namespace
@@ -104,6 +122,7 @@ void TamberContext::SetContextError(int32_t code, const KelString& text) {
 }
 
 int32_t TamberContext::GetContextError() const { return state_->errorCode; }
+const TamberDiagnostic& TamberContext::GetDiagnostic() const { return state_->diagnostic; }
 KelString TamberContext::GetContextErrorText() const { return state_->errorText; }
 
 void TamberContext::UpdateErrCodeVar() {

@@ -105,19 +105,23 @@ class DumpWriter {
 }  // namespace
 
 bool ContextState::IsOutputEnabled(const KelString& section) const {
+  if (reportSink != nullptr) return true;
   const KelString type = OutputTypeOf(*this, section);
   return !type.IsEmpty() && type != "none";
 }
 
 void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section) {
-  const KelString file = OutputFileOf(*this, section);
+  const bool taken =
+      reportSink != nullptr && !text.IsEmpty() && reportSink(section, text.View(), reportUser);
+  const KelString file = taken ? KelString() : OutputFileOf(*this, section);
   if (!file.IsEmpty() && !text.IsEmpty()) WriteReport(file, text);
   text.Clear();
 }
 
 void ContextState::PerformDumps(const KelString& section, const SourcePlace& place) {
   // A type of output that does not exist is enabled and goes nowhere: nothing needs to be made up.
-  if (!IsOutputEnabled(section) || OutputFileOf(*this, section).IsEmpty()) return;
+  if (!IsOutputEnabled(section)) return;
+  if (reportSink == nullptr && OutputFileOf(*this, section).IsEmpty()) return;
   KelString text;
   DumpWriter(*this, section).WriteAll(place, text);
   ProcessOutputBuffer(text, section);
@@ -151,7 +155,25 @@ void TamberContext::SetOutput(KelString* buffer) {
   State().consoleIsHosts = buffer != nullptr;
 }
 
+void TamberContext::SetOutputSink(void (*sink)(std::string_view, void*), void* user) {
+  State().outputSink = sink;
+  State().outputUser = user;
+}
+
+void TamberContext::SetReportSink(bool (*sink)(const KelString&, std::string_view, void*),
+                                  void* user) {
+  State().reportSink = sink;
+  State().reportUser = user;
+}
+
+void TamberContext::SetProcedureTrace(bool trace) { State().procedureTrace = trace ? 1 : 0; }
+void TamberContext::SetStatementDump(bool dump) { State().dumpStatements = dump ? 1 : 0; }
+
 void TamberContext::AppendOutput(std::string_view text) {
+  if (State().outputSink != nullptr) {
+    State().outputSink(text, State().outputUser);
+    return;
+  }
   KelString* console = State().console;
   if (console == nullptr) {
     kel::WriteStandardOutput(text);

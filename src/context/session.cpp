@@ -3,6 +3,7 @@
 #include <string>
 
 #include "context/contextstate.h"
+#include "context/errcodes.h"
 #include "kel/clock.h"
 #include "kel/inifile.h"
 #include "kel/pathparser.h"
@@ -76,8 +77,16 @@ void Expire(ContextState& state, uint32_t maxAgeSeconds) {
 
 }  // namespace
 
+namespace {
+
+bool HasSession(const ContextState& state) {
+  return state.sessionId != 0 && state.sessionStore != nullptr && state.globals != nullptr;
+}
+
+}  // namespace
+
 void SaveSessionVariables(ContextState& state) {
-  if (state.sessionId == 0 || state.sessionStore == nullptr || state.globals == nullptr) return;
+  if (!HasSession(state)) return;
   state.sessionStore->Begin();
   for (uint32_t i = 0; i < state.globals->GetSize(); ++i) {
     Variable* variable = state.globals->GetVariable(i);
@@ -86,6 +95,16 @@ void SaveSessionVariables(ContextState& state) {
     }
   }
   state.sessionStore->Commit();
+  LogFault(state);
+}
+
+void LoadSessionVariables(ContextState& state) {
+  for (uint32_t i = 0; i < state.globals->GetSize(); ++i) {
+    Variable* variable = state.globals->GetVariable(i);
+    if ((variable->GetVarFlags() & Variable::Session) != 0) {
+      variable->LoadFromSession(state.sessionId, state.sessionStore.get());
+    }
+  }
   LogFault(state);
 }
 
@@ -139,4 +158,45 @@ void TamberContext::ExpireOldSessions(uint32_t maxAgeSeconds) {
     tamber::Expire(State(), maxAgeSeconds);
   } catch (const std::bad_alloc&) {
   }
+}
+
+int32_t TamberContext::SaveSession() {
+  try {
+    if (!tamber::HasSession(State())) return 0;
+    tamber::SaveSessionVariables(State());
+    return 1;
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+}
+
+int32_t TamberContext::LoadSession() {
+  try {
+    if (!tamber::HasSession(State())) return 0;
+    tamber::LoadSessionVariables(State());
+    return 1;
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+}
+
+void TamberContext::KeepGlobals() {
+  tamber::ContextState& state = State();
+  state.keptGlobals.reset();
+  try {
+    if (state.globals != nullptr) state.keptGlobals = std::make_unique<VarList>(*state.globals);
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, "");
+  }
+}
+
+int32_t TamberContext::RestoreGlobals() {
+  tamber::ContextState& state = State();
+  if (state.keptGlobals == nullptr || state.globals == nullptr) return 0;
+  for (uint32_t i = 0; i < state.keptGlobals->GetSize(); ++i) {
+    Variable* kept = state.keptGlobals->GetVariable(i);
+    Variable* variable = state.globals->GetVariable(kept->OwnName().View());
+    if (variable != nullptr) variable->Assign(kept);
+  }
+  return 1;
 }

@@ -4,6 +4,7 @@
 
 #include "context/contextstate.h"
 #include "context/defaults.h"
+#include "context/errcodes.h"
 #include "context/handletable.h"
 #include "context/modulehost.h"
 #include "context/session.h"
@@ -15,6 +16,21 @@
 #include "kel/pathparser.h"
 
 using tamber::ContextState;
+
+namespace tamber {
+
+int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
+  if (!machine->IsRunning()) diagnostic.code = 0;
+  context.SetScriptFile(procedure.GetScript()->Name(), 0);
+  // A built-in may reset the context; what runs stays until it has ended.
+  const auto held = context.HoldProcedures();
+  const enum_ProcStatus status = machine->RunProcedure(procedure, stack);
+  if (status != PROCSTATUS_ENDED && errorCode >= kFirstFatalError)
+    HandleParseError({procedure.GetScript(), procedure.GetStartLine()});
+  return status == PROCSTATUS_ENDED ? 1 : 0;
+}
+
+}  // namespace tamber
 
 TamberContext::TamberContext(XmlProxyClient* proxy)
     : state_(std::make_unique<ContextState>(*this)) {
@@ -53,6 +69,10 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->dumpStatements = from.dumpStatements;
   state_->diagnosticHandler = from.diagnosticHandler;
   state_->diagnosticUser = from.diagnosticUser;
+  state_->outputSink = from.outputSink;
+  state_->outputUser = from.outputUser;
+  state_->reportSink = from.reportSink;
+  state_->reportUser = from.reportUser;
   state_->console = from.console;
   state_->consoleIsHosts = from.console != nullptr;
   state_->handles = std::make_unique<tamber::HandleTable>();
@@ -131,15 +151,8 @@ int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
       state_->HandleParseError(place);
       return 0;
     }
-    SetScriptFile(procedure->GetScript()->Name(), 0);
-    // A built-in may reset the context; what runs stays until it has ended.
-    auto held = HoldProcedures();
     Stack own;
-    tamber::enum_ProcStatus status =
-        state_->machine->RunProcedure(*procedure, stack != nullptr ? *stack : own);
-    if (status != tamber::PROCSTATUS_ENDED && state_->errorCode >= tamber::kFirstFatalError)
-      state_->HandleParseError({procedure->GetScript(), procedure->GetStartLine()});
-    return status == tamber::PROCSTATUS_ENDED;
+    return state_->RunFound(*procedure, stack != nullptr ? *stack : own);
   } catch (const std::bad_alloc&) {
     SetContextError(ERR_NOMEMORY, "");
     return 0;
@@ -150,6 +163,7 @@ void TamberContext::ResetContext() {
   tamber::SaveSessionVariables(*state_);
   state_->machine->ClearLocals();
   state_->externals.reset();
+  state_->keptGlobals.reset();
   ProcedureList::ClearList();
   tamber::ForgetScript(*state_);
   ClearScriptList();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "context/errlist.h"
 #include "engine/proclist.h"
@@ -31,15 +32,28 @@ enum enum_VarListType : uint32_t {
   VARLIST_EXTERNAL = 8,
 };
 
+/// A procedure that was running when an error came up.
+struct TamberCallFrame {
+  KelString procedure;
+  KelString file;
+  uint32_t line = 0;  ///< of the statement that it was at
+};
+
 /// One failure, as it is told to the host.
 struct TamberDiagnostic {
-  int32_t code;
+  int32_t code = 0;
   KelString name;    ///< "" for a code without a name
   KelString text;    ///< what the code means
   KelString detail;  ///< the object of the error: a token, a name, a path; may be empty
   KelString file;
-  uint32_t line;  ///< 1-based; 0 when no line was read
+  uint32_t line = 0;  ///< 1-based; 0 when no line was read
+  /// 1-based byte of `sourceLine` at which what is wrong begins; 0 when only the line is known.
+  uint32_t column = 0;
   KelString sourceLine;
+  /// The procedure that was running or being compiled; "" outside of any.
+  KelString procedure;
+  /// The procedures that were running, the innermost first; empty for errors of compiling.
+  std::vector<TamberCallFrame> callStack;
 };
 
 namespace tamber {
@@ -95,6 +109,20 @@ class TAMBER_API TamberContext : public TamberOperators,
   uint32_t GetSessionId() const;
   bool DoesSessionExist(uint32_t id);
   void ExpireOldSessions(uint32_t maxAgeSeconds);
+  // One compiled context can serve many sessions, one after the other: KeepGlobals once, then for
+  // each request SetSessionId, RestoreGlobals, LoadSession, the call, SaveSession.
+  /// Saves the `session` variables under the current session, as ResetContext does, and forgets
+  /// nothing. 0 when there is no session.
+  int32_t SaveSession();
+  /// Gives the `session` variables the values that the current session holds; one that it does not
+  /// hold keeps its own. 0 when there is no session.
+  int32_t LoadSession();
+  /// Remembers the values of the globals as they are now.
+  void KeepGlobals();
+  /// Gives the globals the values that KeepGlobals found, `session` variables among them. The
+  /// variables stay the same objects; those that came later are left alone. 0 when nothing was kept
+  /// since the last ResetContext.
+  int32_t RestoreGlobals();
 
   // --- compiling and running ---
   int32_t CompileScriptFile(const KelString& path);
@@ -114,6 +142,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   KelString GetErrorName(int32_t code);
   KelString GetErrorText(int32_t code);
   ErrorList& GetErrorList();
+  /// The error that was reported last, with code 0 when there was none since the last call that
+  /// compiles or runs began.
+  const TamberDiagnostic& GetDiagnostic() const;
   /// Tells the host of each reported error, beside the written report. Null: nobody.
   void SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void* user), void* user);
 
@@ -158,6 +189,17 @@ class TAMBER_API TamberContext : public TamberOperators,
 
   // --- output ---
   void SetOutput(KelString* buffer);
+  /// Takes what scripts print, piece by piece as it is printed, in place of SetOutput's buffer and
+  /// of standard output. Null: those again.
+  void SetOutputSink(void (*sink)(std::string_view text, void* user), void* user);
+  /// Is shown each piece of a report, dump or trace with the INI section that it belongs to
+  /// ("TamberRunErrors", "TamberParseErrors", "TamberDebug", ...). What it returns true for is not
+  /// written where the INI routes it. Null: nobody.
+  void SetReportSink(bool (*sink)(const KelString& section, std::string_view text, void* user),
+                     void* user);
+  /// Switches as the INI's `ProcedureTrace` and `DumpStatements`; SetIniPath reads those anew.
+  void SetProcedureTrace(bool trace);
+  void SetStatementDump(bool dump);
   void AppendOutput(std::string_view text);
   void FlushOutput();
   template <class... Args>

@@ -11,6 +11,7 @@
 #include "values/varlist.h"
 
 class ExpressionBase;
+struct TamberCallFrame;
 
 namespace tamber {
 
@@ -46,6 +47,8 @@ class Machine {
   bool IsRunning() const { return frameCount_ > 0; }
   /// Where the innermost procedure is; false when none is running.
   bool CurrentPlace(SourcePlace& place) const;
+  /// The procedures that are running, the innermost first; of a deep recursion the first of them.
+  std::vector<TamberCallFrame> CallStack() const;
 
   // The local scope: the names of the running procedure, and what hosts added to it.
   int32_t FindLocal(std::string_view name);

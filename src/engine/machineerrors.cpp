@@ -4,6 +4,7 @@
 #include "context/errcodes.h"
 #include "engine/machine.h"
 #include "engine/procedure.h"
+#include "frontend/scripttext.h"
 #include "kel/kelascii.h"
 #include "values/cellops.h"
 
@@ -30,6 +31,17 @@ bool Machine::CurrentPlace(SourcePlace& place) const {
     return true;
   }
   return false;
+}
+
+std::vector<TamberCallFrame> Machine::CallStack() const {
+  constexpr size_t kMostShown = 100;
+  std::vector<TamberCallFrame> calls;
+  for (uint32_t i = frameCount_; i-- > 0 && calls.size() < kMostShown;) {
+    if (frames_[i].code->procedure == nullptr) continue;
+    const SourcePlace place = PlaceOf(frames_[i]);
+    calls.push_back({frames_[i].code->procedure->GetName(), place.text->Name(), place.line});
+  }
+  return calls;
 }
 
 Machine::After Machine::UnwindAll(enum_ProcStatus status, bool released) {

@@ -315,7 +315,7 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
     return Raise(ERR_EXPRFUNCPARCOUNT, function.GetName().View());
   uint32_t height = stack_->GetSize() - site.arguments;
   Stack* stack = stack_;
-  FunctionCallInfo call{&state_.context, stack, 0, KelString()};
+  FunctionCallInfo call{&state_.context, stack, 0, KelString(), function.Target()};
   if (!function.IsImplemented()) {
     stack->CutTo(height);
   } else {

@@ -88,7 +88,8 @@ bool CompileSession::CompileStatements(Body& body) {
                                return found != declaredAt_.end() && found->second >= declared;
                              });
   if (!compiler.CompileBlock(procedure.GetEndLine(), 0)) {
-    NotePlace(procedure.GetScript(), compiler.ErrorLine());
+    NotePlace(
+        {procedure.GetScript(), compiler.ErrorLine(), compiler.ErrorColumn(), procedure.GetName()});
     return false;
   }
   return FinishBody(procedure);
@@ -97,7 +98,7 @@ bool CompileSession::CompileStatements(Body& body) {
 bool CompileSession::FinishBody(TamberProcedure& procedure) {
   if (procedure.ReturnType() && !procedure.ReturnsOnMainPath()) {
     context_.SetContextError(ERR_PROCNORETURN, procedure.GetName());
-    NotePlace(procedure.GetScript(), procedure.GetEndLine());
+    NotePlace({procedure.GetScript(), procedure.GetEndLine(), 0, procedure.GetName()});
     return false;
   }
   StatementList& statements = procedure.Statements();
@@ -119,12 +120,13 @@ bool CompileSession::Fail(const ScriptLine& script, int32_t code, std::string_vi
 }
 
 bool CompileSession::FailHere(const ScriptLine& script) {
-  NotePlace(script.GetText(), script.GetStatementLine());
+  NotePlace({script.GetText(), script.GetStatementLine(),
+             script.GetColumn(context_.GetContextErrorText())});
   return false;
 }
 
-void CompileSession::NotePlace(const std::shared_ptr<const ScriptText>& text, uint32_t line) {
-  if (!place_.text) place_ = {text, line};
+void CompileSession::NotePlace(const CompilePlace& place) {
+  if (!place_.text) place_ = place;
 }
 
 bool EnsureCompiled(TamberContext& context, TamberProcedure& procedure) {

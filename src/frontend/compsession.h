@@ -22,6 +22,8 @@ namespace tamber {
 struct CompilePlace {
   std::shared_ptr<const ScriptText> text;  ///< null: nowhere in a script
   uint32_t line = 0;
+  uint32_t column = 0;    ///< 1-based; 0 when only the line is known
+  KelString procedure{};  ///< whose body did not compile; "" at the top level
 };
 
 /// One call of the host to compile a script, with all that the script includes.
@@ -72,7 +74,7 @@ class CompileSession {
   bool CompileStatements(Body& body);
   bool FinishBody(TamberProcedure& procedure);
   void Drop(TamberProcedure& procedure);
-  void NotePlace(const std::shared_ptr<const ScriptText>& text, uint32_t line);
+  void NotePlace(const CompilePlace& place);
 
   TamberContext& context_;
   CompileSession* outer_;

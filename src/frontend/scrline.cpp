@@ -9,6 +9,22 @@ bool BeginsComment(std::string_view line) {
   return line.starts_with("//") || line.starts_with(';') || line.starts_with('#');
 }
 
+bool IsNameByte(char c) { return kel::IsAlnum(c) || c == '_'; }
+
+/// The last place at or before `from` where the line has this token; npos when there is none.
+size_t FindToken(std::string_view line, std::string_view token, size_t from) {
+  if (token.empty()) return std::string_view::npos;
+  const bool isName = IsNameByte(token.front());
+  size_t at = line.rfind(token, from);
+  while (isName && at != std::string_view::npos) {
+    const size_t end = at + token.size();
+    if ((at == 0 || !IsNameByte(line[at - 1])) && (end == line.size() || !IsNameByte(line[end])))
+      break;
+    at = at == 0 ? std::string_view::npos : line.rfind(token, at - 1);
+  }
+  return at;
+}
+
 }  // namespace
 
 ScriptLine::ScriptLine(std::shared_ptr<const tamber::ScriptText> text)
@@ -52,6 +68,19 @@ void ScriptLine::ReadContinued(std::string_view line) {
 bool ScriptLine::ReadLineAt(uint32_t line) {
   nextLine_ = line;
   return ReadLogicalLine();
+}
+
+uint32_t ScriptLine::GetColumn(std::string_view name) const {
+  if (tokeniser_.LineStart() == nullptr || tokeniser_.LineEnd() == nullptr) return 0;
+  const std::string_view logical(
+      tokeniser_.LineStart(), static_cast<size_t>(tokeniser_.LineEnd() - tokeniser_.LineStart()));
+  const auto read = static_cast<size_t>(tokeniser_.TokenStart() - tokeniser_.LineStart());
+  const size_t named = FindToken(logical, name, read);
+  const size_t at = named != std::string_view::npos ? named : read;
+  const std::string_view physical = text_->Line(statementLine_);
+  const size_t indent = physical.find_first_not_of(" \t\v\f\r");
+  if (indent == std::string_view::npos || indent + at > physical.size()) return 0;
+  return static_cast<uint32_t>(indent + at + 1);
 }
 
 void ScriptLine::SetPosition(const Position& position) {

@@ -46,6 +46,10 @@ class TAMBER_API ScriptLine {
     uint32_t statementLine;
   };
   Position GetPosition() const { return {nextLine_, statementLine_}; }
+  /// Where in the physical line the current logical line has been read to: the column, from 1, of
+  /// the token last read, or of `name` when it is a token at or before that. 0 when that is in a
+  /// continuation.
+  uint32_t GetColumn(std::string_view name) const;
   /// Goes back to a position and to the start of the logical line that was current then.
   void SetPosition(const Position& position);
 

@@ -120,6 +120,7 @@ bool StatementCompiler::CompilePart(std::string_view text, uint32_t flags) {
   const ScriptSwitch reading(script_, &part);
   const bool compiled = CompileStatement(flags);
   blocks_ = blocks;
+  errorColumn_ = 0;  // counted in the part, not in the line
   return compiled;
 }
 
@@ -179,6 +180,7 @@ bool StatementCompiler::FindBlockEnd(uint32_t& line) {
 bool StatementCompiler::FailAt(uint32_t line, int32_t code, std::string_view text) {
   context_.SetContextError(code, KelString(text));
   errorLine_ = line;
+  errorColumn_ = line == Line() ? script_->GetColumn(text) : 0;
   return false;
 }
 

@@ -32,6 +32,7 @@ class StatementCompiler {
   [[nodiscard]] bool CompileBlock(uint32_t endLine, uint32_t flags);
   /// Line of the error that stopped the compiler; 0 when the error is older than the compiler.
   uint32_t ErrorLine() const { return errorLine_; }
+  uint32_t ErrorColumn() const { return errorColumn_; }
 
   // --- what the compilers of the constructs share ---
   /// Compiles a part of the current line as if it stood on a line of its own.
@@ -81,6 +82,7 @@ class StatementCompiler {
   ExpressionCompiler expressions_;
   uint32_t depth_ = 0;
   uint32_t errorLine_ = 0;
+  uint32_t errorColumn_ = 0;
 };
 
 }  // namespace tamber

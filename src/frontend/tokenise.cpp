@@ -87,6 +87,12 @@ int Tokeniser::SetLine(std::string_view line) {
 
 void Tokeniser::ResetLine() { search_ = previous_ = lineBuffer_; }
 
+const char* Tokeniser::TokenStart() const {
+  const char* start = previous_;
+  while (start != nullptr && start < lineEnd_ && kel::IsSpace(*start)) ++start;
+  return start;
+}
+
 char* Tokeniser::ClearToken() {
   tokenLength_ = 0;
   noToken_ = 0;

@@ -66,6 +66,9 @@ class TAMBER_API Tokeniser {
   std::string_view Token() const { return {tokenBuffer_ ? tokenBuffer_ : "", tokenLength_}; }
   /// Whether the token last read is this word, in any case.
   bool TokenIs(std::string_view word) const;
+  /// Where the token last read begins; the end of the line when there was none. Null without a
+  /// line.
+  const char* TokenStart() const;
   /// What has not been read yet.
   std::string_view Rest() const;
   const char* LineStart() const { return lineBuffer_; }

@@ -20,6 +20,7 @@ TamberFunction::TamberFunction(const TamberFunction& other)
       type_(other.type_),
       plain_(other.plain_),
       extended_(other.extended_),
+      target_(other.target_),
       traits_(other.traits_),
       returnType_(other.returnType_),
       parameterTypes_(other.parameterTypes_) {}

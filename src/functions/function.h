@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "kel/export.h"
 #include "kel/kelstring.h"
@@ -15,9 +17,10 @@ class VarList;
 /// The record that a built-in function receives with each call.
 struct FunctionCallInfo {
   TamberContext* context;
-  Stack* stack;         ///< the arguments, last one on top; the result goes here too
-  int32_t errorCode;    ///< set below 20000 to report a run-time error, above to end the run
-  KelString errorText;  ///< the object of the error: a name, a path, a value
+  Stack* stack;            ///< the arguments, last one on top; the result goes here too
+  int32_t errorCode;       ///< set below 20000 to report a run-time error, above to end the run
+  KelString errorText;     ///< the object of the error: a name, a path, a value
+  void* target = nullptr;  ///< what the function was registered with, see SetTarget
 };
 
 /// Implementation of a built-in. It pops its arguments in reverse order and pushes one result. The
@@ -57,6 +60,10 @@ class TAMBER_API TamberFunction {
   TamberFunctionExPtr GetExtendedImplementation() const { return extended_; }
   bool IsImplemented() const { return plain_ != nullptr || extended_ != nullptr; }
 
+  /// An object of the host's that every call is handed; kept as long as the function.
+  void SetTarget(std::shared_ptr<void> target) { target_ = std::move(target); }
+  void* Target() const { return target_.get(); }
+
   const FunctionTraits& Traits() const { return traits_; }
   void SetTraits(const FunctionTraits& traits) { traits_ = traits; }
   const tamber::TypeRef& ReturnType() const { return returnType_; }
@@ -69,6 +76,7 @@ class TAMBER_API TamberFunction {
   uint16_t type_;
   TamberFunctionPtr plain_ = nullptr;
   TamberFunctionExPtr extended_ = nullptr;
+  std::shared_ptr<void> target_;
   FunctionTraits traits_;
   tamber::TypeRef returnType_;
   std::vector<tamber::TypeRef> parameterTypes_;

@@ -1,0 +1,104 @@
+#include "host/call.h"
+
+#include "context/contextstate.h"
+#include "context/errcodes.h"
+#include "engine/procedure.h"
+
+namespace tamber::host {
+namespace {
+
+/// Whether a value on the stack can become the parameter; the engine converts it then.
+bool Takes(const Local& parameter, const StackEntry& entry) {
+  const Kind wanted = parameter.type->GetKind();
+  if (parameter.isReference) return entry.kind == Kind::Any;
+  if (entry.kind == wanted || entry.kind == Kind::Any) return true;  // variables: the engine looks
+  if (IsNumeric(wanted)) return IsNumeric(entry.kind);
+  return wanted == Kind::EString && entry.kind == Kind::String;
+}
+
+std::string Word(Kind kind) {
+  if (kind == Kind::Any) return "variable";
+  return kind == Kind::None ? "nothing" : TypeDesc::Of(kind)->Word();
+}
+
+std::unique_ptr<TamberDiagnostic> Failure(TamberContext& context) {
+  auto failure = std::make_unique<TamberDiagnostic>(context.GetDiagnostic());
+  // What ended without a report, such as a call without memory, still has its error.
+  if (failure->code == 0) {
+    const int32_t code = context.GetContextError();
+    failure->code = code != 0 ? code : ERR_INTERNAL;
+    failure->name = context.GetErrorName(failure->code);
+    failure->text = context.GetErrorText(failure->code);
+    failure->detail = context.GetContextErrorText();
+  }
+  return failure;
+}
+
+/// Reports a call that cannot begin at the procedure's header.
+std::unique_ptr<TamberDiagnostic> Refuse(TamberContext& context, const TamberProcedure& procedure,
+                                         int32_t code, const KelString& text) {
+  context.SetContextError(code, text);
+  context.State().HandleParseError({procedure.GetScript(), procedure.GetStartLine()});
+  return Failure(context);
+}
+
+bool GivesResult(const TamberProcedure& procedure, Kind wanted) {
+  if (wanted == Kind::None) return true;
+  if (!procedure.ReturnType()) return false;
+  const Kind given = procedure.ReturnType()->GetKind();
+  if (wanted == Kind::Any || wanted == given) return true;
+  if (wanted == Kind::String) return given == Kind::EString;
+  return IsNumeric(wanted) && IsNumeric(given);
+}
+
+std::unique_ptr<TamberDiagnostic> CheckCall(TamberContext& context,
+                                            const TamberProcedure& procedure, const Stack& stack,
+                                            uint32_t arguments, Kind result) {
+  KelString text;
+  if (procedure.GetParameterCount() != arguments) {
+    text.Printf("%S takes %u, given %u", procedure.GetName(), procedure.GetParameterCount(),
+                arguments);
+    return Refuse(context, procedure, ERR_PROCPARMCOUNT, text);
+  }
+  for (uint32_t i = 0; i < arguments; ++i) {
+    const StackEntry& entry = stack.Peek(arguments - 1 - i);
+    const Local& parameter = procedure.Locals().At(i);
+    if (Takes(parameter, entry)) continue;
+    text.Printf("%S, parameter %u takes %S%S, given %S", procedure.GetName(), i + 1,
+                parameter.isReference ? "a variable of type " : "", parameter.type->Word(),
+                Word(entry.kind));
+    return Refuse(context, procedure, ERR_EXPRPARMMATCH, text);
+  }
+  if (!GivesResult(procedure, result)) {
+    text.Printf("%S gives %S, wanted %S", procedure.GetName(),
+                procedure.ReturnType() ? procedure.ReturnType()->Word() : Word(Kind::None),
+                Word(result));
+    return Refuse(context, procedure, ERR_PROCBADRETTYPE, text);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+Stack& CallStack(TamberContext& context) { return context.State().hostStack; }
+
+std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context, std::string_view name,
+                                          Stack& stack, uint32_t arguments, Kind result) {
+  ContextState& state = context.State();
+  const uint32_t base = stack.GetSize() - arguments;
+  state.diagnostic.code = 0;
+  TamberProcedure* procedure = context.GetProcedure(name);
+  if (procedure == nullptr) {
+    context.SetContextError(ERR_PROCNOTFOUND, KelString(name));
+    state.HandleParseError(SourcePlace());
+    return Failure(context);
+  }
+  if (auto refused = CheckCall(context, *procedure, stack, arguments, result)) return refused;
+  if (!state.RunFound(*procedure, stack)) return Failure(context);
+  // A script that was stopped, by itself or by its host, has ended without a value.
+  if (result != Kind::None && stack.GetSize() <= base)
+    return Refuse(context, *procedure, ERR_PROCNORETURN, procedure->GetName());
+  return nullptr;
+}
+
+}  // namespace tamber::host

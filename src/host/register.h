@@ -1,0 +1,162 @@
+#pragma once
+
+#include <array>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "context/tambctxt.h"
+#include "host/value.h"
+
+/// \file
+/// Plain C++ functions as built-ins of a context:
+///
+///     double Area(int32_t w, double h);
+///     RegisterFunction(context, "double Area (int W, double H)", Area);
+
+namespace tamber {
+
+/// Thrown by a registered function to raise one of the errors of the language: below 20000 the
+/// script may handle it, from 20000 up it ends the run.
+class ScriptError : public std::runtime_error {
+ public:
+  ScriptError(int32_t code, const std::string& text) : std::runtime_error(text), code_(code) {}
+  int32_t Code() const { return code_; }
+
+ private:
+  int32_t code_;
+};
+
+namespace host {
+
+/// Registers what `Wrapped` made of a C++ function, after comparing the prototype with its kinds.
+/// The index, or 0 with the context error set.
+TAMBER_API uint32_t RegisterWrapped(TamberContext& context, std::string_view prototype, Kind result,
+                                    std::span<const Kind> parameters,
+                                    TamberFunctionPtr implementation, std::shared_ptr<void> target,
+                                    const FunctionTraits& traits, bool replace);
+
+/// Result and parameters of whatever can be called; one overload only.
+template <class F>
+struct Signature : Signature<decltype(&F::operator())> {};
+template <class R, class... A>
+struct Signature<R (*)(A...)> {
+  template <template <class...> class Use>
+  using Apply = Use<R, A...>;
+};
+template <class R, class... A>
+struct Signature<R (*)(A...) noexcept> : Signature<R (*)(A...)> {};
+template <class C, class R, class... A>
+struct Signature<R (C::*)(A...)> : Signature<R (*)(A...)> {};
+template <class C, class R, class... A>
+struct Signature<R (C::*)(A...) const> : Signature<R (*)(A...)> {};
+template <class C, class R, class... A>
+struct Signature<R (C::*)(A...) noexcept> : Signature<R (*)(A...)> {};
+template <class C, class R, class... A>
+struct Signature<R (C::*)(A...) const noexcept> : Signature<R (*)(A...)> {};
+
+template <class R>
+concept Returned = std::is_void_v<R> || std::is_same_v<R, VariablePtr> ||
+    (KindFor<R>() != Kind::Any && !std::is_reference_v<R>);
+
+/// The built-in around functions of one type. `HasContext`: they take the context first.
+template <class F, bool HasContext, class R, class... A>
+struct Wrapped {
+  static_assert((Received<A> && ...),
+                "a script hands over bool, char, int32_t, float, double, std::string_view, "
+                "std::string, KelString or Variable*, by value or by reference to const");
+  static_assert(Returned<R>,
+                "a script takes bool, char, int32_t, float, double, a text, VariablePtr or void");
+
+  static constexpr Kind kResult = KindFor<R>();
+  static constexpr uint32_t kCount = sizeof...(A);
+  static constexpr std::array<Kind, kCount> kParameters{KindFor<A>()...};
+  /// What has no state needs no object: it is made where it is called.
+  static constexpr bool kStateless = std::is_empty_v<F> && std::is_default_constructible_v<F>;
+
+  static int32_t Run(FunctionCallInfo* info) {
+    try {
+      if constexpr (kStateless) {
+        RunOn(*info, F(), std::index_sequence_for<A...>());
+      } else {
+        RunOn(*info, *static_cast<F*>(info->target), std::index_sequence_for<A...>());
+      }
+    } catch (const ScriptError& error) {
+      info->errorCode = error.Code();
+      info->errorText = KelString(error.what());
+    }
+    return 1;
+  }
+
+ private:
+  template <class Function, size_t... At>
+  static void RunOn(FunctionCallInfo& info, Function&& function, std::index_sequence<At...>) {
+    Stack& stack = *info.stack;
+    const uint32_t base = stack.GetSize() - kCount;
+    const auto call = [&]() -> R {
+      if constexpr (HasContext) {
+        return function(*info.context, Read<A>(stack, base + static_cast<uint32_t>(At))...);
+      } else {
+        return function(Read<A>(stack, base + static_cast<uint32_t>(At))...);
+      }
+    };
+    if constexpr (std::is_void_v<R>) {
+      call();
+      stack.CutTo(base);
+      Push(stack, int32_t{0});
+    } else {
+      R result = call();
+      // A text may be on loan from an argument: it is copied before that goes.
+      if constexpr (std::is_same_v<R, std::string_view> || std::is_same_v<R, const char*>) {
+        const KelString own{std::string_view(result)};
+        stack.CutTo(base);
+        Push(stack, own);
+      } else {
+        stack.CutTo(base);
+        Push(stack, std::move(result));
+      }
+    }
+  }
+};
+
+template <class F>
+struct WrapOf {
+  template <class R, class... A>
+  struct Plain : Wrapped<F, false, R, A...> {};
+  template <class R, class... A>
+  struct Choose : Plain<R, A...> {};
+  template <class R, class... A>
+  struct Choose<R, TamberContext&, A...> : Wrapped<F, true, R, A...> {};
+  using Type = typename Signature<F>::template Apply<Choose>;
+};
+
+}  // namespace host
+}  // namespace tamber
+
+/// Registers a C++ function (or a lambda, or an object with one call operator) under a prototype
+/// in the language's own syntax. Its types must be those of the prototype, as host/value.h lists
+/// them; "void" functions are registered with the result type `int` and give 0. A first parameter
+/// of type `TamberContext&` is given the running context and is no parameter of the prototype.
+///
+/// An exception becomes an error of the script: `tamber::ScriptError` the one that it says,
+/// std::bad_alloc error 20113, any other error 20101 with the function's name and the exception's
+/// text.
+///
+/// Returns the index in the function table. 0 and the context error when the prototype cannot be
+/// read (20208) or says other types than the function has (20504). What is registered already with
+/// these parameters stays, unless `replace` is set.
+template <class F>
+uint32_t RegisterFunction(TamberContext& context, std::string_view prototype, F function,
+                          FunctionTraits traits = {}, bool replace = false) {
+  namespace host = tamber::host;
+  using Wrap = typename host::WrapOf<F>::Type;
+  std::shared_ptr<void> target;
+  if constexpr (!Wrap::kStateless) target = std::make_shared<F>(std::move(function));
+  traits.exactResult = Wrap::kResult != tamber::Kind::Any;
+  return host::RegisterWrapped(context, prototype, Wrap::kResult, Wrap::kParameters, &Wrap::Run,
+                               std::move(target), traits, replace);
+}

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "engine/stack.h"
+#include "kel/kelstring.h"
+#include "values/strbuf.h"
+#include "values/variable.h"
+
+/// How C++ values and script values stand for each other in calls between hosts and scripts.
+///
+/// | C++ | script |
+/// |---|---|
+/// | `bool` `char` `int32_t` `float` `double` | `bool` `char` `int` `float` `double` |
+/// | `std::string_view` `std::string` `KelString` `const char*` | `string`, `estring` |
+/// | `Variable*` as an argument (on loan), `VariablePtr` as a result (owned) | anything |
+///
+/// A `std::string_view` that a script hands to a C++ function is good until that function returns.
+namespace tamber {
+
+struct VariableDeleter {
+  void operator()(Variable* variable) const { Variable::Delete(variable); }
+};
+/// One holder of a variable.
+using VariablePtr = std::unique_ptr<Variable, VariableDeleter>;
+
+namespace host {
+
+/// The kind of script value that a C++ type stands for; Any for variables, None for no value.
+template <class T>
+constexpr Kind KindFor() {
+  using V = std::remove_cvref_t<T>;
+  if constexpr (std::is_void_v<V>) {
+    return Kind::None;
+  } else if constexpr (std::is_same_v<V, bool>) {
+    return Kind::Bool;
+  } else if constexpr (std::is_same_v<V, char>) {
+    return Kind::Char;
+  } else if constexpr (std::is_same_v<V, int32_t>) {
+    return Kind::Int;
+  } else if constexpr (std::is_same_v<V, float>) {
+    return Kind::Float;
+  } else if constexpr (std::is_same_v<V, double>) {
+    return Kind::Double;
+  } else if constexpr (std::is_convertible_v<const V&, std::string_view>) {
+    return Kind::String;
+  } else {
+    return Kind::Any;
+  }
+}
+
+template <class T>
+constexpr bool kIsVariable = std::is_same_v<T, Variable*> || std::is_same_v<T, const Variable*>;
+
+/// What a host may hand to a script.
+template <class T>
+concept Argument = KindFor<T>()
+!= Kind::None && (KindFor<T>() != Kind::Any || kIsVariable<std::decay_t<T>>);
+/// What a host may take from a script: nothing, a scalar, a text of its own, a variable.
+template <class T>
+concept Taken =
+    !std::is_reference_v<T> && (KindFor<T>() != Kind::Any || std::is_same_v<T, VariablePtr>)&&(
+                                   KindFor<T>() != Kind::String || std::is_same_v<T, std::string> ||
+                                   std::is_same_v<T, KelString>);
+/// What a C++ function may take from a script that calls it: as above, or a text or a variable on
+/// loan, all by value or by reference to const.
+template <class T>
+concept Received = (!std::is_reference_v<T> ||
+                    std::is_const_v<std::remove_reference_t<T>>)&&!std::is_pointer_v<T> &&
+                       KindFor<T>() != Kind::None && (KindFor<T>() != Kind::Any) &&
+                       (KindFor<T>() != Kind::String ||
+                        std::is_same_v<std::remove_cvref_t<T>, std::string_view> ||
+                        std::is_same_v<std::remove_cvref_t<T>, std::string> ||
+                        std::is_same_v<std::remove_cvref_t<T>, KelString>) ||
+                   kIsVariable<T>;
+
+inline void Push(Stack& stack, bool value) { stack.PushCell(Kind::Bool, IntCell(value ? 1 : 0)); }
+inline void Push(Stack& stack, char value) {
+  stack.PushCell(Kind::Char, IntCell(static_cast<signed char>(value)));
+}
+inline void Push(Stack& stack, int32_t value) { stack.PushCell(Kind::Int, IntCell(value)); }
+inline void Push(Stack& stack, float value) {
+  Cell cell = ZeroCell();
+  cell.f = value;
+  stack.PushCell(Kind::Float, cell);
+}
+inline void Push(Stack& stack, double value) {
+  Cell cell = ZeroCell();
+  cell.d = value;
+  stack.PushCell(Kind::Double, cell);
+}
+inline void Push(Stack& stack, const KelString& text) { stack.PushString(text); }
+inline void Push(Stack& stack, std::string text) { stack.PushString(KelString(std::move(text))); }
+inline void Push(Stack& stack, std::string_view text) {
+  // To the stack a length of 0 means "up to the NUL", which a view need not have.
+  if (text.empty()) text = "";
+  stack.PushString(text.data(), static_cast<uint32_t>(text.size()));
+}
+inline void Push(Stack& stack, const char* text) { stack.PushString(text, 0); }
+inline void Push(Stack& stack, VariablePtr value) { stack.PushVariable(value.release()); }
+/// The variable stays the caller's; the stack gets a holder of its own.
+inline void Push(Stack& stack, const Variable* value) {
+  if (value != nullptr) stack.PushVariable(const_cast<Variable*>(value)->Duplicate());
+}
+inline void Push(Stack& stack, Variable* value) {
+  Push(stack, static_cast<const Variable*>(value));
+}
+
+/// The entry at `index` from the bottom as a C++ value; texts and variables are on loan.
+template <class T>
+auto Read(Stack& stack, uint32_t index) {
+  using V = std::remove_cvref_t<T>;
+  constexpr Kind kKind = KindFor<V>();
+  if constexpr (kKind == Kind::Any) {
+    return stack.GetVariable(index);
+  } else {
+    const StackEntry& entry = stack.Peek(stack.GetSize() - 1 - index);
+    const bool direct = entry.kind == kKind;
+    if constexpr (kKind == Kind::String) {
+      if (direct) [[likely]] {
+        return V(TextOf(entry.cell.s));
+      }
+      Variable* variable = stack.GetVariable(index);
+      const char* text = variable->GetStringValue();
+      return V(std::string_view(text, variable->GetLength()));
+    } else if constexpr (kKind == Kind::Bool) {
+      return direct ? entry.cell.i != 0 : stack.GetVariable(index)->GetBoolValue() != 0;
+    } else if constexpr (kKind == Kind::Char) {
+      return direct ? static_cast<char>(entry.cell.i) : stack.GetVariable(index)->GetCharValue();
+    } else if constexpr (kKind == Kind::Int) {
+      return direct ? entry.cell.i : stack.GetVariable(index)->GetIntegerValue();
+    } else if constexpr (kKind == Kind::Float) {
+      return direct ? entry.cell.f : stack.GetVariable(index)->GetFloatValue();
+    } else {
+      return direct ? entry.cell.d : stack.GetVariable(index)->GetDoubleValue();
+    }
+  }
+}
+
+}  // namespace host
+}  // namespace tamber
