@@ -1,11 +1,15 @@
 // The tamber command: compiles a script and runs its main procedure, as any host would.
 
+#include <unistd.h>
+
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
 
+#include "errors.h"
 #include "options.h"
 #include "tamber.h"
 
@@ -15,24 +19,11 @@ enum ExitStatus { kWell = 0, kScriptFailed = 1 };
 
 constexpr size_t kLongestScript = size_t{256} << 20;
 
-/// FILE:LINE: error NAME (CODE): text: detail, then the source line.
-void ShowError(const TamberDiagnostic& error, void* /*user*/) {
-  std::string report = error.file.Str() + ":" + std::to_string(error.line) + ": error ";
-  if (!error.name.IsEmpty()) {
-    report += error.name.Str() + " ";
+int Compile(TamberContext* context, const Options& options) {
+  if (options.text) {
+    return context->CompileScriptBuffer("<text>", *options.text, 1);
   }
-  report += "(" + std::to_string(error.code) + "): " + error.text.Str();
-  if (!error.detail.IsEmpty()) {
-    report += ": " + error.detail.Str();
-  }
-  report += "\n";
-  if (!error.sourceLine.IsEmpty()) {
-    report += error.sourceLine.Str() + "\n";
-  }
-  std::fwrite(report.data(), 1, report.size(), stderr);
-}
-
-int Compile(TamberContext* context, const std::string& script) {
+  const std::string& script = options.script;
   if (script != "-") {
     return context->CompileScriptFile(script);
   }
@@ -85,9 +76,28 @@ bool Confine(TamberContext* context, const std::string& directory) {
   return true;
 }
 
+bool WantsColor(const std::string& when) {
+  if (when != "auto") {
+    return when == "always";
+  }
+  const char* refused = std::getenv("NO_COLOR");
+  return (refused == nullptr || *refused == '\0') && isatty(STDERR_FILENO) != 0;
+}
+
+/// Dumps and traces that the command line asks for go to standard error; all else where the
+/// configuration sends it.
+bool ShowDebug(const KelString& section, std::string_view text, void* /*user*/) {
+  if (section != "TamberDebug") {
+    return false;
+  }
+  std::fwrite(text.data(), 1, text.size(), stderr);
+  return true;
+}
+
 int Run(const Options& options) {
   TamberContext context(nullptr);
-  context.SetDiagnosticHandler(ShowError, nullptr);
+  ErrorDisplay display(WantsColor(options.color));
+  context.SetDiagnosticHandler(ErrorDisplay::Show, &display);
   SetOwnPath(&context);
   if (!options.iniPath.empty()) {
     context.SetIniPath(options.iniPath);
@@ -99,7 +109,12 @@ int Run(const Options& options) {
   if (options.session) {
     context.SetSessionId(*options.session);
   }
-  if (!Compile(&context, options.script)) {
+  if (options.dump || options.trace) {
+    context.SetReportSink(ShowDebug, nullptr);
+    context.SetStatementDump(options.dump);
+    context.SetProcedureTrace(options.trace);
+  }
+  if (!Compile(&context, options)) {
     return kScriptFailed;
   }
   if (options.checkOnly) {

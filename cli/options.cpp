@@ -13,7 +13,8 @@ constexpr int kBadCommandLine = 2;
 class Help final : public CLI::Formatter {
  public:
   std::string make_usage(const CLI::App* /*app*/, std::string /*name*/) const override {
-    return "Usage: tamber [OPTION...] SCRIPT [ARG...]\n";
+    return "Usage: tamber [OPTION...] SCRIPT [ARG...]\n"
+           "       tamber [OPTION...] -e TEXT [ARG...]\n";
   }
 };
 
@@ -39,6 +40,12 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options* opti
                  "Let scripts use files below this directory only, and no network")
       ->check(CLI::ExistingDirectory)
       ->option_text("DIR");
+  app.add_option("-e", options->text, "Run TEXT as a script")->option_text("TEXT");
+  app.add_flag("--dump", options->dump, "Show the compiled statements on standard error");
+  app.add_flag("--trace", options->trace, "Show procedures as they run on standard error");
+  app.add_option("--color", options->color, "Colours in errors: auto, always or never")
+      ->check(CLI::IsMember({"auto", "always", "never"}))
+      ->option_text("WHEN");
   app.add_flag("--check", options->checkOnly, "Compile only, run nothing");
   // The first word that is no option ends them, and is left untouched with all that follow it. As a
   // declared positional each ARG would be interpreted: "[a,b]" would arrive as two.
@@ -50,6 +57,10 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options* opti
     const bool optionsEnded = !words.empty() && words.front() == "--";
     if (optionsEnded) {
       words.erase(words.begin());
+    }
+    if (options->text) {
+      options->args = words;
+      return std::nullopt;
     }
     if (words.empty()) {
       throw CLI::RequiredError("SCRIPT");

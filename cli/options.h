@@ -7,12 +7,16 @@
 
 /// What the command line asks for.
 struct Options {
-  std::string script;  ///< A path, or "-" for standard input.
+  std::string script;               ///< A path, or "-" for standard input.
+  std::optional<std::string> text;  ///< The script itself, in place of a file.
   std::vector<std::string> args;
   std::string iniPath;  ///< Empty: the context's default.
   std::optional<uint32_t> session;
   std::string sandbox;  ///< The one directory that scripts may use; empty: no limits.
   bool checkOnly = false;
+  bool dump = false;
+  bool trace = false;
+  std::string color = "auto";
 };
 
 /// Reads the command line. Everything after the script's name belongs to the script, however it

@@ -5,9 +5,9 @@
 
 #include "context/tambctxt.h"
 #include "functions/module.h"
-#include "kel/filepolicy.h"
 #include "host/call.h"
 #include "host/register.h"
+#include "kel/filepolicy.h"
 #include "kel/keldebug.h"
 #include "kel/kelstring.h"
 #include "kel/notice.h"

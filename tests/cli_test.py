@@ -46,7 +46,7 @@ class CommandTest(unittest.TestCase):
     def test_a_parse_error_names_file_line_and_reason(self):
         status, output, errors = self.run_tamber(self.script(BROKEN))
         self.assertEqual((status, output), (1, ""))
-        self.assertRegex(errors, r"\A.*a\.tam:2: error ERR_\w+ \(20\d\d\d\): .+\n.*Print\(\"hello\\n\"\n\Z")
+        self.assertRegex(errors, r"\A.*a\.tam:2: error ERR_\w+ \(20\d\d\d\): .+\n.*Print\(\"hello\\n\"\n *\^ column 3\n\Z")
         status, _, errors = self.run_tamber("-", stdin=BROKEN)
         self.assertEqual(status, 1)
         self.assertRegex(errors, r":2: error ERR_")
@@ -54,7 +54,7 @@ class CommandTest(unittest.TestCase):
     def test_a_run_time_error_is_shown_although_the_report_goes_to_a_file(self):
         status, output, errors = self.run_tamber(self.script(DIVIDES))
         self.assertEqual((status, output), (1, "before\n"))
-        self.assertRegex(errors, r"\A.*a\.tam:4: error ERR_DIVIDEBYZERO \(11\): Divide by zero error.*\n.*7 / zero\n\Z")
+        self.assertRegex(errors, r"\A.*a\.tam:4: error ERR_DIVIDEBYZERO \(11\): Divide by zero error.*\n.*7 / zero\n  \^ column 3\n\Z")
 
     def test_files_that_are_no_scripts(self):
         (self.folder / "folder").mkdir()
@@ -77,6 +77,36 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(self.run_tamber(own, "x"), (0, "own\n", ""))
         self.assertEqual(self.run_tamber(self.script(HELLO), "x")[0], 0)
 
+    def test_the_calls_that_led_to_an_error_are_shown(self):
+        name = self.script("proc main()\n\tOuter(0)\nendproc\nproc Outer(int n)\n  Inner(n)\nendproc\n"
+                           "proc Inner(int n)\n\tn = 1 / n\nendproc\n")
+        lines = self.run_tamber(name)[2].splitlines()
+        self.assertRegex(lines[0], r"a\.tam:8: error ERR_DIVIDEBYZERO")
+        self.assertEqual(lines[1:3], ["\tn = 1 / n", "\t^ column 2"])
+        self.assertRegex(lines[3], r"\A  called by Outer at .*a\.tam:5\Z")
+        self.assertRegex(lines[4], r"\A  called by main at .*a\.tam:2\Z")
+
+    def test_colour(self):
+        name = self.script(DIVIDES)
+        self.assertNotIn("\033", self.run_tamber(name)[2])
+        self.assertNotIn("\033", self.run_tamber("--color=never", name)[2])
+        self.assertIn("\033[1;31merror ERR_DIVIDEBYZERO (11):\033[0m", self.run_tamber("--color=always", name)[2])
+
+    def test_text_on_the_command_line(self):
+        self.assertEqual(self.run_tamber("-e", 'Print("hi\\n")'), (0, "hi\n", ""))
+        self.assertEqual(self.run_tamber("-e", SHOWS_ARGS, "1", "-e", "3"), (0, "1\n-e\n3\n", ""))
+        self.assertRegex(self.run_tamber("-e", "bogus")[2], r"\A<text>:1: error ERR_BADSTATEMENT")
+
+    def test_dump_and_trace_go_to_standard_error(self):
+        name = self.script(HELLO)
+        status, output, errors = self.run_tamber("--dump", name)
+        self.assertEqual((status, output), (0, "hello\n"))
+        self.assertIn("main", errors)
+        status, output, errors = self.run_tamber("--trace", name)
+        self.assertEqual((status, output), (0, "hello\n"))
+        self.assertRegex(errors, r"(?s)Entering main.*Leaving main, executed \d+ statements")
+        self.assertFalse((self.folder / "tamber.log").exists())
+
     def test_ini_file(self):
         (self.folder / "other.ini").write_text("[TamberRunErrors]\nOutputName=other.log\n")
         self.run_tamber("--ini", "other.ini", self.script(DIVIDES))
@@ -92,7 +122,7 @@ class CommandTest(unittest.TestCase):
     def test_wrong_command_lines(self):
         name = self.script(HELLO)
         for args in ((), ("--bogus", name), ("--session", "0", name), ("--session", "x", name),
-                     ("--session", "4294967296", name), ("--ini", "none.ini", name), ("--session",), ("--",)):
+                     ("--session", "4294967296", name), ("--ini", "none.ini", name), ("--session",), ("--",), ("-e",), ("--color=red", name)):
             status, output, errors = self.run_tamber(*args)
             self.assertEqual((status, output), (2, ""), args)
             self.assertIn("--help", errors)

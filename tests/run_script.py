@@ -103,6 +103,9 @@ def compare_output(wanted, got):
     return []
 
 
+MARK = re.compile(r"\s*\^ column \d+|  called by \S+ at .*:\d+")
+
+
 def compare_errors(wanted, stderr, name, source):
     """Every report must be expected and followed by the line it speaks of; nothing else may be there."""
     faults, wanted, source, lines = [], list(wanted), source.split("\n"), lines_of(stderr)
@@ -126,6 +129,9 @@ def compare_errors(wanted, stderr, name, source):
             shown = lines.pop(0).strip() if lines else ""
             if not shown or not shown.startswith(spoken.rstrip("\\").rstrip()):
                 faults.append(f"line {number} is not shown below its error, but: {shown}")
+        # Where in the line it is, and what called the procedure.
+        while lines and MARK.fullmatch(lines[0]):
+            lines.pop(0)
     return faults + [f"line {w[1]}: {w[2]} was not reported" for w in wanted]
 
 

@@ -86,6 +86,10 @@ class ContextState {
   /// twice in a process, so one number tells both the context and its state.
   uint64_t epoch = NextEpoch();
   void ScopeChanged() { epoch = NextEpoch(); }
+  /// The variable of that name, on loan while the epoch is the same; it is asked for at every run.
+  Variable* scriptFile = nullptr;
+  uint64_t scriptFileEpoch = 0;
+  bool HasScriptFile();
 
   bool stopFlag = false;
   /// Nonzero ends waiting built-ins early. Of the root context; set from any thread.

@@ -19,11 +19,35 @@ using tamber::ContextState;
 
 namespace tamber {
 
+namespace {
+
+/// A built-in may reset the context; what runs stays until it has ended.
+class RunMark {
+ public:
+  explicit RunMark(ProcedureList& procedures) : procedures_(procedures) { procedures_.BeginRun(); }
+  RunMark(const RunMark&) = delete;
+  RunMark& operator=(const RunMark&) = delete;
+  ~RunMark() { procedures_.EndRun(); }
+
+ private:
+  ProcedureList& procedures_;
+};
+
+}  // namespace
+
+bool ContextState::HasScriptFile() {
+  if (scriptFileEpoch != epoch) {
+    scriptFile =
+        globals != nullptr ? globals->GetVariable(std::string_view("ScriptFile")) : nullptr;
+    scriptFileEpoch = epoch;
+  }
+  return scriptFile != nullptr && scriptFile->GetLength() > 0;
+}
+
 int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
   if (!machine->IsRunning()) diagnostic.code = 0;
-  context.SetScriptFile(procedure.GetScript()->Name(), 0);
-  // A built-in may reset the context; what runs stays until it has ended.
-  const auto held = context.HoldProcedures();
+  if (!HasScriptFile()) context.SetScriptFile(procedure.GetScript()->Name(), 0);
+  const RunMark running(context);
   const enum_ProcStatus status = machine->RunProcedure(procedure, stack);
   if (status != PROCSTATUS_ENDED && errorCode >= kFirstFatalError)
     HandleParseError({procedure.GetScript(), procedure.GetStartLine()});

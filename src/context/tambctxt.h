@@ -47,7 +47,8 @@ struct TamberDiagnostic {
   KelString detail;  ///< the object of the error: a token, a name, a path; may be empty
   KelString file;
   uint32_t line = 0;  ///< 1-based; 0 when no line was read
-  /// 1-based byte of `sourceLine` at which what is wrong begins; 0 when only the line is known.
+  /// 1-based byte of `sourceLine` at which what is wrong begins, or else the statement; 0 without
+  /// a line.
   uint32_t column = 0;
   KelString sourceLine;
   /// The procedure that was running or being compiled; "" outside of any.

@@ -57,6 +57,7 @@ bool ProcedureList::DeleteProcedure(std::string_view name) {
 void ProcedureList::ClearList() {
   byName_.clear();
   sorted_.clear();
+  if (runs_ > 0) retired_.insert(retired_.end(), pools_.begin(), pools_.end());
   pools_ = {std::make_shared<Pool>()};
 }
 

@@ -38,8 +38,11 @@ class TAMBER_API ProcedureList {
   /// "Procedures dump:" and a line each; `words` limits it to these names ("*" and "" as for the
   /// variable dumps).
   void DumpProcedures(KelString& out, const KelString& words) const;
-  /// Keeps every procedure alive for as long as the result is held.
-  std::vector<std::shared_ptr<Pool>> HoldProcedures() const { return pools_; }
+  /// Around every run: what ClearList takes away meanwhile stays until the last run has ended.
+  void BeginRun() { ++runs_; }
+  void EndRun() {
+    if (--runs_ == 0 && !retired_.empty()) retired_.clear();
+  }
 
  private:
   uint32_t FindNearestProcedure(std::string_view name) const;
@@ -48,4 +51,6 @@ class TAMBER_API ProcedureList {
   std::unordered_map<std::string_view, TamberProcedure*, kel::NoCaseHash, kel::NoCaseEqual> byName_;
   /// Our own procedures last; before them those of the contexts that ours were copied from.
   std::vector<std::shared_ptr<Pool>> pools_;
+  std::vector<std::shared_ptr<Pool>> retired_;
+  uint32_t runs_ = 0;
 };

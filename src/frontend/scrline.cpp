@@ -79,7 +79,10 @@ uint32_t ScriptLine::GetColumn(std::string_view name) const {
   const size_t at = named != std::string_view::npos ? named : read;
   const std::string_view physical = text_->Line(statementLine_);
   const size_t indent = physical.find_first_not_of(" \t\v\f\r");
-  if (indent == std::string_view::npos || indent + at > physical.size()) return 0;
+  // The end of a line can be meant, but not the "\\" behind which the statement goes on.
+  const bool continued = kel::Trimmed(physical).ends_with('\\');
+  const size_t end = continued ? physical.rfind('\\') : physical.size() + 1;
+  if (indent == std::string_view::npos || indent + at >= end) return 0;
   return static_cast<uint32_t>(indent + at + 1);
 }
 

@@ -1,0 +1,305 @@
+#include "host/call.h"
+
+#include <gtest/gtest.h>
+
+#include "tamber.h"
+
+namespace {
+
+class CallTest : public ::testing::Test {
+ protected:
+  CallTest() {
+    context_.SetReportSink([](const KelString&, std::string_view, void*) { return true; }, nullptr);
+    context_.SetOutputSink(
+        [](std::string_view text, void* user) { static_cast<std::string*>(user)->append(text); },
+        &output_);
+  }
+  void Compile(const char* script) {
+    ASSERT_TRUE(context_.CompileScriptBuffer("test", script, 1))
+        << context_.GetDiagnostic().name.GetString() << " in line "
+        << context_.GetDiagnostic().line;
+  }
+
+  TamberContext context_;
+  std::string output_;
+};
+
+constexpr const char* kScript =
+    "int calls\n"
+    "int Add(int a, int b)\n"
+    "  calls += 1\n"
+    "  return a + b\n"
+    "endproc\n"
+    "double Half(double d)\n"
+    "  return d / 2\n"
+    "endproc\n"
+    "string Greet(string who, char mark)\n"
+    "  return \"hello, \" + who + mark\n"
+    "endproc\n"
+    "bool Not(bool b)\n"
+    "  return !b\n"
+    "endproc\n"
+    "int[] Squares(int n)\n"
+    "  int[] all\n"
+    "  int i\n"
+    "  for (i = 1; i <= n; i += 1)\n"
+    "    all <<= i * i\n"
+    "  endfor\n"
+    "  return all\n"
+    "endproc\n"
+    "int Sum(int[] all)\n"
+    "  int total, i\n"
+    "  for (i = 1; i <= ArrayGetSize(all); i += 1)\n"
+    "    total += all[i]\n"
+    "  endfor\n"
+    "  return total\n"
+    "endproc\n"
+    "proc Grow(int & n)\n"
+    "  n *= 2\n"
+    "endproc\n"
+    "int Broken(int n)\n"
+    "  return n / (n - n)\n"
+    "endproc\n"
+    "int Outer(int n)\n"
+    "  return Broken(n)\n"
+    "endproc\n"
+    "proc Stops()\n"
+    "  exit\n"
+    "endproc\n";
+
+TEST_F(CallTest, ValuesGoBothWays) {
+  Compile(kScript);
+  EXPECT_EQ(Call<int32_t>(context_, "Add", 3, 4).Value(), 7);
+  EXPECT_EQ(Call<int32_t>(context_, "add", int32_t{-1}, 2.9).Value(), 1) << "as an assignment does";
+  EXPECT_EQ(Call<double>(context_, "Half", 3).Value(), 1.5);
+  EXPECT_EQ(Call<int32_t>(context_, "Half", 3).Value(), 1);
+  EXPECT_EQ(Call<std::string>(context_, "Greet", std::string("you"), '!').Value(), "hello, you!");
+  EXPECT_EQ(Call<KelString>(context_, "Greet", std::string_view(), '?').Value(), "hello, ?");
+  const std::string binary("a\0b", 3);
+  EXPECT_EQ(Call<std::string>(context_, "Greet", binary, '.').Value().size(), 11u);
+  EXPECT_EQ(Call<bool>(context_, "Not", false).Value(), true);
+  EXPECT_TRUE(Call(context_, "Add", 1, 1)) << "a value that nobody wants is left alone";
+  EXPECT_EQ(context_.GetVariable("calls", VARLIST_GLOBAL)->GetIntegerValue(), 3);
+}
+
+TEST_F(CallTest, VariablesAreHandedThrough) {
+  Compile(kScript);
+  auto squares = Call<tamber::VariablePtr>(context_, "Squares", 3);
+  ASSERT_TRUE(squares);
+  EXPECT_EQ(squares.Value()->GetElementCount(), 3u);
+  EXPECT_EQ(Call<int32_t>(context_, "Sum", squares.Value().get()).Value(), 14);
+  const tamber::VariablePtr number(new VarInteger(KelString("n"), 0));
+  number->SetIntegerValue(21);
+  EXPECT_TRUE(Call(context_, "Grow", number.get()));
+  EXPECT_EQ(number->GetIntegerValue(), 42);
+}
+
+TEST_F(CallTest, WhatDoesNotFitIsRefusedWithItsReason) {
+  Compile(kScript);
+  const auto error = [&](auto result) {
+    EXPECT_FALSE(result);
+    return result ? std::string() : result.Error().name.Str() + ": " + result.Error().detail.Str();
+  };
+  EXPECT_EQ(error(Call(context_, "Nowhere")), "ERR_PROCNOTFOUND: Nowhere");
+  EXPECT_EQ(error(Call(context_, "Add", 1)), "ERR_PROCPARMCOUNT: Add takes 2, given 1");
+  EXPECT_EQ(error(Call(context_, "Add", 1, 2, 3)), "ERR_PROCPARMCOUNT: Add takes 2, given 3");
+  EXPECT_EQ(error(Call(context_, "Add", 1, "2")),
+            "ERR_EXPRPARMMATCH: Add, parameter 2 takes integer, given string");
+  EXPECT_EQ(error(Call(context_, "Grow", 1)),
+            "ERR_EXPRPARMMATCH: Grow, parameter 1 takes a variable of type integer, given "
+            "integer");
+  EXPECT_EQ(error(Call<std::string>(context_, "Add", 1, 2)),
+            "ERR_PROCBADRETTYPE: Add gives integer, wanted string");
+  EXPECT_EQ(error(Call<int32_t>(context_, "Stops")),
+            "ERR_PROCBADRETTYPE: Stops gives nothing, wanted integer");
+  EXPECT_EQ(context_.GetVariable("calls", VARLIST_GLOBAL)->GetIntegerValue(), 0) << "nothing ran";
+  EXPECT_EQ(Call<int32_t>(context_, "Add", 1, 2).Value(), 3) << "and the context is as before";
+}
+
+TEST_F(CallTest, AnErrorOfTheScriptComesBackWithItsPlaceAndCalls) {
+  Compile(kScript);
+  const auto result = Call<int32_t>(context_, "Outer", 1);
+  ASSERT_FALSE(result);
+  const TamberDiagnostic& error = result.Error();
+  EXPECT_EQ(error.name, "ERR_DIVIDEBYZERO");
+  EXPECT_EQ(error.file, "test");
+  EXPECT_EQ(error.line, 34u);
+  EXPECT_EQ(error.column, 3u);
+  EXPECT_EQ(error.sourceLine, "  return n / (n - n)");
+  EXPECT_EQ(error.procedure, "Broken");
+  ASSERT_EQ(error.callStack.size(), 2u);
+  EXPECT_EQ(error.callStack[1].procedure, "Outer");
+  EXPECT_EQ(error.callStack[1].line, 37u);
+  EXPECT_TRUE(Call<int32_t>(context_, "Add", 1, 2));
+  EXPECT_EQ(context_.GetDiagnostic().code, 0);
+}
+
+TEST_F(CallTest, AFailureOfCompilingPointsAtTheToken) {
+  const auto column = [&](const char* script, uint32_t line) {
+    TamberContext context;
+    context.SetReportSink([](const KelString&, std::string_view, void*) { return true; }, nullptr);
+    EXPECT_FALSE(context.CompileScriptBuffer("test", script, 1));
+    EXPECT_EQ(context.GetDiagnostic().line, line);
+    return context.GetDiagnostic().column;
+  };
+  EXPECT_EQ(column("proc main()\n  int a\n  a = 1 + Nothing * 2\nendproc\n", 3), 11u);
+  EXPECT_EQ(column("proc main()\n\tnothing here\nendproc\n", 2), 2u);
+  EXPECT_EQ(column("proc main()\n  Print(StrLen(1, 2))\nendproc\n", 2), 9u);
+  EXPECT_EQ(column("proc main()\n  Print(1 + \\\n    nothing)\nendproc\n", 2), 3u)
+      << "in a continuation only the statement is known";
+}
+
+TEST_F(CallTest, ScriptsAndHostsCallEachOtherInTurn) {
+  ASSERT_NE(RegisterFunction(context_, "int Down (int N)",
+                             [](TamberContext& context, int32_t n) -> int32_t {
+                               if (n == 0) return 0;
+                               return Call<int32_t>(context, "Twice", n - 1).Value() + 1;
+                             }),
+            0u);
+  Compile("int Twice(int n)\n  return Down(n) + Down(n)\nendproc\n");
+  EXPECT_EQ(Call<int32_t>(context_, "Twice", 3).Value(), 14);
+}
+
+int32_t Area(int32_t w, double h) { return static_cast<int32_t>(w * h); }
+std::string_view Tail(std::string_view text) { return text.substr(1); }
+void Note(const std::string& text) {
+  if (text == "bad") throw std::runtime_error("no such note");
+  if (text == "worse") throw tamber::ScriptError(ERR_KEYNOTFOUND, text);
+}
+
+class RegisterTest : public CallTest {};
+
+TEST_F(RegisterTest, PlainFunctionsAndObjectsAreBuiltIns) {
+  int32_t total = 0;
+  EXPECT_NE(RegisterFunction(context_, "int Area (int W, double H)", Area), 0u);
+  EXPECT_NE(RegisterFunction(context_, "string Tail (string Text)", Tail), 0u);
+  EXPECT_NE(RegisterFunction(context_, "int Count (int By)", [&](int32_t by) { total += by; }), 0u);
+  EXPECT_NE(RegisterFunction(context_, "int Length (array A)",
+                             [](const Variable* array) {
+                               return static_cast<int32_t>(array->GetElementCount());
+                             }),
+            0u);
+  Compile(
+      "proc main()\n"
+      "  int[] some\n"
+      "  estring secret\n"
+      "  secret = \"xyz\"\n"
+      "  some <<= 1\n"
+      "  Print(Area(3, 4.5) + \" \" + Area(TRUE, 2) + \" \" + Tail(\"abc\") + Tail(secret) + "
+      "\"\\n\")\n"
+      "  Count(5)\n"
+      "  Count(Length(some))\n"
+      "endproc\n");
+  EXPECT_TRUE(Call(context_, "main"));
+  EXPECT_EQ(output_, "13 2 bcyz\n");
+  EXPECT_EQ(total, 6);
+}
+
+TEST_F(RegisterTest, APrototypeThatSaysOtherTypesIsRefused) {
+  const auto refused = [&](const char* prototype, auto function) {
+    context_.SetContextError(0, "-");
+    EXPECT_EQ(RegisterFunction(context_, prototype, function), 0u);
+    return context_.GetErrorName(context_.GetContextError()).Str() + ": " +
+           context_.GetContextErrorText().Str();
+  };
+  EXPECT_EQ(refused("int Area (int W)", Area),
+            "ERR_EXPRPARMMATCH: Area: the prototype has 1 parameters, the function 2");
+  EXPECT_EQ(refused("int Area (int W, int H)", Area),
+            "ERR_EXPRPARMMATCH: Area: parameter 2 is integer in the prototype, double in the "
+            "function");
+  EXPECT_EQ(refused("string Area (int W, double H)", Area),
+            "ERR_EXPRPARMMATCH: Area: the result is string in the prototype, integer in the "
+            "function");
+  EXPECT_EQ(refused("bogus Area (int W, double H)", Area).substr(0, 15), "ERR_VARBADTYPE:");
+  EXPECT_EQ(context_.FindFunction("Area"), 0u);
+}
+
+TEST_F(RegisterTest, ExceptionsBecomeErrorsOfTheScript) {
+  ASSERT_NE(RegisterFunction(context_, "int Note (string Text)", Note), 0u);
+  Compile(
+      "proc Run(string text)\n"
+      "  Note(text)\n"
+      "endproc\n"
+      "int Handled()\n"
+      "  ErrHandler = INLINE_HANDLER\n"
+      "  Note(\"worse\")\n"
+      "  return ErrCode\n"
+      "endproc\n");
+  EXPECT_TRUE(Call(context_, "Run", "good"));
+  const auto bad = Call(context_, "Run", "bad");
+  ASSERT_FALSE(bad);
+  EXPECT_EQ(bad.Error().name, "ERR_INTERNAL");
+  EXPECT_EQ(bad.Error().detail, "Note: no such note");
+  EXPECT_EQ(bad.Error().line, 2u);
+  const auto worse = Call(context_, "Run", "worse");
+  ASSERT_FALSE(worse);
+  EXPECT_EQ(worse.Error().name, "ERR_KEYNOTFOUND");
+  EXPECT_EQ(Call<int32_t>(context_, "Handled").Value(), ERR_KEYNOTFOUND);
+}
+
+// What the compiler can know, it refuses.
+template <class... Args>
+concept Callable = requires(TamberContext& context, Args... args) {
+  Call<int32_t>(context, "P", args...);
+};
+static_assert(Callable<int32_t, std::string, const char*, Variable*>);
+static_assert(!Callable<int64_t> && !Callable<uint32_t> && !Callable<std::vector<int>> &&
+              !Callable<void*>);
+static_assert(!tamber::host::Taken<std::string_view> && !tamber::host::Taken<Variable*>);
+static_assert(!tamber::host::Received<int64_t> && !tamber::host::Received<std::string&> &&
+              !tamber::host::Received<const char*>);
+
+class ServerTest : public CallTest {};
+
+TEST_F(ServerTest, OneContextServesManySessions) {
+  char folder[] = "/tmp/tamber-sessions-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  context_.SetIniPath(KelString(folder) + "/tamber.ini");
+  EXPECT_FALSE(context_.LoadSession());
+  EXPECT_FALSE(context_.SaveSession());
+  context_.SetSessionId(1);
+  Compile(
+      "session int visits\n"
+      "int scratch = 7\n"
+      "int[] list\n"
+      "int Visit()\n"
+      "  visits += 1\n"
+      "  scratch += 1\n"
+      "  list <<= visits\n"
+      "  return visits * 100 + scratch * 10 + ArrayGetSize(list)\n"
+      "endproc\n");
+  EXPECT_FALSE(context_.RestoreGlobals());
+  context_.KeepGlobals();
+  const auto visit = [&](uint32_t session) {
+    context_.SetSessionId(session);
+    EXPECT_TRUE(context_.RestoreGlobals());
+    EXPECT_TRUE(context_.LoadSession());
+    const int32_t result = Call<int32_t>(context_, "Visit").ValueOr(-1);
+    EXPECT_TRUE(context_.SaveSession());
+    return result;
+  };
+  EXPECT_EQ(visit(1), 181);
+  EXPECT_EQ(visit(2), 181);
+  EXPECT_EQ(visit(1), 281);
+  EXPECT_EQ(visit(1), 381);
+  EXPECT_EQ(visit(2), 281);
+  context_.ResetContext();
+  EXPECT_FALSE(context_.RestoreGlobals());
+}
+
+TEST_F(ServerTest, ReportsReachTheSink) {
+  std::string sections;
+  context_.SetReportSink(
+      [](const KelString& section, std::string_view, void* user) {
+        *static_cast<std::string*>(user) += section.Str() + " ";
+        return true;
+      },
+      &sections);
+  context_.SetProcedureTrace(true);
+  Compile("proc main()\n  int zero\n  zero = 1 / zero\nendproc\n");
+  EXPECT_FALSE(Call(context_, "main"));
+  EXPECT_NE(sections.find("TamberDebug"), std::string::npos);
+  EXPECT_NE(sections.find("TamberRunErrors"), std::string::npos);
+}
+
+}  // namespace
