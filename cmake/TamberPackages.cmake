@@ -1,8 +1,10 @@
+option(TAMBER_PACKAGING "Install what Debian packages need beside the rest" OFF)
+
 # Debian packages: the library, what programs are built with, and the command. scripts/package makes them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tamber)
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
-set(CPACK_PACKAGE_CONTACT "The Tamber developers <tamber@example.org>")
+set(CPACK_PACKAGE_CONTACT "The Tamber developers")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Embeddable script engine")
 set(CPACK_PACKAGE_DESCRIPTION "Tamber is a small typed scripting language and the engine that runs it.
 Programs load it as a library; a command runs scripts from a shell.")
@@ -30,3 +32,12 @@ set(CPACK_DEBIAN_COMMAND_PACKAGE_SECTION interpreters)
 set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS "${own}, libc6, libstdc++6, libgcc-s1")
 set(CPACK_DEBIAN_COMMAND_DESCRIPTION "Embeddable script engine, command that runs scripts")
 include(CPack)
+
+# A package states its licence where Debian looks for it.
+if(TAMBER_PACKAGING)
+  foreach(component LIB DEV COMMAND)
+    string(TOLOWER ${component} name)
+    install(FILES LICENSE DESTINATION "share/doc/${CPACK_DEBIAN_${component}_PACKAGE_NAME}" RENAME copyright
+      COMPONENT ${name})
+  endforeach()
+endif()

@@ -1,0 +1,179 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+
+#include "tamber_c.h"
+
+namespace {
+
+void Collect(const char* text, size_t length, void* user) {
+  static_cast<std::string*>(user)->append(text, length);
+}
+
+class CInterfaceTest : public ::testing::Test {
+ protected:
+  CInterfaceTest() : context_(tamber_new()) { tamber_set_output(context_, Collect, &output_); }
+  ~CInterfaceTest() override { tamber_free(context_); }
+  int Compile(const std::string& script) {
+    return tamber_compile_text(context_, "test", script.data(), script.size());
+  }
+  tamber_error Error() {
+    tamber_error error;
+    EXPECT_EQ(tamber_get_error(context_, &error), TAMBER_OK);
+    return error;
+  }
+
+  tamber_context* context_;
+  std::string output_;
+};
+
+TEST_F(CInterfaceTest, ValuesGoInAndComeOut) {
+  ASSERT_EQ(Compile("int total = 3\nconst string NAME = \"n\"\nstring text\nint[] list\n"
+                    "string Join(string a, int n, double d, bool b)\n"
+                    "  Print(\"run\")\n  text = a\n  return a + n + d + b\nendproc\n"
+                    "proc Nothing()\nendproc\n"),
+            TAMBER_OK);
+  tamber_push_text(context_, "a\0b", 3);
+  tamber_push_int(context_, -7);
+  tamber_push_double(context_, 0.5);
+  tamber_push_bool(context_, 2);
+  ASSERT_EQ(tamber_run(context_, "join"), TAMBER_OK);
+  EXPECT_EQ(output_, "run");
+  const char* text = nullptr;
+  size_t length = 0;
+  ASSERT_EQ(tamber_result_text(context_, &text, &length), TAMBER_OK);
+  EXPECT_EQ(std::string(text, length).substr(0, 5), std::string("a\0b-7", 5));
+  int32_t number = 0;
+  EXPECT_EQ(tamber_result_int(context_, &number), TAMBER_WRONG_TYPE);
+  EXPECT_EQ(tamber_get_int(context_, "Total", &number), TAMBER_OK);
+  EXPECT_EQ(number, 3);
+  EXPECT_EQ(tamber_set_double(context_, "total", 9.75), TAMBER_OK);
+  EXPECT_EQ(tamber_get_int(context_, "total", &number), TAMBER_OK);
+  EXPECT_EQ(number, 9) << "assigned as in a script";
+  EXPECT_EQ(tamber_set_text(context_, "total", "x", 1), TAMBER_WRONG_TYPE);
+  EXPECT_EQ(tamber_set_text(context_, "NAME", "x", 1), TAMBER_NOT_FOUND) << "a constant";
+  EXPECT_EQ(tamber_get_text(context_, "text", &text, &length), TAMBER_OK);
+  EXPECT_EQ(length, 3u);
+  int type = 0;
+  EXPECT_EQ(tamber_get_type(context_, "list", &type), TAMBER_OK);
+  EXPECT_EQ(type, TAMBER_OTHER);
+  EXPECT_EQ(tamber_run(context_, "Nothing"), TAMBER_OK);
+  EXPECT_EQ(tamber_result_int(context_, &number), TAMBER_NOT_FOUND) << "the old result is gone";
+}
+
+TEST_F(CInterfaceTest, ErrorsSayWhere) {
+  EXPECT_EQ(Compile("proc main()\n  bogus\nendproc\n"), TAMBER_FAILED);
+  EXPECT_STREQ(Error().name, "ERR_BADSTATEMENT");
+  EXPECT_EQ(Error().line, 2u);
+  EXPECT_EQ(Error().column, 3u);
+  EXPECT_STREQ(Error().source_line, "  bogus");
+  ASSERT_EQ(Compile("proc P(int n)\n  n = n / (n - n)\nendproc\n"), TAMBER_OK);
+  EXPECT_EQ(Error().code, 0);
+  EXPECT_EQ(tamber_run(context_, "P"), TAMBER_FAILED);
+  EXPECT_STREQ(Error().name, "ERR_PROCPARMCOUNT");
+  tamber_push_int(context_, 1);
+  EXPECT_EQ(tamber_run(context_, "P"), TAMBER_FAILED);
+  EXPECT_STREQ(Error().name, "ERR_DIVIDEBYZERO");
+  EXPECT_STREQ(Error().procedure, "P");
+}
+
+int Repeat(tamber_call* call, void* user) {
+  const char* text = nullptr;
+  size_t length = 0;
+  int32_t times = 0;
+  uint32_t count = 0;
+  EXPECT_EQ(tamber_arg_count(call, &count), TAMBER_OK);
+  EXPECT_EQ(count, 2u);
+  EXPECT_EQ(tamber_arg_text(call, 0, &text, &length), TAMBER_OK);
+  EXPECT_EQ(tamber_arg_int(call, 1, &times), TAMBER_OK);
+  EXPECT_EQ(tamber_arg_int(call, 2, &times), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_arg_int(call, 0, &times), TAMBER_WRONG_TYPE);
+  *static_cast<tamber_call**>(user) = call;
+  if (times < 0) return tamber_raise(call, 101, "times");
+  if (times == 0) return TAMBER_FAILED;
+  std::string all;
+  for (int32_t i = 0; i < times; ++i) all.append(text, length);
+  return tamber_return_text(call, all.data(), all.size());
+}
+
+TEST_F(CInterfaceTest, FunctionsOfTheHostAreBuiltIns) {
+  tamber_call* stale = nullptr;
+  EXPECT_EQ(tamber_register(context_, "nonsense", Repeat, &stale), TAMBER_FAILED);
+  ASSERT_EQ(tamber_register(context_, "string Repeat (string Text, int Times)", Repeat, &stale),
+            TAMBER_OK);
+  ASSERT_EQ(Compile("int Run(int n)\n  ErrHandler = INLINE_HANDLER\n"
+                    "  Print(Repeat(\"ab\", n) + \"\\n\")\n  return ErrCode\nendproc\n"),
+            TAMBER_OK);
+  int32_t code = -1;
+  tamber_push_int(context_, 2);
+  EXPECT_EQ(tamber_run(context_, "Run"), TAMBER_OK);
+  EXPECT_EQ(output_, "abab\n");
+  tamber_push_int(context_, -1);
+  EXPECT_EQ(tamber_run(context_, "Run"), TAMBER_OK);
+  EXPECT_EQ(tamber_result_int(context_, &code), TAMBER_OK);
+  EXPECT_EQ(code, 101);
+  tamber_push_int(context_, 0);
+  EXPECT_EQ(tamber_run(context_, "Run"), TAMBER_FAILED);
+  EXPECT_STREQ(Error().detail, "Repeat");
+  uint32_t count = 0;
+  EXPECT_EQ(tamber_arg_count(stale, &count), TAMBER_BAD_HANDLE) << "the call has ended";
+}
+
+TEST_F(CInterfaceTest, NullAndStalePointersAreRefused) {
+  tamber_context* gone = tamber_new();
+  EXPECT_EQ(tamber_free(gone), TAMBER_OK);
+  tamber_context* other = tamber_new();
+  int32_t number = 0;
+  int object = 0;
+  for (tamber_context* bad :
+       {static_cast<tamber_context*>(nullptr), gone, reinterpret_cast<tamber_context*>(&object)}) {
+    EXPECT_EQ(tamber_free(bad), TAMBER_BAD_HANDLE);
+    EXPECT_EQ(tamber_run(bad, "main"), TAMBER_BAD_HANDLE);
+    EXPECT_EQ(tamber_push_int(bad, 1), TAMBER_BAD_HANDLE);
+    EXPECT_EQ(tamber_get_int(bad, "ErrCode", &number), TAMBER_BAD_HANDLE);
+  }
+  EXPECT_EQ(tamber_get_int(other, nullptr, &number), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_get_int(other, "ErrCode", nullptr), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_compile_text(other, "x", nullptr, 1), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_run(other, nullptr), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_register(other, "int F ()", nullptr, nullptr), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_get_error(other, nullptr), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_free(other), TAMBER_OK);
+}
+
+TEST_F(CInterfaceTest, AContextFreedWhileItRunsEndsWithItsRun) {
+  const auto free = [](tamber_call* call, void* user) -> int {
+    tamber_free(static_cast<tamber_context*>(user));
+    return tamber_return_int(call, 5);
+  };
+  tamber_context* context = tamber_new();
+  tamber_set_output(context, Collect, &output_);
+  ASSERT_EQ(tamber_register(context, "int Free ()", free, context), TAMBER_OK);
+  const std::string script = "proc main()\n  Print(\"freed \" + Free())\nendproc\n";
+  ASSERT_EQ(tamber_compile_text(context, "t", script.data(), script.size()), TAMBER_OK);
+  EXPECT_EQ(tamber_run(context, "main"), TAMBER_OK);
+  EXPECT_EQ(output_, "freed 5");
+  EXPECT_EQ(tamber_run(context, "main"), TAMBER_BAD_HANDLE);
+}
+
+TEST_F(CInterfaceTest, ThreadsHaveContextsOfTheirOwn) {
+  const auto work = [] {
+    for (int i = 0; i < 50; ++i) {
+      tamber_context* context = tamber_new();
+      const std::string script = "int Next(int n)\n  return n + 1\nendproc\n";
+      tamber_compile_text(context, "t", script.data(), script.size());
+      tamber_push_int(context, i);
+      EXPECT_EQ(tamber_run(context, "Next"), TAMBER_OK);
+      int32_t next = 0;
+      EXPECT_EQ(tamber_result_int(context, &next), TAMBER_OK);
+      EXPECT_EQ(next, i + 1);
+      tamber_free(context);
+    }
+  };
+  std::thread first(work), second(work);
+  first.join();
+  second.join();
+}
+
+}  // namespace

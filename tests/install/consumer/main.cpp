@@ -1,0 +1,16 @@
+#include <tamber/tamber.h>
+
+#include <iostream>
+// Found under both names, as one file.
+#include <tamber.h>
+
+int main() {
+  TamberContext context;
+  RegisterFunction(context, "int Twice (int N)", [](int32_t n) { return 2 * n; });
+  if (!context.CompileScriptBuffer("consumer", "int Run(int n)\n  return Twice(n) + 1\nendproc\n", 1))
+    return 1;
+  const auto result = Call<int32_t>(context, "Run", 20);
+  if (!result) return 1;
+  std::cout << result.Value() << '\n';
+  return 0;
+}

@@ -1,0 +1,157 @@
+#!/usr/bin/env python3
+"""The installed library as programs find it. install_test.py SOURCE BUILD COMPILER CXX_ID [TEST...]"""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Wconversion", "-Werror"]
+# g++ 12 sees overlapping copies in every `"text" + std::string` (its bug 105651).
+QUIET = {"GNU": ["-Wno-restrict"]}
+
+
+def run(*command, **options):
+    done = subprocess.run([str(c) for c in command], capture_output=True, text=True, check=False, **options)
+    if done.returncode != 0:
+        raise AssertionError(f"{' '.join(map(str, command))}\n{done.stdout}{done.stderr}")
+    return done.stdout
+
+
+def public_symbols(library):
+    """What the library shows, without the version of the ABI and without the second copies of constructors."""
+    shown = set()
+    for line in run("nm", "-DC", "--defined-only", library).splitlines():
+        kind, name = re.sub(r"^[0-9a-f]* *", "", line).split(" ", 1)
+        if kind != "A":
+            shown.add(re.sub(r"@@?TAMBER_\d+$", "", name))
+    return sorted(shown)
+
+
+class InstallTest(unittest.TestCase):
+    source, build, compiler, compiler_id = None, None, None, None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.work = pathlib.Path(tempfile.mkdtemp())
+        cls.addClassCleanup(shutil.rmtree, cls.work)
+        run("cmake", "--install", cls.build, "--prefix", cls.work / "first")
+        # What was installed can be moved.
+        cls.prefix = cls.work / "moved here"
+        (cls.work / "first").rename(cls.prefix)
+        cls.include = cls.prefix / "include" / "tamber"
+        cls.library = next(cls.prefix.glob("lib*/**/libKelTamber.so"))
+
+    def configure(self, source, build, *settings):
+        return run("cmake", "-G", "Ninja", "-S", source, "-B", build, f"-DCMAKE_CXX_COMPILER={self.compiler}",
+                   "-DCMAKE_BUILD_TYPE=Release", *settings)
+
+    def test_a_project_finds_the_cmake_package(self):
+        found = f"-DCMAKE_PREFIX_PATH={self.prefix}"
+        project, build = self.source / "tests/install/consumer", self.work / "cmake"
+        self.configure(project, build, found, "-DTAMBER_WANTED=0.1")
+        run("cmake", "--build", build)
+        self.assertEqual(run(build / "consumer"), "41\n")
+        with self.assertRaisesRegex(AssertionError, "compatible with requested"):
+            self.configure(project, self.work / "newer", found, "-DTAMBER_WANTED=1.0")
+
+    def test_a_program_finds_it_by_pkg_config(self):
+        environment = dict(os.environ, PKG_CONFIG_PATH=str(self.library.parent / "pkgconfig"))
+        # Folders with blanks come back with them escaped, for a shell to read.
+        flags = run("pkg-config", "--cflags", "--libs", "tamber", env=environment).strip()
+        main, program = self.source / "tests/install/consumer/main.cpp", self.work / "by-pkg-config"
+        run("sh", "-c", f"{self.compiler} -std=c++20 '{main}' -o '{program}' {flags}")
+        self.assertEqual(run(program, env=dict(os.environ, LD_LIBRARY_PATH=str(self.library.parent))), "41\n")
+
+    def test_the_command_finds_its_library(self):
+        self.assertEqual(run(self.prefix / "bin/tamber", "-e", 'Print("hi\\n")'), "hi\n")
+        self.assertIn("tamber \\- run", (self.prefix / "share/man/man1/tamber.1").read_text())
+
+    def test_the_examples_build_and_run(self):
+        examples, build = next(self.prefix.glob("share/doc/*/examples")), self.work / "examples"
+        self.configure(examples, build, f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        run("cmake", "--build", build)
+        programs = sorted(p for p in examples.iterdir() if p.suffix in (".cpp", ".c"))
+        self.assertTrue(programs)
+        for program in programs:
+            with self.subTest(program.name):
+                wanted = program.with_suffix(".out").read_text()
+                with tempfile.TemporaryDirectory() as folder:
+                    self.assertEqual(run(build / program.stem, cwd=folder), wanted)
+        for script in examples.glob("*.py"):
+            with self.subTest(script.name):
+                environment = dict(os.environ, LIBTAMBER=str(self.library))
+                self.assertEqual(run(sys.executable, "-B", script, env=environment, cwd=self.work),
+                                 script.with_suffix(".py.out").read_text())
+
+    def test_files_go_below_destdir(self):
+        run("cmake", "--install", self.build, "--prefix", "/opt/tamber",
+            env=dict(os.environ, DESTDIR=str(self.work / "dest")))
+        self.assertTrue((self.work / "dest/opt/tamber/bin/tamber").exists())
+        for file in (self.work / "dest").rglob("*.cmake"):
+            self.assertNotIn(str(self.source), file.read_text(), file)
+
+    def test_the_abi_has_its_own_number(self):
+        self.assertRegex(run("readelf", "-dW", self.library), r"soname: \[libKelTamber\.so\.\d+\]")
+        self.assertRegex(run("nm", "-D", "--with-symbol-versions", self.library),
+                         r"_ZN13TamberContextC1E\w+@@TAMBER_\d+")
+
+    def test_every_public_header_stands_alone(self):
+        for header in sorted(self.include.rglob("*.h")):
+            with self.subTest(header.name):
+                language = ["-x", "c", "-std=c11"] if header.name == "tamber_c.h" else ["-x", "c++", "-std=c++20"]
+                compiler = "cc" if header.name == "tamber_c.h" else self.compiler
+                quiet = [] if header.name == "tamber_c.h" else QUIET.get(self.compiler_id, [])
+                run(compiler, *language, *WARNINGS, *quiet, "-fsyntax-only", "-I", self.include, "-include", header,
+                    os.devnull)
+
+    def test_public_headers_show_nothing_of_others(self):
+        for header in self.include.rglob("*.h"):
+            for name in re.findall(r"^\s*#\s*include\s*<(.*)>", header.read_text(), re.M):
+                # Those of C++ have no dot; of C only two are used, by the C interface.
+                self.assertTrue("." not in name and "/" not in name or name in ("stddef.h", "stdint.h"),
+                                f"{header.name} includes {name}")
+
+    def test_symbols_are_those_under_review(self):
+        if self.compiler_id != "GNU":
+            self.skipTest("which inline functions are there is up to the compiler; the list is that of g++")
+        if "CMAKE_BUILD_TYPE:STRING=Release" not in (self.build / "CMakeCache.txt").read_text():
+            self.skipTest("the list is that of a release build")
+        listed = (self.source / "tests/install/symbols.list").read_text().splitlines()
+        shown = public_symbols(self.library)
+        added, gone = sorted(set(shown) - set(listed)), sorted(set(listed) - set(shown))
+        self.assertEqual((added, gone), ([], []), "see docs/abi.md; scripts/abi --accept makes the list anew")
+
+    def test_a_static_build_shows_nothing(self):
+        build = self.work / "static"
+        self.configure(self.source, build, "-DBUILD_SHARED_LIBS=OFF")
+        for source in ("kel/kelstring", "values/varint", "context/errlist"):
+            item = f"CMakeFiles/tamber_{source.split('/')[0]}.dir/src/{source}.cpp.o"
+            run("ninja", "-C", build, item)
+            shown = [line for line in run("readelf", "-sW", build / item).splitlines()
+                     if re.search(r" (GLOBAL|WEAK) +DEFAULT +\d+ ", line) and not re.search(r" _Z\w*St", line)]
+            self.assertEqual(shown, [], source)
+
+    def test_it_builds_inside_other_projects(self):
+        # Beside the build folder the compiler's command lines are the same, and the cache has the objects already.
+        build = self.build.with_name(self.build.name + "-subproject")
+        self.addCleanup(shutil.rmtree, build, True)
+        project, settings = self.source / "tests/install/subproject", (f"-DTAMBER_SOURCE={self.source}",
+                                                                       "-DTAMBER_WERROR=ON")
+        self.configure(project, self.work / "subdirectory", *settings)
+        self.configure(project, build, "-DUSE_FETCHCONTENT=ON", *settings)
+        run("cmake", "--build", build)
+        self.assertEqual(run(build / "consumer"), "41\n")
+
+
+if __name__ == "__main__":
+    if sys.argv[1] == "--symbols":
+        print("\n".join(public_symbols(sys.argv[2])))
+        sys.exit()
+    InstallTest.source, InstallTest.build = (pathlib.Path(p).resolve() for p in (sys.argv.pop(1), sys.argv.pop(1)))
+    InstallTest.compiler, InstallTest.compiler_id = sys.argv.pop(1), sys.argv.pop(1)
+    unittest.main()
