@@ -19,6 +19,8 @@ set(CPACK_DEBIAN_LIB_PACKAGE_NAME libkeltamber${TAMBER_ABI})
 set(CPACK_DEBIAN_LIB_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_LIB_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_LIB_PACKAGE_GENERATE_SHLIBS ON)
+# Opened when a script first needs it, so that no tool can see it.
+set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "libcurl4")
 set(CPACK_DEBIAN_LIB_DESCRIPTION "Embeddable script engine, shared library")
 
 set(own "libkeltamber${TAMBER_ABI} (= ${PROJECT_VERSION})")

@@ -24,7 +24,7 @@ constexpr const char* kScript =
     "endproc\n"
     "proc main()\n"
     "  Print(\"sharing\")\n"
-    "  Print(Share(10, 0))\n"
+    "  Print(Share(10, 0) + \" each\")\n"
     "endproc\n";
 
 }  // namespace

@@ -1,12 +1,12 @@
 #include "kel/transfer.h"
 
-#include <curl/curl.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <initializer_list>
 #include <memory>
 
+#include "kel/curllib.h"
 #include "kel/fileio.h"
 #include "kel/kelascii.h"
 #include "kel/url.h"
@@ -31,7 +31,8 @@ TransferStatus FailureOf(Task task) {
 
 /// The library is set up once for the process and never torn down: other threads may use it.
 bool StartLibrary() {
-  static const bool started = ::curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  static const bool started =
+      Curl() != nullptr && Curl()->globalInit(CURL_GLOBAL_DEFAULT) == CURLE_OK;
   return started;
 }
 
@@ -39,7 +40,7 @@ bool StartLibrary() {
 class Request {
  public:
   Request(const std::string& url, Task task, const TransferLimits& limits)
-      : url_(Url::Parse(url)), task_(task), curl_(StartLibrary() ? ::curl_easy_init() : nullptr) {
+      : url_(Url::Parse(url)), task_(task), curl_(StartLibrary() ? Curl()->easyInit() : nullptr) {
     if (curl_ == nullptr || !url_) return;
     scheme_ = url_->Get(Url::Part::Scheme);
     Set(CURLOPT_URL, url.c_str());
@@ -51,8 +52,9 @@ class Request {
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
   ~Request() {
-    ::curl_slist_free_all(list_);
-    if (curl_ != nullptr) ::curl_easy_cleanup(curl_);
+    if (curl_ == nullptr) return;
+    Curl()->slistFreeAll(list_);
+    Curl()->easyCleanup(curl_);
   }
 
   bool IsHttp() const { return scheme_.starts_with("http"); }
@@ -62,18 +64,20 @@ class Request {
 
   template <class T>
   void Set(CURLoption option, T value) {
-    ::curl_easy_setopt(curl_, option, value);
+    if (curl_ != nullptr) Curl()->easySetopt(curl_, option, value);
   }
   /// A header line for HTTP, a command for FTP and SFTP.
-  void AddLine(const std::string& line) { list_ = ::curl_slist_append(list_, line.c_str()); }
+  void AddLine(const std::string& line) {
+    if (curl_ != nullptr) list_ = Curl()->slistAppend(list_, line.c_str());
+  }
   curl_slist* Lines() const { return list_; }
 
   TransferStatus Run() {
     if (!url_) return TransferStatus::BadFormat;
     if (curl_ == nullptr) return FailureOf(task_);
-    const CURLcode code = ::curl_easy_perform(curl_);
+    const CURLcode code = Curl()->easyPerform(curl_);
     long response = 0;
-    ::curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &response);
+    Curl()->easyGetinfo(curl_, CURLINFO_RESPONSE_CODE, &response);
     if (code != CURLE_OK) return StatusOf(code, response);
     return IsHttp() ? StatusOfResponse(response) : TransferStatus::Ok;
   }
@@ -173,7 +177,7 @@ class Request {
   /// Whether a protected connection came about; an unprotected one always has.
   bool HasGreeted() const {
     curl_off_t time = 0;
-    ::curl_easy_getinfo(curl_, CURLINFO_APPCONNECT_TIME_T, &time);
+    Curl()->easyGetinfo(curl_, CURLINFO_APPCONNECT_TIME_T, &time);
     return time > 0 || !(IsSftp() || scheme_ == "https" || scheme_ == "ftps");
   }
 

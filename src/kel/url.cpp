@@ -1,10 +1,9 @@
 #include "kel/url.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <array>
 
+#include "kel/curllib.h"
 #include "kel/kelascii.h"
 #include "kel/transfer.h"
 
@@ -14,7 +13,7 @@ namespace {
 constexpr size_t kMaxUrlBytes = 65536;
 
 struct CurlFree {
-  void operator()(char* text) const { ::curl_free(text); }
+  void operator()(char* text) const { Curl()->free(text); }
 };
 using CurlText = std::unique_ptr<char, CurlFree>;
 
@@ -59,7 +58,8 @@ constexpr std::array<std::string_view, 7> kServed = {"http", "https", "ftp", "ft
 /// Whether the system's library was built with this protocol.
 bool IsServed(std::string_view scheme) {
   if (std::find(kServed.begin(), kServed.end(), scheme) == kServed.end()) return false;
-  const curl_version_info_data* info = ::curl_version_info(CURLVERSION_NOW);
+  if (Curl() == nullptr) return false;
+  const curl_version_info_data* info = Curl()->versionInfo(CURLVERSION_NOW);
   for (const char* const* name = info->protocols; *name != nullptr; ++name) {
     if (EqualsNoCase(*name, scheme)) return true;
   }
@@ -98,11 +98,13 @@ UrlKind ClassifyFileUrl(std::string_view rest, std::string& path) {
 }  // namespace
 
 struct Url::Handle {
-  CURLU* value = ::curl_url();
+  CURLU* value = Curl() != nullptr ? Curl()->url() : nullptr;
   Handle() = default;
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
-  ~Handle() { ::curl_url_cleanup(value); }
+  ~Handle() {
+    if (value != nullptr) Curl()->urlCleanup(value);
+  }
 };
 
 Url::Url(std::unique_ptr<Handle> handle) : handle_(std::move(handle)) {}
@@ -113,7 +115,7 @@ std::optional<Url> Url::Parse(std::string_view text) {
   if (text.size() > kMaxUrlBytes || HoldsControl(text)) return std::nullopt;
   auto handle = std::make_unique<Handle>();
   const std::string copy(text);
-  if (handle->value == nullptr || ::curl_url_set(handle->value, CURLUPART_URL, copy.c_str(),
+  if (handle->value == nullptr || Curl()->urlSet(handle->value, CURLUPART_URL, copy.c_str(),
                                                  CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
     return std::nullopt;
   }
@@ -127,7 +129,7 @@ std::optional<Url> Url::Parse(std::string_view text) {
 
 std::string Url::Get(Part part, bool decoded) const {
   char* text = nullptr;
-  if (::curl_url_get(handle_->value, PartOf(part), &text, decoded ? CURLU_URLDECODE : 0) !=
+  if (Curl()->urlGet(handle_->value, PartOf(part), &text, decoded ? CURLU_URLDECODE : 0) !=
       CURLUE_OK) {
     return {};
   }
@@ -142,14 +144,14 @@ std::string Url::WithoutSecrets() const {
 }
 
 std::string Url::ServerRoot() const {
-  CURLU* copy = ::curl_url_dup(handle_->value);
-  ::curl_url_set(copy, CURLUPART_PATH, "/", 0);
-  ::curl_url_set(copy, CURLUPART_QUERY, nullptr, 0);
-  ::curl_url_set(copy, CURLUPART_FRAGMENT, nullptr, 0);
+  CURLU* copy = Curl()->urlDup(handle_->value);
+  Curl()->urlSet(copy, CURLUPART_PATH, "/", 0);
+  Curl()->urlSet(copy, CURLUPART_QUERY, nullptr, 0);
+  Curl()->urlSet(copy, CURLUPART_FRAGMENT, nullptr, 0);
   char* text = nullptr;
-  const bool good = ::curl_url_get(copy, CURLUPART_URL, &text, 0) == CURLUE_OK;
+  const bool good = Curl()->urlGet(copy, CURLUPART_URL, &text, 0) == CURLUE_OK;
   const CurlText owner(text);
-  ::curl_url_cleanup(copy);
+  Curl()->urlCleanup(copy);
   return good ? std::string(text) : std::string();
 }
 

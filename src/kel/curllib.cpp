@@ -1,0 +1,40 @@
+#include "kel/curllib.h"
+
+#include <dlfcn.h>
+
+namespace kel {
+namespace {
+
+template <class Function>
+bool Find(void* library, const char* name, Function& function) {
+  function = reinterpret_cast<Function>(::dlsym(library, name));
+  return function != nullptr;
+}
+
+/// Never closed: its threads and handlers may still be in use when the process ends.
+bool Open(CurlLibrary& curl) {
+  void* const library = ::dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+  return library != nullptr && Find(library, "curl_global_init", curl.globalInit) &&
+         Find(library, "curl_version_info", curl.versionInfo) &&
+         Find(library, "curl_free", curl.free) && Find(library, "curl_easy_init", curl.easyInit) &&
+         Find(library, "curl_easy_cleanup", curl.easyCleanup) &&
+         Find(library, "curl_easy_setopt", curl.easySetopt) &&
+         Find(library, "curl_easy_getinfo", curl.easyGetinfo) &&
+         Find(library, "curl_easy_perform", curl.easyPerform) &&
+         Find(library, "curl_slist_append", curl.slistAppend) &&
+         Find(library, "curl_slist_free_all", curl.slistFreeAll) &&
+         Find(library, "curl_url", curl.url) &&
+         Find(library, "curl_url_cleanup", curl.urlCleanup) &&
+         Find(library, "curl_url_dup", curl.urlDup) && Find(library, "curl_url_get", curl.urlGet) &&
+         Find(library, "curl_url_set", curl.urlSet);
+}
+
+}  // namespace
+
+const CurlLibrary* Curl() {
+  static CurlLibrary curl{};
+  static const bool opened = Open(curl);
+  return opened ? &curl : nullptr;
+}
+
+}  // namespace kel
