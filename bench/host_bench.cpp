@@ -1,9 +1,11 @@
-// What a call between a host and a script costs, beside the same in Lua (scripts/bench-host prints
-// both).
+// What a call between a host and a script costs, beside the same in Lua.
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
+#ifdef TAMBER_BENCH_LUA
 #include <lua.hpp>
+#endif
 
 #include "tamber.h"
 
@@ -27,6 +29,7 @@ void BM_CallWithValues(benchmark::State& state) {
 }
 BENCHMARK(BM_CallWithValues);
 
+#ifdef TAMBER_BENCH_LUA
 void BM_LuaPcallEmpty(benchmark::State& state) {
   lua_State* lua = luaL_newstate();
   luaL_dostring(lua, "function Empty() end");
@@ -37,6 +40,7 @@ void BM_LuaPcallEmpty(benchmark::State& state) {
   lua_close(lua);
 }
 BENCHMARK(BM_LuaPcallEmpty);
+#endif
 
 int32_t Area(int32_t w, int32_t h) { return w * h; }
 
