@@ -7,7 +7,8 @@
 int main() {
   TamberContext context;
   RegisterFunction(context, "int Twice (int N)", [](int32_t n) { return 2 * n; });
-  if (!context.CompileScriptBuffer("consumer", "int Run(int n)\n  return Twice(n) + 1\nendproc\n", 1))
+  if (!context.CompileScriptBuffer("consumer", "int Run(int n)\n  return Twice(n) + 1\nendproc\n",
+                                   1))
     return 1;
   const auto result = Call<int32_t>(context, "Run", 20);
   if (!result) return 1;
