@@ -713,7 +713,10 @@ L_ClrErr:
   state_.errorCode = 0;
   NEXT();
 L_Call : {
-  if (wake_->load(std::memory_order_relaxed) != 0) goto interrupted;
+  if (wake_->load(std::memory_order_relaxed) != 0) {
+    ReleaseArguments(*code->procedures[pc->b], R + pc->a);
+    goto interrupted;
+  }
   SAVE();
   CHECK(PushCall(*code->procedures[pc->b], R + pc->a));
   RELOAD();

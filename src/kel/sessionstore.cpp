@@ -157,13 +157,19 @@ class Backends {
     const std::lock_guard lock(mutex_);
     LeaveParentsAlone();
     std::shared_ptr<StoreBackend>& slot = open_[name];
-    if (slot == nullptr || !slot->IsCurrent()) {
+    if (slot == nullptr || IsStale(*slot)) {
       slot = server ? MakeRedisBackend(name) : MakeSqliteBackend(name);
     }
     return slot;
   }
 
  private:
+  /// A backend that another thread is at work on is in order: that thread may be opening it now.
+  static bool IsStale(StoreBackend& backend) {
+    const std::unique_lock lock(backend.mutex, std::try_to_lock);
+    return lock.owns_lock() && !backend.IsCurrent();
+  }
+
   /// After a fork the parent's connections are not ours to use, nor to close.
   void LeaveParentsAlone() {
     if (process_ == ::getpid()) return;

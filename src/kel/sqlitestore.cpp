@@ -255,7 +255,8 @@ class SqliteBackend final : public StoreBackend {
   }
 
   bool IsBusy() const {
-    const int status = sqlite3_errcode(database_.get());
+    // The extended codes say in their upper bytes what it is that is busy.
+    const int status = sqlite3_errcode(database_.get()) & 0xFF;
     return status == SQLITE_BUSY || status == SQLITE_LOCKED || status == SQLITE_CANTOPEN;
   }
 
