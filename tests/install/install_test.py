@@ -88,6 +88,14 @@ class InstallTest(unittest.TestCase):
                 self.assertEqual(run(sys.executable, "-B", script, env=environment, cwd=self.work),
                                  script.with_suffix(".py.out").read_text())
 
+    def test_a_module_builds_on_its_own(self):
+        folder = self.work / "module"
+        shutil.copytree(self.source / "examples/module", folder)
+        self.configure(folder, folder / "build", f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        run("cmake", "--build", folder / "build")
+        output = run(self.prefix / "bin/tamber", "counter.tam", cwd=folder)
+        self.assertEqual(output, "value 999 after 1 call\nThe counter has reached its highest value\n")
+
     def test_files_go_below_destdir(self):
         run("cmake", "--install", self.build, "--prefix", "/opt/tamber",
             env=dict(os.environ, DESTDIR=str(self.work / "dest")))
