@@ -66,17 +66,19 @@ concept Taken =
     !std::is_reference_v<T> && (KindFor<T>() != Kind::Any || std::is_same_v<T, VariablePtr>)&&(
                                    KindFor<T>() != Kind::String || std::is_same_v<T, std::string> ||
                                    std::is_same_v<T, KelString>);
+/// A value that a C++ function takes by value or by reference to const.
+template <class T>
+concept ReceivedByValue = (!std::is_reference_v<T> ||
+                           std::is_const_v<std::remove_reference_t<T>>)&&!std::is_pointer_v<T> &&
+                          KindFor<T>() != Kind::None && (KindFor<T>() != Kind::Any) &&
+                          (KindFor<T>() != Kind::String ||
+                           std::is_same_v<std::remove_cvref_t<T>, std::string_view> ||
+                           std::is_same_v<std::remove_cvref_t<T>, std::string> ||
+                           std::is_same_v<std::remove_cvref_t<T>, KelString>);
 /// What a C++ function may take from a script that calls it: as above, or a text or a variable on
 /// loan, all by value or by reference to const.
 template <class T>
-concept Received = (!std::is_reference_v<T> ||
-                    std::is_const_v<std::remove_reference_t<T>>)&&!std::is_pointer_v<T> &&
-                       KindFor<T>() != Kind::None && (KindFor<T>() != Kind::Any) &&
-                       (KindFor<T>() != Kind::String ||
-                        std::is_same_v<std::remove_cvref_t<T>, std::string_view> ||
-                        std::is_same_v<std::remove_cvref_t<T>, std::string> ||
-                        std::is_same_v<std::remove_cvref_t<T>, KelString>) ||
-                   kIsVariable<T>;
+concept Received = kIsVariable<T> || ReceivedByValue<T>;
 
 inline void Push(Stack& stack, bool value) { stack.PushCell(Kind::Bool, IntCell(value ? 1 : 0)); }
 inline void Push(Stack& stack, char value) {

@@ -131,7 +131,7 @@ TEST(Des, ChainsBlocksAsTheStandardShows) {
 
 TEST(DesSeal, RoundTripsAnythingAndTellsWrongPasswords) {
   std::mt19937 random(3);
-  for (size_t length : {0, 1, 7, 8, 9, 64, 1001}) {
+  for (size_t length : {0u, 1u, 7u, 8u, 9u, 64u, 1001u}) {
     const std::string plain = RandomBytes(random, length);
     const std::string password = RandomBytes(random, length % 13);
     const std::string sealed = kel::DesSeal(plain, password);
