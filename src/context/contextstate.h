@@ -125,9 +125,6 @@ class ContextState {
   void HandleParseError(const SourcePlace& place);
   /// Reports a run-time error as ErrHandler says and returns the handler's name.
   KelString HandleRunError(const SourcePlace& place);
-  void RegisterPredefined();
-  void RegisterErrorConstants();
-  void RegisterDefaultFunctions(bool skip);
   /// Writes text to the output of a section ("TamberDebug", ...) and empties it.
   void ProcessOutputBuffer(KelString& text, const KelString& section);
   bool IsOutputEnabled(const KelString& section) const;
