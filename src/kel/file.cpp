@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 
 #include "kel/fileio.h"
@@ -28,35 +27,18 @@ FileStamp StampOf(const struct stat& info) {
           Nanoseconds(info.st_ctim)};
 }
 
-ReadStatus StatusOfOpenError(int error) {
-  switch (error) {
-    case ENOENT:
-    case ENOTDIR:
-    case ENAMETOOLONG:
+ReadStatus ReadStatusOf(FileStatus status) {
+  switch (status) {
+    case FileStatus::Ok:
+      return ReadStatus::Ok;
+    case FileStatus::Missing:
       return ReadStatus::Missing;
-    case ENXIO:  // a socket, or a device without a driver
-    case ENODEV:
+    case FileStatus::NotValid:
+    case FileStatus::TooLarge:
       return ReadStatus::NotValid;
     default:
       return ReadStatus::Unreadable;
   }
-}
-
-ReadStatus ReadDescriptor(int descriptor, std::string& out, size_t expected, uint64_t maxBytes) {
-  // One byte more than expected, so that the end shows in the first call after the data.
-  out.resize(expected + 1);
-  size_t used = 0;
-  while (true) {
-    if (used > maxBytes) return ReadStatus::NotValid;
-    if (used == out.size()) out.resize(out.size() + std::max<size_t>(out.size() / 2, 65536));
-    const ssize_t count = ::read(descriptor, out.data() + used, out.size() - used);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return ReadStatus::Unreadable;
-    if (count == 0) break;
-    used += static_cast<size_t>(count);
-  }
-  out.resize(used);
-  return ReadStatus::Ok;
 }
 
 bool IsNullDevice(const struct stat& info) {
@@ -93,20 +75,17 @@ bool GetFileStamp(std::string_view path, FileStamp& stamp) {
 ReadStatus ReadRegularFile(std::string_view path, std::string& out, uint64_t maxBytes,
                            FileStamp* stamp) {
   out.clear();
-  if (HoldsNul(path)) return ReadStatus::Missing;
-  const Descriptor file(
-      ::open(SystemPath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!file.IsOpen()) return StatusOfOpenError(errno);
-  struct stat info;
-  if (::fstat(file.Get(), &info) != 0) return ReadStatus::Unreadable;
-  if (!S_ISREG(info.st_mode) || static_cast<uint64_t>(info.st_size) > maxBytes) {
-    return ReadStatus::NotValid;
+  Descriptor file;
+  uint64_t size = 0;
+  FileStatus status = OpenRegular(Place(path), file, size);
+  if (status == FileStatus::Ok && stamp != nullptr) {
+    struct stat info;
+    if (::fstat(file.Get(), &info) != 0) return ReadStatus::Unreadable;
+    *stamp = StampOf(info);
+    size = stamp->size;  // what is read is what the stamp is about
   }
-  if (stamp != nullptr) *stamp = StampOf(info);
-  const ReadStatus status =
-      ReadDescriptor(file.Get(), out, static_cast<size_t>(info.st_size), maxBytes);
-  if (status != ReadStatus::Ok) out.clear();
-  return status;
+  if (status == FileStatus::Ok) status = ReadAll(file.Get(), size, out, maxBytes);
+  return ReadStatusOf(status);
 }
 
 int OpenForAppend(std::string_view path) {

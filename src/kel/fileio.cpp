@@ -24,14 +24,17 @@ std::string FinalPath(const char* path) {
   return real != nullptr ? std::string(real.get()) : std::string(path);
 }
 
+constexpr mode_t kOwnerOnly = 0600;
+constexpr mode_t kUsual = 0666;
+
 /// Creates a new file beside `name`.
-Descriptor CreateBeside(int dir, const std::string& name, std::string& temporary) {
+Descriptor CreateBeside(int dir, const std::string& name, mode_t mode, std::string& temporary) {
   // A long name keeps its start, so that the temporary one fits too.
   const std::string_view start = std::string_view(name).substr(0, 200);
   for (int attempt = 0; attempt < 16; ++attempt) {
     temporary = Format("%S.%lx.tmp", start, RandomNonce());
     Descriptor file(
-        ::openat(dir, temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666));
+        ::openat(dir, temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
     if (file.IsOpen() || errno != EEXIST) return file;
   }
   return {};
@@ -68,8 +71,19 @@ FileStatus StatusOfErrno(int error, FileStatus otherwise) {
   }
 }
 
-FileStatus OpenRegular(const Place& place, Descriptor& file, uint64_t& size) {
+FileStatus CheckRegular(const Place& place) {
   if (!place.IsFound()) return FileStatus::Missing;
+  struct stat info;
+  const int look = place.IsConfined() ? AT_SYMLINK_NOFOLLOW : 0;
+  if (::fstatat(place.Dir(), place.Name(), &info, look) != 0) {
+    return StatusOfErrno(errno, FileStatus::Unreadable);
+  }
+  return S_ISREG(info.st_mode) ? FileStatus::Ok : FileStatus::NotValid;
+}
+
+FileStatus OpenRegular(const Place& place, Descriptor& file, uint64_t& size) {
+  const FileStatus status = CheckRegular(place);
+  if (status != FileStatus::Ok) return status;
   const int follow = place.IsConfined() ? O_NOFOLLOW : 0;
   file = Descriptor(
       ::openat(place.Dir(), place.Name(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | follow));
@@ -79,6 +93,11 @@ FileStatus OpenRegular(const Place& place, Descriptor& file, uint64_t& size) {
   if (!S_ISREG(info.st_mode)) return FileStatus::NotValid;
   size = static_cast<uint64_t>(info.st_size);
   return FileStatus::Ok;
+}
+
+uint32_t CopiedPermissions(int descriptor) {
+  struct stat info;
+  return ::fstat(descriptor, &info) == 0 ? info.st_mode & 01777 : kOwnerOnly;
 }
 
 int64_t ReadFull(int descriptor, char* buffer, size_t size) {
@@ -125,36 +144,46 @@ bool WriteFull(int descriptor, std::string_view bytes) {
   return true;
 }
 
+int64_t FileReader::Read(char* buffer, size_t size) {
+  if (left_ == 0) return isKnown_ ? 0 : -1;
+  const int64_t count = ReadFull(descriptor_, buffer, std::min<uint64_t>(size, left_));
+  if (count > 0) left_ -= static_cast<uint64_t>(count);
+  return count;
+}
+
+FileStatus ReadAll(int descriptor, uint64_t length, std::string& out, uint64_t maxBytes) {
+  constexpr size_t kRoom = 16384;
+  out.clear();
+  if (length > maxBytes) return FileStatus::TooLarge;
+  FileReader reader(descriptor, length);
+  FileStatus status = FileStatus::Ok;
+  size_t used = 0;
+  for (size_t room = length != 0 ? length : kRoom; room != 0;) {
+    out.resize(used + room);
+    const int64_t count = reader.Read(out.data() + used, room);
+    if (count < 0) status = FileStatus::Unreadable;
+    if (count > 0) used += static_cast<size_t>(count);
+    if (used > maxBytes) status = FileStatus::TooLarge;
+    const bool more = status == FileStatus::Ok && length == 0 && used == out.size();
+    room = more ? std::max(used / 2, kRoom) : 0;
+  }
+  out.resize(status == FileStatus::Ok ? used : 0);
+  return status;
+}
+
 FileStatus ReadFile(const Place& place, std::string& out, uint64_t maxBytes) {
   out.clear();
   Descriptor file;
   uint64_t size = 0;
   const FileStatus status = OpenRegular(place, file, size);
-  if (status != FileStatus::Ok) return status;
-  if (size > maxBytes) return FileStatus::TooLarge;
-  // One byte more than expected, so that the end shows in the first call after the data.
-  out.resize(size + 1);
-  size_t used = 0;
-  while (true) {
-    const int64_t count = ReadFull(file.Get(), out.data() + used, out.size() - used);
-    if (count >= 0) used += static_cast<size_t>(count);
-    const bool ended = count >= 0 && used < out.size();
-    if (count < 0 || used > maxBytes) {
-      out.clear();
-      return count < 0 ? FileStatus::Unreadable : FileStatus::TooLarge;
-    }
-    if (ended) break;
-    out.resize(out.size() + std::max<size_t>(out.size() / 2, 65536));
-  }
-  out.resize(used);
-  return FileStatus::Ok;
+  return status == FileStatus::Ok ? ReadAll(file.Get(), size, out, maxBytes) : status;
 }
 
 ReplacedFile::~ReplacedFile() {
   if (file_.IsOpen()) ::unlinkat(dir_.Get(), temporary_.c_str(), 0);
 }
 
-FileStatus ReplacedFile::Open(const Place& place, Mode mode) {
+FileStatus ReplacedFile::Open(const Place& place, Mode mode, std::optional<uint32_t> newMode) {
   if (!place.IsFound()) return FileStatus::Missing;
   mode_ = mode;
   // A confined place is final already: its last name is no link, or must not be followed.
@@ -176,12 +205,14 @@ FileStatus ReplacedFile::Open(const Place& place, Mode mode) {
       ::faccessat(dir_.Get(), name_.c_str(), W_OK, AT_EACCESS) != 0) {
     return FileStatus::Unwritable;
   }
+  permissions_ = newMode;
   if (exists_) {
-    oldMode_ = old.st_mode & 07777;
+    permissions_ = old.st_mode & 07777;
     owner_ = old.st_uid;
     group_ = old.st_gid;
   }
-  file_ = CreateBeside(dir_.Get(), name_, temporary_);
+  // What will have permissions of its own must not be open to all until it has them.
+  file_ = CreateBeside(dir_.Get(), name_, permissions_ ? kOwnerOnly : kUsual, temporary_);
   return file_.IsOpen() ? FileStatus::Ok : StatusOfErrno(errno, FileStatus::Unwritable);
 }
 
@@ -193,10 +224,9 @@ FileStatus ReplacedFile::Commit(bool flush) {
     if (good && (now.st_uid != owner_ || now.st_gid != group_)) {
       good = ::fchown(file_.Get(), owner_, group_) == 0;
     }
-    good = good && ::fchmod(file_.Get(), oldMode_) == 0;
-  } else if (newMode_ != 0) {
-    good = ::fchmod(file_.Get(), newMode_) == 0;
   }
+  // After the owner, whose change takes the set-user bits away.
+  if (permissions_) good = good && ::fchmod(file_.Get(), *permissions_) == 0;
   good = good && (!flush || ::fsync(file_.Get()) == 0);
   good = file_.Close() && good;
   FileStatus status = good ? FileStatus::Ok : FileStatus::Unwritable;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,8 +15,15 @@ namespace kel {
 /// The status that the last failed system call of an operation stands for.
 FileStatus StatusOfErrno(int error, FileStatus otherwise);
 
+/// Whether the place holds a regular file: NotValid for anything else. Looks before anybody opens
+/// it, for a pipe notices that, and a device may begin to work.
+FileStatus CheckRegular(const Place& place);
+
 /// Opens a regular file for reading and says how long it is now. Never blocks.
 FileStatus OpenRegular(const Place& place, Descriptor& file, uint64_t& size);
+
+/// The permissions for a copy of an open file, which acts for nobody but who runs it.
+uint32_t CopiedPermissions(int descriptor);
 
 /// Reads up to `size` bytes, fewer only at the end of the file; -1 on an error.
 int64_t ReadFull(int descriptor, char* buffer, size_t size);
@@ -24,7 +32,28 @@ int64_t ReadFullAt(int descriptor, uint64_t offset, char* buffer, size_t size);
 /// Writes everything, waiting where it must; false on an error.
 bool WriteFull(int descriptor, std::string_view bytes);
 
-/// Reads a whole regular file of at most `maxBytes`; `out` is empty unless the status is Ok.
+/// Reads an open file from where it stands to the end that it had when it was opened: one that
+/// somebody goes on writing to would else be read for as long as that lasts.
+class FileReader {
+ public:
+  /// A `length` of 0 is believed only once nothing comes: the system's own files, made up as they
+  /// are read, all claim it. Those are read as far as 1 GiB, beyond which they fail.
+  FileReader(int descriptor, uint64_t length)
+      : descriptor_(descriptor), isKnown_(length != 0), left_(isKnown_ ? length : kMaxUnknown) {}
+  /// Reads up to `size` bytes, fewer only at the end; -1 on an error.
+  int64_t Read(char* buffer, size_t size);
+
+ private:
+  static constexpr uint64_t kMaxUnknown = uint64_t{1} << 30;
+  int descriptor_;
+  bool isKnown_;
+  uint64_t left_;
+};
+
+/// Reads what is left of an open file that was `length` bytes long; at most `maxBytes`. `out` is
+/// empty unless the status is Ok.
+FileStatus ReadAll(int descriptor, uint64_t length, std::string& out, uint64_t maxBytes);
+/// The same for a regular file by place.
 FileStatus ReadFile(const Place& place, std::string& out, uint64_t maxBytes);
 
 /// A file that comes into being beside its destination and takes the name only when it is whole.
@@ -42,11 +71,11 @@ class ReplacedFile {
   ~ReplacedFile();
 
   /// Exists: with CreateNew, when the name is taken. NotValid: the destination is no regular file.
-  FileStatus Open(const Place& place, Mode mode = Mode::Replace);
+  /// A file that is not there yet gets the permissions `newMode` if given, else the usual ones.
+  FileStatus Open(const Place& place, Mode mode = Mode::Replace,
+                  std::optional<uint32_t> newMode = std::nullopt);
   int Get() const { return file_.Get(); }
   bool Write(std::string_view bytes) { return WriteFull(file_.Get(), bytes); }
-  /// Permissions of a file that was not there before, instead of the usual ones.
-  void SetMode(uint32_t mode) { newMode_ = mode; }
   /// With `flush`, the bytes are on the disk before the name is: a machine that stops in between
   /// has either file whole. A copy, whose source is still there, may do without.
   FileStatus Commit(bool flush = true);
@@ -58,10 +87,9 @@ class ReplacedFile {
   Descriptor file_;
   Mode mode_ = Mode::Replace;
   bool exists_ = false;
-  uint32_t oldMode_ = 0;
   uint32_t owner_ = 0;
   uint32_t group_ = 0;
-  uint32_t newMode_ = 0;
+  std::optional<uint32_t> permissions_;
 };
 
 /// Puts the bytes under the name in one step.

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 
@@ -64,8 +65,14 @@ LocalTime ToLocalTime(int64_t seconds) {
   const time_t time = seconds;
   tm parts{};
   if (::localtime_r(&time, &parts) == nullptr) return {};
-  return {parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
-          parts.tm_hour,        parts.tm_min,     parts.tm_sec};
+  // The last years of the clock's range do not fit.
+  const int64_t year = std::min<int64_t>(int64_t{parts.tm_year} + 1900, INT32_MAX);
+  return {static_cast<int32_t>(year),
+          parts.tm_mon + 1,
+          parts.tm_mday,
+          parts.tm_hour,
+          parts.tm_min,
+          parts.tm_sec};
 }
 
 FileStatus CreateFile(const Place& place) {
@@ -91,6 +98,7 @@ FileStatus DeleteFile(const Place& place, bool force) {
 
 FileStatus AppendToFile(const Place& place, std::string_view bytes) {
   if (!place.IsFound()) return FileStatus::Missing;
+  if (CheckRegular(place) == FileStatus::NotValid) return FileStatus::NotValid;
   const int follow = place.IsConfined() ? O_NOFOLLOW : 0;
   const Descriptor file(
       ::openat(place.Dir(), place.Name(),

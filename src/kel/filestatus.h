@@ -16,4 +16,11 @@ enum class FileStatus {
   Failed,      ///< the system refused for another reason
 };
 
+/// What became of an operation on two files, and which of them that is about.
+struct PairStatus {
+  FileStatus status = FileStatus::Ok;
+  bool isSecond = false;
+  operator FileStatus() const { return status; }
+};
+
 }  // namespace kel

@@ -17,7 +17,8 @@ constexpr int kGzipForm = 15 + 16;  // the largest window, gzip's header
 /// One side of zlib's stream with the buffers on both ends.
 class Stream {
  public:
-  explicit Stream(bool compress) : compress_(compress), in_(kBlock), out_(kBlock) {
+  Stream(bool compress, const FileReader& source)
+      : compress_(compress), source_(source), in_(kBlock), out_(kBlock) {
     const int result = compress ? ::deflateInit2(&z_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipForm,
                                                  8, Z_DEFAULT_STRATEGY)
                                 : ::inflateInit2(&z_, kGzipForm);
@@ -28,9 +29,9 @@ class Stream {
   ~Stream() { compress_ ? ::deflateEnd(&z_) : ::inflateEnd(&z_); }
 
   /// Reads the next block when nothing is left of the last one.
-  bool Fill(int descriptor) {
+  bool Fill() {
     if (z_.avail_in > 0 || ended_) return true;
-    const int64_t count = ReadFull(descriptor, in_.data(), in_.size());
+    const int64_t count = source_.Read(in_.data(), in_.size());
     if (count < 0) return false;
     ended_ = static_cast<size_t>(count) < in_.size();
     z_.next_in = reinterpret_cast<Bytef*>(in_.data());
@@ -60,6 +61,7 @@ class Stream {
 
  private:
   bool compress_;
+  FileReader source_;
   bool ended_ = false;
   uint64_t taken_ = 0;
   std::vector<char> in_;
@@ -67,11 +69,11 @@ class Stream {
   z_stream z_{};
 };
 
-FileStatus Deflate(int from, ReplacedFile& to, uint64_t& written) {
-  Stream stream(true);
+FileStatus Deflate(const FileReader& from, ReplacedFile& to, uint64_t& written) {
+  Stream stream(true, from);
   int result = Z_OK;
   while (result != Z_STREAM_END) {
-    if (!stream.Fill(from)) return FileStatus::Unreadable;
+    if (!stream.Fill()) return FileStatus::Unreadable;
     std::string_view produced;
     result = stream.Step(produced);
     if (result == Z_STREAM_ERROR) return FileStatus::Failed;
@@ -81,11 +83,12 @@ FileStatus Deflate(int from, ReplacedFile& to, uint64_t& written) {
   return FileStatus::Ok;
 }
 
-FileStatus Inflate(int from, ReplacedFile& to, uint64_t& written, const InflateLimits& limits) {
-  Stream stream(false);
+FileStatus Inflate(const FileReader& from, ReplacedFile& to, uint64_t& written,
+                   const InflateLimits& limits) {
+  Stream stream(false, from);
   uint64_t member = 0;  // bytes that the present member has given
   while (true) {
-    if (!stream.Fill(from)) return FileStatus::Unreadable;
+    if (!stream.Fill()) return FileStatus::Unreadable;
     std::string_view produced;
     const int result = stream.Step(produced);
     member += produced.size();
@@ -95,7 +98,7 @@ FileStatus Inflate(int from, ReplacedFile& to, uint64_t& written, const InflateL
     }
     if (!to.Write(produced)) return FileStatus::Unwritable;
     if (result == Z_STREAM_END) {
-      if (!stream.Fill(from)) return FileStatus::Unreadable;
+      if (!stream.Fill()) return FileStatus::Unreadable;
       if (stream.IsDrained()) return FileStatus::Ok;
       member = 0;
       if (!stream.NextMember()) return FileStatus::Failed;
@@ -105,29 +108,35 @@ FileStatus Inflate(int from, ReplacedFile& to, uint64_t& written, const InflateL
   }
 }
 
-}  // namespace
-
-FileStatus CompressFile(const Place& from, const Place& to, uint64_t& written) {
+/// What both directions have in common; `work` fills the file that takes the destination's name.
+template <class Work>
+PairStatus Repack(const Place& from, const Place& to, uint64_t& written, Work work) {
   written = 0;
   Descriptor source;
   uint64_t size = 0;
   FileStatus status = OpenRegular(from, source, size);
+  if (status != FileStatus::Ok) return {status};
   ReplacedFile target;
-  if (status == FileStatus::Ok) status = target.Open(to);
-  if (status == FileStatus::Ok) status = Deflate(source.Get(), target, written);
-  return status == FileStatus::Ok ? target.Commit() : status;
+  status = target.Open(to, ReplacedFile::Mode::Replace, CopiedPermissions(source.Get()));
+  if (status != FileStatus::Ok) return {status, true};
+  status = work(FileReader(source.Get(), size), target);
+  if (status == FileStatus::Ok) return {target.Commit(), true};
+  return {status, status == FileStatus::Unwritable};
 }
 
-FileStatus DecompressFile(const Place& from, const Place& to, uint64_t& written,
+}  // namespace
+
+PairStatus CompressFile(const Place& from, const Place& to, uint64_t& written) {
+  return Repack(from, to, written, [&](const FileReader& source, ReplacedFile& target) {
+    return Deflate(source, target, written);
+  });
+}
+
+PairStatus DecompressFile(const Place& from, const Place& to, uint64_t& written,
                           const InflateLimits& limits) {
-  written = 0;
-  Descriptor source;
-  uint64_t size = 0;
-  FileStatus status = OpenRegular(from, source, size);
-  ReplacedFile target;
-  if (status == FileStatus::Ok) status = target.Open(to);
-  if (status == FileStatus::Ok) status = Inflate(source.Get(), target, written, limits);
-  return status == FileStatus::Ok ? target.Commit() : status;
+  return Repack(from, to, written, [&](const FileReader& source, ReplacedFile& target) {
+    return Inflate(source, target, written, limits);
+  });
 }
 
 }  // namespace kel

@@ -15,10 +15,11 @@ struct InflateLimits {
   uint64_t ratio = 1000;
 };
 
-/// Both replace the destination only when the whole of it is written, and give its size.
-FileStatus CompressFile(const Place& from, const Place& to, uint64_t& written);
+/// Both replace the destination only when the whole of it is written, and give its size. One that
+/// is new has the source's permissions.
+PairStatus CompressFile(const Place& from, const Place& to, uint64_t& written);
 /// Damaged: not a gzip file, cut short, or not what was compressed. TooLarge: beyond the limits.
-FileStatus DecompressFile(const Place& from, const Place& to, uint64_t& written,
+PairStatus DecompressFile(const Place& from, const Place& to, uint64_t& written,
                           const InflateLimits& limits = {});
 
 }  // namespace kel

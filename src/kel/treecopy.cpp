@@ -30,15 +30,27 @@ void KeepOwner(int descriptor, const struct stat& info) {
   if (::fchown(descriptor, info.st_uid, info.st_gid) != 0) return;
 }
 
+/// Whether an open file is the one that was looked at, and as it was then.
+bool IsUnchanged(int descriptor, const struct stat& info) {
+  struct stat now;
+  return ::fstat(descriptor, &now) == 0 && now.st_dev == info.st_dev && now.st_ino == info.st_ino &&
+         now.st_size == info.st_size && now.st_mtim.tv_sec == info.st_mtim.tv_sec &&
+         now.st_mtim.tv_nsec == info.st_mtim.tv_nsec;
+}
+
 FileStatus CopyOpenFile(int from, int to, const struct stat& info) {
+  const auto length = static_cast<uint64_t>(info.st_size);
   FileStatus status = FileStatus::Ok;
-  if (!CopyContents(from, to, status)) return status;
+  // A full disk is no lack of permission.
+  if (!CopyContents(from, length, to, status)) return FileStatus::Failed;
   if (::lseek(from, 0, SEEK_SET) != 0 || ::lseek(to, 0, SEEK_SET) != 0) return FileStatus::Failed;
-  if (!SameContents(from, to, status)) return FileStatus::Unwritable;
+  if (!SameContents(from, to, length, status)) return FileStatus::Unwritable;
   KeepOwner(to, info);
   if (::fchmod(to, info.st_mode & 07777) != 0) return FileStatus::Unwritable;
   KeepTimes(to, info);
-  return ::fsync(to) == 0 ? FileStatus::Ok : FileStatus::Unwritable;
+  if (::fsync(to) != 0) return FileStatus::Unwritable;
+  // What somebody else adds while it is copied would be lost with the source.
+  return IsUnchanged(from, info) ? FileStatus::Ok : FileStatus::Failed;
 }
 
 FileStatus CopyRegular(int dir, const char* name, int target, const char* newName,

@@ -52,19 +52,20 @@ bool Convert(Call& call, std::string_view path, const std::string& from, const s
   }
   if (to == kUtf8 && converted.starts_with(kUtf8Mark)) converted.erase(0, kUtf8Mark.size());
   const kel::Place place = PlaceOf(call, path, kel::Access::Write);
-  return Succeeded(call, kel::ReplaceFile(place, converted), path);
+  return SucceededOr(call, kel::ReplaceFile(place, converted), ERR_FILEWRITEFAIL, path);
 }
 
-using Pack = kel::FileStatus (*)(const kel::Place&, const kel::Place&, uint64_t&);
+using Pack = kel::PairStatus (*)(const kel::Place&, const kel::Place&, uint64_t&);
 
 int32_t Repack(Call& call, std::string_view source, std::string_view target, Pack pack) {
   const kel::Place from = PlaceOf(call, source, kel::Access::Read);
   const kel::Place to = PlaceOf(call, target, kel::Access::Write);
   if (HasFailed(call)) return -1;
   uint64_t written = 0;
-  const kel::FileStatus status = pack(from, to, written);
+  const kel::PairStatus status = pack(from, to, written);
   const bool bomb = status == kel::FileStatus::TooLarge;
-  if (!SucceededOr(call, status, bomb ? ERR_STRINGTOOBIG : ERR_FUNCFAILED, source)) return -1;
+  const int32_t code = bomb ? ERR_STRINGTOOBIG : ERR_FUNCFAILED;
+  if (!SucceededOr(call, status, code, status.isSecond ? target : source)) return -1;
   return SizeResult(call, written, target);
 }
 
@@ -94,9 +95,8 @@ bool Compare(Call& call, std::string_view first, std::string_view second) {
   const kel::Place left = PlaceOf(call, first, kel::Access::Read);
   const kel::Place right = PlaceOf(call, second, kel::Access::Read);
   bool equal = false;
-  const kel::FileStatus status = kel::CompareFiles(left, right, equal);
-  const bool firstMissing = kel::GetFileStat(left).kind == kel::FileKind::Missing;
-  return Succeeded(call, status, firstMissing ? first : second) && equal;
+  const kel::PairStatus status = kel::CompareFiles(left, right, equal);
+  return Succeeded(call, status, status.isSecond ? second : first) && equal;
 }
 
 int32_t Compress(Call& call, std::string_view source, std::string_view target) {
