@@ -191,6 +191,10 @@ class PcreRegex final : public Regex {
     const bool utf8 = CountsCharacters(subjectIsUtf8);
     Code* code = Get(plain_, utf8, 0);
     if (code == nullptr) return RegexStatus::kNoMatch;
+    // A search in pieces would begin anew at each of them.
+    if (options_.whole && subject.size() - from > reach_) {
+      return FindGuarded(subject, from, utf8, budget);
+    }
     while (subject.size() - from > reach_) {
       size_t end = from + reach_;
       if (utf8) end = CharacterStart(subject, end);
@@ -230,6 +234,7 @@ class PcreRegex final : public Regex {
     flags |= utf8 ? PCRE2_UTF : PCRE2_NEVER_UTF;
     if (!options_.caseSensitive) flags |= PCRE2_CASELESS;
     if (options_.multiline) flags |= PCRE2_MULTILINE;
+    if (options_.whole) flags |= PCRE2_ANCHORED | PCRE2_ENDANCHORED;
     return flags;
   }
 

@@ -9,6 +9,7 @@ namespace kel {
 struct PcreOptions {
   bool caseSensitive = true;
   bool multiline = false;  ///< "^" and "$" also match at the line ends inside the subject
+  bool whole = false;      ///< only a match of the whole subject counts
 };
 
 /// Compiles a Perl-style pattern; null with `fault` set when it is malformed.

@@ -22,12 +22,12 @@ bool NamesIn(Call& call, std::string_view dir, std::vector<std::string>& names) 
   return Succeeded(call, kel::ListFileNames(place, names), dir);
 }
 
-/// The whole of a name must match, alternatives included.
 std::unique_ptr<kel::Regex> CompileWhole(Call& call, std::string_view pattern, bool caseSensitive) {
   kel::RegexFault fault;
   kel::PcreOptions options;
   options.caseSensitive = caseSensitive;
-  auto regex = kel::CompilePcre("\\A(?:" + std::string(pattern) + ")\\z", options, fault);
+  options.whole = true;
+  auto regex = kel::CompilePcre(pattern, options, fault);
   if (regex == nullptr) call.Fail(ERR_INVALIDPARAM, fault.message);
   return regex;
 }
