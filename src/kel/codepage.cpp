@@ -34,14 +34,14 @@ struct NumberedPage {
 
 /// Numbers whose pages the converter does not know as "CP" and the number.
 constexpr std::array kNumberedPages = {
-    NumberedPage{1200, "UTF-16LE"},   NumberedPage{1201, "UTF-16BE"},
-    NumberedPage{10000, "MACINTOSH"}, NumberedPage{12000, "UTF-32LE"},
-    NumberedPage{12001, "UTF-32BE"},  NumberedPage{20127, "ASCII"},
-    NumberedPage{20866, "KOI8-R"},    NumberedPage{20932, "EUC-JP"},
-    NumberedPage{21866, "KOI8-U"},    NumberedPage{50220, "ISO-2022-JP"},
-    NumberedPage{51932, "EUC-JP"},    NumberedPage{51949, "EUC-KR"},
-    NumberedPage{54936, "GB18030"},   NumberedPage{65000, "UTF-7"},
-    NumberedPage{65001, "UTF-8"},
+    NumberedPage{37, "CP037"},          NumberedPage{1200, "UTF-16LE"},
+    NumberedPage{1201, "UTF-16BE"},     NumberedPage{10000, "MACINTOSH"},
+    NumberedPage{12000, "UTF-32LE"},    NumberedPage{12001, "UTF-32BE"},
+    NumberedPage{20127, "ASCII"},       NumberedPage{20866, "KOI8-R"},
+    NumberedPage{20932, "EUC-JP"},      NumberedPage{21866, "KOI8-U"},
+    NumberedPage{50220, "ISO-2022-JP"}, NumberedPage{51932, "EUC-JP"},
+    NumberedPage{51949, "EUC-KR"},      NumberedPage{54936, "GB18030"},
+    NumberedPage{65000, "UTF-7"},       NumberedPage{65001, "UTF-8"},
 };
 
 std::string NameOfNumber(int64_t number) {

@@ -1,6 +1,5 @@
 #include "kel/linefile.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "kel/fileio.h"
@@ -24,7 +23,6 @@ FileStatus LineFile::Load(const Place& place, LineFile& out) {
 }
 
 LineFile::LineFile(std::string text) : text_(std::move(text)) {
-  lines_.reserve(static_cast<size_t>(std::count(text_.begin(), text_.end(), '\n')) + 1);
   for (size_t at = 0; at < text_.size();) {
     const size_t end = text_.find('\n', at);
     const size_t next = end == std::string::npos ? text_.size() : end + 1;
@@ -71,6 +69,7 @@ bool LineFile::Add(std::string_view text) {
   const bool open = !lines_.empty() && EndLength(ViewOf(lines_.back())) == 0;
   if (open) {
     const std::string last = std::string(ViewOf(lines_.back())) + end_;
+    garbage_ += lines_.back().length;
     lines_.back() = Append(last).front();
   }
   const auto added = Append(open ? std::string(text) : std::string(text) + end_);
@@ -81,14 +80,27 @@ bool LineFile::Add(std::string_view text) {
 
 bool LineFile::Delete(int32_t line) {
   if (line < 1 || static_cast<uint32_t>(line) > Count()) return false;
-  lines_.erase(lines_.begin() + (line - 1));
+  const auto removed = lines_.begin() + (line - 1);
+  garbage_ += removed->length;
+  lines_.erase(removed);
+  DropGarbage();
   changed_ = true;
   return true;
 }
 
+/// A file that lines are added to and taken from for ever holds little more than what is left.
+void LineFile::DropGarbage() {
+  constexpr uint64_t kWorthIt = 65536;
+  if (garbage_ < kWorthIt || garbage_ < text_.size() / 2) return;
+  text_ = Text();
+  garbage_ = 0;
+  uint64_t at = 0;
+  for (Span& line : lines_) line.start = std::exchange(at, at + line.length);
+}
+
 std::string LineFile::Text() const {
   std::string text;
-  text.reserve(text_.size());
+  text.reserve(text_.size() - garbage_);
   for (const Span& line : lines_) text += ViewOf(line);
   return text;
 }

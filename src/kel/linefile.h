@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,10 +47,12 @@ class LineFile {
     return std::string_view(text_).substr(span.start, span.length);
   }
   std::vector<Span> Append(std::string_view text);
+  void DropGarbage();
 
-  std::string text_;  // what was read, and behind it whatever has been added
-  std::vector<Span> lines_;
-  std::string end_;  // of the lines that are added
+  std::string text_;        // what was read, and behind it whatever has been added
+  uint64_t garbage_ = 0;    // bytes of it that belong to no line any more
+  std::deque<Span> lines_;  // so that lines are taken from the start as fast as from the end
+  std::string end_;         // of the lines that are added
   bool changed_ = false;
 };
 

@@ -55,6 +55,23 @@ TEST(LineFile, AddedTextFitsIn) {
   EXPECT_EQ(LineOf(bytes, 1), std::string("x\0y\r", 4));
 }
 
+TEST(LineFile, LinesAreTakenFromTheStartAsFastAsFromTheEnd) {
+  constexpr int kLines = 300000;
+  std::string text;
+  for (int i = 0; i < kLines; ++i) text += "line\n";
+  LineFile file(text);
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < kLines; ++i) {
+    file.Delete(1);
+    if (i % 3 == 0) file.Add(std::to_string(i));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_EQ(file.Count(), 100000U);
+  EXPECT_EQ(LineOf(file, 1), "0");
+  EXPECT_EQ(LineOf(file, 100000), "299997");
+  EXPECT_EQ(file.Text().substr(0, 8), "0\n3\n6\n9\n");
+}
+
 class TextFileTest : public TempDirTest {};
 
 TEST_F(TextFileTest, RewritingKeepsModeOwnerAndLinks) {
@@ -133,6 +150,7 @@ TEST(CodePage, NumbersNamesAndWhatCannotBeSaid) {
   EXPECT_EQ(CodePageName("28605"), "ISO-8859-15");
   EXPECT_EQ(CodePageName(" 65001 "), "UTF-8");
   EXPECT_EQ(CodePageName("latin1"), "latin1");
+  EXPECT_EQ(CodePageName("037"), "CP037");
   for (const char* page : {"", "0", "99999", "nonsense", "UTF-8//IGNORE", "CP1252//TRANSLIT"}) {
     EXPECT_EQ(CodePageName(page), "") << page;
   }
