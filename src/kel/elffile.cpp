@@ -3,15 +3,44 @@
 #include <gelf.h>
 #include <libelf.h>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <memory>
+#include <string_view>
+
+#include "kel/fileio.h"
 
 namespace kel {
 namespace {
 
 constexpr size_t kMaxNames = 65536;
+/// Of a section that is read; no program has half as many names.
+constexpr uint64_t kMaxSectionBytes = uint64_t{64} << 20;
+
+/// Whether a file has so many sections that their number does not fit its header: only what a
+/// compiler leaves to be linked has. The library would take memory by that number, and by nothing
+/// but the file's word.
+bool HasHugeTable(int descriptor) {
+  std::array<char, 64> header{};
+  const int64_t size = ReadFullAt(descriptor, 0, header.data(), header.size());
+  const bool is64 = header[EI_CLASS] == ELFCLASS64;
+  const size_t offsetAt = is64 ? offsetof(Elf64_Ehdr, e_shoff) : offsetof(Elf32_Ehdr, e_shoff);
+  const size_t countAt = is64 ? offsetof(Elf64_Ehdr, e_shnum) : offsetof(Elf32_Ehdr, e_shnum);
+  const std::string_view bytes(header.data(), static_cast<size_t>(std::max<int64_t>(size, 0)));
+  const std::string_view zeros("\0\0\0\0\0\0\0", 8);
+  return bytes.size() > countAt + 1 && bytes.substr(countAt, 2) == zeros.substr(0, 2) &&
+         bytes.substr(offsetAt, is64 ? 8 : 4) != zeros.substr(0, is64 ? 8 : 4);
+}
+
+bool IsSmall(Elf_Scn* section) {
+  GElf_Shdr header;
+  return ::gelf_getshdr(section, &header) != nullptr && header.sh_size <= kMaxSectionBytes;
+}
 
 void AddNeeded(Elf* elf, Elf_Scn* section, const GElf_Shdr& header,
                std::vector<std::string>& names) {
+  if (!IsSmall(section) || !IsSmall(::elf_getscn(elf, header.sh_link))) return;
   Elf_Data* data = ::elf_getdata(section, nullptr);
   if (data == nullptr || header.sh_entsize == 0) return;
   const uint64_t count = header.sh_size / header.sh_entsize;
@@ -30,7 +59,7 @@ void AddNeeded(Elf* elf, Elf_Scn* section, const GElf_Shdr& header,
 
 bool NeededLibraries(int descriptor, std::vector<std::string>& names) {
   names.clear();
-  if (::elf_version(EV_CURRENT) == EV_NONE) return false;
+  if (::elf_version(EV_CURRENT) == EV_NONE || HasHugeTable(descriptor)) return false;
   // Read, not mapped: a file that shrinks meanwhile must not take the process with it.
   const std::unique_ptr<Elf, int (*)(Elf*)> elf(::elf_begin(descriptor, ELF_C_READ, nullptr),
                                                 &::elf_end);

@@ -1,6 +1,7 @@
 #include "kel/pefile.h"
 
 #include <algorithm>
+#include <new>
 
 namespace kel {
 namespace {
@@ -150,8 +151,11 @@ std::string PeFile::VersionResource() const {
   if (!ReadAt(static_cast<uint32_t>(data), 16, bytes)) return {};
   const uint32_t address = Get32(bytes, 0);
   const uint32_t size = Get32(bytes, 4);
-  if (size > kMaxVersionBytes || !ReadAt(address, size, bytes)) return {};
-  return bytes;
+  uint64_t offset = 0;
+  uint64_t left = 0;
+  if (!Locate(address, offset, left) || size > left) return {};
+  if (size > kMaxVersionBytes) throw std::bad_alloc();
+  return source_->Read(offset, size, bytes) ? bytes : std::string();
 }
 
 }  // namespace kel

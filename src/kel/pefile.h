@@ -16,7 +16,8 @@ class PeFile {
   /// False when the bytes are no such executable. The source stays the caller's.
   bool Open(const ByteSource& source);
 
-  /// The first version resource; "" when there is none.
+  /// The first version resource; "" when there is none. Throws std::bad_alloc for one of more than
+  /// 16 MiB.
   std::string VersionResource() const;
   /// Names of the modules that are imported, in the order of the import table.
   std::vector<std::string> Imports() const;

@@ -1,3 +1,5 @@
+#include <new>
+
 #include "kel/bytesource.h"
 #include "kel/fileio.h"
 #include "kel/importlist.h"
@@ -9,15 +11,20 @@ namespace tamber::files {
 namespace {
 
 /// The version resource of a file, without blocks when it has none; a file that cannot be read sets
-/// the error.
-kel::VersionInfo VersionOf(Call& call, std::string_view path) {
+/// the error. One for which there is no memory counts as none, with `tooLarge` set.
+kel::VersionInfo VersionOf(Call& call, std::string_view path, bool* tooLarge = nullptr) {
   kel::Descriptor file;
   uint64_t size = 0;
   const kel::Place place = PlaceOf(call, path, kel::Access::Read);
   if (!Succeeded(call, kel::OpenRegular(place, file, size), path)) return kel::VersionInfo("");
   const kel::FileSource source(file.Get(), size);
   kel::PeFile executable;
-  return kel::VersionInfo(executable.Open(source) ? executable.VersionResource() : "");
+  try {
+    return kel::VersionInfo(executable.Open(source) ? executable.VersionResource() : "");
+  } catch (const std::bad_alloc&) {
+    if (tooLarge != nullptr) *tooLarge = true;
+  }
+  return kel::VersionInfo("");
 }
 
 }  // namespace
@@ -31,7 +38,10 @@ ArrayResult Modules(Call& call, std::string_view path, bool resolve, bool recurs
 }
 
 bool HasVersionInfo(Call& call, std::string_view path) {
-  return VersionOf(call, path).HasFixedInfo();
+  bool tooLarge = false;
+  const bool has = VersionOf(call, path, &tooLarge).HasFixedInfo();
+  if (tooLarge) call.Fail(ERR_FUNCFAILED, path);
+  return has;
 }
 
 std::string VersionValue(Call& call, std::string_view path, std::string_view language,

@@ -1,3 +1,4 @@
+#include <elf.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -28,27 +29,6 @@ Names ImportsOf(const std::string& image) {
   return file.Open(source) ? file.Imports() : Names();
 }
 
-TEST(PeFile, VersionsOfBothWidths) {
-  for (const bool is64 : {false, true}) {
-    const std::string image = pe::Image(
-        pe::Version("040904b0", {{"ProductVersion", "1, 2, 3, 4"}, {"CompanyName", "Acme \xE9"}},
-                    {{0x409, 0x4B0}}),
-        {"KERNEL32.dll", "user32.dll"}, is64);
-    const VersionInfo info = InfoOf(image);
-    EXPECT_TRUE(info.HasFixedInfo());
-    EXPECT_EQ(info.VersionString(), "1. 2. 3. 4");
-    EXPECT_EQ(VersionPair(info.VersionString(), 0), 65538);
-    EXPECT_EQ(VersionPair(info.VersionString(), 2), 196612);
-    EXPECT_EQ(info.Languages(), Names{"040904b0"});
-    std::string text;
-    EXPECT_TRUE(info.QueryText("\\stringfileinfo\\040904B0\\companyname", text));
-    EXPECT_EQ(text, "Acme \xC3\xA9");
-    EXPECT_FALSE(info.QueryText("\\StringFileInfo\\040904b0\\Missing", text));
-    EXPECT_EQ(ImportsOf(image), (Names{"KERNEL32.dll", "user32.dll"}));
-  }
-  EXPECT_FALSE(InfoOf(pe::Image("", {"a.dll"}, true)).HasFixedInfo());
-}
-
 TEST(PeFile, WhereTheVersionIsLookedFor) {
   const pe::Strings product = {{"ProductVersion", "7.1"}, {"FileVersion", "9.9"}};
   // No translation, one of zeros, and one that has no strings all end at the usual table.
@@ -60,6 +40,10 @@ TEST(PeFile, WhereTheVersionIsLookedFor) {
   // The version of the file is not asked for.
   EXPECT_EQ(VersionInfo(pe::Version("040904E4", {{"FileVersion", "9.9"}}, {})).VersionString(), "");
   EXPECT_EQ(VersionInfo(pe::Version("040704e4", product, {})).Languages(), Names{"040704e4"});
+  std::string text;
+  const VersionInfo accented(pe::Version("040904b0", {{"CompanyName", "Acm\xE9"}}, {}));
+  EXPECT_TRUE(accented.QueryText("\\stringfileinfo\\040904B0\\companyname", text));
+  EXPECT_EQ(text, "Acm\xC3\xA9");
 }
 
 TEST(PeFile, VersionFields) {
@@ -127,6 +111,58 @@ TEST_F(ExecutableTest, NeededLibrariesOfThisProgram) {
     ListImports(all, "cut", {}, modules);
     EXPECT_LE(modules.size(), 100U);
   }
+}
+
+/// The bytes of a structure.
+template <class T>
+std::string_view BytesOf(const T& object) {
+  return {reinterpret_cast<const char*>(&object), sizeof(T)};
+}
+
+TEST_F(ExecutableTest, AFileThatClaimsToBeHugeIsNotBelieved) {
+  constexpr uint32_t kSections = 100000;
+  Elf64_Ehdr header{};
+  std::copy_n(ELFMAG, SELFMAG, header.e_ident);
+  header.e_ident[EI_CLASS] = ELFCLASS64;
+  header.e_ident[EI_DATA] = ELFDATA2LSB;
+  header.e_ident[EI_VERSION] = EV_CURRENT;
+  header.e_type = ET_DYN;
+  header.e_machine = EM_X86_64;
+  header.e_version = EV_CURRENT;
+  header.e_shoff = sizeof header;
+  header.e_ehsize = sizeof header;
+  header.e_shentsize = sizeof(Elf64_Shdr);
+  // The number of sections where it is when it does not fit the header, the rest a hole.
+  Elf64_Shdr first{};
+  first.sh_size = kSections;
+  Put("many", std::string(BytesOf(header)) + std::string(BytesOf(first)));
+  fs::resize_file("many", sizeof header + kSections * sizeof first);
+  // A section of needed libraries that is a hole but for its first entry.
+  header.e_shnum = 3;
+  Elf64_Shdr dynamic{};
+  dynamic.sh_type = SHT_DYNAMIC;
+  dynamic.sh_offset = 512;
+  dynamic.sh_size = uint64_t{1} << 30;
+  dynamic.sh_link = 2;
+  dynamic.sh_entsize = sizeof(Elf64_Dyn);
+  Elf64_Shdr texts{};
+  texts.sh_type = SHT_STRTAB;
+  texts.sh_offset = 400;
+  texts.sh_size = 100;
+  const Elf64_Dyn needed{DT_NEEDED, {1}};
+  std::string image(BytesOf(header));
+  image.append(BytesOf(Elf64_Shdr{})).append(BytesOf(dynamic)).append(BytesOf(texts));
+  image.resize(400);
+  image.append(std::string_view("\0liba.so", 9)).resize(512);
+  Put("wide", image + std::string(BytesOf(needed)));
+  fs::resize_file("wide", 512 + dynamic.sh_size);
+  Names modules;
+  const FilePolicy all;
+  EXPECT_EQ(ListImports(all, "many", {}, modules), FileStatus::NotValid);
+  EXPECT_EQ(ListImports(all, "wide", {}, modules), FileStatus::Ok);
+  EXPECT_EQ(modules, Names());
+  fs::resize_file("wide", 512 + 4096);  // the section is cut short, and the claim with it
+  EXPECT_EQ(ListImports(all, "wide", {}, modules), FileStatus::Ok);
 }
 
 }  // namespace
