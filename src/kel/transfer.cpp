@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <initializer_list>
 #include <memory>
@@ -161,7 +162,8 @@ class Request {
         return TransferStatus::BadPath;
       case CURLE_REMOTE_ACCESS_DENIED:
         if (scheme_.starts_with("smb")) return TransferStatus::ShareName;
-        return task_ == Task::Get || task_ == Task::Probe || response == 550
+        // FTP says so of a directory, too, that is not there.
+        return IsFtp() && (task_ == Task::Get || task_ == Task::Probe || response == 550)
                    ? TransferStatus::BadPath
                    : FailureOf(task_);
       case CURLE_WRITE_ERROR:
@@ -193,15 +195,29 @@ size_t WriteToFile(char* data, size_t size, size_t count, void* descriptor) {
   return WriteFull(*static_cast<int*>(descriptor), {data, bytes}) ? bytes : 0;
 }
 
-size_t ReadFromFile(char* data, size_t size, size_t count, void* descriptor) {
-  const int64_t read = ReadFull(*static_cast<int*>(descriptor), data, size * count);
-  return read < 0 ? size_t{CURL_READFUNC_ABORT} : static_cast<size_t>(read);
+/// What is sent: as many bytes as were announced, whatever becomes of the file meanwhile.
+struct Body {
+  int descriptor;
+  uint64_t size;
+  uint64_t left;
+};
+
+size_t ReadBody(char* data, size_t size, size_t count, void* source) {
+  Body& body = *static_cast<Body*>(source);
+  const uint64_t wanted = std::min<uint64_t>(size * count, body.left);
+  const int64_t read = ReadFull(body.descriptor, data, wanted);
+  if (read < 0 || static_cast<uint64_t>(read) < wanted) return CURL_READFUNC_ABORT;
+  body.left -= wanted;
+  return wanted;
 }
 
 /// Servers that ask for the body again, with credentials this time, get it from the start.
-int SeekFile(void* descriptor, curl_off_t offset, int origin) {
-  return ::lseek(*static_cast<int*>(descriptor), offset, origin) < 0 ? CURL_SEEKFUNC_FAIL
-                                                                     : CURL_SEEKFUNC_OK;
+int SeekBody(void* source, curl_off_t offset, int origin) {
+  Body& body = *static_cast<Body*>(source);
+  const auto at = static_cast<uint64_t>(offset);
+  if (origin != SEEK_SET || at > body.size) return CURL_SEEKFUNC_FAIL;
+  body.left = body.size - at;
+  return ::lseek(body.descriptor, offset, SEEK_SET) < 0 ? CURL_SEEKFUNC_FAIL : CURL_SEEKFUNC_OK;
 }
 
 /// Notes that there is something to read and ends the transfer.
@@ -218,6 +234,13 @@ std::string Quoted(const std::string& path) {
     text += c;
   }
   return text + '"';
+}
+
+/// A URL's path as SFTP takes it in a command: "/~/" is the user's own directory, where a path
+/// without a separator in front begins.
+std::string SftpPath(const Url& url) {
+  const std::string path = url.Get(Url::Part::Path, true);
+  return Quoted(path.starts_with("/~/") ? path.substr(3) : path);
 }
 
 /// A URL's path as FTP takes it in a command: from the user's own directory, "//" from the top.
@@ -247,15 +270,20 @@ TransferStatus Download(const std::string& url, int descriptor, const TransferLi
   return request.Run();
 }
 
-TransferStatus Upload(int descriptor, uint64_t size, const std::string& url,
+TransferStatus Upload(int descriptor, uint64_t size, const std::string& url, bool replace,
                       const TransferLimits& limits) {
   if (::lseek(descriptor, 0, SEEK_SET) != 0) return TransferStatus::LocalRead;
   Request request(url, Task::Put, limits);
   request.Set(CURLOPT_UPLOAD, 1L);
-  request.Set(CURLOPT_READFUNCTION, &ReadFromFile);
-  request.Set(CURLOPT_READDATA, &descriptor);
-  request.Set(CURLOPT_SEEKFUNCTION, &SeekFile);
-  request.Set(CURLOPT_SEEKDATA, &descriptor);
+  Body body{descriptor, size, size};
+  request.Set(CURLOPT_READFUNCTION, &ReadBody);
+  request.Set(CURLOPT_READDATA, &body);
+  request.Set(CURLOPT_SEEKFUNCTION, &SeekBody);
+  request.Set(CURLOPT_SEEKDATA, &body);
+  if (!replace && request.IsHttp()) {
+    request.AddLine("If-None-Match: *");
+    request.Set(CURLOPT_HTTPHEADER, request.Lines());
+  }
   request.Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(size));
   return request.Run();
 }
@@ -270,24 +298,26 @@ TransferStatus DeleteRemote(const std::string& url, const TransferLimits& limits
   if (!address) return TransferStatus::BadFormat;
   if (request.IsFtp()) return RunCommands(url, Task::Delete, limits, {"DELE " + FtpPath(*address)});
   if (request.IsSftp()) {
-    return RunCommands(url, Task::Delete, limits,
-                       {"rm " + Quoted(address->Get(Url::Part::Path, true))});
+    return RunCommands(url, Task::Delete, limits, {"rm " + SftpPath(*address)});
   }
   return TransferStatus::DelFile;
 }
 
-TransferStatus ProbeRemote(const std::string& url, const TransferLimits& limits) {
+TransferStatus CheckFree(const std::string& url, const TransferLimits& limits) {
   Request request(url, Task::Probe, limits);
   bool found = false;
-  request.Set(CURLOPT_FAILONERROR, 0L);
   if (request.IsHttp()) {
     request.Set(CURLOPT_NOBODY, 1L);
-    return request.Run();
+  } else {
+    request.Set(CURLOPT_WRITEFUNCTION, &StopAtFirstByte);
+    request.Set(CURLOPT_WRITEDATA, &found);
   }
-  request.Set(CURLOPT_WRITEFUNCTION, &StopAtFirstByte);
-  request.Set(CURLOPT_WRITEDATA, &found);
   const TransferStatus status = request.Run();
-  return found ? TransferStatus::Ok : status;
+  if (found || status == TransferStatus::Ok) return TransferStatus::Exists;
+  if (status == TransferStatus::BadPath) return TransferStatus::Ok;
+  if (status != TransferStatus::GetFile) return status;
+  // Something that may not be read. Over HTTP what is sent says that it must not replace anything.
+  return request.IsHttp() ? TransferStatus::Ok : TransferStatus::Exists;
 }
 
 bool IsSameServer(const std::string& url, const std::string& other) {
@@ -319,8 +349,7 @@ TransferStatus RenameRemote(const std::string& url, const std::string& newUrl,
   }
   if (request.IsSftp()) {
     return RunCommands(url, Task::Rename, limits,
-                       {"rename " + Quoted(from->Get(Url::Part::Path, true)) + " " +
-                        Quoted(to->Get(Url::Part::Path, true))});
+                       {"rename " + SftpPath(*from) + " " + SftpPath(*to)});
   }
   return TransferStatus::PutFile;
 }

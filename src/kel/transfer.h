@@ -48,12 +48,14 @@ struct TransferLimits {
 
 /// Fetches what the URL names behind the present end of an open file.
 TransferStatus Download(const std::string& url, int descriptor, const TransferLimits& limits = {});
-/// Sends an open file from its start, `size` bytes. What the URL names is replaced.
-TransferStatus Upload(int descriptor, uint64_t size, const std::string& url,
+/// Sends the first `size` bytes of an open file, LocalRead when it has fewer. Unless `replace`, a
+/// server that can refuses a name that is taken: Exists.
+TransferStatus Upload(int descriptor, uint64_t size, const std::string& url, bool replace,
                       const TransferLimits& limits = {});
 TransferStatus DeleteRemote(const std::string& url, const TransferLimits& limits = {});
-/// Ok when there is something that can be read, BadPath when not.
-TransferStatus ProbeRemote(const std::string& url, const TransferLimits& limits = {});
+/// Ok when nothing has the URL's name, or when the server keeps that to itself but will look again
+/// as the name is given; Exists when something has it, or may have.
+TransferStatus CheckFree(const std::string& url, const TransferLimits& limits = {});
 /// Whether both URLs lead to the same server as the same user.
 bool IsSameServer(const std::string& url, const std::string& other);
 /// Gives a file another name on the same server.

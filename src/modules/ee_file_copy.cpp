@@ -20,7 +20,9 @@ void FailNet(Call& call, NetError error, std::string_view url) {
   call.Fail(CodeOf(call, error), kel::UrlWithoutSecrets(url));
 }
 
-bool Transferred(Call& call, kel::TransferStatus status, const std::string& url) {
+/// `local` is the file of this machine that takes part, if one does.
+bool Transferred(Call& call, kel::TransferStatus status, const std::string& url,
+                 const std::string& local = {}) {
   using Status = kel::TransferStatus;
   const std::string shown = kel::UrlWithoutSecrets(url);
   switch (status) {
@@ -60,10 +62,10 @@ bool Transferred(Call& call, kel::TransferStatus status, const std::string& url)
       call.Fail(ERR_FILECREATEFAIL, shown);
       break;
     case Status::LocalRead:
-      call.Fail(ERR_FILEREADFAIL, shown);
+      call.Fail(ERR_FILEREADFAIL, local);
       break;
     case Status::LocalWrite:
-      call.Fail(ERR_FILEWRITEFAIL, shown);
+      call.Fail(ERR_FILEWRITEFAIL, local);
       break;
   }
   return false;
@@ -89,20 +91,19 @@ std::optional<Endpoint> EndpointOf(Call& call, std::string_view text) {
   return std::nullopt;
 }
 
+/// What a status of the file that is to be written means: without it, its directory is missing.
+bool CanBeMade(Call& call, kel::FileStatus status, std::string_view target) {
+  const bool noDirectory = status == kel::FileStatus::Missing;
+  return noDirectory ? SucceededOr(call, status, ERR_FILECREATEFAIL, target)
+                     : Succeeded(call, status, target);
+}
+
 bool CopyHere(Call& call, const std::string& source, const std::string& target, bool force) {
   const kel::Place from = PlaceOf(call, source, kel::Access::Read);
   const kel::Place to = PlaceOf(call, target, kel::Access::Write);
   if (HasFailed(call)) return false;
-  const kel::FileStatus status = kel::CopyFile(from, to, force);
-  const bool noSource = kel::GetFileStat(from).kind == kel::FileKind::Missing;
-  // With a source, it is the directory of the target that is missing.
-  if (status == kel::FileStatus::Missing && !noSource) {
-    return SucceededOr(call, status, ERR_FILECREATEFAIL, target);
-  }
-  const bool aboutSource = status == kel::FileStatus::Missing ||
-                           status == kel::FileStatus::NotValid ||
-                           status == kel::FileStatus::Unreadable;
-  return Succeeded(call, status, aboutSource ? source : target);
+  const kel::PairStatus status = kel::CopyFile(from, to, force);
+  return status.isSecond ? CanBeMade(call, status, target) : Succeeded(call, status, source);
 }
 
 bool Fetch(Call& call, const std::string& url, const std::string& target, bool force) {
@@ -110,22 +111,34 @@ bool Fetch(Call& call, const std::string& url, const std::string& target, bool f
   if (HasFailed(call)) return false;
   kel::ReplacedFile file;
   const auto mode = force ? kel::ReplacedFile::Mode::Force : kel::ReplacedFile::Mode::CreateNew;
-  const kel::FileStatus status = file.Open(to, mode);
-  const bool noDirectory = status == kel::FileStatus::Missing;
-  if (!(noDirectory ? SucceededOr(call, status, ERR_FILECREATEFAIL, target)
-                    : Succeeded(call, status, target))) {
-    return false;
+  return CanBeMade(call, file.Open(to, mode), target) &&
+         Transferred(call, kel::Download(url, file.Get()), url, target) &&
+         CanBeMade(call, file.Commit(), target);
+}
+
+/// A file for what passes through this machine.
+kel::Descriptor OpenStage(Call& call) {
+  kel::Descriptor file = kel::OpenNamelessFile();
+  if (!file.IsOpen()) call.Fail(ERR_FILECREATEFAIL, kel::TemporaryDirectory());
+  return file;
+}
+
+/// Puts a copy with a known size in the place of an open file.
+bool Stage(Call& call, kel::Descriptor& file, uint64_t& size, const std::string& path) {
+  kel::Descriptor stage = OpenStage(call);
+  kel::FileStatus status = kel::FileStatus::Ok;
+  if (!stage.IsOpen()) return false;
+  if (!kel::CopyContents(file.Get(), size, stage.Get(), status)) {
+    return Succeeded(call, status, path);
   }
-  return Transferred(call, kel::Download(url, file.Get()), url) &&
-         Succeeded(call, file.Commit(), target);
+  size = kel::FileLength(stage.Get());
+  file = std::move(stage);
+  return true;
 }
 
 /// Whether nothing stands in the way of a file at the URL.
 bool IsFree(Call& call, const std::string& url) {
-  const kel::TransferStatus status = kel::ProbeRemote(url);
-  if (status == kel::TransferStatus::BadPath || status == kel::TransferStatus::GetFile) return true;
-  return Transferred(call, status == kel::TransferStatus::Ok ? kel::TransferStatus::Exists : status,
-                     url);
+  return Transferred(call, kel::CheckFree(url), url);
 }
 
 bool Send(Call& call, const std::string& source, const std::string& url, bool force) {
@@ -133,19 +146,19 @@ bool Send(Call& call, const std::string& source, const std::string& url, bool fo
   kel::Descriptor file;
   uint64_t size = 0;
   if (!Succeeded(call, kel::OpenRegular(from, file, size), source)) return false;
-  return (force || IsFree(call, url)) && Transferred(call, kel::Upload(file.Get(), size, url), url);
+  // A server is told the size first, which a file that is made up as it is read does not know.
+  if (size == 0 && !Stage(call, file, size, source)) return false;
+  return (force || IsFree(call, url)) &&
+         Transferred(call, kel::Upload(file.Get(), size, url, force), url, source);
 }
 
 bool Relay(Call& call, const std::string& source, const std::string& target, bool force) {
-  kel::Descriptor file = kel::OpenNamelessFile();
-  if (!file.IsOpen()) {
-    call.Fail(ERR_FILECREATEFAIL, kel::TemporaryDirectory());
-    return false;
-  }
-  if (!force && !IsFree(call, target)) return false;
-  if (!Transferred(call, kel::Download(source, file.Get()), source)) return false;
+  const kel::Descriptor file = OpenStage(call);
+  if (!file.IsOpen() || !(force || IsFree(call, target))) return false;
+  const std::string local = kel::TemporaryDirectory();
+  if (!Transferred(call, kel::Download(source, file.Get()), source, local)) return false;
   const uint64_t size = kel::FileLength(file.Get());
-  return Transferred(call, kel::Upload(file.Get(), size, target), target);
+  return Transferred(call, kel::Upload(file.Get(), size, target, force), target, local);
 }
 
 bool CopyBetween(Call& call, const Endpoint& from, const Endpoint& to, bool force) {

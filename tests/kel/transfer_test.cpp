@@ -1,6 +1,7 @@
 #include "kel/transfer.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -78,7 +79,7 @@ class TransferTest : public TempDirTest {
   Status Send(const std::string& url, const std::string& bytes) {
     Put("../sent", bytes);
     const Descriptor file(::open("../sent", O_RDONLY));
-    return Upload(file.Get(), bytes.size(), url, kQuick);
+    return Upload(file.Get(), bytes.size(), url, true, kQuick);
   }
 
   /// What every kind of server has to do.
@@ -88,8 +89,8 @@ class TransferTest : public TempDirTest {
     EXPECT_EQ(fetched_, "contents");
     EXPECT_EQ(Send(root + "new%20name", large), Status::Ok);
     EXPECT_TRUE(Get("new name") == large);
-    EXPECT_EQ(ProbeRemote(root + "file", kQuick), Status::Ok);
-    EXPECT_NE(ProbeRemote(root + "nothing", kQuick), Status::Ok);
+    EXPECT_EQ(CheckFree(root + "file", kQuick), Status::Exists);
+    EXPECT_EQ(CheckFree(root + "nothing", kQuick), Status::Ok);
     EXPECT_EQ(RenameRemote(root + "new%20name", root + "other", kQuick), Status::Ok);
     EXPECT_TRUE(Get("other") == large);
     EXPECT_EQ(DeleteRemote(root + "other", kQuick), Status::Ok);
@@ -122,6 +123,18 @@ TEST_F(TransferTest, Http) {
   EXPECT_EQ(DeleteRemote(root + "forbidden"), Status::DelFile);
   Put("one", "1");
   EXPECT_EQ(RenameRemote(root + "one", root + "file"), Status::Exists);
+  // A name that the server does not talk about is given by the server, or not at all.
+  Put("hidden", "old");
+  Put("../sent", "12345");
+  const Descriptor file(::open("../sent", O_RDONLY));
+  EXPECT_EQ(CheckFree(root + "hidden", kQuick), Status::Ok);
+  EXPECT_EQ(Upload(file.Get(), 5, root + "hidden", false, kQuick), Status::Exists);
+  EXPECT_EQ(Get("hidden"), "old");
+  // A file that grows or shrinks while it is sent.
+  EXPECT_EQ(Upload(file.Get(), 3, root + "sent", false, kQuick), Status::Ok);
+  EXPECT_EQ(Get("sent"), "123");
+  EXPECT_EQ(Upload(file.Get(), 9, root + "sent", true, kQuick), Status::LocalRead);
+  EXPECT_EQ(Get("sent"), "123");
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(Fetch(root + "slow"), Status::Connect);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
@@ -180,6 +193,14 @@ TEST_F(TransferTest, Sftp) {
   const std::string root = "sftp://" + name + "@127.0.0.1:" + server.Port() + dir_ + "/served/";
   RoundTrip(root);
   EXPECT_NE(RenameRemote(root + "file", root + "."), Status::Ok);
+  // From the user's own directory.
+  const fs::path own = fs::relative(dir_ + "/served", ::getpwuid(::geteuid())->pw_dir);
+  const std::string fromHome =
+      "sftp://" + name + "@127.0.0.1:" + server.Port() + "/~/" + own.string() + "/";
+  EXPECT_EQ(Fetch(fromHome + "file"), Status::Ok);
+  EXPECT_EQ(RenameRemote(fromHome + "file", fromHome + "renamed", kQuick), Status::Ok);
+  EXPECT_EQ(DeleteRemote(fromHome + "renamed", kQuick), Status::Ok);
+  EXPECT_FALSE(fs::exists("file") || fs::exists("renamed"));
   // A host that nobody has vouched for is not talked to.
   fs::remove(dir_ + "/home/.ssh/known_hosts");
   EXPECT_EQ(Fetch(root + "file"), Status::Connect);

@@ -1,4 +1,8 @@
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -110,6 +114,92 @@ TEST_F(FilesTest, HandlesThatAreNone) {
   EXPECT_EQ(Get("a.txt"), "one\n");
 }
 
+TEST_F(FilesTest, AnErrorNamesTheFileThatItIsAbout) {
+  fs::create_directory("dir");
+  Put("file", "text");
+  const auto about = [&](const std::string& call) {
+    const std::string result = Eval(call);
+    return result + " " + context_.GetContextErrorText().Str();
+  };
+  EXPECT_EQ(about("FileCopy(\"file\", \"dir\", TRUE)"), "FALSE 104 dir");
+  EXPECT_EQ(about("FileCopy(\"dir\", \"file\", TRUE)"), "FALSE 104 dir");
+  EXPECT_EQ(about("FileCopy(\"file\", \"none/file\")"), "FALSE 105 none/file");
+  EXPECT_EQ(about("FileCopy(\"none/file\", \"file\")"), "FALSE 103 none/file");
+  EXPECT_EQ(about("FileCompare(\"dir\", \"file\")"), "FALSE 104 dir");
+  EXPECT_EQ(about("FileCompare(\"file\", \"dir\")"), "FALSE 104 dir");
+  EXPECT_EQ(about("FileCompress(\"file\", \"none/file\")"), "-1 102 none/file");
+  EXPECT_EQ(about("FileDecompress(\"file\", \"out\")"), "-1 102 file");
+  // A file that is there but cannot be written anew is not missing.
+  const std::string made = "/proc/self/status";
+  EXPECT_EQ(about("FileConvertToCodePage(\"" + made + "\", \"1252\")"), "FALSE 112 " + made);
+}
+
+TEST_F(FilesTest, PatternsMatchWholeNames) {
+  for (const char* name : {"a", "ab", "abc", "b"}) Put(name, "");
+  const auto count = [&](const std::string& pattern) {
+    return Eval("ArrayGetSize(FileFindPcre(\"" + pattern + "\", \"\", TRUE))");
+  };
+  EXPECT_EQ(count("a|b"), "2 0");
+  EXPECT_EQ(count("(?x) a b # two letters"), "1 0");
+  EXPECT_EQ(count("\\\\Qab"), "1 0");
+  EXPECT_EQ(count("a.*?"), "3 0");
+  EXPECT_EQ(count("(?:(?:a|b|c)*)*"), "4 0");
+  for (const char* malformed : {"(", "b)|(?:a.*", "a)", "[", "*"}) {
+    EXPECT_EQ(count(malformed), "0 101") << malformed;
+  }
+}
+
+/// Calls a function in a place where a file system of a few pages is mounted for it alone; false
+/// where the machine does not allow that.
+template <class Body>
+bool OnSmallDisk(const std::string& dir, Body body) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", dir.c_str(), "tmpfs", 0, "size=64k") != 0) {
+      ::_exit(77);
+    }
+    fs::current_path(dir);
+    body();
+    ::_exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  const bool skipped = WIFEXITED(status) && WEXITSTATUS(status) == 77;
+  EXPECT_TRUE(status == 0 || skipped);
+  return !skipped;
+}
+
+TEST_F(FilesTest, AFullDiskLosesNothing) {
+  fs::create_directory("disk");
+  Put("large", std::string(200000, 'x'));
+  std::string random(200000, '\0');
+  std::ifstream("/dev/urandom", std::ios::binary).read(random.data(), 200000);
+  Put("random", random);
+  const bool done = OnSmallDisk("disk", [&] {
+    const std::string old = std::string(30000, 'o') + "\n";
+    Put("file", old);
+    Put("half", std::string(20000, 'h'));
+    EXPECT_EQ(Eval("FileCopy(\"../large\", \"new\")"), "FALSE 112");
+    EXPECT_EQ(Eval("FileCopy(\"../large\", \"file\", TRUE)"), "FALSE 112");
+    EXPECT_EQ(context_.GetContextErrorText().Str(), "file");
+    EXPECT_EQ(Eval("FileMove(\"../large\", \"new\")"), "FALSE 102");
+    EXPECT_EQ(Eval("FileCompress(\"../random\", \"new\")"), "-1 102");
+    EXPECT_EQ(Eval("FileInsertLine(\"file\", 1, \"line\")"), "FALSE 112");
+    EXPECT_EQ(Eval("FileDeleteLine(\"half\", 1)"), "TRUE 0");
+    EXPECT_EQ(Eval("FileConvertToCodePage(\"file\", \"1200\")"), "FALSE 112");
+    EXPECT_EQ(Eval("FileAddLine(\"file\", FileToString(\"../large\", FALSE))"), "FALSE 102");
+    EXPECT_EQ(Run("h = FileTextOpen(\"file\")\nb = FileAddLine(h, FileToString(\"../large\", "
+                  "FALSE))\nb = FileTextClose(h)\nPrint(\"\" + b + ErrCode)"),
+              "FALSE112");
+    EXPECT_EQ(Get("file"), old);
+    EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), 2);
+  });
+  EXPECT_EQ(fs::file_size("large"), 200000U);
+  if (!done) GTEST_SKIP() << "may not mount a small disk here";
+}
+
 TEST_F(FilesTest, FailedTransfersHaveTheirOwnCodes) {
   fs::create_directory("served");
   Put("served/file", "contents");
@@ -145,6 +235,12 @@ TEST_F(FilesTest, FailedTransfersHaveTheirOwnCodes) {
   EXPECT_EQ(code("FileDelete(\"" + root + "forbidden\")", "FILENET_ERR_DELFILE"), failed);
   EXPECT_EQ(Get("got"), "contents");
   EXPECT_EQ(Eval("FileCopy(\"local\", \"" + root + "file\")"), "FALSE 105");
+  Put("served/hidden", "old");
+  EXPECT_EQ(Eval("FileCopy(\"local\", \"" + root + "hidden\")"), "FALSE 105");
+  EXPECT_EQ(Get("served/hidden"), "old");
+  // What is made up as it is read has no size beforehand.
+  EXPECT_EQ(Eval("FileCopy(\"/proc/self/status\", \"" + root + "status\")"), "TRUE 0");
+  EXPECT_TRUE(Get("served/status").starts_with("Name:"));
   EXPECT_EQ(Eval("FileMove(\"local\", \"" + root + "moved\")"), "TRUE 0");
   EXPECT_FALSE(fs::exists("local"));
   EXPECT_EQ(Eval("FileRename(\"" + root + "moved\", \"" + root + "again\")"), "TRUE 0");

@@ -4,7 +4,7 @@
     http_server.py [--user NAME:PASSWORD] [--cert PEM]
 
 Prints its port and serves until standard input ends. /slow never answers, /redirect leads to /file, /away to a file:
-URL, /half ends before the length that it has announced.
+URL, /half ends before the length that it has announced, /hidden may be written but not read.
 """
 
 import argparse
@@ -56,7 +56,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.answer(302, Location="/file")
         elif name == "away":
             self.answer(302, Location="file:///etc/passwd")
-        elif name == "forbidden":
+        elif name in ("forbidden", "hidden"):
             self.answer(403)
         elif name == "half":
             self.send_response(200)
@@ -75,12 +75,17 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def do_PUT(self):
         if self.refused():
             return
-        body = self.rfile.read(int(self.headers["Content-Length"]))
+        length = int(self.headers["Content-Length"])
+        body = self.rfile.read(length)
+        if len(body) < length:
+            return
         name = self.local(self.path)
         if not os.path.isdir(os.path.dirname(name) or "."):
             self.answer(409)
         elif name == "forbidden":
             self.answer(403)
+        elif os.path.exists(name) and self.headers.get("If-None-Match") == "*":
+            self.answer(412)
         else:
             with open(name, "wb") as file:
                 file.write(body)
