@@ -41,7 +41,10 @@ bool StartLibrary() {
 class Request {
  public:
   Request(const std::string& url, Task task, const TransferLimits& limits)
-      : url_(Url::Parse(url)), task_(task), curl_(StartLibrary() ? Curl()->easyInit() : nullptr) {
+      : url_(Url::Parse(url)),
+        task_(task),
+        limits_(limits),
+        curl_(StartLibrary() ? Curl()->easyInit() : nullptr) {
     if (curl_ == nullptr || !url_) return;
     scheme_ = url_->Get(Url::Part::Scheme);
     Set(CURLOPT_URL, url.c_str());
@@ -61,6 +64,7 @@ class Request {
   bool IsHttp() const { return scheme_.starts_with("http"); }
   bool IsFtp() const { return scheme_.starts_with("ftp"); }
   bool IsSftp() const { return scheme_ == "sftp"; }
+  bool IsSmb() const { return scheme_.starts_with("smb"); }
   const Url& Address() const { return *url_; }
 
   template <class T>
@@ -79,12 +83,25 @@ class Request {
     const CURLcode code = Curl()->easyPerform(curl_);
     long response = 0;
     Curl()->easyGetinfo(curl_, CURLINFO_RESPONSE_CODE, &response);
+    if (IsSmb() && IsRefusal(code) && !TakesShare()) return TransferStatus::ShareName;
     if (code != CURLE_OK) return StatusOf(code, response);
     return IsHttp() ? StatusOfResponse(response) : TransferStatus::Ok;
   }
 
  private:
   static size_t Discard(char*, size_t size, size_t count, void*) { return size * count; }
+
+  static bool IsRefusal(CURLcode code) {
+    return code == CURLE_REMOTE_FILE_NOT_FOUND || code == CURLE_REMOTE_ACCESS_DENIED;
+  }
+  /// Whether the server has the share and lets us in. The library says the same of a share as of a
+  /// file in it, so the share is asked for by itself, which ends with another error.
+  bool TakesShare() const {
+    const std::string path = url_->Get(Url::Part::Path);
+    const std::string share = path.substr(0, path.find_first_of("/\\", 1));
+    const Request request(url_->WithPath(share + "/"), Task::Probe, limits_);
+    return request.curl_ != nullptr && !IsRefusal(Curl()->easyPerform(request.curl_));
+  }
 
   void SetLimits(const TransferLimits& limits) {
     Set(CURLOPT_NOSIGNAL, 1L);
@@ -161,7 +178,6 @@ class Request {
       case CURLE_REMOTE_FILE_NOT_FOUND:
         return TransferStatus::BadPath;
       case CURLE_REMOTE_ACCESS_DENIED:
-        if (scheme_.starts_with("smb")) return TransferStatus::ShareName;
         // FTP says so of a directory, too, that is not there.
         return IsFtp() && (task_ == Task::Get || task_ == Task::Probe || response == 550)
                    ? TransferStatus::BadPath
@@ -185,6 +201,7 @@ class Request {
 
   std::optional<Url> url_;
   Task task_;
+  TransferLimits limits_;
   std::string scheme_;
   CURL* curl_;
   curl_slist* list_ = nullptr;
@@ -254,7 +271,7 @@ TransferStatus RunCommands(const std::string& url, Task task, const TransferLimi
                            std::initializer_list<std::string> commands) {
   const auto address = Url::Parse(url);
   if (!address) return TransferStatus::BadFormat;
-  Request request(address->ServerRoot(), task, limits);
+  Request request(address->WithPath("/"), task, limits);
   for (const std::string& command : commands) request.AddLine(command);
   request.Set(CURLOPT_QUOTE, request.Lines());
   request.Set(CURLOPT_NOBODY, 1L);
@@ -286,6 +303,11 @@ TransferStatus Upload(int descriptor, uint64_t size, const std::string& url, boo
   }
   request.Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(size));
   return request.Run();
+}
+
+bool CanDeleteRemote(const std::string& url) {
+  const auto address = Url::Parse(url);
+  return address && !address->Get(Url::Part::Scheme).starts_with("smb");
 }
 
 TransferStatus DeleteRemote(const std::string& url, const TransferLimits& limits) {

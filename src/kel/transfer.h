@@ -52,6 +52,8 @@ TransferStatus Download(const std::string& url, int descriptor, const TransferLi
 /// server that can refuses a name that is taken: Exists.
 TransferStatus Upload(int descriptor, uint64_t size, const std::string& url, bool replace,
                       const TransferLimits& limits = {});
+/// False for smb, whose files the transfer library can read and write only.
+bool CanDeleteRemote(const std::string& url);
 TransferStatus DeleteRemote(const std::string& url, const TransferLimits& limits = {});
 /// Ok when nothing has the URL's name, or when the server keeps that to itself but will look again
 /// as the name is given; Exists when something has it, or may have.

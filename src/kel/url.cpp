@@ -143,9 +143,9 @@ std::string Url::WithoutSecrets() const {
          Get(Part::Path);
 }
 
-std::string Url::ServerRoot() const {
+std::string Url::WithPath(const std::string& path) const {
   CURLU* copy = Curl()->urlDup(handle_->value);
-  Curl()->urlSet(copy, CURLUPART_PATH, "/", 0);
+  Curl()->urlSet(copy, CURLUPART_PATH, path.c_str(), 0);
   Curl()->urlSet(copy, CURLUPART_QUERY, nullptr, 0);
   Curl()->urlSet(copy, CURLUPART_FRAGMENT, nullptr, 0);
   char* text = nullptr;

@@ -21,8 +21,8 @@ class Url {
   std::string Get(Part part, bool decoded = false) const;
   /// The URL without what is nobody else's business.
   std::string WithoutSecrets() const;
-  /// The URL of the server alone, credentials included, with "/" as its path.
-  std::string ServerRoot() const;
+  /// The URL of something else on the server, credentials included.
+  std::string WithPath(const std::string& path) const;
 
  private:
   struct Handle;

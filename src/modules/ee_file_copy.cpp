@@ -201,6 +201,9 @@ bool Move(Call& call, std::string_view source, std::string_view target) {
            Transferred(call, kel::RenameRemote(from->text, to->text), from->text);
   }
   // A source that cannot be deleted afterwards is not copied for nothing.
+  if (from->isRemote && !kel::CanDeleteRemote(from->text)) {
+    return Transferred(call, kel::TransferStatus::DelFile, from->text);
+  }
   if (!from->isRemote) PlaceOf(call, from->text, kel::Access::Write, kel::Links::Keep);
   return !HasFailed(call) && CopyBetween(call, *from, *to, false) && DeleteAt(call, *from, true);
 }

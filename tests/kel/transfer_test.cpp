@@ -208,5 +208,31 @@ TEST_F(TransferTest, Sftp) {
   ::setenv("HOME", before.c_str(), 1);
 }
 
+TEST_F(TransferTest, Smb) {
+  fs::create_directory("../smb");
+  const TestServer server("smb_server.py", {dir_ + "/smb"});
+  if (!server.IsUp()) GTEST_SKIP() << "needs samba, and root to start it";
+  const std::string host = "127.0.0.1:" + server.Port() + "/";
+  const std::string name = ::getpwuid(::geteuid())->pw_name;
+  const std::string root = "smb://" + name + ":secret@" + host;
+  EXPECT_EQ(Fetch(root + "served/file"), Status::Ok);
+  EXPECT_EQ(fetched_, "contents");
+  const std::string large(300000, 'x');
+  EXPECT_EQ(CheckFree(root + "served/new", kQuick), Status::Ok);
+  EXPECT_EQ(Send(root + "served/new", large), Status::Ok);
+  EXPECT_TRUE(Get("new") == large);
+  EXPECT_EQ(CheckFree(root + "served/new", kQuick), Status::Exists);
+  EXPECT_EQ(Fetch(root + "served/none"), Status::BadPath);
+  EXPECT_EQ(Send(root + "served/none/file", "x"), Status::BadPath);
+  EXPECT_EQ(Fetch(root + "none/file"), Status::ShareName);
+  EXPECT_EQ(Fetch(root + "closed/file"), Status::ShareName);
+  EXPECT_EQ(Send(root + "closed/file", "x"), Status::ShareName);
+  EXPECT_EQ(Fetch(root + "served"), Status::BadFormat);
+  EXPECT_EQ(Fetch("smb://" + name + ":wrong@" + host + "served/file"), Status::Password);
+  EXPECT_EQ(Fetch("smb://" + host + "served/file"), Status::Login);
+  EXPECT_EQ(DeleteRemote(root + "served/new", kQuick), Status::DelFile);
+  EXPECT_EQ(Fetch("smb://" + name + ":secret@127.0.0.1:1/served/file"), Status::Connect);
+}
+
 }  // namespace
 }  // namespace kel
