@@ -171,10 +171,11 @@ class Request {
       case CURLE_LOGIN_DENIED:
       case CURLE_FTP_WEIRD_PASS_REPLY:
         return Rejected();
+      // Over HTTP it is not the URL that was given, but the one that the server sends on to.
       case CURLE_URL_MALFORMAT:
-        return TransferStatus::BadFormat;
+        return IsHttp() ? FailureOf(task_) : TransferStatus::BadFormat;
       case CURLE_UNSUPPORTED_PROTOCOL:
-        return TransferStatus::BadProtocol;
+        return IsHttp() ? FailureOf(task_) : TransferStatus::BadProtocol;
       case CURLE_REMOTE_FILE_NOT_FOUND:
         return TransferStatus::BadPath;
       case CURLE_REMOTE_ACCESS_DENIED:

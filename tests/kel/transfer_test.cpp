@@ -115,7 +115,7 @@ TEST_F(TransferTest, Http) {
   RoundTrip(root);
   EXPECT_EQ(Fetch(root + "redirect"), Status::Ok);
   EXPECT_EQ(fetched_, "contents");
-  EXPECT_NE(Fetch(root + "away"), Status::Ok);
+  EXPECT_EQ(Fetch(root + "away"), Status::GetFile);
   EXPECT_EQ(fetched_.find("root:"), std::string::npos);
   EXPECT_EQ(Fetch(root + "half"), Status::GetFile);
   EXPECT_EQ(Fetch(root + "forbidden"), Status::GetFile);
