@@ -1,5 +1,6 @@
 #include "kel/linefile.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "kel/fileio.h"
@@ -13,19 +14,54 @@ size_t EndLength(std::string_view text) {
   return text.ends_with('\n') ? 1 : 0;
 }
 
+std::string_view WithoutEnd(std::string_view line) {
+  line.remove_suffix(EndLength(line));
+  return line;
+}
+
+/// Where the line behind the one at `at` begins.
+size_t NextLine(std::string_view text, size_t at) {
+  const size_t end = text.find('\n', at);
+  return end == std::string_view::npos ? text.size() : end + 1;
+}
+
+uint64_t LinesIn(std::string_view text) {
+  const auto ends = static_cast<uint64_t>(std::count(text.begin(), text.end(), '\n'));
+  return text.empty() || text.back() == '\n' ? ends : ends + 1;
+}
+
 }  // namespace
+
+FileStatus LineFile::CountLines(const Place& place, uint64_t& count) {
+  std::string text;
+  const FileStatus status = ReadFile(place, text, kMaxBytes);
+  count = LinesIn(text);
+  return status;
+}
+
+FileStatus LineFile::GetLine(const Place& place, int32_t line, std::string& text, bool& found) {
+  std::string bytes;
+  const FileStatus status = ReadFile(place, bytes, kMaxBytes);
+  size_t at = 0;
+  for (int32_t i = 1; i < line && at < bytes.size(); ++i) at = NextLine(bytes, at);
+  found = line >= 1 && at < bytes.size();
+  text.clear();
+  if (found) text = WithoutEnd(std::string_view(bytes).substr(at, NextLine(bytes, at) - at));
+  return status;
+}
 
 FileStatus LineFile::Load(const Place& place, LineFile& out) {
   std::string text;
   const FileStatus status = ReadFile(place, text, kMaxBytes);
-  if (status == FileStatus::Ok) out = LineFile(std::move(text));
+  if (status != FileStatus::Ok) return status;
+  if (LinesIn(text) > kMaxLines) return FileStatus::TooLarge;
+  out = LineFile(std::move(text));
   return status;
 }
 
 LineFile::LineFile(std::string text) : text_(std::move(text)) {
   for (size_t at = 0; at < text_.size();) {
-    const size_t end = text_.find('\n', at);
-    const size_t next = end == std::string::npos ? text_.size() : end + 1;
+    const size_t next = NextLine(text_, at);
     lines_.push_back({at, next - at});
     at = next;
   }
@@ -35,8 +71,7 @@ LineFile::LineFile(std::string text) : text_(std::move(text)) {
 
 bool LineFile::Get(int32_t line, std::string_view& text) const {
   if (line < 1 || static_cast<uint32_t>(line) > Count()) return false;
-  text = ViewOf(lines_[static_cast<size_t>(line) - 1]);
-  text.remove_suffix(EndLength(text));
+  text = WithoutEnd(ViewOf(lines_[static_cast<size_t>(line) - 1]));
   return true;
 }
 
@@ -47,8 +82,7 @@ std::vector<LineFile::Span> LineFile::Append(std::string_view text) {
   const size_t first = text_.size();
   text_ += text;
   for (size_t at = first; at < text_.size();) {
-    const size_t end = text_.find('\n', at);
-    const size_t next = end == std::string::npos ? text_.size() : end + 1;
+    const size_t next = NextLine(text_, at);
     added.push_back({at, next - at});
     at = next;
   }

@@ -15,8 +15,14 @@ namespace kel {
 /// end that it came with, and a last line without one stays so.
 class LineFile {
  public:
-  /// A text file of at most 1 GiB is taken.
+  /// A text file of at most 1 GiB is taken, and of so many lines that what is known about each does
+  /// not need more memory than twice that.
   static constexpr uint64_t kMaxBytes = uint64_t{1} << 30;
+  static constexpr uint64_t kMaxLines = uint64_t{1} << 27;
+
+  /// What a single look at a file needs, without knowing all of its lines.
+  static FileStatus CountLines(const Place& place, uint64_t& count);
+  static FileStatus GetLine(const Place& place, int32_t line, std::string& text, bool& found);
 
   static FileStatus Load(const Place& place, LineFile& out);
   /// Takes a text apart.

@@ -100,15 +100,19 @@ bool PathDeleteLine(Call& call, std::string_view path, int32_t line) {
 }
 
 std::string PathLine(Call& call, std::string_view path, int32_t line) {
-  kel::LineFile lines;
-  std::string_view text;
-  if (Load(call, path, lines)) HasLine(call, lines.Get(line, text), path);
-  return std::string(text);
+  const kel::Place place = PlaceOf(call, path, kel::Access::Read);
+  std::string text;
+  bool found = false;
+  const kel::FileStatus status = kel::LineFile::GetLine(place, line, text, found);
+  if (Succeeded(call, status, path)) HasLine(call, found, path);
+  return text;
 }
 
 int32_t PathLineCount(Call& call, std::string_view path) {
-  kel::LineFile lines;
-  return Load(call, path, lines) ? static_cast<int32_t>(lines.Count()) : 0;
+  const kel::Place place = PlaceOf(call, path, kel::Access::Read);
+  uint64_t count = 0;
+  const kel::FileStatus status = kel::LineFile::CountLines(place, count);
+  return Succeeded(call, status, path) ? static_cast<int32_t>(count) : 0;
 }
 
 }  // namespace tamber::files

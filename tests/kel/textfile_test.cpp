@@ -101,6 +101,30 @@ TEST_F(TextFileTest, RewritingKeepsModeOwnerAndLinks) {
   EXPECT_EQ(LineFile::Load(Place(std::string_view("file\0", 5)), lines), FileStatus::Missing);
 }
 
+TEST_F(TextFileTest, SingleLinesOfAFile) {
+  uint64_t count = 0;
+  for (const std::string& text :
+       {std::string(), std::string("one"), std::string("one\n"), std::string("\n\r\n\r"),
+        std::string("one\r\ntwo\nthree"), std::string("\0\n\0", 3)}) {
+    Put("file", text);
+    const LineFile lines(text);
+    ASSERT_EQ(LineFile::CountLines(Place("file"), count), FileStatus::Ok);
+    EXPECT_EQ(count, lines.Count());
+    for (const int32_t line : {INT32_MIN, -1, 0, 1, 2, 3, 4, INT32_MAX}) {
+      std::string found = "?";
+      bool isThere = false;
+      ASSERT_EQ(LineFile::GetLine(Place("file"), line, found, isThere), FileStatus::Ok);
+      EXPECT_EQ(isThere ? found : "none", LineOf(lines, line)) << text << line;
+    }
+  }
+  // More lines than anybody should hold in memory, which are no trouble to count.
+  Put("many", std::string(LineFile::kMaxLines + 1, '\n'));
+  LineFile lines;
+  EXPECT_EQ(LineFile::Load(Place("many"), lines), FileStatus::TooLarge);
+  EXPECT_EQ(LineFile::CountLines(Place("many"), count), FileStatus::Ok);
+  EXPECT_EQ(count, LineFile::kMaxLines + 1);
+}
+
 TEST_F(TextFileTest, CompressedFilesComeBack) {
   std::string text;
   for (int i = 0; i < 40000; ++i) text += std::to_string(i * 7919) + "\n";
