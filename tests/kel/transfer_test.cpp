@@ -1,10 +1,14 @@
 #include "kel/transfer.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <pwd.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <chrono>
+#include <thread>
+#include <vector>
 
 #include "kel/descriptor.h"
 #include "kel/fileio.h"
@@ -155,6 +159,31 @@ TEST_F(TransferTest, NobodyThere) {
   EXPECT_EQ(Fetch("http://127.0.0.1:1/x"), Status::Connect);
   EXPECT_EQ(Fetch("http://no-such-host.invalid/x"), Status::Connect);
   EXPECT_EQ(Fetch("ftp://127.0.0.1:1/x"), Status::Connect);
+}
+
+TEST_F(TransferTest, ServersThatSayNothing) {
+  const Descriptor server(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* const name = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(::bind(server.Get(), name, size), 0);
+  ASSERT_EQ(::listen(server.Get(), 64), 0);
+  ASSERT_EQ(::getsockname(server.Get(), name, &size), 0);
+  const std::string host = "://u:pw@127.0.0.1:" + std::to_string(::ntohs(address.sin_port));
+  constexpr TransferLimits kHurry{1, 1};
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<std::thread> clients;
+  for (const std::string scheme : {"http", "https", "ftp", "ftps", "sftp", "smb"}) {
+    clients.emplace_back([&kHurry, url = scheme + host + "/share/file"] {
+      EXPECT_EQ(Download(url, STDOUT_FILENO, kHurry), Status::Connect) << url;
+      EXPECT_EQ(DeleteRemote(url, kHurry),
+                CanDeleteRemote(url) ? Status::Connect : Status::DelFile);
+    });
+  }
+  for (std::thread& client : clients) client.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 
 TEST_F(TransferTest, CertificatesAreChecked) {
