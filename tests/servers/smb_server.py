@@ -13,6 +13,8 @@ import subprocess
 import sys
 import time
 
+if os.geteuid() != 0:
+    sys.exit("only root can add a user to the server")
 state = pathlib.Path(sys.argv[1]).resolve()
 user = getpass.getuser()
 with socket.socket() as probe:
