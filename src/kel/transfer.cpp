@@ -67,6 +67,13 @@ class Request {
   bool IsSmb() const { return scheme_.starts_with("smb"); }
   const Url& Address() const { return *url_; }
 
+  /// Whether the server has said how long the file is.
+  bool HasLength() const {
+    curl_off_t length = -1;
+    Curl()->easyGetinfo(curl_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    return length >= 0;
+  }
+
   template <class T>
   void Set(CURLoption option, T value) {
     if (curl_ != nullptr) Curl()->easySetopt(curl_, option, value);
@@ -279,6 +286,26 @@ TransferStatus RunCommands(const std::string& url, Task task, const TransferLimi
   return request.Run();
 }
 
+/// Ok when there is a file, BadPath when there is none. With `ask` the server is asked about it,
+/// which not every protocol can and not every server does: GetFile. Otherwise it is read, as far as
+/// the first byte.
+TransferStatus Probe(const std::string& url, bool ask, const TransferLimits& limits) {
+  Request request(url, Task::Probe, limits);
+  bool found = false;
+  if (ask && !request.IsHttp() && !request.IsFtp()) return TransferStatus::GetFile;
+  if (ask) {
+    request.Set(CURLOPT_NOBODY, 1L);
+  } else {
+    request.Set(CURLOPT_WRITEFUNCTION, &StopAtFirstByte);
+    request.Set(CURLOPT_WRITEDATA, &found);
+  }
+  const TransferStatus status = request.Run();
+  if (ask && status == TransferStatus::Ok && request.IsFtp() && !request.HasLength()) {
+    return TransferStatus::GetFile;
+  }
+  return found ? TransferStatus::Ok : status;
+}
+
 }  // namespace
 
 TransferStatus Download(const std::string& url, int descriptor, const TransferLimits& limits) {
@@ -327,20 +354,15 @@ TransferStatus DeleteRemote(const std::string& url, const TransferLimits& limits
 }
 
 TransferStatus CheckFree(const std::string& url, const TransferLimits& limits) {
-  Request request(url, Task::Probe, limits);
-  bool found = false;
-  if (request.IsHttp()) {
-    request.Set(CURLOPT_NOBODY, 1L);
-  } else {
-    request.Set(CURLOPT_WRITEFUNCTION, &StopAtFirstByte);
-    request.Set(CURLOPT_WRITEDATA, &found);
-  }
-  const TransferStatus status = request.Run();
-  if (found || status == TransferStatus::Ok) return TransferStatus::Exists;
+  TransferStatus status = Probe(url, true, limits);
+  if (status == TransferStatus::GetFile) status = Probe(url, false, limits);
+  if (status == TransferStatus::Ok) return TransferStatus::Exists;
   if (status == TransferStatus::BadPath) return TransferStatus::Ok;
   if (status != TransferStatus::GetFile) return status;
   // Something that may not be read. Over HTTP what is sent says that it must not replace anything.
-  return request.IsHttp() ? TransferStatus::Ok : TransferStatus::Exists;
+  const auto address = Url::Parse(url);
+  const bool isHttp = address && address->Get(Url::Part::Scheme).starts_with("http");
+  return isHttp ? TransferStatus::Ok : TransferStatus::Exists;
 }
 
 bool IsSameServer(const std::string& url, const std::string& other) {

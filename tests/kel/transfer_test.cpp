@@ -134,6 +134,8 @@ TEST_F(TransferTest, Http) {
   EXPECT_EQ(CheckFree(root + "hidden", kQuick), Status::Ok);
   EXPECT_EQ(Upload(file.Get(), 5, root + "hidden", false, kQuick), Status::Exists);
   EXPECT_EQ(Get("hidden"), "old");
+  Put("nohead", "old");
+  EXPECT_EQ(CheckFree(root + "nohead", kQuick), Status::Exists);
   // A file that grows or shrinks while it is sent.
   EXPECT_EQ(Upload(file.Get(), 3, root + "sent", false, kQuick), Status::Ok);
   EXPECT_EQ(Get("sent"), "123");
@@ -209,6 +211,9 @@ TEST_F(TransferTest, Ftp) {
   const std::string host = "127.0.0.1:" + server.Port() + "/";
   RoundTrip("ftp://tester:secret@" + host);
   EXPECT_EQ(Fetch("ftp://tester:wrong@" + host + "file"), Status::Password);
+  EXPECT_EQ(CheckFree("ftp://letterbox:secret@" + host + "file", kQuick), Status::Exists);
+  EXPECT_EQ(CheckFree("ftp://letterbox:secret@" + host + "none", kQuick), Status::Ok);
+  EXPECT_EQ(Send("ftp://letterbox:secret@" + host + "new", "x"), Status::Ok);
 }
 
 TEST_F(TransferTest, Sftp) {
@@ -222,10 +227,8 @@ TEST_F(TransferTest, Sftp) {
   const std::string root = "sftp://" + name + "@127.0.0.1:" + server.Port() + dir_ + "/served/";
   RoundTrip(root);
   EXPECT_NE(RenameRemote(root + "file", root + "."), Status::Ok);
-  // From the user's own directory.
-  const fs::path own = fs::relative(dir_ + "/served", ::getpwuid(::geteuid())->pw_dir);
-  const std::string fromHome =
-      "sftp://" + name + "@127.0.0.1:" + server.Port() + "/~/" + own.string() + "/";
+  // From the directory that the server begins in.
+  const std::string fromHome = "sftp://" + name + "@127.0.0.1:" + server.Port() + "/~/";
   EXPECT_EQ(Fetch(fromHome + "file"), Status::Ok);
   EXPECT_EQ(RenameRemote(fromHome + "file", fromHome + "renamed", kQuick), Status::Ok);
   EXPECT_EQ(DeleteRemote(fromHome + "renamed", kQuick), Status::Ok);

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""An FTP server for the current directory, user "tester" with password "secret"; needs python3-pyftpdlib.
+"""An FTP server for the current directory; needs python3-pyftpdlib.
 
-Prints its port and serves until standard input ends.
+The users "tester" and "letterbox", who may not read, have the password "secret". Prints its port and serves until
+standard input ends.
 """
 
 import logging
@@ -16,6 +17,7 @@ from pyftpdlib.servers import FTPServer
 logging.disable(logging.CRITICAL)
 authorizer = DummyAuthorizer()
 authorizer.add_user("tester", "secret", os.getcwd(), perm="elradfmw")
+authorizer.add_user("letterbox", "secret", os.getcwd(), perm="elw")
 FTPHandler.authorizer = authorizer
 FTPHandler.auth_failed_timeout = 0
 server = FTPServer(("127.0.0.1", 0), FTPHandler)

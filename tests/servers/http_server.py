@@ -4,7 +4,7 @@
     http_server.py [--user NAME:PASSWORD] [--cert PEM]
 
 Prints its port and serves until standard input ends. /slow never answers, /redirect leads to /file, /away to a file:
-URL, /half ends before the length that it has announced, /hidden may be written but not read.
+URL, /half ends before the length that it has announced, /hidden may be written but not read, /nohead not asked about.
 """
 
 import argparse
@@ -50,7 +50,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if self.refused():
             return
         name = self.local(self.path)
-        if name == "slow":
+        if name == "nohead" and self.command == "HEAD":
+            self.answer(405)
+        elif name == "slow":
             self.rfile.read(1)
         elif name == "redirect":
             self.answer(302, Location="/file")

@@ -3,8 +3,8 @@
 
 Takes the older signatures, too: Debian 12's client library knows no others.
 
-Works in the directory that is given: keys, configuration and a ".ssh" for the client whose HOME it is. Prints the port
-and serves until standard input ends.
+Works in the directory that is given: keys, configuration and a ".ssh" for the client whose HOME it is. File
+transfers begin in the current directory. Prints the port and serves until standard input ends.
 """
 
 import getpass
@@ -44,7 +44,7 @@ StrictModes no
 PermitRootLogin yes
 AllowUsers {getpass.getuser()}
 AuthorizedKeysFile {home}/authorized_keys
-Subsystem sftp internal-sftp
+Subsystem sftp internal-sftp -d {os.getcwd()}
 """)
 if os.geteuid() == 0:
     os.makedirs("/run/sshd", mode=0o755, exist_ok=True)
