@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Debian's SMB server on a free port of this machine; needs samba, and root. The present user has the password "secret".
+"""Debian's SMB server on a free port of this machine; needs samba, and root.
 
-Keeps its state in the directory that is given. The current directory is the share "served"; the share "closed" lets
-nobody in. Prints its port and serves until standard input ends.
+For the present user with the password "secret". Keeps its state in the directory that is given. The current directory
+is the share "served"; the share "closed" lets nobody in. Prints its port and serves until standard input ends.
 """
 
 import getpass
