@@ -11,9 +11,6 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 # A build tree can be moved: binaries find the library relative to themselves.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
-# So can an installed one. Distributions, whose loader knows the folder, set CMAKE_SKIP_INSTALL_RPATH.
-file(RELATIVE_PATH libraries_from_programs "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
-set(CMAKE_INSTALL_RPATH "$ORIGIN/${libraries_from_programs}")
 
 if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release)
