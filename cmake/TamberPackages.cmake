@@ -19,8 +19,15 @@ set(CPACK_DEBIAN_LIB_PACKAGE_NAME libkeltamber${TAMBER_ABI})
 set(CPACK_DEBIAN_LIB_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_LIB_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_LIB_PACKAGE_GENERATE_SHLIBS ON)
-# Opened when a script first needs it, so that no tool can see it.
-set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "libcurl4")
+# Opened when a script first needs them, so that no tool can see them.
+if(TAMBER_PACKAGING)
+  list(TRANSFORM TAMBER_OPENED_FILES PREPEND "*/lib/${CMAKE_LIBRARY_ARCHITECTURE}/" OUTPUT_VARIABLE patterns)
+  execute_process(COMMAND dpkg-query --search ${patterns} OUTPUT_VARIABLE owners COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX MATCHALL "[^\n]+" owners "${owners}")
+  list(TRANSFORM owners REPLACE ":.*" "")
+  list(REMOVE_DUPLICATES owners)
+  list(JOIN owners ", " CPACK_DEBIAN_LIB_PACKAGE_DEPENDS)
+endif()
 set(CPACK_DEBIAN_LIB_DESCRIPTION "Embeddable script engine, shared library")
 
 set(own "libkeltamber${TAMBER_ABI} (= ${PROJECT_VERSION})")

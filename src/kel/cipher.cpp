@@ -3,10 +3,23 @@
 #include <sodium.h>
 
 #include <array>
+#include <cstring>
 #include <utility>
+
+#include "kel/lazylibrary.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary sodium(KEL_SONAME_LIBSODIUM);
+KEL_LAZY(sodium, sodium_init);
+KEL_LAZY(sodium, sodium_memcmp);
+KEL_LAZY(sodium, randombytes_buf);
+KEL_LAZY(sodium, crypto_generichash);
+KEL_LAZY(sodium, crypto_pwhash);
+KEL_LAZY(sodium, crypto_stream_chacha20_xor);
+KEL_LAZY(sodium, crypto_aead_xchacha20poly1305_ietf_encrypt);
+KEL_LAZY(sodium, crypto_aead_xchacha20poly1305_ietf_decrypt);
 
 constexpr std::string_view kMark = "\x89TSEAL1\n";
 constexpr size_t kSaltSize = crypto_pwhash_SALTBYTES;
@@ -105,7 +118,9 @@ uint64_t RandomNonce() {
   return nonce;
 }
 
-void Wipe(void* data, size_t length) { sodium_memzero(data, length); }
+void Wipe(void* data, size_t length) {
+  if (length != 0) ::explicit_bzero(data, length);
+}
 
 std::string SealText(std::string_view plain, std::string_view passphrase) {
   if (!InitCrypto()) return {};

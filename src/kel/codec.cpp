@@ -5,9 +5,17 @@
 
 #include "kel/bytes.h"
 #include "kel/kelascii.h"
+#include "kel/lazylibrary.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary nettle(KEL_SONAME_NETTLE);
+KEL_LAZY(nettle, base16_encode_update);
+KEL_LAZY(nettle, base64_encode_raw);
+KEL_LAZY(nettle, base64_decode_init);
+KEL_LAZY(nettle, base64_decode_update);
+KEL_LAZY(nettle, base64_decode_final);
 
 const uint8_t* Bytes(std::string_view text) {
   static const uint8_t empty = 0;

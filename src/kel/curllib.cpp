@@ -13,7 +13,7 @@ bool Find(void* library, const char* name, Function& function) {
 
 /// Never closed: its threads and handlers may still be in use when the process ends.
 bool Open(CurlLibrary& curl) {
-  void* const library = ::dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+  void* const library = ::dlopen(KEL_SONAME_LIBCURL, RTLD_NOW | RTLD_LOCAL);
   return library != nullptr && Find(library, "curl_global_init", curl.globalInit) &&
          Find(library, "curl_version_info", curl.versionInfo) &&
          Find(library, "curl_free", curl.free) && Find(library, "curl_easy_init", curl.easyInit) &&

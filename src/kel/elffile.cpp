@@ -10,9 +10,22 @@
 #include <string_view>
 
 #include "kel/fileio.h"
+#include "kel/lazylibrary.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary libelf(KEL_SONAME_LIBELF);
+KEL_LAZY(libelf, elf_version);
+KEL_LAZY(libelf, elf_begin);
+KEL_LAZY(libelf, elf_end);
+KEL_LAZY(libelf, elf_kind);
+KEL_LAZY(libelf, elf_nextscn);
+KEL_LAZY(libelf, elf_getscn);
+KEL_LAZY(libelf, elf_getdata);
+KEL_LAZY(libelf, elf_strptr);
+KEL_LAZY(libelf, gelf_getshdr);
+KEL_LAZY(libelf, gelf_getdyn);
 
 constexpr size_t kMaxNames = 65536;
 /// Of a section that is read; no program has half as many names.
@@ -35,22 +48,22 @@ bool HasHugeTable(int descriptor) {
 
 bool IsSmall(Elf_Scn* section) {
   GElf_Shdr header;
-  return ::gelf_getshdr(section, &header) != nullptr && header.sh_size <= kMaxSectionBytes;
+  return gelf_getshdr(section, &header) != nullptr && header.sh_size <= kMaxSectionBytes;
 }
 
 void AddNeeded(Elf* elf, Elf_Scn* section, const GElf_Shdr& header,
                std::vector<std::string>& names) {
-  if (!IsSmall(section) || !IsSmall(::elf_getscn(elf, header.sh_link))) return;
-  Elf_Data* data = ::elf_getdata(section, nullptr);
+  if (!IsSmall(section) || !IsSmall(elf_getscn(elf, header.sh_link))) return;
+  Elf_Data* data = elf_getdata(section, nullptr);
   if (data == nullptr || header.sh_entsize == 0) return;
   const uint64_t count = header.sh_size / header.sh_entsize;
   for (uint64_t i = 0; i < count && i < kMaxNames; ++i) {
     GElf_Dyn entry;
-    if (::gelf_getdyn(data, static_cast<int>(i), &entry) == nullptr || entry.d_tag == DT_NULL) {
+    if (gelf_getdyn(data, static_cast<int>(i), &entry) == nullptr || entry.d_tag == DT_NULL) {
       return;
     }
     if (entry.d_tag != DT_NEEDED) continue;
-    const char* name = ::elf_strptr(elf, header.sh_link, entry.d_un.d_val);
+    const char* name = elf_strptr(elf, header.sh_link, entry.d_un.d_val);
     if (name != nullptr && *name != '\0') names.emplace_back(name);
   }
 }
@@ -59,15 +72,15 @@ void AddNeeded(Elf* elf, Elf_Scn* section, const GElf_Shdr& header,
 
 bool NeededLibraries(int descriptor, std::vector<std::string>& names) {
   names.clear();
-  if (::elf_version(EV_CURRENT) == EV_NONE || HasHugeTable(descriptor)) return false;
+  if (elf_version(EV_CURRENT) == EV_NONE || HasHugeTable(descriptor)) return false;
   // Read, not mapped: a file that shrinks meanwhile must not take the process with it.
-  const std::unique_ptr<Elf, int (*)(Elf*)> elf(::elf_begin(descriptor, ELF_C_READ, nullptr),
-                                                &::elf_end);
-  if (elf == nullptr || ::elf_kind(elf.get()) != ELF_K_ELF) return false;
+  const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(descriptor, ELF_C_READ, nullptr),
+                                                elf_end.Address());
+  if (elf == nullptr || elf_kind(elf.get()) != ELF_K_ELF) return false;
   Elf_Scn* section = nullptr;
-  while ((section = ::elf_nextscn(elf.get(), section)) != nullptr) {
+  while ((section = elf_nextscn(elf.get(), section)) != nullptr) {
     GElf_Shdr header;
-    if (::gelf_getshdr(section, &header) == nullptr || header.sh_type != SHT_DYNAMIC) continue;
+    if (gelf_getshdr(section, &header) == nullptr || header.sh_type != SHT_DYNAMIC) continue;
     AddNeeded(elf.get(), section, header, names);
   }
   return true;

@@ -13,9 +13,15 @@
 
 #include "kel/codec.h"
 #include "kel/fileio.h"
+#include "kel/lazylibrary.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary nettle(KEL_SONAME_NETTLE);
+KEL_LAZY(nettle, md5_init);
+KEL_LAZY(nettle, md5_update);
+KEL_LAZY(nettle, md5_digest);
 
 constexpr size_t kBlock = size_t{256} * 1024;
 

@@ -7,9 +7,19 @@
 #include <vector>
 
 #include "kel/fileio.h"
+#include "kel/lazylibrary.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary zlib(KEL_SONAME_ZLIB);
+KEL_LAZY(zlib, deflateInit2_);
+KEL_LAZY(zlib, deflate);
+KEL_LAZY(zlib, deflateEnd);
+KEL_LAZY(zlib, inflateInit2_);
+KEL_LAZY(zlib, inflate);
+KEL_LAZY(zlib, inflateReset);
+KEL_LAZY(zlib, inflateEnd);
 
 constexpr size_t kBlock = size_t{128} * 1024;
 constexpr int kGzipForm = 15 + 16;  // the largest window, gzip's header
@@ -19,14 +29,14 @@ class Stream {
  public:
   Stream(bool compress, const FileReader& source)
       : compress_(compress), source_(source), in_(kBlock), out_(kBlock) {
-    const int result = compress ? ::deflateInit2(&z_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipForm,
-                                                 8, Z_DEFAULT_STRATEGY)
-                                : ::inflateInit2(&z_, kGzipForm);
+    const int result = compress ? deflateInit2(&z_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipForm, 8,
+                                               Z_DEFAULT_STRATEGY)
+                                : inflateInit2(&z_, kGzipForm);
     if (result != Z_OK) throw std::bad_alloc();
   }
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
-  ~Stream() { compress_ ? ::deflateEnd(&z_) : ::inflateEnd(&z_); }
+  ~Stream() { compress_ ? deflateEnd(&z_) : inflateEnd(&z_); }
 
   /// Reads the next block when nothing is left of the last one.
   bool Fill() {
@@ -44,7 +54,7 @@ class Stream {
     z_.avail_out = static_cast<uInt>(out_.size());
     const uInt before = z_.avail_in;
     const int result =
-        compress_ ? ::deflate(&z_, AtEnd() ? Z_FINISH : Z_NO_FLUSH) : ::inflate(&z_, Z_NO_FLUSH);
+        compress_ ? deflate(&z_, AtEnd() ? Z_FINISH : Z_NO_FLUSH) : inflate(&z_, Z_NO_FLUSH);
     taken_ += before - z_.avail_in;
     produced = {out_.data(), out_.size() - z_.avail_out};
     return result;
@@ -56,7 +66,7 @@ class Stream {
   /// Begins the next member of a file that has several.
   bool NextMember() {
     taken_ = 0;
-    return ::inflateReset(&z_) == Z_OK;
+    return inflateReset(&z_) == Z_OK;
   }
 
  private:

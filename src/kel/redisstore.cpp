@@ -8,11 +8,20 @@
 #include <utility>
 
 #include "kel/clock.h"
+#include "kel/lazylibrary.h"
 #include "kel/number.h"
 #include "kel/storebackend.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary hiredis(KEL_SONAME_HIREDIS);
+KEL_LAZY(hiredis, redisConnectWithTimeout);
+KEL_LAZY(hiredis, redisSetTimeout);
+KEL_LAZY(hiredis, redisAppendCommandArgv);
+KEL_LAZY(hiredis, redisGetReply);
+KEL_LAZY(hiredis, redisFree);
+KEL_LAZY(hiredis, freeReplyObject);
 
 constexpr timeval kConnectTime{1, 0};
 constexpr timeval kReplyTime{1, 0};

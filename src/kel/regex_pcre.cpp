@@ -10,10 +10,34 @@
 #include <optional>
 
 #include "kel/kelascii.h"
+#include "kel/lazylibrary.h"
 #include "kel/utf8.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary pcre2(KEL_SONAME_LIBPCRE2_8);
+KEL_LAZY(pcre2, pcre2_code_free);
+KEL_LAZY(pcre2, pcre2_compile);
+KEL_LAZY(pcre2, pcre2_compile_context_create);
+KEL_LAZY(pcre2, pcre2_compile_context_free);
+KEL_LAZY(pcre2, pcre2_get_error_message);
+KEL_LAZY(pcre2, pcre2_get_ovector_count);
+KEL_LAZY(pcre2, pcre2_get_ovector_pointer);
+KEL_LAZY(pcre2, pcre2_jit_compile);
+KEL_LAZY(pcre2, pcre2_jit_stack_assign);
+KEL_LAZY(pcre2, pcre2_jit_stack_create);
+KEL_LAZY(pcre2, pcre2_jit_stack_free);
+KEL_LAZY(pcre2, pcre2_match);
+KEL_LAZY(pcre2, pcre2_match_context_create);
+KEL_LAZY(pcre2, pcre2_match_context_free);
+KEL_LAZY(pcre2, pcre2_match_data_create_from_pattern);
+KEL_LAZY(pcre2, pcre2_match_data_free);
+KEL_LAZY(pcre2, pcre2_set_callout);
+KEL_LAZY(pcre2, pcre2_set_depth_limit);
+KEL_LAZY(pcre2, pcre2_set_heap_limit);
+KEL_LAZY(pcre2, pcre2_set_match_limit);
+KEL_LAZY(pcre2, pcre2_set_newline);
 
 constexpr uint32_t kMatchLimit = 10'000'000;
 constexpr uint32_t kDepthLimit = 250'000;
@@ -23,7 +47,7 @@ constexpr size_t kJitStackLimit = size_t{8} * 1024 * 1024;
 /// Steps between two looks at the clock in a guarded match.
 constexpr uint32_t kStepsPerLook = 512;
 
-template <auto Free>
+template <const auto& Free>
 struct Freer {
   template <class T>
   void operator()(T* object) const {

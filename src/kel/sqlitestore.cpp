@@ -6,11 +6,34 @@
 
 #include "kel/clock.h"
 #include "kel/file.h"
+#include "kel/lazylibrary.h"
 #include "kel/sleep.h"
 #include "kel/storebackend.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary sqlite(KEL_SONAME_SQLITE3);
+KEL_LAZY(sqlite, sqlite3_open_v2);
+KEL_LAZY(sqlite, sqlite3_close_v2);
+KEL_LAZY(sqlite, sqlite3_extended_result_codes);
+KEL_LAZY(sqlite, sqlite3_busy_timeout);
+KEL_LAZY(sqlite, sqlite3_db_config);
+KEL_LAZY(sqlite, sqlite3_prepare_v2);
+KEL_LAZY(sqlite, sqlite3_prepare_v3);
+KEL_LAZY(sqlite, sqlite3_bind_blob64);
+KEL_LAZY(sqlite, sqlite3_bind_int64);
+KEL_LAZY(sqlite, sqlite3_clear_bindings);
+KEL_LAZY(sqlite, sqlite3_step);
+KEL_LAZY(sqlite, sqlite3_reset);
+KEL_LAZY(sqlite, sqlite3_finalize);
+KEL_LAZY(sqlite, sqlite3_column_type);
+KEL_LAZY(sqlite, sqlite3_column_int64);
+KEL_LAZY(sqlite, sqlite3_column_blob);
+KEL_LAZY(sqlite, sqlite3_column_bytes);
+KEL_LAZY(sqlite, sqlite3_exec);
+KEL_LAZY(sqlite, sqlite3_errcode);
+KEL_LAZY(sqlite, sqlite3_errmsg);
 
 constexpr int kBusyMilliseconds = 500;
 constexpr int64_t kApplicationId = 0x546D6253;  // "TmbS" in the file's header

@@ -12,9 +12,29 @@
 #include <cstring>
 
 #include "kel/cipher.h"
+#include "kel/lazylibrary.h"
 
 namespace kel {
 namespace {
+
+LazyLibrary sodium(KEL_SONAME_LIBSODIUM);
+KEL_LAZY(sodium, crypto_generichash);
+KEL_LAZY(sodium, crypto_generichash_init);
+KEL_LAZY(sodium, crypto_generichash_update);
+KEL_LAZY(sodium, crypto_generichash_final);
+KEL_LAZY(sodium, crypto_aead_xchacha20poly1305_ietf_encrypt);
+KEL_LAZY(sodium, crypto_aead_xchacha20poly1305_ietf_decrypt);
+LazyLibrary nettle(KEL_SONAME_NETTLE);
+KEL_LAZY(nettle, cbc_encrypt);
+KEL_LAZY(nettle, cbc_decrypt);
+KEL_LAZY(nettle, des_set_key);
+KEL_LAZY(nettle, des_encrypt);
+KEL_LAZY(nettle, des_decrypt);
+KEL_LAZY(nettle, hmac_sha256_set_key);
+KEL_LAZY(nettle, hmac_sha256_update);
+KEL_LAZY(nettle, hmac_sha256_digest);
+KEL_LAZY(nettle, pbkdf2_hmac_sha256);
+KEL_LAZY(nettle, memeql_sec);
 
 constexpr size_t kBlock = DES_BLOCK_SIZE;
 constexpr size_t kSaltSize = 8;
@@ -155,14 +175,14 @@ bool StreamOpen(std::string_view sealed, std::string& plain) {
 std::string DesCbcEncrypt(std::string_view key, std::string_view start, std::string_view blocks) {
   DesState state(key, start);
   std::string out(blocks.size(), '\0');
-  CBC_ENCRYPT(&state.cbc, des_encrypt, blocks.size(), Bytes(out), Bytes(blocks));
+  CBC_ENCRYPT(&state.cbc, des_encrypt.Address(), blocks.size(), Bytes(out), Bytes(blocks));
   return out;
 }
 
 std::string DesCbcDecrypt(std::string_view key, std::string_view start, std::string_view blocks) {
   DesState state(key, start);
   std::string out(blocks.size(), '\0');
-  CBC_DECRYPT(&state.cbc, des_decrypt, blocks.size(), Bytes(out), Bytes(blocks));
+  CBC_DECRYPT(&state.cbc, des_decrypt.Address(), blocks.size(), Bytes(out), Bytes(blocks));
   return out;
 }
 
