@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
 #include <optional>
 #include <string>
 
@@ -46,8 +45,10 @@ int Compile(TamberContext* context, const Options& options) {
   std::string text;
   std::array<char, 65536> piece;
   // More than the library takes is not read, only enough to be refused.
-  while (text.size() <= kLongestScript && std::cin.read(piece.data(), piece.size()).gcount() > 0) {
-    text.append(piece.data(), static_cast<size_t>(std::cin.gcount()));
+  size_t count = 0;
+  while (text.size() <= kLongestScript &&
+         (count = std::fread(piece.data(), 1, piece.size(), stdin)) > 0) {
+    text.append(piece.data(), count);
   }
   return context->CompileScriptBuffer("<stdin>", text, 1);
 }

@@ -1,97 +1,165 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-#include <limits>
-#include <memory>
+#include <getopt.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <filesystem>
+#include <string_view>
 
 namespace {
 
 constexpr int kBadCommandLine = 2;
 
-/// The library's help, with SCRIPT and its ARGs in the first line although they are not declared to
-/// it.
-class Help final : public CLI::Formatter {
- public:
-  std::string make_usage(const CLI::App* /*app*/, std::string /*name*/) const override {
-    return "Usage: tamber [OPTION...] SCRIPT [ARG...]\n"
-           "       tamber [OPTION...] -e TEXT [ARG...]\n";
-  }
+constexpr char kHelp[] =
+    R"(Runs a Tamber script.
+Usage: tamber [OPTION...] SCRIPT [ARG...]
+       tamber [OPTION...] -e TEXT [ARG...]
+
+Options:
+  -h, --help      Print this help and exit
+      --version   Print the version and exit
+      --ini FILE  Configuration (default: ./tamber.ini)
+      --session ID
+                  Load and save the variables of this session, 1 to 4294967295
+      --sandbox DIR
+                  Let scripts use files below this directory only, and no network
+      --log LEVEL Show log messages down to: error, warning, info or detail
+  -e TEXT         Run TEXT as a script
+      --dump      Show the compiled statements on standard error
+      --trace     Show procedures as they run on standard error
+      --color WHEN
+                  Colours in errors: auto, always or never (default: auto)
+      --check     Compile only, run nothing
+
+SCRIPT is a file, or - for standard input. The ARGs reach a script that declares
+"extern string[] Args". The exit status is 0 when the script ran well, 1 when it did not
+compile or ended with an error, and 2 when the command line was wrong.
+)";
+
+enum Option : int {
+  kHelpOption = 'h',
+  kText = 'e',
+  kVersion = 256,
+  kIni,
+  kSession,
+  kSandbox,
+  kLog,
+  kDump,
+  kTrace,
+  kColor,
+  kCheck
 };
+
+/// The "+" ends the options at the first word that is none: it is the script's name, and what
+/// follows belongs to the script.
+constexpr char kShortOptions[] = "+he:";
+
+constexpr std::array<option, 11> kLongOptions{{{"help", no_argument, nullptr, kHelpOption},
+                                               {"version", no_argument, nullptr, kVersion},
+                                               {"ini", required_argument, nullptr, kIni},
+                                               {"session", required_argument, nullptr, kSession},
+                                               {"sandbox", required_argument, nullptr, kSandbox},
+                                               {"log", required_argument, nullptr, kLog},
+                                               {"dump", no_argument, nullptr, kDump},
+                                               {"trace", no_argument, nullptr, kTrace},
+                                               {"color", required_argument, nullptr, kColor},
+                                               {"check", no_argument, nullptr, kCheck},
+                                               {nullptr, 0, nullptr, 0}}};
 
 /// Least severe last.
 constexpr KelDebugContext::Level kLevels[] = {
     KelDebugContext::Level::Error, KelDebugContext::Level::Warning, KelDebugContext::Level::Info,
     KelDebugContext::Level::Detail};
 
-/// Empty when the name is right, as the library wants it.
-std::string ReadLevel(const std::string& name, std::optional<KelDebugContext::Level>* level) {
-  for (const KelDebugContext::Level each : kLevels) {
-    if (name == KelDebugLevelName(each)) {
-      *level = each;
-      return {};
-    }
+bool ReadLevel(std::string_view name, std::optional<KelDebugContext::Level>* level) {
+  const auto* const found =
+      std::find_if(std::begin(kLevels), std::end(kLevels),
+                   [name](KelDebugContext::Level each) { return name == KelDebugLevelName(each); });
+  if (found == std::end(kLevels)) {
+    return false;
   }
-  return "LEVEL must be error, warning, info or detail";
+  *level = *found;
+  return true;
+}
+
+bool ReadSession(std::string_view text, std::optional<uint32_t>* session) {
+  uint32_t id = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
+  *session = id;
+  return error == std::errc() && end == text.data() + text.size() && id != 0;
+}
+
+bool IsColor(std::string_view when) {
+  return when == "auto" || when == "always" || when == "never";
+}
+
+/// Why an option's value is refused; null when it is taken.
+const char* Take(int name, const char* value, Options* options) {
+  std::error_code failed;
+  switch (name) {
+    case kIni:
+      options->iniPath = value;
+      return std::filesystem::is_regular_file(value, failed) ? nullptr : "there is no such file";
+    case kSession:
+      return ReadSession(value, &options->session) ? nullptr
+                                                   : "a session is a number, 1 to 4294967295";
+    case kSandbox:
+      options->sandbox = value;
+      return std::filesystem::is_directory(value, failed) ? nullptr : "there is no such directory";
+    case kLog:
+      return ReadLevel(value, &options->log) ? nullptr
+                                             : "a level is error, warning, info or detail";
+    case kColor:
+      options->color = value;
+      return IsColor(value) ? nullptr : "it is auto, always or never";
+    case kText:
+      options->text = value;
+      return nullptr;
+    case kDump:
+      options->dump = true;
+      return nullptr;
+    case kTrace:
+      options->trace = true;
+      return nullptr;
+    default:
+      options->checkOnly = true;
+      return nullptr;
+  }
+}
+
+int Refuse() {
+  std::fputs("Run with --help for more information.\n", stderr);
+  return kBadCommandLine;
 }
 
 }  // namespace
 
-std::optional<int> ParseOptions(int argc, const char* const* argv, Options* options) {
-  CLI::App app{"Runs a Tamber script."};
-  app.name("tamber");
-  app.formatter(std::make_shared<Help>());
-  app.footer(
-      "SCRIPT is a file, or - for standard input. The ARGs reach a script that declares\n"
-      "\"extern string[] Args\". The exit status is 0 when the script ran well, 1 when it did not\n"
-      "compile or ended with an error, and 2 when the command line was wrong.");
-  app.set_help_flag("-h,--help", "Print this help and exit");
-  app.set_version_flag("--version", "tamber " TAMBER_VERSION, "Print the version and exit");
-  app.add_option("--ini", options->iniPath, "Configuration (default: ./tamber.ini)")
-      ->check(CLI::ExistingFile)
-      ->option_text("FILE");
-  app.add_option("--session", options->session, "Load and save the variables of this session")
-      ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
-      ->option_text("ID");
-  app.add_option("--sandbox", options->sandbox,
-                 "Let scripts use files below this directory only, and no network")
-      ->check(CLI::ExistingDirectory)
-      ->option_text("DIR");
-  std::string level;
-  app.add_option("--log", level, "Show log messages down to: error, warning, info or detail")
-      ->check([options](const std::string& name) { return ReadLevel(name, &options->log); })
-      ->option_text("LEVEL");
-  app.add_option("-e", options->text, "Run TEXT as a script")->option_text("TEXT");
-  app.add_flag("--dump", options->dump, "Show the compiled statements on standard error");
-  app.add_flag("--trace", options->trace, "Show procedures as they run on standard error");
-  app.add_option("--color", options->color, "Colours in errors: auto, always or never")
-      ->check(CLI::IsMember({"auto", "always", "never"}))
-      ->option_text("WHEN");
-  app.add_flag("--check", options->checkOnly, "Compile only, run nothing");
-  // The first word that is no option ends them, and is left untouched with all that follow it. As a
-  // declared positional each ARG would be interpreted: "[a,b]" would arrive as two.
-  app.prefix_command();
-
-  try {
-    app.parse(argc, argv);
-    std::vector<std::string> words = app.remaining();
-    const bool optionsEnded = !words.empty() && words.front() == "--";
-    if (optionsEnded) {
-      words.erase(words.begin());
+std::optional<int> ParseOptions(int argc, char* const* argv, Options* options) {
+  int name = 0;
+  while ((name = getopt_long(argc, argv, kShortOptions, kLongOptions.data(), nullptr)) != -1) {
+    if (name == kHelpOption || name == kVersion) {
+      std::fputs(name == kVersion ? "tamber " TAMBER_VERSION "\n" : kHelp, stdout);
+      return 0;
     }
-    if (options->text) {
-      options->args = words;
-      return std::nullopt;
+    if (name == '?') {  // what is wrong has been said
+      return Refuse();
     }
-    if (words.empty()) {
-      throw CLI::RequiredError("SCRIPT");
+    if (const char* const reason = Take(name, optarg, options)) {
+      std::fprintf(stderr, "tamber: '%s': %s\n", optarg, reason);
+      return Refuse();
     }
-    if (!optionsEnded && words.front().size() > 1 && words.front().front() == '-') {
-      throw CLI::ExtrasError({words.front()});
-    }
-    options->script = words.front();
-    options->args.assign(words.begin() + 1, words.end());
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kBadCommandLine;
   }
+  int next = optind;
+  if (!options->text) {
+    if (next == argc) {
+      std::fputs("tamber: a SCRIPT is missing\n", stderr);
+      return Refuse();
+    }
+    options->script = argv[next++];
+  }
+  options->args.assign(argv + next, argv + argc);
+  return std::nullopt;
 }

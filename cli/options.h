@@ -25,4 +25,4 @@ struct Options {
 /// Reads the command line. Everything after the script's name belongs to the script, however it
 /// looks. Returns no exit status when there is a script to run; otherwise what was asked for, or
 /// what was wrong, has been printed.
-[[nodiscard]] std::optional<int> ParseOptions(int argc, const char* const* argv, Options* options);
+[[nodiscard]] std::optional<int> ParseOptions(int argc, char* const* argv, Options* options);
