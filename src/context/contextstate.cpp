@@ -26,13 +26,14 @@ bool ContextState::IsStopRequested() const {
 
 VarList& ContextState::OwnConstants() {
   if (!constants) {
-    constants = sharedConstants ? std::make_unique<VarList>(*sharedConstants)
-                                : std::make_unique<VarList>(true);
-    if (sharedConstants) {
+    const VarList* shared = Constants();
+    constants =
+        shared != nullptr ? std::make_unique<VarList>(*shared) : std::make_unique<VarList>(true);
+    if (shared != nullptr) {
       // Copies lose the mark that makes a constant survive a reset.
       for (uint32_t i = 0; i < constants->GetSize(); ++i)
-        constants->GetVariable(i)->SetVarFlags(sharedConstants->GetVariable(i)->GetVarFlags());
-      sharedConstants.reset();
+        constants->GetVariable(i)->SetVarFlags(shared->GetVariable(i)->GetVarFlags());
+      sharedConstants = nullptr;
       ScopeChanged();
     }
   }
@@ -40,7 +41,13 @@ VarList& ContextState::OwnConstants() {
 }
 
 const VarList* ContextState::Constants() const {
-  return constants ? constants.get() : sharedConstants.get();
+  if (constants) return constants.get();
+  return sharedConstants != nullptr ? &sharedConstants() : nullptr;
+}
+
+const VarList* ContextState::ConstantsFor(std::string_view name) const {
+  if (!constants && sharedConstants != nullptr && !sharedNames->MayHold(name)) return nullptr;
+  return Constants();
 }
 
 VarList* ContextState::Scope(enum_VarListType scope) {

@@ -78,9 +78,10 @@ class ContextState {
 
   // scopes; the local one belongs to the machine
   std::unique_ptr<VarList> globals;
-  /// The constants that every context starts with, as long as this one has none of its own and
-  /// nobody has asked for the objects; then `constants` is a copy.
-  std::shared_ptr<const VarList> sharedConstants;
+  /// Gives the constants that every context starts with, as long as this one has none of its own
+  /// and nobody has asked for the objects; then `constants` is a copy.
+  const VarList& (*sharedConstants)() = nullptr;
+  const kel::NameFilter* sharedNames = nullptr;
   std::unique_ptr<VarList> constants;
   std::unique_ptr<VarList> externals;
   std::unique_ptr<VarList> keptGlobals;  ///< what RestoreGlobals gives back
@@ -118,6 +119,8 @@ class ContextState {
   VarList* Scope(enum_VarListType scope);
   /// The constants to look at, and those to hand out or to change.
   const VarList* Constants() const;
+  /// The constants to look a name up in; null when it is certainly not there.
+  const VarList* ConstantsFor(std::string_view name) const;
   VarList& OwnConstants();
   /// Runs a procedure; 1 when it ended well.
   int32_t RunFound(TamberProcedure& procedure, Stack& stack);

@@ -31,19 +31,19 @@ struct PredefinedText {
 constexpr PredefinedText kTexts[] = {
     {"LogFile", ""}, {"ScriptFile", ""}, {"ErrHandler", "DEFAULT_HANDLER"}};
 
+constexpr PredefinedInteger kVersion[] = {
+    {"TAMBER_VERH", kVersionHigh}, {"TAMBER_VERL", kVersionLow}, {"TAMBER_VERP", kVersionPatch}};
+constexpr const char* kTrueWords[] = {"TRUE", "YES", "ON"};
+constexpr const char* kFalseWords[] = {"FALSE", "NO", "OFF"};
+constexpr const char* kHandlers[] = {"DEFAULT_HANDLER", "INLINE_HANDLER"};
+constexpr const char* kSuccess = "ERR_SUCCESS";
+
 void RegisterConstants(TamberContext& context) {
-  auto integer = [&](const char* name, int32_t value) {
-    context.RegisterInteger(KelString(name), static_cast<uint32_t>(value), VARLIST_CONSTANT);
-  };
-  integer("TAMBER_VERH", kVersionHigh);
-  integer("TAMBER_VERL", kVersionLow);
-  integer("TAMBER_VERP", kVersionPatch);
-  for (const char* name : {"TRUE", "YES", "ON"})
-    context.RegisterBoolean(KelString(name), 1, VARLIST_CONSTANT);
-  for (const char* name : {"FALSE", "NO", "OFF"})
-    context.RegisterBoolean(KelString(name), 0, VARLIST_CONSTANT);
-  for (const char* name : {"DEFAULT_HANDLER", "INLINE_HANDLER"})
-    context.RegisterString(KelString(name), KelString(name), VARLIST_CONSTANT);
+  for (const PredefinedInteger& entry : kVersion)
+    context.RegisterInteger(entry.name, static_cast<uint32_t>(entry.value), VARLIST_CONSTANT);
+  for (const char* name : kTrueWords) context.RegisterBoolean(name, 1, VARLIST_CONSTANT);
+  for (const char* name : kFalseWords) context.RegisterBoolean(name, 0, VARLIST_CONSTANT);
+  for (const char* name : kHandlers) context.RegisterString(name, name, VARLIST_CONSTANT);
 }
 
 void AddGlobals(TamberContext& context) {
@@ -60,59 +60,104 @@ void AddGlobals(TamberContext& context) {
 }
 
 void RegisterErrorConstants(TamberContext& context) {
-  context.RegisterInteger(KelString("ERR_SUCCESS"), 0, VARLIST_CONSTANT);
+  context.RegisterInteger(kSuccess, 0, VARLIST_CONSTANT);
   ErrorList& errors = context.GetErrorList();
   for (int32_t code = errors.GetNextErrorCode(0); code != 0; code = errors.GetNextErrorCode(code))
     context.RegisterInteger(errors.GetErrorName(code), static_cast<uint32_t>(code),
                             VARLIST_CONSTANT);
 }
 
-/// The tables that every context starts with.
-struct DefaultTables {
-  FunctionList functions;
-  std::shared_ptr<const TypeTable> types;
+// The tables that every context starts with are made once, each when a script first needs something
+// of its kind, and never destroyed: contexts of other threads may outlive the end of main.
+
+/// Made in the first context while that is being created; null gives them to those who come later.
+const TypeList& DefaultTypes(TamberContext* first) {
+  static const TypeList& types = *[first] {
+    first->CreateDefaultTypes();
+    for (const FUNCMOD_REGISTRATION* module : BuiltInModules())
+      RegisterBuiltInTypes(*first, module);
+    auto made = std::make_unique<TypeList>();
+    made->UseTypes(first->ShareTypes());
+    return made.release();
+  }();
+  return types;
+}
+
+/// The errors, and the constants: each error is one too.
+struct DefaultNames {
+  explicit DefaultNames(ContextState& state)
+      : errors(state.errors), constants(std::move(state.constants)) {
+    for (uint32_t i = 0; i < constants->GetSize(); ++i) {
+      Variable& constant = *constants->GetVariable(i);
+      KeepForever(KindOf(constant), *CellOf(constant));
+    }
+    // A list makes its index when it is first searched; other threads only ever read this one.
+    constants->FindVariable(std::string_view("TRUE"));
+  }
+
   ErrorList errors;
-  std::shared_ptr<const VarList> constants;
+  std::unique_ptr<const VarList> constants;
 };
 
-/// Registers everything in a first context, step by step, and keeps its tables.
-void Build(TamberContext& context, DefaultTables& tables) {
-  ContextState& state = context.State();
-  context.CreateDefaultTypes();
-  RegisterConstants(context);
+/// Registers them in a context made for that, step by step, and keeps its tables.
+std::unique_ptr<const DefaultNames> MakeDefaultNames() {
+  TamberContext maker(nullptr);
+  ContextState& state = maker.State();
+  state.errors = ErrorList();
+  state.sharedConstants = nullptr;
+  RegisterConstants(maker);
   state.errors.Initialise();
-  RegisterErrorConstants(context);
-  for (const FUNCMOD_REGISTRATION* module : BuiltInModules())
-    RegisterBuiltInModule(context, module);
-  tables.functions = context;
-  tables.types = context.ShareTypes();
-  tables.errors = state.errors;
-  auto constants = std::make_shared<VarList>(*state.constants);
-  for (uint32_t i = 0; i < constants->GetSize(); ++i) {
-    Variable& constant = *constants->GetVariable(i);
-    constant.SetVarFlags(state.constants->GetVariable(i)->GetVarFlags());
-    KeepForever(KindOf(constant), *CellOf(constant));
-  }
-  // A list makes its index when it is first searched; other threads only ever read this one.
-  constants->FindVariable(std::string_view("TRUE"));
-  tables.constants = std::move(constants);
+  RegisterErrorConstants(maker);
+  for (const FUNCMOD_REGISTRATION* module : BuiltInModules()) RegisterBuiltInNames(maker, module);
+  return std::make_unique<const DefaultNames>(state);
+}
+
+const DefaultNames& GetDefaultNames() {
+  static const DefaultNames& names = *MakeDefaultNames().release();
+  return names;
+}
+
+/// The names of all constants and functions. Procedures and variables of a script are compared with
+/// them, which alone is no reason to make the tables.
+const kel::NameFilter& GetDefaultNameFilter() {
+  static const kel::NameFilter& filter = *[] {
+    auto names = std::make_unique<kel::NameFilter>();
+    for (const PredefinedInteger& entry : kVersion) names->Add(entry.name);
+    for (const char* name : kTrueWords) names->Add(name);
+    for (const char* name : kFalseWords) names->Add(name);
+    for (const char* name : kHandlers) names->Add(name);
+    names->Add(kSuccess);
+    ErrorList::AddBuiltInNames(*names);
+    for (const FUNCMOD_REGISTRATION* module : BuiltInModules()) AddBuiltInNames(*names, module);
+    return names.release();
+  }();
+  return filter;
+}
+
+const ErrorList& DefaultErrors() { return GetDefaultNames().errors; }
+const VarList& DefaultConstants() { return *GetDefaultNames().constants; }
+
+const FunctionList& DefaultFunctions() {
+  static const FunctionList& functions = *[] {
+    const TypeList& types = DefaultTypes(nullptr);
+    auto made = std::make_unique<FunctionList>();
+    for (const FUNCMOD_REGISTRATION* module : BuiltInModules())
+      RegisterBuiltInFunctions(*made, module, types);
+    return made.release();
+  }();
+  return functions;
 }
 
 }  // namespace
 
 void ApplyDefaults(TamberContext& context) {
-  // Never destroyed: contexts of other threads may outlive the end of main.
-  static const DefaultTables& kTables = *[&context] {
-    auto tables = std::make_unique<DefaultTables>();
-    Build(context, *tables);
-    return tables.release();
-  }();
   ContextState& state = context.State();
-  static_cast<FunctionList&>(context) = kTables.functions;
-  context.UseTypes(kTables.types);
-  state.errors = kTables.errors;
-  state.constants.reset();
-  state.sharedConstants = kTables.constants;
+  static_cast<TypeList&>(context) = DefaultTypes(&context);
+  static_cast<FunctionList&>(context) =
+      FunctionList::Deferred<DefaultFunctions>(GetDefaultNameFilter());
+  state.errors = ErrorList::Deferred<DefaultErrors>();
+  state.sharedConstants = DefaultConstants;
+  state.sharedNames = &GetDefaultNameFilter();
   AddGlobals(context);
   state.ScopeChanged();
 }
@@ -138,6 +183,7 @@ void NoteInherited(const VarList* list, std::set<std::string>& names) {
 
 void InheritScopes(ContextState& from, ContextState& to) {
   to.sharedConstants = from.sharedConstants;
+  to.sharedNames = from.sharedNames;
   if (from.constants) to.constants = CloneScope(*from.constants);
   if (from.globals) to.globals = CloneScope(*from.globals);
   if (from.externals) to.externals = CloneScope(*from.externals);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -28,20 +29,26 @@ constexpr bool CodesAreUnique() {
 }
 static_assert(CodesAreUnique());
 
+constexpr size_t kRoomForModules = 16;
+
 }  // namespace
 
+void ErrorList::AddBuiltInNames(kel::NameFilter& names) {
+  for (const BuiltInError& error : kBuiltInErrors) names.Add(error.name);
+}
+
 void ErrorList::Initialise() {
-  if (table_.Read().records.empty()) {
-    table_ = Defaults();
-    return;
+  Table& table = table_.Write();
+  table.records.reserve(table.records.size() + kBuiltInErrors.size() + kRoomForModules);
+  for (const BuiltInError& error : kBuiltInErrors) {
+    Add(table, ERRORINFO{error.code, error.name, error.text});
   }
-  AddBuiltIn(table_.Write());
 }
 
 int32_t ErrorList::AddError(const ERRORINFO& error) { return Add(table_.Write(), error); }
 
 int32_t ErrorList::AddError(int32_t code, const KelString& name, const KelString& text) {
-  return AddError(ERRORINFO{code, name, text});
+  return Add(table_.Write(), ERRORINFO{code, name, text});
 }
 
 uint32_t ErrorList::GetNewRuntimeErrorCode() {
@@ -74,30 +81,15 @@ KelString ErrorList::GetErrorName(int32_t code) const {
 
 // The records stay sorted as they are added, so that look-ups never change a table that other
 // contexts read.
-int32_t ErrorList::Add(Table& table, const ERRORINFO& error) {
+int32_t ErrorList::Add(Table& table, ERRORINFO error) {
   const auto behind =
       std::upper_bound(table.records.begin(), table.records.end(), error.code,
                        [](int32_t code, const ERRORINFO& record) { return code < record.code; });
-  table.records.insert(behind, error);
   if (error.code < tamber::kFirstFatalError) {
     table.highestRuntimeCode = static_cast<uint32_t>(error.code);
   }
+  table.records.insert(behind, std::move(error));
   return static_cast<int32_t>(table.records.size()) - 1;
-}
-
-void ErrorList::AddBuiltIn(Table& table) {
-  for (const BuiltInError& error : kBuiltInErrors) {
-    Add(table, ERRORINFO{error.code, error.name, error.text});
-  }
-}
-
-const kel::Cow<ErrorList::Table>& ErrorList::Defaults() {
-  static const kel::Cow<Table> defaults = [] {
-    kel::Cow<Table> table;
-    AddBuiltIn(table.Write());
-    return table;
-  }();
-  return defaults;
 }
 
 int32_t ErrorList::GetHighestErrorCode(int32_t code) const {

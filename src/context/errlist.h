@@ -7,6 +7,7 @@
 #include "kel/cow.h"
 #include "kel/export.h"
 #include "kel/kelstring.h"
+#include "kel/namefilter.h"
 
 /// One error: its number, its symbolic name ("ERR_FILENOTFOUND") and what it means.
 struct ERRORINFO {
@@ -17,11 +18,21 @@ struct ERRORINFO {
 
 /// The error numbers that a context knows: the built-in ones and those that modules register.
 ///
-/// The built-in table exists once per process; a list shares it until it gets an error of its own.
+/// Copies share one table until one of them gets an error of its own.
 class TAMBER_API ErrorList {
  public:
   /// An empty list.
   ErrorList() = default;
+  /// A list that starts as a copy of another one, which is asked for at the first look at it.
+  template <const ErrorList& (*Source)()>
+  static ErrorList Deferred() {
+    ErrorList list;
+    list.table_ = kel::Cow<Table>(+[]() -> const kel::Cow<Table>& { return Source().table_; });
+    return list;
+  }
+
+  /// Adds the names of the built-in errors.
+  static void AddBuiltInNames(kel::NameFilter& names);
 
   /// Adds the built-in errors.
   void Initialise();
@@ -51,9 +62,7 @@ class TAMBER_API ErrorList {
     uint32_t highestRuntimeCode = 0;
   };
 
-  static int32_t Add(Table& table, const ERRORINFO& error);
-  static void AddBuiltIn(Table& table);
-  static const kel::Cow<Table>& Defaults();
+  static int32_t Add(Table& table, ERRORINFO error);
   int32_t GetHighestErrorCode(int32_t code) const;
   const ERRORINFO* GetError(int32_t code) const;
   int32_t FindError(int32_t code) const;

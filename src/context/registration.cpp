@@ -78,19 +78,6 @@ void AddWithArray(TamberContext& context, const KelString& name, const TypeRef& 
   AddType(context, name + "[]", TypeDesc::ArrayOf(type));
 }
 
-void RegisterFunctions(TamberContext& context, const FUNCMOD_REGISTRATION* record,
-                       enum_FuncModRegType list, FunctionList::FuncType_e type, bool replace) {
-  const auto prototypeOf = [](const FUNCMOD_FUNCTION* entry) { return &entry->prototype; };
-  ForEach<FUNCMOD_FUNCTION>(record, list, prototypeOf, [&](const FUNCMOD_FUNCTION& entry) {
-    if (type == FunctionList::FUNCTYPE_CONTEXT && entry.contextImplementation != nullptr) {
-      context.RegisterFunction(entry.prototype, entry.contextImplementation, type, replace,
-                               entry.traits);
-    } else {
-      context.RegisterFunction(entry.prototype, entry.implementation, type, replace, entry.traits);
-    }
-  });
-}
-
 using Prototypes = std::map<const TamberContext*, const Variable*>;
 
 /// A record without a place for the prototype wants the type all the same.
@@ -102,30 +89,70 @@ void RegisterStructureRecord(TamberContext& context, const FUNCMOD_STRUCT& entry
   if (entry.prototypes != nullptr) (*entry.prototypes)[&context] = prototype;
 }
 
-/// The whole of a record in the fixed order: what prototypes name comes before the prototypes.
-void RegisterLists(TamberContext& context, const FUNCMOD_REGISTRATION* record, bool writeBack) {
+void RegisterConstants(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
   ForEachNamed<FUNCMOD_INTEGER>(record, FUNCMOD_INTEGERS, [&](const FUNCMOD_INTEGER& entry) {
     context.RegisterInteger(entry.name, entry.value, VARLIST_CONSTANT);
   });
   ForEachNamed<FUNCMOD_STRING>(record, FUNCMOD_STRINGS, [&](const FUNCMOD_STRING& entry) {
     context.RegisterString(entry.name, entry.value, VARLIST_CONSTANT);
   });
+}
+
+void RegisterTypes(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
   ForEachNamed<FUNCMOD_OBJECT>(record, FUNCMOD_OBJECTS, [&](const FUNCMOD_OBJECT& entry) {
     context.RegisterObjectType(entry.name);
   });
   ForEachNamed<FUNCMOD_STRUCT>(record, FUNCMOD_STRUCTS, [&](const FUNCMOD_STRUCT& entry) {
     RegisterStructureRecord(context, entry);
   });
+}
+
+void RegisterErrors(TamberContext& context, const FUNCMOD_REGISTRATION* record, bool writeBack) {
   ForEachNamed<FUNCMOD_ERROR>(record, FUNCMOD_ERRORS, [&](const FUNCMOD_ERROR& entry) {
     const int32_t code = context.RegisterErrorCode(0, entry.name, entry.text);
     context.RegisterInteger(entry.name, static_cast<uint32_t>(code), VARLIST_CONSTANT);
     if (writeBack) const_cast<FUNCMOD_ERROR&>(entry).code = code;
   });
-  RegisterFunctions(context, record, FUNCMOD_FUNCTIONS, FunctionList::FUNCTYPE_NORMAL, false);
-  RegisterFunctions(context, record, FUNCMOD_REPLACING_FUNCTIONS, FunctionList::FUNCTYPE_NORMAL,
-                    true);
-  RegisterFunctions(context, record, FUNCMOD_CONTEXT_FUNCTIONS, FunctionList::FUNCTYPE_CONTEXT,
-                    false);
+}
+
+/// The lists of functions, in their fixed order. `add` gets each record, the kind of its list, and
+/// whether it replaces what has the same signature.
+template <class Add>
+void ForEachFunction(const FUNCMOD_REGISTRATION* record, Add add) {
+  struct List {
+    enum_FuncModRegType list;
+    FunctionList::FuncType_e type;
+    bool replace;
+  };
+  for (const auto& [list, type, replace] :
+       {List{FUNCMOD_FUNCTIONS, FunctionList::FUNCTYPE_NORMAL, false},
+        List{FUNCMOD_REPLACING_FUNCTIONS, FunctionList::FUNCTYPE_NORMAL, true},
+        List{FUNCMOD_CONTEXT_FUNCTIONS, FunctionList::FUNCTYPE_CONTEXT, false}}) {
+    ForEach<FUNCMOD_FUNCTION>(
+        record, list, [](const FUNCMOD_FUNCTION* entry) { return &entry->prototype; },
+        [&](const FUNCMOD_FUNCTION& entry) { add(entry, type, replace); });
+  }
+}
+
+/// Whether the record of a function says how it is called with the context.
+bool TakesContext(const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type) {
+  return type == FunctionList::FUNCTYPE_CONTEXT && entry.contextImplementation != nullptr;
+}
+
+/// The whole of a record in the fixed order: what prototypes name comes before the prototypes.
+void RegisterLists(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
+  RegisterConstants(context, record);
+  RegisterTypes(context, record);
+  RegisterErrors(context, record, true);
+  ForEachFunction(record, [&](const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type,
+                              bool replace) {
+    if (TakesContext(entry, type)) {
+      context.RegisterFunction(entry.prototype, entry.contextImplementation, type, replace,
+                               entry.traits);
+    } else {
+      context.RegisterFunction(entry.prototype, entry.implementation, type, replace, entry.traits);
+    }
+  });
 }
 
 bool HaveSameSignature(const TamberFunction& a, const TamberFunction& b) {
@@ -144,8 +171,37 @@ std::vector<std::shared_ptr<const TamberFunction>> EntriesOf(const FunctionList&
 
 }  // namespace
 
-void RegisterBuiltInModule(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
-  RegisterLists(context, record, false);
+void RegisterBuiltInTypes(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
+  RegisterTypes(context, record);
+}
+
+void RegisterBuiltInNames(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
+  RegisterConstants(context, record);
+  RegisterErrors(context, record, false);
+}
+
+void AddBuiltInNames(kel::NameFilter& names, const FUNCMOD_REGISTRATION* record) {
+  const auto add = [&names](const auto& entry) { names.Add(entry.name.View()); };
+  ForEachNamed<FUNCMOD_INTEGER>(record, FUNCMOD_INTEGERS, add);
+  ForEachNamed<FUNCMOD_STRING>(record, FUNCMOD_STRINGS, add);
+  ForEachNamed<FUNCMOD_ERROR>(record, FUNCMOD_ERRORS, add);
+  ForEachFunction(record, [&names](const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e, bool) {
+    names.Add(TamberFunction::NameIn(entry.prototype));
+  });
+}
+
+void RegisterBuiltInFunctions(FunctionList& functions, const FUNCMOD_REGISTRATION* record,
+                              const TypeList& types) {
+  ForEachFunction(record, [&](const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type, bool) {
+    auto function = std::make_shared<TamberFunction>(entry.prototype, types, type);
+    function->SetTraits(entry.traits);
+    if (TakesContext(entry, type)) {
+      function->SetImplementation(entry.contextImplementation);
+    } else {
+      function->SetImplementation(entry.implementation);
+    }
+    functions.AddOverload(std::move(function));
+  });
 }
 
 ContextRegistration::ContextRegistration(TamberContext& context)
@@ -174,7 +230,7 @@ void ContextRegistration::Register(const FUNCMOD_REGISTRATION* record) {
                                [&](const auto& entry) { noteType(entry.name); });
   ForEachNamed<FUNCMOD_STRUCT>(record, FUNCMOD_STRUCTS,
                                [&](const auto& entry) { noteType(entry.name); });
-  RegisterLists(context_, record, true);
+  RegisterLists(context_, record);
   ForEachNamed<FUNCMOD_STRUCT>(record, FUNCMOD_STRUCTS, [&](const FUNCMOD_STRUCT& entry) {
     if (entry.prototypes != nullptr) prototypes_.push_back(entry.prototypes);
   });
@@ -238,7 +294,7 @@ using tamber::TypeRef;
 void TamberContext::RegisterFunctionModule(const FUNCMOD_REGISTRATION* registration) {
   if (registration == nullptr) return;
   const std::lock_guard lock(tamber::ModuleMutex());
-  tamber::RegisterLists(*this, registration, true);
+  tamber::RegisterLists(*this, registration);
 }
 
 const void* TamberContext::FindRegistrationList(const FUNCMOD_REGISTRATION* registration,

@@ -42,8 +42,19 @@ class ContextRegistration final : public ModuleRegistration {
   std::vector<Prototypes*> prototypes_;
 };
 
-/// Registers a built-in module. Its lists are shared by all contexts and so never written to; the
-/// codes of its errors are found through the constants of their names.
-void RegisterBuiltInModule(TamberContext& context, const FUNCMOD_REGISTRATION* record);
+// The built-in modules are registered piece by piece, each when somebody needs one of its kind.
+// Their lists are shared by all contexts and so never written to; the codes of their errors are
+// found through the constants of their names.
+
+/// Registers the types of a built-in module.
+void RegisterBuiltInTypes(TamberContext& context, const FUNCMOD_REGISTRATION* record);
+/// Registers its constants and errors.
+void RegisterBuiltInNames(TamberContext& context, const FUNCMOD_REGISTRATION* record);
+/// Adds the names of what both of the following register.
+void AddBuiltInNames(kel::NameFilter& names, const FUNCMOD_REGISTRATION* record);
+/// Registers its functions, no two of which have the same name and parameters. Their prototypes are
+/// read when they are needed, with `types`, which stays for good.
+void RegisterBuiltInFunctions(FunctionList& functions, const FUNCMOD_REGISTRATION* record,
+                              const TypeList& types);
 
 }  // namespace tamber

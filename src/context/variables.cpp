@@ -55,7 +55,7 @@ int32_t TamberContext::FindVariable(const KelString& name, uint32_t mask) {
   for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL}) {
     if ((mask & scope) == 0) continue;
     const VarList* list =
-        scope == VARLIST_CONSTANT ? state.Constants() : ListOf(state, scope)->get();
+        scope == VARLIST_CONSTANT ? state.ConstantsFor(name.View()) : ListOf(state, scope)->get();
     uint32_t at = list != nullptr ? list->FindVariable(name.View()) : VarList::kNotFound;
     if (at != VarList::kNotFound) return static_cast<int32_t>(at);
   }
@@ -72,7 +72,7 @@ Variable* TamberContext::GetVariable(const KelString& name, uint32_t mask) {
 }
 
 const Variable* TamberContext::PeekConstant(std::string_view name) const {
-  const VarList* list = state_->Constants();
+  const VarList* list = state_->ConstantsFor(name);
   return list != nullptr ? list->GetVariable(name) : nullptr;
 }
 
@@ -117,7 +117,7 @@ void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_Var
 void TamberContext::ClearVarList(uint32_t mask) {
   State().ScopeChanged();
   if ((mask & VARLIST_LOCAL) != 0) State().machine->ClearLocals();
-  if ((mask & VARLIST_CONSTANT) != 0) State().sharedConstants.reset();
+  if ((mask & VARLIST_CONSTANT) != 0) State().sharedConstants = nullptr;
   for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL})
     if ((mask & scope) != 0) ListOf(State(), scope)->reset();
 }

@@ -63,7 +63,7 @@ Cell* Machine::MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk) {
   if (next == chunks_.size()) {
     size_t size = std::max<size_t>(code->registers, kChunkCells);
     Chunk added;
-    added.cells = std::make_unique<Cell[]>(size);
+    added.cells = std::make_unique_for_overwrite<Cell[]>(size);
     added.end = added.cells.get() + size;
     chunks_.push_back(std::move(added));
   }

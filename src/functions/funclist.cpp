@@ -160,13 +160,17 @@ uint32_t FunctionList::AddFunction(const KelString& name, Variable* returnValue,
 uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> function, bool replace) {
   if (!function || function->GetName().IsEmpty()) return 0;
   const std::string_view name = function->GetName();
-  const uint32_t existing = FindFunctionFromSig(name, function->ParameterTypes());
+  const uint32_t existing = FindFunctionFromSig(name, *function);
   if (existing != 0) {
     if (!replace) return existing;
     auto& functions = table_.Write().functions;
     functions.erase(functions.begin() + (existing - 1));
   }
-  const uint32_t index = FindNearestFunction(name);
+  return AddOverload(std::move(function));
+}
+
+uint32_t FunctionList::AddOverload(std::shared_ptr<const TamberFunction> function) {
+  const uint32_t index = FindNearestFunction(function->GetName());
   auto& functions = table_.Write().functions;
   functions.insert(functions.begin() + (index - 1), std::move(function));
   return index;
@@ -177,6 +181,7 @@ uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> functio
 // overloads that suit a call equally well.
 
 uint32_t FunctionList::FindFunction(std::string_view name) const {
+  if (CannotHold(name)) return 0;
   uint32_t low = 1;
   uint32_t high = GetFunctionCount();
   while (low <= high) {
@@ -210,14 +215,15 @@ uint32_t FunctionList::FindNearestFunction(std::string_view name) const {
 }
 
 uint32_t FunctionList::FindFunctionFromSig(std::string_view name,
-                                           const std::vector<TypeRef>& parameters) const {
+                                           const TamberFunction& wanted) const {
   for (uint32_t index = FindFirstOverload(name); index != 0; index = NextOverload(index)) {
-    if (HasSignature(*GetFunction(index), parameters)) return index;
+    if (HasSignature(*GetFunction(index), wanted.ParameterTypes())) return index;
   }
   return 0;
 }
 
 uint32_t FunctionList::FindFirstOverload(std::string_view name) const {
+  if (CannotHold(name)) return 0;
   const auto& functions = table_.Read().functions;
   const auto found = std::lower_bound(functions.begin(), functions.end(), name,
                                       [](const auto& function, std::string_view wanted) {

@@ -12,6 +12,7 @@
 #include "kel/export.h"
 #include "kel/kelascii.h"
 #include "kel/kelstring.h"
+#include "kel/namefilter.h"
 
 /// The built-in functions that scripts may call, ordered by name.
 ///
@@ -29,6 +30,15 @@ class TAMBER_API FunctionList {
 
   FunctionList() = default;
   FunctionList(const FunctionList&) = default;
+  /// A list that starts as a copy of another one, which is asked for when somebody looks for a name
+  /// that it may hold, or for anything else.
+  template <const FunctionList& (*Source)()>
+  static FunctionList Deferred(const kel::NameFilter& names) {
+    FunctionList list;
+    list.table_ = kel::Cow<Table>(+[]() -> const kel::Cow<Table>& { return Source().table_; });
+    list.names_ = &names;
+    return list;
+  }
   FunctionList& operator=(const FunctionList&) = default;
   virtual ~FunctionList() = default;
   /// Order of two entries by name without regard to case; null comes after everything.
@@ -44,6 +54,9 @@ class TAMBER_API FunctionList {
                        TamberFunctionExPtr implementation, VarList* parameters, uint16_t type,
                        bool replace);
   uint32_t AddFunction(std::shared_ptr<const TamberFunction> function, bool replace);
+  /// Adds a function that has a name, and other parameters than any of that name that is there:
+  /// none of their prototypes is read.
+  uint32_t AddOverload(std::shared_ptr<const TamberFunction> function);
 
   /// Index of some function of that name, or 0.
   uint32_t FindFunction(std::string_view name) const;
@@ -82,14 +95,18 @@ class TAMBER_API FunctionList {
 
   /// Where a function of that name is inserted.
   uint32_t FindNearestFunction(std::string_view name) const;
-  /// The overload with exactly these parameter types, or 0.
-  uint32_t FindFunctionFromSig(std::string_view name,
-                               const std::vector<tamber::TypeRef>& parameters) const;
+  /// The overload with exactly the parameter types of `wanted`, or 0.
+  uint32_t FindFunctionFromSig(std::string_view name, const TamberFunction& wanted) const;
   uint32_t FindFirstOverload(std::string_view name) const;
   uint32_t NextOverload(uint32_t index) const;
   uint32_t BestOverload(uint32_t first, std::span<const tamber::TypeDesc* const> arguments,
                         bool anyForArray) const;
   void DumpFunction(KelString& out, const KelString& indent, uint32_t index) const;
 
+  bool CannotHold(std::string_view name) const {
+    return !table_.IsMade() && !names_->MayHold(name);
+  }
+
   kel::Cow<Table> table_;
+  const kel::NameFilter* names_ = nullptr;  ///< of a table that is not made yet
 };

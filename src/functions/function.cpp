@@ -1,36 +1,102 @@
 #include "functions/function.h"
 
+#include <mutex>
+
+#include "functions/prototype.h"
 #include "values/cellops.h"
+#include "values/varholder.h"
 #include "values/varlist.h"
+
+/// What a prototype says beside the name.
+struct TamberFunction::Signature {
+  /// Takes both over unless it throws.
+  Signature(Variable* value, VarList* list) {
+    returnType =
+        value != nullptr ? tamber::TypeOf(*value) : tamber::TypeDesc::Of(tamber::Kind::None);
+    const uint32_t count = list != nullptr ? list->GetSize() : 0;
+    parameterTypes.reserve(count);
+    for (uint32_t i = 0; i < count; ++i) {
+      parameterTypes.push_back(tamber::TypeOf(*list->GetVariable(i)));
+    }
+    returnValue.reset(value);
+    parameters.reset(list);
+  }
+
+  tamber::VarHolder returnValue;
+  std::unique_ptr<VarList> parameters;
+  tamber::TypeRef returnType;
+  std::vector<tamber::TypeRef> parameterTypes;
+};
+
+/// It is the word before the parameters.
+std::string_view TamberFunction::NameIn(std::string_view prototype) {
+  constexpr std::string_view kBlanks = " \t";
+  prototype = prototype.substr(0, prototype.find('('));
+  prototype = prototype.substr(0, prototype.find_last_not_of(kBlanks) + 1);
+  return prototype.substr(prototype.find_last_of(kBlanks) + 1);
+}
 
 TamberFunction::TamberFunction(const KelString& name, Variable* returnValue, VarList* parameters,
                                uint16_t type)
-    : name_(name), returnValue_(returnValue), parameters_(parameters), type_(type) {
-  returnType_ = returnValue_ != nullptr ? tamber::TypeOf(*returnValue_)
-                                        : tamber::TypeDesc::Of(tamber::Kind::None);
-  parameterTypes_.reserve(GetParameterCount());
-  for (uint32_t i = 0; i < GetParameterCount(); ++i) {
-    parameterTypes_.push_back(tamber::TypeOf(*parameters_->GetVariable(i)));
-  }
-}
+    : name_(name), type_(type), signature_(new Signature(returnValue, parameters)) {}
+
+TamberFunction::TamberFunction(const KelString& prototype, const TypeList& types, uint16_t type)
+    : name_(NameIn(prototype)),
+      type_(type),
+      prototype_(&prototype),
+      types_(&types),
+      signature_(nullptr) {}
 
 TamberFunction::TamberFunction(const TamberFunction& other)
     : name_(other.name_),
-      returnValue_(other.returnValue_ != nullptr ? other.returnValue_->Clone() : nullptr),
-      parameters_(other.parameters_ != nullptr ? new VarList(*other.parameters_) : nullptr),
       type_(other.type_),
       plain_(other.plain_),
       extended_(other.extended_),
       target_(other.target_),
-      traits_(other.traits_),
-      returnType_(other.returnType_),
-      parameterTypes_(other.parameterTypes_) {}
-
-TamberFunction::~TamberFunction() {
-  delete parameters_;
-  Variable::Delete(returnValue_);
+      traits_(other.traits_) {
+  const Signature& signature = other.GetSignature();
+  tamber::VarHolder value;
+  std::unique_ptr<VarList> list;
+  if (signature.returnValue) value.reset(signature.returnValue->Clone());
+  if (signature.parameters) list = std::make_unique<VarList>(*signature.parameters);
+  signature_ = new Signature(value.get(), list.get());
+  static_cast<void>(value.release());
+  static_cast<void>(list.release());
 }
 
+TamberFunction::~TamberFunction() { delete signature_.load(std::memory_order_acquire); }
+
+const TamberFunction::Signature& TamberFunction::GetSignature() const {
+  const Signature* known = signature_.load(std::memory_order_acquire);
+  if (known != nullptr) [[likely]] {
+    return *known;
+  }
+  static std::mutex reading;
+  const std::lock_guard lock(reading);
+  known = signature_.load(std::memory_order_acquire);
+  if (known == nullptr) {
+    tamber::Prototype read;
+    KelString message;
+    const auto type = static_cast<FunctionList::FuncType_e>(type_);
+    if (!tamber::ParsePrototype(prototype_->View(), *types_, type, read, message)) read = {};
+    known = new Signature(read.returnValue.get(), read.parameters.get());
+    static_cast<void>(read.returnValue.release());
+    static_cast<void>(read.parameters.release());
+    signature_.store(known, std::memory_order_release);
+  }
+  return *known;
+}
+
+Variable* TamberFunction::GetVariable() const { return GetSignature().returnValue.get(); }
+
 uint32_t TamberFunction::GetParameterCount() const {
-  return parameters_ != nullptr ? parameters_->GetSize() : 0;
+  return static_cast<uint32_t>(GetSignature().parameterTypes.size());
+}
+
+VarList* TamberFunction::GetParameterList() const { return GetSignature().parameters.get(); }
+
+const tamber::TypeRef& TamberFunction::ReturnType() const { return GetSignature().returnType; }
+
+const std::vector<tamber::TypeRef>& TamberFunction::ParameterTypes() const {
+  return GetSignature().parameterTypes;
 }

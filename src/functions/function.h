@@ -1,7 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -12,6 +14,7 @@
 
 class Stack;
 class TamberContext;
+class TypeList;
 class VarList;
 
 /// The record that a built-in function receives with each call.
@@ -40,18 +43,27 @@ struct FunctionTraits {
 /// One registered built-in: its name, types and implementation.
 class TAMBER_API TamberFunction {
  public:
+  /// Takes over the return value and the parameters.
   TamberFunction(const KelString& name, Variable* returnValue, VarList* parameters, uint16_t type);
+  /// A function whose prototype is read when its types are first asked for, from any thread: few
+  /// scripts call more than a handful of the built-ins. The text and the types, which must hold
+  /// every type that it names, are on loan for good; a prototype that is malformed declares no
+  /// parameters and no result.
+  TamberFunction(const KelString& prototype, const TypeList& types, uint16_t type);
   TamberFunction(const TamberFunction& other);
   TamberFunction& operator=(const TamberFunction&) = delete;
   ~TamberFunction();
+
+  /// The name that a prototype declares.
+  static std::string_view NameIn(std::string_view prototype);
 
   const KelString& GetName() const { return name_; }
   uint16_t GetFunctionType() const { return type_; }
   /// An empty value of the declared return type, on loan; also the result of a call when there is
   /// no implementation.
-  Variable* GetVariable() const { return returnValue_; }
+  Variable* GetVariable() const;
   uint32_t GetParameterCount() const;
-  VarList* GetParameterList() const { return parameters_; }
+  VarList* GetParameterList() const;
 
   /// Functions of type 2 take the second form, all others the first; both may be null.
   void SetImplementation(TamberFunctionPtr implementation) { plain_ = implementation; }
@@ -66,18 +78,21 @@ class TAMBER_API TamberFunction {
 
   const FunctionTraits& Traits() const { return traits_; }
   void SetTraits(const FunctionTraits& traits) { traits_ = traits; }
-  const tamber::TypeRef& ReturnType() const { return returnType_; }
-  const std::vector<tamber::TypeRef>& ParameterTypes() const { return parameterTypes_; }
+  const tamber::TypeRef& ReturnType() const;
+  const std::vector<tamber::TypeRef>& ParameterTypes() const;
 
  private:
+  struct Signature;
+
+  const Signature& GetSignature() const;
+
   KelString name_;
-  Variable* returnValue_;
-  VarList* parameters_;
   uint16_t type_;
+  const KelString* prototype_ = nullptr;  ///< unread as long as there is no signature
+  const TypeList* types_ = nullptr;
+  mutable std::atomic<const Signature*> signature_;
   TamberFunctionPtr plain_ = nullptr;
   TamberFunctionExPtr extended_ = nullptr;
   std::shared_ptr<void> target_;
   FunctionTraits traits_;
-  tamber::TypeRef returnType_;
-  std::vector<tamber::TypeRef> parameterTypes_;
 };

@@ -75,6 +75,7 @@ constexpr bool EqualsNoCase(std::string_view a, std::string_view b) {
 constexpr int CompareNoCase(std::string_view a, std::string_view b) {
   const size_t common = a.size() < b.size() ? a.size() : b.size();
   for (size_t i = 0; i < common; ++i) {
+    if (a[i] == b[i]) continue;
     const int left = static_cast<unsigned char>(ToLower(a[i]));
     const int right = static_cast<unsigned char>(ToLower(b[i]));
     if (left != right) return left - right;

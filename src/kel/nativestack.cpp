@@ -1,7 +1,11 @@
 #include "kel/nativestack.h"
 
 #include <pthread.h>
+#include <sys/auxv.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace kel {
@@ -13,7 +17,25 @@ struct StackBounds {
   size_t size = 0;
 };
 
-StackBounds FindBounds() {
+/// The system keeps at least this much room free below the first thread's stack, whatever limit was
+/// in force when the process started.
+constexpr rlim_t kAlwaysFree = rlim_t{64} << 20;
+/// Between the end of the stack and the texts that the process was started with, and some more.
+constexpr size_t kMargin = size_t{64} << 10;
+
+/// The first thread's stack grows down from the texts of the command line, as far as its limit
+/// says. The C library finds the same by reading the list of all mappings, which takes longer than
+/// a short script. Size 0 when the caller is not on that stack, or its limit is no ordinary one.
+StackBounds FirstThreadBounds(uintptr_t here) {
+  const uintptr_t top = ::getauxval(AT_EXECFN);
+  rlimit limit{};
+  if (::gettid() != ::getpid() || ::getrlimit(RLIMIT_STACK, &limit) != 0) return {};
+  if (limit.rlim_cur <= kMargin || limit.rlim_cur > std::min<rlim_t>(kAlwaysFree, top)) return {};
+  const StackBounds bounds{top - limit.rlim_cur + kMargin, limit.rlim_cur - kMargin};
+  return here - bounds.low < bounds.size ? bounds : StackBounds{};
+}
+
+StackBounds OwnBounds() {
   StackBounds bounds;
   pthread_attr_t attributes;
   if (pthread_getattr_np(pthread_self(), &attributes) != 0) return bounds;
@@ -31,12 +53,17 @@ StackBounds FindBounds() {
   return bounds;
 }
 
+StackBounds FindBounds(uintptr_t here) {
+  const StackBounds first = FirstThreadBounds(here);
+  return first.size != 0 ? first : OwnBounds();
+}
+
 }  // namespace
 
 size_t NativeStackLeft() {
-  thread_local const StackBounds bounds = FindBounds();
   // The frame's address, not that of a local: a sanitizer may keep locals elsewhere.
   const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+  thread_local const StackBounds bounds = FindBounds(here);
   const size_t left = here - bounds.low;
   return left < bounds.size ? left : kUnknownStackLeft;
 }

@@ -57,6 +57,33 @@ TEST_F(NewContext, HasAConstantForEachError) {
   EXPECT_FALSE(Knows("", VARLIST_CONSTANT)) << "a record without a name makes none";
 }
 
+bool HaveSameSignature(const TamberFunction& a, const TamberFunction& b) {
+  return kel::EqualsNoCase(a.GetName(), b.GetName()) &&
+         std::equal(a.ParameterTypes().begin(), a.ParameterTypes().end(),
+                    b.ParameterTypes().begin(), b.ParameterTypes().end(),
+                    [](const auto& x, const auto& y) { return x->IsSame(*y); });
+}
+
+// The tables behind them are made when the first of their names is looked for, whichever it is.
+TEST_F(NewContext, FindsAnyBuiltInAtTheFirstLook) {
+  ASSERT_GT(context_.GetFunctionCount(), 150u);
+  for (uint32_t i = 1; i <= context_.GetFunctionCount(); ++i) {
+    const TamberFunction& function = *context_.GetFunction(i);
+    EXPECT_NE(TamberContext(nullptr).FindFunction(function.GetName()), 0u)
+        << function.GetName().View();
+    EXPECT_NE(function.ReturnType()->GetKind(), tamber::Kind::None) << function.GetName().View();
+    for (uint32_t j = 1; j < i; ++j) {
+      EXPECT_FALSE(HaveSameSignature(function, *context_.GetFunction(j)))
+          << function.GetName().View();
+    }
+  }
+  for (uint32_t i = 0; const Variable* constant = context_.GetVariable(i, VARLIST_CONSTANT); ++i) {
+    const KelString name = constant->GetVarName();
+    EXPECT_NE(TamberContext(nullptr).PeekConstant(name), nullptr) << name.View();
+    EXPECT_GE(TamberContext(nullptr).FindVariable(name, VARLIST_CONSTANT), 0) << name.View();
+  }
+}
+
 TEST_F(NewContext, HasThePredefinedGlobalsInTheOrderOfNames) {
   struct Row {
     const char* name;
