@@ -62,10 +62,10 @@ class TAMBER_API ErrorList {
     uint32_t highestRuntimeCode = 0;
   };
 
-  static int32_t Add(Table& table, ERRORINFO error);
-  int32_t GetHighestErrorCode(int32_t code) const;
-  const ERRORINFO* GetError(int32_t code) const;
-  int32_t FindError(int32_t code) const;
+  TAMBER_LOCAL static int32_t Add(Table& table, ERRORINFO error);
+  TAMBER_LOCAL int32_t GetHighestErrorCode(int32_t code) const;
+  TAMBER_LOCAL const ERRORINFO* GetError(int32_t code) const;
+  TAMBER_LOCAL int32_t FindError(int32_t code) const;
 
   kel::Cow<Table> table_;
 };

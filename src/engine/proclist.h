@@ -45,7 +45,7 @@ class TAMBER_API ProcedureList {
   }
 
  private:
-  uint32_t FindNearestProcedure(std::string_view name) const;
+  TAMBER_LOCAL uint32_t FindNearestProcedure(std::string_view name) const;
 
   std::vector<TamberProcedure*> sorted_;
   std::unordered_map<std::string_view, TamberProcedure*, kel::NoCaseHash, kel::NoCaseEqual> byName_;

@@ -101,9 +101,9 @@ class TAMBER_API Stack {
   }
 
  private:
-  void PushText(std::string_view text);
+  TAMBER_LOCAL void PushText(std::string_view text);
   /// False, and the entry released, without memory.
-  bool Append(tamber::Kind kind, tamber::Cell cell, const tamber::TypeDesc* type);
+  TAMBER_LOCAL bool Append(tamber::Kind kind, tamber::Cell cell, const tamber::TypeDesc* type);
   /// Written field by field: an entry that is put together elsewhere and copied as a whole makes
   /// the processor wait for its parts, which costs more than all the rest of a call.
   void Place(tamber::Kind kind, tamber::Cell cell, const tamber::TypeDesc* type) {

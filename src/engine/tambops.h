@@ -109,40 +109,40 @@ class TAMBER_API TamberOperators {
   static tamber::Kind ValueKind(Operator_e code, tamber::Kind left, tamber::Kind right);
 
  private:
-  int32_t OpMultiply(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpDivide(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpRemain(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpAdd(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpSubtract(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpIsLessThan(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpIsGreaterThan(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpIsLessEqual(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpIsGreaterEqual(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpIsEqual(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpIsNotEqual(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpAnd(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpOr(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpBitAnd(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpBitOr(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpBitXor(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpStructMember(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpArrayIndex(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpShiftLeft(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpShiftRight(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpNegate(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpNot(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
-  int32_t OpComplement(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpMultiply(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpDivide(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpRemain(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpAdd(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpSubtract(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpIsLessThan(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpIsGreaterThan(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpIsLessEqual(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpIsGreaterEqual(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpIsEqual(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpIsNotEqual(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpAnd(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpOr(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpBitAnd(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpBitOr(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpBitXor(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpStructMember(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpArrayIndex(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpShiftLeft(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpShiftRight(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpNegate(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpNot(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
+  TAMBER_LOCAL int32_t OpComplement(Stack*, Variable::enum_TypeId, Variable::enum_TypeId);
 
-  const Variable* GetStructReturnType(const Variable* left, const Variable* right);
-  const Variable* GetArrayReturnType(const Variable* left, const Variable* right);
-  int32_t Fail(int32_t code, std::string_view text = {});
+  TAMBER_LOCAL const Variable* GetStructReturnType(const Variable* left, const Variable* right);
+  TAMBER_LOCAL const Variable* GetArrayReturnType(const Variable* left, const Variable* right);
+  TAMBER_LOCAL int32_t Fail(int32_t code, std::string_view text = {});
   template <Operator_e kCode, class Compute>
   int32_t Arithmetic(Stack* stack, Compute compute);
   template <Operator_e kCode, class Compute>
   int32_t Integral(Stack* stack, Compute compute);
   template <Operator_e kCode, class Compute>
   int32_t Compare(Stack* stack, Compute compute);
-  int32_t Join(Stack* stack);
+  TAMBER_LOCAL int32_t Join(Stack* stack);
 
   int32_t operatorError_ = 0;
   int32_t caseSwitch_ = 0;

@@ -94,14 +94,16 @@ class TAMBER_API FunctionList {
   };
 
   /// Where a function of that name is inserted.
-  uint32_t FindNearestFunction(std::string_view name) const;
+  TAMBER_LOCAL uint32_t FindNearestFunction(std::string_view name) const;
   /// The overload with exactly the parameter types of `wanted`, or 0.
-  uint32_t FindFunctionFromSig(std::string_view name, const TamberFunction& wanted) const;
-  uint32_t FindFirstOverload(std::string_view name) const;
-  uint32_t NextOverload(uint32_t index) const;
-  uint32_t BestOverload(uint32_t first, std::span<const tamber::TypeDesc* const> arguments,
-                        bool anyForArray) const;
-  void DumpFunction(KelString& out, const KelString& indent, uint32_t index) const;
+  TAMBER_LOCAL uint32_t FindFunctionFromSig(std::string_view name,
+                                            const TamberFunction& wanted) const;
+  TAMBER_LOCAL uint32_t FindFirstOverload(std::string_view name) const;
+  TAMBER_LOCAL uint32_t NextOverload(uint32_t index) const;
+  TAMBER_LOCAL uint32_t BestOverload(uint32_t first,
+                                     std::span<const tamber::TypeDesc* const> arguments,
+                                     bool anyForArray) const;
+  TAMBER_LOCAL void DumpFunction(KelString& out, const KelString& indent, uint32_t index) const;
 
   bool CannotHold(std::string_view name) const {
     return !table_.IsMade() && !names_->MayHold(name);

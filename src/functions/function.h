@@ -84,7 +84,7 @@ class TAMBER_API TamberFunction {
  private:
   struct Signature;
 
-  const Signature& GetSignature() const;
+  TAMBER_LOCAL const Signature& GetSignature() const;
 
   KelString name_;
   uint16_t type_;

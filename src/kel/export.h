@@ -7,3 +7,6 @@
 #else
 #define TAMBER_API __attribute__((visibility("default")))
 #endif
+
+/// Marks a member of a class of which the rest is shown: nothing in the headers calls it.
+#define TAMBER_LOCAL __attribute__((visibility("hidden")))

@@ -74,8 +74,8 @@ class TAMBER_API FilePolicy {
 
  private:
   struct Root;
-  const Root* RootOf(std::string_view canonical) const;
-  bool Permits(std::string_view canonical, Access wanted) const;
+  TAMBER_LOCAL const Root* RootOf(std::string_view canonical) const;
+  TAMBER_LOCAL bool Permits(std::string_view canonical, Access wanted) const;
 
   Access elsewhere_ = Access::Write;
   bool network_ = true;

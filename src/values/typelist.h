@@ -98,9 +98,9 @@ class TAMBER_API TypeList {
   void UseTypes(std::shared_ptr<const tamber::TypeTable> types);
 
  private:
-  uint32_t FindNearestType(const KelString& name) const;
-  const tamber::TypeTable& Table() const;
-  tamber::TypeTable& Own();
+  TAMBER_LOCAL uint32_t FindNearestType(const KelString& name) const;
+  TAMBER_LOCAL const tamber::TypeTable& Table() const;
+  TAMBER_LOCAL tamber::TypeTable& Own();
 
   std::shared_ptr<const tamber::TypeTable> shared_;
   std::unique_ptr<tamber::TypeTable> own_;  // in use when shared_ is null

@@ -42,9 +42,9 @@ class TAMBER_API VarArray : public Variable {
 
  private:
   bool Has(uint32_t index) const { return index > 0 && index <= GetElementCount(); }
-  tamber::ArrayData* Own() const;
-  bool Append(Variable* element);
-  void AppendObject(Variable* element);
+  TAMBER_LOCAL tamber::ArrayData* Own() const;
+  TAMBER_LOCAL bool Append(Variable* element);
+  TAMBER_LOCAL void AppendObject(Variable* element);
 
   tamber::TypeRef type_;
   mutable Variable* prototype_ = nullptr;  // made when somebody asks; owned

@@ -45,9 +45,9 @@ class TAMBER_API VarEString final : public VarString {
 
  private:
   VarEString(const VarEString& other);
-  void Replace(tamber::StrBuf* cipher, uint64_t nonce);
-  void ForgetPlain() const;
-  char FirstByte() const;
+  TAMBER_LOCAL void Replace(tamber::StrBuf* cipher, uint64_t nonce);
+  TAMBER_LOCAL void ForgetPlain() const;
+  TAMBER_LOCAL char FirstByte() const;
 
   uint64_t nonce_ = 0;
   tamber::StrBuf* cipher_ = nullptr;

@@ -53,12 +53,12 @@ class TAMBER_API VarList {
   void ClearList();
 
  private:
-  void SortIfNeeded() const;
-  uint32_t FindSorted(std::string_view name) const;
-  uint32_t FindIndexed(std::string_view name, uint32_t hash) const;
-  uint32_t FindHashed(std::string_view name, uint32_t hash) const;
-  void BuildIndex() const;
-  void AddToIndex(uint32_t position) const;
+  TAMBER_LOCAL void SortIfNeeded() const;
+  TAMBER_LOCAL uint32_t FindSorted(std::string_view name) const;
+  TAMBER_LOCAL uint32_t FindIndexed(std::string_view name, uint32_t hash) const;
+  TAMBER_LOCAL uint32_t FindHashed(std::string_view name, uint32_t hash) const;
+  TAMBER_LOCAL void BuildIndex() const;
+  TAMBER_LOCAL void AddToIndex(uint32_t position) const;
   void DropIndex() { index_.clear(); }
 
   mutable std::vector<Variable*> items_;

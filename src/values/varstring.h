@@ -28,7 +28,7 @@ class TAMBER_API VarString : public tamber::OrderedVariable {
   VarString(const VarString&) = default;
 
  private:
-  void SetText(std::string_view text);
+  TAMBER_LOCAL void SetText(std::string_view text);
 };
 
 namespace tamber {

@@ -36,7 +36,7 @@ class TAMBER_API VarStruct final : public Variable {
 
  private:
   VarStruct(const VarStruct&) = default;
-  void Rebuild(const tamber::Ref<tamber::StructLayout>& layout, Variable* added);
+  TAMBER_LOCAL void Rebuild(const tamber::Ref<tamber::StructLayout>& layout, Variable* added);
 
   tamber::TypeRef type_;
 };

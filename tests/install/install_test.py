@@ -71,6 +71,12 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(run(self.prefix / "bin/tamber", "-e", 'Print("hi\\n")'), "hi\n")
         self.assertIn("tamber \\- run", (self.prefix / "share/man/man1/tamber.1").read_text())
 
+    def test_no_search_path_means_the_current_directory(self):
+        for binary in (self.build / "bin/tamber", self.build / "lib/libKelTamber.so", self.prefix / "bin/tamber",
+                       self.library):
+            for path in re.findall(r"R(?:UN)?PATH.*\[(.*)\]", run("readelf", "-d", binary)):
+                self.assertTrue(all(path.split(":")), f"{binary}: {path}")
+
     def test_the_examples_build_and_run(self):
         examples, build = next(self.prefix.glob("share/doc/*/examples")), self.work / "examples"
         self.configure(examples, build, f"-DCMAKE_PREFIX_PATH={self.prefix}")
