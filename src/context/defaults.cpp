@@ -83,38 +83,39 @@ const TypeList& DefaultTypes(TamberContext* first) {
   return types;
 }
 
-/// The errors, and the constants: each error is one too.
-struct DefaultNames {
-  explicit DefaultNames(ContextState& state)
-      : errors(state.errors), constants(std::move(state.constants)) {
-    for (uint32_t i = 0; i < constants->GetSize(); ++i) {
-      Variable& constant = *constants->GetVariable(i);
-      KeepForever(KindOf(constant), *CellOf(constant));
-    }
-    // A list makes its index when it is first searched; other threads only ever read this one.
-    constants->FindVariable(std::string_view("TRUE"));
-  }
-
-  ErrorList errors;
-  std::unique_ptr<const VarList> constants;
-};
-
-/// Registers them in a context made for that, step by step, and keeps its tables.
-std::unique_ptr<const DefaultNames> MakeDefaultNames() {
-  TamberContext maker(nullptr);
-  ContextState& state = maker.State();
-  state.errors = ErrorList();
-  state.sharedConstants = nullptr;
-  RegisterConstants(maker);
-  state.errors.Initialise();
-  RegisterErrorConstants(maker);
-  for (const FUNCMOD_REGISTRATION* module : BuiltInModules()) RegisterBuiltInNames(maker, module);
-  return std::make_unique<const DefaultNames>(state);
+const ErrorList& DefaultErrors() {
+  static const ErrorList& errors = *[] {
+    auto made = std::make_unique<ErrorList>();
+    made->Initialise();
+    for (const FUNCMOD_REGISTRATION* module : BuiltInModules())
+      RegisterBuiltInErrors(*made, module);
+    return made.release();
+  }();
+  return errors;
 }
 
-const DefaultNames& GetDefaultNames() {
-  static const DefaultNames& names = *MakeDefaultNames().release();
-  return names;
+/// Registers the constants in a context made for that, and takes its list.
+std::unique_ptr<const VarList> MakeDefaultConstants() {
+  TamberContext maker(nullptr);
+  ContextState& state = maker.State();
+  state.sharedConstants = nullptr;
+  RegisterConstants(maker);
+  RegisterErrorConstants(maker);
+  for (const FUNCMOD_REGISTRATION* module : BuiltInModules())
+    RegisterBuiltInConstants(maker, module);
+  std::unique_ptr<const VarList> constants = std::move(state.constants);
+  for (uint32_t i = 0; i < constants->GetSize(); ++i) {
+    Variable& constant = *constants->GetVariable(i);
+    KeepForever(KindOf(constant), *CellOf(constant));
+  }
+  // A list makes its index when it is first searched; other threads only ever read this one.
+  constants->FindVariable(std::string_view("TRUE"));
+  return constants;
+}
+
+const VarList& DefaultConstants() {
+  static const VarList& constants = *MakeDefaultConstants().release();
+  return constants;
 }
 
 /// The names of all constants and functions. Procedures and variables of a script are compared with
@@ -133,9 +134,6 @@ const kel::NameFilter& GetDefaultNameFilter() {
   }();
   return filter;
 }
-
-const ErrorList& DefaultErrors() { return GetDefaultNames().errors; }
-const VarList& DefaultConstants() { return *GetDefaultNames().constants; }
 
 const FunctionList& DefaultFunctions() {
   static const FunctionList& functions = *[] {

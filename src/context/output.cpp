@@ -61,9 +61,12 @@ class DumpWriter {
     TamberContext& context = state_.context;
     const KelString types = Key("DumpTypes");
     if (!types.IsEmpty()) context.DumpTypes(out, types, "");
-    WriteList(out, state_.Scope(VARLIST_GLOBAL), "Global variable list dump:", "DumpGlobals");
+    WriteList(out, state_.globals.get(), "Global variable list dump:", Key("DumpGlobals"));
     WriteLocals(out);
-    WriteList(out, state_.Scope(VARLIST_CONSTANT), "Constants list dump:", "DumpConstants");
+    const KelString constants = Key("DumpConstants");
+    if (!constants.IsEmpty()) {
+      WriteList(out, state_.Constants(), "Constants list dump:", constants);
+    }
     const KelString functions = Key("DumpFunctions");
     if (!functions.IsEmpty()) context.DumpFunctions(out, functions, "");
     const KelString procedures = Key("DumpProcedures");
@@ -75,17 +78,16 @@ class DumpWriter {
 
   /// Locals have objects only for this; nobody pays for a dump that was not asked for.
   void WriteLocals(KelString& out) const {
-    const KelString key("DumpLocals");
-    if (Key(key).IsEmpty() || !state_.machine->HasLocals()) return;
+    const KelString names = Key("DumpLocals");
+    if (names.IsEmpty() || !state_.machine->HasLocals()) return;
     const VarList locals = state_.machine->SnapshotLocals();
-    WriteList(out, &locals, "Local variable list dump:", key);
+    WriteList(out, &locals, "Local variable list dump:", names);
   }
 
   void WriteList(KelString& out, const VarList* list, std::string_view title,
-                 const KelString& key) const {
-    const KelString value = Key(key);
-    if (value.IsEmpty() || list == nullptr) return;
-    const kel::DumpSelection selection(value);
+                 const KelString& names) const {
+    if (names.IsEmpty() || list == nullptr) return;
+    const kel::DumpSelection selection(names);
     selection.AppendTitle(out, title);
     if (selection.All()) {
       for (uint32_t i = 0; i < list->GetSize(); ++i) list->GetVariable(i)->Dump(out, "");

@@ -107,11 +107,11 @@ void RegisterTypes(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
   });
 }
 
-void RegisterErrors(TamberContext& context, const FUNCMOD_REGISTRATION* record, bool writeBack) {
+void RegisterErrors(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
   ForEachNamed<FUNCMOD_ERROR>(record, FUNCMOD_ERRORS, [&](const FUNCMOD_ERROR& entry) {
     const int32_t code = context.RegisterErrorCode(0, entry.name, entry.text);
     context.RegisterInteger(entry.name, static_cast<uint32_t>(code), VARLIST_CONSTANT);
-    if (writeBack) const_cast<FUNCMOD_ERROR&>(entry).code = code;
+    const_cast<FUNCMOD_ERROR&>(entry).code = code;
   });
 }
 
@@ -143,7 +143,7 @@ bool TakesContext(const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type) 
 void RegisterLists(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
   RegisterConstants(context, record);
   RegisterTypes(context, record);
-  RegisterErrors(context, record, true);
+  RegisterErrors(context, record);
   ForEachFunction(record, [&](const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type,
                               bool replace) {
     if (TakesContext(entry, type)) {
@@ -175,9 +175,14 @@ void RegisterBuiltInTypes(TamberContext& context, const FUNCMOD_REGISTRATION* re
   RegisterTypes(context, record);
 }
 
-void RegisterBuiltInNames(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
+void RegisterBuiltInConstants(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
   RegisterConstants(context, record);
-  RegisterErrors(context, record, false);
+}
+
+void RegisterBuiltInErrors(ErrorList& errors, const FUNCMOD_REGISTRATION* record) {
+  ForEachNamed<FUNCMOD_ERROR>(record, FUNCMOD_ERRORS, [&](const FUNCMOD_ERROR& entry) {
+    errors.AddError(static_cast<int32_t>(errors.GetNewRuntimeErrorCode()), entry.name, entry.text);
+  });
 }
 
 void AddBuiltInNames(kel::NameFilter& names, const FUNCMOD_REGISTRATION* record) {

@@ -48,9 +48,11 @@ class ContextRegistration final : public ModuleRegistration {
 
 /// Registers the types of a built-in module.
 void RegisterBuiltInTypes(TamberContext& context, const FUNCMOD_REGISTRATION* record);
-/// Registers its constants and errors.
-void RegisterBuiltInNames(TamberContext& context, const FUNCMOD_REGISTRATION* record);
-/// Adds the names of what both of the following register.
+/// Registers its constants.
+void RegisterBuiltInConstants(TamberContext& context, const FUNCMOD_REGISTRATION* record);
+/// Registers its errors, without the constants of their names.
+void RegisterBuiltInErrors(ErrorList& errors, const FUNCMOD_REGISTRATION* record);
+/// Adds the names of its constants, errors and functions.
 void AddBuiltInNames(kel::NameFilter& names, const FUNCMOD_REGISTRATION* record);
 /// Registers its functions, no two of which have the same name and parameters. Their prototypes are
 /// read when they are needed, with `types`, which stays for good.

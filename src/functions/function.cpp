@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "functions/prototype.h"
+#include "kel/kelascii.h"
 #include "values/cellops.h"
 #include "values/varholder.h"
 #include "values/varlist.h"
@@ -30,10 +31,11 @@ struct TamberFunction::Signature {
 
 /// It is the word before the parameters.
 std::string_view TamberFunction::NameIn(std::string_view prototype) {
-  constexpr std::string_view kBlanks = " \t";
   prototype = prototype.substr(0, prototype.find('('));
-  prototype = prototype.substr(0, prototype.find_last_not_of(kBlanks) + 1);
-  return prototype.substr(prototype.find_last_of(kBlanks) + 1);
+  while (!prototype.empty() && kel::IsSpace(prototype.back())) prototype.remove_suffix(1);
+  size_t start = prototype.size();
+  while (start > 0 && !kel::IsSpace(prototype[start - 1])) --start;
+  return prototype.substr(start);
 }
 
 TamberFunction::TamberFunction(const KelString& name, Variable* returnValue, VarList* parameters,
