@@ -2,60 +2,23 @@
 
 #include <fcntl.h>
 
-#include <cerrno>
+#include <algorithm>
+#include <climits>
 #include <cstdlib>
 
 #include "kel/pathparser.h"
+#include "kel/pathwalk.h"
 
 namespace kel {
 namespace {
 
 constexpr int kOpenDirectory = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-/// The path without links, "." and ".."; "" with errno when it does not exist.
+/// The path without links, "." and ".."; "" when it does not exist.
 std::string RealPath(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
                                                          &std::free);
   return real != nullptr ? std::string(real.get()) : std::string();
-}
-
-struct Split {
-  std::string parent;
-  std::string name;
-};
-
-/// Cuts the last name off; separators at the end do not count.
-Split SplitLast(std::string_view path) {
-  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
-  const size_t at = path.rfind('/');
-  if (at == std::string_view::npos) return {".", std::string(path)};
-  return {at == 0 ? "/" : std::string(path.substr(0, at)), std::string(path.substr(at + 1))};
-}
-
-bool IsPlainName(std::string_view name) { return !name.empty() && name != "." && name != ".."; }
-
-struct Canonical {
-  std::string path;     ///< of the thing itself, or of the deepest directory above that exists
-  bool exists = false;  ///< the path names the thing, or a name that can be made in `path`
-};
-
-/// Where a path leads. The last name may be missing, and then is kept as it is.
-Canonical Canonicalize(const std::string& path, Links links) {
-  const Split split = SplitLast(path);
-  if (links == Links::Follow || !IsPlainName(split.name)) {
-    std::string real = RealPath(path);
-    if (!real.empty()) return {std::move(real), true};
-    if (!IsPlainName(split.name)) return {RealPath(split.parent), false};
-  }
-  std::string parent = RealPath(split.parent);
-  if (!parent.empty()) return {JoinPath(parent, split.name), true};
-  Split above = SplitLast(split.parent);
-  while (true) {
-    std::string real = RealPath(above.parent);
-    if (!real.empty() || above.parent == "/" || above.parent == ".")
-      return {std::move(real), false};
-    above = SplitLast(above.parent);
-  }
 }
 
 /// Opens the directory that holds the last name of a relative path, one level at a time and through
@@ -73,6 +36,12 @@ Descriptor OpenParent(int root, std::string_view relative, std::string& name) {
   return dir;
 }
 
+/// Whether a canonical path is the directory or leads below it.
+bool IsWithin(std::string_view path, std::string_view dir) {
+  if (dir == "/") return true;
+  return path.starts_with(dir) && (path.size() == dir.size() || path[dir.size()] == '/');
+}
+
 }  // namespace
 
 struct FilePolicy::Root {
@@ -80,11 +49,7 @@ struct FilePolicy::Root {
   Access access;
   Descriptor dir;
 
-  bool Holds(std::string_view canonical) const {
-    if (path == "/") return true;
-    return canonical.starts_with(path) &&
-           (canonical.size() == path.size() || canonical[path.size()] == '/');
-  }
+  bool Holds(std::string_view canonical) const { return IsWithin(canonical, path); }
   std::string_view Relative(std::string_view canonical) const {
     canonical.remove_prefix(path == "/" ? 1 : path.size());
     while (!canonical.empty() && canonical.front() == '/') canonical.remove_prefix(1);
@@ -130,6 +95,11 @@ bool FilePolicy::Permits(std::string_view canonical, Access wanted) const {
   return (root != nullptr ? root->access : elsewhere_) >= wanted;
 }
 
+bool FilePolicy::IsAboveRoot(std::string_view canonical) const {
+  return std::any_of(roots_.begin(), roots_.end(),
+                     [&](const auto& root) { return IsWithin(root->path, canonical); });
+}
+
 Place FilePolicy::Find(std::string_view path, Access wanted, Links links) const {
   Place place(path);
   // With a separator behind it, a link would be followed after all.
@@ -137,19 +107,28 @@ Place FilePolicy::Find(std::string_view path, Access wanted, Links links) const 
     place.name_.pop_back();
   }
   if (!place.IsFound() || (roots_.empty() && elsewhere_ >= wanted)) return place;
-  const Canonical real = Canonicalize(place.name_, links);
-  place.state_ = Place::State::Refused;
-  if (real.path.empty() ? elsewhere_ < wanted : !Permits(real.path, wanted)) return place;
-  if (!real.exists) {
-    place.state_ = Place::State::Missing;
+  place.state_ = Place::State::Missing;
+  if (place.name_.size() >= PATH_MAX) return place;
+  // Out of a directory that scripts may not look into there is no way up but for those on the way
+  // to one that they may: else they could try out which names there are.
+  const PathEnd end = WalkPath(place.name_, links == Links::Follow, [this](std::string_view dir) {
+    return Permits(dir, Access::Read) || IsAboveRoot(dir);
+  });
+  // Whoever removes or renames a directory does it to all that is below, where the host may have
+  // allowed less; and what is elsewhere afterwards would be known by another name.
+  const bool takesRoots = links == Links::Keep && wanted == Access::Write && IsAboveRoot(end.path);
+  const Root* root = RootOf(end.path);
+  const bool permitted = end.path.empty() ? elsewhere_ >= wanted : Permits(end.path, wanted);
+  if (!permitted || (takesRoots && end.isReached)) {
+    place.state_ = Place::State::Refused;
     return place;
   }
-  const Root* root = RootOf(real.path);
+  if (!end.isReached) return place;
   const Descriptor top(root == nullptr ? ::open("/", kOpenDirectory) : -1);
   place.dir_ = root == nullptr
-                   ? OpenParent(top.Get(), std::string_view(real.path).substr(1), place.name_)
-                   : OpenParent(root->dir.Get(), root->Relative(real.path), place.name_);
-  place.state_ = place.dir_.IsOpen() ? Place::State::Found : Place::State::Missing;
+                   ? OpenParent(top.Get(), std::string_view(end.path).substr(1), place.name_)
+                   : OpenParent(root->dir.Get(), root->Relative(end.path), place.name_);
+  if (place.dir_.IsOpen()) place.state_ = Place::State::Found;
   return place;
 }
 

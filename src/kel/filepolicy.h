@@ -76,6 +76,8 @@ class TAMBER_API FilePolicy {
   struct Root;
   TAMBER_LOCAL const Root* RootOf(std::string_view canonical) const;
   TAMBER_LOCAL bool Permits(std::string_view canonical, Access wanted) const;
+  /// Whether one of the directories named is this one or below it.
+  TAMBER_LOCAL bool IsAboveRoot(std::string_view canonical) const;
 
   Access elsewhere_ = Access::Write;
   bool network_ = true;

@@ -69,7 +69,6 @@ TEST_F(FilePolicyTest, EverythingBelowIsThere) {
   EXPECT_TRUE(MayRead("box/own"));
   EXPECT_TRUE(MayRead("box/sub/inner"));
   EXPECT_TRUE(MayRead("alias/own"));
-  EXPECT_TRUE(MayRead("outside/../box/own"));
   EXPECT_EQ(Write("box/sub/new"), FileStatus::Ok);
   EXPECT_EQ(Get("box/sub/new"), "new");
   EXPECT_EQ(CreatePath(policy_, "box/a/b/c"), FileStatus::Ok);
@@ -96,6 +95,44 @@ TEST_F(FilePolicyTest, LevelsNestAndTheInnermostCounts) {
   readOnly.SetAccess(Access::None);
   EXPECT_TRUE(readOnly.Find("outside/secret", Access::Read).IsRefused());
   EXPECT_TRUE(readOnly.AllowsNetwork());
+}
+
+TEST_F(FilePolicyTest, WhatIsOutsideCannotBeTriedOut) {
+  fs::create_symlink("../outside", "box/out");
+  // Whether there is such a directory or not, and how the path comes to it: all answers are one.
+  for (const char* path :
+       {"outside/../box/own", "nothing/../box/own", "box/../outside/../box/own",
+        "box/../nothing/../box/own", "box/out/../box/own", "outside/a/../../box/own"}) {
+    EXPECT_TRUE(policy_.Find(path, Access::Read).IsRefused()) << path;
+  }
+  EXPECT_TRUE(MayRead("box/../box/own"));
+  EXPECT_TRUE(MayRead("box/sub/../own"));
+  EXPECT_TRUE(MayRead(dir_ + "/../" + fs::path(dir_).filename().string() + "/box/own"));
+  EXPECT_FALSE(MayRead("box/own/"));
+  EXPECT_EQ(Write("box/own/x"), FileStatus::Missing);
+}
+
+TEST_F(FilePolicyTest, LongPathsTakeTheirLengthInSteps) {
+  std::string path = "box";
+  for (int i = 0; i < 50000; ++i) path += "/a";
+  EXPECT_FALSE(policy_.Find(path, Access::Read).IsFound());
+  EXPECT_NE(CreatePath(policy_, path), FileStatus::Ok);
+  path.resize(1001);
+  EXPECT_EQ(CreatePath(policy_, path), FileStatus::Ok);
+  EXPECT_TRUE(policy_.Find(path, Access::Read).IsFound());
+}
+
+TEST_F(FilePolicyTest, DirectoriesThatHoldOthersOfThePolicyStay) {
+  fs::create_directories("box/sub/safe");
+  Put("box/sub/safe/file", "x");
+  ASSERT_TRUE(policy_.AddDirectory("box/sub/safe", Access::Read));
+  for (const char* path : {"box", "box/sub", "box/sub/", "box/sub/safe"}) {
+    EXPECT_TRUE(policy_.Find(path, Access::Write, Links::Keep).IsRefused()) << path;
+  }
+  EXPECT_TRUE(policy_.Find("box/own", Access::Write, Links::Keep).IsFound());
+  FilePolicy all;
+  ASSERT_TRUE(all.AddDirectory("box/sub/safe", Access::None));
+  EXPECT_TRUE(all.Find("box", Access::Write, Links::Keep).IsRefused());
 }
 
 TEST_F(FilePolicyTest, ALinkThatIsPutThereAfterwardsIsNotFollowed) {
