@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <memory>
 #include <set>
 #include <utility>
@@ -30,12 +30,20 @@ class TreeDeleter : public TreeVisitor {
   FileStatus Entry(int dir, const char* name, const struct stat&) override {
     return Remove(dir, name, 0);
   }
-  FileStatus Enter(int, const char*, const struct stat&, bool&) override { return FileStatus::Ok; }
+  FileStatus Enter(int dir, const char* name, const struct stat& info, bool&) override {
+    if ((info.st_mode & S_IRWXU) != S_IRWXU) Unlock(dir, name);
+    return FileStatus::Ok;
+  }
   FileStatus Leave(int dir, const char* name, const struct stat&) override {
     return Remove(dir, name, AT_REMOVEDIR);
   }
 
  private:
+  /// What stays protected shows when something is removed from it.
+  static void Unlock(int dir, const char* name) {
+    const Descriptor level(::openat(dir, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (level.IsOpen()) ChangeMode(level.Get(), S_IRWXU);
+  }
   static FileStatus Remove(int dir, const char* name, int flags) {
     const int result = ::unlinkat(dir, name, flags);
     return result != 0 && errno == ENOENT ? FileStatus::Ok : Done(result);
@@ -44,19 +52,29 @@ class TreeDeleter : public TreeVisitor {
 
 class TreeMeter : public TreeVisitor {
  public:
+  explicit TreeMeter(const FilePolicy& policy) : policy_(policy) {}
+
   FileStatus Entry(int, const char*, const struct stat& info) override {
     if (S_ISREG(info.st_mode)) bytes_ += static_cast<uint64_t>(info.st_size);
     return FileStatus::Ok;
   }
   FileStatus Enter(int, const char*, const struct stat& info, bool& skip) override {
-    skip = !seen_.insert({info.st_dev, info.st_ino}).second;
+    skip =
+        !seen_.insert({info.st_dev, info.st_ino}).second || policy_.Hides(info.st_dev, info.st_ino);
     return FileStatus::Ok;
   }
   FileStatus Leave(int, const char*, const struct stat&) override { return FileStatus::Ok; }
+  FileStatus Blocked() override {
+    status_ = FileStatus::Unreadable;
+    return FileStatus::Ok;
+  }
 
   uint64_t Bytes() const { return bytes_; }
+  FileStatus Status() const { return status_; }
 
  private:
+  const FilePolicy& policy_;
+  FileStatus status_ = FileStatus::Ok;
   uint64_t bytes_ = 0;
   std::set<std::pair<dev_t, ino_t>> seen_;
 };
@@ -127,7 +145,7 @@ FileStatus RemoveTree(int dir, const char* name) {
   return WalkTree(dir, name, deleter);
 }
 
-FileStatus TreeSize(const Place& place, uint64_t& bytes) {
+FileStatus TreeSize(const FilePolicy& policy, const Place& place, uint64_t& bytes) {
   bytes = 0;
   if (!place.IsFound()) return FileStatus::Missing;
   // The directory that is asked for may be reached through a link; those below it are not.
@@ -135,10 +153,10 @@ FileStatus TreeSize(const Place& place, uint64_t& bytes) {
   const Descriptor top(
       ::openat(place.Dir(), place.Name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | follow));
   if (!top.IsOpen()) return StatusOfErrno(errno, FileStatus::Unreadable);
-  TreeMeter meter;
+  TreeMeter meter(policy);
   const FileStatus status = WalkTree(top.Get(), ".", meter);
   bytes = meter.Bytes();
-  return status;
+  return status == FileStatus::Ok ? meter.Status() : status;
 }
 
 FileStatus ListFileNames(const Place& place, std::vector<std::string>& names) {
@@ -165,31 +183,34 @@ FileStatus ListFileNames(const Place& place, std::vector<std::string>& names) {
   return FileStatus::Ok;
 }
 
+int RenameToFree(int fromDir, const char* from, int toDir, const char* to) {
+  if (::renameat2(fromDir, from, toDir, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return -1;
+  // Into itself, or a file system that cannot refuse to replace: then look first.
+  struct stat info;
+  if (::fstatat(toDir, to, &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    return ::renameat(fromDir, from, toDir, to);
+  }
+  errno = EEXIST;
+  return -1;
+}
+
 FileStatus Move(const Place& from, const Place& to) {
   if (!from.IsFound() || !to.IsFound()) return FileStatus::Missing;
   struct stat info;
   if (::fstatat(from.Dir(), from.Name(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     return StatusOfErrno(errno, FileStatus::Failed);
   }
-  if (::renameat2(from.Dir(), from.Name(), to.Dir(), to.Name(), RENAME_NOREPLACE) == 0) {
-    return FileStatus::Ok;
-  }
-  if (errno == EINVAL || errno == ENOSYS) {
-    // Into itself, or a file system that cannot refuse to replace: then look first.
-    if (::fstatat(to.Dir(), to.Name(), &info, AT_SYMLINK_NOFOLLOW) == 0) return FileStatus::Exists;
-    return Done(::renameat(from.Dir(), from.Name(), to.Dir(), to.Name()));
-  }
+  if (RenameToFree(from.Dir(), from.Name(), to.Dir(), to.Name()) == 0) return FileStatus::Ok;
   if (errno == EACCES || errno == EPERM || errno == EROFS) return FileStatus::Unwritable;
   if (errno != EXDEV) return Done(-1);
-  const FileStatus status = CopyTree(from, to);
-  if (status != FileStatus::Ok) return status;
-  return S_ISDIR(info.st_mode) ? DeleteDirectory(from, true) : DeleteFile(from, true);
+  return IsUndeletable(from) ? FileStatus::Failed : MoveByCopy(from, to);
 }
 
 std::string CurrentDirectory() {
-  std::array<char, PATH_MAX> buffer;
-  return ::getcwd(buffer.data(), buffer.size()) != nullptr ? std::string(buffer.data())
-                                                           : std::string();
+  // Without a buffer of ours there is no limit to its length.
+  const std::unique_ptr<char, decltype(&std::free)> path(::getcwd(nullptr, 0), &std::free);
+  return path != nullptr ? std::string(path.get()) : std::string();
 }
 
 FileStatus SetCurrentDirectory(const Place& place) {

@@ -1,6 +1,7 @@
 #include "kel/filepolicy.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
@@ -48,6 +49,8 @@ struct FilePolicy::Root {
   std::string path;
   Access access;
   Descriptor dir;
+  uint64_t device = 0;
+  uint64_t inode = 0;
 
   bool Holds(std::string_view canonical) const { return IsWithin(canonical, path); }
   std::string_view Relative(std::string_view canonical) const {
@@ -71,13 +74,22 @@ bool FilePolicy::AddDirectory(std::string_view path, Access access) {
   const Place place(path);
   if (!place.IsFound()) return false;
   Root root{RealPath(place.Name()), access, Descriptor(::open(place.Name(), kOpenDirectory))};
-  if (root.path.empty() || !root.dir.IsOpen()) return false;
+  struct stat info;
+  if (root.path.empty() || !root.dir.IsOpen() || ::fstat(root.dir.Get(), &info) != 0) return false;
+  root.device = info.st_dev;
+  root.inode = info.st_ino;
   roots_.push_back(std::make_shared<const Root>(std::move(root)));
   return true;
 }
 
 bool FilePolicy::Allows(std::string_view path, Access wanted) const {
   return !Find(path, wanted).IsRefused();
+}
+
+bool FilePolicy::Hides(uint64_t device, uint64_t inode) const {
+  return std::any_of(roots_.begin(), roots_.end(), [&](const auto& root) {
+    return root->access == Access::None && root->device == device && root->inode == inode;
+  });
 }
 
 const FilePolicy::Root* FilePolicy::RootOf(std::string_view canonical) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -69,6 +70,8 @@ class TAMBER_API FilePolicy {
 
   bool AllowsNetwork() const { return network_; }
   bool Allows(std::string_view path, Access wanted) const;
+  /// Whether this is one of the directories named above, and nothing below it may be read.
+  bool Hides(uint64_t device, uint64_t inode) const;
   /// Finds out where a path leads and whether the wanted access is allowed there.
   Place Find(std::string_view path, Access wanted, Links links = Links::Follow) const;
 

@@ -56,9 +56,12 @@ FileStatus SetFileMode(const Place& place, uint32_t mode) {
   if (!file.IsOpen()) return StatusOfErrno(errno, FileStatus::Failed);
   struct stat info;
   if (::fstat(file.Get(), &info) != 0 || S_ISLNK(info.st_mode)) return FileStatus::NotValid;
-  const std::string name = Format("/proc/self/fd/%d", file.Get());
-  return ::chmod(name.c_str(), mode & 07777) == 0 ? FileStatus::Ok
-                                                  : StatusOfErrno(errno, FileStatus::Failed);
+  return ChangeMode(file.Get(), mode & 07777) == 0 ? FileStatus::Ok
+                                                   : StatusOfErrno(errno, FileStatus::Failed);
+}
+
+int ChangeMode(int descriptor, uint32_t mode) {
+  return ::chmod(Format("/proc/self/fd/%d", descriptor).c_str(), mode);
 }
 
 LocalTime ToLocalTime(int64_t seconds) {

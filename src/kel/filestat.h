@@ -29,6 +29,9 @@ bool IsWritable(const Place& place);
 /// Replaces the permission bits of a file or directory.
 FileStatus SetFileMode(const Place& place, uint32_t mode);
 
+/// The same by descriptor, one that was opened without reading or writing too; 0, or -1 with errno.
+int ChangeMode(int descriptor, uint32_t mode);
+
 /// A moment in local time, as clocks show it: months from 1, the whole year.
 struct LocalTime {
   int32_t year = 0;

@@ -1,4 +1,4 @@
-// Copies trees; declared in dirs.h.
+// Moves trees to another file system; declared in dirs.h.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <utility>
 #include <vector>
 
 #include "kel/cipher.h"
@@ -78,63 +79,172 @@ FileStatus CopyEntry(int dir, const char* name, int target, const char* newName,
   return CopyRegular(dir, name, target, newName, info);
 }
 
+/// A sum that changes when an entry comes, goes or is written to, whatever order they are met in.
+class TreeSum {
+ public:
+  void Add(const struct stat& info) {
+    uint64_t hash = 0;
+    for (const uint64_t part : {static_cast<uint64_t>(info.st_ino),
+                                static_cast<uint64_t>(info.st_size), Time(info.st_ctim)}) {
+      hash = (hash ^ part) * 0x9E3779B97F4A7C15U;
+      hash ^= hash >> 32;
+    }
+    sum_ += hash;
+  }
+  bool operator==(const TreeSum&) const = default;
+
+ private:
+  static uint64_t Time(const timespec& time) {
+    return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000U +
+           static_cast<uint64_t>(time.tv_nsec);
+  }
+  uint64_t sum_ = 0;
+};
+
+/// Looks again at what was copied. The top itself changes by being renamed and does not count.
+class TreeSummer : public TreeVisitor {
+ public:
+  FileStatus Entry(int, const char*, const struct stat& info) override {
+    sum_.Add(info);
+    return FileStatus::Ok;
+  }
+  FileStatus Enter(int, const char*, const struct stat& info, bool&) override {
+    if (!std::exchange(isTop_, false)) sum_.Add(info);
+    return FileStatus::Ok;
+  }
+  FileStatus Leave(int, const char*, const struct stat&) override { return FileStatus::Ok; }
+  const TreeSum& Sum() const { return sum_; }
+
+ private:
+  bool isTop_ = true;
+  TreeSum sum_;
+};
+
+/// Keeps one descriptor of the copy open, the directory that the walk is in.
 class TreeCopier : public TreeVisitor {
  public:
   TreeCopier(int target, const char* topName) : outside_(target), topName_(topName) {}
 
   FileStatus Entry(int dir, const char* name, const struct stat& info) override {
-    return CopyEntry(dir, name, levels_.back().Get(), name, info);
+    sum_.Add(info);
+    return CopyEntry(dir, name, here_.Get(), name, info);
   }
 
-  FileStatus Enter(int, const char* name, const struct stat&, bool&) override {
-    const int parent = levels_.empty() ? outside_ : levels_.back().Get();
-    const char* newName = levels_.empty() ? topName_ : name;
+  FileStatus Enter(int, const char* name, const struct stat& info, bool&) override {
+    const bool isTop = levels_.empty();
+    if (isTop) device_ = info.st_dev;
+    // Another file system that is mounted in the tree stays where it is, and the copy itself, when
+    // it grows in one of those, has no end.
+    if (info.st_dev != device_ || (!isTop && IsSame(levels_.front(), info))) {
+      return FileStatus::Failed;
+    }
+    if (!isTop) sum_.Add(info);
+    const int parent = isTop ? outside_ : here_.Get();
+    const char* newName = isTop ? topName_ : name;
     if (::mkdirat(parent, newName, 0700) != 0) return FileStatus::Unwritable;
-    Descriptor level(::openat(parent, newName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!level.IsOpen()) return FileStatus::Unwritable;
-    levels_.push_back(std::move(level));
+    Descriptor level(::openat(parent, newName, kOpenLevel));
+    struct stat made;
+    if (!level.IsOpen() || ::fstat(level.Get(), &made) != 0) return FileStatus::Unwritable;
+    levels_.push_back(made);
+    here_ = std::move(level);
     return FileStatus::Ok;
   }
 
   FileStatus Leave(int, const char*, const struct stat& info) override {
-    const int level = levels_.back().Get();
-    KeepOwner(level, info);
-    const bool good = ::fchmod(level, info.st_mode & 07777) == 0;
-    KeepTimes(level, info);
+    const Descriptor level = std::move(here_);
     levels_.pop_back();
-    return good ? FileStatus::Ok : FileStatus::Unwritable;
+    if (!levels_.empty()) {
+      here_ = Descriptor(::openat(level.Get(), "..", kOpenLevel));
+      struct stat parent;
+      if (!here_.IsOpen() || ::fstat(here_.Get(), &parent) != 0 ||
+          !IsSame(parent, levels_.back())) {
+        return FileStatus::Failed;
+      }
+    }
+    KeepOwner(level.Get(), info);
+    const bool good = ::fchmod(level.Get(), info.st_mode & 07777) == 0;
+    KeepTimes(level.Get(), info);
+    return good && ::fsync(level.Get()) == 0 ? FileStatus::Ok : FileStatus::Unwritable;
   }
 
+  const TreeSum& Sum() const { return sum_; }
+
  private:
+  static constexpr int kOpenLevel = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  static bool IsSame(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+  }
+
   int outside_;
   const char* topName_;
-  std::vector<Descriptor> levels_;
+  dev_t device_ = 0;
+  Descriptor here_;
+  std::vector<struct stat> levels_;
+  TreeSum sum_;
 };
+
+/// A name beside that of a place which nobody else has.
+std::string NameBeside(const std::string& path) {
+  // A long name keeps its start, so that the new one fits too.
+  const size_t name = path.rfind('/') + 1;  // 0 without a separator
+  return Format("%S.%lx.tmp", path.substr(0, name + 200), RandomNonce());
+}
+
+FileStatus Rename(int dir, const std::string& from, const std::string& to) {
+  return RenameToFree(dir, from.c_str(), dir, to.c_str()) == 0
+             ? FileStatus::Ok
+             : StatusOfErrno(errno, FileStatus::Unwritable);
+}
+
+/// Copies a file or a tree, and says what was found.
+FileStatus Copy(const Place& from, const struct stat& info, int target, const std::string& name,
+                TreeSum& sum) {
+  if (!S_ISDIR(info.st_mode)) {
+    return CopyEntry(from.Dir(), from.Name(), target, name.c_str(), info);
+  }
+  TreeCopier copier(target, name.c_str());
+  const FileStatus status = WalkTree(from.Dir(), from.Name(), copier);
+  sum = copier.Sum();
+  return status;
+}
+
+/// Whether what has the name now is what was copied.
+bool IsUnchanged(int dir, const std::string& name, const struct stat& info, const TreeSum& sum) {
+  struct stat now;
+  if (::fstatat(dir, name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (!S_ISDIR(info.st_mode)) {
+    return now.st_ino == info.st_ino && now.st_size == info.st_size &&
+           now.st_mtim.tv_sec == info.st_mtim.tv_sec && now.st_mtim.tv_nsec == info.st_mtim.tv_nsec;
+  }
+  TreeSummer summer;
+  return WalkTree(dir, name.c_str(), summer) == FileStatus::Ok && summer.Sum() == sum;
+}
 
 }  // namespace
 
-FileStatus CopyTree(const Place& from, const Place& to) {
-  if (!from.IsFound() || !to.IsFound()) return FileStatus::Missing;
+FileStatus MoveByCopy(const Place& from, const Place& to) {
   struct stat info;
   if (::fstatat(from.Dir(), from.Name(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     return StatusOfErrno(errno, FileStatus::Failed);
   }
+  if (Exists(to)) return FileStatus::Exists;
   // The copy grows under a name of its own beside the destination, so that it is there whole or
-  // not at all.
-  const std::string name = to.Name();
-  const std::string temporary = Format("%S.%lx.tmp", name, RandomNonce());
-  FileStatus status = FileStatus::Ok;
-  if (S_ISDIR(info.st_mode)) {
-    TreeCopier copier(to.Dir(), temporary.c_str());
-    status = WalkTree(from.Dir(), from.Name(), copier);
-  } else {
-    status = CopyEntry(from.Dir(), from.Name(), to.Dir(), temporary.c_str(), info);
+  // not at all. The source is put aside before: who may not do that could not remove it either, and
+  // nobody finds it by its name any more and writes to what is about to go.
+  const std::string copy = NameBeside(to.Name());
+  const std::string aside = NameBeside(from.Name());
+  TreeSum sum;
+  FileStatus status = Copy(from, info, to.Dir(), copy, sum);
+  if (status == FileStatus::Ok) status = Rename(from.Dir(), from.Name(), aside);
+  if (status == FileStatus::Ok) {
+    status = IsUnchanged(from.Dir(), aside, info, sum) ? Rename(to.Dir(), copy, to.Name())
+                                                       : FileStatus::Failed;
+    const bool arrived = status == FileStatus::Ok;
+    if (arrived) status = RemoveTree(from.Dir(), aside.c_str());
+    if (status != FileStatus::Ok) Rename(from.Dir(), aside, from.Name());
+    if (arrived) return status;
   }
-  if (status == FileStatus::Ok &&
-      ::renameat2(to.Dir(), temporary.c_str(), to.Dir(), name.c_str(), RENAME_NOREPLACE) != 0) {
-    status = StatusOfErrno(errno, FileStatus::Unwritable);
-  }
-  if (status != FileStatus::Ok) RemoveTree(to.Dir(), temporary.c_str());
+  if (status != FileStatus::Ok) RemoveTree(to.Dir(), copy.c_str());
   return status;
 }
 

@@ -62,8 +62,8 @@ class Walk {
     if (entered != FileStatus::Ok || skip) return entered;
     Descriptor child(::openat(dir, name, kOpenLevel));
     if (!child.IsOpen()) {
-      return errno == ENOENT && !levels_.empty() ? FileStatus::Ok
-                                                 : StatusOfErrno(errno, FileStatus::Unreadable);
+      if (levels_.empty()) return StatusOfErrno(errno, FileStatus::Unreadable);
+      return errno == ENOENT ? FileStatus::Ok : visitor_.Blocked();
     }
     levels_.push_back({name, {}, {}});
     if (::fstat(child.Get(), &levels_.back().info) != 0) return FileStatus::Unreadable;
@@ -86,8 +86,9 @@ class Walk {
       if (IsDots(entry->d_name)) continue;
       struct stat info;
       if (::fstatat(here_.Get(), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
-        if (errno == ENOENT) continue;
-        return FileStatus::Unreadable;
+        const FileStatus status = errno == ENOENT ? FileStatus::Ok : visitor_.Blocked();
+        if (status != FileStatus::Ok) return status;
+        continue;
       }
       if (S_ISDIR(info.st_mode)) {
         levels_.back().pending.emplace_back(entry->d_name, info);

@@ -18,8 +18,10 @@ class TreeVisitor {
   virtual FileStatus Entry(int dir, const char* name, const struct stat& info) = 0;
   /// Before a directory is looked into. `skip` leaves it and what it holds out of the walk.
   virtual FileStatus Enter(int dir, const char* name, const struct stat& info, bool& skip) = 0;
-  /// After a directory, `open` is the directory itself.
+  /// After all that a directory holds.
   virtual FileStatus Leave(int dir, const char* name, const struct stat& info) = 0;
+  /// The system does not let a directory be looked into. Ok passes it over.
+  virtual FileStatus Blocked() { return FileStatus::Unreadable; }
 };
 
 /// Walks the tree below the directory `name` in `dir`, which itself is entered and left last. A
@@ -29,5 +31,9 @@ FileStatus WalkTree(int dir, const char* name, TreeVisitor& visitor);
 
 /// Removes what has the name: a tree, or anything else.
 FileStatus RemoveTree(int dir, const char* name);
+
+/// Gives a file or a directory a name that nothing has; 0, or -1 with errno, EEXIST when it is
+/// taken.
+int RenameToFree(int fromDir, const char* from, int toDir, const char* to);
 
 }  // namespace kel

@@ -37,7 +37,8 @@ bool DeleteForced(Call& call, std::string_view name, bool force) {
   name = WithoutSeparator(name);
   const kel::Place place = PlaceOf(call, name, kel::Access::Write, kel::Links::Keep);
   if (HasFailed(call)) return false;
-  if (kel::GetFileStat(place).kind != kel::FileKind::Directory) return true;
+  const kel::Place followed = PolicyOf(call).Find(name, kel::Access::Read);
+  if (kel::GetFileStat(followed).kind != kel::FileKind::Directory) return true;
   return SucceededOr(call, kel::DeleteDirectory(place, force), ERR_FUNCFAILED, name);
 }
 
@@ -45,14 +46,10 @@ bool Delete(Call& call, std::string_view name) { return DeleteForced(call, name,
 
 bool Exists(Call& call, std::string_view name) { return IsDirectory(call, WithoutSeparator(name)); }
 
-bool Move(Call& call, std::string_view source, std::string_view target) {
-  return MovePath(call, WithoutSeparator(source), WithoutSeparator(target));
-}
-
 std::string GetCurrent(Call& call) {
   std::string current = kel::CurrentDirectory();
-  if (current.size() <= kMaxPath) return current;
-  call.Fail(ERR_STRINGTOOBIG, {});
+  if (!current.empty() && current.size() <= kMaxPath) return current;
+  call.Fail(current.empty() ? ERR_FUNCFAILED : ERR_STRINGTOOBIG, {});
   return {};
 }
 
@@ -64,7 +61,7 @@ bool SetCurrent(Call& call, std::string_view name) {
 int32_t GetSize(Call& call, std::string_view name) {
   uint64_t bytes = 0;
   const kel::Place place = PlaceOf(call, WithoutSeparator(name), kel::Access::Read);
-  SucceededOr(call, kel::TreeSize(place, bytes), ERR_FUNCFAILED, name);
+  SucceededOr(call, kel::TreeSize(PolicyOf(call), place, bytes), ERR_FUNCFAILED, name);
   return static_cast<int32_t>(static_cast<uint32_t>(bytes >> 10));
 }
 
@@ -119,7 +116,14 @@ std::string GetShort(Call& call, std::string_view path) {
   return {};
 }
 
-std::string Complete(std::string_view path) { return kel::CompletePath(path); }
+std::string Complete(Call& call, std::string_view path) {
+  std::string complete = kel::CompletePath(path);
+  if (!kel::PathIsRelative(complete)) return complete;
+  // The current directory has been deleted: there is nothing to put in front.
+  call.Fail(ERR_FUNCFAILED, path);
+  return {};
+}
+
 std::string Resolve(std::string_view path) { return kel::ResolvePath(path); }
 
 constexpr FunctionTraits kPlain{true, true, 0};
@@ -134,9 +138,10 @@ const FUNCMOD_FUNCTION* Functions() {
       {"bool DirExists (string Directory)", Wrap<Exists>, "Whether there is such a directory.",
        kPlain},
       {"bool DirFind (string Directory)", Wrap<Exists>, "The same as DirExists.", kPlain},
-      {"bool DirMove (string SrcDir, string DstDir)", Wrap<Move>,
+      {"bool DirMove (string SrcDir, string DstDir)", Wrap<MovePath>,
        "Moves or renames a directory or a file.", kPlain},
-      {"bool DirRename (string SrcDir, string DstDir)", Wrap<Move>, "The same as DirMove.", kPlain},
+      {"bool DirRename (string SrcDir, string DstDir)", Wrap<MovePath>, "The same as DirMove.",
+       kPlain},
       {"string DirGetCurrent ()", Wrap<GetCurrent>, "The current directory of the process.",
        kPlain},
       {"bool DirSetCurrent (string Directory)", Wrap<SetCurrent>,

@@ -21,6 +21,41 @@ class DirsTest : public TempDirTest {};
 
 Place Named(std::string_view path) { return FilePolicy().Find(path, Access::Write, Links::Keep); }
 
+/// Permissions mean nothing to the superuser, who gives them up for a while.
+class Unprivileged {
+ public:
+  explicit Unprivileged(const std::string& dir) {
+    if (::geteuid() != 0) return;
+    EXPECT_EQ(::chown(dir.c_str(), kNobody, kNobody), 0);
+    EXPECT_EQ(::seteuid(kNobody), 0);
+    changed_ = true;
+  }
+  ~Unprivileged() {
+    if (!changed_) return;
+    EXPECT_EQ(::seteuid(0), 0);
+  }
+
+ private:
+  static constexpr uid_t kNobody = 65534;
+  bool changed_ = false;
+};
+
+/// Makes a chain of directories "d" with a file of ten bytes at its end.
+void MakeDeep(int levels) {
+  int dir = ::open(".", O_RDONLY | O_DIRECTORY);
+  for (int i = 0; i < levels; ++i) {
+    ASSERT_EQ(::mkdirat(dir, "d", 0700), 0);
+    const int next = ::openat(dir, "d", O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(next, 0);
+    ::close(dir);
+    dir = next;
+  }
+  const int file = ::openat(dir, "file", O_CREAT | O_WRONLY, 0600);
+  EXPECT_TRUE(WriteFull(file, "0123456789"));
+  ::close(file);
+  ::close(dir);
+}
+
 TEST_F(DirsTest, DeletingATreeStaysInIt) {
   fs::create_directories("tree/a/b");
   fs::create_directory("keep");
@@ -42,24 +77,49 @@ TEST_F(DirsTest, DeletingATreeStaysInIt) {
 }
 
 TEST_F(DirsTest, NoDepthIsTooDeep) {
-  constexpr int kLevels = 3000;
-  int dir = ::open(".", O_RDONLY | O_DIRECTORY);
-  for (int i = 0; i < kLevels; ++i) {
-    ASSERT_EQ(::mkdirat(dir, "d", 0700), 0);
-    const int next = ::openat(dir, "d", O_RDONLY | O_DIRECTORY);
-    ASSERT_GE(next, 0);
-    ::close(dir);
-    dir = next;
-  }
-  const int file = ::openat(dir, "file", O_CREAT | O_WRONLY, 0600);
-  EXPECT_TRUE(WriteFull(file, "0123456789"));
-  ::close(file);
-  ::close(dir);
+  MakeDeep(3000);
   uint64_t bytes = 0;
-  EXPECT_EQ(TreeSize(Named("d"), bytes), FileStatus::Ok);
+  EXPECT_EQ(TreeSize(FilePolicy(), Named("d"), bytes), FileStatus::Ok);
   EXPECT_EQ(bytes, 10U);
-  EXPECT_EQ(DeleteDirectory(Named("d"), true), FileStatus::Ok);
+  EXPECT_EQ(MoveByCopy(Named("d"), Named("e")), FileStatus::Ok);
   EXPECT_FALSE(fs::exists("d"));
+  EXPECT_EQ(TreeSize(FilePolicy(), Named("e"), bytes), FileStatus::Ok);
+  EXPECT_EQ(bytes, 10U);
+  EXPECT_EQ(DeleteDirectory(Named("e"), true), FileStatus::Ok);
+  EXPECT_FALSE(fs::exists("e"));
+}
+
+TEST_F(DirsTest, ProtectedDirectoriesAreDeletedAndMovedToo) {
+  const Unprivileged user(dir_);
+  fs::create_directories("tree/kept/sub");
+  Put("tree/kept/sub/file", "x");
+  fs::permissions("tree/kept/sub", fs::perms(0500));
+  fs::permissions("tree/kept", fs::perms(0555));
+  EXPECT_EQ(MoveByCopy(Named("tree"), Named("moved")), FileStatus::Ok);
+  EXPECT_EQ(Get("moved/kept/sub/file"), "x");
+  EXPECT_EQ(fs::status("moved/kept").permissions(), fs::perms(0555));
+  // A pipe cannot be copied: what was copied before it goes again, and the source stays.
+  ASSERT_EQ(::mkfifo("moved/pipe", 0600), 0);
+  EXPECT_EQ(MoveByCopy(Named("moved"), Named("back")), FileStatus::NotValid);
+  EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), 1);
+  EXPECT_EQ(DeleteDirectory(Named("moved"), true), FileStatus::Ok);
+  EXPECT_TRUE(fs::is_empty("."));
+  // A source that must stay where it is is not half deleted first.
+  fs::create_directories("locked/tree");
+  Put("locked/tree/file", "x");
+  fs::permissions("locked", fs::perms(0555));
+  EXPECT_NE(MoveByCopy(Named("locked/tree"), Named("moved")), FileStatus::Ok);
+  EXPECT_EQ(Get("locked/tree/file"), "x");
+  EXPECT_FALSE(fs::exists("moved"));
+  // What cannot be read is left out of a size, and only that.
+  Put("locked/tree/file", std::string(2000, 'x'));
+  fs::permissions("locked/tree", fs::perms(0000));
+  fs::permissions("locked", fs::perms(0755));
+  fs::create_directory("locked/zone");
+  Put("locked/zone/file", "12345");
+  uint64_t bytes = 0;
+  EXPECT_EQ(TreeSize(FilePolicy(), Named("locked"), bytes), FileStatus::Unreadable);
+  EXPECT_EQ(bytes, 5U);
 }
 
 TEST_F(DirsTest, SizesLeaveLinksOut) {
@@ -69,10 +129,21 @@ TEST_F(DirsTest, SizesLeaveLinksOut) {
   fs::create_directory_symlink("..", "tree/sub/loop");
   fs::create_symlink("one", "tree/alias");
   uint64_t bytes = 0;
-  EXPECT_EQ(TreeSize(Named("tree"), bytes), FileStatus::Ok);
+  EXPECT_EQ(TreeSize(FilePolicy(), Named("tree"), bytes), FileStatus::Ok);
   EXPECT_EQ(bytes, 1500U);
-  EXPECT_NE(TreeSize(Named("tree/one"), bytes), FileStatus::Ok);
-  EXPECT_EQ(TreeSize(Named("nothing"), bytes), FileStatus::Missing);
+  EXPECT_NE(TreeSize(FilePolicy(), Named("tree/one"), bytes), FileStatus::Ok);
+  EXPECT_EQ(TreeSize(FilePolicy(), Named("nothing"), bytes), FileStatus::Missing);
+}
+
+TEST_F(DirsTest, SizesLeaveOutWhatThePolicyHides) {
+  fs::create_directories("tree/hidden");
+  Put("tree/one", "12345");
+  Put("tree/hidden/two", "123");
+  FilePolicy policy;
+  ASSERT_TRUE(policy.AddDirectory("tree/hidden", Access::None));
+  uint64_t bytes = 0;
+  EXPECT_EQ(TreeSize(policy, policy.Find("tree", Access::Read), bytes), FileStatus::Ok);
+  EXPECT_EQ(bytes, 5U);
 }
 
 TEST_F(DirsTest, PathsAreMadeLevelByLevel) {
@@ -97,6 +168,13 @@ TEST_F(DirsTest, MovingNeverReplaces) {
   EXPECT_EQ(Move(Named("nothing"), Named("x")), FileStatus::Missing);
   EXPECT_EQ(Move(Named("one"), Named("dir/one")), FileStatus::Ok);
   EXPECT_EQ(Move(Named("dir"), Named("renamed")), FileStatus::Ok);
+  EXPECT_EQ(Get("renamed/one"), "1");
+  EXPECT_EQ(MoveByCopy(Named("renamed"), Named("two")), FileStatus::Exists);
+  EXPECT_EQ(MoveByCopy(Named("renamed"), Named("renamed/sub/in")), FileStatus::Failed);
+  EXPECT_TRUE(fs::is_empty("renamed/sub"));
+  const std::string longest(255, 'n');
+  EXPECT_EQ(MoveByCopy(Named("renamed"), Named(longest)), FileStatus::Ok);
+  EXPECT_EQ(MoveByCopy(Named(longest), Named("renamed")), FileStatus::Ok);
   EXPECT_EQ(Get("renamed/one"), "1");
   EXPECT_EQ(Get("two"), "2");
 }
@@ -125,6 +203,14 @@ TEST_F(DirsTest, AcrossFileSystemsTheWholeTreeArrives) {
   ASSERT_EQ(::mkfifo((target + "/pipe").c_str(), 0600), 0);
   EXPECT_EQ(Move(Named(target), Named("back")), FileStatus::NotValid);
   EXPECT_TRUE(fs::exists(target + "/sub/file"));
+  EXPECT_TRUE(fs::is_empty("."));
+  // Nor is anything begun that could not be ended.
+  const fs::path before = fs::current_path();
+  fs::current_path(target + "/sub");
+  for (const char* path : {".", "..", "../sub/.", "/"}) {
+    EXPECT_EQ(Move(Named(path), Named((before / "x").string())), FileStatus::Failed) << path;
+  }
+  fs::current_path(before);
   EXPECT_TRUE(fs::is_empty("."));
   fs::remove_all(pattern);
 }
