@@ -1,6 +1,6 @@
 #include "context/contextstate.h"
 #include "context/errcodes.h"
-#include "kel/file.h"
+#include "kel/filestat.h"
 #include "kel/nativestack.h"
 #include "kel/pathparser.h"
 
@@ -21,22 +21,36 @@ void SetGlobalText(TamberContext& context, const char* name, const KelString& te
   if (variable != nullptr) variable->SetStringValue(text);
 }
 
-/// The path as given, or beside the calling script; completed.
-KelString FindScriptFile(TamberContext& context, const KelString& path) {
-  if (kel::FileExists(path.View())) return KelString(kel::CompletePath(path.View()));
-  KelString beside = PathParser(TextOfGlobal(context, "ScriptFile")).GetDriveDir();
-  return KelString(kel::CompletePath((beside + path).View()));
-}
+/// A script that is called, by its completed path and by where the policy has found it.
+struct CalledScript {
+  KelString path;
+  kel::Place place;
+
+  CalledScript(const ContextState& state, const KelString& given)
+      : path(kel::CompletePath(given)), place(state.filePolicy.Find(given, kel::Access::Read)) {}
+  bool Exists() const { return kel::GetFileStat(place).IsFile(); }
+};
 
 }  // namespace
 
 void ContextState::CallScript(const KelString& path, const SourcePlace&) {
-  KelString full = FindScriptFile(context, path);
-  if (!kel::FileExists(full.View())) {
-    context.SetContextError(ERR_FILENOTFOUND, full);
-    return;
+  // The path as given, or beside the calling script.
+  CalledScript script(*this, path);
+  if (!script.Exists()) {
+    const bool refused = script.place.IsRefused();
+    script =
+        CalledScript(*this, PathParser(TextOfGlobal(context, "ScriptFile")).GetDriveDir() + path);
+    if (!script.Exists()) {
+      const bool everywhere = script.place.IsRefused() || !kel::PathIsRelative(path);
+      if (refused && everywhere) {
+        Refuse(path);
+      } else {
+        context.SetContextError(ERR_FILENOTFOUND, script.path);
+      }
+      return;
+    }
   }
-  if (!MayRead(full)) return;
+  const KelString& full = script.path;
   if (nesting >= kMaxNesting) {
     context.SetContextError(ERR_INTERNAL, full);
     return;
@@ -46,7 +60,7 @@ void ContextState::CallScript(const KelString& path, const SourcePlace&) {
     return;
   }
   TamberContext called(context);
-  if (called.CompileScriptFile(full)) {
+  if (called.State().CompileFile(full, script.place)) {
     called.SetScriptFile(full, 1);
     SetGlobalText(called, "LogFile", TextOfGlobal(context, "LogFile"));
     SetGlobalText(called, "ErrHandler", TextOfGlobal(context, "ErrHandler"));

@@ -44,24 +44,36 @@ int32_t CodeOf(ScriptText::Status status) {
 
 }  // namespace
 
+int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place) {
+  try {
+    context.SetContextError(0, KelString());
+    const SessionReading reading(*this);
+    diagnostic.code = 0;
+    if (context.FindScript(path) != nullptr) return 1;
+    context.SetScriptFile(path, 0);
+    ScriptText::Status status = ScriptText::Status::Ok;
+    auto text = ScriptText::FromFile(path, place, scriptKey, status);
+    if (!text) return FailFile(context, ::CodeOf(status), path, ScriptText::Reason(status));
+    auto script = std::make_unique<TamberScript>(&context, text);
+    CompilePlace failed;
+    const bool compiled = tamber::CompileScript(*script, failed);
+    if (!compiled || errorCode != 0) return FailAt(*this, failed);
+    context.AddScript(std::move(script));
+    DumpScriptStatements();
+    return 1;
+  } catch (const std::bad_alloc&) {
+    return FailForMemory(context, path);
+  }
+}
+
 int32_t TamberContext::CompileScriptFile(const KelString& path) {
   try {
-    SetContextError(0, KelString());
-    const tamber::SessionReading reading(*state_);
-    state_->diagnostic.code = 0;
-    KelString full(kel::CompletePath(path.View()));
-    if (FindScript(path.View()) != nullptr || FindScript(full.View()) != nullptr) return 1;
-    SetScriptFile(full, 0);
-    ScriptText::Status status = ScriptText::Status::Ok;
-    auto text = ScriptText::FromFile(full, state_->scriptKey.View(), status);
-    if (!text) return FailFile(*this, CodeOf(status), full, ScriptText::Reason(status));
-    auto script = std::make_unique<TamberScript>(this, text);
-    tamber::CompilePlace place;
-    bool compiled = tamber::CompileScript(*script, place);
-    if (!compiled || state_->errorCode != 0) return FailAt(*state_, place);
-    AddScript(std::move(script));
-    state_->DumpScriptStatements();
-    return 1;
+    if (FindScript(path.View()) != nullptr) {
+      SetContextError(0, KelString());
+      return 1;
+    }
+    const KelString full(kel::CompletePath(path));
+    return state_->CompileFile(full, kel::Place(full));
   } catch (const std::bad_alloc&) {
     return FailForMemory(*this, path);
   }

@@ -4,6 +4,7 @@
 #include "context/handletable.h"
 #include "engine/machine.h"
 #include "functions/modulelist.h"
+#include "kel/pathparser.h"
 
 namespace tamber {
 
@@ -14,10 +15,26 @@ ContextState::~ContextState() {
   if (!consoleIsHosts) delete console;
 }
 
-bool ContextState::MayRead(const KelString& path) {
-  if (filePolicy.Allows(path.View(), kel::Access::Read)) return true;
-  context.SetContextError(ERR_FUNCFAILED, "Refused by the host's file policy: " + path);
+bool ContextState::FindFile(const KelString& name, const KelString& directories, KelString& path) {
+  bool refused = false;
+  path = KelString(kel::PathSearch(name, directories, filePolicy, refused));
+  return !refused || Refuse(name);
+}
+
+bool ContextState::MayLoad(const KelString& path) {
+  if (!filePolicy.Allows(path.View(), kel::Access::Read)) return Refuse(path);
+  // A library does as it likes: a script that could write one would be free of every limit.
+  if (filePolicy.AllowsAll() || !filePolicy.Allows(path.View(), kel::Access::Write)) return true;
+  return Refuse(path + ", a module where scripts may write");
+}
+
+bool ContextState::Refuse(const KelString& what) {
+  context.SetContextError(ERR_FUNCFAILED, "Refused by the host's file policy: " + what);
   return false;
+}
+
+bool ContextState::TrustsIni() const {
+  return !filePolicy.Allows(iniPath.View(), kel::Access::Write);
 }
 
 bool ContextState::IsStopRequested() const {

@@ -48,6 +48,7 @@ class ContextState {
   KelDebug debug{KelString("Tamber"), KelString("Tamber Context")};
   KelString scriptKey;
   kel::FilePolicy filePolicy;
+  KelString ownLogFile;  ///< what `LogFile` was set to for the host's script, not by it
   int32_t procedureTrace = 0;
   int32_t compileOnly = 0;
   int32_t dumpStatements = 0;
@@ -112,9 +113,15 @@ class ContextState {
   std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
 
   // --- operations shared by the context's files ---
-  /// Whether the policy lets a script, a module or another script's file be read; if not, error
-  /// 102 says so.
-  bool MayRead(const KelString& path);
+  /// Looks for a script or a module that a script names; "" when there is none. False, with error
+  /// 102, when the policy does not let it be looked for.
+  bool FindFile(const KelString& name, const KelString& directories, KelString& path);
+  /// Whether a library may be loaded; if not, error 102 says so.
+  bool MayLoad(const KelString& path);
+  /// Sets error 102; always false.
+  bool Refuse(const KelString& what);
+  /// Whether scripts cannot have written the INI file, so that what it names needs no permission.
+  bool TrustsIni() const;
   /// The list of a scope, null while it is empty; the local scope is the machine's.
   VarList* Scope(enum_VarListType scope);
   /// The constants to look at, and those to hand out or to change.
@@ -133,6 +140,8 @@ class ContextState {
   bool IsOutputEnabled(const KelString& section) const;
   void PerformDumps(const KelString& section, const SourcePlace& place);
   void DumpScriptStatements();
+  /// Compiles the script file at a place, which has passed the policy or needs not.
+  int32_t CompileFile(const KelString& path, const kel::Place& place);
   /// Compiles and runs another script in a nested context; the context error tells how it went.
   void CallScript(const KelString& path, const SourcePlace& place);
 };

@@ -23,9 +23,12 @@ class ContextModuleHost final : public ModuleHost {
   bool IsScriptLoaded(const KelString& path) const override {
     return state_.context.FindScript(path) != nullptr || state_.loading.count(path.Str()) != 0;
   }
-  bool MayRead(const KelString& path) override { return state_.MayRead(path); }
+  bool FindFile(const KelString& name, const KelString& directories, KelString& path) override {
+    return state_.FindFile(name, directories, path);
+  }
+  bool MayLoad(const KelString& path) override { return state_.MayLoad(path); }
   bool CompileScript(const KelString& path) override {
-    return state_.context.CompileScriptFile(path) != 0;
+    return state_.CompileFile(path, state_.filePolicy.Find(path, kel::Access::Read)) != 0;
   }
   std::unique_ptr<ModuleRegistration> Register(const FUNCMOD_REGISTRATION* record) override {
     auto registration = std::make_unique<ContextRegistration>(state_.context);

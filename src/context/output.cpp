@@ -7,6 +7,7 @@
 #include "frontend/scrline.h"
 #include "kel/dumpselection.h"
 #include "kel/file.h"
+#include "kel/filestat.h"
 #include "kel/inifile.h"
 #include "kel/notice.h"
 
@@ -31,16 +32,37 @@ KelString OutputFileOf(const ContextState& state, const KelString& section) {
   return variable != nullptr ? KelString(variable->GetStringValue()) : KelString();
 }
 
+void NoticeFailure(const KelString& file) {
+  kel::Notice(file, "Internal Error: Failed to open output file");
+}
+
+/// Where a report goes. What the host has not chosen itself must pass its policy: a script sets the
+/// variable that a file is named by, and may be able to write the INI file.
+kel::Place PlaceOfReport(const ContextState& state, const KelString& section,
+                         const KelString& file) {
+  const bool isHosts =
+      OutputTypeOf(state, section) == "var" ? file == state.ownLogFile : state.TrustsIni();
+  return isHosts ? kel::Place(file) : state.filePolicy.Find(file, kel::Access::Write);
+}
+
 /// Every report is one write to a file that is opened for it, so that several processes can share a
 /// file and none loses a line when it is moved away.
-void WriteReport(const KelString& file, std::string_view text) {
+void WriteReport(const KelString& file, const kel::Place& place, std::string_view text) {
   if (file == "stdout") {
     kel::WriteStandardOutput(text);
     return;
   }
+  if (place.IsRefused()) {
+    kel::Notice(file, "Refused by the host's file policy");
+    return;
+  }
+  if (place.IsConfined()) {
+    if (kel::AppendToFile(place, text) != kel::FileStatus::Ok) NoticeFailure(file);
+    return;
+  }
   const int descriptor = kel::OpenForAppend(file);
   if (descriptor < 0) {
-    kel::Notice(file, "Internal Error: Failed to open output file");
+    NoticeFailure(file);
     return;
   }
   kel::AppendAll(descriptor, text);
@@ -116,7 +138,9 @@ void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section
   const bool taken =
       reportSink != nullptr && !text.IsEmpty() && reportSink(section, text.View(), reportUser);
   const KelString file = taken ? KelString() : OutputFileOf(*this, section);
-  if (!file.IsEmpty() && !text.IsEmpty()) WriteReport(file, text);
+  if (!file.IsEmpty() && !text.IsEmpty()) {
+    WriteReport(file, PlaceOfReport(*this, section, file), text);
+  }
   text.Clear();
 }
 

@@ -14,6 +14,7 @@ namespace tamber {
 namespace {
 
 constexpr std::string_view kAllSessions = "session/";
+constexpr const char* kSessionFile = "TamberSessions";
 
 std::string KeyOf(uint32_t id) { return std::string(kAllSessions) + std::to_string(id) + "/"; }
 
@@ -22,20 +23,30 @@ bool IsAbsoluteSessionFile(const KelString& file) {
   return file[0] == '/' || (file.GetLength() > 1 && file[1] == ':');
 }
 
-KelString SessionFileOf(const KelString& iniPath) {
-  constexpr std::string_view kDefault = "TamberSessions";
-  KelString file = IniFile(iniPath).ReadString("TamberConfig", "SessionFile", kDefault);
-  if (file.IsEmpty()) file = kDefault;
-  if (IsAbsoluteSessionFile(file)) return file;
-  PathParser beside(iniPath);
+KelString BesideIni(const ContextState& state, const KelString& file) {
+  PathParser beside(state.iniPath);
   beside.SetFileName(file);
   return beside.GetPath();
 }
 
-/// Sessions are kept on a server when the INI file names one, else in a file.
-KelString StoreSpecOf(const KelString& iniPath) {
-  const KelString server = IniFile(iniPath).ReadString("TamberConfig", "SessionStore", "");
-  return server.View().starts_with("redis://") ? server : SessionFileOf(iniPath);
+KelString SessionFileOf(const ContextState& state) {
+  KelString file = IniFile(state.iniPath).ReadString("TamberConfig", "SessionFile", kSessionFile);
+  if (file.IsEmpty()) file = kSessionFile;
+  return IsAbsoluteSessionFile(file) ? file : BesideIni(state, file);
+}
+
+/// Sessions are kept on a server when the INI file names one, else in a file. An INI file that
+/// scripts may write names nothing that they may not use.
+KelString StoreSpecOf(const ContextState& state) {
+  const kel::FilePolicy& policy = state.filePolicy;
+  const KelString server = IniFile(state.iniPath).ReadString("TamberConfig", "SessionStore", "");
+  const bool isServer = server.View().starts_with("redis://");
+  const KelString spec = isServer ? server : SessionFileOf(state);
+  const bool allowed = isServer ? policy.AllowsNetwork() : policy.Allows(spec, kel::Access::Write);
+  if (allowed || state.TrustsIni()) return spec;
+  state.debug.Logf(KelDebug::Level::Error, "Session store %S: refused by the host's file policy",
+                   spec);
+  return BesideIni(state, kSessionFile);
 }
 
 /// A store that fails costs the sessions' values of the moment and nothing else. True when it did.
@@ -48,7 +59,7 @@ bool LogFault(ContextState& state) {
 
 void SelectSession(ContextState& state, uint32_t id) {
   state.sessionId = id;
-  state.sessionPath = StoreSpecOf(state.iniPath);
+  state.sessionPath = StoreSpecOf(state);
   state.sessionStore = kel::OpenSessionStore(state.sessionPath);
   if (id != 0) state.sessionStore->SetInteger(KeyOf(id), kel::UnixSeconds());
   LogFault(state);

@@ -88,6 +88,7 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->appInstance = from.appInstance;
   state_->scriptKey = from.scriptKey;
   state_->filePolicy = from.filePolicy;
+  state_->ownLogFile = from.ownLogFile;
   state_->iniPath = from.iniPath;
   state_->procedureTrace = from.procedureTrace;
   state_->compileOnly = from.compileOnly;
@@ -122,6 +123,8 @@ TamberContext& TamberContext::operator=(const TamberContext& other) {
   state_->sessionId = from.sessionId;
   state_->sessionPath = from.sessionPath;
   state_->sessionStore = from.sessionStore;
+  state_->scriptKey = from.scriptKey;
+  state_->filePolicy = from.filePolicy;
   SetCaseSwitch(other.GetCaseSwitch());
   return *this;
 }
@@ -163,6 +166,9 @@ void TamberContext::SetScriptFile(const KelString& name, int32_t overwrite) {
   PathParser path(name);
   path.SetFileExt(KelString("log"));
   logFile->SetStringValue(path.GetPath());
+  if (!state_->nested && (overwrite != 0 || state_->ownLogFile.IsEmpty())) {
+    state_->ownLogFile = path.GetPath();
+  }
 }
 
 int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
@@ -207,6 +213,7 @@ void TamberContext::ResetContext() {
   tamber::RestorePredefined(*state_);
   state_->handles->Clear();
   state_->inherited.clear();
+  state_->ownLogFile.Clear();
   state_->stopFlag = false;
   if (!state_->nested) state_->wake.store(0, std::memory_order_relaxed);
   state_->errorCode = 0;

@@ -79,7 +79,7 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// A nested context that sees what `parent` sees, with an empty script list.
   explicit TamberContext(TamberContext& parent);
   /// Copies settings only: INI path, debug switches, executable path, application instance, proxy
-  /// and debug pointers, session, operator switch.
+  /// and debug pointers, session, script key, file policy, operator switch.
   TamberContext& operator=(const TamberContext& other);
   ~TamberContext() override;
 
@@ -96,8 +96,10 @@ class TAMBER_API TamberContext : public TamberOperators,
   void SetDebugContext(KelDebugContext* debug);
   void SetScriptFile(const KelString& name, int32_t overwrite);
   /// What scripts may do with files and the network: the built-ins for them, `include`, `call` and
-  /// the loading of modules obey it. The default allows all. The script that the host itself
-  /// compiles is not asked about; scripts that it calls run under the same policy.
+  /// the loading of modules obey it, and reports that go to a file which the script has named. The
+  /// default allows all. The script that the host itself compiles is not asked about; scripts that
+  /// it calls run under the same policy. Under any other policy than the default, modules are
+  /// loaded only from where scripts may not write.
   void SetFilePolicy(const kel::FilePolicy& policy);
   const kel::FilePolicy& GetFilePolicy() const;
   /// The key that enciphered scripts are loaded with.

@@ -29,8 +29,10 @@ bool IncludeModule(CompileSession& session, const ScriptLine& script, const KelS
 
 bool LoadScript(CompileSession& session, const ScriptLine& script, const KelString& path) {
   TamberContext& context = session.Context();
+  const ContextState& state = context.State();
+  const kel::Place place = state.filePolicy.Find(path, kel::Access::Read);
   ScriptText::Status status = ScriptText::Status::Ok;
-  const auto text = ScriptText::FromFile(path, context.State().scriptKey, status);
+  const auto text = ScriptText::FromFile(path, place, state.scriptKey, status);
   if (!text) {
     const bool missing = status == ScriptText::Status::Missing;
     return session.Fail(script, missing ? ERR_FILENOTFOUND : ERR_FILENOTVALID,
@@ -46,7 +48,8 @@ bool IncludeScript(CompileSession& session, const ScriptLine& script, const KelS
   TamberContext& context = session.Context();
   ContextState& state = context.State();
   const KelString directories = ".;" + PathParser(script.GetName()).GetDriveDir();
-  const KelString path(kel::PathSearch(name, directories));
+  KelString path;
+  if (!state.FindFile(name, directories, path)) return session.FailHere(script);
   if (path.IsEmpty()) {
     state.debug.Logf(KelDebug::Level::Error, "File %S not found using search path %S", name,
                      directories);
@@ -56,7 +59,6 @@ bool IncludeScript(CompileSession& session, const ScriptLine& script, const KelS
     state.debug.Log(KelDebug::Level::Info, "Script is already loaded");
     return true;
   }
-  if (!state.MayRead(path)) return session.FailHere(script);
   return LoadScript(session, script, path);
 }
 

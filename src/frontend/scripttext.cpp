@@ -4,22 +4,25 @@
 
 #include "kel/bytes.h"
 #include "kel/cipher.h"
-#include "kel/file.h"
+#include "kel/fileio.h"
+#include "kel/filestat.h"
 
 namespace tamber {
 
 namespace {
 
-ScriptText::Status StatusOf(kel::ReadStatus read, const KelString& path) {
+ScriptText::Status StatusOf(kel::FileStatus read, const kel::Place& place) {
   switch (read) {
-    case kel::ReadStatus::Ok:
+    case kel::FileStatus::Ok:
       return ScriptText::Status::Ok;
-    case kel::ReadStatus::Missing:
+    case kel::FileStatus::Missing:
       return ScriptText::Status::Missing;
-    case kel::ReadStatus::Unreadable:
+    case kel::FileStatus::Unreadable:
       return ScriptText::Status::Unreadable;
     default:
-      return kel::DirExists(path) ? ScriptText::Status::Directory : ScriptText::Status::NotRegular;
+      return kel::GetFileStat(place).kind == kel::FileKind::Directory
+                 ? ScriptText::Status::Directory
+                 : ScriptText::Status::NotRegular;
   }
 }
 
@@ -38,8 +41,14 @@ ScriptText::ScriptText(const KelString& name, std::string text, uint32_t firstLi
 
 std::shared_ptr<const ScriptText> ScriptText::FromFile(const KelString& path, std::string_view key,
                                                        Status& status) {
+  return FromFile(path, kel::Place(path), key, status);
+}
+
+std::shared_ptr<const ScriptText> ScriptText::FromFile(const KelString& name,
+                                                       const kel::Place& place,
+                                                       std::string_view key, Status& status) {
   std::string raw;
-  status = StatusOf(kel::ReadRegularFile(path, raw, kMaxBytes), path);
+  status = StatusOf(kel::ReadFile(place, raw, kMaxBytes), place);
   if (status != Status::Ok) return nullptr;
   if (kel::IsSealed(raw)) {
     std::string plain;
@@ -47,7 +56,7 @@ std::shared_ptr<const ScriptText> ScriptText::FromFile(const KelString& path, st
     if (key.empty() || !kel::OpenSealed(raw, key, plain)) return nullptr;
     raw = std::move(plain);
   }
-  std::shared_ptr<const ScriptText> text = FromBuffer(path, std::move(raw));
+  std::shared_ptr<const ScriptText> text = FromBuffer(name, std::move(raw));
   status = text ? Status::Ok : Status::NoText;
   return text;
 }

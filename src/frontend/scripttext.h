@@ -8,6 +8,10 @@
 
 #include "kel/kelstring.h"
 
+namespace kel {
+class Place;
+}
+
 namespace tamber {
 
 /// The source of one script, unchanging. Procedures, reports and the script itself share it, for
@@ -36,6 +40,9 @@ class ScriptText {
   /// Reads a script file; one that was stored enciphered is opened with `key`.
   static std::shared_ptr<const ScriptText> FromFile(const KelString& path, std::string_view key,
                                                     Status& status);
+  /// The same from a place that a policy has let through, under a name.
+  static std::shared_ptr<const ScriptText> FromFile(const KelString& name, const kel::Place& place,
+                                                    std::string_view key, Status& status);
   /// Takes a text under a name or label. Null when it is too large or has a NUL byte inside.
   static std::shared_ptr<const ScriptText> FromBuffer(const KelString& name, std::string text,
                                                       uint32_t firstLine = 1);

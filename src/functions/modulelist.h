@@ -33,8 +33,11 @@ class ModuleHost {
   virtual void SetError(int32_t code, const KelString& text) = 0;
   /// True also for a script that is being loaded at this moment.
   virtual bool IsScriptLoaded(const KelString& path) const = 0;
-  /// False, with the error set, when the host's policy keeps scripts from the file.
-  virtual bool MayRead(const KelString& path) = 0;
+  /// Looks for a file in directories; "" when there is none. False, with the error set, when the
+  /// host's policy keeps scripts from it.
+  virtual bool FindFile(const KelString& name, const KelString& directories, KelString& path) = 0;
+  /// False, with the error set, when the host's policy keeps scripts from loading a library.
+  virtual bool MayLoad(const KelString& path) = 0;
   virtual bool CompileScript(const KelString& path) = 0;
   virtual std::unique_ptr<ModuleRegistration> Register(const FUNCMOD_REGISTRATION* record) = 0;
 };

@@ -64,7 +64,8 @@ bool LoadModuleFile(ModuleList& modules, const KelString& file, const KelString&
                     void** handle) {
   ModuleHost& host = modules.Host();
   const KelString searchPath = ModuleSearchPath(host, file, callingScript);
-  const KelString path = kel::PathSearch(file, searchPath);
+  KelString path;
+  if (!host.FindFile(file, searchPath, path)) return false;
   if (path.IsEmpty()) {
     host.Log().Logf(KelDebug::Level::Error, "File %S not found using search path %S", file,
                     searchPath);
@@ -79,9 +80,8 @@ bool LoadModuleFile(ModuleList& modules, const KelString& file, const KelString&
     if (handle != nullptr) *handle = modules.GetModuleHandleW(path);
     return true;
   }
-  if (!host.MayRead(path)) return false;
   if (!IsModuleFile(file)) return host.CompileScript(path);
-  return LoadLibraryModule(modules, path, handle);
+  return host.MayLoad(path) && LoadLibraryModule(modules, path, handle);
 }
 
 }  // namespace tamber

@@ -69,6 +69,8 @@ class TAMBER_API FilePolicy {
   void SetNetwork(bool allowed) { network_ = allowed; }
 
   bool AllowsNetwork() const { return network_; }
+  /// Whether nothing at all is forbidden.
+  bool AllowsAll() const { return roots_.empty() && elsewhere_ == Access::Write && network_; }
   bool Allows(std::string_view path, Access wanted) const;
   /// Whether this is one of the directories named above, and nothing below it may be read.
   bool Hides(uint64_t device, uint64_t inode) const;

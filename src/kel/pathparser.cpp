@@ -4,7 +4,8 @@
 #include <vector>
 
 #include "kel/dirs.h"
-#include "kel/file.h"
+#include "kel/filepolicy.h"
+#include "kel/filestat.h"
 #include "kel/kelascii.h"
 
 namespace {
@@ -133,17 +134,31 @@ std::string JoinPath(std::string_view dir, std::string_view name) {
   return result.append(name);
 }
 
-std::string PathSearch(std::string_view name, std::string_view directories) {
+std::string PathSearch(std::string_view name, std::string_view directories,
+                       const FilePolicy& policy, bool& refused) {
+  refused = false;
   if (name.empty()) return {};
-  if (!PathIsRelative(name)) return FileExists(name) ? ResolvePath(name) : std::string();
+  bool anyMissing = false;
+  const auto isFile = [&](std::string_view path) {
+    const Place place = policy.Find(path, Access::Read);
+    refused = refused || place.IsRefused();
+    const bool found = GetFileStat(place).IsFile();
+    anyMissing = anyMissing || !(found || place.IsRefused());
+    return found;
+  };
+  if (!PathIsRelative(name)) return isFile(name) ? ResolvePath(name) : std::string();
   while (!directories.empty()) {
     const size_t end = directories.find(';');
     const std::string_view dir = Trimmed(directories.substr(0, end));
     directories.remove_prefix(end == std::string_view::npos ? directories.size() : end + 1);
     if (dir.empty()) continue;
     const std::string candidate = JoinPath(dir, name);
-    if (FileExists(candidate)) return CompletePath(candidate);
+    if (isFile(candidate)) {
+      refused = false;
+      return CompletePath(candidate);
+    }
   }
+  refused = refused && !anyMissing;
   return {};
 }
 

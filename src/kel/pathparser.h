@@ -49,6 +49,8 @@ class TAMBER_API PathParser {
 
 namespace kel {
 
+class FilePolicy;
+
 /// Whether the byte separates the parts of a path: "\" or "/".
 constexpr bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
@@ -73,7 +75,9 @@ std::string JoinPath(std::string_view dir, std::string_view name);
 
 /// Looks for a file in the directories of a list separated by ";", in order; blanks around an entry
 /// and empty entries do not count. A name that is not relative is tried as it is. Gives the
-/// completed path of the first one that exists and is no directory, or "".
-std::string PathSearch(std::string_view name, std::string_view directories);
+/// completed path of the first one that exists and is no directory, or "". Where the policy does
+/// not let anything be read, nothing is looked for; `refused` tells that this was everywhere.
+std::string PathSearch(std::string_view name, std::string_view directories,
+                       const FilePolicy& policy, bool& refused);
 
 }  // namespace kel
