@@ -8,6 +8,7 @@
 #include "frontend/structdef.h"
 #include "kel/notice.h"
 #include "values/cellops.h"
+#include "values/varholder.h"
 #include "values/strbuf.h"
 
 namespace tamber {
@@ -71,11 +72,6 @@ Refusal AddConstant(TamberContext& context, const KelString& name, Kind kind, Ce
 
 void AddType(TamberContext& context, const KelString& name, const TypeRef& type) {
   context.AddType(name, MakeVariable(type, Name()), kModuleStruct);
-}
-
-void AddWithArray(TamberContext& context, const KelString& name, const TypeRef& type) {
-  AddType(context, name, type);
-  AddType(context, name + "[]", TypeDesc::ArrayOf(type));
 }
 
 using Prototypes = std::map<const TamberContext*, const Variable*>;
@@ -341,7 +337,7 @@ uint32_t TamberContext::RegisterObjectType(const KelString& name) {
 }
 
 int32_t TamberContext::RegisterStructure(const KelString& name, const KelString& members,
-                                         const Variable** prototype) {
+                                         const Variable** prototype) try {
   const TypeRef present = FindTypeRef(name);
   if (!present) {
     // A module that is refused is no error of the script that includes it.
@@ -358,6 +354,9 @@ int32_t TamberContext::RegisterStructure(const KelString& name, const KelString&
   }
   if (prototype != nullptr) *prototype = GetType(name)->GetVariable();
   return 1;
+} catch (const std::bad_alloc&) {
+  SetContextError(ERR_NOMEMORY, "");
+  return 0;
 }
 
 int32_t TamberContext::RegisterStructure(Variable* structure) {
@@ -365,12 +364,21 @@ int32_t TamberContext::RegisterStructure(Variable* structure) {
     Variable::Delete(structure);
     return 0;
   }
-  const KelString name = structure->GetStructName();
-  const TypeRef type = tamber::TypeOf(*structure);
-  Variable::Delete(structure);
-  if (name.IsEmpty()) return 0;
-  tamber::AddWithArray(*this, name, type);
-  return 1;
+  const tamber::VarHolder owner(structure);
+  try {
+    const KelString name = structure->GetStructName();
+    if (name.IsEmpty()) return 0;
+    // With the values of its members: the prototype is what it was built to be.
+    Variable* prototype = tamber::LookThrough(*structure).Clone();
+    prototype->SetOwnName(tamber::Name());
+    const TypeRef type = tamber::TypeOf(*prototype);
+    AddType(name, prototype, tamber::kModuleStruct);
+    tamber::AddType(*this, name + "[]", TypeDesc::ArrayOf(type));
+    return 1;
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, "");
+    return 0;
+  }
 }
 
 int32_t TamberContext::RegisterErrorCode(int32_t code, const KelString& name,

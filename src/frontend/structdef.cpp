@@ -1,5 +1,6 @@
 #include "frontend/structdef.h"
 
+#include <new>
 #include <unordered_set>
 
 #include "context/errcodes.h"
@@ -25,7 +26,7 @@ class StructReader {
   int32_t ReadMembers();
   int32_t DefineStructMember();
   int32_t AddMember(const DeclaredName& declared);
-  void Register(StructFlags flags);
+  int32_t Register(StructFlags flags);
   int32_t Fail(int32_t code, std::string_view text);
 
   TamberContext& context_;
@@ -50,8 +51,7 @@ int32_t StructReader::Read(StructFlags flags) {
   if (tokeniser_.GetTokenLength() != 0) return Fail(kErrStructBlock, tokeniser_.Token());
   if (!CheckDeclaredName(context_, name_)) return context_.GetContextError();
   const int32_t error = ReadMembers();
-  if (error == ERR_SUCCESS) Register(flags);
-  return error;
+  return error == ERR_SUCCESS ? Register(flags) : error;
 }
 
 int32_t StructReader::ReadMembers() {
@@ -93,11 +93,17 @@ int32_t StructReader::AddMember(const DeclaredName& declared) {
   return ERR_SUCCESS;
 }
 
-void StructReader::Register(StructFlags flags) {
-  const Name name(name_);
-  const TypeRef type = TypeDesc::StructOf(StructLayout::Make(name, std::move(members_)));
-  context_.AddType(name_, MakeVariable(type, Name()), flags);
-  context_.AddType(name_ + "[]", MakeVariable(TypeDesc::ArrayOf(type), Name()), flags);
+int32_t StructReader::Register(StructFlags flags) {
+  try {
+    const Name name(name_);
+    const TypeRef type = TypeDesc::StructOf(StructLayout::Make(name, std::move(members_)));
+    context_.AddType(name_, MakeVariable(type, Name()), flags);
+    context_.AddType(name_ + "[]", MakeVariable(TypeDesc::ArrayOf(type), Name()), flags);
+    return ERR_SUCCESS;
+  } catch (const std::bad_alloc&) {
+    // Structures nested too deep, or with too many members in all; here there is a line to show.
+    return Fail(ERR_NOMEMORY, name_);
+  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "kel/tempdir.h"
 #include "modules/functioncaller.h"
 #include "values/cellops.h"
+#include "values/varholder.h"
 
 extern "C" TAMBER_API int cleanupCount;
 int cleanupCount = 0;
@@ -235,7 +236,29 @@ TEST_F(Modules, TypesAndStructures) {
   EXPECT_EQ(context_->GetContextError(), 0);
   Variable* built = context_->GetType("Pair")->CreateVariable("");
   built->SetStructName("Couple");
+  built->GetStructElement(1)->SetIntegerValue(5);
   EXPECT_EQ(context_->RegisterStructure(built), 1);
+  const tamber::VarHolder made(context_->GetType("Couple")->CreateVariable("made"));
+  EXPECT_EQ(made->GetStructElement(1)->GetIntegerValue(), 5);
+}
+
+TEST_F(Modules, StructuresThatNestTooDeepAreRefused) {
+  // The script says where.
+  std::string script;
+  for (int i = 0; i < 2000; ++i) {
+    const std::string number = std::to_string(i);
+    const std::string member = i == 0 ? "int a" : "S" + std::to_string(i - 1) + " m";
+    script += "struct S" + number + "\n" + member + "\nendstruct\n";
+  }
+  EXPECT_EQ(context_->CompileScriptBuffer("deep", script, 1), 0);
+  EXPECT_EQ(context_->GetContextError(), 20113);
+  EXPECT_THAT(Get("tamber.log"), testing::ContainsRegex("line [1-9]"));
+  // A module gets its answer.
+  uint32_t depth = 0;
+  while (context_->FindType("S" + KelString(std::to_string(depth))) != TypeList::kNotFound) ++depth;
+  ASSERT_GT(depth, 1u);
+  const std::string members = "S" + std::to_string(depth - 1) + " m;";
+  EXPECT_EQ(context_->RegisterStructure("TooDeep", members, nullptr), 0);
 }
 
 }  // namespace
