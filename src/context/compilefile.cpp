@@ -42,6 +42,18 @@ int32_t CodeOf(ScriptText::Status status) {
   return status == ScriptText::Status::Missing ? ERR_FILENOTFOUND : ERR_FILENOTVALID;
 }
 
+int32_t IsStructured(TamberContext& context, const KelString& name,
+                     const std::shared_ptr<const ScriptText>& text, ScriptText::Status status) {
+  if (!text) return FailFile(context, CodeOf(status), name, ScriptText::Reason(status));
+  ScriptLine script(text);
+  const tamber::ScriptShape shape = tamber::ShapeOf(context, script);
+  if (shape == tamber::ScriptShape::Unreadable) {
+    context.SetContextError(script.GetTokeniser().GetLastError(), "");
+    context.State().HandleParseError({text, script.GetStatementLine()});
+  }
+  return shape == tamber::ScriptShape::Structured ? 1 : 0;
+}
+
 }  // namespace
 
 int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place) {
@@ -100,6 +112,28 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     AddScript(std::move(script));
     state_->DumpScriptStatements();
     return compiled;
+  } catch (const std::bad_alloc&) {
+    return FailForMemory(*this, name);
+  }
+}
+
+int32_t TamberContext::ScriptFileIsStructured(const KelString& path) {
+  try {
+    SetContextError(0, KelString());
+    const KelString full(kel::CompletePath(path));
+    ScriptText::Status status = ScriptText::Status::Ok;
+    const auto text = ScriptText::FromFile(full, state_->scriptKey, status);
+    return IsStructured(*this, full, text, status);
+  } catch (const std::bad_alloc&) {
+    return FailForMemory(*this, path);
+  }
+}
+
+int32_t TamberContext::ScriptBufferIsStructured(const KelString& name, const KelString& text) {
+  try {
+    SetContextError(0, KelString());
+    const auto source = ScriptText::FromBuffer(name, text.Str());
+    return IsStructured(*this, name, source, ScriptText::Status::NoText);
   } catch (const std::bad_alloc&) {
     return FailForMemory(*this, name);
   }

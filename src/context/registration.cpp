@@ -8,8 +8,8 @@
 #include "frontend/structdef.h"
 #include "kel/notice.h"
 #include "values/cellops.h"
-#include "values/varholder.h"
 #include "values/strbuf.h"
+#include "values/varholder.h"
 
 namespace tamber {
 

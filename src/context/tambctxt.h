@@ -130,6 +130,12 @@ class TAMBER_API TamberContext : public TamberOperators,
   // --- compiling and running ---
   int32_t CompileScriptFile(const KelString& path);
   int32_t CompileScriptBuffer(const KelString& name, const KelString& text, uint32_t firstLine);
+  /// 1 for a script of declarations and procedures, 0 for a plain list of statements, whose types
+  /// are those that the context knows now. 0 with the context error set when the file is none that
+  /// can be read, or a line that would have to decide is broken, which is reported.
+  int32_t ScriptFileIsStructured(const KelString& path);
+  /// The same for a text, whose lines count from 1 in reports under the name.
+  int32_t ScriptBufferIsStructured(const KelString& name, const KelString& text);
   /// Runs a procedure. Its arguments are taken from `stack`, and its result is left there; null
   /// runs on a stack of its own.
   int32_t RunProcedure(const KelString& name, Stack* stack);

@@ -4,16 +4,13 @@
 #include "frontend/firstpass.h"
 #include "frontend/prochead.h"
 #include "frontend/script.h"
-#include "frontend/scriptscan.h"
 
 namespace tamber {
 
 namespace {
 
 bool ReadScript(CompileSession& session, TamberScript& script) {
-  const TamberContext& context = session.Context();
-  const ScriptShape shape = FindScriptShape(
-      script, [&context](std::string_view word) { return context.Lookup(word) != nullptr; });
+  const ScriptShape shape = ShapeOf(session.Context(), script);
   if (shape == ScriptShape::Unreadable) {
     return session.Fail(script, script.GetTokeniser().GetLastError(), "");
   }
@@ -23,6 +20,11 @@ bool ReadScript(CompileSession& session, TamberScript& script) {
 }
 
 }  // namespace
+
+ScriptShape ShapeOf(const TamberContext& context, ScriptLine& script) {
+  return FindScriptShape(
+      script, [&context](std::string_view word) { return context.Lookup(word) != nullptr; });
+}
 
 bool CompileScript(TamberScript& script, CompilePlace& place) {
   CompileSession session(*script.GetContext());

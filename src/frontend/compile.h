@@ -1,10 +1,15 @@
 #pragma once
 
 #include "frontend/compsession.h"
+#include "frontend/scriptscan.h"
 
 class TamberScript;
 
 namespace tamber {
+
+/// Which shape a script has, by the types that the context knows; the script is read from where it
+/// stands.
+ScriptShape ShapeOf(const TamberContext& context, ScriptLine& script);
 
 /// Compiles a script that has just been loaded, structured or plain, with what it includes, into
 /// its context. False when that failed: the error is set on the context, and `place` says where it

@@ -122,6 +122,24 @@ TEST_F(Compiling, Texts) {
   EXPECT_EQ(context_.GetScriptCount(), 3u);
 }
 
+TEST_F(Compiling, TheShapeOfAScript) {
+  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "// x\nint a\nint[] f()\nendproc\n"), 1);
+  EXPECT_EQ(context_.ScriptBufferIsStructured("label", ""), 1);
+  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "int a\na = 1\nproc f()\nendproc\n"), 0);
+  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "Pair p\nproc f()\n"), 0);
+  ASSERT_EQ(context_.RegisterStructure("Pair", "int a; int b;", nullptr), 1);
+  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "Pair p\nproc f()\n"), 1);
+  EXPECT_EQ(context_.GetContextError(), 0);
+  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "int a\n\"x\nproc f()\n"), 0);
+  EXPECT_NE(context_.GetContextError(), 0);
+  EXPECT_EQ(IntegerOf("ErrLine"), 2);
+  Put("s.tam", "proc main()\nendproc\n");
+  EXPECT_EQ(context_.ScriptFileIsStructured("s.tam"), 1);
+  EXPECT_EQ(context_.GetScriptCount(), 0u);
+  EXPECT_EQ(context_.ScriptFileIsStructured("none.tam"), 0);
+  EXPECT_EQ(context_.GetContextError(), ERR_FILENOTFOUND);
+}
+
 TEST_F(Compiling, ScriptFileAndLogFile) {
   context_.SetScriptFile("dir/start.txt", 0);
   EXPECT_EQ(TextOf("ScriptFile"), "dir/start.txt");
