@@ -55,16 +55,6 @@ bool MayAppendTo(int descriptor) {
 
 }  // namespace
 
-bool FileExists(std::string_view path) {
-  struct stat info;
-  return GetStat(path, info) && !S_ISDIR(info.st_mode);
-}
-
-bool DirExists(std::string_view path) {
-  struct stat info;
-  return GetStat(path, info) && S_ISDIR(info.st_mode);
-}
-
 bool GetFileStamp(std::string_view path, FileStamp& stamp) {
   struct stat info;
   if (!GetStat(path, info)) return false;

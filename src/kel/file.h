@@ -10,10 +10,6 @@
 /// another process: pipes and devices are refused before they could block.
 namespace kel {
 
-/// Whether the path names anything but a directory.
-bool FileExists(std::string_view path);
-bool DirExists(std::string_view path);
-
 /// What tells one state of a file from another.
 struct FileStamp {
   uint64_t device = 0;

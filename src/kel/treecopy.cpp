@@ -196,6 +196,14 @@ FileStatus Rename(int dir, const std::string& from, const std::string& to) {
              : StatusOfErrno(errno, FileStatus::Unwritable);
 }
 
+/// The name is on the disk before what it replaces goes.
+void SyncParent(int dir, const std::string& path) {
+  const std::string parent = path.substr(0, path.rfind('/') + 1);  // "" without a separator
+  const Descriptor level(
+      ::openat(dir, parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (level.IsOpen()) ::fsync(level.Get());
+}
+
 /// Copies a file or a tree, and says what was found.
 FileStatus Copy(const Place& from, const struct stat& info, int target, const std::string& name,
                 TreeSum& sum) {
@@ -240,6 +248,7 @@ FileStatus MoveByCopy(const Place& from, const Place& to) {
     status = IsUnchanged(from.Dir(), aside, info, sum) ? Rename(to.Dir(), copy, to.Name())
                                                        : FileStatus::Failed;
     const bool arrived = status == FileStatus::Ok;
+    if (arrived) SyncParent(to.Dir(), to.Name());
     if (arrived) status = RemoveTree(from.Dir(), aside.c_str());
     if (status != FileStatus::Ok) Rename(from.Dir(), aside, from.Name());
     if (arrived) return status;

@@ -35,8 +35,9 @@ Handle OpenText(Call& call, std::string_view path) {
   auto file = std::make_unique<TextFile>();
   if (!Load(call, path, file->lines)) return {0, TextFile::kTypeName};
   file->givenPath = path;
-  file->fullPath =
-      kel::PathIsRelative(path) ? kel::JoinPath(kel::CurrentDirectory(), path) : std::string(path);
+  // To the system, a drive is a directory like any other.
+  file->fullPath = kel::IsSeparator(path.front()) ? std::string(path)
+                                                  : kel::JoinPath(kel::CurrentDirectory(), path);
   return OpenHandle(call, std::move(file));
 }
 
