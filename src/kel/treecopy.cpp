@@ -49,7 +49,6 @@ FileStatus CopyOpenFile(int from, int to, const struct stat& info) {
   KeepOwner(to, info);
   if (::fchmod(to, info.st_mode & 07777) != 0) return FileStatus::Unwritable;
   KeepTimes(to, info);
-  if (::fsync(to) != 0) return FileStatus::Unwritable;
   // What somebody else adds while it is copied would be lost with the source.
   return IsUnchanged(from, info) ? FileStatus::Ok : FileStatus::Failed;
 }
@@ -164,7 +163,7 @@ class TreeCopier : public TreeVisitor {
     KeepOwner(level.Get(), info);
     const bool good = ::fchmod(level.Get(), info.st_mode & 07777) == 0;
     KeepTimes(level.Get(), info);
-    return good && ::fsync(level.Get()) == 0 ? FileStatus::Ok : FileStatus::Unwritable;
+    return good ? FileStatus::Ok : FileStatus::Unwritable;
   }
 
   const TreeSum& Sum() const { return sum_; }
@@ -204,6 +203,16 @@ void SyncParent(int dir, const std::string& path) {
   if (level.IsOpen()) ::fsync(level.Get());
 }
 
+/// Brings a copy to the disk: a tree at one go, for file by file would take far longer.
+FileStatus Flush(int dir, const std::string& name, const struct stat& info) {
+  if (S_ISLNK(info.st_mode)) return FileStatus::Ok;
+  // A descriptor for reading will do, but not every copy may be read by whoever owns it.
+  const Descriptor copy(::openat(dir, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!copy.IsOpen()) return errno == EACCES ? FileStatus::Ok : FileStatus::Unwritable;
+  const int result = S_ISDIR(info.st_mode) ? ::syncfs(copy.Get()) : ::fsync(copy.Get());
+  return result == 0 ? FileStatus::Ok : FileStatus::Unwritable;
+}
+
 /// Copies a file or a tree, and says what was found.
 FileStatus Copy(const Place& from, const struct stat& info, int target, const std::string& name,
                 TreeSum& sum) {
@@ -217,7 +226,7 @@ FileStatus Copy(const Place& from, const struct stat& info, int target, const st
 }
 
 /// Whether what has the name now is what was copied.
-bool IsUnchanged(int dir, const std::string& name, const struct stat& info, const TreeSum& sum) {
+bool IsAsCopied(int dir, const std::string& name, const struct stat& info, const TreeSum& sum) {
   struct stat now;
   if (::fstatat(dir, name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0) return false;
   if (!S_ISDIR(info.st_mode)) {
@@ -243,10 +252,11 @@ FileStatus MoveByCopy(const Place& from, const Place& to) {
   const std::string aside = NameBeside(from.Name());
   TreeSum sum;
   FileStatus status = Copy(from, info, to.Dir(), copy, sum);
+  if (status == FileStatus::Ok) status = Flush(to.Dir(), copy, info);
   if (status == FileStatus::Ok) status = Rename(from.Dir(), from.Name(), aside);
   if (status == FileStatus::Ok) {
-    status = IsUnchanged(from.Dir(), aside, info, sum) ? Rename(to.Dir(), copy, to.Name())
-                                                       : FileStatus::Failed;
+    status = IsAsCopied(from.Dir(), aside, info, sum) ? Rename(to.Dir(), copy, to.Name())
+                                                      : FileStatus::Failed;
     const bool arrived = status == FileStatus::Ok;
     if (arrived) SyncParent(to.Dir(), to.Name());
     if (arrived) status = RemoveTree(from.Dir(), aside.c_str());
