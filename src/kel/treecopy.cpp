@@ -208,9 +208,9 @@ FileStatus Flush(int dir, const std::string& name, const struct stat& info) {
   if (S_ISLNK(info.st_mode)) return FileStatus::Ok;
   // A descriptor for reading will do, but not every copy may be read by whoever owns it.
   const Descriptor copy(::openat(dir, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!copy.IsOpen()) return errno == EACCES ? FileStatus::Ok : FileStatus::Unwritable;
+  if (!copy.IsOpen()) return errno == EACCES ? FileStatus::Ok : FileStatus::Failed;
   const int result = S_ISDIR(info.st_mode) ? ::syncfs(copy.Get()) : ::fsync(copy.Get());
-  return result == 0 ? FileStatus::Ok : FileStatus::Unwritable;
+  return result == 0 ? FileStatus::Ok : FileStatus::Failed;
 }
 
 /// Copies a file or a tree, and says what was found.
