@@ -1,10 +1,13 @@
 // The tamber command: compiles a script and runs its main procedure, as any host would.
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -101,6 +104,39 @@ bool WantsColor(const std::string& when) {
   return (refused == nullptr || *refused == '\0') && isatty(STDERR_FILENO) != 0;
 }
 
+/// Writes what scripts print to standard output, each text at once. When that cannot be written,
+/// the script ends: nobody would see the rest.
+class Output {
+ public:
+  explicit Output(TamberContext* context) : context_(context) {
+    context->SetOutputSink(Write, this);
+  }
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  /// 0, or the system's number for what went wrong.
+  int Fault() const { return fault_; }
+
+ private:
+  static void Write(std::string_view text, void* user) { static_cast<Output*>(user)->Put(text); }
+  void Put(std::string_view text) {
+    while (!text.empty() && fault_ == 0) {
+      const ssize_t count = ::write(STDOUT_FILENO, text.data(), text.size());
+      if (count >= 0) {
+        text.remove_prefix(static_cast<size_t>(count));
+      } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        pollfd waiting{STDOUT_FILENO, POLLOUT, 0};
+        ::poll(&waiting, 1, -1);
+      } else if (errno != EINTR) {
+        fault_ = errno;
+        context_->RequestStop();
+      }
+    }
+  }
+
+  TamberContext* context_;
+  int fault_ = 0;
+};
+
 /// Dumps and traces that the command line asks for go to standard error; all else where the
 /// configuration sends it.
 bool ShowDebug(const KelString& section, std::string_view text, void* /*user*/) {
@@ -119,6 +155,7 @@ int Run(const Options& options) {
   }
   ErrorDisplay display(WantsColor(options.color));
   context.SetDiagnosticHandler(ErrorDisplay::Show, &display);
+  const Output output(&context);
   SetOwnPath(&context);
   if (!options.iniPath.empty()) {
     context.SetIniPath(options.iniPath);
@@ -146,6 +183,11 @@ int Run(const Options& options) {
   const int ran = context.RunProcedure("main", &stack);
   if (options.session) {
     context.ResetContext();
+  }
+  if (output.Fault() != 0) {
+    std::fprintf(stderr, "tamber: cannot write to standard output: %s\n",
+                 std::strerror(output.Fault()));
+    return kScriptFailed;
   }
   return ran ? kWell : kScriptFailed;
 }

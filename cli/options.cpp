@@ -36,7 +36,8 @@ Options:
 
 SCRIPT is a file, or - for standard input. The ARGs reach a script that declares
 "extern string[] Args". The exit status is 0 when the script ran well, 1 when it did not
-compile or ended with an error, and 2 when the command line was wrong.
+compile, ended with an error or printed what could not be written, and 2 when the command
+line was wrong.
 )";
 
 enum Option : int {
