@@ -50,13 +50,13 @@ enum {
 /** The last error; `code` is 0 when there was none. The texts are never null. */
 typedef struct tamber_error {
   int32_t code;
-  uint32_t line;   /**< from 1; 0 when no line was read */
-  uint32_t column; /**< from 1; 0 without a line */
+  uint32_t line;   /**< where the statement begins, from 1; 0 when no line was read */
+  uint32_t column; /**< byte of source_line at which what is wrong begins, from 1; or 0 */
   const char* name;
   const char* text;
   const char* detail;
   const char* file;
-  const char* source_line;
+  const char* source_line; /**< of a statement of several lines the one that is meant */
   const char* procedure;
 } tamber_error;
 

@@ -34,7 +34,7 @@ int32_t FailForMemory(TamberContext& context, const KelString& name) {
 }
 
 int32_t FailAt(ContextState& state, const tamber::CompilePlace& place) {
-  state.HandleParseError({place.text, place.line, place.column, place.procedure});
+  state.HandleParseError({place.text, place.line, place.offset, place.procedure});
   return 0;
 }
 

@@ -23,7 +23,7 @@ class ScriptText;
 struct SourcePlace {
   std::shared_ptr<const ScriptText> text;
   uint32_t line = 0;      ///< 1-based, as reports count it; 0 when no line was read
-  uint32_t column = 0;    ///< 1-based; 0 when only the line is known
+  uint32_t offset = 0;    ///< in the logical line, from 0
   KelString procedure{};  ///< that did not compile; "" for what was running
 };
 
@@ -58,6 +58,7 @@ class ContextState {
   ErrorList errors;
   int32_t errorCode = 0;
   KelString errorText;
+  KelString errorDetail;       ///< as errorText, but empty for an error that came without a text
   bool errorReported = false;  ///< the code in errorCode has had its report
   void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
   void* diagnosticUser = nullptr;
@@ -74,6 +75,7 @@ class ContextState {
   bool consoleIsHosts = false;
   void (*outputSink)(std::string_view, void*) = nullptr;
   void* outputUser = nullptr;
+  KelString unwritable;  ///< the report file that could not be written last
   bool (*reportSink)(const KelString&, std::string_view, void*) = nullptr;
   void* reportUser = nullptr;
 

@@ -51,11 +51,12 @@ void WriteReport(ContextState& state, const KelString& section, const KelString&
   state.ProcessOutputBuffer(text, section);
 }
 
-/// Without a column the statement as a whole is meant.
-uint32_t ColumnOf(const SourcePlace& place, std::string_view line) {
-  if (place.column != 0) return place.column;
-  const size_t indent = line.find_first_not_of(" \t");
-  return indent != std::string_view::npos ? static_cast<uint32_t>(indent + 1) : 0;
+/// Two errors have no text of their own in scripts and reports; a host is told what they mean.
+KelString TextOf(const ContextState& state, int32_t code) {
+  KelString text = state.errors.GetErrorText(code);
+  if (text.IsEmpty() && code == kErrStructBlock) text = "Structure definition is not complete";
+  if (text.IsEmpty() && code == kErrStructMember) text = "Invalid structure member";
+  return text;
 }
 
 /// The record of the error that is about to be reported.
@@ -64,12 +65,16 @@ void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
   diagnostic = TamberDiagnostic();
   diagnostic.code = state.errorCode;
   diagnostic.name = state.errors.GetErrorName(state.errorCode);
-  diagnostic.text = state.errors.GetErrorText(state.errorCode);
-  diagnostic.detail = state.errorText;
+  diagnostic.text = TextOf(state, state.errorCode);
+  diagnostic.detail = state.errorDetail;
   diagnostic.file = FileOf(place);
   diagnostic.line = place.line;
-  if (place.text != nullptr) diagnostic.sourceLine = KelString(place.text->Line(place.line));
-  diagnostic.column = ColumnOf(place, diagnostic.sourceLine);
+  if (place.text != nullptr) {
+    const ScriptText::Place at = place.text->Locate(place.line, place.offset);
+    diagnostic.sourceLine = KelString(place.text->Line(at.line));
+    diagnostic.sourceLineNumber = at.line;
+    diagnostic.column = at.column;
+  }
   diagnostic.procedure = place.procedure;
   if (!place.procedure.IsEmpty()) return;
   diagnostic.callStack = state.machine->CallStack();
@@ -118,6 +123,7 @@ void TamberContext::SetContextError(int32_t code, const KelString& text) {
   state.errorCode = code;
   // An empty text leaves the previous one in place: a code alone says nothing about its object.
   if (!text.IsEmpty()) state.errorText = text;
+  state.errorDetail = text;
   state.errorReported = false;
 }
 

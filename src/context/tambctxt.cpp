@@ -218,6 +218,7 @@ void TamberContext::ResetContext() {
   if (!state_->nested) state_->wake.store(0, std::memory_order_relaxed);
   state_->errorCode = 0;
   state_->errorText.Clear();
+  state_->errorDetail.Clear();
   state_->errorReported = false;
   state_->ScopeChanged();
 }
@@ -241,8 +242,10 @@ Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code
   if (code != ERR_NOMEMORY) {
     state_->errorCode = 0;
     state_->errorText.Clear();
+    state_->errorDetail.Clear();
   } else if (!state_->errorReported) {
     state_->errorText = expression.Left(200);
+    state_->errorDetail = state_->errorText;
   }
   return nullptr;
 }

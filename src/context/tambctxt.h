@@ -46,11 +46,13 @@ struct TamberDiagnostic {
   KelString text;    ///< what the code means
   KelString detail;  ///< the object of the error: a token, a name, a path; may be empty
   KelString file;
-  uint32_t line = 0;  ///< 1-based; 0 when no line was read
-  /// 1-based byte of `sourceLine` at which what is wrong begins, or else the statement; 0 without
-  /// a line.
+  /// 1-based number of the line on which the statement begins; 0 when no line was read.
+  uint32_t line = 0;
+  /// 1-based byte of `sourceLine` at which what is wrong begins; 0 without a line.
   uint32_t column = 0;
+  /// The line with what is wrong and its number: `line`, or one on which the statement goes on.
   KelString sourceLine;
+  uint32_t sourceLineNumber = 0;
   /// The procedure that was running or being compiled; "" outside of any.
   KelString procedure;
   /// The procedures that were running, the innermost first; empty for errors of compiling.

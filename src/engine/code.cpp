@@ -16,6 +16,12 @@ const StatementEntry* Code::FindStatement(uint32_t pc) const {
   return after == statements.begin() ? nullptr : &*(after - 1);
 }
 
+uint32_t Code::FindSource(uint32_t pc) const {
+  auto after = std::upper_bound(sources.begin(), sources.end(), pc,
+                                [](uint32_t at, const SourceEntry& s) { return at < s.pc; });
+  return after == sources.begin() ? 0 : (after - 1)->offset;
+}
+
 const LiveTemps* Code::FindLive(uint32_t pc) const {
   auto found = std::lower_bound(live.begin(), live.end(), pc,
                                 [](const LiveTemps& l, uint32_t at) { return l.pc < at; });

@@ -79,6 +79,12 @@ struct StatementEntry {
   bool zeroMismatch = false;
 };
 
+/// Where in the statement's logical line the instructions from `pc` on come from.
+struct SourceEntry {
+  uint32_t pc;
+  uint32_t offset;
+};
+
 /// Temporaries that own something while an instruction runs that may fail or call.
 struct LiveTemps {
   uint32_t pc;
@@ -109,6 +115,7 @@ class Code {
   std::vector<CallSite> sites;
   std::vector<AppendSite> appends;
   std::vector<StatementEntry> statements;  ///< ascending by begin
+  std::vector<SourceEntry> sources;        ///< ascending by pc
   std::vector<LiveTemps> live;             ///< ascending by pc
   std::vector<OwnedRegister> liveTemps;
   std::vector<OwnedRegister> ownedLocals;  ///< released when the frame ends; zero at its start
@@ -122,6 +129,7 @@ class Code {
   TypeRef returnType;
 
   const StatementEntry* FindStatement(uint32_t pc) const;
+  uint32_t FindSource(uint32_t pc) const;
   const LiveTemps* FindLive(uint32_t pc) const;
 };
 

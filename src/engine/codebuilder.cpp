@@ -38,6 +38,8 @@ CodeBuilder::CodeBuilder(Code& code, const LocalTable* locals, const LocalFacts*
 uint32_t CodeBuilder::Emit(Op op, uint32_t a, uint32_t b, uint32_t c) {
   if (a > kMaxOperand || b > kMaxOperand || c > kMaxOperand) tooLarge_ = true;
   uint32_t at = Pc();
+  if (code_.sources.empty() || code_.sources.back().offset != source_)
+    code_.sources.push_back({at, source_});
   code_.instrs.push_back(
       {op, static_cast<uint16_t>(a), static_cast<uint16_t>(b), static_cast<uint16_t>(c)});
   if (!owned_.empty() && !IsPlain(op)) {

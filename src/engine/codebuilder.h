@@ -57,6 +57,9 @@ class CodeBuilder {
   CodeBuilder(Code& code, const LocalTable* locals, const LocalFacts* facts, bool wideJumps);
 
   // --- instructions ---
+  /// Place in the logical line that the next instructions come from.
+  uint32_t Source() const { return source_; }
+  void SetSource(uint32_t offset) { source_ = offset; }
   uint32_t Emit(Op op, uint32_t a = 0, uint32_t b = 0, uint32_t c = 0);
   uint32_t EmitWide(Op op, uint32_t a, int32_t wide);
   uint32_t Pc() const { return static_cast<uint32_t>(code_.instrs.size()); }
@@ -149,12 +152,28 @@ class CodeBuilder {
   bool wideJumps_;
   bool jumpOverflow_ = false;
   bool tooLarge_ = false;
+  uint32_t source_ = 0;
   uint32_t nextTemp_;
   uint32_t lastBound_ = 0;  // a jump may lead to the instruction before this one's end
   std::vector<OwnedRegister> owned_;
   std::unordered_map<std::string, uint32_t> globalIndex_;
   std::unordered_map<const TamberProcedure*, uint32_t> procedureIndex_;
   std::unordered_map<uint64_t, uint32_t> constantIndex_;  // by bits and kind, scalars only
+};
+
+/// While it lives, instructions come from one place of the logical line.
+class SourceMark {
+ public:
+  SourceMark(CodeBuilder& builder, uint32_t offset) : builder_(builder), before_(builder.Source()) {
+    builder.SetSource(offset);
+  }
+  SourceMark(const SourceMark&) = delete;
+  SourceMark& operator=(const SourceMark&) = delete;
+  ~SourceMark() { builder_.SetSource(before_); }
+
+ private:
+  CodeBuilder& builder_;
+  uint32_t before_;
 };
 
 }  // namespace tamber

@@ -97,12 +97,13 @@ class ProcedureLowering {
   }
 
   size_t BeginEntry(uint32_t statement) {
+    const bool isStatement = statement <= statements_.GetCount();
+    builder_.SetSource(isStatement ? statements_.Get(statement).SourceOffset() : 0);
     StatementEntry entry;
     entry.begin = builder_.Pc();
     entry.statement = statement;
     entry.ownedBefore = static_cast<uint16_t>(builder_.OwnedCount());
-    entry.line = statement <= statements_.GetCount() ? statements_.Get(statement).GetLine()
-                                                     : procedure_.GetEndLine();
+    entry.line = isStatement ? statements_.Get(statement).GetLine() : procedure_.GetEndLine();
     code_->statements.push_back(entry);
     return code_->statements.size() - 1;
   }

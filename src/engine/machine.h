@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -44,6 +45,8 @@ class Machine {
   enum_ProcStatus RunProcedure(TamberProcedure& procedure, Stack& stack);
   /// Evaluates an expression; 1 leaves one value on the stack, 0 an error in the context.
   int32_t Evaluate(const ExpressionBase& expression, Stack& stack);
+  /// Where in its logical line the last evaluation failed, or left an error, from 0.
+  uint32_t EvaluationStop() const { return evaluationStop_; }
 
   bool IsRunning() const { return frameCount_ > 0; }
   /// Where the innermost procedure is; false when none is running.
@@ -115,6 +118,11 @@ class Machine {
   bool RunHandler(std::string_view name);
   SourcePlace PlaceOf(const Frame& frame) const;
   static const StatementEntry& StatementAt(const Frame& frame);
+  /// Where the frame is in the logical line of its statement.
+  static uint32_t SourceOf(const Frame& frame);
+  /// The instruction of the built-in that left an error last, if it is one of this code: such an
+  /// error is looked at only when the statement is complete. Forgets it.
+  std::optional<uint32_t> TakeFailedCall(const Code& code);
 
   // --- what instructions do off the fast path (machinevalues.cpp) ---
   bool ResolveGlobal(GlobalSlot& slot);
@@ -153,10 +161,12 @@ class Machine {
   uint32_t frameCount_ = 0;
   std::vector<Chunk> chunks_;
   uint32_t chunk_ = 0;
-  uint32_t nativeDepth_ = 0;  ///< runs inside runs
-  bool observed_ = false;     ///< code that counts statements and shows its locals is run
-  bool leftZero_ = false;     ///< the failing operator left a 0 in place of its value
-  bool unwinding_ = false;    ///< an error ended a nested run, and with it this one
+  uint32_t nativeDepth_ = 0;           ///< runs inside runs
+  bool observed_ = false;              ///< code that counts statements and shows its locals is run
+  bool leftZero_ = false;              ///< the failing operator left a 0 in place of its value
+  bool unwinding_ = false;             ///< an error ended a nested run, and with it this one
+  const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
+  uint32_t evaluationStop_ = 0;
   enum_ProcStatus status_ = PROCSTATUS_ENDED;
   Cell result_ = ZeroCell();                      ///< of the boundary frame that ended last
   std::vector<std::pair<Kind, Cell>> converted_;  ///< borrowed by registers until the run ends

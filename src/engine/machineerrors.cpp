@@ -1,4 +1,7 @@
 #include <algorithm>
+#include <functional>
+#include <optional>
+#include <utility>
 
 #include "context/contextstate.h"
 #include "context/errcodes.h"
@@ -20,11 +23,25 @@ SourcePlace Machine::PlaceOf(const Frame& frame) const {
   if (frame.code->procedure == nullptr) return place;
   place.text = frame.code->procedure->GetScript();
   place.line = StatementAt(frame).line;
+  place.offset = SourceOf(frame);
   return place;
+}
+
+uint32_t Machine::SourceOf(const Frame& frame) {
+  return frame.code->FindSource(static_cast<uint32_t>(frame.pc - frame.code->instrs.data()));
 }
 
 const StatementEntry& Machine::StatementAt(const Frame& frame) {
   return *frame.code->FindStatement(static_cast<uint32_t>(frame.pc - frame.code->instrs.data()));
+}
+
+std::optional<uint32_t> Machine::TakeFailedCall(const Code& code) {
+  const Instr* const call = std::exchange(failedCall_, nullptr);
+  const Instr* const begin = code.instrs.data();
+  const std::less<const Instr*> before;
+  if (call == nullptr || before(call, begin) || !before(call, begin + code.instrs.size()))
+    return {};
+  return static_cast<uint32_t>(call - begin);
 }
 
 bool Machine::CurrentPlace(SourcePlace& place) const {
@@ -85,6 +102,7 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
   if (unwinding_) return UnwindAll(PROCSTATUS_FAILED);
   if (frame->code->procedure == nullptr) {
     // Text that is evaluated answers to whoever evaluates it.
+    evaluationStop_ = SourceOf(*frame);
     ReleaseLive(*frame);
     LeaveFrame(*frame);
     --frameCount_;
@@ -95,6 +113,9 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
   auto pc = static_cast<uint32_t>(frame->pc - code.instrs.data());
   const StatementEntry& entry = *code.FindStatement(pc);
   SourcePlace place = PlaceOf(*frame);
+  if (const auto call = TakeFailedCall(code); call && !statementFailed) {
+    if (code.FindStatement(*call)->line == place.line) place.offset = code.FindSource(*call);
+  }
   bool keepsZero = zero && entry.resumeZero != StatementEntry::kNone;
   uint32_t kept = keepsZero ? entry.ownedBefore : 0;
   if (statementFailed) {

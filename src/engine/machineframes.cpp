@@ -6,6 +6,7 @@
 #include "engine/machine.h"
 #include "engine/procedure.h"
 #include "engine/shape.h"
+#include "expr/exprbase.h"
 #include "frontend/compsession.h"
 #include "kel/clock.h"
 #include "kel/nativestack.h"
@@ -250,6 +251,7 @@ enum_ProcStatus Machine::RunProcedure(TamberProcedure& procedure, Stack& stack) 
 }
 
 int32_t Machine::Evaluate(const ExpressionBase& expression, Stack& stack) {
+  evaluationStop_ = expression.SourceOffset();
   if (!HasNativeStack("")) return 0;
   std::unique_ptr<Code> code = LowerExpression(expression);
   if (!code) {
@@ -259,6 +261,7 @@ int32_t Machine::Evaluate(const ExpressionBase& expression, Stack& stack) {
   StackScope scope(*this, stack);
   uint32_t height = stack.GetSize();
   enum_ProcStatus status = RunBoundary(code.get(), nullptr, stack);
+  if (const auto call = TakeFailedCall(*code)) evaluationStop_ = code->FindSource(*call);
   if (status == PROCSTATUS_ENDED && stack.GetSize() > height) return 1;
   stack.CutTo(height);
   return 0;

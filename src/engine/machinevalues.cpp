@@ -337,7 +337,10 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
       call.errorText = function.GetName();
     }
   }
-  if (call.errorCode != 0) state_.context.SetContextError(call.errorCode, call.errorText);
+  if (call.errorCode != 0) {
+    state_.context.SetContextError(call.errorCode, call.errorText);
+    failedCall_ = frames_[frameCount_ - 1].pc;
+  }
   if (state_.IsStopRequested()) state_.stopFlag = true;
   if (unwinding_ || state_.stopFlag || state_.errorCode >= kFirstFatalError) {
     // Nothing takes the result any more.

@@ -38,8 +38,12 @@ class StatementBase {
   /// First physical line of the logical line that it was compiled from, 1-based.
   uint32_t GetLine() const { return line_; }
   uint32_t GetKind() const { return kind_; }
+  /// Where it begins in the logical line, from 0: elsewhere than there in a part of a `for`.
+  uint32_t SourceOffset() const { return sourceOffset_; }
+  void SetSourceOffset(uint32_t offset) { sourceOffset_ = offset; }
 
  private:
   uint32_t line_;
   uint32_t kind_;
+  uint32_t sourceOffset_ = 0;
 };

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "engine/codebuilder.h"
+
 ExpressionBase::~ExpressionBase() {
   // A sum of many terms is a chain as deep as it is long: the descendants are taken apart in a
   // loop, not by destructors that call each other.
@@ -22,6 +24,11 @@ ExpressionBase::~ExpressionBase() {
     pending.pop_back();
     takeChildren(*node);
   }
+}
+
+tamber::Operand ExpressionBase::Lower(tamber::CodeBuilder& builder) const {
+  const tamber::SourceMark source(builder, sourceOffset_);
+  return LowerNode(builder);
 }
 
 void ExpressionBase::AddChild(std::unique_ptr<ExpressionBase> child) {

@@ -54,8 +54,12 @@ class ExpressionBase {
   /// Takes over what is true of the children; called once they are complete.
   void CollectFacts(bool impure, bool callsFunction);
 
+  /// Where its token begins in the logical line, from 0; that of a call is the name.
+  uint32_t SourceOffset() const { return sourceOffset_; }
+  void SetSourceOffset(uint32_t offset) { sourceOffset_ = offset; }
+
   /// Emits code that computes the value; see tamber::Operand for where it is then.
-  virtual tamber::Operand Lower(tamber::CodeBuilder& builder) const = 0;
+  tamber::Operand Lower(tamber::CodeBuilder& builder) const;
   /// Appends the text form: operators and calls with their operands in parentheses.
   virtual void Dump(KelString& out) const = 0;
 
@@ -63,11 +67,13 @@ class ExpressionBase {
   void DumpChildren(KelString& out) const;
 
  private:
+  virtual tamber::Operand LowerNode(tamber::CodeBuilder& builder) const = 0;
   std::unique_ptr<ExpressionBase>& ChildSlot(uint32_t index) {
     return index < kInline ? first_[index] : more_[index - kInline];
   }
 
   enum_ExpressionKind kind_;
+  uint32_t sourceOffset_ = 0;
   ExpressionBase* parent_ = nullptr;
   // Few nodes but calls have more than two children, so two need no list.
   static constexpr uint32_t kInline = 2;

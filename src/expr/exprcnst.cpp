@@ -34,7 +34,7 @@ void ExpressionConstant::BecomeDouble() {
   SetType(tamber::TypeDesc::Of(kind_));
 }
 
-tamber::Operand ExpressionConstant::Lower(tamber::CodeBuilder& builder) const {
+tamber::Operand ExpressionConstant::LowerNode(tamber::CodeBuilder& builder) const {
   if (kind_ == Kind::String) return builder.TextConstant(text_);
   if (kind_ <= Kind::Int) return tamber::CodeBuilder::Immediate(kind_, value_.i);
   return builder.Constant(kind_, value_);

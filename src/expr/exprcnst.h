@@ -21,10 +21,11 @@ class ExpressionConstant final : public ExpressionBase {
   tamber::Cell Value() const { return value_; }
   const std::string& Text() const { return text_; }
 
-  tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out) const override;
 
  private:
+  tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
+
   tamber::Kind kind_;
   tamber::Cell value_;
   std::string text_;    // Kind::String

@@ -16,8 +16,9 @@ ExpressionCompiler::ExpressionCompiler(TamberContext* context, const tamber::Loc
 
 ExpressionCompiler::~ExpressionCompiler() = default;
 
-bool ExpressionCompiler::Fail(int32_t code, std::string_view text) {
+bool ExpressionCompiler::Fail(int32_t code, std::string_view text, uint32_t offset) {
   error_ = code;
+  errorOffset_ = offset;
   errorText_ = KelString(text);
   return false;
 }
@@ -59,7 +60,7 @@ int32_t ExpressionCompiler::CompileTarget(Tokeniser* tokeniser) {
   if (!parser.FindVariable(name, use)) {
     Variable* external = context_->GetVariable(KelString(name), VARLIST_EXTERNAL);
     if (external == nullptr) {
-      Fail(ERR_BADSTATEMENT, name);
+      Fail(ERR_BADSTATEMENT, name, tokeniser->TokenOffset());
       return 0;
     }
     use = {external->OwnName(), -1, tamber::TypeOf(*external)};
@@ -69,15 +70,16 @@ int32_t ExpressionCompiler::CompileTarget(Tokeniser* tokeniser) {
 }
 
 int32_t ExpressionCompiler::Combine(std::unique_ptr<ExpressionBase> left, std::string_view op,
-                                    std::unique_ptr<ExpressionBase> right) {
+                                    uint32_t opOffset, std::unique_ptr<ExpressionBase> right) {
   ClearExpression();
   auto node = std::make_unique<ExpressionOperator>(TamberOperators::CheckBinaryOperator(op));
+  node->SetSourceOffset(opOffset);
   node->AddChild(std::move(left));
   node->AddChild(std::move(right));
   int32_t error = 0;
   std::string text;
-  if (!tamber::ResolveTypes(*node, error, text)) {
-    Fail(error, text);
+  if (const ExpressionBase* wrong = tamber::ResolveTypes(*node, error, text)) {
+    Fail(error, text, wrong->SourceOffset());
     return 0;
   }
   root_ = std::move(node);
@@ -97,7 +99,10 @@ const Variable* ExpressionCompiler::GetResultType() const {
 
 int32_t ExpressionCompiler::EvaluateExpression(Stack* stack) {
   if (!root_) return 0;
-  return context_->GetMachine().Evaluate(*root_, *stack);
+  tamber::Machine& machine = context_->GetMachine();
+  const int32_t evaluated = machine.Evaluate(*root_, *stack);
+  errorOffset_ = machine.EvaluationStop();
+  return evaluated;
 }
 
 std::unique_ptr<ExpressionBase> ExpressionCompiler::RemoveExpression() {

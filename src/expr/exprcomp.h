@@ -51,14 +51,17 @@ class ExpressionCompiler {
   int32_t GetError() const { return error_; }
   /// The token or name that the error is about.
   const KelString& GetErrorText() const { return errorText_; }
+  /// Where it stands in the logical line, from 0; also of what failed to be evaluated.
+  uint32_t GetErrorOffset() const { return errorOffset_; }
 
   /// Wraps a finished value into `target op (value)`, for compound assignment. Takes both over.
-  int32_t Combine(std::unique_ptr<ExpressionBase> left, std::string_view op,
+  /// `opOffset`: where the operator stands.
+  int32_t Combine(std::unique_ptr<ExpressionBase> left, std::string_view op, uint32_t opOffset,
                   std::unique_ptr<ExpressionBase> right);
 
  private:
   friend class ExpressionParser;
-  bool Fail(int32_t code, std::string_view text);
+  bool Fail(int32_t code, std::string_view text, uint32_t offset);
 
   TamberContext* context_;
   const tamber::LocalTable* locals_;
@@ -66,5 +69,6 @@ class ExpressionCompiler {
   std::unique_ptr<ExpressionBase> root_;
   int32_t error_ = 0;
   KelString errorText_;
+  uint32_t errorOffset_ = 0;
   mutable std::unique_ptr<Variable, void (*)(Variable*)> prototype_;
 };

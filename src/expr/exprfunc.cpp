@@ -37,7 +37,7 @@ void ExpressionFunction::PushArgument(tamber::CodeBuilder& builder, uint32_t at)
   builder.Reset(mark);
 }
 
-Operand ExpressionFunction::Lower(tamber::CodeBuilder& builder) const {
+Operand ExpressionFunction::LowerNode(tamber::CodeBuilder& builder) const {
   builder.Emit(Op::ClrErr);
   uint32_t count = GetChildCount();
   for (uint32_t i = 0; i < count; ++i) PushArgument(builder, i);

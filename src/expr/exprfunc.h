@@ -10,10 +10,10 @@ class ExpressionFunction final : public ExpressionBase {
 
   const TamberFunction& Function() const { return *function_; }
 
-  tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out) const override;
 
  private:
+  tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   void PushArgument(tamber::CodeBuilder& builder, uint32_t at) const;
 
   std::shared_ptr<const TamberFunction> function_;

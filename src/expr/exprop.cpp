@@ -383,7 +383,7 @@ Operand ExpressionOperator::LowerSelector(CodeBuilder& b, const Operand& leftIn)
   return *b.Convert(any, type);
 }
 
-Operand ExpressionOperator::Lower(CodeBuilder& b) const {
+Operand ExpressionOperator::LowerNode(CodeBuilder& b) const {
   if (operandCount_ == 1) return LowerUnary(b);
   // A long sum is a chain to the left as deep as it is long, so it is walked down and up again in
   // loops.
@@ -398,6 +398,7 @@ Operand ExpressionOperator::Lower(CodeBuilder& b) const {
   uint32_t mark = b.Mark();
   Operand value = bottom->Lower(b);
   for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
+    const tamber::SourceMark source(b, (*node)->SourceOffset());
     value = (*node)->IsSelector() ? (*node)->LowerSelector(b, value)
                                   : (*node)->LowerBinary(b, mark, value);
   }
@@ -553,6 +554,7 @@ void LowerCondition(CodeBuilder& b, const ExpressionBase& expression, Label& tar
                     bool jumpWhen) {
   uint32_t mark = b.Mark();
   const ExpressionBase& node = Unwrap(expression);
+  const SourceMark source(b, node.SourceOffset());
   if (node.GetKind() == EXPRESSION_OPERATOR) {
     const auto& op = static_cast<const ExpressionOperator&>(node);
     if (op.GetOperator() == Ops::OP_NOT && op.GetChild(0)->Type()->GetKind() <= Kind::Int) {

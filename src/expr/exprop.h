@@ -23,10 +23,10 @@ class ExpressionOperator final : public ExpressionBase {
   const tamber::Name& MemberName() const { return memberName_; }
   void SetMemberName(const tamber::Name& name) { memberName_ = name; }
 
-  tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out) const override;
 
  private:
+  tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   tamber::Operand LowerUnary(tamber::CodeBuilder& builder) const;
   tamber::Operand LowerSelector(tamber::CodeBuilder& builder, const tamber::Operand& left) const;
   tamber::Operand LowerBinary(tamber::CodeBuilder& builder, uint32_t mark,

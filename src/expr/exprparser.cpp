@@ -106,10 +106,18 @@ ExpressionParser::ExpressionParser(ExpressionCompiler& compiler, const Expressio
     : compiler_(compiler), scope_(scope), tokeniser_(tokeniser), depth_(depth) {}
 
 bool ExpressionParser::Fail(int32_t code, std::string_view text) {
-  return compiler_.Fail(code, text);
+  if (text != tokeniser_.Token()) return Fail(code, text, at_);
+  const std::string_view whole = tokeniser_.WholeToken();
+  const bool widened = whole.size() != text.size();
+  return Fail(code, whole, widened ? tokeniser_.OffsetOf(whole.data()) : at_);
+}
+
+bool ExpressionParser::Fail(int32_t code, std::string_view text, uint32_t offset) {
+  return compiler_.Fail(code, text, offset);
 }
 
 std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view terminators) {
+  at_ = tokeniser_.NextOffset();
   if (depth_ > kMaxDepth) {
     Fail(ERR_EXPRBADFORMAT, "(");
     return nullptr;
@@ -119,6 +127,7 @@ std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view termina
     char next = tokeniser_.PeekNextChar();
     if (next == '\0' || terminators.find(next) != std::string_view::npos) break;
     tokeniser_.GetNextToken(1, 1);
+    at_ = tokeniser_.TokenOffset();
     if (tokeniser_.GetLastError() != 0) {
       Fail(tokeniser_.GetLastError(), tokeniser_.Token());
       return nullptr;
@@ -139,8 +148,8 @@ std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view termina
 std::unique_ptr<ExpressionBase> ExpressionParser::TakeRoot() {
   int32_t error = 0;
   std::string text;
-  if (!tamber::ResolveTypes(*root_, error, text)) {
-    Fail(error, text);
+  if (const ExpressionBase* wrong = tamber::ResolveTypes(*root_, error, text)) {
+    Fail(error, text, wrong->SourceOffset());
     return nullptr;
   }
   return std::move(root_);
@@ -184,6 +193,7 @@ bool ExpressionParser::HandleOpenBracket() {
   // A selector belongs to the operand just read, however tightly what stands before it binds.
   auto selector = std::make_unique<ExpressionOperator>(Ops::OP_ARRAYINDEX);
   ExpressionBase* node = selector.get();
+  node->SetSourceOffset(at_);
   ExpressionBase* parent = current_->GetParent();
   Node operand = parent ? parent->ReplaceChild(current_, std::move(selector)) : std::move(root_);
   if (parent == nullptr) root_ = std::move(selector);
@@ -195,11 +205,13 @@ bool ExpressionParser::HandleOpenBracket() {
 
 bool ExpressionParser::HandleMember() {
   tokeniser_.GetNextToken(0, 1);
+  at_ = tokeniser_.TokenOffset();
   std::string member(tokeniser_.Token());
   if (!IsNameToken(member)) return Fail(ERR_EXPRBADTOKEN, member.empty() ? "." : member);
   auto selector = std::make_unique<ExpressionOperator>(Ops::OP_STRUCTMEMBER);
   selector->SetMemberName(tamber::Name(member));
   ExpressionBase* node = selector.get();
+  node->SetSourceOffset(at_);
   ExpressionBase* parent = current_->GetParent();
   Node operand = parent ? parent->ReplaceChild(current_, std::move(selector)) : std::move(root_);
   if (parent == nullptr) root_ = std::move(selector);
@@ -220,6 +232,7 @@ bool ExpressionParser::HandleOperator(std::string_view token) {
 bool ExpressionParser::HandleBinaryOperator(Ops::Operator_e code) {
   auto added = std::make_unique<ExpressionOperator>(code);
   ExpressionBase* node = added.get();
+  node->SetSourceOffset(at_);
   ExpressionBase* child = current_;
   ExpressionBase* parent = child->GetParent();
   while (parent != nullptr &&
@@ -239,6 +252,7 @@ bool ExpressionParser::HandleUnaryOperator(Ops::Operator_e code) {
     return Fail(ERR_EXPRBADFORMAT, Ops::GetOperatorName(Ops::GetOperatorIndex(code)).View());
   auto added = std::make_unique<ExpressionOperator>(code);
   ExpressionBase* node = added.get();
+  node->SetSourceOffset(at_);
   if (current_ == nullptr)
     root_ = std::move(added);
   else
@@ -250,6 +264,7 @@ bool ExpressionParser::HandleUnaryOperator(Ops::Operator_e code) {
 bool ExpressionParser::HandleOperand(Node node, std::string_view token) {
   if (ExpectsBinaryOperator()) return Fail(ERR_EXPRBADFORMAT, token);
   ExpressionBase* added = node.get();
+  added->SetSourceOffset(at_);
   if (current_ == nullptr)
     root_ = std::move(node);
   else
@@ -331,55 +346,62 @@ bool ExpressionParser::HandleName(std::string_view token) {
   return Fail(ERR_EXPRBADTOKEN, token);
 }
 
-bool ExpressionParser::ReadIndex(ExpressionVariable& variable) {
+bool ExpressionParser::ReadIndex(ExpressionVariable& variable, uint32_t selected) {
   const tamber::TypeRef& from = variable.Type();
+  const uint32_t bracket = tokeniser_.NextOffset();
+  tokeniser_.TakeChar('[');
   if (!from->IsArray() && from->GetKind() != Kind::Any)
-    return Fail(ERR_VARNOTARRAY, variable.Variable().name.View());
+    return Fail(ERR_VARNOTARRAY, variable.Variable().name.View(), selected);
   Node index = ParseNested("]");
   if (!index) return false;
-  if (!tokeniser_.TakeChar(']')) return Fail(ERR_EXPRBADFORMAT, "[");
+  if (!tokeniser_.TakeChar(']')) return Fail(ERR_EXPRBADFORMAT, "[", bracket);
   Kind kind = index->Type()->GetKind();
   if (kind != Kind::Int && kind != Kind::Any)
-    return Fail(ERR_EXPRPARMMATCH, variable.Variable().name.View());
+    return Fail(ERR_EXPRPARMMATCH, variable.Variable().name.View(), index->SourceOffset());
   ExpressionVariable::Selector selector;
   selector.isIndex = true;
+  selector.sourceOffset = bracket;
   selector.from = from;
   selector.to = from->IsArray() && from->Element() ? from->Element() : TypeDesc::Of(Kind::Any);
   variable.AddIndex(std::move(selector), std::move(index));
   return true;
 }
 
-bool ExpressionParser::ReadMember(ExpressionVariable& variable) {
+bool ExpressionParser::ReadMember(ExpressionVariable& variable, uint32_t& selected) {
+  tokeniser_.TakeChar('.');
   tokeniser_.GetNextToken(0, 1);
+  const uint32_t named = tokeniser_.TokenOffset();
   std::string member(tokeniser_.Token());
-  if (!IsNameToken(member)) return Fail(ERR_BADSTATEMENT, member.empty() ? "." : member);
+  if (!IsNameToken(member)) return Fail(ERR_BADSTATEMENT, member.empty() ? "." : member, named);
   const tamber::TypeRef& from = variable.Type();
   ExpressionVariable::Selector selector;
   selector.isIndex = false;
+  selector.sourceOffset = named;
   selector.memberName = tamber::Name(member);
   selector.from = from;
   selector.to = TypeDesc::Of(Kind::Any);
   if (from->GetKind() != Kind::Any) {
     if (from->GetKind() != Kind::Struct)
-      return Fail(ERR_VARNOTSTRUCT, variable.Variable().name.View());
+      return Fail(ERR_VARNOTSTRUCT, variable.Variable().name.View(), selected);
     selector.member = from->Layout()->Find(member);
-    if (selector.member < 0) return Fail(ERR_BADSTRUCTEL, member);
+    if (selector.member < 0) return Fail(ERR_BADSTRUCTEL, member, named);
     selector.to = from->Layout()->Members()[static_cast<size_t>(selector.member)].type;
   }
   variable.AddMember(std::move(selector));
+  selected = named;
   return true;
 }
 
 std::unique_ptr<ExpressionVariable> ExpressionParser::ReadVariable(const VarUse& use) {
   auto variable = std::make_unique<ExpressionVariable>(use);
+  variable->SetSourceOffset(tokeniser_.TokenOffset());
+  uint32_t selected = variable->SourceOffset();  // the name that the next step selects from
   while (true) {
     char next = tokeniser_.PeekNextChar();
     if (next == '[') {
-      tokeniser_.TakeChar('[');
-      if (!ReadIndex(*variable)) return nullptr;
+      if (!ReadIndex(*variable, selected)) return nullptr;
     } else if (next == '.') {
-      tokeniser_.TakeChar('.');
-      if (!ReadMember(*variable)) return nullptr;
+      if (!ReadMember(*variable, selected)) return nullptr;
     } else {
       break;
     }
@@ -414,11 +436,12 @@ bool ExpressionParser::CheckProcedureArguments(TamberProcedure& procedure,
     ExpressionBase& argument = *arguments[i];
     const TypeDesc& type = *argument.Type();
     bool unknown = type.GetKind() == Kind::Any;
-    if (type.GetKind() == Kind::None) return Fail(ERR_EXPRPARMMATCH, name);
+    const uint32_t at = argument.SourceOffset();
+    if (type.GetKind() == Kind::None) return Fail(ERR_EXPRPARMMATCH, name, at);
     if (!parameter.isReference) {
       tamber::AdaptLiteral(argument, *parameter.type);
       if (!unknown && !parameter.type->Accepts(*argument.Type()))
-        return Fail(ERR_EXPRPARMTYPE, name);
+        return Fail(ERR_EXPRPARMTYPE, name, at);
       continue;
     }
     bool isVariable = argument.GetKind() == EXPRESSION_VARIABLE;
@@ -428,9 +451,9 @@ bool ExpressionParser::CheckProcedureArguments(TamberProcedure& procedure,
                    scope_.context->GetVariable(KelString(use.name.View()),
                                                VARLIST_GLOBAL | VARLIST_EXTERNAL) != nullptr;
     }
-    if (!isVariable) return Fail(ERR_REFPARAMNOTVAR, name);
+    if (!isVariable) return Fail(ERR_REFPARAMNOTVAR, name, at);
     bool same = tamber::HasLayoutOf(type, *parameter.type);
-    if (!unknown && !same) return Fail(ERR_EXPRPARMTYPE, name);
+    if (!unknown && !same) return Fail(ERR_EXPRPARMTYPE, name, at);
   }
   return true;
 }
@@ -449,7 +472,8 @@ bool ExpressionParser::HandleFunction(std::string_view name) {
   if (!ReadArguments(name, arguments)) return false;
   std::vector<const TypeDesc*> types;
   for (const Node& argument : arguments) {
-    if (argument->Type()->GetKind() == Kind::None) return Fail(ERR_EXPRPARMMATCH, name);
+    if (argument->Type()->GetKind() == Kind::None)
+      return Fail(ERR_EXPRPARMMATCH, name, argument->SourceOffset());
     types.push_back(argument->Type().Get());
   }
   uint32_t index = scope_.context->FindBestSignature(name, types);

@@ -54,16 +54,20 @@ class ExpressionParser {
   bool CheckProcedureArguments(TamberProcedure& procedure, std::vector<Node>& arguments);
   Node ReadConstant(std::string_view token, bool& isConstant);
   Node ParseNested(std::string_view terminators);
-  bool ReadIndex(ExpressionVariable& variable);
-  bool ReadMember(ExpressionVariable& variable);
+  /// Read one step; `selected` is where the name begins that it is applied to.
+  bool ReadIndex(ExpressionVariable& variable, uint32_t selected);
+  bool ReadMember(ExpressionVariable& variable, uint32_t& selected);
   bool ExpectsBinaryOperator() const;
+  /// Refuses the token at `at_`, or what begins at `offset`.
   bool Fail(int32_t code, std::string_view text);
+  bool Fail(int32_t code, std::string_view text, uint32_t offset);
   Node TakeRoot();
 
   ExpressionCompiler& compiler_;
   const ExpressionScope& scope_;
   Tokeniser& tokeniser_;
   uint32_t depth_;
+  uint32_t at_ = 0;  ///< of the token last read by this parser
   Node root_;
   ExpressionBase* current_ = nullptr;
 };
@@ -71,8 +75,9 @@ class ExpressionParser {
 namespace tamber {
 
 /// Works out the static types of a finished tree, bottom up, with the facts that depend on them.
-/// Nodes that have a type already are taken as they are. False: `error` and `text` say why.
-bool ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text);
+/// Nodes that have a type already are taken as they are. Null, or the node that cannot be: `error`
+/// and `text` say why.
+const ExpressionBase* ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text);
 
 /// A float literal, also behind a minus sign, that meets a double takes all the digits that were
 /// written.

@@ -15,7 +15,7 @@ ExpressionProcedure::ExpressionProcedure(TamberProcedure* procedure)
   SetType(type ? type : tamber::TypeDesc::Of(Kind::None));
 }
 
-Operand ExpressionProcedure::Lower(tamber::CodeBuilder& builder) const {
+Operand ExpressionProcedure::LowerNode(tamber::CodeBuilder& builder) const {
   // The arguments are put where the callee has its first registers, so that nothing is copied.
   uint32_t base = builder.Mark();
   uint32_t count = GetChildCount();

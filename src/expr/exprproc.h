@@ -11,9 +11,9 @@ class ExpressionProcedure final : public ExpressionBase {
 
   TamberProcedure& Procedure() const { return *procedure_; }
 
-  tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out) const override;
 
  private:
+  tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   TamberProcedure* procedure_;
 };

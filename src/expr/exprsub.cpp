@@ -7,7 +7,7 @@ ExpressionSubExpression::ExpressionSubExpression(std::unique_ptr<ExpressionBase>
   AddChild(std::move(inner));
 }
 
-tamber::Operand ExpressionSubExpression::Lower(tamber::CodeBuilder& builder) const {
+tamber::Operand ExpressionSubExpression::LowerNode(tamber::CodeBuilder& builder) const {
   return GetChild(0)->Lower(builder);
 }
 

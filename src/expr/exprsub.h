@@ -7,6 +7,8 @@ class ExpressionSubExpression final : public ExpressionBase {
  public:
   explicit ExpressionSubExpression(std::unique_ptr<ExpressionBase> inner);
 
-  tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out) const override;
+
+ private:
+  tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
 };

@@ -88,7 +88,7 @@ void AdaptLiteral(ExpressionBase& node, const TypeDesc& met) {
   node.SetType(node.GetChild(0)->Type());
 }
 
-bool ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text) {
+const ExpressionBase* ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text) {
   // Children before parents, without recursion: a chain may be as long as memory allows.
   struct Step {
     ExpressionBase* node;
@@ -103,10 +103,10 @@ bool ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text) {
       if (!IsLeaf(*path.back().node) && path.back().node->Type()) path.pop_back();
       continue;
     }
-    if (!Resolve(*step.node, error, text)) return false;
+    if (!Resolve(*step.node, error, text)) return step.node;
     path.pop_back();
   }
-  return true;
+  return nullptr;
 }
 
 }  // namespace tamber

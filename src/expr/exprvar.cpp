@@ -83,6 +83,7 @@ Operand ExpressionVariable::ReadDynamic(CodeBuilder& b, Operand from, const Inde
   size_t index = IndexesBefore(first);
   for (size_t i = first; i < selectors_.size(); ++i) {
     const Selector& step = selectors_[i];
+    const tamber::SourceMark source(b, step.sourceOffset);
     b.Push(from);
     if (step.isIndex)
       b.Push(indexes[index++]);
@@ -105,6 +106,7 @@ Operand ExpressionVariable::Read(CodeBuilder& b, const Indexes& indexes, size_t 
   for (size_t i = 0; i < count; ++i) {
     const Selector& step = selectors_[i];
     if (value.kind == Kind::Any) return ReadDynamic(b, value, indexes, i);
+    const tamber::SourceMark source(b, step.sourceOffset);
     Kind kind = step.to->GetKind();
     uint16_t reg = ResultAt(b, mark);
     if (!step.isIndex) {
@@ -123,7 +125,7 @@ Operand ExpressionVariable::Read(CodeBuilder& b, const Indexes& indexes, size_t 
   return value;
 }
 
-Operand ExpressionVariable::Lower(CodeBuilder& b) const {
+Operand ExpressionVariable::LowerNode(CodeBuilder& b) const {
   if (IsSimple()) return b.Load(variable_);
   uint32_t mark = b.Mark();
   Indexes indexes = LowerIndexes(b);
@@ -140,10 +142,12 @@ Operand ExpressionVariable::Lower(CodeBuilder& b) const {
 
 uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes,
                                           size_t count) const {
+  const tamber::SourceMark whole(b, SourceOffset());
   uint16_t reg = b.LoadAddress(variable_);
   size_t index = 0;
   for (size_t i = 0; i < count; ++i) {
     const Selector& step = selectors_[i];
+    const tamber::SourceMark source(b, step.sourceOffset);
     if (step.isIndex)
       b.Emit(Op::LeaE, reg, reg, indexes[index++].reg);
     else
@@ -153,17 +157,20 @@ uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes
 }
 
 Operand ExpressionVariable::LowerReference(CodeBuilder& b) const {
+  const tamber::SourceMark source(b, SourceOffset());
   if (IsSimple()) return b.LoadVariable(variable_);
   return LowerReference(b, LowerIndexes(b));
 }
 
 Operand ExpressionVariable::LowerReference(CodeBuilder& b, const Indexes& indexes) const {
+  const tamber::SourceMark whole(b, SourceOffset());
   if (b.IsDynamic(variable_)) return ReadDynamic(b, b.LoadVariable(variable_), indexes, 0);
   // Up to the first step whose result has no static type, then variable by variable.
   size_t known = 0;
   while (known < selectors_.size() && selectors_[known].from->GetKind() != Kind::Any) ++known;
   uint16_t address = LowerAddress(b, indexes, known - 1);
   const Selector& last = selectors_[known - 1];
+  const tamber::SourceMark source(b, last.sourceOffset);
   uint16_t reg = b.NewTemp();
   if (last.isIndex)
     b.Emit(Op::BoxE, reg, address, indexes[IndexesBefore(known - 1)].reg);
@@ -176,9 +183,11 @@ Operand ExpressionVariable::LowerReference(CodeBuilder& b, const Indexes& indexe
 
 void ExpressionVariable::LowerCheck(CodeBuilder& b, const Indexes& indexes) const {
   if (IsDynamic(b)) return;
+  const tamber::SourceMark whole(b, SourceOffset());
   uint32_t mark = b.Mark();
   size_t last = selectors_.size() - 1;
   Operand container = Read(b, indexes, last);
+  const tamber::SourceMark source(b, selectors_[last].sourceOffset);
   if (selectors_[last].isIndex) b.Emit(Op::ChkE, container.reg, indexes[IndexesBefore(last)].reg);
   b.Free(container);
   b.Reset(mark);
@@ -204,6 +213,7 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
   bool inRegister = steps == 0 && last.isIndex && b.IsRegister(variable_) && source.IsScalar();
   uint16_t target =
       inRegister ? static_cast<uint16_t>(variable_.slot) : LowerAddress(b, indexes, steps);
+  const tamber::SourceMark at(b, last.sourceOffset);
   if (!last.isIndex) {
     Op op = source.IsScalar() ? Op::SSetP : source.owned ? Op::SSetPT : Op::SSetPO;
     b.Emit(op, target, static_cast<uint32_t>(last.member), source.reg);
@@ -224,6 +234,7 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
 }
 
 uint16_t ExpressionVariable::LowerArrayAddress(CodeBuilder& b) const {
+  const tamber::SourceMark source(b, SourceOffset());
   if (IsSimple()) return b.LoadAddress(variable_);
   Indexes indexes = LowerIndexes(b);
   return LowerAddress(b, indexes, selectors_.size());

@@ -10,7 +10,8 @@ class ExpressionVariable final : public ExpressionBase {
   /// One step from an aggregate to its part.
   struct Selector {
     bool isIndex;
-    int32_t member = -1;  ///< 0-based position in `layout`
+    uint32_t sourceOffset = 0;  ///< of the "[" or the member's name
+    int32_t member = -1;        ///< 0-based position in `layout`
     tamber::Name memberName;
     tamber::TypeRef from;  ///< type that the step is applied to; Kind::Any: checked when run
     tamber::TypeRef to;
@@ -24,7 +25,6 @@ class ExpressionVariable final : public ExpressionBase {
   void AddMember(Selector selector);
   void AddIndex(Selector selector, std::unique_ptr<ExpressionBase> index);
 
-  tamber::Operand Lower(tamber::CodeBuilder& builder) const override;
   void Dump(KelString& out) const override;
 
   // Lowering in steps, for whoever stores into the variable.
@@ -45,6 +45,7 @@ class ExpressionVariable final : public ExpressionBase {
   bool IsDynamic(const tamber::CodeBuilder& builder) const;
 
  private:
+  tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   using Indexes = std::vector<tamber::Operand>;
   uint16_t LowerAddress(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
   tamber::Operand Read(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;

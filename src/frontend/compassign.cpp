@@ -77,6 +77,7 @@ bool CompileStore(StatementCompiler& compiler, Target target) {
 /// `target op= rest` is `target = target op (rest)`, so selectors are evaluated twice.
 bool CompileCompound(StatementCompiler& compiler, Target target, std::string_view op) {
   Tokeniser& tokeniser = compiler.Tokens();
+  const uint32_t opOffset = tokeniser.TokenOffset();
   const char* const rest = tokeniser.GetSearchPtr();
   Target left = CompileTarget(compiler);
   if (!left) return false;
@@ -84,7 +85,8 @@ bool CompileCompound(StatementCompiler& compiler, Target target, std::string_vie
   ExpressionCompiler& expressions = compiler.Expressions();
   if (!expressions.CompileExpression(&tokeniser, ";")) return compiler.FailExpression();
   std::unique_ptr<ExpressionBase> right = expressions.RemoveExpression();
-  if (!expressions.Combine(std::move(left), op.substr(0, op.size() - 1), std::move(right))) {
+  if (!expressions.Combine(std::move(left), op.substr(0, op.size() - 1), opOffset,
+                           std::move(right))) {
     return compiler.FailExpression();
   }
   return AppendStore(compiler, std::move(target));

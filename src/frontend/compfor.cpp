@@ -9,10 +9,15 @@ namespace tamber {
 
 namespace {
 
+struct ForPart {
+  std::string text;
+  uint32_t offset = 0;  ///< in the logical line
+};
+
 struct ForHeader {
-  std::string init;
-  std::string condition;
-  std::string step;
+  ForPart init;
+  ForPart condition;
+  ForPart step;
 };
 
 /// Cuts the header as text: quotes and nested parentheses mean nothing here, and what follows the
@@ -21,10 +26,11 @@ bool SplitHeader(Tokeniser& tokeniser, ForHeader& header) {
   tokeniser.GetNextToken(1, 1);
   if (tokeniser.Token() != "(") return false;
   std::string_view rest = tokeniser.Rest();
-  const auto cut = [&rest](char separator, std::string& part) {
+  const auto cut = [&](char separator, ForPart& part) {
     const size_t end = rest.find(separator);
     if (end == rest.npos) return false;
-    part = kel::Trimmed(rest.substr(0, end));
+    const std::string_view text = kel::Trimmed(rest.substr(0, end));
+    part = {std::string(text), tokeniser.OffsetOf(text.data())};
     rest.remove_prefix(end + 1);
     return true;
   };
@@ -44,16 +50,18 @@ bool CompileFor(StatementCompiler& compiler, uint32_t flags) {
   if (!SplitHeader(compiler.Tokens(), header)) return compiler.Fail(ERR_FORBADSYNTAX, keyword);
 
   // Without an init the condition is ignored on purpose: the loop runs until something leaves it.
-  const bool hasCondition = !header.init.empty();
-  if (hasCondition && !compiler.CompilePart(header.init, 0)) return false;
+  const bool hasCondition = !header.init.text.empty();
+  if (hasCondition && !compiler.CompilePart(header.init.text, header.init.offset, 0)) return false;
   const uint32_t top = compiler.Count() + 1;
   uint32_t jump = 0;
-  Tokeniser condition(header.condition.c_str());
+  Tokeniser condition(header.condition.text.c_str());
+  condition.SetOrigin(header.condition.offset);
   if (hasCondition && !compiler.CompileCondition(condition, jump)) return false;
   if (!compiler.CompileBlock(end, flags | kInFor)) return false;
   const uint32_t next = compiler.Count() + 1;
   compiler.Script().ReadLineAt(line);  // errors of the step are those of the for line
-  if (!header.step.empty() && !compiler.CompilePart(header.step, 0)) return false;
+  const bool hasStep = !header.step.text.empty();
+  if (hasStep && !compiler.CompilePart(header.step.text, header.step.offset, 0)) return false;
   StatementList& statements = compiler.Statements();
   AppendJump(statements, line, top);
   const uint32_t out = compiler.Count() + 1;

@@ -59,6 +59,7 @@ void CompileSession::SalvageBodies() {
   ContextState& state = context_.State();
   const int32_t code = state.errorCode;
   const KelString text = state.errorText;
+  const KelString detail = state.errorDetail;
   for (Body& body : bodies_) {
     state.errorCode = ERR_SUCCESS;
     if (body.procedure->GetState() == TamberProcedure::State::Declared &&
@@ -68,6 +69,7 @@ void CompileSession::SalvageBodies() {
   }
   state.errorCode = code;
   state.errorText = text;
+  state.errorDetail = detail;
 }
 
 bool CompileSession::CompileBody(Body& body) {
@@ -89,7 +91,7 @@ bool CompileSession::CompileStatements(Body& body) {
                              });
   if (!compiler.CompileBlock(procedure.GetEndLine(), 0)) {
     NotePlace(
-        {procedure.GetScript(), compiler.ErrorLine(), compiler.ErrorColumn(), procedure.GetName()});
+        {procedure.GetScript(), compiler.ErrorLine(), compiler.ErrorOffset(), procedure.GetName()});
     return false;
   }
   return FinishBody(procedure);
@@ -115,14 +117,21 @@ void CompileSession::Drop(TamberProcedure& procedure) {
 }
 
 bool CompileSession::Fail(const ScriptLine& script, int32_t code, std::string_view text) {
-  context_.SetContextError(code, KelString(text));
+  context_.SetContextError(code, KelString(script.Whole(text)));
   return FailHere(script);
 }
 
 bool CompileSession::FailHere(const ScriptLine& script) {
-  NotePlace({script.GetText(), script.GetStatementLine(),
-             script.GetColumn(context_.GetContextErrorText())});
+  return FailHere(script, script.GetOffset(context_.State().errorDetail));
+}
+
+bool CompileSession::FailHere(const ScriptLine& script, uint32_t offset) {
+  NotePlace({script.GetText(), script.GetStatementLine(), offset});
   return false;
+}
+
+void CompileSession::NoteLeftError(const ScriptLine& script, uint32_t offset) {
+  left_ = {script.GetText(), script.GetStatementLine(), offset};
 }
 
 void CompileSession::NotePlace(const CompilePlace& place) {

@@ -22,7 +22,7 @@ namespace tamber {
 struct CompilePlace {
   std::shared_ptr<const ScriptText> text;  ///< null: nowhere in a script
   uint32_t line = 0;
-  uint32_t column = 0;    ///< 1-based; 0 when only the line is known
+  uint32_t offset = 0;    ///< of what is wrong in the logical line, from 0
   KelString procedure{};  ///< whose body did not compile; "" at the top level
 };
 
@@ -57,7 +57,11 @@ class CompileSession {
   bool Fail(const ScriptLine& script, int32_t code, std::string_view text);
   /// Notes the place of an error that stands in the context; always false. The first place stays.
   bool FailHere(const ScriptLine& script);
-  const CompilePlace& Place() const { return place_; }
+  bool FailHere(const ScriptLine& script, uint32_t offset);
+  /// Notes the place of an error that lets compiling go on.
+  void NoteLeftError(const ScriptLine& script, uint32_t offset);
+  /// The place of what stopped the compiler, or else of the last error that did not.
+  const CompilePlace& Place() const { return place_.text ? place_ : left_; }
 
   /// The session on this thread that has the procedure's body still to compile; else null.
   static CompileSession* FindFor(const TamberProcedure& procedure);
@@ -82,6 +86,7 @@ class CompileSession {
   std::unordered_map<const TamberProcedure*, Body*> bodyOf_;
   std::unordered_map<std::string, uint32_t, kel::NoCaseHash, kel::NoCaseEqual> declaredAt_;
   CompilePlace place_;
+  CompilePlace left_;
 };
 
 /// Makes sure that a procedure can run. False, with the error set, when its body does not compile

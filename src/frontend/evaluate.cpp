@@ -18,7 +18,8 @@ VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString&
   const int32_t compiled = target ? compiler.CompileAssigned(tokeniser, terminators, *target)
                                   : compiler.CompileExpression(tokeniser, terminators);
   if (!compiled) {
-    session.Fail(script, compiler.GetError(), compiler.GetErrorText());
+    context.SetContextError(compiler.GetError(), compiler.GetErrorText());
+    session.FailHere(script, compiler.GetErrorOffset());
     return nullptr;
   }
   Stack stack;
@@ -28,8 +29,11 @@ VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString&
     return VarHolder(MakeVariable(compiler.ResultType(), Name()));
   }
   if (!evaluated || context.GetContextError() >= kFirstFatalError || stack.GetSize() == 0) {
-    session.FailHere(script);
+    session.FailHere(script, compiler.GetErrorOffset());
     return nullptr;
+  }
+  if (context.GetContextError() != ERR_SUCCESS) {
+    session.NoteLeftError(script, compiler.GetErrorOffset());
   }
   return VarHolder(stack.PopVariable());
 }

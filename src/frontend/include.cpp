@@ -23,7 +23,11 @@ bool IncludeModule(CompileSession& session, const ScriptLine& script, const KelS
   TamberContext& context = session.Context();
   void* handle = nullptr;
   if (context.LoadFunctionModule(name, script.GetName(), &handle)) return true;
-  if (context.GetContextError() != 0) return session.FailHere(script);
+  if (context.GetContextError() != 0) {
+    KelString& detail = context.State().errorDetail;
+    if (detail.IsEmpty()) detail = name;
+    return session.FailHere(script);
+  }
   return session.Fail(script, ERR_INCLUDEBADFILE, name);
 }
 

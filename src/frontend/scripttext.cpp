@@ -6,6 +6,7 @@
 #include "kel/cipher.h"
 #include "kel/fileio.h"
 #include "kel/filestat.h"
+#include "kel/kelascii.h"
 
 namespace tamber {
 
@@ -101,6 +102,29 @@ uint32_t ScriptText::LineAt(const char* position) const {
   const auto offset = static_cast<uint32_t>(position - text_.data());
   const auto next = std::upper_bound(starts_.begin(), starts_.end(), offset);
   return firstLine_ + static_cast<uint32_t>(next - starts_.begin()) - 1;
+}
+
+bool ScriptText::BeginsComment(std::string_view line) {
+  return line.starts_with("//") || line.starts_with(';') || line.starts_with('#');
+}
+
+ScriptText::Place ScriptText::Locate(uint32_t line, uint32_t offset) const {
+  if (!HasLine(line)) return {line, 0};
+  bool begun = false;  // blanks at the start of the logical line are not in it
+  while (true) {
+    const std::string_view physical = Line(line);
+    const std::string_view part = kel::Trimmed(physical);
+    begun = begun || part != "\\";
+    const auto size = static_cast<uint32_t>(begun ? part.size() : 0);
+    const bool goesOn =
+        part.ends_with('\\') && HasLine(line + 1) && !BeginsComment(kel::Trimmed(Line(line + 1)));
+    if (offset < size || !goesOn) {
+      const auto indent = static_cast<uint32_t>(part.empty() ? 0 : part.data() - physical.data());
+      return {line, indent + std::min(offset, size) + 1};
+    }
+    offset -= size;
+    ++line;
+  }
 }
 
 void ScriptText::DumpSource(KelString& out, uint32_t line, int32_t span) const {

@@ -53,12 +53,24 @@ class ScriptText {
   /// Number behind that of the last line.
   uint32_t EndLine() const { return firstLine_ + LineCount(); }
   bool HasLine(uint32_t number) const { return number - firstLine_ < LineCount(); }
+  /// Whether a line, without the white space before it, is a comment; such a line ends a statement
+  /// that would go on there.
+  static bool BeginsComment(std::string_view line);
   /// The line without its end; "" for a number that does not exist.
   std::string_view Line(uint32_t number) const;
   /// Everything from the start of a line on; "" for a number that does not exist.
   std::string_view From(uint32_t number) const;
   /// Number of the line that holds the byte at `position`, a pointer into this text.
   uint32_t LineAt(const char* position) const;
+
+  /// A byte of the script as an editor shows it.
+  struct Place {
+    uint32_t line = 0;
+    uint32_t column = 0;  ///< from 1; 0 for a line that does not exist
+  };
+  /// The place of a byte of the logical line that begins on a physical line: `offset` is counted
+  /// from 0 without the white space around the physical lines and with each "\" as a blank.
+  Place Locate(uint32_t line, uint32_t offset) const;
 
   /// Appends the source dump of a report: `span` / 2 lines before and behind `line`, which is
   /// marked. A span of 0 or less writes nothing.

@@ -5,10 +5,6 @@
 
 namespace {
 
-bool BeginsComment(std::string_view line) {
-  return line.starts_with("//") || line.starts_with(';') || line.starts_with('#');
-}
-
 bool IsNameByte(char c) { return kel::IsAlnum(c) || c == '_'; }
 
 /// The last place at or before `from` where the line has this token; npos when there is none.
@@ -27,8 +23,10 @@ size_t FindToken(std::string_view line, std::string_view token, size_t from) {
 
 }  // namespace
 
-ScriptLine::ScriptLine(std::shared_ptr<const tamber::ScriptText> text)
-    : text_(std::move(text)), nextLine_(text_->FirstLine()), statementLine_(nextLine_) {}
+ScriptLine::ScriptLine(std::shared_ptr<const tamber::ScriptText> text, uint32_t origin)
+    : text_(std::move(text)), nextLine_(text_->FirstLine()), statementLine_(nextLine_) {
+  tokeniser_.SetOrigin(origin);
+}
 
 ScriptLine::~ScriptLine() = default;
 
@@ -40,7 +38,7 @@ bool ScriptLine::ReadLogicalLine() {
     return false;
   }
   const std::string_view line = kel::Trimmed(text_->Line(nextLine_++));
-  if (BeginsComment(line)) {
+  if (tamber::ScriptText::BeginsComment(line)) {
     tokeniser_.SetLine("");
   } else if (line.ends_with('\\')) {
     ReadContinued(line);
@@ -60,7 +58,7 @@ void ScriptLine::ReadContinued(std::string_view line) {
     joined.back() = ' ';
     if (!text_->HasLine(nextLine_)) break;
     line = kel::Trimmed(text_->Line(nextLine_++));
-    if (BeginsComment(line)) break;
+    if (tamber::ScriptText::BeginsComment(line)) break;
   }
   tokeniser_.SetLine(kel::Trimmed(joined));
 }
@@ -70,20 +68,15 @@ bool ScriptLine::ReadLineAt(uint32_t line) {
   return ReadLogicalLine();
 }
 
-uint32_t ScriptLine::GetColumn(std::string_view name) const {
-  if (tokeniser_.LineStart() == nullptr || tokeniser_.LineEnd() == nullptr) return 0;
+uint32_t ScriptLine::GetOffset(std::string_view name) const {
+  if (tokeniser_.LineStart() == nullptr || tokeniser_.LineEnd() == nullptr)
+    return tokeniser_.Origin();
   const std::string_view logical(
       tokeniser_.LineStart(), static_cast<size_t>(tokeniser_.LineEnd() - tokeniser_.LineStart()));
   const auto read = static_cast<size_t>(tokeniser_.TokenStart() - tokeniser_.LineStart());
   const size_t named = FindToken(logical, name, read);
   const size_t at = named != std::string_view::npos ? named : read;
-  const std::string_view physical = text_->Line(statementLine_);
-  const size_t indent = physical.find_first_not_of(" \t\v\f\r");
-  // The end of a line can be meant, but not the "\\" behind which the statement goes on.
-  const bool continued = kel::Trimmed(physical).ends_with('\\');
-  const size_t end = continued ? physical.rfind('\\') : physical.size() + 1;
-  if (indent == std::string_view::npos || indent + at >= end) return 0;
-  return static_cast<uint32_t>(indent + at + 1);
+  return tokeniser_.OffsetOf(tokeniser_.LineStart() + at);
 }
 
 void ScriptLine::SetPosition(const Position& position) {

@@ -13,7 +13,8 @@
 /// numbers are those of reports; the number of a logical line is that of its first physical line.
 class TAMBER_API ScriptLine {
  public:
-  explicit ScriptLine(std::shared_ptr<const tamber::ScriptText> text);
+  /// `origin`: where the text begins in its logical line, when it is a part of one.
+  explicit ScriptLine(std::shared_ptr<const tamber::ScriptText> text, uint32_t origin = 0);
   ScriptLine(const ScriptLine&) = delete;
   ScriptLine& operator=(const ScriptLine&) = delete;
   virtual ~ScriptLine();
@@ -46,10 +47,14 @@ class TAMBER_API ScriptLine {
     uint32_t statementLine;
   };
   Position GetPosition() const { return {nextLine_, statementLine_}; }
-  /// Where in the physical line the current logical line has been read to: the column, from 1, of
-  /// the token last read, or of `name` when it is a token at or before that. 0 when that is in a
-  /// continuation.
-  uint32_t GetColumn(std::string_view name) const;
+  /// Where in the logical line the token last read begins, or `name` when it is a token at or
+  /// before that: a byte, counted from 0.
+  uint32_t GetOffset(std::string_view name) const;
+  /// What an error shows of `text`: the whole word when it is a token that a letter beyond ASCII
+  /// cut off.
+  std::string_view Whole(std::string_view text) const {
+    return text == tokeniser_.Token() ? tokeniser_.WholeToken() : text;
+  }
   /// Goes back to a position and to the start of the logical line that was current then.
   void SetPosition(const Position& position);
 

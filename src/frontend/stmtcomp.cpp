@@ -110,17 +110,16 @@ bool StatementCompiler::CompileBlock(uint32_t endLine, uint32_t flags) {
   return compiled;
 }
 
-bool StatementCompiler::CompilePart(std::string_view text, uint32_t flags) {
+bool StatementCompiler::CompilePart(std::string_view text, uint32_t offset, uint32_t flags) {
   // A part has no lines that could close a block, so it gets a table of its own without any.
   const BlockTable noBlocks;
   const auto source = ScriptText::FromBuffer(script_->GetName(), std::string(text), Line());
   if (!source) return Fail(ERR_NOMEMORY, "");
-  ScriptLine part(source);
+  ScriptLine part(source, offset);
   const BlockTable* const blocks = std::exchange(blocks_, &noBlocks);
   const ScriptSwitch reading(script_, &part);
   const bool compiled = CompileStatement(flags);
   blocks_ = blocks;
-  errorColumn_ = 0;  // counted in the part, not in the line
   return compiled;
 }
 
@@ -172,24 +171,30 @@ uint32_t StatementCompiler::AppendExpression() {
 
 bool StatementCompiler::FindBlockEnd(uint32_t& line) {
   const BlockTable::Match match = blocks_->Find(Line());
-  if (match.error != 0) return FailAt(match.errorLine, match.error, "");
+  if (match.error != 0) return FailAt(match.errorLine, 0, match.error, "");
   line = match.line;
   return true;
 }
 
-bool StatementCompiler::FailAt(uint32_t line, int32_t code, std::string_view text) {
+bool StatementCompiler::FailAt(uint32_t line, uint32_t offset, int32_t code,
+                               std::string_view text) {
   context_.SetContextError(code, KelString(text));
   errorLine_ = line;
-  errorColumn_ = line == Line() ? script_->GetColumn(text) : 0;
+  errorOffset_ = offset;
   return false;
 }
 
 bool StatementCompiler::Fail(int32_t code, std::string_view text) {
-  return FailAt(Line(), code, text);
+  const std::string_view whole = script_->Whole(text);
+  return Fail(code, whole, script_->GetOffset(whole));
+}
+
+bool StatementCompiler::Fail(int32_t code, std::string_view text, uint32_t offset) {
+  return FailAt(Line(), offset, code, text);
 }
 
 bool StatementCompiler::FailExpression() {
-  return Fail(expressions_.GetError(), expressions_.GetErrorText());
+  return Fail(expressions_.GetError(), expressions_.GetErrorText(), expressions_.GetErrorOffset());
 }
 
 }  // namespace tamber

@@ -32,11 +32,13 @@ class StatementCompiler {
   [[nodiscard]] bool CompileBlock(uint32_t endLine, uint32_t flags);
   /// Line of the error that stopped the compiler; 0 when the error is older than the compiler.
   uint32_t ErrorLine() const { return errorLine_; }
-  uint32_t ErrorColumn() const { return errorColumn_; }
+  /// Where in that logical line, from 0.
+  uint32_t ErrorOffset() const { return errorOffset_; }
 
   // --- what the compilers of the constructs share ---
-  /// Compiles a part of the current line as if it stood on a line of its own.
-  [[nodiscard]] bool CompilePart(std::string_view text, uint32_t flags);
+  /// Compiles a part of the current line as if it stood on a line of its own. `offset`: where in
+  /// the line it begins.
+  [[nodiscard]] bool CompilePart(std::string_view text, uint32_t offset, uint32_t flags);
   /// Compiles the tokeniser's rest as a condition and appends it; `jump` is the number of
   /// the jump that follows it for when it is false, which has no target yet.
   [[nodiscard]] bool CompileCondition(Tokeniser& tokeniser, uint32_t& jump);
@@ -58,13 +60,17 @@ class StatementCompiler {
   /// Appends a statement of the current line and returns its number.
   template <class Statement, class... Args>
   uint32_t Append(Args&&... args) {
-    return Statements().Append(std::make_unique<Statement>(Line(), std::forward<Args>(args)...));
+    auto statement = std::make_unique<Statement>(Line(), std::forward<Args>(args)...);
+    statement->SetSourceOffset(Tokens().Origin());
+    return Statements().Append(std::move(statement));
   }
   /// Appends the expression that was just compiled; returns its number.
   uint32_t AppendExpression();
 
-  /// Sets the error; always false.
+  /// Sets the error; always false. What is wrong is the token last read, or the `text` at or before
+  /// it, or else what begins at `offset`.
   bool Fail(int32_t code, std::string_view text);
+  bool Fail(int32_t code, std::string_view text, uint32_t offset);
   /// Sets the error of the expression that did not compile; always false.
   bool FailExpression();
 
@@ -72,7 +78,7 @@ class StatementCompiler {
   bool CompileStatement(uint32_t flags);
   bool CompileKeyword(std::string_view word, uint32_t flags);
   bool IsVariable(const KelString& name) const;
-  bool FailAt(uint32_t line, int32_t code, std::string_view text);
+  bool FailAt(uint32_t line, uint32_t offset, int32_t code, std::string_view text);
 
   TamberContext& context_;
   TamberProcedure& procedure_;
@@ -82,7 +88,7 @@ class StatementCompiler {
   ExpressionCompiler expressions_;
   uint32_t depth_ = 0;
   uint32_t errorLine_ = 0;
-  uint32_t errorColumn_ = 0;
+  uint32_t errorOffset_ = 0;
 };
 
 }  // namespace tamber

@@ -13,6 +13,8 @@ namespace {
 
 bool IsWordChar(char c) { return kel::IsAlnum(c) || c == '_'; }
 
+bool IsBeyondAscii(char c) { return static_cast<unsigned char>(c) >= 0x80; }
+
 bool IsQuote(char c) { return c == '"' || c == '\''; }
 
 }  // namespace
@@ -27,6 +29,7 @@ Tokeniser& Tokeniser::operator=(const Tokeniser& other) {
   const bool copied = start && Reserve(static_cast<size_t>(other.lineEnd_ - start));
   lastError_ = !start || copied ? other.lastError_ : ERR_NOMEMORY;
   handleComments_ = other.handleComments_;
+  origin_ = other.origin_;
   tokenLength_ = 0;
   search_ = previous_ = lineEnd_ = nullptr;
   if (!copied) {
@@ -87,10 +90,15 @@ int Tokeniser::SetLine(std::string_view line) {
 
 void Tokeniser::ResetLine() { search_ = previous_ = lineBuffer_; }
 
-const char* Tokeniser::TokenStart() const {
-  const char* start = previous_;
-  while (start != nullptr && start < lineEnd_ && kel::IsSpace(*start)) ++start;
-  return start;
+const char* Tokeniser::SkipSpace(const char* position) const {
+  while (position != nullptr && position < lineEnd_ && kel::IsSpace(*position)) ++position;
+  return position;
+}
+
+const char* Tokeniser::TokenStart() const { return SkipSpace(previous_); }
+
+uint32_t Tokeniser::OffsetOf(const char* position) const {
+  return position == nullptr ? origin_ : origin_ + static_cast<uint32_t>(position - lineBuffer_);
 }
 
 char* Tokeniser::ClearToken() {
@@ -260,6 +268,17 @@ int Tokeniser::IsComment(const char* text) {
 }
 
 bool Tokeniser::TokenIs(std::string_view word) const { return kel::EqualsNoCase(Token(), word); }
+
+std::string_view Tokeniser::WholeToken() const {
+  const auto belongs = [](char c) { return IsWordChar(c) || IsBeyondAscii(c); };
+  const char* begin = TokenStart();
+  const char* end = search_;
+  if (begin == nullptr || begin >= end || !belongs(*begin)) return Token();
+  while (begin > lineBuffer_ && belongs(begin[-1])) --begin;
+  while (end < lineEnd_ && belongs(*end)) ++end;
+  const bool cut = std::any_of(begin, end, IsBeyondAscii);
+  return cut ? std::string_view(begin, static_cast<size_t>(end - begin)) : Token();
+}
 
 std::string_view Tokeniser::Rest() const {
   if (!search_) return {};

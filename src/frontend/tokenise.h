@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 #include "kel/export.h"
@@ -69,14 +70,27 @@ class TAMBER_API Tokeniser {
   /// Where the token last read begins; the end of the line when there was none. Null without a
   /// line.
   const char* TokenStart() const;
+  /// The token last read together with what stands around it when letters beyond ASCII are among
+  /// that: to the language they are no letters, to the author all is one word.
+  std::string_view WholeToken() const;
   /// What has not been read yet.
   std::string_view Rest() const;
   const char* LineStart() const { return lineBuffer_; }
   /// The NUL that ends the line; null without a line.
   const char* LineEnd() const { return lineEnd_; }
 
+  /// When the line is a part of a longer one: where in that it begins. Stays for later lines.
+  void SetOrigin(uint32_t offset) { origin_ = offset; }
+  uint32_t Origin() const { return origin_; }
+  /// A position in the line as an offset in the whole line.
+  uint32_t OffsetOf(const char* position) const;
+  /// Where the token last read begins, and where the next one will.
+  uint32_t TokenOffset() const { return OffsetOf(TokenStart()); }
+  uint32_t NextOffset() const { return OffsetOf(SkipSpace(search_)); }
+
  private:
   static unsigned int TokenSize(const char* text);
+  const char* SkipSpace(const char* position) const;
   char* ClearToken();
   char* EndToken(const char* end);
   char* CopyToken(const char* end);
@@ -95,6 +109,7 @@ class TAMBER_API Tokeniser {
   const char* search_ = nullptr;
   const char* previous_ = nullptr;
   bool handleComments_ = true;
+  uint32_t origin_ = 0;
   char noToken_ = 0;  // what is handed out while there is no buffer
   const char* lineEnd_ = nullptr;
 };

@@ -124,7 +124,7 @@ TEST_F(CallTest, AnErrorOfTheScriptComesBackWithItsPlaceAndCalls) {
   EXPECT_EQ(error.name, "ERR_DIVIDEBYZERO");
   EXPECT_EQ(error.file, "test");
   EXPECT_EQ(error.line, 34u);
-  EXPECT_EQ(error.column, 3u);
+  EXPECT_EQ(error.column, 12u);
   EXPECT_EQ(error.sourceLine, "  return n / (n - n)");
   EXPECT_EQ(error.procedure, "Broken");
   ASSERT_EQ(error.callStack.size(), 2u);
@@ -134,19 +134,109 @@ TEST_F(CallTest, AnErrorOfTheScriptComesBackWithItsPlaceAndCalls) {
   EXPECT_EQ(context_.GetDiagnostic().code, 0);
 }
 
+/// Compiles and runs a script that fails; the source line of the error with a "^" before the
+/// column.
+std::string MarkedLine(const std::string& script) {
+  TamberContext context;
+  context.SetReportSink([](const KelString&, std::string_view, void*) { return true; }, nullptr);
+  RegisterFunction(context, "int Refused (int N)",
+                   [](int32_t) -> int32_t { throw tamber::ScriptError(ERR_INVALIDPARAM, "no"); });
+  if (context.CompileScriptBuffer("test", script, 1)) context.RunProcedure("main", nullptr);
+  const TamberDiagnostic& error = context.GetDiagnostic();
+  std::string line = error.sourceLine.Str();
+  if (error.column == 0 || error.column > line.size() + 1) return "no column";
+  return line.insert(error.column - 1, "^");
+}
+
+std::string InMain(const std::string& body) {
+  return "int F(int a, int b)\n  return a / b\nendproc\nproc Nothing()\nendproc\n"
+         "proc Twice(int & n)\nendproc\nstruct P\n  int[] q\nendstruct\n"
+         "proc main()\n  int a, b, z\n  int[] v\n  P[] p\n  string s\n" +
+         body + "\nendproc\n";
+}
+
 TEST_F(CallTest, AFailureOfCompilingPointsAtTheToken) {
-  const auto column = [&](const char* script, uint32_t line) {
-    TamberContext context;
-    context.SetReportSink([](const KelString&, std::string_view, void*) { return true; }, nullptr);
-    EXPECT_FALSE(context.CompileScriptBuffer("test", script, 1));
-    EXPECT_EQ(context.GetDiagnostic().line, line);
-    return context.GetDiagnostic().column;
-  };
-  EXPECT_EQ(column("proc main()\n  int a\n  a = 1 + Nothing * 2\nendproc\n", 3), 11u);
-  EXPECT_EQ(column("proc main()\n\tnothing here\nendproc\n", 2), 2u);
-  EXPECT_EQ(column("proc main()\n  Print(StrLen(1, 2))\nendproc\n", 2), 9u);
-  EXPECT_EQ(column("proc main()\n  Print(1 + \\\n    nothing)\nendproc\n", 2), 3u)
-      << "in a continuation only the statement is known";
+  for (const char* marked : {
+           "  a = 1 + ^wrong * 2",
+           "\t^wrong here",
+           "  a = a + ^StrLen(a, a)",
+           "  a = (b + 1) ^* v",
+           "  b = ^(1 + 2 * (3 + 4)",
+           "  b = 1 + 2^)",
+           "  Print(^\"abc)",
+           "  b =^",
+           "  b = 1 ^+",
+           "  b ^3",
+           "  p[1].^x = 1",
+           "  a = a.^",
+           "  ^a.x = 1",
+           "  a = a + ^b[1]",
+           "  v[^\"x\"] = 1",
+           "  a = 1 ^+ Nothing()",
+           "  Twice(1 ^+ a)",
+           "  a = F(1, ^s)",
+           "  a = ^F(1) + F(1, 2)",
+           "  for (a = ^wrong; a < 3; a += 1)\n  endfor",
+           "  for (a = 1; a < ^wrong; a += 1)\n  endfor",
+           "  for (a = 1; a < 3; a += ^wrong)\n  endfor",
+           "  int c ^d",
+           "  int c, ^a",
+           "  a = 3 ^b",
+           "  if a\n  elif ^wrong\n  endif",
+           "  return ^3",
+           "  ^a = Nothing()",
+           "  s ^+= v",
+           "  int ^größe",
+           "  a = \"größe\" + ^wrong",
+           "  a = 1 + \\\n    2 + \\\n    ^wrong + 3",
+           "  for (a = 1; \\\n    a < ^wrong; a += 1)\n  endfor",
+       }) {
+    const std::string wanted(marked);
+    std::string body = wanted;
+    body.erase(body.find('^'), 1);
+    const size_t start = wanted.rfind('\n', wanted.find('^')) + 1;
+    EXPECT_EQ(MarkedLine(InMain(body)), wanted.substr(start, wanted.find('\n', start) - start));
+  }
+  EXPECT_EQ(MarkedLine("int g = 1 + wrong\n"), "int g = 1 + ^wrong");
+}
+
+TEST_F(CallTest, AFailureOfRunningPointsAtTheOperatorOrTheCall) {
+  for (const char* marked : {
+           "  a = a + b ^/ z",
+           "  a ^/= z",
+           "  a = 1 + v^[3]",
+           "  p += 1\n  p[1].q^[z] = 4",
+           "  while 1 < 2 ^/ z\n  wend",
+           "  a = F(1, 1) + ^F(z)",
+           "  if z == 0 && 3 ^/ z > 4\n  endif",
+           "  Print(\"\" + 1.5 ^/ z)",
+           "  a = 1 + ^Refused(b)",
+           "  for (a = 1 ^/ z; a < 3; a += 1)\n  endfor",
+           "  for (a = 1; a < 3 ^/ z; a += 1)\n  endfor",
+           "  for (a = 1; a < 3; a += 1 ^/ z)\n  endfor",
+           "  a = 1 + \\\n\t2 * \\\n\t\\\n    5 ^/ z + 1",
+           "  \\\n  a = 5 ^/ z",
+           "  a = 1 + \\\n  2 ^/ z \\\n  // no more",
+           "  v <<= 1 ^/ z",
+       }) {
+    const std::string wanted(marked);
+    const size_t caret = wanted.find('^');
+    std::string body = wanted;
+    body.erase(caret, 1);
+    const size_t start = wanted.rfind('\n', caret) + 1;
+    EXPECT_EQ(MarkedLine(InMain(body)), wanted.substr(start, wanted.find('\n', start) - start));
+  }
+  EXPECT_EQ(MarkedLine("int g = 5 + 1 / 0\n"), "int g = 5 + 1 ^/ 0");
+}
+
+TEST_F(CallTest, AContinuedStatementHasTheNumberOfItsFirstLineAndShowsTheOneThatIsMeant) {
+  Compile("int G(int z)\n  return 1 + \\\n    2 / z\nendproc\n");
+  const auto result = Call<int32_t>(context_, "G", 0);
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.Error().line, 2u);
+  EXPECT_EQ(result.Error().sourceLineNumber, 3u);
+  EXPECT_EQ(result.Error().sourceLine, "    2 / z");
+  EXPECT_EQ(result.Error().column, 7u);
 }
 
 TEST_F(CallTest, ScriptsAndHostsCallEachOtherInTurn) {
