@@ -32,9 +32,7 @@ KelString OutputFileOf(const ContextState& state, const KelString& section) {
   return variable != nullptr ? KelString(variable->GetStringValue()) : KelString();
 }
 
-void NoticeFailure(const KelString& file) {
-  kel::Notice(file, "Internal Error: Failed to open output file");
-}
+constexpr const char* kOpenFailed = "Internal Error: Failed to open output file";
 
 /// Where a report goes. What the host has not chosen itself must pass its policy: a script sets the
 /// variable that a file is named by, and may be able to write the INI file.
@@ -46,27 +44,21 @@ kel::Place PlaceOfReport(const ContextState& state, const KelString& section,
 }
 
 /// Every report is one write to a file that is opened for it, so that several processes can share a
-/// file and none loses a line when it is moved away.
-void WriteReport(const KelString& file, const kel::Place& place, std::string_view text) {
+/// file and none loses a line when it is moved away. Null, or why it was not written.
+const char* WriteReport(const KelString& file, const kel::Place& place, std::string_view text) {
   if (file == "stdout") {
     kel::WriteStandardOutput(text);
-    return;
+    return nullptr;
   }
-  if (place.IsRefused()) {
-    kel::Notice(file, "Refused by the host's file policy");
-    return;
-  }
+  if (place.IsRefused()) return "Refused by the host's file policy";
   if (place.IsConfined()) {
-    if (kel::AppendToFile(place, text) != kel::FileStatus::Ok) NoticeFailure(file);
-    return;
+    return kel::AppendToFile(place, text) == kel::FileStatus::Ok ? nullptr : kOpenFailed;
   }
   const int descriptor = kel::OpenForAppend(file);
-  if (descriptor < 0) {
-    NoticeFailure(file);
-    return;
-  }
-  kel::AppendAll(descriptor, text);
+  if (descriptor < 0) return kOpenFailed;
+  const bool written = kel::AppendAll(descriptor, text);
   kel::CloseFile(descriptor);
+  return written ? nullptr : "Internal Error: Failed to write output file";
 }
 
 /// What the INI file asks for in one section.
@@ -139,7 +131,10 @@ void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section
       reportSink != nullptr && !text.IsEmpty() && reportSink(section, text.View(), reportUser);
   const KelString file = taken ? KelString() : OutputFileOf(*this, section);
   if (!file.IsEmpty() && !text.IsEmpty()) {
-    WriteReport(file, PlaceOfReport(*this, section, file), text);
+    const char* const fault = WriteReport(file, PlaceOfReport(*this, section, file), text);
+    // A report is several pieces, and a script may go on after it: one notice is enough.
+    if (fault != nullptr && unwritable != file) kel::Notice(file, fault);
+    unwritable = fault != nullptr ? file : KelString();
   }
   text.Clear();
 }

@@ -88,7 +88,7 @@ int OpenForAppend(std::string_view path) {
   return ::fcntl(file.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-void AppendAll(int descriptor, std::string_view text) { WriteFull(descriptor, text); }
+bool AppendAll(int descriptor, std::string_view text) { return WriteFull(descriptor, text); }
 
 void CloseFile(int descriptor) {
   if (descriptor > STDERR_FILENO) ::close(descriptor);

@@ -38,8 +38,8 @@ ReadStatus ReadRegularFile(std::string_view path, std::string& out, uint64_t max
 /// Opens or creates a file for appending: a descriptor above 2, or -1. Regular files, the null
 /// device and terminals only. Symbolic links are followed.
 int OpenForAppend(std::string_view path);
-/// Appends in one write, so that the reports of several processes do not mix. Errors are ignored.
-void AppendAll(int descriptor, std::string_view text);
+/// Appends in one write, so that the reports of several processes do not mix. False: not all of it.
+bool AppendAll(int descriptor, std::string_view text);
 /// Closes what `OpenForAppend` gave; leaves -1 and the three standard streams alone.
 void CloseFile(int descriptor);
 
