@@ -54,16 +54,17 @@ class CommandTest(unittest.TestCase):
     def test_a_run_time_error_is_shown_although_the_report_goes_to_a_file(self):
         status, output, errors = self.run_tamber(self.script(DIVIDES))
         self.assertEqual((status, output), (1, "before\n"))
-        self.assertRegex(errors, r"\A.*a\.tam:4: error ERR_DIVIDEBYZERO \(11\): Divide by zero error.*\n.*7 / zero\n  \^ column 3\n\Z")
+        self.assertRegex(errors, r"\A.*a\.tam:4: error ERR_DIVIDEBYZERO \(11\): Divide by zero error.*\n.*7 / zero\n           \^ column 12\n\Z")
 
     def test_files_that_are_no_scripts(self):
         (self.folder / "folder").mkdir()
         (self.folder / "nul.tam").write_bytes(b"proc main()\0endproc\n")
-        for name, error in (("none.tam", "ERR_FILENOTFOUND"), ("folder", "ERR_FILENOTVALID"),
-                            ("nul.tam", "ERR_FILENOTVALID")):
+        for name, error in (("none.tam", r"ERR_FILENOTFOUND \(103\): File does not exist"),
+                            ("folder", r"ERR_FILENOTVALID .*: is a directory"),
+                            ("nul.tam", r"ERR_FILENOTVALID .*: holds NUL bytes.*")):
             status, output, errors = self.run_tamber(name)
             self.assertEqual((status, output), (1, ""), name)
-            self.assertIn(error, errors)
+            self.assertRegex(errors, rf"\A{self.folder}/{name}: error {error}\n\Z", "the path once, and no line")
 
     def test_check_compiles_only(self):
         self.assertEqual(self.run_tamber("--check", self.script(HELLO)), (0, "", ""))
@@ -82,9 +83,47 @@ class CommandTest(unittest.TestCase):
                            "proc Inner(int n)\n\tn = 1 / n\nendproc\n")
         lines = self.run_tamber(name)[2].splitlines()
         self.assertRegex(lines[0], r"a\.tam:8: error ERR_DIVIDEBYZERO")
-        self.assertEqual(lines[1:3], ["\tn = 1 / n", "\t^ column 2"])
+        self.assertEqual(lines[1:3], ["\tn = 1 / n", "\t      ^ column 8"])
         self.assertRegex(lines[3], r"\A  called by Outer at .*a\.tam:5\Z")
         self.assertRegex(lines[4], r"\A  called by main at .*a\.tam:2\Z")
+
+        deep = self.script("int Down(int n)\n  if n == 0\n    return 1 / n\n  endif\n  return Down(n - 1)\nendproc\n"
+                           "proc main()\n  Print(\"\" + Down(5))\nendproc\n", "deep.tam")
+        self.assertRegex(self.run_tamber(deep)[2], r"\n  called by Down at .*:5 \(5 times\)\n  called by main at .*:8\n\Z")
+
+    def test_the_mark_stands_under_the_place(self):
+        for line, mark in (("\tz = 1 / z", "\t      ^ column 8"), ("  z\t= 1 / z", "   \t    ^ column 9"),
+                           ('  Print("gr\u00f6\u00dfe " + 1 / z)', "                     ^ column 24"),
+                           ('  Print("\u6f22\u5b57e\u0301" + 1 / z)', "                    ^ column 25"),
+                           ("  z = 1 + \\\n  2 / z", "    ^ line 4, column 5")):
+            errors = self.run_tamber(self.script(f"proc main()\n  int z\n{line}\nendproc\n"))[2].splitlines()
+            self.assertRegex(errors[0], r"a\.tam:3: error ERR_DIVIDEBYZERO")
+            self.assertEqual(errors[2], mark)
+
+    def test_output_that_cannot_be_written(self):
+        endless = self.script('while 1\n  Print("x")\nwend\n')
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([self.command, endless], cwd=self.folder, stdout=full, stderr=subprocess.PIPE,
+                                  timeout=60, check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stderr.decode(), r"\Atamber: cannot write to standard output: .+\n\Z")
+
+    def test_a_report_that_cannot_be_written_is_noticed_once(self):
+        (self.folder / "tamber.log").mkdir()
+        errors = self.run_tamber(self.script(DIVIDES))[2]
+        self.assertEqual(errors.count("Internal Error: Failed to open output file"), 1)
+
+    def test_errors_say_what_they_are_about(self):
+        (self.folder / "m.so").write_text("no library")
+        bogus = "struct P\n  bogus x\nendstruct\n"
+        for text, error in (('include "m.so"\n', r"\(20117\): .*: m\.so\n"), (bogus, r"error \(20211\): \w.*: bogus\n"),
+                            ('int g = 5 + FileGetSize("/none")\nproc main()\nendproc\n',
+                             r"a\.tam:1: error ERR_FILENOTFOUND .*: /none\nint g = .*\n {12}\^ column 13\n"),
+                            ("proc Other()\nendproc\n", r"\A\S*a\.tam: error ERR_PROCNOMAIN"),
+                            ("gr\u00f6\u00dfe = 1\n", r": gr\u00f6\u00dfe\n")):
+            name = self.script(text)
+            errors = self.run_tamber(name)[2].encode("latin-1").decode()
+            self.assertRegex(errors, error)
 
     def test_colour(self):
         name = self.script(DIVIDES)

@@ -34,7 +34,7 @@ DIRECTIVE = re.compile(
     r"//\s*(expect error at [^:]+:\d+|expect\b[^:]*|args|options|ini|stdin|timeout|file [\w.]+):(?: (.*)|$)")
 MISSPELT = re.compile(r"//\s*expect")
 ELSEWHERE = re.compile(r"expect error at (?:(.+):)?(\d+)")
-REPORT = re.compile(r"(.*):(\d+): error (?:(\S+) )?\((-?\d+)\): (.*)")
+REPORT = re.compile(r"(.*?)(?::(\d+))?: error (?:(\S+) )?\((-?\d+)\): (.*)")
 ESCAPE = re.compile(r"\\(x[0-9A-Fa-f]{2}|.)")
 NAMED = {"n": "\n", "r": "\r", "t": "\t", "b": "\b"}
 
@@ -103,7 +103,7 @@ def compare_output(wanted, got):
     return []
 
 
-MARK = re.compile(r"\s*\^ column \d+|  called by \S+ at .*:\d+")
+MARK = re.compile(r"\s*\^ (?:line (\d+), )?column \d+|  called by \S+ at .*:\d+(?: \(\d+ times\))?")
 
 
 def compare_errors(wanted, stderr, name, source):
@@ -115,7 +115,7 @@ def compare_errors(wanted, stderr, name, source):
         if not match:
             faults.append(f"standard error: {line}")
             continue
-        file, number, error, text = pathlib.PurePath(match[1]).name, int(match[2]), match[3] or match[4], match[5]
+        file, number, error, text = pathlib.PurePath(match[1]).name, int(match[2] or 0), match[3] or match[4], match[5]
         hit = next((w for w in wanted if w[:3] == (file, number, error)
                     and (text.startswith(w[3]) or text.endswith(f": {w[3]}"))), None)
         if hit:
@@ -127,6 +127,8 @@ def compare_errors(wanted, stderr, name, source):
             lines.pop(0)
         elif spoken:
             shown = lines.pop(0).strip() if lines else ""
+            mark = MARK.fullmatch(lines[0]) if lines else None
+            spoken = source[int(mark[1]) - 1].strip() if mark and mark[1] else spoken
             if not shown or not shown.startswith(spoken.rstrip("\\").rstrip()):
                 faults.append(f"line {number} is not shown below its error, but: {shown}")
         # Where in the line it is, and what called the procedure.
