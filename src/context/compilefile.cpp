@@ -60,7 +60,7 @@ int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place
   try {
     context.SetContextError(0, KelString());
     const SessionReading reading(*this);
-    diagnostic.code = 0;
+    ForgetDiagnostic();
     if (context.FindScript(path) != nullptr) return 1;
     context.SetScriptFile(path, 0);
     ScriptText::Status status = ScriptText::Status::Ok;
@@ -96,7 +96,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
   try {
     SetContextError(0, KelString());
     const tamber::SessionReading reading(*state_);
-    state_->diagnostic.code = 0;
+    state_->ForgetDiagnostic();
     auto source = ScriptText::FromBuffer(name, text.Str(), firstLine == 0 ? 1 : firstLine);
     if (!source) {
       return FailFile(*this, ERR_FILENOTVALID, name,

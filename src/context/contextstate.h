@@ -27,6 +27,26 @@ struct SourcePlace {
   KelString procedure{};  ///< that did not compile; "" for what was running
 };
 
+class ContextState;
+
+/// Keeps the error that is being told: what a host's handler does meanwhile with the context leaves
+/// none of its own.
+class ErrorRecord {
+ public:
+  explicit ErrorRecord(ContextState& state);
+  ErrorRecord(const ErrorRecord&) = delete;
+  ErrorRecord& operator=(const ErrorRecord&) = delete;
+  ~ErrorRecord();
+
+ private:
+  ContextState& state_;
+  int32_t code_;
+  bool reported_;
+  KelString text_;
+  KelString detail_;
+  TamberDiagnostic diagnostic_;
+};
+
 /// What a context holds beside its bases. Plain data: the context's .cpp files, one per concern,
 /// share it.
 class ContextState {
@@ -133,6 +153,19 @@ class ContextState {
   VarList& OwnConstants();
   /// Runs a procedure; 1 when it ended well.
   int32_t RunFound(TamberProcedure& procedure, Stack& stack);
+  /// A call of the host that compiles or runs begins: there was no error yet.
+  void ForgetDiagnostic() {
+    if (diagnostic.code != 0) diagnostic = TamberDiagnostic();
+  }
+  /// Runs a handler of the host. It may use the context, and what it throws ends here.
+  template <class Handler>
+  void CallHost(Handler&& handler) {
+    try {
+      const ErrorRecord kept(*this);
+      handler();
+    } catch (...) {
+    }
+  }
   /// Reports a fatal error or a failed compilation at a place.
   void HandleParseError(const SourcePlace& place);
   /// Reports a run-time error as ErrHandler says and returns the handler's name.

@@ -83,11 +83,28 @@ void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
 
 void TellHost(ContextState& state, const SourcePlace& place) {
   NoteDiagnostic(state, place);
-  if (state.diagnosticHandler != nullptr)
-    state.diagnosticHandler(state.diagnostic, state.diagnosticUser);
+  if (state.diagnosticHandler == nullptr) return;
+  const TamberDiagnostic told = state.diagnostic;
+  state.CallHost([&] { state.diagnosticHandler(told, state.diagnosticUser); });
 }
 
 }  // namespace
+
+ErrorRecord::ErrorRecord(ContextState& state)
+    : state_(state),
+      code_(state.errorCode),
+      reported_(state.errorReported),
+      text_(state.errorText),
+      detail_(state.errorDetail),
+      diagnostic_(state.diagnostic) {}
+
+ErrorRecord::~ErrorRecord() {
+  state_.errorCode = code_;
+  state_.errorReported = reported_;
+  state_.errorText = std::move(text_);
+  state_.errorDetail = std::move(detail_);
+  state_.diagnostic = std::move(diagnostic_);
+}
 
 void ContextState::HandleParseError(const SourcePlace& place) {
   // The innermost procedure or script reports; those around it only end.

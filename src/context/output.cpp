@@ -127,8 +127,9 @@ bool ContextState::IsOutputEnabled(const KelString& section) const {
 }
 
 void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section) {
-  const bool taken =
-      reportSink != nullptr && !text.IsEmpty() && reportSink(section, text.View(), reportUser);
+  bool taken = false;
+  if (reportSink != nullptr && !text.IsEmpty())
+    CallHost([&] { taken = reportSink(section, text.View(), reportUser); });
   const KelString file = taken ? KelString() : OutputFileOf(*this, section);
   if (!file.IsEmpty() && !text.IsEmpty()) {
     const char* const fault = WriteReport(file, PlaceOfReport(*this, section, file), text);

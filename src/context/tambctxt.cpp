@@ -46,7 +46,7 @@ bool ContextState::HasScriptFile() {
 }
 
 int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
-  if (!machine->IsRunning()) diagnostic.code = 0;
+  if (!machine->IsRunning()) ForgetDiagnostic();
   if (!HasScriptFile()) context.SetScriptFile(procedure.GetScript()->Name(), 0);
   const RunMark running(context);
   const enum_ProcStatus status = machine->RunProcedure(procedure, stack);

@@ -161,7 +161,8 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// The error that was reported last, with code 0 when there was none since the last call that
   /// compiles or runs began.
   const TamberDiagnostic& GetDiagnostic() const;
-  /// Tells the host of each reported error, beside the written report. Null: nobody.
+  /// Tells the host of each reported error, beside the written report. Null: nobody. The handler may
+  /// use the context; an error that it makes there is not the one that is kept afterwards.
   void SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void* user), void* user);
 
   // --- variables ---
