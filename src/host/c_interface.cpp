@@ -5,8 +5,8 @@
 
 #include "context/contextstate.h"
 #include "context/errcodes.h"
-#include "functions/prototype.h"
 #include "host/call.h"
+#include "host/hostfunction.h"
 #include "host/value.h"
 #include "tamber_c.h"
 #include "values/cellops.h"
@@ -241,28 +241,21 @@ int32_t RunTarget(FunctionCallInfo* info) {
 }
 
 int Register(CContext& context, const char* text, tamber_function function, void* user) {
-  tamber::Prototype prototype;
-  KelString message;
-  if (!tamber::ParsePrototype(text, context.context, FunctionList::FUNCTYPE_NORMAL, prototype,
-                              message)) {
-    context.context.SetContextError(ERR_VARBADTYPE, message.IsEmpty() ? KelString(text) : message);
-    return TAMBER_FAILED;
-  }
+  const std::shared_ptr<TamberFunction> registered =
+      tamber::host::NewFunction(context.context, text);
+  if (registered == nullptr) return TAMBER_FAILED;
   auto target = std::make_shared<Target>();
   target->function = function;
   target->user = user;
-  target->empty.reset(prototype.returnValue->Clone());
-  target->name = prototype.name;
-  target->count = prototype.parameters->GetSize();
-  auto registered = std::make_shared<TamberFunction>(
-      prototype.name, prototype.returnValue.release(), prototype.parameters.release(),
-      static_cast<uint16_t>(FunctionList::FUNCTYPE_NORMAL));
+  target->empty.reset(registered->GetVariable()->Clone());
+  target->name = registered->GetName();
+  target->count = registered->GetParameterCount();
   registered->SetImplementation(RunTarget);
   registered->SetTarget(std::move(target));
   FunctionTraits traits;
   traits.exactResult = true;
   registered->SetTraits(traits);
-  context.context.AddFunction(std::shared_ptr<const TamberFunction>(std::move(registered)), true);
+  context.context.AddFunction(std::shared_ptr<const TamberFunction>(registered), true);
   return TAMBER_OK;
 }
 

@@ -86,7 +86,7 @@ std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context, std::string_vi
                                           Stack& stack, uint32_t arguments, Kind result) {
   ContextState& state = context.State();
   const uint32_t base = stack.GetSize() - arguments;
-  state.diagnostic.code = 0;
+  state.ForgetDiagnostic();
   TamberProcedure* procedure = context.GetProcedure(name);
   if (procedure == nullptr) {
     context.SetContextError(ERR_PROCNOTFOUND, KelString(name));

@@ -87,8 +87,8 @@ class StackMark {
 /// any number; `void` takes nothing and leaves a value alone.
 ///
 /// A procedure that does not exist, a wrong number of arguments, one that the parameter cannot
-/// take, and a value of the wrong type are errors, as are those of the script. They are reported in
-/// the ways that the context reports errors. Throws only std::bad_alloc.
+/// take, a null `Variable*`, and a value of the wrong type are errors, as are those of the script.
+/// They are reported in the ways that the context reports errors. Throws only std::bad_alloc.
 template <tamber::host::Taken R = void, tamber::host::Argument... Args>
 tamber::Result<R> Call(TamberContext& context, std::string_view procedure, const Args&... args) {
   namespace host = tamber::host;

@@ -2,7 +2,7 @@
 
 #include "context/contextstate.h"
 #include "context/errcodes.h"
-#include "functions/prototype.h"
+#include "host/hostfunction.h"
 
 namespace tamber::host {
 namespace {
@@ -37,31 +37,26 @@ KelString Disagreement(const TamberFunction& function, Kind result,
   return text;
 }
 
-uint32_t Refuse(TamberContext& context, int32_t code, const KelString& text) {
-  context.SetContextError(code, text);
-  context.State().debug.Log(KelDebug::Level::Error, text);
-  return 0;
-}
-
 }  // namespace
 
 uint32_t RegisterWrapped(TamberContext& context, std::string_view text, Kind result,
                          std::span<const Kind> parameters, TamberFunctionPtr implementation,
                          std::shared_ptr<void> target, const FunctionTraits& traits, bool replace) {
-  Prototype prototype;
-  KelString message;
-  if (!ParsePrototype(text, context, FunctionList::FUNCTYPE_NORMAL, prototype, message)) {
-    return Refuse(context, ERR_VARBADTYPE, message.IsEmpty() ? KelString(text) : message);
+  const std::shared_ptr<TamberFunction> function = NewFunction(context, text);
+  if (function == nullptr) return 0;
+  if (implementation == nullptr) {
+    RefuseFunction(context, ERR_INVALIDPARAM, function->GetName() + ": there is no function");
+    return 0;
   }
-  auto function = std::make_shared<TamberFunction>(
-      prototype.name, prototype.returnValue.release(), prototype.parameters.release(),
-      static_cast<uint16_t>(FunctionList::FUNCTYPE_NORMAL));
   const KelString wrong = Disagreement(*function, result, parameters);
-  if (!wrong.IsEmpty()) return Refuse(context, ERR_EXPRPARMMATCH, wrong);
+  if (!wrong.IsEmpty()) {
+    RefuseFunction(context, ERR_EXPRPARMMATCH, wrong);
+    return 0;
+  }
   function->SetImplementation(implementation);
   function->SetTarget(std::move(target));
   function->SetTraits(traits);
-  return context.AddFunction(std::shared_ptr<const TamberFunction>(std::move(function)), replace);
+  return context.AddFunction(std::shared_ptr<const TamberFunction>(function), replace);
 }
 
 }  // namespace tamber::host

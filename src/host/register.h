@@ -79,13 +79,16 @@ struct Wrapped {
   static constexpr bool kStateless = std::is_empty_v<F> && std::is_default_constructible_v<F>;
 
   static int32_t Run(FunctionCallInfo* info) {
+    const uint32_t base = info->stack->GetSize() - kCount;
     try {
       if constexpr (kStateless) {
-        RunOn(*info, F(), std::index_sequence_for<A...>());
+        RunOn(*info, base, F(), std::index_sequence_for<A...>());
       } else {
-        RunOn(*info, *static_cast<F*>(info->target), std::index_sequence_for<A...>());
+        RunOn(*info, base, *static_cast<F*>(info->target), std::index_sequence_for<A...>());
       }
     } catch (const ScriptError& error) {
+      if (error.Code() <= 0) throw;  // no error of the language: one like any other
+      if (info->stack->GetSize() > base) info->stack->CutTo(base);
       info->errorCode = error.Code();
       info->errorText = KelString(error.what());
     }
@@ -94,9 +97,9 @@ struct Wrapped {
 
  private:
   template <class Function, size_t... At>
-  static void RunOn(FunctionCallInfo& info, Function&& function, std::index_sequence<At...>) {
+  static void RunOn(FunctionCallInfo& info, uint32_t base, Function&& function,
+                    std::index_sequence<At...>) {
     Stack& stack = *info.stack;
-    const uint32_t base = stack.GetSize() - kCount;
     const auto call = [&]() -> R {
       if constexpr (HasContext) {
         return function(*info.context, Read<A>(stack, base + static_cast<uint32_t>(At))...);
@@ -147,16 +150,22 @@ struct WrapOf {
 /// text.
 ///
 /// Returns the index in the function table. 0 and the context error when the prototype cannot be
-/// read (20208) or says other types than the function has (20504). What is registered already with
-/// these parameters stays, unless `replace` is set.
+/// read (20208) or says other types than the function has (20504), when its name is none or means
+/// something else to scripts (20201 to 20207), or when the function is a null pointer (101). What
+/// is registered already with these parameters stays, unless `replace` is set; scripts that are
+/// compiled go on calling what they were compiled with.
 template <class F>
 uint32_t RegisterFunction(TamberContext& context, std::string_view prototype, F function,
                           FunctionTraits traits = {}, bool replace = false) {
   namespace host = tamber::host;
   using Wrap = typename host::WrapOf<F>::Type;
+  TamberFunctionPtr run = &Wrap::Run;
+  if constexpr (std::is_pointer_v<F>) {
+    if (function == nullptr) run = nullptr;
+  }
   std::shared_ptr<void> target;
   if constexpr (!Wrap::kStateless) target = std::make_shared<F>(std::move(function));
   traits.exactResult = Wrap::kResult != tamber::Kind::Any;
-  return host::RegisterWrapped(context, prototype, Wrap::kResult, Wrap::kParameters, &Wrap::Run,
+  return host::RegisterWrapped(context, prototype, Wrap::kResult, Wrap::kParameters, run,
                                std::move(target), traits, replace);
 }

@@ -104,9 +104,13 @@ inline void Push(Stack& stack, std::string_view text) {
 }
 inline void Push(Stack& stack, const char* text) { stack.PushString(text, 0); }
 inline void Push(Stack& stack, VariablePtr value) { stack.PushVariable(value.release()); }
-/// The variable stays the caller's; the stack gets a holder of its own.
+/// The variable stays the caller's; the stack gets a holder of its own. A null pointer is an
+/// argument that no parameter takes.
 inline void Push(Stack& stack, const Variable* value) {
-  if (value != nullptr) stack.PushVariable(const_cast<Variable*>(value)->Duplicate());
+  if (value != nullptr)
+    stack.PushVariable(const_cast<Variable*>(value)->Duplicate());
+  else
+    stack.PushCell(Kind::None, ZeroCell());
 }
 inline void Push(Stack& stack, Variable* value) {
   Push(stack, static_cast<const Variable*>(value));

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -118,6 +119,24 @@ TEST_F(CInterfaceTest, FunctionsOfTheHostAreBuiltIns) {
   EXPECT_STREQ(Error().detail, "Repeat");
   uint32_t count = 0;
   EXPECT_EQ(tamber_arg_count(stale, &count), TAMBER_BAD_HANDLE) << "the call has ended";
+  EXPECT_EQ(tamber_register(context_, "int while (int N)", Repeat, &stale), TAMBER_FAILED);
+}
+
+TEST_F(CInterfaceTest, CallbacksThatThrowAreErrorsOfTheScript) {
+  const auto throws = [](tamber_call*, void*) -> int { throw std::runtime_error("no"); };
+  ASSERT_EQ(tamber_register(context_, "int Throws ()", throws, nullptr), TAMBER_OK);
+  ASSERT_EQ(Compile("proc P()\n  Throws()\nendproc\nproc Q()\n  Print(\"q\")\nendproc\n"),
+            TAMBER_OK);
+  EXPECT_EQ(tamber_run(context_, "P"), TAMBER_FAILED);
+  EXPECT_STREQ(Error().detail, "Throws: no");
+  const auto full = [](const char*, size_t, void*) { throw std::runtime_error("full"); };
+  tamber_set_output(context_, full, nullptr);
+  EXPECT_EQ(tamber_run(context_, "Q"), TAMBER_FAILED);
+  EXPECT_STREQ(Error().detail, "Print: full");
+  tamber_set_output(context_, Collect, &output_);
+  EXPECT_EQ(tamber_run(context_, "Q"), TAMBER_OK);
+  EXPECT_EQ(Error().code, 0);
+  EXPECT_STREQ(Error().detail, "");
 }
 
 TEST_F(CInterfaceTest, NullAndStalePointersAreRefused) {

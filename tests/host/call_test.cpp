@@ -108,6 +108,10 @@ TEST_F(CallTest, WhatDoesNotFitIsRefusedWithItsReason) {
   EXPECT_EQ(error(Call(context_, "Grow", 1)),
             "ERR_EXPRPARMMATCH: Grow, parameter 1 takes a variable of type integer, given "
             "integer");
+  EXPECT_EQ(error(Call(context_, "Sum", static_cast<Variable*>(nullptr))),
+            "ERR_EXPRPARMMATCH: Sum, parameter 1 takes integer[], given nothing");
+  EXPECT_EQ(error(Call(context_, "Grow", static_cast<Variable*>(nullptr))),
+            "ERR_EXPRPARMMATCH: Grow, parameter 1 takes a variable of type integer, given nothing");
   EXPECT_EQ(error(Call<std::string>(context_, "Add", 1, 2)),
             "ERR_PROCBADRETTYPE: Add gives integer, wanted string");
   EXPECT_EQ(error(Call<int32_t>(context_, "Stops")),
@@ -132,6 +136,7 @@ TEST_F(CallTest, AnErrorOfTheScriptComesBackWithItsPlaceAndCalls) {
   EXPECT_EQ(error.callStack[1].line, 37u);
   EXPECT_TRUE(Call<int32_t>(context_, "Add", 1, 2));
   EXPECT_EQ(context_.GetDiagnostic().code, 0);
+  EXPECT_EQ(context_.GetDiagnostic().file, "") << "nothing is left of the error";
 }
 
 /// Compiles and runs a script that fails; the source line of the error with a "^" before the
@@ -255,6 +260,12 @@ std::string_view Tail(std::string_view text) { return text.substr(1); }
 void Note(const std::string& text) {
   if (text == "bad") throw std::runtime_error("no such note");
   if (text == "worse") throw tamber::ScriptError(ERR_KEYNOTFOUND, text);
+  if (text == "numberless") throw tamber::ScriptError(0, text);
+}
+
+int32_t Half(int32_t n) {
+  if (n % 2 != 0) throw tamber::ScriptError(ERR_INVALIDPARAM, "odd");
+  return n / 2;
 }
 
 class RegisterTest : public CallTest {};
@@ -301,11 +312,22 @@ TEST_F(RegisterTest, APrototypeThatSaysOtherTypesIsRefused) {
             "ERR_EXPRPARMMATCH: Area: the result is string in the prototype, integer in the "
             "function");
   EXPECT_EQ(refused("bogus Area (int W, double H)", Area).substr(0, 15), "ERR_VARBADTYPE:");
+  EXPECT_EQ(refused("int Area (int W, double H)", static_cast<decltype(&Area)>(nullptr)),
+            "ERR_INVALIDPARAM: Area: there is no function");
+  // What stands under such a name could not be called, or would be called in place of a keyword.
+  EXPECT_EQ(refused("int if (int N)", Half), "ERR_VARISSTATEMENT: if");
+  EXPECT_EQ(refused("int 2nd (int N)", Half), "ERR_VARBADNAME: 2nd");
+  EXPECT_EQ(refused("int + (int N)", Half), "ERR_VARBADNAME: +");
+  EXPECT_EQ(refused("int ErrCode (int N)", Half), "ERR_VAREXISTS: ErrCode");
   EXPECT_EQ(context_.FindFunction("Area"), 0u);
+  context_.SetContextError(0, "-");
+  EXPECT_NE(RegisterFunction(context_, "int Print (int N)", Half), 0u) << "an overload";
+  EXPECT_EQ(context_.GetContextError(), 0);
 }
 
 TEST_F(RegisterTest, ExceptionsBecomeErrorsOfTheScript) {
   ASSERT_NE(RegisterFunction(context_, "int Note (string Text)", Note), 0u);
+  ASSERT_NE(RegisterFunction(context_, "int Half (int N)", Half), 0u);
   Compile(
       "proc Run(string text)\n"
       "  Note(text)\n"
@@ -314,8 +336,16 @@ TEST_F(RegisterTest, ExceptionsBecomeErrorsOfTheScript) {
       "  ErrHandler = INLINE_HANDLER\n"
       "  Note(\"worse\")\n"
       "  return ErrCode\n"
+      "endproc\n"
+      "int HalfOrNothing(int n)\n"
+      "  ErrHandler = INLINE_HANDLER\n"
+      "  n = Half(n)\n"
+      "  return n\n"
       "endproc\n");
   EXPECT_TRUE(Call(context_, "Run", "good"));
+  const auto numberless = Call(context_, "Run", "numberless");
+  ASSERT_FALSE(numberless);
+  EXPECT_EQ(numberless.Error().detail, "Note: numberless") << "code 0 is no error of the language";
   const auto bad = Call(context_, "Run", "bad");
   ASSERT_FALSE(bad);
   EXPECT_EQ(bad.Error().name, "ERR_INTERNAL");
@@ -325,6 +355,58 @@ TEST_F(RegisterTest, ExceptionsBecomeErrorsOfTheScript) {
   ASSERT_FALSE(worse);
   EXPECT_EQ(worse.Error().name, "ERR_KEYNOTFOUND");
   EXPECT_EQ(Call<int32_t>(context_, "Handled").Value(), ERR_KEYNOTFOUND);
+  EXPECT_EQ(Call<int32_t>(context_, "HalfOrNothing", 8).Value(), 4);
+  EXPECT_EQ(Call<int32_t>(context_, "HalfOrNothing", 7).Value(), 0) << "not the argument";
+}
+
+TEST_F(CallTest, AHandlerMayUseTheContextAndWhatItThrowsIsDropped) {
+  struct Told {
+    TamberContext* context;
+    int depth;
+    std::string names, reports;
+  } told{&context_, 0, {}, {}};
+  context_.SetDiagnosticHandler(
+      [](const TamberDiagnostic& error, void* user) {
+        auto& all = *static_cast<Told*>(user);
+        if (all.depth++ == 0) {
+          EXPECT_TRUE(Call(*all.context, "Good"));
+          EXPECT_FALSE(Call(*all.context, "Bounds"));
+          EXPECT_FALSE(all.context->CompileScriptBuffer("other", "bogus", 1));
+        }
+        all.names += error.name.Str() + " ";
+        throw std::runtime_error("from the handler");
+      },
+      &told);
+  context_.SetReportSink(
+      [](const KelString&, std::string_view text, void* user) -> bool {
+        auto& all = *static_cast<Told*>(user);
+        if (text.find("error") != text.npos) all.reports += text.substr(2, text.find(" in ") - 2);
+        throw 1;
+      },
+      &told);
+  Compile(
+      "int zero\nint[] list\nint Good()\n  return 1\nendproc\n"
+      "int Divide()\n  return 2 / zero\nendproc\nint Bounds()\n  return list[1]\nendproc\n");
+  const auto result = Call<int32_t>(context_, "Divide");
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.Error().name, "ERR_DIVIDEBYZERO");
+  EXPECT_EQ(result.Error().line, 7u);
+  EXPECT_EQ(told.names, "ERR_VARARRAYBOUNDS ERR_BADSTATEMENT ERR_DIVIDEBYZERO ");
+  EXPECT_TRUE(told.reports.ends_with("Run time error ERR_DIVIDEBYZERO")) << told.reports;
+  EXPECT_FALSE(context_.CompileScriptBuffer("more", "proc p()\n  bogus\nendproc\n", 1));
+  EXPECT_EQ(context_.GetDiagnostic().line, 2u);
+  EXPECT_EQ(Call<int32_t>(context_, "Good").Value(), 1);
+}
+
+TEST_F(CallTest, AResetInTheMiddleOfARunEndsItWell) {
+  context_.SetOutputSink(
+      [](std::string_view, void* user) { static_cast<TamberContext*>(user)->ResetContext(); },
+      &context_);
+  Compile("int z\nproc main()\n  string s\n  s = \"local\"\n  Print(s)\n  Print(s + z)\nendproc\n");
+  const auto result = Call(context_, "main");
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.Error().name, "ERR_VARNOTDECLARED");
+  EXPECT_EQ(Call(context_, "main").Error().name, "ERR_PROCNOTFOUND");
 }
 
 // What the compiler can know, it refuses.
