@@ -78,7 +78,6 @@ class ContextState {
   ErrorList errors;
   int32_t errorCode = 0;
   KelString errorText;
-  KelString errorDetail;       ///< as errorText, but empty for an error that came without a text
   bool errorReported = false;  ///< the code in errorCode has had its report
   void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
   void* diagnosticUser = nullptr;
@@ -95,7 +94,6 @@ class ContextState {
   bool consoleIsHosts = false;
   void (*outputSink)(std::string_view, void*) = nullptr;
   void* outputUser = nullptr;
-  KelString unwritable;  ///< the report file that could not be written last
   bool (*reportSink)(const KelString&, std::string_view, void*) = nullptr;
   void* reportUser = nullptr;
 
@@ -134,6 +132,10 @@ class ContextState {
   std::unique_ptr<HandleTable> handles;
   std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
 
+  // what is seldom looked at
+  KelString errorDetail;       ///< as errorText, but empty for an error that came without a text
+  KelString unwritable;  ///< the report file that could not be written last
+
   // --- operations shared by the context's files ---
   /// Looks for a script or a module that a script names; "" when there is none. False, with error
   /// 102, when the policy does not let it be looked for.
@@ -155,8 +157,9 @@ class ContextState {
   int32_t RunFound(TamberProcedure& procedure, Stack& stack);
   /// A call of the host that compiles or runs begins: there was no error yet.
   void ForgetDiagnostic() {
-    if (diagnostic.code != 0) diagnostic = TamberDiagnostic();
+    if (diagnostic.code != 0) ClearDiagnostic();
   }
+  void ClearDiagnostic();
   /// Runs a handler of the host. It may use the context, and what it throws ends here.
   template <class Handler>
   void CallHost(Handler&& handler) {

@@ -106,6 +106,8 @@ ErrorRecord::~ErrorRecord() {
   state_.diagnostic = std::move(diagnostic_);
 }
 
+void ContextState::ClearDiagnostic() { diagnostic = TamberDiagnostic(); }
+
 void ContextState::HandleParseError(const SourcePlace& place) {
   // The innermost procedure or script reports; those around it only end.
   if (errorReported || errorCode == 0) return;

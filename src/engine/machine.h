@@ -161,17 +161,17 @@ class Machine {
   uint32_t frameCount_ = 0;
   std::vector<Chunk> chunks_;
   uint32_t chunk_ = 0;
-  uint32_t nativeDepth_ = 0;           ///< runs inside runs
-  bool observed_ = false;              ///< code that counts statements and shows its locals is run
-  bool leftZero_ = false;              ///< the failing operator left a 0 in place of its value
-  bool unwinding_ = false;             ///< an error ended a nested run, and with it this one
-  const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
-  uint32_t evaluationStop_ = 0;
+  uint32_t nativeDepth_ = 0;  ///< runs inside runs
+  bool observed_ = false;     ///< code that counts statements and shows its locals is run
+  bool leftZero_ = false;     ///< the failing operator left a 0 in place of its value
+  bool unwinding_ = false;    ///< an error ended a nested run, and with it this one
   enum_ProcStatus status_ = PROCSTATUS_ENDED;
   Cell result_ = ZeroCell();                      ///< of the boundary frame that ended last
   std::vector<std::pair<Kind, Cell>> converted_;  ///< borrowed by registers until the run ends
   std::unordered_map<uint32_t, std::unique_ptr<VarList>> extraLocals_;  ///< by frame number
   GlobalSlot caseSwitch_;
+  const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
+  uint32_t evaluationStop_ = 0;
 };
 
 }  // namespace tamber
