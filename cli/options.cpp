@@ -11,6 +11,7 @@
 
 namespace {
 
+constexpr int kUnwritten = 1;
 constexpr int kBadCommandLine = 2;
 
 constexpr char kHelp[] =
@@ -143,7 +144,7 @@ std::optional<int> ParseOptions(int argc, char* const* argv, Options* options) {
   while ((name = getopt_long(argc, argv, kShortOptions, kLongOptions.data(), nullptr)) != -1) {
     if (name == kHelpOption || name == kVersion) {
       std::fputs(name == kVersion ? "tamber " TAMBER_VERSION "\n" : kHelp, stdout);
-      return 0;
+      return std::fflush(stdout) == 0 ? 0 : kUnwritten;
     }
     if (name == '?') {  // what is wrong has been said
       return Refuse();

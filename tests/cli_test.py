@@ -91,6 +91,11 @@ class CommandTest(unittest.TestCase):
                            "proc main()\n  Print(\"\" + Down(5))\nendproc\n", "deep.tam")
         self.assertRegex(self.run_tamber(deep)[2], r"\n  called by Down at .*:5 \(5 times\)\n  called by main at .*:8\n\Z")
 
+        self.script("proc main()\n  int z\n  z = 1 / z\nendproc\n", "called.tam")
+        calls = self.script('proc Other()\n  call "called.tam"\nendproc\nproc main()\n  Other()\nendproc\n', "calls.tam")
+        self.assertRegex(self.run_tamber(calls)[2], r"called\.tam:3: error .*\n.*\n.*\n  called by Other at .*/calls\.tam:2\n"
+                                                    r"  called by main at .*/calls\.tam:5\n\Z")
+
     def test_the_mark_stands_under_the_place(self):
         for line, mark in (("\tz = 1 / z", "\t      ^ column 8"), ("  z\t= 1 / z", "   \t    ^ column 9"),
                            ('  Print("gr\u00f6\u00dfe " + 1 / z)', "                     ^ column 24"),
@@ -107,6 +112,10 @@ class CommandTest(unittest.TestCase):
                                   timeout=60, check=False)
         self.assertEqual(done.returncode, 1)
         self.assertRegex(done.stderr.decode(), r"\Atamber: cannot write to standard output: .+\n\Z")
+
+    def test_help_that_cannot_be_written(self):
+        with open("/dev/full", "wb") as full:
+            self.assertEqual(subprocess.run([self.command, "--help"], stdout=full, check=False).returncode, 1)
 
     def test_a_report_that_cannot_be_written_is_noticed_once(self):
         (self.folder / "tamber.log").mkdir()

@@ -33,7 +33,7 @@ struct CalledScript {
 
 }  // namespace
 
-void ContextState::CallScript(const KelString& path, const SourcePlace&) {
+void ContextState::CallScript(const KelString& path) {
   // The path as given, or beside the calling script.
   CalledScript script(*this, path);
   if (!script.Exists()) {
@@ -60,6 +60,7 @@ void ContextState::CallScript(const KelString& path, const SourcePlace&) {
     return;
   }
   TamberContext called(context);
+  called.State().caller = this;
   if (called.State().CompileFile(full, script.place)) {
     called.SetScriptFile(full, 1);
     SetGlobalText(called, "LogFile", TextOfGlobal(context, "LogFile"));
@@ -68,6 +69,7 @@ void ContextState::CallScript(const KelString& path, const SourcePlace&) {
   }
   int32_t code = called.GetContextError();
   context.SetContextError(code, code != 0 ? called.GetContextErrorText() : KelString());
+  errorDetail = called.State().errorDetail;
   context.FlushOutput();
 }
 

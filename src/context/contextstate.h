@@ -57,7 +57,8 @@ class ContextState {
   TamberContext& context;
   TamberContext* root;  ///< the outermost context of a chain of called scripts
   bool nested = false;
-  uint32_t nesting = 0;  ///< contexts between this one and the root
+  uint32_t nesting = 0;                  ///< contexts between this one and the root
+  const ContextState* caller = nullptr;  ///< whose script called the one that runs here
 
   // configuration
   KelString iniPath;
@@ -133,8 +134,8 @@ class ContextState {
   std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
 
   // what is seldom looked at
-  KelString errorDetail;       ///< as errorText, but empty for an error that came without a text
-  KelString unwritable;  ///< the report file that could not be written last
+  KelString errorDetail;  ///< as errorText, but empty for an error that came without a text
+  KelString unwritable;   ///< the report file that could not be written last
 
   // --- operations shared by the context's files ---
   /// Looks for a script or a module that a script names; "" when there is none. False, with error
@@ -181,7 +182,7 @@ class ContextState {
   /// Compiles the script file at a place, which has passed the policy or needs not.
   int32_t CompileFile(const KelString& path, const kel::Place& place);
   /// Compiles and runs another script in a nested context; the context error tells how it went.
-  void CallScript(const KelString& path, const SourcePlace& place);
+  void CallScript(const KelString& path);
 };
 
 }  // namespace tamber

@@ -77,7 +77,10 @@ void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
   }
   diagnostic.procedure = place.procedure;
   if (!place.procedure.IsEmpty()) return;
-  diagnostic.callStack = state.machine->CallStack();
+  for (const ContextState* at = &state; at != nullptr; at = at->caller) {
+    const std::vector<TamberCallFrame> calls = at->machine->CallStack();
+    diagnostic.callStack.insert(diagnostic.callStack.end(), calls.begin(), calls.end());
+  }
   if (!diagnostic.callStack.empty()) diagnostic.procedure = diagnostic.callStack.front().procedure;
 }
 

@@ -55,7 +55,8 @@ struct TamberDiagnostic {
   uint32_t sourceLineNumber = 0;
   /// The procedure that was running or being compiled; "" outside of any.
   KelString procedure;
-  /// The procedures that were running, the innermost first; empty for errors of compiling.
+  /// The procedures that were running, the innermost first, those of the scripts that called this
+  /// one behind its own; empty for errors of compiling.
   std::vector<TamberCallFrame> callStack;
 };
 
@@ -161,8 +162,8 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// The error that was reported last, with code 0 when there was none since the last call that
   /// compiles or runs began.
   const TamberDiagnostic& GetDiagnostic() const;
-  /// Tells the host of each reported error, beside the written report. Null: nobody. The handler may
-  /// use the context; an error that it makes there is not the one that is kept afterwards.
+  /// Tells the host of each reported error, beside the written report. Null: nobody. The handler
+  /// may use the context; an error that it makes there is not the one that is kept afterwards.
   void SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void* user), void* user);
 
   // --- variables ---

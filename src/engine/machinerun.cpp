@@ -796,7 +796,7 @@ L_RetV : {
 }
 L_CallScript:
   SAVE();
-  state_.CallScript(KelString(TextOf(A.s)), PlaceOf(*frame));
+  state_.CallScript(KelString(TextOf(A.s)));
   frame = &frames_[frameCount_ - 1];
   if (state_.IsStopRequested()) goto interrupted;
   if (state_.errorCode != 0) goto fail;
