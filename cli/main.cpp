@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -79,10 +78,10 @@ void AddArguments(TamberContext* context, const std::vector<std::string>& args) 
 
 /// Modules beside the program are found by way of its own path.
 void SetOwnPath(TamberContext* context) {
-  std::error_code failed;
-  const std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", failed);
-  if (!failed) {
-    context->SetExePath(path.string());
+  std::array<char, 4096> path;
+  const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+  if (length > 0 && static_cast<size_t>(length) < path.size()) {
+    context->SetExePath(std::string(path.data(), static_cast<size_t>(length)));
   }
 }
 
