@@ -106,7 +106,9 @@ bool LineFile::Add(std::string_view text) {
     garbage_ += lines_.back().length;
     lines_.back() = Append(last).front();
   }
-  const auto added = Append(open ? std::string(text) : std::string(text) + end_);
+  // An empty line is its end and nothing else: without one it would be lost.
+  const bool needsEnd = !open || text.empty() || text.back() == '\n';
+  const auto added = Append(needsEnd ? std::string(text) + end_ : std::string(text));
   lines_.insert(lines_.end(), added.begin(), added.end());
   changed_ = true;
   return true;

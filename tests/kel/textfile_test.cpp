@@ -55,6 +55,19 @@ TEST(LineFile, AddedTextFitsIn) {
   EXPECT_EQ(LineOf(bytes, 1), std::string("x\0y\r", 4));
 }
 
+TEST(LineFile, EmptyLinesBehindAnOpenOneAreLines) {
+  LineFile file("one");
+  EXPECT_TRUE(file.Add(""));
+  EXPECT_EQ(file.Count(), 2U);
+  EXPECT_EQ(LineOf(file, 2), "");
+  EXPECT_TRUE(file.Add("two"));
+  EXPECT_EQ(file.Text(), "one\n\ntwo\n");
+  LineFile windows("a\r\nb");
+  EXPECT_TRUE(windows.Insert(3, "c\n"));
+  EXPECT_EQ(windows.Count(), 4U);
+  EXPECT_EQ(windows.Text(), "a\r\nb\r\nc\n\r\n");
+}
+
 TEST(LineFile, LinesAreTakenFromTheStartAsFastAsFromTheEnd) {
   constexpr int kLines = 300000;
   std::string text;
