@@ -113,6 +113,8 @@ Url::~Url() = default;
 
 std::optional<Url> Url::Parse(std::string_view text) {
   if (text.size() > kMaxUrlBytes || HoldsControl(text)) return std::nullopt;
+  // The library would take what follows a third slash for the host.
+  if (text.substr(std::min(text.find("://"), text.size())).starts_with(":///")) return std::nullopt;
   auto handle = std::make_unique<Handle>();
   const std::string copy(text);
   if (handle->value == nullptr || Curl()->urlSet(handle->value, CURLUPART_URL, copy.c_str(),
@@ -170,15 +172,16 @@ UrlKind ClassifyUrl(std::string_view text, std::string& path) {
 
 std::string UrlWithoutSecrets(std::string_view url) {
   if (const auto parsed = Url::Parse(url)) return parsed->WithoutSecrets();
-  // Not a URL, so nobody knows where a password would end: cut as much as could be one.
-  std::string text(url.substr(0, std::min(url.find_first_of("?#"), url.size())));
-  const size_t slashes = text.find("//");
+  // Not a URL, so nobody knows where a password would end: cut as much as could be one, which may
+  // hold "?", "#" and "//", too.
+  std::string text(url);
   const size_t at = text.rfind('@');
   if (at != std::string::npos) {
-    const size_t start = slashes != std::string::npos && slashes < at ? slashes + 2 : 0;
+    const size_t scheme = SchemeOf(url).size();
+    const size_t start = url.substr(scheme).starts_with("://") ? scheme + 3 : 0;
     text.erase(start, at + 1 - start);
   }
-  return text;
+  return text.substr(0, text.find_first_of("?#"));
 }
 
 }  // namespace kel
