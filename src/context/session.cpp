@@ -113,8 +113,8 @@ bool HasSession(const ContextState& state) {
 
 }  // namespace
 
-void SaveSessionVariables(ContextState& state) {
-  if (!HasSession(state)) return;
+bool SaveSessionVariables(ContextState& state) {
+  if (!HasSession(state)) return false;
   state.sessionStore->Begin();
   for (uint32_t i = 0; i < state.globals->GetSize(); ++i) {
     Variable* variable = state.globals->GetVariable(i);
@@ -122,18 +122,18 @@ void SaveSessionVariables(ContextState& state) {
       variable->StoreToSession(state.sessionId, state.sessionStore.get());
     }
   }
-  state.sessionStore->Commit();
-  LogFault(state);
+  const bool saved = state.sessionStore->Commit();
+  return !LogFault(state) && saved;
 }
 
-void LoadSessionVariables(ContextState& state) {
+bool LoadSessionVariables(ContextState& state) {
   for (uint32_t i = 0; i < state.globals->GetSize(); ++i) {
     Variable* variable = state.globals->GetVariable(i);
     if ((variable->GetVarFlags() & Variable::Session) != 0) {
       variable->LoadFromSession(state.sessionId, state.sessionStore.get());
     }
   }
-  LogFault(state);
+  return !LogFault(state);
 }
 
 }  // namespace tamber
@@ -194,8 +194,7 @@ void TamberContext::ExpireOldSessions(uint32_t maxAgeSeconds) {
 int32_t TamberContext::SaveSession() {
   try {
     if (!tamber::HasSession(State())) return 0;
-    tamber::SaveSessionVariables(State());
-    return 1;
+    return tamber::SaveSessionVariables(State());
   } catch (const std::bad_alloc&) {
     return 0;
   }
@@ -204,8 +203,7 @@ int32_t TamberContext::SaveSession() {
 int32_t TamberContext::LoadSession() {
   try {
     if (!tamber::HasSession(State())) return 0;
-    tamber::LoadSessionVariables(State());
-    return 1;
+    return tamber::LoadSessionVariables(State());
   } catch (const std::bad_alloc&) {
     return 0;
   }

@@ -9,8 +9,8 @@ namespace tamber {
 class ContextState;
 
 /// Writes the globals declared with `session` to the store under the current session, in one step;
-/// nothing without a session.
-void SaveSessionVariables(ContextState& state);
+/// nothing without a session. False then, and when the store failed.
+bool SaveSessionVariables(ContextState& state);
 
 /// While one exists, session declarations load from one look at the store. What failed is logged at
 /// its end.

@@ -118,10 +118,12 @@ class TAMBER_API TamberContext : public TamberOperators,
   // One compiled context can serve many sessions, one after the other: KeepGlobals once, then for
   // each request SetSessionId, RestoreGlobals, LoadSession, the call, SaveSession.
   /// Saves the `session` variables under the current session, as ResetContext does, and forgets
-  /// nothing. 0 when there is no session.
+  /// nothing. 0 when there is no session, or when its store failed, which the log tells: what the
+  /// store held stays.
   int32_t SaveSession();
   /// Gives the `session` variables the values that the current session holds; one that it does not
-  /// hold keeps its own. 0 when there is no session.
+  /// hold keeps its own. 0 when there is no session, or when its store failed: some may have kept
+  /// their own then, and a host that saves them loses what the session holds.
   int32_t LoadSession();
   /// Remembers the values of the globals as they are now.
   void KeepGlobals();

@@ -211,4 +211,21 @@ TEST_F(Sessions, AUselessStoreIsSilent) {
   EXPECT_TRUE(context_.DoesSessionExist(3)) << "and it works again once the way is clear";
 }
 
+TEST_F(Sessions, LoadingAndSavingTellWhenTheStoreFailed) {
+  Variable* number = AddSession(context_, "int", "n");
+  EXPECT_EQ(context_.SaveSession(), 0) << "no session";
+  context_.SetSessionId(3);
+  number->SetIntegerValue(7);
+  EXPECT_EQ(context_.SaveSession(), 1);
+  for (const char* file : {"TamberSessions", "TamberSessions-wal", "TamberSessions-shm"})
+    std::filesystem::remove(file);
+  Put("TamberSessions", "somebody's text");
+  context_.SetSessionId(3);
+  number->SetIntegerValue(8);
+  EXPECT_EQ(context_.LoadSession(), 0);
+  EXPECT_EQ(number->GetIntegerValue(), 8);
+  EXPECT_EQ(context_.SaveSession(), 0);
+  EXPECT_EQ(Get("TamberSessions"), "somebody's text");
+}
+
 }  // namespace
