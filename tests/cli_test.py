@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The command seen from a shell: options, exit status, what goes to which stream. cli_test.py TAMBER"""
 
+import ctypes.util
 import os
 import pathlib
 import subprocess
@@ -174,6 +175,24 @@ class CommandTest(unittest.TestCase):
         status, output, errors = self.run_tamber("--log", "error", "--session", "1", name)
         self.assertEqual((status, output), (0, self.run_tamber(name)[1]))
         self.assertIn("Tamber: error: Session store ./TamberSessions: ", errors)
+
+    def test_a_library_that_is_missing_ends_the_run_and_is_named(self):
+        for name in ("sodium", "nettle", "curl-gnutls", "curl"):
+            file = ctypes.util.find_library(name)
+            if file:
+                (self.folder / file).write_text("no library\n")
+        environment = {**os.environ, "LD_LIBRARY_PATH": str(self.folder)}
+        for statement, library in (('secret = "x"', "sodium"), ('Take("x", secret)', "sodium"), ('secrets <<= "x"', "sodium"),
+                                   ('StrEncodeBase64("x")', "nettle")):
+            name = self.script("proc Take(estring a, estring b)\nendproc\nproc main()\n  ErrHandler = \"INLINE_HANDLER\"\n"
+                               f"  estring secret\n  estring[] secrets\n  {statement}\n  Print(\"lost\")\nendproc\n")
+            status, output, errors = self.run_tamber(name, env=environment)
+            self.assertEqual((status, output), (1, ""), statement)
+            self.assertRegex(errors, rf"\ATamber: .*lib{library}.*\n(.*\n)*.*error ERR_NOMEMORY \(20113\)", statement)
+        fetches = self.script('proc main()\n  FileCopy("http://127.0.0.1:1/x", "x", TRUE)\nendproc\n')
+        status, _, errors = self.run_tamber(fetches, env=environment)
+        self.assertEqual(status, 1)
+        self.assertRegex(errors, r"\ATamber: .*libcurl")
 
     def test_wrong_command_lines(self):
         name = self.script(HELLO)

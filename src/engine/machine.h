@@ -103,7 +103,7 @@ class Machine {
   enum_ProcStatus RunBoundary(const Code* code, TamberProcedure* procedure, Stack& stack);
   bool HasNativeStack(std::string_view name);
   void PushResult(const Code& code, Cell result);
-  void WrapParameter(const Code& code, Cell* registers, uint32_t slot);
+  bool WrapParameter(const Code& code, Cell* registers, uint32_t slot);
   void TraceEnter(Frame& frame);
   void TraceLeave(const Frame& frame);
   Frame* ScopeFrame();

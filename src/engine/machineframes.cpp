@@ -12,6 +12,7 @@
 #include "kel/nativestack.h"
 #include "values/cellops.h"
 #include "values/strbuf.h"
+#include "values/varestring.h"
 #include "values/varref.h"
 
 namespace tamber {
@@ -154,13 +155,14 @@ bool Machine::HasNativeStack(std::string_view name) {
   return false;
 }
 
-void Machine::WrapParameter(const Code& code, Cell* registers, uint32_t slot) {
+bool Machine::WrapParameter(const Code& code, Cell* registers, uint32_t slot) {
+  bool whole = true;
   const Local& local = code.procedure->Locals().At(slot);
   Cell& cell = registers[slot];
   if (!local.isReference) {
     if (local.type->GetKind() == Kind::EString) {
       Variable* variable = MakeVariable(local.type, local.name);
-      variable->SetStringValue(KelString(TextOf(cell.s)));
+      whole = Attempt([&] { static_cast<VarEString*>(variable)->SetPlain(TextOf(cell.s)); });
       ReleaseCell(Kind::String, cell);
       cell.v = variable;
     } else {
@@ -172,6 +174,7 @@ void Machine::WrapParameter(const Code& code, Cell* registers, uint32_t slot) {
     Variable::Delete(cell.v);
     cell.v = reference;
   }
+  return whole;
 }
 
 bool Machine::BindArguments(TamberProcedure& procedure, Stack& stack, Cell* base) {

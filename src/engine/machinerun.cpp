@@ -809,10 +809,14 @@ L_Fail:
 L_Stat:
   frame->statementCount += static_cast<uint32_t>(pc->Wide());
   NEXT();
-L_Param:
+L_Param : {
   SAVE();
-  WrapParameter(*code, R, pc->a);
+  // All of them, even when one fails: whoever leaves the procedure expects objects.
+  bool whole = WrapParameter(*code, R, pc->a);
+  for (; pc[1].op == Op::Param; ++pc) whole &= WrapParameter(*code, R, pc[1].a);
+  CHECK(whole || Raise(ERR_NOMEMORY, ""));
   NEXT();
+}
 
 remainderByZero:
   SAVE();

@@ -10,6 +10,7 @@
 #include "values/cellops.h"
 #include "values/strbuf.h"
 #include "values/structdata.h"
+#include "values/varestring.h"
 
 namespace tamber {
 namespace {
@@ -144,7 +145,8 @@ bool Machine::AssignTo(Variable& target, const TypeDesc& type, Cell value) {
   Variable* outer = target.Dereference();
   Variable& variable = outer != nullptr ? *outer : target;
   if (KindOf(variable) == Kind::EString && type.GetKind() == Kind::String) {
-    variable.SetStringValue(KelString(TextOf(value.s)));
+    // The setter of hosts would keep quiet about a text that cannot be enciphered.
+    static_cast<VarEString&>(variable).SetPlain(TextOf(value.s));
     return true;
   }
   // A value of unknown type is a variable, and it is that variable's value that counts.

@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include "kel/notice.h"
+
 namespace kel {
 namespace {
 
@@ -29,11 +31,18 @@ bool Open(CurlLibrary& curl) {
          Find(library, "curl_url_set", curl.urlSet);
 }
 
+/// False. The transfers that fail only say that there was no connection.
+bool NoticeMissing() {
+  const char* const reason = ::dlerror();
+  Notice("Tamber", reason != nullptr ? reason : KEL_SONAME_LIBCURL);
+  return false;
+}
+
 }  // namespace
 
 const CurlLibrary* Curl() {
   static CurlLibrary curl{};
-  static const bool opened = Open(curl);
+  static const bool opened = Open(curl) || NoticeMissing();
   return opened ? &curl : nullptr;
 }
 

@@ -1,6 +1,7 @@
 #include "values/varestring.h"
 
 #include <cstring>
+#include <memory>
 
 #include "kel/cipher.h"
 #include "values/cellops.h"
@@ -50,8 +51,14 @@ const char* VarEString::GetStringValue() const {
   return text;
 }
 
-int32_t VarEString::GetBoolValue() const { return FirstByte() != 0; }
-char VarEString::GetCharValue() const { return FirstByte(); }
+int32_t VarEString::GetBoolValue() const { return GetCharValue() != 0; }
+
+char VarEString::GetCharValue() const {
+  char first = 0;
+  tamber::Attempt([&] { first = FirstByte(); });
+  return first;
+}
+
 uint32_t VarEString::GetLength() { return cipher_ != nullptr ? cipher_->length : 0; }
 bool VarEString::IsEString() const { return true; }
 
@@ -60,10 +67,12 @@ void VarEString::EncryptString(TamberContext*) {
 }
 
 void VarEString::SetPlain(std::string_view text) {
-  StrBuf* cipher = text.empty() ? nullptr : StrBuf::New(text);
-  const uint64_t nonce = cipher != nullptr ? kel::RandomNonce() : 0;
-  if (cipher != nullptr) kel::CipherInPlace(nonce, cipher->Data(), cipher->length);
-  Replace(cipher, nonce);
+  if (text.empty()) return Replace(nullptr, 0);
+  const uint64_t nonce = kel::RandomNonce();
+  std::unique_ptr<StrBuf, void (*)(StrBuf*)> cipher(StrBuf::New(text), ReleaseText);
+  cipher->flags |= StrBuf::kSecret;  // it stays plain when it cannot be enciphered
+  kel::CipherInPlace(nonce, cipher->Data(), cipher->length);
+  Replace(cipher.release(), nonce);
 }
 
 void VarEString::ShareText(const VarEString& other) {
