@@ -4,6 +4,7 @@
 import ctypes.util
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -193,6 +194,12 @@ class CommandTest(unittest.TestCase):
         status, _, errors = self.run_tamber(fetches, env=environment)
         self.assertEqual(status, 1)
         self.assertRegex(errors, r"\ATamber: .*libcurl")
+
+    def test_help_and_the_manual_page_tell_of_the_same_options(self):
+        manual = (pathlib.Path(__file__).parent.parent / "docs" / "tamber.1").read_text().replace("\\", "")
+        offered, told = (set(re.findall(r"(?<!\w)--\w+", text)) for text in (self.run_tamber("--help")[1], manual))
+        self.assertIn("--sandbox", offered)
+        self.assertEqual(offered, told)
 
     def test_wrong_command_lines(self):
         name = self.script(HELLO)
