@@ -141,7 +141,8 @@ int Refuse() {
 
 std::optional<int> ParseOptions(int argc, char* const* argv, Options* options) {
   int name = 0;
-  while ((name = getopt_long(argc, argv, kShortOptions, kLongOptions.data(), nullptr)) != -1) {
+  int at = 0;  // in the long options: the short ones take any value
+  while ((name = getopt_long(argc, argv, kShortOptions, kLongOptions.data(), &at)) != -1) {
     if (name == kHelpOption || name == kVersion) {
       std::fputs(name == kVersion ? "tamber " TAMBER_VERSION "\n" : kHelp, stdout);
       return std::fflush(stdout) == 0 ? 0 : kUnwritten;
@@ -150,7 +151,8 @@ std::optional<int> ParseOptions(int argc, char* const* argv, Options* options) {
       return Refuse();
     }
     if (const char* const reason = Take(name, optarg, options)) {
-      std::fprintf(stderr, "tamber: '%s': %s\n", optarg, reason);
+      std::fprintf(stderr, "tamber: --%s '%s': %s\n", kLongOptions.at(static_cast<size_t>(at)).name,
+                   optarg, reason);
       return Refuse();
     }
   }

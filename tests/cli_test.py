@@ -209,6 +209,8 @@ class CommandTest(unittest.TestCase):
             status, output, errors = self.run_tamber(*args)
             self.assertEqual((status, output), (2, ""), args)
             self.assertIn("--help", errors)
+        self.assertEqual(self.run_tamber("--session", "1", "--color", name)[2].splitlines()[0],
+                         "tamber: --color 'a.tam': it is auto, always or never")
 
     def test_help_and_version(self):
         status, output, errors = self.run_tamber("--help")
