@@ -12,6 +12,9 @@ int main() {
     return 1;
   const auto result = Call<int32_t>(context, "Run", 20);
   if (!result) return 1;
+  VarString name("name", 0);
+  VarString other("other", 0);
+  if (!(name == other) || name < other) return 1;  // both are empty
   std::cout << result.Value() << '\n';
   return 0;
 }
