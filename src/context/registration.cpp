@@ -120,13 +120,13 @@ void ForEachFunction(const FUNCMOD_REGISTRATION* record, Add add) {
     FunctionList::FuncType_e type;
     bool replace;
   };
-  for (const auto& [list, type, replace] :
+  for (const List& each :
        {List{FUNCMOD_FUNCTIONS, FunctionList::FUNCTYPE_NORMAL, false},
         List{FUNCMOD_REPLACING_FUNCTIONS, FunctionList::FUNCTYPE_NORMAL, true},
         List{FUNCMOD_CONTEXT_FUNCTIONS, FunctionList::FUNCTYPE_CONTEXT, false}}) {
     ForEach<FUNCMOD_FUNCTION>(
-        record, list, [](const FUNCMOD_FUNCTION* entry) { return &entry->prototype; },
-        [&](const FUNCMOD_FUNCTION& entry) { add(entry, type, replace); });
+        record, each.list, [](const FUNCMOD_FUNCTION* entry) { return &entry->prototype; },
+        [&](const FUNCMOD_FUNCTION& entry) { add(entry, each.type, each.replace); });
   }
 }
 
