@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <string>
 
-#include "context/contextstate.h"
 #include "kel/kelascii.h"
 #include "tamber.h"
 
@@ -32,7 +31,7 @@ class Budget {
     running = &context;
     // The remainder by zero is a fault by design; who handles it sees the script go on.
     std::signal(SIGFPE, [](int) {});
-    std::signal(SIGALRM, [](int) { running->State().stopFlag = true; });
+    std::signal(SIGALRM, [](int) { running->RequestStop(); });
     Arm(200);
   }
   Budget(const Budget&) = delete;
