@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <string_view>
 
 #include "engine/stack.h"
 #include "functions/function.h"
@@ -51,7 +52,7 @@ struct FUNCMOD_ERROR {
 struct FUNCMOD_FUNCTION {
   KelString prototype;
   TamberFunctionPtr implementation;
-  KelString help;         ///< one line for documentation and tools; may be empty
+  std::string_view help;  ///< one line for documentation and tools, on loan; may be empty
   FunctionTraits traits;  ///< what the engine may take for granted; the default promises nothing
   TamberFunctionExPtr contextImplementation = nullptr;  ///< used instead in lists of type 8
 };

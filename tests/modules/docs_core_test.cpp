@@ -15,7 +15,7 @@ void AppendPrototypes(const FUNCMOD_REGISTRATION* module, std::vector<std::strin
       TamberContext::FindRegistrationList(module, FUNCMOD_FUNCTIONS));
   for (; !function->prototype.IsEmpty(); ++function) {
     prototypes.push_back(function->prototype.Str());
-    EXPECT_FALSE(function->help.IsEmpty()) << function->prototype.Str();
+    EXPECT_FALSE(function->help.empty()) << function->prototype.Str();
   }
 }
 

@@ -63,8 +63,8 @@ TEST_P(ManualTest, SaysWhatIsRegistered) {
   const FUNCMOD_FUNCTION* row = Functions();
   for (; !row->prototype.IsEmpty(); ++row) {
     registered[NameIn(row->prototype.Str())].push_back(row->prototype.Str());
-    EXPECT_FALSE(row->help.IsEmpty()) << row->prototype.Str();
-    EXPECT_EQ(row->help.View().find('\n'), std::string_view::npos) << row->prototype.Str();
+    EXPECT_FALSE(row->help.empty()) << row->prototype.Str();
+    EXPECT_EQ(row->help.find('\n'), std::string_view::npos) << row->prototype.Str();
   }
   const std::map<std::string, ManualEntry> manual = ReadManual(GetParam().page);
   for (const auto& [name, prototypes] : registered) {
