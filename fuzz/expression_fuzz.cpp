@@ -19,10 +19,7 @@ constexpr const char* kDeclarations =
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   if (!fuzz::IsHarmless(text)) return 0;
-  TamberContext context;
-  context.SetIniPath(TAMBER_FUZZ_INI);
-  KelString output;
-  context.SetOutput(&output);
+  fuzz::QuietContext context;
   if (!context.CompileScriptBuffer("declarations", kDeclarations, 1)) __builtin_trap();
   const fuzz::Budget budget(context);
   ExpressionCompiler compiler(&context);

@@ -24,6 +24,18 @@ inline bool IsHarmless(const std::string& text) {
   return true;
 }
 
+/// A context that prints and reports nothing.
+class QuietContext : public TamberContext {
+ public:
+  QuietContext() {
+    SetIniPath(TAMBER_FUZZ_INI);
+    SetOutput(&output_);
+  }
+
+ private:
+  KelString output_;
+};
+
 /// Ends a run that takes too long, the way that a host would.
 class Budget {
  public:

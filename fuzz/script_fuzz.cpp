@@ -5,10 +5,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   if (!fuzz::IsHarmless(text)) return 0;
-  TamberContext context;
-  context.SetIniPath(TAMBER_FUZZ_INI);
-  KelString output;
-  context.SetOutput(&output);
+  fuzz::QuietContext context;
   const fuzz::Budget budget(context);
   if (!context.CompileScriptBuffer("fuzzed", text, 1)) return 0;
   for (int run = 0; run < 2; ++run) {

@@ -283,9 +283,8 @@ bool Machine::Execute(int32_t operatorIndex, Cell& out) {
 }
 
 bool Machine::TakeResult(const CallSite& site, uint32_t height, Cell& out) {
-  uint32_t size = stack_->GetSize();
-  const TypeRef& type = site.function->ReturnType();
-  if (size <= height) {
+  if (stack_->GetSize() <= height) {
+    const TypeRef& type = site.function->ReturnType();
     out = site.resultKind == Kind::Any ? Cell{.v = MakeVariable(type, Name())} : DefaultCell(*type);
     return true;
   }
@@ -304,7 +303,8 @@ bool Machine::TakeResult(const CallSite& site, uint32_t height, Cell& out) {
                      : entry.type != nullptr ? TypeRef(entry.type)
                                              : TypeDesc::Of(entry.kind);
       const Cell& source = entry.kind == Kind::Any ? *CellOf(*entry.cell.v) : entry.cell;
-      const TypeDesc& to = site.resultKind == Kind::String ? *TypeDesc::Of(Kind::String) : *type;
+      const TypeDesc& to = site.resultKind == Kind::String ? *TypeDesc::Of(Kind::String)
+                                                           : *site.function->ReturnType();
       bool fits = ConvertCell(to, *from, source, out);
       Stack::Release(entry);
       if (!fits) out = DefaultCell(to);

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "context/errcodes.h"
+#include "kel/escape.h"
 #include "kel/kelascii.h"
 
 namespace {
@@ -187,25 +188,9 @@ char Tokeniser::ConvertEscape() {
   const char first = *search_;
   if (first) ++search_;
   if (first != '\\' || !*search_) return first;
-  const char escaped = *search_++;
-  switch (escaped) {
-    case 'b':
-      return '\b';
-    case 'n':
-      return '\n';
-    case 'r':
-      return '\r';
-    case 't':
-      return '\t';
-    case 'x': {
-      if (!kel::IsHexDigit(search_[0]) || !kel::IsHexDigit(search_[1])) return 'x';
-      const int value = kel::HexValue(search_[0]) * 16 + kel::HexValue(search_[1]);
-      search_ += 2;
-      return static_cast<char>(value);
-    }
-    default:
-      return escaped;
-  }
+  const kel::Escape escape = kel::DecodeEscape({search_, ::strnlen(search_, 3)});
+  search_ += escape.length;
+  return escape.byte;
 }
 
 char* Tokeniser::GetCurrentToken() {

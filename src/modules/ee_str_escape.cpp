@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "kel/environment.h"
+#include "kel/escape.h"
 #include "kel/kelascii.h"
 #include "kel/utf8.h"
 #include "modules/ee_str_bodies.h"
@@ -57,33 +58,6 @@ void AppendEntity(TextBuilder& out, char byte) {
   out.Append(std::string_view(entity.data(), end));
 }
 
-/// What a backslash before `letter` stands for.
-char EscapedByte(char letter) {
-  switch (letter) {
-    case 'b':
-      return '\b';
-    case 'n':
-      return '\n';
-    case 'r':
-      return '\r';
-    case 't':
-      return '\t';
-    default:
-      return letter;
-  }
-}
-
-/// Appends what the sequence behind a backslash stands for; returns its length.
-size_t AppendEscaped(TextBuilder& out, std::string_view sequence) {
-  if (sequence.size() >= 3 && sequence[0] == 'x' && kel::IsHexDigit(sequence[1]) &&
-      kel::IsHexDigit(sequence[2])) {
-    out.Append(static_cast<char>(kel::HexValue(sequence[1]) * 16 + kel::HexValue(sequence[2])));
-    return 3;
-  }
-  out.Append(EscapedByte(sequence[0]));
-  return 1;
-}
-
 constexpr bool IsNameByte(char c) { return kel::IsAlnum(c) || c == '_'; }
 
 std::string_view NameAt(std::string_view text, size_t at) {
@@ -126,7 +100,9 @@ Text ToBinary(std::string_view value) {
     if (at == value.size()) {
       out.Append('\\');
     } else {
-      at += AppendEscaped(out, value.substr(at, 3));
+      const kel::Escape escape = kel::DecodeEscape(value.substr(at, 3));
+      out.Append(escape.byte);
+      at += escape.length;
     }
   }
   return out.Finish();

@@ -4,16 +4,26 @@
 
 namespace {
 
-class NewContext : public ScriptRunner {};
-
-// Scripts name these; the numbers stand in compiled hosts too.
-TEST_F(NewContext, HasThePredefinedConstants) {
+class NewContext : public ScriptRunner {
+ protected:
   struct Row {
     const char* name;
     Variable::enum_TypeId type;
     int32_t value;
     const char* text;
   };
+
+  static void ExpectSame(const Variable* variable, const Row& row) {
+    ASSERT_NE(variable, nullptr) << row.name;
+    EXPECT_EQ(variable->GetVarName(), row.name);
+    EXPECT_EQ(variable->GetTypeId(), row.type) << row.name;
+    EXPECT_EQ(variable->GetIntegerValue(), row.value) << row.name;
+    EXPECT_STREQ(variable->GetStringValue(), row.text) << row.name;
+  }
+};
+
+// Scripts name these; the numbers stand in compiled hosts too.
+TEST_F(NewContext, HasThePredefinedConstants) {
   const Row rows[] = {
       {"TAMBER_VERH", Variable::Integer, 3, ""},
       {"TAMBER_VERL", Variable::Integer, 5, ""},
@@ -29,12 +39,7 @@ TEST_F(NewContext, HasThePredefinedConstants) {
       {"ERR_SUCCESS", Variable::Integer, 0, ""},
   };
   for (const Row& row : rows) {
-    const Variable* peeked = context_.PeekConstant(row.name);
-    ASSERT_NE(peeked, nullptr) << row.name;
-    EXPECT_EQ(peeked->GetVarName(), row.name);
-    EXPECT_EQ(peeked->GetTypeId(), row.type) << row.name;
-    EXPECT_EQ(peeked->GetIntegerValue(), row.value) << row.name;
-    EXPECT_STREQ(peeked->GetStringValue(), row.text) << row.name;
+    ExpectSame(context_.PeekConstant(row.name), row);
     const Variable* owned = context_.GetVariable(row.name, VARLIST_CONSTANT);
     ASSERT_NE(owned, nullptr) << row.name;
     EXPECT_EQ(owned->GetVarFlags(), Variable::Predefined) << row.name;
@@ -85,12 +90,6 @@ TEST_F(NewContext, FindsAnyBuiltInAtTheFirstLook) {
 }
 
 TEST_F(NewContext, HasThePredefinedGlobalsInTheOrderOfNames) {
-  struct Row {
-    const char* name;
-    Variable::enum_TypeId type;
-    int32_t value;
-    const char* text;
-  };
   const Row rows[] = {
       {"ErrCode", Variable::Integer, 0, ""},
       {"ErrHandler", Variable::String, 0, "DEFAULT_HANDLER"},
@@ -104,12 +103,9 @@ TEST_F(NewContext, HasThePredefinedGlobalsInTheOrderOfNames) {
   uint32_t position = 0;
   for (const Row& row : rows) {
     const Variable* variable = context_.GetVariable(position, VARLIST_GLOBAL);
-    ASSERT_NE(variable, nullptr) << row.name;
-    EXPECT_EQ(variable->GetVarName(), row.name);
+    ExpectSame(variable, row);
+    ASSERT_NE(variable, nullptr);
     EXPECT_EQ(context_.FindVariable(row.name, VARLIST_GLOBAL), static_cast<int32_t>(position));
-    EXPECT_EQ(variable->GetTypeId(), row.type) << row.name;
-    EXPECT_EQ(variable->GetIntegerValue(), row.value) << row.name;
-    EXPECT_STREQ(variable->GetStringValue(), row.text) << row.name;
     EXPECT_EQ(variable->GetVarFlags(), Variable::Predefined) << row.name;
     ++position;
   }
