@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "frontend/tokenise.h"
+#include "text/tokenise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);

@@ -1,8 +1,8 @@
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "kel/filestat.h"
 #include "kel/nativestack.h"
 #include "kel/pathparser.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 namespace {

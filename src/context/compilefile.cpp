@@ -1,7 +1,6 @@
 #include <new>
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "context/session.h"
 #include "frontend/compile.h"
 #include "frontend/compsession.h"
@@ -10,6 +9,7 @@
 #include "kel/cipher.h"
 #include "kel/file.h"
 #include "kel/pathparser.h"
+#include "values/errcodes.h"
 
 using tamber::ContextState;
 using tamber::ScriptText;

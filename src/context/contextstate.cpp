@@ -1,10 +1,10 @@
 #include "context/contextstate.h"
 
-#include "context/errcodes.h"
 #include "context/handletable.h"
-#include "engine/machine.h"
 #include "functions/modulelist.h"
 #include "kel/pathparser.h"
+#include "machine/machine.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "context/tambctxt.h"
-#include "engine/epoch.h"
-#include "engine/machine.h"
 #include "kel/keldebug.h"
 #include "kel/sessionstore.h"
+#include "machine/epoch.h"
+#include "machine/machine.h"
 
 namespace tamber {
 

@@ -2,10 +2,10 @@
 
 #include "context/contextstate.h"
 #include "context/registration.h"
-#include "engine/procedure.h"
 #include "functions/modulelist.h"
 #include "kel/kelascii.h"
 #include "modules/builtinmodules.h"
+#include "statements/procedure.h"
 #include "values/cellops.h"
 #include "values/varint.h"
 #include "values/varstring.h"

@@ -15,7 +15,7 @@ struct BuiltInError {
 
 constexpr auto kBuiltInErrors = std::to_array<BuiltInError>({
 #define TAMBER_ERROR(code, name, text) {code, #name, text},
-#include "context/errlist.def"
+#include "values/errlist.def"
 #undef TAMBER_ERROR
 });
 

@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "context/errcodes.h"
 #include "kel/cow.h"
 #include "kel/export.h"
 #include "kel/kelstring.h"
 #include "kel/namefilter.h"
+#include "values/errcodes.h"
 
 /// One error: its number, its symbolic name ("ERR_FILENOTFOUND") and what it means.
 struct ERRORINFO {

@@ -1,8 +1,8 @@
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "frontend/scripttext.h"
 #include "kel/inifile.h"
 #include "kel/kelascii.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 namespace {

@@ -1,8 +1,8 @@
 #include <memory>
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "functions/prototype.h"
+#include "values/errcodes.h"
 
 namespace {
 

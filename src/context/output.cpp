@@ -1,8 +1,6 @@
 #include <algorithm>
 
 #include "context/contextstate.h"
-#include "engine/machine.h"
-#include "engine/procedure.h"
 #include "frontend/scripttext.h"
 #include "frontend/scrline.h"
 #include "kel/dumpselection.h"
@@ -10,6 +8,8 @@
 #include "kel/filestat.h"
 #include "kel/inifile.h"
 #include "kel/notice.h"
+#include "machine/machine.h"
+#include "statements/procedure.h"
 
 namespace tamber {
 namespace {

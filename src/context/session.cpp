@@ -4,11 +4,11 @@
 #include <string>
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "kel/clock.h"
 #include "kel/inifile.h"
 #include "kel/pathparser.h"
 #include "kel/sessionstore.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 namespace {

@@ -4,17 +4,17 @@
 
 #include "context/contextstate.h"
 #include "context/defaults.h"
-#include "context/errcodes.h"
 #include "context/handletable.h"
 #include "context/modulehost.h"
 #include "context/session.h"
-#include "engine/procedure.h"
 #include "expr/exprcomp.h"
 #include "frontend/compsession.h"
 #include "frontend/script.h"
 #include "functions/modulelist.h"
 #include "kel/pathparser.h"
 #include "kel/sleep.h"
+#include "statements/procedure.h"
+#include "values/errcodes.h"
 
 using tamber::ContextState;
 

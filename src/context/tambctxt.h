@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "context/errlist.h"
-#include "engine/proclist.h"
 #include "engine/stack.h"
 #include "engine/tambops.h"
 #include "frontend/scriptlist.h"
@@ -14,6 +13,7 @@
 #include "kel/filepolicy.h"
 #include "kel/kelformat.h"
 #include "kel/kelstring.h"
+#include "statements/proclist.h"
 #include "values/typelist.h"
 #include "values/varlist.h"
 

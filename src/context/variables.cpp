@@ -1,9 +1,9 @@
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "frontend/declread.h"
-#include "frontend/tokenise.h"
 #include "kel/kelascii.h"
+#include "text/tokenise.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <string>
 #include <utility>
 
-#include "context/errcodes.h"
 #include "engine/arith.h"
 #include "engine/stackoperand.h"
 #include "kel/fault.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 #include "values/strbuf.h"
 #include "values/varholder.h"
 

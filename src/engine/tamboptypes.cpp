@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <new>
 
-#include "context/errcodes.h"
 #include "engine/tambops.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 using tamber::Kind;
 using tamber::TypeDesc;

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "engine/codebuilder.h"
+#include "machine/codebuilder.h"
 
 ExpressionBase::~ExpressionBase() {
   // A sum of many terms is a chain as deep as it is long: the descendants are taken apart in a

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "engine/codebuilder.h"
 #include "kel/number.h"
+#include "machine/codebuilder.h"
 #include "values/cellops.h"
 #include "values/variable.h"
 

@@ -1,11 +1,11 @@
 #include "expr/exprcomp.h"
 
-#include "context/errcodes.h"
 #include "context/tambctxt.h"
-#include "engine/machine.h"
 #include "expr/exprparser.h"
-#include "frontend/tokenise.h"
+#include "machine/machine.h"
+#include "text/tokenise.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 ExpressionCompiler::ExpressionCompiler(TamberContext* context, const tamber::LocalTable* locals,
                                        bool runtimeLocals)

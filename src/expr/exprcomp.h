@@ -3,9 +3,9 @@
 #include <memory>
 #include <string_view>
 
-#include "engine/locals.h"
 #include "expr/exprbase.h"
 #include "kel/kelstring.h"
+#include "machine/locals.h"
 
 class Stack;
 class TamberContext;

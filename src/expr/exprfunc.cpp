@@ -1,7 +1,7 @@
 #include "expr/exprfunc.h"
 
-#include "engine/codebuilder.h"
 #include "expr/exprvar.h"
+#include "machine/codebuilder.h"
 #include "values/variable.h"
 
 using tamber::Kind;

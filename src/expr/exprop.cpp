@@ -4,9 +4,9 @@
 #include <string>
 
 #include "engine/arith.h"
-#include "engine/codebuilder.h"
 #include "expr/exprcnst.h"
 #include "expr/exprvar.h"
+#include "machine/codebuilder.h"
 #include "values/cellops.h"
 
 using tamber::CodeBuilder;

@@ -3,14 +3,14 @@
 #include <charconv>
 
 #include "context/tambctxt.h"
-#include "engine/procedure.h"
-#include "engine/shape.h"
 #include "expr/exprcnst.h"
 #include "expr/exprfunc.h"
 #include "expr/exprproc.h"
 #include "expr/exprsub.h"
-#include "frontend/tokenise.h"
 #include "kel/kelascii.h"
+#include "machine/shape.h"
+#include "statements/procedure.h"
+#include "text/tokenise.h"
 #include "values/cellops.h"
 #include "values/strbuf.h"
 

@@ -1,10 +1,10 @@
 #include "expr/exprproc.h"
 
-#include "context/errcodes.h"
-#include "engine/codebuilder.h"
-#include "engine/procedure.h"
-#include "engine/shape.h"
 #include "expr/exprvar.h"
+#include "machine/codebuilder.h"
+#include "machine/shape.h"
+#include "statements/procedure.h"
+#include "values/errcodes.h"
 
 using tamber::Kind;
 using tamber::Operand;

@@ -1,6 +1,6 @@
 #include "expr/exprsub.h"
 
-#include "engine/codebuilder.h"
+#include "machine/codebuilder.h"
 
 ExpressionSubExpression::ExpressionSubExpression(std::unique_ptr<ExpressionBase> inner)
     : ExpressionBase(EXPRESSION_SUB) {

@@ -1,9 +1,9 @@
 #include <vector>
 
-#include "context/errcodes.h"
 #include "expr/exprcnst.h"
 #include "expr/exprfunc.h"
 #include "expr/exprparser.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 namespace {

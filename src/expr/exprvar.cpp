@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "context/errcodes.h"
-#include "engine/codebuilder.h"
 #include "engine/tambops.h"
+#include "machine/codebuilder.h"
+#include "values/errcodes.h"
 
 using tamber::CodeBuilder;
 using tamber::Kind;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/locals.h"
 #include "expr/exprbase.h"
+#include "machine/locals.h"
 
 /// A variable, with the indexes and members that follow its name. The children are the index
 /// expressions, in order.

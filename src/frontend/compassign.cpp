@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <memory>
 
-#include "context/errcodes.h"
 #include "context/tambctxt.h"
-#include "engine/statarray.h"
-#include "engine/statexpr.h"
-#include "engine/statpopassign.h"
-#include "engine/statpopvar.h"
-#include "engine/statpushvar.h"
 #include "expr/exprvar.h"
 #include "frontend/stmtcomp.h"
+#include "statements/statarray.h"
+#include "statements/statexpr.h"
+#include "statements/statpopassign.h"
+#include "statements/statpopvar.h"
+#include "statements/statpushvar.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

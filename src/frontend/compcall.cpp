@@ -1,9 +1,9 @@
 #include "frontend/compcall.h"
 
-#include "context/errcodes.h"
-#include "engine/statcall.h"
-#include "engine/statpopstack.h"
 #include "frontend/stmtcomp.h"
+#include "statements/statcall.h"
+#include "statements/statpopstack.h"
+#include "values/errcodes.h"
 #include "values/variable.h"
 
 namespace tamber {

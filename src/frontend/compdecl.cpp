@@ -1,9 +1,9 @@
 #include "frontend/compdecl.h"
 
-#include "context/errcodes.h"
-#include "engine/statdecl.h"
 #include "frontend/declread.h"
 #include "frontend/stmtcomp.h"
+#include "statements/statdecl.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

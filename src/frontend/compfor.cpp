@@ -1,9 +1,9 @@
 #include "frontend/compfor.h"
 
-#include "context/errcodes.h"
 #include "frontend/jumppatch.h"
 #include "frontend/stmtcomp.h"
 #include "kel/kelascii.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

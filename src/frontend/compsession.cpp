@@ -1,9 +1,9 @@
 #include "frontend/compsession.h"
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "frontend/jumppatch.h"
 #include "frontend/stmtcomp.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

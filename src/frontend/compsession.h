@@ -7,10 +7,10 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "engine/procedure.h"
 #include "frontend/blocktable.h"
 #include "frontend/scripttext.h"
 #include "kel/kelascii.h"
+#include "statements/procedure.h"
 
 class ScriptLine;
 class TamberContext;

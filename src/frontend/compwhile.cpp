@@ -1,8 +1,8 @@
 #include "frontend/compwhile.h"
 
-#include "context/errcodes.h"
 #include "frontend/jumppatch.h"
 #include "frontend/stmtcomp.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

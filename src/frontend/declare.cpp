@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "expr/exprcomp.h"
 #include "frontend/compsession.h"
 #include "frontend/declcheck.h"
@@ -11,6 +10,7 @@
 #include "frontend/evaluate.h"
 #include "frontend/scrline.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

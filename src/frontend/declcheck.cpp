@@ -1,8 +1,8 @@
 #include "frontend/declcheck.h"
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "kel/kelascii.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

@@ -2,9 +2,9 @@
 
 #include <charconv>
 
-#include "context/errcodes.h"
 #include "context/tambctxt.h"
-#include "frontend/tokenise.h"
+#include "text/tokenise.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

@@ -1,12 +1,12 @@
 #include "frontend/evaluate.h"
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "engine/stack.h"
 #include "expr/exprcomp.h"
 #include "frontend/compsession.h"
 #include "frontend/scrline.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

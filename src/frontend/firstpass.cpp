@@ -1,7 +1,6 @@
 #include "frontend/firstpass.h"
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "frontend/compsession.h"
 #include "frontend/declare.h"
 #include "frontend/include.h"
@@ -10,6 +9,7 @@
 #include "frontend/scriptscan.h"
 #include "frontend/structdef.h"
 #include "kel/kelascii.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

@@ -1,13 +1,13 @@
 #include "frontend/include.h"
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "frontend/compsession.h"
 #include "frontend/evaluate.h"
 #include "frontend/firstpass.h"
 #include "frontend/script.h"
 #include "kel/kelascii.h"
 #include "kel/pathparser.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

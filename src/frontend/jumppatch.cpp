@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "engine/statgoto.h"
-#include "engine/statlist.h"
+#include "statements/statgoto.h"
+#include "statements/statlist.h"
 
 namespace tamber {
 

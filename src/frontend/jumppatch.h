@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "engine/statbase.h"
+#include "statements/statbase.h"
 
 class StatementList;
 

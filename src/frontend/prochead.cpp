@@ -1,12 +1,12 @@
 #include "frontend/prochead.h"
 
-#include "context/errcodes.h"
 #include "context/tambctxt.h"
-#include "engine/statpopparam.h"
 #include "frontend/compsession.h"
 #include "frontend/declcheck.h"
 #include "frontend/declread.h"
 #include "frontend/scrline.h"
+#include "statements/statpopparam.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

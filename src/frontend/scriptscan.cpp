@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "context/errcodes.h"
 #include "frontend/scrline.h"
 #include "kel/kelascii.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

@@ -1,7 +1,7 @@
 #include "frontend/scrline.h"
 
-#include "context/errcodes.h"
 #include "kel/kelascii.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <memory>
 
 #include "frontend/scripttext.h"
-#include "frontend/tokenise.h"
 #include "kel/export.h"
 #include "kel/kelstring.h"
+#include "text/tokenise.h"
 
 /// The text of one script and the place where it is being read.
 ///

@@ -1,10 +1,6 @@
 #include "frontend/stmtcomp.h"
 
-#include "context/errcodes.h"
 #include "context/tambctxt.h"
-#include "engine/statexit.h"
-#include "engine/statexpr.h"
-#include "engine/statgoto.h"
 #include "frontend/compassign.h"
 #include "frontend/compcall.h"
 #include "frontend/compdecl.h"
@@ -12,6 +8,10 @@
 #include "frontend/compif.h"
 #include "frontend/compwhile.h"
 #include "kel/kelascii.h"
+#include "statements/statexit.h"
+#include "statements/statexpr.h"
+#include "statements/statgoto.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

@@ -4,10 +4,10 @@
 #include <memory>
 #include <string_view>
 
-#include "engine/procedure.h"
 #include "expr/exprcomp.h"
 #include "frontend/blocktable.h"
 #include "frontend/scrline.h"
+#include "statements/procedure.h"
 
 class TamberContext;
 

@@ -3,13 +3,13 @@
 #include <new>
 #include <unordered_set>
 
-#include "context/errcodes.h"
 #include "context/tambctxt.h"
 #include "frontend/declcheck.h"
 #include "frontend/declread.h"
 #include "frontend/scrline.h"
 #include "kel/kelascii.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 

@@ -1,7 +1,7 @@
 #include "functions/prototype.h"
 
-#include "frontend/tokenise.h"
 #include "kel/kelascii.h"
+#include "text/tokenise.h"
 #include "values/cellops.h"
 #include "values/typelist.h"
 #include "values/varlist.h"

@@ -4,12 +4,12 @@
 #include <unordered_map>
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "host/call.h"
 #include "host/hostfunction.h"
 #include "host/value.h"
 #include "tamber_c.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "host/call.h"
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
-#include "engine/procedure.h"
+#include "statements/procedure.h"
+#include "values/errcodes.h"
 
 namespace tamber::host {
 namespace {

@@ -1,9 +1,9 @@
 #include "host/hostfunction.h"
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "functions/prototype.h"
 #include "kel/kelascii.h"
+#include "values/errcodes.h"
 
 namespace tamber::host {
 namespace {

@@ -1,8 +1,8 @@
 #include "host/register.h"
 
 #include "context/contextstate.h"
-#include "context/errcodes.h"
 #include "host/hostfunction.h"
+#include "values/errcodes.h"
 
 namespace tamber::host {
 namespace {

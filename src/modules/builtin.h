@@ -6,12 +6,12 @@
 #include <type_traits>
 #include <utility>
 
-#include "context/errcodes.h"
 #include "context/handletable.h"
 #include "engine/stack.h"
 #include "functions/function.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 #include "values/strbuf.h"
 #include "values/variable.h"
 

@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "context/errcodes.h"
 #include "scriptrunner.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <memory>
 
-#include "context/errcodes.h"
 #include "scriptrunner.h"
+#include "values/errcodes.h"
 
 namespace {
 

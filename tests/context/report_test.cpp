@@ -1,7 +1,7 @@
 #include <vector>
 
-#include "context/errcodes.h"
 #include "scriptrunner.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-#include "context/errcodes.h"
 #include "scriptrunner.h"
+#include "values/errcodes.h"
 
 namespace {
 

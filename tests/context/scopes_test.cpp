@@ -1,8 +1,8 @@
 #include <string>
 
-#include "context/errcodes.h"
-#include "frontend/tokenise.h"
 #include "scriptrunner.h"
+#include "text/tokenise.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "context/errcodes.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 #include "values/vararray.h"
 #include "values/varestring.h"
 #include "values/varholder.h"

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "context/errcodes.h"
 #include "scriptfixture.h"
+#include "values/errcodes.h"
 
 namespace {
 

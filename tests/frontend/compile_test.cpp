@@ -8,21 +8,21 @@
 #include <utility>
 #include <vector>
 
-#include "context/errcodes.h"
 #include "context/tambctxt.h"
-#include "engine/statarray.h"
-#include "engine/statdecl.h"
-#include "engine/statexit.h"
-#include "engine/statexpr.h"
-#include "engine/statgoto.h"
-#include "engine/statpopassign.h"
-#include "engine/statpopparam.h"
-#include "engine/statpopstack.h"
-#include "engine/statpopvar.h"
-#include "engine/statpushvar.h"
 #include "frontend/script.h"
 #include "frontend/structdef.h"
+#include "statements/statarray.h"
+#include "statements/statdecl.h"
+#include "statements/statexit.h"
+#include "statements/statexpr.h"
+#include "statements/statgoto.h"
+#include "statements/statpopassign.h"
+#include "statements/statpopparam.h"
+#include "statements/statpopstack.h"
+#include "statements/statpopvar.h"
+#include "statements/statpushvar.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "context/errcodes.h"
 #include "kel/kelascii.h"
 #include "scriptfixture.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "context/errcodes.h"
 #include "frontend/script.h"
 #include "frontend/scriptlist.h"
 #include "kel/cipher.h"
 #include "scriptfixture.h"
+#include "values/errcodes.h"
 
 namespace {
 

@@ -1,3 +1,0 @@
-#include "engine/statcall.h"
-
-void StatementCallScript::Dump(KelString& out, uint32_t) const { out += "Call script\r\n"; }

@@ -1,5 +1,0 @@
-#include "engine/statdecl.h"
-
-void StatementDeclare::Dump(KelString& out, uint32_t) const {
-  out.AppendPrintf("Local Declare %S\r\n", text_);
-}

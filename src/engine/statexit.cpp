@@ -1,3 +1,0 @@
-#include "engine/statexit.h"
-
-void StatementExit::Dump(KelString& out, uint32_t) const { out += "Exit Script\r\n"; }

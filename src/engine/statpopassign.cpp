@@ -1,3 +1,0 @@
-#include "engine/statpopassign.h"
-
-void StatementPopAssign::Dump(KelString& out, uint32_t) const { out += "Pop assign\r\n"; }

@@ -1,5 +1,0 @@
-#include "engine/statpopvar.h"
-
-void StatementPopVar::Dump(KelString& out, uint32_t) const {
-  out.AppendPrintf("Pop into variable %S\r\n", variable_.name.View());
-}

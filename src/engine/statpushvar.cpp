@@ -1,5 +1,0 @@
-#include "engine/statpushvar.h"
-
-void StatementPushVar::Dump(KelString& out, uint32_t) const {
-  out.AppendPrintf("Push variable %S\r\n", variable_.name.View());
-}

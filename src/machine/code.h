@@ -1,0 +1,136 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "functions/function.h"
+#include "values/typedesc.h"
+
+class TamberProcedure;
+
+namespace tamber {
+
+enum class Op : uint16_t {
+#define OP(name) name,
+#include "machine/opcodes.def"
+#undef OP
+};
+
+/// One instruction. Operands b and c also serve as one 32-bit operand.
+struct Instr {
+  Op op;
+  uint16_t a;
+  uint16_t b;
+  uint16_t c;
+
+  int32_t Wide() const { return static_cast<int32_t>(uint32_t{b} | (uint32_t{c} << 16)); }
+  void SetWide(int32_t value) {
+    b = static_cast<uint16_t>(static_cast<uint32_t>(value));
+    c = static_cast<uint16_t>(static_cast<uint32_t>(value) >> 16);
+  }
+};
+static_assert(sizeof(Instr) == 8);
+
+/// Where a name of the global or external scope was last found. Good while the context's epoch is
+/// the one it was found under.
+struct GlobalSlot {
+  Name name;
+  TypeRef type;  ///< as the compiler saw it
+  uint64_t epoch = 0;
+  Cell* cell = nullptr;          ///< of the variable (through a reference), when its type is `type`
+  Variable* variable = nullptr;  ///< on loan from its scope
+};
+
+/// A bound call of a built-in.
+struct CallSite {
+  std::shared_ptr<const TamberFunction> function;
+  uint32_t arguments = 0;
+  Kind resultKind = Kind::Any;  ///< Any: the result is taken as a variable
+};
+
+struct AppendSite {
+  TypeRef array;
+  TypeRef value;
+};
+
+/// What the error policy needs to know about one statement's code.
+struct StatementEntry {
+  static constexpr uint32_t kNone = 0xFFFFFFFF;
+  uint32_t begin;      ///< first instruction
+  uint32_t statement;  ///< number of the statement
+  uint32_t line;
+  /// Where to go on when the statement failed and left no value for the one that follows.
+  uint32_t resume = kNone;
+  /// Where to go on when the failing operator left a 0 in place of a value, with that 0 put into
+  /// `result` first; kNone: as without a value.
+  uint32_t resumeZero = kNone;
+  /// Where the statement is done again, in the order in which its parts may fail, before its
+  /// failing counts; kNone: it counts at once.
+  uint32_t retry = kNone;
+  uint16_t result = 0;
+  /// Temporaries that owned something when the statement began; those come first among the live.
+  uint16_t ownedBefore = 0;
+  /// Statements of its group behind this one: counted when the group began, not run when the script
+  /// ends here.
+  uint8_t following = 0;
+  /// The following statement cannot take a number: going on with the 0 fails with 20111.
+  bool zeroMismatch = false;
+};
+
+/// Where in the statement's logical line the instructions from `pc` on come from.
+struct SourceEntry {
+  uint32_t pc;
+  uint32_t offset;
+};
+
+/// Temporaries that own something while an instruction runs that may fail or call.
+struct LiveTemps {
+  uint32_t pc;
+  uint32_t first;  ///< into Code::liveTemps
+  uint32_t count;
+};
+struct OwnedRegister {
+  uint16_t reg;
+  Kind kind;
+};
+
+/// The code that a procedure or an expression runs as.
+class Code {
+ public:
+  Code() = default;
+  Code(const Code&) = delete;
+  Code& operator=(const Code&) = delete;
+  ~Code();
+
+  std::vector<Instr> instrs;
+  std::vector<Cell> constants;  ///< texts are owned, see constantKinds
+  std::vector<Kind> constantKinds;
+  std::vector<std::string> texts;
+  std::vector<Name> names;
+  std::vector<TypeRef> types;
+  std::vector<GlobalSlot> globals;  ///< caches; the code is otherwise unchanging
+  std::vector<TamberProcedure*> procedures;
+  std::vector<CallSite> sites;
+  std::vector<AppendSite> appends;
+  std::vector<StatementEntry> statements;  ///< ascending by begin
+  std::vector<SourceEntry> sources;        ///< ascending by pc
+  std::vector<LiveTemps> live;             ///< ascending by pc
+  std::vector<OwnedRegister> liveTemps;
+  std::vector<OwnedRegister> ownedLocals;  ///< released when the frame ends; zero at its start
+  uint32_t registers = 1;
+  uint32_t parameters = 0;
+  /// Locals that live in variables can be found by name while this runs.
+  bool localsAreObjects = false;
+  /// A local named StrCase decides how texts compare, in place of the global.
+  bool ownsCaseSwitch = false;
+  const TamberProcedure* procedure = nullptr;  ///< null: an expression outside any procedure
+  TypeRef returnType;
+
+  const StatementEntry* FindStatement(uint32_t pc) const;
+  uint32_t FindSource(uint32_t pc) const;
+  const LiveTemps* FindLive(uint32_t pc) const;
+};
+
+}  // namespace tamber

@@ -1,0 +1,177 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "engine/stack.h"
+#include "machine/code.h"
+#include "values/varlist.h"
+
+class ExpressionBase;
+struct TamberCallFrame;
+
+namespace tamber {
+
+class ContextState;
+struct SourcePlace;
+
+/// How a procedure ended.
+enum enum_ProcStatus : int32_t {
+  PROCSTATUS_ENDED = 1,   ///< ran to its end, or was stopped
+  PROCSTATUS_FAILED = 2,  ///< an error ended it
+};
+
+/// Runs code: owns the frames of active procedures and their registers.
+///
+/// A script's calls of script procedures are frames here, not calls of C++ functions; only what
+/// goes through a built-in, a handler or another script takes native stack.
+class Machine {
+ public:
+  static constexpr uint32_t kMaxFrames = 1000000;
+  /// Less native stack than this ends the run rather than risking the host's.
+  static constexpr size_t kStackReserve = 256 * 1024;
+
+  explicit Machine(ContextState& state);
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+  ~Machine();
+
+  /// Runs a procedure whose arguments are on the stack, and leaves its result there.
+  enum_ProcStatus RunProcedure(TamberProcedure& procedure, Stack& stack);
+  /// Evaluates an expression; 1 leaves one value on the stack, 0 an error in the context.
+  int32_t Evaluate(const ExpressionBase& expression, Stack& stack);
+  /// Where in its logical line the last evaluation failed, or left an error, from 0.
+  uint32_t EvaluationStop() const { return evaluationStop_; }
+
+  bool IsRunning() const { return frameCount_ > 0; }
+  /// Where the innermost procedure is; false when none is running.
+  bool CurrentPlace(SourcePlace& place) const;
+  /// The procedures that are running, the innermost first; of a deep recursion the first of them.
+  std::vector<TamberCallFrame> CallStack() const;
+
+  // The local scope: the names of the running procedure, and what hosts added to it.
+  int32_t FindLocal(std::string_view name);
+  Variable* GetLocal(uint32_t index);
+  uint32_t AddLocal(Variable* variable);
+  Variable* RemoveLocal(std::string_view name);
+  void ReplaceLocal(uint32_t index, Variable* variable);
+  void ClearLocals();
+  bool HasLocals() const;
+  /// The locals with their values as they are now, for dumps.
+  VarList SnapshotLocals();
+
+ private:
+  struct Frame {
+    const Code* code;
+    const Instr* pc;  ///< saved while something else runs
+    Cell* base;
+    Cell* result;          ///< register of the caller that takes the result
+    uint64_t started;      ///< nanoseconds, while tracing
+    uint32_t stackHeight;  ///< of the evaluation stack, when it began
+    uint32_t chunk;
+    uint32_t statementCount;
+    bool boundary;  ///< its end returns to native code
+  };
+  struct Chunk {
+    std::unique_ptr<Cell[]> cells;
+    Cell* end;
+  };
+  enum class After { Continue, Leave };
+  class StackScope;
+
+  // --- the run loop (machinerun.cpp) ---
+  enum_ProcStatus Run();
+  enum_ProcStatus Loop();
+
+  // --- frames (machineframes.cpp) ---
+  void PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary);
+  bool PushCall(TamberProcedure& procedure, Cell* arguments);
+  static void ReleaseArguments(const TamberProcedure& procedure, Cell* arguments);
+  /// Registers for the code at `wanted` in the chunk, or at the start of the next one.
+  Cell* MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk);
+  void LeaveFrame(Frame& frame);
+  /// Releases the temporaries that are in use at the frame's instruction, but for the first `keep`.
+  void ReleaseLive(const Frame& frame, uint32_t keep = 0);
+  void ReleaseKept(const Frame& frame, uint32_t kept);
+  const Code* Prepare(TamberProcedure& procedure);
+  bool BindArguments(TamberProcedure& procedure, Stack& stack, Cell* base);
+  enum_ProcStatus RunBoundary(const Code* code, TamberProcedure* procedure, Stack& stack);
+  bool HasNativeStack(std::string_view name);
+  void PushResult(const Code& code, Cell result);
+  bool WrapParameter(const Code& code, Cell* registers, uint32_t slot);
+  void TraceEnter(Frame& frame);
+  void TraceLeave(const Frame& frame);
+  Frame* ScopeFrame();
+  VarList& ExtraLocals();
+  void AppendExtraLocals(VarList& list);
+
+  // --- errors (machineerrors.cpp) ---
+  bool Raise(int32_t code, std::string_view text);
+  After ApplyPolicy(bool statementFailed);
+  /// Ends all frames down to the boundary. `released`: the innermost one's temporaries are gone.
+  After UnwindAll(enum_ProcStatus status, bool released = false);
+  bool RunHandler(std::string_view name);
+  SourcePlace PlaceOf(const Frame& frame) const;
+  static const StatementEntry& StatementAt(const Frame& frame);
+  /// Where the frame is in the logical line of its statement.
+  static uint32_t SourceOf(const Frame& frame);
+  /// The instruction of the built-in that left an error last, if it is one of this code: such an
+  /// error is looked at only when the statement is complete. Forgets it.
+  std::optional<uint32_t> TakeFailedCall(const Code& code);
+
+  // --- what instructions do off the fast path (machinevalues.cpp) ---
+  bool ResolveGlobal(GlobalSlot& slot);
+  Variable* FindByName(const Name& name);
+  bool LoadGlobal(GlobalSlot& slot, Cell& out);
+  bool StoreGlobal(GlobalSlot& slot, Cell value, bool take);
+  bool GlobalAddress(GlobalSlot& slot, Cell& out);
+  Variable* LocalObject(const Code& code, Cell* registers, uint32_t slot, bool storing);
+  bool LoadObject(const Code& code, Cell* registers, const Instr& at);
+  bool StoreObject(const Code& code, Cell* registers, const Instr& at, bool take);
+  bool LoadVariableAs(const TypeDesc& type, Variable& variable, Cell& out);
+  void Declare(const Code& code, Cell* registers, const Instr& at);
+  bool ElementAt(ArrayData* array, int32_t index, Cell& out);
+  bool ElementAsVariable(ArrayData* array, int32_t index, Cell& out);
+  bool StoreElement(Cell& array, int32_t index, Cell value);
+  bool ElementAddress(Cell& array, int32_t index, Cell& out);
+  bool BoxElement(Cell& array, int32_t index, Cell& out);
+  bool ResizeCell(Cell& array, const TypeDesc& type, int64_t delta);
+  bool AppendCell(Cell& array, const AppendSite& site, Cell value);
+  bool ChangeVariable(Variable& array, const AppendSite& site, Cell value);
+  bool HasExactType(Variable& variable, const TypeDesc& type);
+  bool AssignTo(Variable& target, const TypeDesc& type, Cell value);
+  bool Execute(int32_t operatorIndex, Cell& out);
+  bool CallFunction(const CallSite& site, Cell& out);
+  bool TakeResult(const CallSite& site, uint32_t height, Cell& out);
+  static void AppendAsText(StrBuf*& slot, Kind kind, Cell value);
+  bool SameText(const StrBuf* a, const StrBuf* b);
+  int32_t CompareTexts(const StrBuf* a, const StrBuf* b);
+  bool IsCaseSensitive();
+  void SweepArray(ArrayData& array);
+
+  ContextState& state_;
+  Stack* stack_ = nullptr;                       ///< evaluation stack of the current run
+  const std::atomic<uint32_t>* wake_ = nullptr;  ///< the root context's, while something runs
+  std::vector<Frame> frames_;
+  uint32_t frameCount_ = 0;
+  std::vector<Chunk> chunks_;
+  uint32_t chunk_ = 0;
+  uint32_t nativeDepth_ = 0;  ///< runs inside runs
+  bool observed_ = false;     ///< code that counts statements and shows its locals is run
+  bool leftZero_ = false;     ///< the failing operator left a 0 in place of its value
+  bool unwinding_ = false;    ///< an error ended a nested run, and with it this one
+  enum_ProcStatus status_ = PROCSTATUS_ENDED;
+  Cell result_ = ZeroCell();                      ///< of the boundary frame that ended last
+  std::vector<std::pair<Kind, Cell>> converted_;  ///< borrowed by registers until the run ends
+  std::unordered_map<uint32_t, std::unique_ptr<VarList>> extraLocals_;  ///< by frame number
+  GlobalSlot caseSwitch_;
+  const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
+  uint32_t evaluationStop_ = 0;
+};
+
+}  // namespace tamber

@@ -1,0 +1,166 @@
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <utility>
+
+#include "context/contextstate.h"
+#include "frontend/scripttext.h"
+#include "kel/kelascii.h"
+#include "machine/machine.h"
+#include "statements/procedure.h"
+#include "values/cellops.h"
+#include "values/errcodes.h"
+
+namespace tamber {
+
+bool Machine::Raise(int32_t code, std::string_view text) {
+  state_.context.SetContextError(code, KelString(text));
+  return false;
+}
+
+SourcePlace Machine::PlaceOf(const Frame& frame) const {
+  SourcePlace place;
+  if (frame.code->procedure == nullptr) return place;
+  place.text = frame.code->procedure->GetScript();
+  place.line = StatementAt(frame).line;
+  place.offset = SourceOf(frame);
+  return place;
+}
+
+uint32_t Machine::SourceOf(const Frame& frame) {
+  return frame.code->FindSource(static_cast<uint32_t>(frame.pc - frame.code->instrs.data()));
+}
+
+const StatementEntry& Machine::StatementAt(const Frame& frame) {
+  return *frame.code->FindStatement(static_cast<uint32_t>(frame.pc - frame.code->instrs.data()));
+}
+
+std::optional<uint32_t> Machine::TakeFailedCall(const Code& code) {
+  const Instr* const call = std::exchange(failedCall_, nullptr);
+  const Instr* const begin = code.instrs.data();
+  const std::less<const Instr*> before;
+  if (call == nullptr || before(call, begin) || !before(call, begin + code.instrs.size()))
+    return {};
+  return static_cast<uint32_t>(call - begin);
+}
+
+bool Machine::CurrentPlace(SourcePlace& place) const {
+  for (uint32_t i = frameCount_; i-- > 0;) {
+    if (frames_[i].code->procedure == nullptr) continue;
+    place = PlaceOf(frames_[i]);
+    return true;
+  }
+  return false;
+}
+
+std::vector<TamberCallFrame> Machine::CallStack() const {
+  constexpr size_t kMostShown = 100;
+  std::vector<TamberCallFrame> calls;
+  for (uint32_t i = frameCount_; i-- > 0 && calls.size() < kMostShown;) {
+    if (frames_[i].code->procedure == nullptr) continue;
+    const SourcePlace place = PlaceOf(frames_[i]);
+    calls.push_back({frames_[i].code->procedure->GetName(), place.text->Name(), place.line});
+  }
+  return calls;
+}
+
+Machine::After Machine::UnwindAll(enum_ProcStatus status, bool released) {
+  bool failed = status == PROCSTATUS_FAILED;
+  unwinding_ = failed;
+  while (true) {
+    Frame& frame = frames_[frameCount_ - 1];
+    if (!released) ReleaseLive(frame);
+    released = false;
+    if (observed_) frame.statementCount -= StatementAt(frame).following;
+    LeaveFrame(frame);
+    bool boundary = frame.boundary;
+    --frameCount_;
+    if (boundary) break;
+  }
+  // An error that ended a nested run ends those around it too, unless this was the outermost.
+  unwinding_ = failed && frameCount_ > 0;
+  status_ = status;
+  return After::Leave;
+}
+
+bool Machine::RunHandler(std::string_view name) {
+  TamberProcedure* handler = state_.context.GetProcedure(name);
+  if (handler == nullptr) return Raise(ERR_NOERRHANDLER, name);
+  if (handler->GetParameterCount() > 0) return Raise(ERR_PROCPARMCOUNT, name);
+  uint32_t height = stack_->GetSize();
+  RunProcedure(*handler, *stack_);
+  stack_->CutTo(height);
+  // How the handler itself ended does not matter to the procedure that it was called for.
+  unwinding_ = false;
+  return state_.errorCode < kFirstFatalError;
+}
+
+Machine::After Machine::ApplyPolicy(bool statementFailed) {
+  Frame* frame = &frames_[frameCount_ - 1];
+  bool zero = leftZero_;
+  leftZero_ = false;
+  if (unwinding_) return UnwindAll(PROCSTATUS_FAILED);
+  if (frame->code->procedure == nullptr) {
+    // Text that is evaluated answers to whoever evaluates it.
+    evaluationStop_ = SourceOf(*frame);
+    ReleaseLive(*frame);
+    LeaveFrame(*frame);
+    --frameCount_;
+    status_ = PROCSTATUS_FAILED;
+    return After::Leave;
+  }
+  const Code& code = *frame->code;
+  auto pc = static_cast<uint32_t>(frame->pc - code.instrs.data());
+  const StatementEntry& entry = *code.FindStatement(pc);
+  SourcePlace place = PlaceOf(*frame);
+  if (const auto call = TakeFailedCall(code); call && !statementFailed) {
+    if (code.FindStatement(*call)->line == place.line) place.offset = code.FindSource(*call);
+  }
+  bool keepsZero = zero && entry.resumeZero != StatementEntry::kNone;
+  uint32_t kept = keepsZero ? entry.ownedBefore : 0;
+  if (statementFailed) {
+    ReleaseLive(*frame, kept);
+    stack_->CutTo(frame->stackHeight);
+    if (entry.retry != StatementEntry::kNone) {
+      state_.errorCode = 0;
+      frame->pc = code.instrs.data() + entry.retry;
+      return After::Continue;
+    }
+  }
+  // From here on nothing is in use at the instruction but what `kept` says.
+  auto leave = [&](enum_ProcStatus status) {
+    if (statementFailed && kept > 0) ReleaseKept(frames_[frameCount_ - 1], kept);
+    return UnwindAll(status, statementFailed);
+  };
+  bool fatal = state_.errorCode >= kFirstFatalError;
+  if (!fatal) {
+    KelString handler = state_.HandleRunError(place);
+    if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) return leave(PROCSTATUS_FAILED);
+    if (!kel::EqualsNoCase(handler.View(), "INLINE_HANDLER")) {
+      fatal = !RunHandler(handler.View());
+      if (state_.stopFlag && !fatal) return leave(PROCSTATUS_ENDED);
+      frame = &frames_[frameCount_ - 1];
+    }
+  }
+  if (!fatal && zero && entry.zeroMismatch) fatal = !Raise(ERR_ASSIGNMISMATCH, "");
+  if (fatal) {
+    state_.HandleParseError(place);
+    return leave(PROCSTATUS_FAILED);
+  }
+  uint32_t next = pc + 1;
+  if (statementFailed) next = keepsZero ? entry.resumeZero : entry.resume;
+  if (keepsZero) frame->base[entry.result].bits = 0;
+  frame->pc = code.instrs.data() + next;
+  return After::Continue;
+}
+
+void Machine::ReleaseKept(const Frame& frame, uint32_t kept) {
+  auto pc = static_cast<uint32_t>(frame.pc - frame.code->instrs.data());
+  const LiveTemps* live = frame.code->FindLive(pc);
+  for (uint32_t i = 0; live != nullptr && i < std::min(kept, live->count); ++i) {
+    const OwnedRegister& owned = frame.code->liveTemps[live->first + i];
+    ReleaseCell(owned.kind, frame.base[owned.reg]);
+  }
+}
+
+}  // namespace tamber

@@ -1,0 +1,415 @@
+#include <algorithm>
+
+#include "context/contextstate.h"
+#include "expr/exprbase.h"
+#include "frontend/compsession.h"
+#include "kel/clock.h"
+#include "kel/nativestack.h"
+#include "machine/machine.h"
+#include "machine/shape.h"
+#include "statements/lower.h"
+#include "statements/procedure.h"
+#include "values/cellops.h"
+#include "values/errcodes.h"
+#include "values/strbuf.h"
+#include "values/varestring.h"
+#include "values/varref.h"
+
+namespace tamber {
+namespace {
+
+constexpr size_t kChunkCells = 8192;
+
+}  // namespace
+
+/// The evaluation stack and what else belongs to one run, put back when it ends.
+class Machine::StackScope {
+ public:
+  StackScope(Machine& machine, Stack& stack)
+      : machine_(machine), stack_(machine.stack_), observed_(machine.observed_) {
+    machine.stack_ = &stack;
+    machine.wake_ = &machine.state_.root->State().wake;
+    machine.observed_ = machine.state_.procedureTrace != 0 || machine.state_.dumpsLocals;
+    ++machine.nativeDepth_;
+  }
+  StackScope(const StackScope&) = delete;
+  StackScope& operator=(const StackScope&) = delete;
+  ~StackScope() {
+    machine_.stack_ = stack_;
+    machine_.observed_ = observed_;
+    if (--machine_.nativeDepth_ > 0) return;
+    for (auto& [kind, cell] : machine_.converted_) ReleaseCell(kind, cell);
+    machine_.converted_.clear();
+  }
+
+ private:
+  Machine& machine_;
+  Stack* stack_;
+  bool observed_;
+};
+
+Machine::Machine(ContextState& state) : state_(state) {
+  caseSwitch_.name = Name("StrCase");
+  caseSwitch_.type = TypeDesc::Of(Kind::Int);
+}
+
+Machine::~Machine() = default;
+
+Cell* Machine::MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk) {
+  if (wanted != nullptr && wanted + code->registers <= chunks_[chunk].end) return wanted;
+  size_t next = wanted == nullptr ? 0 : chunk + 1;
+  // What lies above is free; a chunk that is too small for this code is replaced.
+  while (next < chunks_.size() && chunks_[next].cells.get() + code->registers > chunks_[next].end) {
+    chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(next));
+  }
+  if (next == chunks_.size()) {
+    size_t size = std::max<size_t>(code->registers, kChunkCells);
+    Chunk added;
+    added.cells = std::make_unique_for_overwrite<Cell[]>(size);
+    added.end = added.cells.get() + size;
+    chunks_.push_back(std::move(added));
+  }
+  chunk = static_cast<uint32_t>(next);
+  return chunks_[next].cells.get();
+}
+
+void Machine::PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary) {
+  if (frames_.size() == frameCount_) frames_.resize(std::max<size_t>(16, frames_.size() * 2));
+  Frame& frame = frames_[frameCount_++];
+  frame.code = code;
+  frame.pc = code->instrs.data();
+  frame.base = base;
+  frame.result = result;
+  frame.stackHeight = stack_->GetSize();
+  frame.chunk = chunk;
+  frame.boundary = boundary;
+  for (const OwnedRegister& owned : code->ownedLocals)
+    if (owned.reg >= code->parameters) base[owned.reg].bits = 0;
+  // An expression outside any procedure leaves the error of the statement that evaluates it alone.
+  if (code->procedure != nullptr) state_.errorCode = 0;
+  if (observed_) TraceEnter(frame);
+}
+
+bool Machine::PushCall(TamberProcedure& procedure, Cell* arguments) {
+  try {
+    const Code* code = procedure.FindCode(observed_);
+    if (code == nullptr) code = Prepare(procedure);
+    if (code != nullptr && frameCount_ < kMaxFrames) {
+      uint32_t chunk = frames_[frameCount_ - 1].chunk;
+      Cell* base = MakeRoom(arguments, code, chunk);
+      if (base != arguments) std::copy(arguments, arguments + code->parameters, base);
+      PushFrame(code, base, chunk, arguments, false);
+      return true;
+    }
+    if (code != nullptr) Raise(ERR_NOMEMORY, procedure.GetName().View());
+  } catch (const std::bad_alloc&) {
+    ReleaseArguments(procedure, arguments);
+    throw;
+  }
+  ReleaseArguments(procedure, arguments);
+  return false;
+}
+
+/// What a call that does not come about would have taken over.
+void Machine::ReleaseArguments(const TamberProcedure& procedure, Cell* arguments) {
+  for (uint32_t i = 0; i < procedure.GetParameterCount(); ++i) {
+    const Local& local = procedure.Locals().At(i);
+    Kind kind = local.isReference ? Kind::Any : local.type->GetKind();
+    ReleaseCell(kind == Kind::EString ? Kind::String : kind, arguments[i]);
+  }
+}
+
+void Machine::LeaveFrame(Frame& frame) {
+  for (const OwnedRegister& owned : frame.code->ownedLocals)
+    ReleaseCell(owned.kind, frame.base[owned.reg]);
+  if (!extraLocals_.empty()) extraLocals_.erase(frameCount_);
+  // What an expression outside any procedure leaves on the stack is its value.
+  if (frame.code->procedure != nullptr && stack_->GetSize() > frame.stackHeight)
+    stack_->CutTo(frame.stackHeight);
+  if (observed_) TraceLeave(frame);
+}
+
+void Machine::ReleaseLive(const Frame& frame, uint32_t keep) {
+  auto pc = static_cast<uint32_t>(frame.pc - frame.code->instrs.data());
+  const LiveTemps* live = frame.code->FindLive(pc);
+  if (live == nullptr) return;
+  for (uint32_t i = keep; i < live->count; ++i) {
+    const OwnedRegister& owned = frame.code->liveTemps[live->first + i];
+    ReleaseCell(owned.kind, frame.base[owned.reg]);
+  }
+}
+
+const Code* Machine::Prepare(TamberProcedure& procedure) {
+  if (!EnsureCompiled(state_.context, procedure)) return nullptr;
+  std::unique_ptr<Code> code = LowerProcedure(procedure, observed_);
+  if (!code) {
+    Raise(ERR_NOMEMORY, procedure.GetName().View());
+    return nullptr;
+  }
+  return procedure.SetCode(observed_, std::move(code));
+}
+
+bool Machine::HasNativeStack(std::string_view name) {
+  if (kel::NativeStackLeft() > kStackReserve) return true;
+  Raise(ERR_NOMEMORY, name);
+  return false;
+}
+
+bool Machine::WrapParameter(const Code& code, Cell* registers, uint32_t slot) {
+  bool whole = true;
+  const Local& local = code.procedure->Locals().At(slot);
+  Cell& cell = registers[slot];
+  if (!local.isReference) {
+    if (local.type->GetKind() == Kind::EString) {
+      Variable* variable = MakeVariable(local.type, local.name);
+      whole = Attempt([&] { static_cast<VarEString*>(variable)->SetPlain(TextOf(cell.s)); });
+      ReleaseCell(Kind::String, cell);
+      cell.v = variable;
+    } else {
+      cell.v = MakeVariable(local.type, local.name, cell);
+    }
+  } else if (code.localsAreObjects) {
+    // Only who looks for the name can tell a reference from the variable that it stands for.
+    auto* reference = new VarReference(KelString(local.name.View()), cell.v);
+    Variable::Delete(cell.v);
+    cell.v = reference;
+  }
+  return whole;
+}
+
+bool Machine::BindArguments(TamberProcedure& procedure, Stack& stack, Cell* base) {
+  uint32_t count = procedure.GetParameterCount();
+  std::vector<Cell> cells(count, ZeroCell());
+  bool fits = true;
+  for (uint32_t i = count; i-- > 0;) {
+    const Local& local = procedure.Locals().At(i);
+    Variable* argument = stack.PopVariable();
+    TypeRef type = TypeOf(*argument);
+    const TypeRef& wanted =
+        local.type->GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : local.type;
+    if (local.isReference) {
+      Variable* target = argument->Dereference();
+      bool anyArray = local.type->IsArray() && !local.type->Element() && type->IsArray();
+      bool same = anyArray || HasLayoutOf(*type, *local.type);
+      cells[i].v = target != nullptr ? target->Duplicate() : argument->Duplicate();
+      fits = fits && same;
+    } else if (!ConvertCell(*wanted, *type, *CellOf(*argument), cells[i])) {
+      fits = false;
+    }
+    Variable::Delete(argument);
+  }
+  if (fits) {
+    std::copy(cells.begin(), cells.end(), base);
+    return true;
+  }
+  ReleaseArguments(procedure, cells.data());
+  Raise(ERR_ASSIGNMISMATCH, procedure.GetName().View());
+  return false;
+}
+
+void Machine::PushResult(const Code& code, Cell result) {
+  if (!code.returnType) return;
+  Kind kind = code.returnType->GetKind();
+  if (kind == Kind::EString) kind = Kind::String;
+  if (kind <= Kind::String)
+    stack_->PushCell(kind, result);
+  else
+    stack_->PushTyped(*code.returnType, result);
+}
+
+enum_ProcStatus Machine::RunBoundary(const Code* code, TamberProcedure* procedure, Stack& stack) {
+  std::string_view name = procedure ? procedure->GetName().View() : "";
+  if (frameCount_ >= kMaxFrames) {
+    Raise(ERR_NOMEMORY, name);
+    return PROCSTATUS_FAILED;
+  }
+  Cell* wanted = nullptr;
+  uint32_t chunk = 0;
+  if (frameCount_ > 0) {
+    const Frame& below = frames_[frameCount_ - 1];
+    wanted = below.base + below.code->registers;
+    chunk = below.chunk;
+  }
+  Cell* base = MakeRoom(wanted, code, chunk);
+  if (procedure != nullptr && !BindArguments(*procedure, stack, base)) return PROCSTATUS_FAILED;
+  PushFrame(code, base, chunk, nullptr, true);
+  return Run();
+}
+
+enum_ProcStatus Machine::RunProcedure(TamberProcedure& procedure, Stack& stack) {
+  if (!HasNativeStack(procedure.GetName().View())) return PROCSTATUS_FAILED;
+  if (stack.GetSize() < procedure.GetParameterCount()) {
+    Raise(ERR_EXPRFUNCPARCOUNT, procedure.GetName().View());
+    return PROCSTATUS_FAILED;
+  }
+  StackScope scope(*this, stack);
+  const Code* code = procedure.FindCode(observed_);
+  if (code == nullptr) code = Prepare(procedure);
+  if (code == nullptr) return PROCSTATUS_FAILED;
+  enum_ProcStatus status = RunBoundary(code, &procedure, stack);
+  // Whoever runs a procedure learns from the status how it ended; the run around it goes on.
+  unwinding_ = false;
+  if (status == PROCSTATUS_ENDED && !state_.stopFlag) PushResult(*code, result_);
+  return status;
+}
+
+int32_t Machine::Evaluate(const ExpressionBase& expression, Stack& stack) {
+  evaluationStop_ = expression.SourceOffset();
+  if (!HasNativeStack("")) return 0;
+  std::unique_ptr<Code> code = LowerExpression(expression);
+  if (!code) {
+    Raise(ERR_NOMEMORY, "");
+    return 0;
+  }
+  StackScope scope(*this, stack);
+  uint32_t height = stack.GetSize();
+  enum_ProcStatus status = RunBoundary(code.get(), nullptr, stack);
+  if (const auto call = TakeFailedCall(*code)) evaluationStop_ = code->FindSource(*call);
+  if (status == PROCSTATUS_ENDED && stack.GetSize() > height) return 1;
+  stack.CutTo(height);
+  return 0;
+}
+
+void Machine::TraceEnter(Frame& frame) {
+  frame.statementCount = 0;
+  if (frame.code->procedure == nullptr || state_.procedureTrace == 0) return;
+  frame.started = kel::MonotonicNanoseconds();
+  state_.context.OutputErrorText(KelString("TamberDebug"), "Entering %S%s",
+                                 frame.code->procedure->GetName(), "\r\n");
+}
+
+void Machine::TraceLeave(const Frame& frame) {
+  if (frame.code->procedure == nullptr || unwinding_ || state_.procedureTrace == 0) return;
+  float milliseconds =
+      static_cast<float>(kel::MonotonicNanoseconds() - frame.started) / 1e9f * 1000.0f;
+  state_.context.OutputErrorText(KelString("TamberDebug"),
+                                 "Leaving %s, executed %lu statements, total time %.2f ms%s",
+                                 frame.code->procedure->GetName().GetString(), frame.statementCount,
+                                 static_cast<double>(milliseconds), "\r\n");
+}
+
+// --- the local scope ---
+
+Machine::Frame* Machine::ScopeFrame() {
+  // Expressions that are evaluated from text see the locals of the procedure around them.
+  for (uint32_t i = frameCount_; i-- > 0;)
+    if (frames_[i].code->procedure != nullptr) return &frames_[i];
+  return nullptr;
+}
+
+VarList& Machine::ExtraLocals() {
+  Frame* frame = ScopeFrame();
+  auto number = frame ? static_cast<uint32_t>(frame - frames_.data()) + 1 : 0;
+  std::unique_ptr<VarList>& list = extraLocals_[number];
+  if (!list) list = std::make_unique<VarList>(false);
+  return *list;
+}
+
+bool Machine::HasLocals() const { return frameCount_ > 0 || !extraLocals_.empty(); }
+
+int32_t Machine::FindLocal(std::string_view name) {
+  if (!HasLocals()) return -1;
+  Frame* frame = ScopeFrame();
+  uint32_t slots = 0;
+  if (frame != nullptr) {
+    slots = frame->code->procedure->Locals().Count();
+    int32_t slot = frame->code->procedure->Locals().Find(name);
+    if (slot >= 0 && GetLocal(static_cast<uint32_t>(slot)) != nullptr) return slot;
+  }
+  if (extraLocals_.empty()) return -1;
+  uint32_t at = ExtraLocals().FindVariable(name);
+  return at == VarList::kNotFound ? -1 : static_cast<int32_t>(slots + at);
+}
+
+Variable* Machine::GetLocal(uint32_t index) {
+  Frame* frame = ScopeFrame();
+  uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
+  if (index >= slots)
+    return extraLocals_.empty() ? nullptr : ExtraLocals().GetVariable(index - slots);
+  for (const OwnedRegister& owned : frame->code->ownedLocals)
+    if (owned.reg == index && owned.kind == Kind::Any) return frame->base[index].v;
+  return nullptr;
+}
+
+uint32_t Machine::AddLocal(Variable* variable) {
+  Frame* frame = ScopeFrame();
+  uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
+  return slots + ExtraLocals().AddVariable(variable);
+}
+
+Variable* Machine::RemoveLocal(std::string_view name) {
+  int32_t index = FindLocal(name);
+  if (index < 0) return nullptr;
+  Frame* frame = ScopeFrame();
+  uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
+  auto at = static_cast<uint32_t>(index);
+  if (at >= slots) return ExtraLocals().RemoveVariable(at - slots);
+  Variable* variable = frame->base[at].v;
+  frame->base[at].bits = 0;
+  return variable;
+}
+
+void Machine::ReplaceLocal(uint32_t index, Variable* variable) {
+  Frame* frame = ScopeFrame();
+  uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
+  if (index >= slots) {
+    ExtraLocals().ReplaceVariable(index - slots, variable);
+    return;
+  }
+  // Code reads a local without looking twice; what it would not expect there stands behind a
+  // reference, at which it does look.
+  const Local& local = frame->code->procedure->Locals().At(index);
+  if (!VariableAccess::IsReference(*variable) && !HasLayoutOf(*variable, *local.type)) {
+    auto* reference = new VarReference(KelString(local.name.View()), variable);
+    Variable::Delete(variable);
+    variable = reference;
+  }
+  Variable* old = frame->base[index].v;
+  frame->base[index].v = variable;
+  Variable::Delete(old);
+}
+
+void Machine::ClearLocals() {
+  if (frameCount_ == 0) extraLocals_.clear();
+}
+
+VarList Machine::SnapshotLocals() {
+  VarList list(false);
+  Frame* frame = ScopeFrame();
+  if (frame == nullptr) {
+    AppendExtraLocals(list);
+    return list;
+  }
+  const LocalTable& locals = frame->code->procedure->Locals();
+  auto add = [&](uint32_t slot) {
+    const Local& local = locals.At(slot);
+    Variable* object = GetLocal(slot);
+    bool isObject = object != nullptr;
+    for (const OwnedRegister& owned : frame->code->ownedLocals)
+      isObject = isObject || (owned.reg == slot && owned.kind == Kind::Any);
+    if (isObject && object == nullptr) return;  // not declared yet
+    Variable* copy = isObject ? object->Clone()
+                              : MakeVariable(local.type, local.name,
+                                             CopyCell(local.type->GetKind(), frame->base[slot]));
+    copy->SetOwnName(local.name);
+    list.AddVariable(copy);
+  };
+  // Parameters are taken off the stack last one first, which is the order of the scope.
+  for (uint32_t slot = frame->code->parameters; slot-- > 0;) add(slot);
+  for (uint32_t slot = frame->code->parameters; slot < locals.Count(); ++slot) add(slot);
+  AppendExtraLocals(list);
+  return list;
+}
+
+void Machine::AppendExtraLocals(VarList& list) {
+  if (extraLocals_.empty()) return;
+  const VarList& extra = ExtraLocals();
+  for (uint32_t i = 0; i < extra.GetSize(); ++i) {
+    const Variable* variable = extra.GetVariable(i);
+    Variable* copy = variable->Clone();
+    copy->SetOwnName(variable->OwnName());
+    list.AddVariable(copy);
+  }
+}
+
+}  // namespace tamber

@@ -1,0 +1,842 @@
+#include <new>
+#include <stdexcept>
+
+#include "context/contextstate.h"
+#include "engine/arith.h"
+#include "kel/fault.h"
+#include "kel/number.h"
+#include "machine/machine.h"
+#include "statements/procedure.h"
+#include "values/arraydata.h"
+#include "values/cellops.h"
+#include "values/errcodes.h"
+#include "values/strbuf.h"
+#include "values/structdata.h"
+
+// Each instruction ends with a jump of its own to the next one's code, which the processor predicts
+// far better than a single shared jump. Such a jump runs no destructors: objects that have one must
+// not be alive there.
+#pragma GCC diagnostic ignored "-Wpedantic"
+
+namespace tamber {
+namespace {
+
+Kind KindIn(uint16_t operand) { return static_cast<Kind>(operand); }
+
+}  // namespace
+
+enum_ProcStatus Machine::Run() {
+  while (true) {
+    try {
+      return Loop();
+    } catch (const std::bad_alloc&) {
+      Raise(ERR_NOMEMORY, "");
+    } catch (const std::length_error&) {
+      Raise(ERR_NOMEMORY, "");
+    }
+    leftZero_ = false;
+    if (ApplyPolicy(true) == After::Leave) return status_;
+  }
+}
+
+enum_ProcStatus Machine::Loop() {
+  static const void* const kTable[] = {
+#define OP(name) &&L_##name,
+#include "machine/opcodes.def"
+#undef OP
+  };
+  Frame* frame;
+  const Code* code;
+  const Instr* pc;
+  Cell* R;
+
+#define RELOAD()                       \
+  do {                                 \
+    frame = &frames_[frameCount_ - 1]; \
+    code = frame->code;                \
+    pc = frame->pc;                    \
+    R = frame->base;                   \
+  } while (false)
+#define DISPATCH() goto* kTable[static_cast<uint16_t>(pc->op)]
+#define NEXT()  \
+  do {          \
+    ++pc;       \
+    DISPATCH(); \
+  } while (false)
+#define CHECK(done)         \
+  do {                      \
+    if (!(done)) goto fail; \
+  } while (false)
+#define A R[pc->a]
+#define B R[pc->b]
+#define C R[pc->c]
+#define IMM static_cast<int16_t>(pc->c)
+#define SAVE() frame->pc = pc
+#define JUMP_IF(condition)                               \
+  do {                                                   \
+    pc += (condition) ? static_cast<int16_t>(pc->c) : 1; \
+    DISPATCH();                                          \
+  } while (false)
+
+  RELOAD();
+  DISPATCH();
+
+L_Nop:
+  NEXT();
+L_Mov:
+  A = B;
+  NEXT();
+L_LoadI:
+  A.i = pc->Wide();
+  NEXT();
+L_LoadK:
+  A = code->constants[static_cast<uint32_t>(pc->Wide())];
+  NEXT();
+L_CopyO:
+  SAVE();
+  A = CopyCell(KindIn(pc->c), B);
+  NEXT();
+L_SetO : {
+  SAVE();
+  Cell old = A;
+  A = CopyCell(KindIn(pc->c), B);
+  ReleaseCell(KindIn(pc->c), old);
+  NEXT();
+}
+L_TakeO : {
+  Cell old = A;
+  A = B;
+  ReleaseCell(KindIn(pc->c), old);
+  NEXT();
+}
+L_RelO:
+  ReleaseCell(KindIn(pc->b), A);
+  NEXT();
+L_Zero:
+  A.bits = 0;
+  NEXT();
+
+L_AddI:
+  A.i = AddInt(B.i, C.i);
+  NEXT();
+L_SubI:
+  A.i = SubInt(B.i, C.i);
+  NEXT();
+L_MulI:
+  A.i = MulInt(B.i, C.i);
+  NEXT();
+L_DivI:
+  if (C.i == 0) goto divideByZero;
+  A.i = DivInt(B.i, C.i);
+  NEXT();
+L_RemI:
+  if (C.i == 0) goto remainderByZero;
+  A.i = RemInt(B.i, C.i);
+  NEXT();
+L_AndI:
+  A.i = B.i & C.i;
+  NEXT();
+L_OrI:
+  A.i = B.i | C.i;
+  NEXT();
+L_XorI:
+  A.i = B.i ^ C.i;
+  NEXT();
+L_ShlI:
+  A.i = ShlInt(B.i, C.i);
+  NEXT();
+L_ShrI:
+  A.i = ShrInt(B.i, C.i);
+  NEXT();
+L_AddIK:
+  A.i = AddInt(B.i, IMM);
+  NEXT();
+L_MulIK:
+  A.i = MulInt(B.i, IMM);
+  NEXT();
+L_DivIK:
+  A.i = DivInt(B.i, IMM);
+  NEXT();
+L_RemIK:
+  A.i = RemInt(B.i, IMM);
+  NEXT();
+L_AndIK:
+  A.i = B.i & IMM;
+  NEXT();
+L_OrIK:
+  A.i = B.i | IMM;
+  NEXT();
+L_XorIK:
+  A.i = B.i ^ IMM;
+  NEXT();
+L_ShlIK:
+  A.i = ShlInt(B.i, IMM);
+  NEXT();
+L_ShrIK:
+  A.i = ShrInt(B.i, IMM);
+  NEXT();
+L_NegI:
+  A.i = NegInt(B.i);
+  NEXT();
+L_NotI:
+  A.i = ~B.i;
+  NEXT();
+L_ToChar:
+  A.i = ToChar(B.i);
+  NEXT();
+L_ToBool:
+  A.i = B.i != 0;
+  NEXT();
+L_LNot:
+  A.i = B.i == 0;
+  NEXT();
+
+L_AddF:
+  A.f = B.f + C.f;
+  NEXT();
+L_SubF:
+  A.f = B.f - C.f;
+  NEXT();
+L_MulF:
+  A.f = B.f * C.f;
+  NEXT();
+L_DivF:
+  if (C.f == 0.0f) goto divideByZero;
+  A.f = B.f / C.f;
+  NEXT();
+L_NegF:
+  A.f = -B.f;
+  NEXT();
+L_AddD:
+  A.d = B.d + C.d;
+  NEXT();
+L_SubD:
+  A.d = B.d - C.d;
+  NEXT();
+L_MulD:
+  A.d = B.d * C.d;
+  NEXT();
+L_DivD:
+  if (C.d == 0.0) goto divideByZero;
+  A.d = B.d / C.d;
+  NEXT();
+L_NegD:
+  A.d = -B.d;
+  NEXT();
+L_AddDK:
+  A.d = B.d + code->constants[pc->c].d;
+  NEXT();
+L_SubDK:
+  A.d = B.d - code->constants[pc->c].d;
+  NEXT();
+L_MulDK:
+  A.d = B.d * code->constants[pc->c].d;
+  NEXT();
+L_DivDK:
+  A.d = B.d / code->constants[pc->c].d;
+  NEXT();
+L_I2F:
+  A.f = static_cast<float>(B.i);
+  NEXT();
+L_I2D:
+  A.d = B.i;
+  NEXT();
+L_F2D:
+  A.d = static_cast<double>(B.f);
+  NEXT();
+L_D2F:
+  A.f = static_cast<float>(B.d);
+  NEXT();
+L_F2I:
+  A.i = kel::DoubleToInt32(static_cast<double>(B.f));
+  NEXT();
+L_D2I:
+  A.i = kel::DoubleToInt32(B.d);
+  NEXT();
+L_F2B:
+  A.i = B.f != 0.0f;
+  NEXT();
+L_D2B:
+  A.i = B.d != 0.0;
+  NEXT();
+L_I2H:
+  A.p = reinterpret_cast<void*>(static_cast<intptr_t>(B.i));
+  NEXT();
+L_H2I:
+  A.i = static_cast<int32_t>(reinterpret_cast<intptr_t>(B.p));
+  NEXT();
+L_H2B:
+  A.i = static_cast<int32_t>(reinterpret_cast<intptr_t>(B.p)) != 0;
+  NEXT();
+
+L_LtI:
+  A.i = B.i < C.i;
+  NEXT();
+L_LeI:
+  A.i = B.i <= C.i;
+  NEXT();
+L_EqI:
+  A.i = B.i == C.i;
+  NEXT();
+L_NeI:
+  A.i = B.i != C.i;
+  NEXT();
+L_LtIK:
+  A.i = B.i < IMM;
+  NEXT();
+L_LeIK:
+  A.i = B.i <= IMM;
+  NEXT();
+L_GtIK:
+  A.i = B.i > IMM;
+  NEXT();
+L_GeIK:
+  A.i = B.i >= IMM;
+  NEXT();
+L_EqIK:
+  A.i = B.i == IMM;
+  NEXT();
+L_NeIK:
+  A.i = B.i != IMM;
+  NEXT();
+L_LtD:
+  A.i = B.d < C.d;
+  NEXT();
+L_LeD:
+  A.i = B.d <= C.d;
+  NEXT();
+L_EqD:
+  A.i = B.d == C.d;
+  NEXT();
+L_NeD:
+  A.i = B.d != C.d;
+  NEXT();
+
+L_Jmp:
+  pc += pc->Wide();
+  DISPATCH();
+L_Loop:
+  if (wake_->load(std::memory_order_relaxed) != 0) goto interrupted;
+  pc += pc->Wide();
+  DISPATCH();
+L_JF:
+  pc += A.i == 0 ? pc->Wide() : 1;
+  DISPATCH();
+L_JT:
+  pc += A.i != 0 ? pc->Wide() : 1;
+  DISPATCH();
+L_JLtI:
+  JUMP_IF(A.i < B.i);
+L_JLeI:
+  JUMP_IF(A.i <= B.i);
+L_JEqI:
+  JUMP_IF(A.i == B.i);
+L_JNeI:
+  JUMP_IF(A.i != B.i);
+L_JLtIK:
+  JUMP_IF(A.i < static_cast<int16_t>(pc->b));
+L_JLeIK:
+  JUMP_IF(A.i <= static_cast<int16_t>(pc->b));
+L_JGtIK:
+  JUMP_IF(A.i > static_cast<int16_t>(pc->b));
+L_JGeIK:
+  JUMP_IF(A.i >= static_cast<int16_t>(pc->b));
+L_JEqIK:
+  JUMP_IF(A.i == static_cast<int16_t>(pc->b));
+L_JNeIK:
+  JUMP_IF(A.i != static_cast<int16_t>(pc->b));
+L_JLtD:
+  JUMP_IF(A.d < B.d);
+L_JLeD:
+  JUMP_IF(A.d <= B.d);
+L_JEqD:
+  JUMP_IF(A.d == B.d);
+L_JNeD:
+  JUMP_IF(A.d != B.d);
+L_JNltD:
+  JUMP_IF(!(A.d < B.d));
+L_JNleD:
+  JUMP_IF(!(A.d <= B.d));
+
+L_Concat:
+  SAVE();
+  A.s = StrBuf::Join(TextOf(B.s), TextOf(C.s));
+  NEXT();
+L_Append:
+  SAVE();
+  AppendText(A.s, TextOf(B.s));
+  NEXT();
+L_AppendP:
+  SAVE();
+  AppendText(static_cast<Cell*>(A.p)->s, TextOf(B.s));
+  NEXT();
+L_AppendT:
+  SAVE();
+  AppendAsText(A.s, KindIn(pc->c), B);
+  NEXT();
+L_Text : {
+  SAVE();
+  StrBuf* text = nullptr;
+  AppendAsText(text, KindIn(pc->c), B);
+  A.s = text;
+  NEXT();
+}
+L_SCmp:
+  SAVE();
+  A.i = CompareTexts(B.s, C.s);
+  NEXT();
+L_SEq:
+  SAVE();
+  A.i = SameText(B.s, C.s);
+  NEXT();
+L_SNe:
+  SAVE();
+  A.i = !SameText(B.s, C.s);
+  NEXT();
+L_S2C:
+  A.i = CellToChar(Kind::String, B);
+  NEXT();
+L_S2B:
+  A.i = CellToChar(Kind::String, B) != 0;
+  NEXT();
+L_Chars2S : {
+  SAVE();
+  Cell text = ZeroCell();
+  Cell array = B;
+  CHECK(ConvertCell(*TypeDesc::Of(Kind::String), *TypeDesc::ArrayOf(TypeDesc::Of(Kind::Char)),
+                    array, text));
+  A = text;
+  NEXT();
+}
+
+L_LdG : {
+  GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
+  if (slot.epoch == state_.epoch && slot.cell != nullptr) {
+    A = *slot.cell;
+  } else {
+    SAVE();
+    CHECK(LoadGlobal(slot, A));
+  }
+  NEXT();
+}
+L_StG : {
+  GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
+  if (slot.epoch == state_.epoch && slot.cell != nullptr) {
+    *slot.cell = A;
+  } else {
+    SAVE();
+    CHECK(StoreGlobal(slot, A, false));
+  }
+  NEXT();
+}
+L_StGO:
+  SAVE();
+  CHECK(StoreGlobal(const_cast<GlobalSlot&>(code->globals[pc->b]), A, false));
+  NEXT();
+L_StGT:
+  SAVE();
+  CHECK(StoreGlobal(const_cast<GlobalSlot&>(code->globals[pc->b]), A, true));
+  NEXT();
+L_LeaG:
+  SAVE();
+  CHECK(GlobalAddress(const_cast<GlobalSlot&>(code->globals[pc->b]), A));
+  NEXT();
+L_VarG : {
+  GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
+  SAVE();
+  CHECK(slot.epoch == state_.epoch || ResolveGlobal(slot));
+  A.v = slot.variable->Duplicate();
+  NEXT();
+}
+
+L_LdV : {
+  Variable* variable = B.v;
+  if (variable != nullptr && VariableAccess::KindOf(*variable) == KindIn(pc->c) &&
+      !VariableAccess::IsReference(*variable)) {
+    A = VariableAccess::CellOf(*variable);
+  } else {
+    SAVE();
+    CHECK(LoadObject(*code, R, *pc));
+  }
+  NEXT();
+}
+L_StV : {
+  Variable* variable = B.v;
+  if (variable != nullptr && VariableAccess::KindOf(*variable) == KindIn(pc->c) &&
+      !VariableAccess::IsReference(*variable)) {
+    VariableAccess::CellOf(*variable) = A;
+  } else {
+    SAVE();
+    CHECK(StoreObject(*code, R, *pc, false));
+  }
+  NEXT();
+}
+L_StVO:
+  SAVE();
+  CHECK(StoreObject(*code, R, *pc, false));
+  NEXT();
+L_StVT:
+  SAVE();
+  CHECK(StoreObject(*code, R, *pc, true));
+  NEXT();
+L_LeaV : {
+  SAVE();
+  Variable* variable = LocalObject(*code, R, pc->b, true);
+  CHECK(variable != nullptr);
+  if (KindOf(*variable) != KindIn(pc->c)) {
+    Raise(ERR_ASSIGNMISMATCH, variable->OwnName().View());
+    goto fail;
+  }
+  A.p = CellOf(*variable);
+  NEXT();
+}
+L_VarV : {
+  SAVE();
+  Variable* variable = LocalObject(*code, R, pc->b, false);
+  CHECK(variable != nullptr);
+  A.v = variable->Duplicate();
+  NEXT();
+}
+L_DeclV:
+L_DeclO:
+  SAVE();
+  Declare(*code, R, *pc);
+  NEXT();
+
+L_VarN : {
+  SAVE();
+  Variable* variable = FindByName(code->names[pc->b]);
+  CHECK(variable != nullptr);
+  A.v = variable->Duplicate();
+  NEXT();
+}
+L_LeaN : {
+  SAVE();
+  Variable* variable = FindByName(code->names[pc->b]);
+  CHECK(variable != nullptr);
+  if (!TypeOf(*variable)->IsSame(*code->types[pc->c])) {
+    Raise(ERR_ASSIGNMISMATCH, code->names[pc->b].View());
+    goto fail;
+  }
+  A.p = CellOf(*variable);
+  NEXT();
+}
+L_LdVar:
+  SAVE();
+  CHECK(LoadVariableAs(*code->types[pc->c], *B.v, A));
+  NEXT();
+
+#define ARRAY_GET(Type, field)                                           \
+  {                                                                      \
+    ArrayData* array = B.a;                                              \
+    uint32_t at = static_cast<uint32_t>(C.i) - 1;                        \
+    if (array != nullptr && at < array->Count() && !array->HasBoxes()) { \
+      A.field = array->Data<Type>()[at];                                 \
+    } else {                                                             \
+      SAVE();                                                            \
+      CHECK(ElementAt(array, C.i, A));                                   \
+    }                                                                    \
+    NEXT();                                                              \
+  }
+L_AGet8:
+  ARRAY_GET(int8_t, i)
+L_AGet32:
+  ARRAY_GET(int32_t, i)
+L_AGet64:
+  ARRAY_GET(uint64_t, bits)
+L_AGetA:
+  SAVE();
+  CHECK(ElementAsVariable(B.a, C.i, A));
+  NEXT();
+
+#define ARRAY_SET(cell, Type, field)                                                           \
+  {                                                                                            \
+    Cell& place = (cell);                                                                      \
+    ArrayData* array = place.a;                                                                \
+    uint32_t at = static_cast<uint32_t>(B.i) - 1;                                              \
+    if (array != nullptr && at < array->Count() && !array->IsShared() && !array->HasBoxes()) { \
+      array->Data<Type>()[at] = static_cast<Type>(C.field);                                    \
+    } else {                                                                                   \
+      SAVE();                                                                                  \
+      CHECK(StoreElement(place, B.i, C));                                                      \
+    }                                                                                          \
+    NEXT();                                                                                    \
+  }
+L_ASet8:
+  ARRAY_SET(A, int8_t, i)
+L_ASet32:
+  ARRAY_SET(A, int32_t, i)
+L_ASet64:
+  ARRAY_SET(A, uint64_t, bits)
+L_ASetP8:
+  ARRAY_SET(*static_cast<Cell*>(A.p), int8_t, i)
+L_ASetP32:
+  ARRAY_SET(*static_cast<Cell*>(A.p), int32_t, i)
+L_ASetP64:
+  ARRAY_SET(*static_cast<Cell*>(A.p), uint64_t, bits)
+L_ASetPO : {
+  SAVE();
+  Cell& place = *static_cast<Cell*>(A.p);
+  Cell unused = ZeroCell();
+  CHECK(ElementAddress(place, B.i, unused));
+  Cell value = CopyCell(place.a->StorageKind(), C);
+  CHECK(StoreElement(place, B.i, value));
+  NEXT();
+}
+L_ASetPT:
+  SAVE();
+  CHECK(StoreElement(*static_cast<Cell*>(A.p), B.i, C));
+  NEXT();
+L_SGet : {
+  StructData* data = B.st;
+  A = data->HasBoxes() ? data->Peek(pc->c) : data->Cells()[pc->c];
+  NEXT();
+}
+L_SSetP : {
+  SAVE();
+  StructData* data = Unshare(static_cast<Cell*>(A.p)->st);
+  *data->Slot(pc->b) = C;
+  NEXT();
+}
+L_SSetPO : {
+  SAVE();
+  StructData* data = Unshare(static_cast<Cell*>(A.p)->st);
+  Kind kind = data->Layout()->Members()[pc->b].type->GetKind();
+  data->Put(pc->b, CopyCell(kind, C));
+  NEXT();
+}
+L_SSetPT : {
+  SAVE();
+  StructData* data = Unshare(static_cast<Cell*>(A.p)->st);
+  data->Put(pc->b, C);
+  NEXT();
+}
+L_LeaL:
+  A.p = &B;
+  NEXT();
+L_LeaM:
+  SAVE();
+  A.p = Unshare(static_cast<Cell*>(B.p)->st)->Slot(pc->c);
+  NEXT();
+L_LeaE:
+  SAVE();
+  CHECK(ElementAddress(*static_cast<Cell*>(B.p), C.i, A));
+  NEXT();
+L_BoxM:
+  SAVE();
+  A.v = Unshare(static_cast<Cell*>(B.p)->st)->Box(pc->c)->Duplicate();
+  NEXT();
+L_BoxE:
+  SAVE();
+  CHECK(BoxElement(*static_cast<Cell*>(B.p), C.i, A));
+  NEXT();
+L_ChkE:
+  if (A.a == nullptr || static_cast<uint32_t>(B.i) - 1 >= A.a->Count()) {
+    Raise(ERR_VARARRAYBOUNDS, "");
+    goto fail;
+  }
+  NEXT();
+L_AGrow:
+  SAVE();
+  CHECK(ResizeCell(*static_cast<Cell*>(A.p), *code->types[pc->c], B.i));
+  NEXT();
+L_AShrink:
+  SAVE();
+  CHECK(ResizeCell(*static_cast<Cell*>(A.p), *code->types[pc->c], -int64_t{B.i}));
+  NEXT();
+L_AAppend:
+  SAVE();
+  CHECK(AppendCell(*static_cast<Cell*>(A.p), code->appends[pc->c], B));
+  NEXT();
+L_VarOp:
+  SAVE();
+  CHECK(ChangeVariable(*A.v, code->appends[pc->c], B));
+  NEXT();
+L_ASize:
+  A.i = B.a == nullptr ? 0 : static_cast<int32_t>(B.a->Count());
+  NEXT();
+
+L_Push:
+  SAVE();
+  stack_->PushCell(KindIn(pc->b), A);
+  NEXT();
+L_PushO : {
+  SAVE();
+  Kind kind = KindIn(pc->b);
+  if (kind == Kind::String) {
+    if (A.s != nullptr) Retain(A.s);
+    stack_->PushCell(kind, A);
+  } else {
+    stack_->PushTyped(*code->types[pc->c], CopyCell(kind, A));
+  }
+  NEXT();
+}
+L_PushT:
+  SAVE();
+  if (KindIn(pc->b) == Kind::String)
+    stack_->PushCell(Kind::String, A);
+  else
+    stack_->PushTyped(*code->types[pc->c], A);
+  NEXT();
+L_PushV:
+  SAVE();
+  stack_->PushVariable(A.v);
+  NEXT();
+L_Exec:
+  SAVE();
+  CHECK(Execute(pc->b, A));
+  NEXT();
+L_PopTo:
+  SAVE();
+  A.v = stack_->PopVariable();
+  NEXT();
+L_AnyTo : {
+  SAVE();
+  const TypeDesc& type = *code->types[pc->c];
+  Cell value = ZeroCell();
+  if (!ConvertCell(type, *TypeOf(*B.v), *CellOf(*B.v), value)) {
+    Raise(ERR_ASSIGNMISMATCH, "");
+    goto fail;
+  }
+  A = value;
+  NEXT();
+}
+L_AnyInt:
+  A.i = B.v->GetIntegerValue();
+  NEXT();
+L_AssignV:
+  SAVE();
+  CHECK(AssignTo(*A.v, *code->types[pc->c], B));
+  NEXT();
+
+L_ClrErr:
+  state_.errorCode = 0;
+  NEXT();
+L_Call : {
+  if (wake_->load(std::memory_order_relaxed) != 0) {
+    ReleaseArguments(*code->procedures[pc->b], R + pc->a);
+    goto interrupted;
+  }
+  SAVE();
+  CHECK(PushCall(*code->procedures[pc->b], R + pc->a));
+  RELOAD();
+  DISPATCH();
+}
+L_ChkRef:
+  SAVE();
+  CHECK(HasExactType(*A.v, *code->types[pc->b]));
+  NEXT();
+L_CallN : {
+  SAVE();
+  const CallSite& site = code->sites[pc->b];
+  bool done = CallFunction(site, A);
+  // A built-in may have run a script procedure, and so have moved the frames.
+  frame = &frames_[frameCount_ - 1];
+  CHECK(done);
+  if (state_.stopFlag || unwinding_) goto stopped;
+  NEXT();
+}
+L_ChkErr:
+  if (state_.errorCode == 0) NEXT();
+  SAVE();
+  if (ApplyPolicy(false) == After::Leave) return status_;
+  RELOAD();
+  DISPATCH();
+
+L_Ret : {
+  Cell value = A;
+  LeaveFrame(*frame);
+  if (frame->boundary) {
+    --frameCount_;
+    result_ = value;
+    return PROCSTATUS_ENDED;
+  }
+  *frame->result = value;
+  --frameCount_;
+  RELOAD();
+  NEXT();
+}
+L_RetT : {
+  Cell value = A;
+  LeaveFrame(*frame);
+  bool boundary = frame->boundary;
+  Cell* result = frame->result;
+  --frameCount_;
+  if (boundary) {
+    result_ = value;
+    return PROCSTATUS_ENDED;
+  }
+  *result = value;
+  RELOAD();
+  NEXT();
+}
+L_RetDef : {
+  SAVE();
+  const TypeDesc& type = *code->returnType;
+  Cell value = type.GetKind() == Kind::EString ? ZeroCell() : DefaultCell(type);
+  LeaveFrame(*frame);
+  bool boundary = frame->boundary;
+  Cell* result = frame->result;
+  --frameCount_;
+  if (boundary) {
+    result_ = value;
+    return PROCSTATUS_ENDED;
+  }
+  *result = value;
+  RELOAD();
+  NEXT();
+}
+L_RetV : {
+  LeaveFrame(*frame);
+  bool boundary = frame->boundary;
+  --frameCount_;
+  if (boundary) return PROCSTATUS_ENDED;
+  RELOAD();
+  NEXT();
+}
+L_CallScript:
+  SAVE();
+  state_.CallScript(KelString(TextOf(A.s)));
+  frame = &frames_[frameCount_ - 1];
+  if (state_.IsStopRequested()) goto interrupted;
+  if (state_.errorCode != 0) goto fail;
+  NEXT();
+L_Exit:
+  goto interrupted;
+L_Fail:
+  Raise(code->constants[static_cast<uint32_t>(pc->Wide())].i, code->texts[pc->a]);
+  goto fail;
+L_Stat:
+  frame->statementCount += static_cast<uint32_t>(pc->Wide());
+  NEXT();
+L_Param : {
+  SAVE();
+  // All of them, even when one fails: whoever leaves the procedure expects objects.
+  bool whole = WrapParameter(*code, R, pc->a);
+  for (; pc[1].op == Op::Param; ++pc) whole &= WrapParameter(*code, R, pc[1].a);
+  CHECK(whole || Raise(ERR_NOMEMORY, ""));
+  NEXT();
+}
+
+remainderByZero:
+  SAVE();
+  // The language leaves this one to the processor, on purpose: the fault is delivered as such, and
+  // only a host that handles it sees what follows.
+  kel::RaiseArithmeticFault();
+divideByZero:
+  Raise(ERR_DIVIDEBYZERO, "");
+  leftZero_ = true;
+fail:
+  SAVE();
+  if (ApplyPolicy(true) == After::Leave) return status_;
+  RELOAD();
+  DISPATCH();
+interrupted:
+  state_.stopFlag = true;
+stopped:
+  SAVE();
+  UnwindAll(unwinding_ ? PROCSTATUS_FAILED : PROCSTATUS_ENDED);
+  return status_;
+}
+
+}  // namespace tamber

@@ -1,0 +1,389 @@
+#include <string>
+
+#include "context/contextstate.h"
+#include "engine/arith.h"
+#include "machine/machine.h"
+#include "machine/shape.h"
+#include "statements/procedure.h"
+#include "values/arraydata.h"
+#include "values/cellops.h"
+#include "values/errcodes.h"
+#include "values/strbuf.h"
+#include "values/structdata.h"
+#include "values/varestring.h"
+
+namespace tamber {
+namespace {
+
+/// Puts a new value into a cell and lets go of the old one afterwards, which may be part of it.
+void Exchange(Kind kind, Cell& place, Cell value) { StoreCell(kind, place, value); }
+
+}  // namespace
+
+bool Machine::ResolveGlobal(GlobalSlot& slot) {
+  Variable* variable = nullptr;
+  for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_EXTERNAL, VARLIST_CONSTANT}) {
+    bool known =
+        scope != VARLIST_CONSTANT || state_.context.PeekConstant(slot.name.View()) != nullptr;
+    VarList* list = known ? state_.Scope(scope) : nullptr;
+    if (list == nullptr) continue;
+    uint32_t at = list->FindVariable(slot.name);
+    if (at == VarList::kNotFound) continue;
+    variable = list->GetVariable(at);
+    break;
+  }
+  if (variable == nullptr) return Raise(ERR_VARNOTDECLARED, slot.name.View());
+  slot.variable = variable;
+  slot.cell = HasLayoutOf(*variable, *slot.type) ? CellOf(*variable) : nullptr;
+  slot.epoch = state_.epoch;
+  return true;
+}
+
+Variable* Machine::FindByName(const Name& name) {
+  int32_t local = FindLocal(name.View());
+  if (local >= 0) return GetLocal(static_cast<uint32_t>(local));
+  GlobalSlot slot;
+  slot.name = name;
+  slot.type = TypeDesc::Of(Kind::Any);
+  return ResolveGlobal(slot) ? slot.variable : nullptr;
+}
+
+bool Machine::LoadVariableAs(const TypeDesc& type, Variable& variable, Cell& out) {
+  Cell value = ZeroCell();
+  if (!ConvertCell(type, *TypeOf(variable), *CellOf(variable), value))
+    return Raise(ERR_ASSIGNMISMATCH, variable.OwnName().View());
+  out = value;
+  return true;
+}
+
+bool Machine::LoadGlobal(GlobalSlot& slot, Cell& out) {
+  if (slot.epoch != state_.epoch && !ResolveGlobal(slot)) return false;
+  if (slot.cell != nullptr) {
+    out = *slot.cell;
+    return true;
+  }
+  // The host has put a variable of another type in its place.
+  Cell value = ZeroCell();
+  if (!LoadVariableAs(*slot.type, *slot.variable, value)) return false;
+  if (IsManaged(slot.type->GetKind())) converted_.emplace_back(slot.type->GetKind(), value);
+  out = value;
+  return true;
+}
+
+bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
+  if (slot.epoch != state_.epoch && !ResolveGlobal(slot))
+    return Raise(ERR_NOEXTERNVAR, slot.name.View());
+  Kind kind = slot.type->GetKind();
+  if (slot.cell != nullptr) {
+    if (IsManaged(kind))
+      Exchange(kind, *slot.cell, take ? value : CopyCell(kind, value));
+    else
+      *slot.cell = value;
+    return true;
+  }
+  if (!AssignTo(*slot.variable, *slot.type, value)) return false;
+  if (take) ReleaseCell(kind, value);
+  return true;
+}
+
+bool Machine::GlobalAddress(GlobalSlot& slot, Cell& out) {
+  if (slot.epoch != state_.epoch && !ResolveGlobal(slot))
+    return Raise(ERR_NOEXTERNVAR, slot.name.View());
+  if (slot.cell == nullptr) return Raise(ERR_ASSIGNMISMATCH, slot.name.View());
+  out.p = slot.cell;
+  return true;
+}
+
+Variable* Machine::LocalObject(const Code& code, Cell* registers, uint32_t slot, bool storing) {
+  if (registers[slot].v != nullptr) return registers[slot].v;
+  // Its declaration has not run, so the name means what it means outside.
+  GlobalSlot outer;
+  outer.name = code.procedure->Locals().At(slot).name;
+  outer.type = TypeDesc::Of(Kind::Any);
+  if (ResolveGlobal(outer)) return outer.variable;
+  if (storing) Raise(ERR_NOEXTERNVAR, outer.name.View());
+  return nullptr;
+}
+
+bool Machine::LoadObject(const Code& code, Cell* registers, const Instr& at) {
+  Variable* variable = LocalObject(code, registers, at.b, false);
+  if (variable == nullptr) return false;
+  const TypeDesc& type = *code.procedure->Locals().At(at.b).type;
+  if (HasLayoutOf(*variable, type)) {
+    registers[at.a] = *CellOf(*variable);
+    return true;
+  }
+  Cell value = ZeroCell();
+  if (!LoadVariableAs(type, *variable, value)) return false;
+  if (IsManaged(type.GetKind())) converted_.emplace_back(type.GetKind(), value);
+  registers[at.a] = value;
+  return true;
+}
+
+bool Machine::StoreObject(const Code& code, Cell* registers, const Instr& at, bool take) {
+  Variable* variable = LocalObject(code, registers, at.b, true);
+  if (variable == nullptr) return false;
+  const TypeDesc& type = *code.procedure->Locals().At(at.b).type;
+  Kind kind = type.GetKind();
+  Cell value = registers[at.a];
+  if (!HasLayoutOf(*variable, type)) {
+    if (!AssignTo(*variable, type, value)) return false;
+    if (take) ReleaseCell(kind, value);
+  } else if (IsManaged(kind)) {
+    Exchange(kind, *CellOf(*variable), take ? value : CopyCell(kind, value));
+  } else {
+    *CellOf(*variable) = value;
+  }
+  return true;
+}
+
+bool Machine::HasExactType(Variable& variable, const TypeDesc& type) {
+  return HasLayoutOf(variable, type) || Raise(ERR_EXPRPARMTYPE, variable.OwnName().View());
+}
+
+bool Machine::AssignTo(Variable& target, const TypeDesc& type, Cell value) {
+  Variable* outer = target.Dereference();
+  Variable& variable = outer != nullptr ? *outer : target;
+  if (KindOf(variable) == Kind::EString && type.GetKind() == Kind::String) {
+    // The setter of hosts would keep quiet about a text that cannot be enciphered.
+    static_cast<VarEString&>(variable).SetPlain(TextOf(value.s));
+    return true;
+  }
+  // A value of unknown type is a variable, and it is that variable's value that counts.
+  TypeRef from = type.GetKind() == Kind::Any ? TypeOf(*value.v) : TypeRef(&type);
+  const Cell& source = type.GetKind() == Kind::Any ? *CellOf(*value.v) : value;
+  TypeRef to = TypeOf(variable);
+  Cell converted = ZeroCell();
+  if (!ConvertCell(*to, *from, source, converted))
+    return Raise(ERR_ASSIGNMISMATCH, target.OwnName().View());
+  Exchange(to->GetKind(), *CellOf(variable), converted);
+  return true;
+}
+
+void Machine::Declare(const Code& code, Cell* registers, const Instr& at) {
+  const Local& local = code.procedure->Locals().At(at.a);
+  Kind kind = local.type->GetKind();
+  Cell fresh = DefaultCell(*local.type);
+  if (local.arraySize > 0) ResizeCell(fresh, *local.type, local.arraySize);
+  if (at.op == Op::DeclO) {
+    Exchange(kind, registers[at.a], fresh);
+    return;
+  }
+  Variable*& object = registers[at.a].v;
+  if (object == nullptr) {
+    object = MakeVariable(local.type, local.name, fresh);
+    return;
+  }
+  AssignTo(*object, *local.type, fresh);
+  ReleaseCell(kind, fresh);
+}
+
+void Machine::SweepArray(ArrayData& array) {
+  // Deeper down a built-in may hold an element without having said so.
+  if (nativeDepth_ <= 1) array.SweepBoxes();
+}
+
+bool Machine::ElementAt(ArrayData* array, int32_t index, Cell& out) {
+  uint32_t at = static_cast<uint32_t>(index) - 1;
+  if (array == nullptr || at >= array->Count()) return Raise(ERR_VARARRAYBOUNDS, "");
+  if (array->HasBoxes()) SweepArray(*array);
+  out = array->Peek(at);
+  return true;
+}
+
+bool Machine::ElementAsVariable(ArrayData* array, int32_t index, Cell& out) {
+  Cell value = ZeroCell();
+  if (!ElementAt(array, index, value)) return false;
+  Kind kind = array->StorageKind();
+  if (kind == Kind::Any)
+    out.v = value.v->Clone();
+  else
+    out.v = MakeVariable(array->ElementType(), Name(), CopyCell(kind, value));
+  return true;
+}
+
+bool Machine::StoreElement(Cell& place, int32_t index, Cell value) {
+  uint32_t at = static_cast<uint32_t>(index) - 1;
+  if (place.a == nullptr || at >= place.a->Count()) return Raise(ERR_VARARRAYBOUNDS, "");
+  ArrayData* array = Unshare(place.a, place.a->ElementType());
+  if (array->HasBoxes()) SweepArray(*array);
+  array->Put(at, value);
+  return true;
+}
+
+bool Machine::ElementAddress(Cell& place, int32_t index, Cell& out) {
+  uint32_t at = static_cast<uint32_t>(index) - 1;
+  if (place.a == nullptr || at >= place.a->Count()) return Raise(ERR_VARARRAYBOUNDS, "");
+  ArrayData* array = Unshare(place.a, place.a->ElementType());
+  if (array->HasBoxes()) SweepArray(*array);
+  out.p = array->HasBoxes() ? CellOf(*array->Box(at)) : array->Data<Cell>() + at;
+  return true;
+}
+
+bool Machine::BoxElement(Cell& place, int32_t index, Cell& out) {
+  uint32_t at = static_cast<uint32_t>(index) - 1;
+  if (place.a == nullptr || at >= place.a->Count()) return Raise(ERR_VARARRAYBOUNDS, "");
+  ArrayData* array = Unshare(place.a, place.a->ElementType());
+  if (array->HasBoxes()) SweepArray(*array);
+  out.v = array->Box(at)->Duplicate();
+  return true;
+}
+
+bool Machine::ResizeCell(Cell& place, const TypeDesc& type, int64_t delta) {
+  const TypeRef& element = place.a != nullptr ? place.a->ElementType() : type.Element();
+  if (delta == 0 || !element) return true;
+  ArrayData* array = Unshare(place.a, TypeRef(element));
+  int64_t size = std::max<int64_t>(0, int64_t{array->Count()} + delta);
+  array->Resize(static_cast<uint64_t>(size));
+  return true;
+}
+
+bool Machine::AppendCell(Cell& place, const AppendSite& site, Cell value) {
+  bool any = site.value->GetKind() == Kind::Any;
+  TypeRef from = any ? TypeOf(*value.v) : site.value;
+  const Cell& source = any ? *CellOf(*value.v) : value;
+  // An array that has no element type yet takes that of its first element.
+  TypeRef element = place.a != nullptr && place.a->ElementType() ? place.a->ElementType()
+                    : site.array->Element()                      ? site.array->Element()
+                                                                 : from;
+  Cell added = ZeroCell();
+  if (!ConvertCell(*element, *from, source, added)) return Raise(ERR_ASSIGNMISMATCH, "");
+  ArrayData* array = Unshare(place.a, element);
+  if (!array->ElementType()) array->SetElementType(element);
+  array->Append(added);
+  return true;
+}
+
+bool Machine::ChangeVariable(Variable& target, const AppendSite& site, Cell value) {
+  Variable* outer = target.Dereference();
+  Variable& variable = outer != nullptr ? *outer : target;
+  if (!variable.IsArray()) return true;
+  Cell& place = *CellOf(variable);
+  TypeRef type = TypeOf(variable);
+  switch (site.array->GetKind()) {
+    case Kind::Int:
+      return ResizeCell(place, *type, value.i);
+    case Kind::Char:
+      return ResizeCell(place, *type, -int64_t{value.i});
+    default:
+      return AppendCell(place, {type, site.value}, value);
+  }
+}
+
+bool Machine::Execute(int32_t operatorIndex, Cell& out) {
+  state_.context.SetCaseSwitch(IsCaseSensitive());
+  bool done = state_.context.ExecuteOperator(operatorIndex, stack_) != 0;
+  int32_t error = state_.context.GetOperatorError();
+  if (!done || error != 0) {
+    leftZero_ = error == ERR_DIVIDEBYZERO;
+    return Raise(error, state_.context.GetOperatorErrorText().View());
+  }
+  out.v = stack_->PopVariable();
+  return true;
+}
+
+bool Machine::TakeResult(const CallSite& site, uint32_t height, Cell& out) {
+  if (stack_->GetSize() <= height) {
+    const TypeRef& type = site.function->ReturnType();
+    out = site.resultKind == Kind::Any ? Cell{.v = MakeVariable(type, Name())} : DefaultCell(*type);
+    return true;
+  }
+  if (site.resultKind == Kind::Any) {
+    out.v = stack_->PopVariable();
+  } else {
+    const StackEntry& top = stack_->Peek(0);
+    if (top.kind == site.resultKind) {
+      out = top.cell;
+      const TypeDesc* held = top.type;
+      stack_->Forget();
+      if (held != nullptr) held->Release();
+    } else {
+      StackEntry entry = stack_->Take();
+      TypeRef from = entry.kind == Kind::Any ? TypeOf(*entry.cell.v)
+                     : entry.type != nullptr ? TypeRef(entry.type)
+                                             : TypeDesc::Of(entry.kind);
+      const Cell& source = entry.kind == Kind::Any ? *CellOf(*entry.cell.v) : entry.cell;
+      const TypeDesc& to = site.resultKind == Kind::String ? *TypeDesc::Of(Kind::String)
+                                                           : *site.function->ReturnType();
+      bool fits = ConvertCell(to, *from, source, out);
+      Stack::Release(entry);
+      if (!fits) out = DefaultCell(to);
+    }
+  }
+  stack_->CutTo(height);
+  return true;
+}
+
+bool Machine::CallFunction(const CallSite& site, Cell& out) {
+  const TamberFunction& function = *site.function;
+  if (stack_->GetSize() < site.arguments)
+    return Raise(ERR_EXPRFUNCPARCOUNT, function.GetName().View());
+  uint32_t height = stack_->GetSize() - site.arguments;
+  Stack* stack = stack_;
+  FunctionCallInfo call{&state_.context, stack, 0, KelString(), function.Target()};
+  if (!function.IsImplemented()) {
+    stack->CutTo(height);
+  } else {
+    try {
+      if (function.GetImplementation() != nullptr)
+        function.GetImplementation()(&call);
+      else
+        function.GetExtendedImplementation()(&call, &state_.context);
+    } catch (const std::bad_alloc&) {
+      call.errorCode = ERR_NOMEMORY;
+    } catch (const std::exception& failure) {
+      call.errorCode = ERR_INTERNAL;
+      call.errorText = function.GetName() + ": " + failure.what();
+    } catch (...) {
+      call.errorCode = ERR_INTERNAL;
+      call.errorText = function.GetName();
+    }
+  }
+  if (call.errorCode != 0) {
+    state_.context.SetContextError(call.errorCode, call.errorText);
+    failedCall_ = frames_[frameCount_ - 1].pc;
+  }
+  if (state_.IsStopRequested()) state_.stopFlag = true;
+  if (unwinding_ || state_.stopFlag || state_.errorCode >= kFirstFatalError) {
+    // Nothing takes the result any more.
+    if (stack->GetSize() > height) stack->CutTo(height);
+    return state_.errorCode < kFirstFatalError;
+  }
+  return TakeResult(site, height, out);
+}
+
+bool Machine::IsCaseSensitive() {
+  const Code* code = frames_[frameCount_ - 1].code;
+  if (code->procedure == nullptr) {
+    Frame* scope = ScopeFrame();
+    code = scope != nullptr ? scope->code : nullptr;
+  }
+  if ((code != nullptr && code->ownsCaseSwitch) || !extraLocals_.empty())
+    return state_.context.GetSwitch("StrCase") != 0;
+  if (caseSwitch_.epoch != state_.epoch) {
+    int32_t error = state_.errorCode;
+    if (!ResolveGlobal(caseSwitch_)) {
+      // The host has removed it; that is no error of the script's.
+      state_.errorCode = error;
+      return false;
+    }
+  }
+  return (caseSwitch_.cell != nullptr ? caseSwitch_.cell->i
+                                      : caseSwitch_.variable->GetIntegerValue()) != 0;
+}
+
+void Machine::AppendAsText(StrBuf*& slot, Kind kind, Cell value) {
+  std::string text;
+  AppendCellText(text, kind, value);
+  AppendText(slot, text);
+}
+
+bool Machine::SameText(const StrBuf* a, const StrBuf* b) {
+  return a == b || CompareTexts(a, b) == 0;
+}
+
+int32_t Machine::CompareTexts(const StrBuf* a, const StrBuf* b) {
+  return CompareText(TextOf(a), TextOf(b), IsCaseSensitive());
+}
+
+}  // namespace tamber

@@ -1,0 +1,137 @@
+#include "statements/localfacts.h"
+
+#include <map>
+
+#include "expr/exprfunc.h"
+#include "expr/exprproc.h"
+#include "expr/exprvar.h"
+#include "kel/kelascii.h"
+#include "statements/procedure.h"
+#include "statements/statdecl.h"
+#include "statements/statexpr.h"
+#include "statements/statgoto.h"
+#include "statements/statpopvar.h"
+#include "statements/statpushvar.h"
+
+namespace tamber {
+namespace {
+
+/// Locals of these names are switches that the engine looks up while the procedure runs.
+bool IsSwitch(std::string_view name) {
+  return kel::EqualsNoCase(name, "StrCase") || kel::EqualsNoCase(name, "IntBase") ||
+         kel::EqualsNoCase(name, "ErrHandler");
+}
+
+class FactFinder {
+ public:
+  FactFinder(const TamberProcedure& procedure, bool observed)
+      : procedure_(procedure), locals_(procedure.Locals()) {
+    facts_.byName = observed;
+    facts_.object.assign(locals_.Count(), false);
+    declared_.assign(locals_.Count(), false);
+  }
+
+  LocalFacts Find() {
+    for (uint32_t slot = 0; slot < locals_.Count(); ++slot) {
+      const Local& local = locals_.At(slot);
+      declared_[slot] = local.isParameter;
+      if (local.isReference || local.type->GetKind() == Kind::EString ||
+          IsSwitch(local.name.View()))
+        facts_.object[slot] = true;
+    }
+    const StatementList& statements = procedure_.Statements();
+    for (uint32_t i = 1; i <= statements.GetCount(); ++i) {
+      Merge(i);
+      Visit(statements.Get(i), i);
+    }
+    if (facts_.byName) facts_.object.assign(locals_.Count(), true);
+    return std::move(facts_);
+  }
+
+ private:
+  /// What is declared when control comes to a statement: on every way to it. Only forward jumps
+  /// need a look: a jump back comes from below declarations, never from above them.
+  void Merge(uint32_t statement) {
+    auto jumps = pending_.find(statement);
+    if (jumps == pending_.end()) return;
+    for (size_t slot = 0; slot < declared_.size(); ++slot)
+      declared_[slot] = (!reachable_ || declared_[slot]) && jumps->second[slot];
+    reachable_ = true;
+    pending_.erase(jumps);
+  }
+
+  void JumpTo(uint32_t target) {
+    auto [at, isNew] = pending_.try_emplace(target, declared_);
+    if (isNew) return;
+    for (size_t slot = 0; slot < declared_.size(); ++slot)
+      at->second[slot] = at->second[slot] && declared_[slot];
+  }
+
+  void Visit(const StatementBase& statement, uint32_t index) {
+    if (const auto* jump = dynamic_cast<const StatementGoto*>(&statement)) {
+      int64_t target = int64_t{index} + jump->GetOffset();
+      if (jump->GetOffset() > 0 && reachable_) JumpTo(static_cast<uint32_t>(target));
+      if (!jump->IsConditional()) reachable_ = false;
+    } else if (const auto* declare = dynamic_cast<const StatementDeclare*>(&statement)) {
+      declared_[declare->GetSlot()] = true;
+    } else if (const auto* expression = dynamic_cast<const StatementExpression*>(&statement)) {
+      VisitTree(expression->Expression());
+    } else if (const auto* pop = dynamic_cast<const StatementPopVar*>(&statement)) {
+      Use(pop->Variable());
+    } else if (const auto* push = dynamic_cast<const StatementPushVar*>(&statement)) {
+      Use(push->Variable());
+    }
+  }
+
+  void Use(const VarUse& use) {
+    int32_t slot = use.slot >= 0 ? use.slot : locals_.Find(use.name.View());
+    if (slot < 0) return;
+    auto at = static_cast<size_t>(slot);
+    if (use.slot < 0) facts_.maybeLocals = true;
+    if (use.slot < 0 || (reachable_ && !declared_[at])) facts_.object[at] = true;
+  }
+
+  void NeedsObject(const ExpressionBase& argument) {
+    if (argument.GetKind() != EXPRESSION_VARIABLE) return;
+    const auto& variable = static_cast<const ExpressionVariable&>(argument);
+    int32_t slot = variable.Variable().slot;
+    if (variable.IsSimple() && slot >= 0) facts_.object[static_cast<size_t>(slot)] = true;
+  }
+
+  void VisitTree(const ExpressionBase& root) {
+    std::vector<const ExpressionBase*> pending{&root};
+    while (!pending.empty()) {
+      const ExpressionBase& node = *pending.back();
+      pending.pop_back();
+      for (uint32_t i = 0; i < node.GetChildCount(); ++i) pending.push_back(node.GetChild(i));
+      if (node.GetKind() == EXPRESSION_VARIABLE) {
+        Use(static_cast<const ExpressionVariable&>(node).Variable());
+      } else if (node.GetKind() == EXPRESSION_PROCEDURE) {
+        const TamberProcedure& callee = static_cast<const ExpressionProcedure&>(node).Procedure();
+        for (uint32_t i = 0; i < node.GetChildCount(); ++i)
+          if (callee.Locals().At(i).isReference) NeedsObject(*node.GetChild(i));
+      } else if (node.GetKind() == EXPRESSION_FUNCTION) {
+        const FunctionTraits& traits =
+            static_cast<const ExpressionFunction&>(node).Function().Traits();
+        if (!traits.localsBlind) facts_.byName = true;
+        for (uint32_t i = 0; i < node.GetChildCount(); ++i)
+          if ((traits.writesArgument >> i & 1) != 0) NeedsObject(*node.GetChild(i));
+      }
+    }
+  }
+
+  const TamberProcedure& procedure_;
+  const LocalTable& locals_;
+  LocalFacts facts_;
+  std::vector<bool> declared_;
+  bool reachable_ = true;
+  std::map<uint32_t, std::vector<bool>> pending_;
+};
+
+}  // namespace
+
+LocalFacts FindLocalFacts(const TamberProcedure& procedure, bool observed) {
+  return FactFinder(procedure, observed).Find();
+}
+
+}  // namespace tamber

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "machine/codebuilder.h"
+
+class TamberProcedure;
+
+namespace tamber {
+
+/// Works out which locals of a procedure live in objects: those that a reference parameter may
+/// stand for, that a built-in may look for by name or change, that the engine itself reads by name,
+/// and those that a statement may meet before their declaration has run.
+/// `observed`: all of them do.
+LocalFacts FindLocalFacts(const TamberProcedure& procedure, bool observed);
+
+}  // namespace tamber

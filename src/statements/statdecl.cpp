@@ -1,0 +1,5 @@
+#include "statements/statdecl.h"
+
+void StatementDeclare::Dump(KelString& out, uint32_t) const {
+  out.AppendPrintf("Local Declare %S\r\n", text_);
+}

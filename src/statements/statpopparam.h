@@ -1,0 +1,17 @@
+#pragma once
+
+#include "statements/statbase.h"
+#include "values/name.h"
+
+/// Takes an argument as the parameter of this name. The statements of a procedure begin with one
+/// for each parameter, the last parameter first.
+class StatementPopParam final : public StatementBase {
+ public:
+  StatementPopParam(uint32_t line, const tamber::Name& name, bool isReference)
+      : StatementBase(line), name_(name), isReference_(isReference) {}
+  void Dump(KelString& out, uint32_t index) const override;
+
+ private:
+  tamber::Name name_;
+  bool isReference_;
+};

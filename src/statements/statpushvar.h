@@ -1,0 +1,16 @@
+#pragma once
+
+#include "machine/locals.h"
+#include "statements/statbase.h"
+
+/// Puts the array that the next statement changes at its disposal.
+class StatementPushVar final : public StatementBase {
+ public:
+  StatementPushVar(uint32_t line, tamber::VarUse variable)
+      : StatementBase(line), variable_(std::move(variable)) {}
+  void Dump(KelString& out, uint32_t index) const override;
+  const tamber::VarUse& Variable() const { return variable_; }
+
+ private:
+  tamber::VarUse variable_;
+};

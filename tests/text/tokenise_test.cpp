@@ -1,0 +1,213 @@
+#include "text/tokenise.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "values/errcodes.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+std::vector<std::string> Tokens(Tokeniser& tokeniser, int convert = 1, int report = 1) {
+  std::vector<std::string> tokens;
+  for (;;) {
+    tokeniser.GetNextToken(convert, report);
+    if (tokeniser.GetTokenLength() == 0) return tokens;
+    EXPECT_EQ(tokeniser.GetCurrentToken()[tokeniser.GetTokenLength()], 0);
+    tokens.emplace_back(tokeniser.Token());
+  }
+}
+
+std::vector<std::string> Tokens(const char* line, int convert = 1, int report = 1) {
+  Tokeniser tokeniser(line);
+  return Tokens(tokeniser, convert, report);
+}
+
+TEST(Tokenise, WordsNumbersAndPunctuation) {
+  EXPECT_THAT(Tokens("rec.field[2]"), ElementsAre("rec", ".", "field", "[", "2", "]"));
+  EXPECT_THAT(Tokens("3.14 1.2.3 12.5.x x.5 .5"),
+              ElementsAre("3.14", "1.2.3", "12.5.", "x", "x", ".", "5", ".", "5"));
+  EXPECT_THAT(Tokens("1e-5 1.5e3 _a1 2x 5_.1"),
+              ElementsAre("1e", "-", "5", "1.5e3", "_a1", "2x", "5_", ".", "1"));
+  EXPECT_THAT(Tokens("{a,b}!~:?@$"),
+              ElementsAre("{", "a", ",", "b", "}", "!", "~", ":", "?", "@", "$"));
+  EXPECT_THAT(Tokens(" \t\v\f\r a \r"), ElementsAre("a"));
+}
+
+TEST(Tokenise, OperatorsTakeTheLongestMatch) {
+  EXPECT_THAT(Tokens("a<<=b"), ElementsAre("a", "<<=", "b"));
+  EXPECT_THAT(Tokens("a>>=b"), ElementsAre("a", ">>", "=", "b"));
+  EXPECT_THAT(Tokens(">=<=+=-=*=/=%=&=|=^=!==="),
+              ElementsAre(">=", "<=", "+=", "-=", "*=", "/=", "%=", "&=", "|=", "^=", "!=", "=="));
+  EXPECT_THAT(Tokens("&&||<<>>/**/"), ElementsAre("&&", "||", "<<", ">>", "/*", "*/"));
+  EXPECT_THAT(Tokens("=+-* /%<>()&|^"),
+              ElementsAre("=", "+", "-", "*", "/", "%", "<", ">", "(", ")", "&", "|", "^"));
+  EXPECT_THAT(Tokens("*==<>=!!"), ElementsAre("*=", "=", "<", ">=", "!", "!"));
+}
+
+TEST(Tokenise, OnlyOperatorsAreOperatorTokens) {
+  for (const char* text : {"<<=", "!=", "/*", "^", "(", ")x"})
+    EXPECT_EQ(Tokeniser::IsToken(text), 1);
+  for (const char* text : {"", "!", "~", ",", "[", ":", "a", "."}) {
+    EXPECT_EQ(Tokeniser::IsToken(text), 0) << text;
+  }
+  for (const char* text : {"//", ";", "#x"}) EXPECT_EQ(Tokeniser::IsComment(text), 1);
+  for (const char* text : {"", "/", "/*", "a;"}) EXPECT_EQ(Tokeniser::IsComment(text), 0) << text;
+}
+
+TEST(Tokenise, CommentsEndTheLine) {
+  for (const char* line : {"", "  \t", "// x", "; x", " # x"}) {
+    EXPECT_THAT(Tokens(line), ElementsAre()) << line;
+  }
+  EXPECT_THAT(Tokens("a ; b"), ElementsAre("a"));
+  EXPECT_THAT(Tokens("a#b"), ElementsAre("a"));
+  EXPECT_THAT(Tokens("a // b"), ElementsAre("a"));
+  EXPECT_THAT(Tokens("\"#;//\" ';'"), ElementsAre("\"#;//\"", "';'"));
+
+  Tokeniser tokeniser("a ; b");
+  tokeniser.GetNextToken(1, 1);
+  tokeniser.GetNextToken(1, 1);
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "");
+  EXPECT_EQ(tokeniser.PeekNextChar(), ';');
+
+  Tokeniser plain("; # //");
+  plain.SetHandleComments(false);
+  EXPECT_THAT(Tokens(plain), ElementsAre(";", "#", "/", "/"));
+}
+
+struct QuoteCase {
+  const char* line;
+  int convert;
+  int report;
+  std::vector<std::string> tokens;
+  int error;
+};
+
+TEST(Tokenise, Quotes) {
+  const std::vector<QuoteCase> cases = {
+      {"\"a b\"c", 1, 1, {"\"a b\"", "c"}, 0},
+      {"'a b' '\"'", 1, 1, {"'a b'", "'\"'"}, 0},
+      {"'\\'x", 1, 1, {"'\\'", "x"}, 0},
+      {"\"abc", 1, 1, {"\"abc"}, ERR_SCRNOQUOTE},
+      {"'a", 1, 1, {"'a"}, ERR_SCRNOQUOTE},
+      {"\"abc", 1, 0, {"\"abc"}, 0},
+      {"'a", 0, 0, {"'a"}, 0},
+      {"\"", 1, 1, {"\""}, ERR_SCRNOQUOTE},
+      {"abc\"def", 1, 0, {"abc\"def"}, 0},
+      {"don't x", 1, 0, {"don't", "x"}, 0},
+      {"1.5\"x", 1, 0, {"1.5\"x"}, 0},
+      {R"("a\"b" c)", 0, 1, {R"("a\"b")", "c"}, 0},
+      {R"("a\nb\q")", 0, 1, {R"("a\nb\q")"}, 0},
+      {R"("a\"b" c)", 1, 1, {"\"a\"b\"", "c"}, 0},
+      {R"("abc\)", 1, 1, {"\"abc\\"}, ERR_SCRNOQUOTE},
+      {R"("abc\")", 0, 1, {R"("abc\")"}, ERR_SCRNOQUOTE},
+      {R"("\x4)", 1, 1, {"\"x4"}, ERR_SCRNOQUOTE},
+  };
+  for (const QuoteCase& row : cases) {
+    Tokeniser tokeniser(row.line);
+    EXPECT_EQ(Tokens(tokeniser, row.convert, row.report), row.tokens) << row.line;
+    EXPECT_EQ(tokeniser.GetLastError(), row.error) << row.line;
+  }
+
+  Tokeniser word("abc\"def");
+  EXPECT_STREQ(word.GetNextToken(1, 1), "abc");
+  EXPECT_EQ(word.GetLastError(), ERR_SCRBADQUOTE);
+  word.SetLine("x");
+  EXPECT_EQ(word.GetLastError(), 0);
+}
+
+TEST(Tokenise, Escapes) {
+  EXPECT_THAT(Tokens(R"("a\x41b" "\xZ1" "\q" "\x6a\x6B")"),
+              ElementsAre("\"aAb\"", "\"xZ1\"", "\"q\"", "\"jk\""));
+  EXPECT_THAT(Tokens(R"("\"\'\\\b\n\r\t")"), ElementsAre("\"\"'\\\b\n\r\t\""));
+  Tokeniser tokeniser(R"("a\x00b" c)");
+  tokeniser.GetNextToken(1, 1);
+  EXPECT_EQ(tokeniser.Token(), std::string_view("\"a\0b\"", 5));
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "c");
+}
+
+TEST(Tokenise, BytesOfNoClassAreTokens) {
+  EXPECT_THAT(Tokens("a\x01"
+                     "b\xC3\xBC"
+                     "c \x7F"),
+              ElementsAre("a", "\x01", "b", "\xC3", "\xBC", "c", "\x7F"));
+  EXPECT_THAT(Tokens("\"\xC3\xBC\""), ElementsAre("\"\xC3\xBC\""));
+}
+
+TEST(Tokenise, StepsBackOneToken) {
+  Tokeniser tokeniser("a += \"x\\x41\" ; end");
+  EXPECT_STREQ(tokeniser.GetPreviousToken(), "");
+  tokeniser.GetNextToken(1, 1);
+  EXPECT_STREQ(tokeniser.GetPreviousToken(), "");
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "a");
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "+=");
+  EXPECT_STREQ(tokeniser.GetPreviousToken(), "a");
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "+=");
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "\"xA\"");
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "");
+  EXPECT_STREQ(tokeniser.GetPreviousToken(), "\"xA\"");
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "");
+
+  // A position that is no token boundary, as a caller that reads characters leaves it.
+  tokeniser.SetLine("word next");
+  tokeniser.ReadNextChar();
+  tokeniser.GetNextToken(1, 1);
+  tokeniser.GetPreviousToken();
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "ord");
+}
+
+TEST(Tokenise, PositionsAndCharacters) {
+  Tokeniser tokeniser("ab  c");
+  EXPECT_EQ(tokeniser.ReadNextChar(), 'a');
+  const char* const position = tokeniser.GetSearchPtr();
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "b");
+  EXPECT_EQ(tokeniser.PeekNextChar(), 'c');
+  EXPECT_EQ(tokeniser.Rest(), "  c");
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "c");
+  EXPECT_EQ(tokeniser.PeekNextChar(), 0);
+  EXPECT_EQ(tokeniser.ReadNextChar(), 0);
+  EXPECT_EQ(tokeniser.ReadNextChar(), 0);
+  tokeniser.SetSearch(position);
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "b");
+  tokeniser.SetSearch("elsewhere");
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "c");
+  tokeniser.ResetLine();
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "ab");
+}
+
+TEST(Tokenise, WithoutALine) {
+  Tokeniser tokeniser;
+  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "");
+  EXPECT_STREQ(tokeniser.GetCurrentToken(), "");
+  EXPECT_STREQ(tokeniser.GetPreviousToken(), "");
+  EXPECT_EQ(tokeniser.PeekNextChar(), 0);
+  EXPECT_EQ(tokeniser.ReadNextChar(), 0);
+  Tokeniser copy(tokeniser);
+  EXPECT_STREQ(copy.GetNextToken(1, 1), "");
+}
+
+TEST(Tokenise, CopiesGoTheirOwnWay) {
+  Tokeniser first("one two three");
+  first.GetNextToken(1, 1);
+  Tokeniser second(first);
+  EXPECT_STREQ(second.GetCurrentToken(), "one");
+  EXPECT_STREQ(second.GetNextToken(1, 1), "two");
+  first.SetLine("a much longer line than the one before");
+  EXPECT_STREQ(second.GetNextToken(1, 1), "three");
+  second = first;
+  first.SetLine("x");
+  EXPECT_THAT(Tokens(second), testing::SizeIs(8));
+}
+
+TEST(Tokenise, ReusesItsBuffersForShorterLines) {
+  Tokeniser tokeniser("a long first line");
+  const char* const buffer = tokeniser.GetSearchPtr();
+  EXPECT_EQ(tokeniser.SetLine("short"), 1);
+  EXPECT_EQ(tokeniser.GetSearchPtr(), buffer);
+  EXPECT_THAT(Tokens(tokeniser), ElementsAre("short"));
+}
+
+}  // namespace
