@@ -224,6 +224,11 @@ void TamberContext::ResetContext() {
 }
 
 Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code) {
+  return EvaluateText(expression, code, *tamber::TypeDesc::Of(tamber::Kind::Any));
+}
+
+Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code,
+                                      const tamber::TypeDesc& target) {
   code = 0;
   if (expression.View().find('\0') != std::string_view::npos) {
     // Lines end at a NUL, and half of an expression is another one.
@@ -231,7 +236,8 @@ Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code
     return nullptr;
   }
   ExpressionCompiler compiler(this, nullptr, true);
-  if (!compiler.CompileExpression(expression.GetString(), KelString(";"))) {
+  Tokeniser tokeniser(expression.GetString());
+  if (!compiler.CompileAssigned(&tokeniser, KelString(";"), target)) {
     code = compiler.GetError();
     return nullptr;
   }

@@ -236,6 +236,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// Compiles and evaluates an expression that sees the caller's variables. The result's holder is
   /// the caller's; null with `code` set when it does not compile or ends with an error.
   Variable* EvaluateText(const KelString& expression, int32_t& code);
+  /// The same for a value that will be assigned to `target`.
+  TAMBER_LOCAL Variable* EvaluateText(const KelString& expression, int32_t& code,
+                                      const tamber::TypeDesc& target);
   /// Integer value of a switch such as StrCase or IntBase: a local of that name wins over the
   /// global.
   int32_t GetSwitch(std::string_view name);

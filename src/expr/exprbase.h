@@ -47,6 +47,10 @@ class ExpressionBase {
   const tamber::TypeRef& Type() const { return type_; }
   void SetType(const tamber::TypeRef& type) { type_ = type; }
 
+  /// Whether a double was asked for, so that the literals below have been looked at.
+  bool IsDoubleWanted() const { return doubleWanted_; }
+  void SetDoubleWanted() { doubleWanted_ = true; }
+
   /// Whether evaluating it may run script code, or host code that changes script variables.
   bool IsImpure() const { return impure_; }
   /// Whether it calls a built-in, which may leave a run-time error and still give a value.
@@ -83,4 +87,5 @@ class ExpressionBase {
   tamber::TypeRef type_;
   bool impure_ = false;
   bool callsFunction_ = false;
+  bool doubleWanted_ = false;
 };

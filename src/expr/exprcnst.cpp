@@ -20,17 +20,28 @@ ExpressionConstant::ExpressionConstant(std::string_view text)
   text_ = text;
 }
 
-std::unique_ptr<ExpressionConstant> ExpressionConstant::FloatLiteral(std::string_view digits) {
+std::unique_ptr<ExpressionConstant> ExpressionConstant::FloatLiteral(float value, double exact) {
   Cell cell = tamber::ZeroCell();
-  kel::ParseFloat(digits, cell.f);
+  cell.f = value;
   auto node = std::make_unique<ExpressionConstant>(Kind::Float, cell);
-  node->digits_ = digits;
+  node->exact_ = exact;
+  node->isFloatLiteral_ = true;
   return node;
 }
 
+std::unique_ptr<ExpressionConstant> ExpressionConstant::FloatLiteral(std::string_view digits) {
+  float value = 0;
+  double exact = 0;
+  kel::ParseFloat(digits, value);
+  kel::ParseDouble(digits, exact);
+  return FloatLiteral(value, exact);
+}
+
 void ExpressionConstant::BecomeDouble() {
+  if (!isFloatLiteral_) return;
+  isFloatLiteral_ = false;
   kind_ = Kind::Double;
-  kel::ParseDouble(digits_, value_.d);
+  value_.d = exact_;
   SetType(tamber::TypeDesc::Of(kind_));
 }
 

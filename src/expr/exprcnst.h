@@ -11,11 +11,12 @@ class ExpressionConstant final : public ExpressionBase {
   ExpressionConstant(tamber::Kind kind, tamber::Cell value);
   /// A text.
   explicit ExpressionConstant(std::string_view text);
-  /// A float literal. What the author wrote is kept: a double that meets it gets all its digits.
+  /// A float literal, or a constant made of such. `exact` is what the author wrote, which counts
+  /// where a double is wanted.
+  static std::unique_ptr<ExpressionConstant> FloatLiteral(float value, double exact);
   static std::unique_ptr<ExpressionConstant> FloatLiteral(std::string_view digits);
 
-  bool IsFloatLiteral() const { return !digits_.empty(); }
-  /// Reads the literal again as the double that its text says.
+  /// Turns a float literal into the double that its text says; other constants stay.
   void BecomeDouble();
   tamber::Kind ValueKind() const { return kind_; }
   tamber::Cell Value() const { return value_; }
@@ -28,6 +29,7 @@ class ExpressionConstant final : public ExpressionBase {
 
   tamber::Kind kind_;
   tamber::Cell value_;
-  std::string text_;    // Kind::String
-  std::string digits_;  // of a float literal
+  std::string text_;  // Kind::String
+  double exact_ = 0;  // of a float literal
+  bool isFloatLiteral_ = false;
 };

@@ -46,7 +46,7 @@ int32_t ExpressionCompiler::CompileExpression(Tokeniser* tokeniser, const KelStr
 int32_t ExpressionCompiler::CompileAssigned(Tokeniser* tokeniser, const KelString& terminators,
                                             const tamber::TypeDesc& target) {
   if (!CompileExpression(tokeniser, terminators)) return 0;
-  tamber::AdaptLiteral(*root_, target);
+  tamber::AdaptLiterals(*root_, target);
   return 1;
 }
 
@@ -95,6 +95,14 @@ const Variable* ExpressionCompiler::GetResultType() const {
   if (!root_) return nullptr;
   if (!prototype_) prototype_.reset(tamber::MakeVariable(root_->Type(), tamber::Name()));
   return prototype_.get();
+}
+
+int32_t ExpressionCompiler::BecomeDouble() {
+  if (!root_ || root_->IsImpure() || root_->CallsFunction()) return 0;
+  if (root_->Type()->GetKind() != tamber::Kind::Float) return 0;
+  prototype_.reset();
+  tamber::AdaptLiterals(*root_, *tamber::TypeDesc::Of(tamber::Kind::Double));
+  return root_->Type()->GetKind() == tamber::Kind::Double;
 }
 
 int32_t ExpressionCompiler::EvaluateExpression(Stack* stack) {

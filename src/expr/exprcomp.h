@@ -42,6 +42,9 @@ class ExpressionCompiler {
   /// Evaluates the tree in the context, as code outside any procedure; one value is left on the
   /// stack. 0: the context error says why.
   int32_t EvaluateExpression(Stack* stack);
+  /// Turns a value of type float that literals were computed to into the double that it would have
+  /// been where a double is wanted. 0: it is none, or evaluating it again could be noticed.
+  int32_t BecomeDouble();
   /// Hands the tree over and forgets it.
   std::unique_ptr<ExpressionBase> RemoveExpression();
   ExpressionBase* Root() const { return root_.get(); }

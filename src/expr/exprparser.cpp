@@ -13,6 +13,7 @@
 #include "text/tokenise.h"
 #include "values/cellops.h"
 #include "values/strbuf.h"
+#include "values/varliteral.h"
 
 using tamber::Cell;
 using tamber::Kind;
@@ -327,6 +328,10 @@ bool ExpressionParser::HandleName(std::string_view token) {
       Cell text = tamber::VariableAccess::CellOf(*constant);
       return HandleOperand(std::make_unique<ExpressionConstant>(tamber::TextOf(text.s)), token);
     }
+    if (const auto* literal = dynamic_cast<const VarLiteral*>(constant)) {
+      return HandleOperand(
+          ExpressionConstant::FloatLiteral(literal->GetFloatValue(), literal->Exact()), token);
+    }
     if (!tamber::IsManaged(kind)) {
       Cell value = tamber::VariableAccess::CellOf(*constant);
       return HandleOperand(std::make_unique<ExpressionConstant>(kind, value), token);
@@ -439,7 +444,7 @@ bool ExpressionParser::CheckProcedureArguments(TamberProcedure& procedure,
     const uint32_t at = argument.SourceOffset();
     if (type.GetKind() == Kind::None) return Fail(ERR_EXPRPARMMATCH, name, at);
     if (!parameter.isReference) {
-      tamber::AdaptLiteral(argument, *parameter.type);
+      tamber::AdaptLiterals(argument, *parameter.type);
       if (!unknown && !parameter.type->Accepts(*argument.Type()))
         return Fail(ERR_EXPRPARMTYPE, name, at);
       continue;
@@ -482,7 +487,7 @@ bool ExpressionParser::HandleFunction(std::string_view name) {
   auto function = scope_.context->ShareFunction(index);
   auto call = std::make_unique<ExpressionFunction>(function);
   for (size_t i = 0; i < arguments.size(); ++i) {
-    tamber::AdaptLiteral(*arguments[i], *function->ParameterTypes()[i]);
+    tamber::AdaptLiterals(*arguments[i], *function->ParameterTypes()[i]);
     call->AddChild(std::move(arguments[i]));
   }
   return HandleOperand(std::move(call), name);

@@ -79,8 +79,9 @@ namespace tamber {
 /// and `text` say why.
 const ExpressionBase* ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text);
 
-/// A float literal, also behind a minus sign, that meets a double takes all the digits that were
-/// written.
-void AdaptLiteral(ExpressionBase& node, const TypeDesc& met);
+/// Where a double is wanted (`met`), every float literal in the arithmetic that leads to it becomes
+/// the double that its text says, and the arithmetic is one of doubles from there on. Arguments of
+/// calls are chosen for by their own parameters.
+void AdaptLiterals(ExpressionBase& root, const TypeDesc& met);
 
 }  // namespace tamber

@@ -17,8 +17,8 @@ bool ResolveOperator(ExpressionOperator& node, int32_t& error, std::string& text
   ExpressionBase* left = node.GetChild(0);
   ExpressionBase* right = node.GetChildCount() > 1 ? node.GetChild(1) : nullptr;
   if (right != nullptr) {
-    AdaptLiteral(*left, *right->Type());
-    AdaptLiteral(*right, *left->Type());
+    AdaptLiterals(*left, *right->Type());
+    AdaptLiterals(*right, *left->Type());
   }
   TypeRef type;
   if (node.GetOperator() == TamberOperators::OP_STRUCTMEMBER &&
@@ -72,28 +72,69 @@ bool IsLeaf(const ExpressionBase& node) {
   return node.GetKind() != EXPRESSION_OPERATOR && node.GetKind() != EXPRESSION_SUB;
 }
 
-}  // namespace
+/// A node on the way down, in walks without recursion: a chain may be as long as memory allows.
+struct Step {
+  ExpressionBase* node;
+  uint32_t nextChild;
+};
 
-void AdaptLiteral(ExpressionBase& node, const TypeDesc& met) {
-  if (met.GetKind() != Kind::Double || node.Type()->GetKind() != Kind::Float) return;
+/// How many of the children a number is computed from; 0 for what is no arithmetic.
+uint32_t ArithmeticOperands(const ExpressionBase& node) {
+  if (node.GetKind() == EXPRESSION_SUB) return 1;
+  if (node.GetKind() != EXPRESSION_OPERATOR) return 0;
+  switch (static_cast<const ExpressionOperator&>(node).GetOperator()) {
+    case TamberOperators::OP_ADD:
+    case TamberOperators::OP_SUBTRACT:
+    case TamberOperators::OP_MULTIPLY:
+    case TamberOperators::OP_DIVIDE:
+    case TamberOperators::OP_NEGATE:
+      return node.GetChildCount();
+    default:
+      return 0;
+  }
+}
+
+/// A double was made of all its literals already, and each node is looked at once.
+bool MayHoldFloatLiterals(const ExpressionBase& node) {
+  const Kind kind = node.Type()->GetKind();
+  return (kind == Kind::Float || kind == Kind::Any) && !node.IsDoubleWanted();
+}
+
+/// Gives a node whose operands have been adapted its type anew.
+void TakeDouble(ExpressionBase& node) {
   if (node.GetKind() == EXPRESSION_CONSTANT) {
-    auto& literal = static_cast<ExpressionConstant&>(node);
-    if (literal.IsFloatLiteral()) literal.BecomeDouble();
+    static_cast<ExpressionConstant&>(node).BecomeDouble();
     return;
   }
-  bool minus = node.GetKind() == EXPRESSION_OPERATOR &&
-               static_cast<ExpressionOperator&>(node).GetOperator() == TamberOperators::OP_NEGATE;
-  if (!minus || node.GetChild(0)->GetKind() != EXPRESSION_CONSTANT) return;
-  AdaptLiteral(*node.GetChild(0), met);
-  node.SetType(node.GetChild(0)->Type());
+  if (node.Type()->GetKind() != Kind::Float) return;
+  for (uint32_t i = 0; i < ArithmeticOperands(node); ++i) {
+    const TypeRef& type = node.GetChild(i)->Type();
+    if (type->GetKind() == Kind::Double) node.SetType(type);
+  }
+}
+
+}  // namespace
+
+void AdaptLiterals(ExpressionBase& root, const TypeDesc& met) {
+  if (met.GetKind() != Kind::Double || !MayHoldFloatLiterals(root)) return;
+  root.SetDoubleWanted();
+  std::vector<Step> path{{&root, 0}};
+  while (!path.empty()) {
+    Step& step = path.back();
+    if (step.nextChild < ArithmeticOperands(*step.node)) {
+      ExpressionBase* child = step.node->GetChild(step.nextChild++);
+      if (!MayHoldFloatLiterals(*child)) continue;
+      child->SetDoubleWanted();
+      path.push_back({child, 0});
+      continue;
+    }
+    TakeDouble(*step.node);
+    path.pop_back();
+  }
 }
 
 const ExpressionBase* ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text) {
-  // Children before parents, without recursion: a chain may be as long as memory allows.
-  struct Step {
-    ExpressionBase* node;
-    uint32_t nextChild;
-  };
+  // Children before parents.
   std::vector<Step> path{{&root, 0}};
   while (!path.empty()) {
     Step& step = path.back();

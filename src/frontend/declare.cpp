@@ -11,6 +11,7 @@
 #include "frontend/scrline.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
+#include "values/varliteral.h"
 
 namespace tamber {
 
@@ -146,10 +147,12 @@ bool Declaration::DeclareTypedConstant(const DeclaredName& declared) {
 
 bool Declaration::DeclareUntypedConstant(const KelString& name) {
   if (!CheckName(name) || !ReadEqual()) return false;
-  const VarHolder value = Evaluate(session_, script_, ",;", nullptr);
+  std::optional<double> exact;
+  const VarHolder value = Evaluate(session_, script_, ",;", nullptr, &exact);
   if (!value) return false;
   const TypeRef type = TypeOf(*value);
-  VarHolder variable(MakeVariable(type, Name(name)));
+  VarHolder variable(exact ? new VarLiteral(Name(name), value->GetFloatValue(), *exact)
+                           : MakeVariable(type, Name(name)));
   if (type->GetKind() == Kind::None || !variable->Assign(value.get())) {
     return Fail(ERR_ASSIGNMISMATCH, name);
   }

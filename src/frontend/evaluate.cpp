@@ -9,9 +9,23 @@
 #include "values/errcodes.h"
 
 namespace tamber {
+namespace {
+
+std::optional<double> EvaluateAsDouble(TamberContext& context, ExpressionCompiler& compiler) {
+  if (!compiler.BecomeDouble()) return std::nullopt;
+  Stack stack;
+  if (compiler.EvaluateExpression(&stack) && context.GetContextError() == ERR_SUCCESS) {
+    return VarHolder(stack.PopVariable())->GetDoubleValue();
+  }
+  // Only as doubles the digits cancel out below a division: the float is all there is.
+  context.SetContextError(ERR_SUCCESS, KelString());
+  return std::nullopt;
+}
+
+}  // namespace
 
 VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString& terminators,
-                   const TypeDesc* target) {
+                   const TypeDesc* target, std::optional<double>* exact) {
   TamberContext& context = session.Context();
   ExpressionCompiler compiler(&context);
   Tokeniser* const tokeniser = &script.GetTokeniser();
@@ -34,6 +48,8 @@ VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString&
   }
   if (context.GetContextError() != ERR_SUCCESS) {
     session.NoteLeftError(script, compiler.GetErrorOffset());
+  } else if (exact != nullptr) {
+    *exact = EvaluateAsDouble(context, compiler);
   }
   return VarHolder(stack.PopVariable());
 }

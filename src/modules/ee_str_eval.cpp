@@ -4,6 +4,7 @@
 
 #include "context/tambctxt.h"
 #include "kel/kelascii.h"
+#include "kel/number.h"
 #include "modules/ee_str_bodies.h"
 
 namespace tamber::strings {
@@ -31,14 +32,33 @@ std::optional<int32_t> PlainInteger(std::string_view text) {
   return static_cast<int32_t>(static_cast<uint32_t>(number));
 }
 
+/// Value of a text that is one number as the language writes it in a literal or turns it into text,
+/// exponents included; nothing for all other texts. A word that means a number counts unless the
+/// script has given it a meaning.
+template <class Real>
+std::optional<Real> PlainReal(TamberContext& context, std::string_view text,
+                              bool (*parse)(std::string_view, Real&)) {
+  text = kel::Trimmed(text);
+  const std::string_view digits = text.substr(text.starts_with('-') ? 1 : 0);
+  if (digits.empty()) return std::nullopt;
+  const bool isWord = kel::IsAlpha(digits.front());
+  if (!isWord && !kel::IsDigit(digits.front())) return std::nullopt;
+  Real number = 0;
+  if (!parse(text, number)) return std::nullopt;
+  constexpr uint32_t kAnyScope =
+      VARLIST_LOCAL | VARLIST_GLOBAL | VARLIST_CONSTANT | VARLIST_EXTERNAL;
+  const bool isName = isWord && context.FindVariable(KelString(digits), kAnyScope) >= 0;
+  return isName ? std::nullopt : std::optional<Real>(number);
+}
+
 /// The expression's value; null with the failure reported to the call.
 ///
 /// The text often comes from a user, so what does not compile is a run-time error of the call and
 /// not the end of the run. Only running out of memory or stack stays what it is.
-Value Evaluate(Call& call, std::string_view expression) {
+Value Evaluate(Call& call, std::string_view expression, Kind target = Kind::Any) {
   int32_t code = 0;
   const KelString text(expression);
-  Value value(call.Context().EvaluateText(text, code));
+  Value value(call.Context().EvaluateText(text, code, *TypeDesc::Of(target)));
   if (code == 0 && value) return value;
   // Recursion that went too deep has been reported where it did.
   if (code == ERR_NOMEMORY && call.Context().GetContextError() == code) return nullptr;
@@ -48,8 +68,9 @@ Value Evaluate(Call& call, std::string_view expression) {
 }
 
 template <class Result>
-Result Read(Call& call, std::string_view expression, Result (Variable::*getter)() const) {
-  const Value value = Evaluate(call, expression);
+Result Read(Call& call, std::string_view expression, Result (Variable::*getter)() const,
+            Kind target = Kind::Any) {
+  const Value value = Evaluate(call, expression, target);
   return value ? (value.get()->*getter)() : Result{};
 }
 
@@ -88,11 +109,15 @@ bool EvalBoolean(Call& call, std::string_view expression) {
 }
 
 float EvalFloat(Call& call, std::string_view expression) {
+  if (const auto number = PlainReal<float>(call.Context(), expression, kel::ParseFloat))
+    return *number;
   return Read(call, expression, &Variable::GetFloatValue);
 }
 
 double EvalDouble(Call& call, std::string_view expression) {
-  return Read(call, expression, &Variable::GetDoubleValue);
+  if (const auto number = PlainReal<double>(call.Context(), expression, kel::ParseDouble))
+    return *number;
+  return Read(call, expression, &Variable::GetDoubleValue, Kind::Double);
 }
 
 std::string EvalText(Call& call, std::string_view expression) {

@@ -11,12 +11,12 @@ struct tamber::ScalarTraits<VarFloat> {
 };
 
 /// Script type "float".
-class TAMBER_API VarFloat final : public tamber::VarScalar<VarFloat> {
+class TAMBER_API VarFloat : public tamber::VarScalar<VarFloat> {
  public:
   using VarScalar::VarScalar;
   void SetFloatValue(float value) override;
 
- private:
+ protected:
   friend class tamber::VarScalar<VarFloat>;
   VarFloat(const VarFloat&) = default;
 };
