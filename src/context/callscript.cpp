@@ -69,7 +69,7 @@ void ContextState::CallScript(const KelString& path) {
   }
   int32_t code = called.GetContextError();
   context.SetContextError(code, code != 0 ? called.GetContextErrorText() : KelString());
-  errorDetail = called.State().errorDetail;
+  run.errorDetail = called.State().run.errorDetail;
   context.FlushOutput();
 }
 

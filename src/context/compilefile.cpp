@@ -69,7 +69,7 @@ int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place
     auto script = std::make_unique<TamberScript>(&context, text);
     CompilePlace failed;
     const bool compiled = tamber::CompileScript(*script, failed);
-    if (!compiled || errorCode != 0) return FailAt(*this, failed);
+    if (!compiled || run.errorCode != 0) return FailAt(*this, failed);
     context.AddScript(std::move(script));
     DumpScriptStatements();
     return 1;
@@ -106,7 +106,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     tamber::CompilePlace place;
     bool compiled = tamber::CompileScript(*script, place);
     // A run-time error that an initialiser left behind does not fail a text, only a file.
-    if (state_->errorCode >= tamber::kFirstFatalError) return FailAt(*state_, place);
+    if (state_->run.errorCode >= tamber::kFirstFatalError) return FailAt(*state_, place);
     // Nothing may stay unsaid: an include that the host's policy refuses leaves a smaller code.
     if (!compiled) FailAt(*state_, place);
     AddScript(std::move(script));

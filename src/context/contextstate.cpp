@@ -9,7 +9,7 @@
 namespace tamber {
 
 ContextState::ContextState(TamberContext& owner)
-    : context(owner), root(&owner), machine(std::make_unique<Machine>(*this)) {}
+    : context(owner), root(&owner), machine(std::make_unique<Machine>(run, *this)) {}
 
 ContextState::~ContextState() {
   if (!consoleIsHosts) delete console;
@@ -37,10 +37,6 @@ bool ContextState::TrustsIni() const {
   return !filePolicy.Allows(iniPath.View(), kel::Access::Write);
 }
 
-bool ContextState::IsStopRequested() const {
-  return root->State().wake.load(std::memory_order_relaxed) != 0;
-}
-
 VarList& ContextState::OwnConstants() {
   if (!constants) {
     const VarList* shared = Constants();
@@ -51,7 +47,7 @@ VarList& ContextState::OwnConstants() {
       for (uint32_t i = 0; i < constants->GetSize(); ++i)
         constants->GetVariable(i)->SetVarFlags(shared->GetVariable(i)->GetVarFlags());
       sharedConstants = nullptr;
-      ScopeChanged();
+      run.ScopeChanged();
     }
   }
   return *constants;

@@ -9,24 +9,17 @@
 #include <vector>
 
 #include "context/tambctxt.h"
+#include "expr/exprnames.h"
 #include "kel/keldebug.h"
 #include "kel/sessionstore.h"
-#include "machine/epoch.h"
 #include "machine/machine.h"
+#include "machine/machinehost.h"
+#include "machine/runstate.h"
+#include "machine/sourceplace.h"
 
 namespace tamber {
 
 class ModuleList;
-class ScriptText;
-
-/// A place in a script that reports speak of. The text outlives the script it came from.
-struct SourcePlace {
-  std::shared_ptr<const ScriptText> text;
-  uint32_t line = 0;      ///< 1-based, as reports count it; 0 when no line was read
-  uint32_t offset = 0;    ///< in the logical line, from 0
-  KelString procedure{};  ///< that did not compile; "" for what was running
-};
-
 class ContextState;
 
 /// Keeps the error that is being told: what a host's handler does meanwhile with the context leaves
@@ -49,7 +42,7 @@ class ErrorRecord {
 
 /// What a context holds beside its bases. Plain data: the context's .cpp files, one per concern,
 /// share it.
-class ContextState {
+class ContextState final : public MachineHost, public ExpressionNames {
  public:
   explicit ContextState(TamberContext& owner);
   ~ContextState();
@@ -59,6 +52,8 @@ class ContextState {
   bool nested = false;
   uint32_t nesting = 0;                  ///< contexts between this one and the root
   const ContextState* caller = nullptr;  ///< whose script called the one that runs here
+
+  RunState run;  ///< what running code looks at: errors, stopping, scopes that change, traces
 
   // configuration
   KelString iniPath;
@@ -70,16 +65,11 @@ class ContextState {
   KelString scriptKey;
   kel::FilePolicy filePolicy;
   KelString ownLogFile;  ///< what `LogFile` was set to for the host's script, not by it
-  int32_t procedureTrace = 0;
   int32_t compileOnly = 0;
   int32_t dumpStatements = 0;
-  bool dumpsLocals = false;  ///< some report shows the local variables
 
   // errors
   ErrorList errors;
-  int32_t errorCode = 0;
-  KelString errorText;
-  bool errorReported = false;  ///< the code in errorCode has had its report
   void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
   void* diagnosticUser = nullptr;
   TamberDiagnostic diagnostic;  ///< of the last report
@@ -107,20 +97,11 @@ class ContextState {
   std::unique_ptr<VarList> constants;
   std::unique_ptr<VarList> externals;
   std::unique_ptr<VarList> keptGlobals;  ///< what RestoreGlobals gives back
-  /// Changes whenever a name of a scope may stand for another variable. Values are never used
-  /// twice in a process, so one number tells both the context and its state.
-  uint64_t epoch = NextEpoch();
-  void ScopeChanged() { epoch = NextEpoch(); }
   /// The variable of that name, on loan while the epoch is the same; it is asked for at every run.
   Variable* scriptFile = nullptr;
   uint64_t scriptFileEpoch = 0;
   bool HasScriptFile();
 
-  bool stopFlag = false;
-  /// Nonzero ends waiting built-ins early and stops what runs. Of the root context; set from any
-  /// thread.
-  std::atomic<uint32_t> wake{0};
-  bool IsStopRequested() const;
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
   std::set<std::string> loading;
   /// Names that a called script inherited and may declare anew.
@@ -134,8 +115,7 @@ class ContextState {
   std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
 
   // what is seldom looked at
-  KelString errorDetail;  ///< as errorText, but empty for an error that came without a text
-  KelString unwritable;   ///< the report file that could not be written last
+  KelString unwritable;  ///< the report file that could not be written last
 
   // --- operations shared by the context's files ---
   /// Looks for a script or a module that a script names; "" when there is none. False, with error
@@ -170,10 +150,25 @@ class ContextState {
     } catch (...) {
     }
   }
+  // --- what the machine asks for (contexthost.cpp) ---
+  TamberContext& Context() override { return context; }
+  TamberOperators& Operators() override;
+  Variable* FindOuter(const Name& name) override;
+  int32_t SwitchValue(std::string_view name) override;
+  Callable* FindCallable(std::string_view name) override;
+  std::unique_ptr<Code> MakeCode(Callable& procedure, bool observed) override;
+  void Trace(KelString text) override;
   /// Reports a fatal error or a failed compilation at a place.
-  void HandleParseError(const SourcePlace& place);
-  /// Reports a run-time error as ErrHandler says and returns the handler's name.
-  KelString HandleRunError(const SourcePlace& place);
+  void HandleParseError(const SourcePlace& place) override;
+  KelString HandleRunError(const SourcePlace& place) override;
+  void CallScript(const KelString& path) override;
+
+  // --- what the compiler of expressions asks for ---
+  Variable* FindVariable(const KelString& name, uint32_t scopes) override;
+  const Variable* FindConstant(std::string_view name) override;
+  FunctionList& Functions() override;
+  Machine& Evaluator() override { return *machine; }
+
   /// Writes text to the output of a section ("TamberDebug", ...) and empties it.
   void ProcessOutputBuffer(KelString& text, const KelString& section);
   bool IsOutputEnabled(const KelString& section) const;
@@ -181,8 +176,6 @@ class ContextState {
   void DumpScriptStatements();
   /// Compiles the script file at a place, which has passed the policy or needs not.
   int32_t CompileFile(const KelString& path, const kel::Place& place);
-  /// Compiles and runs another script in a nested context; the context error tells how it went.
-  void CallScript(const KelString& path);
 };
 
 }  // namespace tamber

@@ -157,7 +157,7 @@ void ApplyDefaults(TamberContext& context) {
   state.sharedConstants = DefaultConstants;
   state.sharedNames = &GetDefaultNameFilter();
   AddGlobals(context);
-  state.ScopeChanged();
+  state.run.ScopeChanged();
 }
 
 namespace {

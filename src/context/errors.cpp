@@ -21,7 +21,7 @@ void SetGlobalInteger(ContextState& state, std::string_view name, int32_t value)
 
 void PrintErrorHeader(ContextState& state, KelString& out, const KelString& kind,
                       const SourcePlace& place) {
-  int32_t code = state.errorCode;
+  int32_t code = state.run.errorCode;
   KelString name = state.errors.GetErrorName(code);
   if (!name.IsEmpty())
     out.AppendPrintf("%S error %S in file%s", kind, name, "\r\n");
@@ -29,9 +29,9 @@ void PrintErrorHeader(ContextState& state, KelString& out, const KelString& kind
     out.AppendPrintf("%S error %u in file%s", kind, static_cast<uint32_t>(code), "\r\n");
   out.AppendPrintf("%S, line %u%s", FileOf(place), place.line, "\r\n");
   out += state.errors.GetErrorText(code);
-  if (!state.errorText.IsEmpty()) {
+  if (!state.run.errorText.IsEmpty()) {
     out += ": ";
-    out += state.errorText;
+    out += state.run.errorText;
   }
   out += "\r\n";
 }
@@ -63,10 +63,10 @@ KelString TextOf(const ContextState& state, int32_t code) {
 void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
   TamberDiagnostic& diagnostic = state.diagnostic;
   diagnostic = TamberDiagnostic();
-  diagnostic.code = state.errorCode;
-  diagnostic.name = state.errors.GetErrorName(state.errorCode);
-  diagnostic.text = TextOf(state, state.errorCode);
-  diagnostic.detail = state.errorDetail;
+  diagnostic.code = state.run.errorCode;
+  diagnostic.name = state.errors.GetErrorName(state.run.errorCode);
+  diagnostic.text = TextOf(state, state.run.errorCode);
+  diagnostic.detail = state.run.errorDetail;
   diagnostic.file = FileOf(place);
   diagnostic.line = place.line;
   if (place.text != nullptr) {
@@ -78,8 +78,8 @@ void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
   diagnostic.procedure = place.procedure;
   if (!place.procedure.IsEmpty()) return;
   for (const ContextState* at = &state; at != nullptr; at = at->caller) {
-    const std::vector<TamberCallFrame> calls = at->machine->CallStack();
-    diagnostic.callStack.insert(diagnostic.callStack.end(), calls.begin(), calls.end());
+    for (const SourcePlace& call : at->machine->CallStack())
+      diagnostic.callStack.push_back({call.procedure, FileOf(call), call.line});
   }
   if (!diagnostic.callStack.empty()) diagnostic.procedure = diagnostic.callStack.front().procedure;
 }
@@ -95,17 +95,17 @@ void TellHost(ContextState& state, const SourcePlace& place) {
 
 ErrorRecord::ErrorRecord(ContextState& state)
     : state_(state),
-      code_(state.errorCode),
-      reported_(state.errorReported),
-      text_(state.errorText),
-      detail_(state.errorDetail),
+      code_(state.run.errorCode),
+      reported_(state.run.errorReported),
+      text_(state.run.errorText),
+      detail_(state.run.errorDetail),
       diagnostic_(state.diagnostic) {}
 
 ErrorRecord::~ErrorRecord() {
-  state_.errorCode = code_;
-  state_.errorReported = reported_;
-  state_.errorText = std::move(text_);
-  state_.errorDetail = std::move(detail_);
+  state_.run.errorCode = code_;
+  state_.run.errorReported = reported_;
+  state_.run.errorText = std::move(text_);
+  state_.run.errorDetail = std::move(detail_);
   state_.diagnostic = std::move(diagnostic_);
 }
 
@@ -113,8 +113,8 @@ void ContextState::ClearDiagnostic() { diagnostic = TamberDiagnostic(); }
 
 void ContextState::HandleParseError(const SourcePlace& place) {
   // The innermost procedure or script reports; those around it only end.
-  if (errorReported || errorCode == 0) return;
-  errorReported = true;
+  if (run.errorReported || run.errorCode == 0) return;
+  run.errorReported = true;
   SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(place.line));
   context.UpdateErrCodeVar();
   TellHost(*this, place);
@@ -129,11 +129,11 @@ KelString ContextState::HandleRunError(const SourcePlace& place) {
   if (variable != nullptr)
     handler = KelString(std::string_view(variable->GetStringValue(), variable->GetLength()));
   if (kel::EqualsNoCase(handler.View(), "INLINE_HANDLER")) {
-    errorCode = 0;
+    run.errorCode = 0;
   } else if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) {
     TellHost(*this, place);
     WriteReport(*this, kRunErrors, KelString("Run time"), place);
-    errorCode = 0;
+    run.errorCode = 0;
   }
   return handler;
 }
@@ -141,20 +141,15 @@ KelString ContextState::HandleRunError(const SourcePlace& place) {
 }  // namespace tamber
 
 void TamberContext::SetContextError(int32_t code, const KelString& text) {
-  tamber::ContextState& state = State();
-  state.errorCode = code;
-  // An empty text leaves the previous one in place: a code alone says nothing about its object.
-  if (!text.IsEmpty()) state.errorText = text;
-  state.errorDetail = text;
-  state.errorReported = false;
+  state_->run.SetError(code, text);
 }
 
-int32_t TamberContext::GetContextError() const { return state_->errorCode; }
+int32_t TamberContext::GetContextError() const { return state_->run.errorCode; }
 const TamberDiagnostic& TamberContext::GetDiagnostic() const { return state_->diagnostic; }
-KelString TamberContext::GetContextErrorText() const { return state_->errorText; }
+KelString TamberContext::GetContextErrorText() const { return state_->run.errorText; }
 
 void TamberContext::UpdateErrCodeVar() {
-  tamber::SetGlobalInteger(State(), "ErrCode", state_->errorCode);
+  tamber::SetGlobalInteger(State(), "ErrCode", state_->run.errorCode);
 }
 
 KelString TamberContext::GetErrorName(int32_t code) { return state_->errors.GetErrorName(code); }

@@ -188,7 +188,7 @@ void TamberContext::SetReportSink(bool (*sink)(const KelString&, std::string_vie
   State().reportUser = user;
 }
 
-void TamberContext::SetProcedureTrace(bool trace) { State().procedureTrace = trace ? 1 : 0; }
+void TamberContext::SetProcedureTrace(bool trace) { State().run.procedureTrace = trace ? 1 : 0; }
 void TamberContext::SetStatementDump(bool dump) { State().dumpStatements = dump ? 1 : 0; }
 
 void TamberContext::AppendOutput(std::string_view text) {

@@ -146,12 +146,12 @@ void TamberContext::SetIniPath(const KelString& path) {
     tamber::ContextState& state = State();
     state.iniPath = path;
     const IniFile ini(path);
-    state.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
+    state.run.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
     state.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
     state.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
-    state.dumpsLocals = false;
+    state.run.dumpsLocals = false;
     for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})
-      state.dumpsLocals |= !ini.ReadString(section, "DumpLocals", "").IsEmpty();
+      state.run.dumpsLocals |= !ini.ReadString(section, "DumpLocals", "").IsEmpty();
   } catch (const std::bad_alloc&) {
   }
 }

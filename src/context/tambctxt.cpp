@@ -37,10 +37,10 @@ class RunMark {
 }  // namespace
 
 bool ContextState::HasScriptFile() {
-  if (scriptFileEpoch != epoch) {
+  if (scriptFileEpoch != run.epoch) {
     scriptFile =
         globals != nullptr ? globals->GetVariable(std::string_view("ScriptFile")) : nullptr;
-    scriptFileEpoch = epoch;
+    scriptFileEpoch = run.epoch;
   }
   return scriptFile != nullptr && scriptFile->GetLength() > 0;
 }
@@ -50,7 +50,7 @@ int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
   if (!HasScriptFile()) context.SetScriptFile(procedure.GetScript()->Name(), 0);
   const RunMark running(context);
   const enum_ProcStatus status = machine->RunProcedure(procedure, stack);
-  if (status != PROCSTATUS_ENDED && errorCode >= kFirstFatalError)
+  if (status != PROCSTATUS_ENDED && run.errorCode >= kFirstFatalError)
     HandleParseError({procedure.GetScript(), procedure.GetStartLine()});
   return status == PROCSTATUS_ENDED ? 1 : 0;
 }
@@ -75,6 +75,7 @@ TamberContext::TamberContext(TamberContext& parent)
       state_(std::make_unique<ContextState>(*this)) {
   ContextState& from = parent.State();
   state_->root = from.root;
+  state_->run.rootWake = &from.root->State().run.wake;
   state_->nested = true;
   state_->nesting = from.nesting + 1;
   state_->errors = from.errors;
@@ -90,10 +91,10 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->filePolicy = from.filePolicy;
   state_->ownLogFile = from.ownLogFile;
   state_->iniPath = from.iniPath;
-  state_->procedureTrace = from.procedureTrace;
+  state_->run.procedureTrace = from.run.procedureTrace;
   state_->compileOnly = from.compileOnly;
   state_->dumpStatements = from.dumpStatements;
-  state_->dumpsLocals = from.dumpsLocals;
+  state_->run.dumpsLocals = from.run.dumpsLocals;
   state_->diagnosticHandler = from.diagnosticHandler;
   state_->diagnosticUser = from.diagnosticUser;
   state_->outputSink = from.outputSink;
@@ -111,10 +112,10 @@ TamberContext::TamberContext(TamberContext& parent)
 TamberContext& TamberContext::operator=(const TamberContext& other) {
   const ContextState& from = *other.state_;
   state_->iniPath = from.iniPath;
-  state_->procedureTrace = from.procedureTrace;
+  state_->run.procedureTrace = from.run.procedureTrace;
   state_->compileOnly = from.compileOnly;
   state_->dumpStatements = from.dumpStatements;
-  state_->dumpsLocals = from.dumpsLocals;
+  state_->run.dumpsLocals = from.run.dumpsLocals;
   state_->exePath = from.exePath;
   state_->appInstance = from.appInstance;
   state_->proxy = from.proxy;
@@ -172,7 +173,7 @@ void TamberContext::SetScriptFile(const KelString& name, int32_t overwrite) {
 }
 
 int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
-  if (state_->stopFlag || state_->IsStopRequested() || state_->compileOnly != 0) return 1;
+  if (state_->run.stopFlag || state_->run.IsStopRequested() || state_->compileOnly != 0) return 1;
   try {
     TamberProcedure* procedure = GetProcedure(name.View());
     bool isMain = kel::EqualsNoCase(name.View(), "main");
@@ -193,7 +194,7 @@ int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
 }
 
 void TamberContext::RequestStop() {
-  std::atomic<uint32_t>& wake = state_->root->State().wake;
+  std::atomic<uint32_t>& wake = *state_->run.rootWake;
   wake.store(1, std::memory_order_release);
   kel::WakeSleepers(&wake);
 }
@@ -214,13 +215,13 @@ void TamberContext::ResetContext() {
   state_->handles->Clear();
   state_->inherited.clear();
   state_->ownLogFile.Clear();
-  state_->stopFlag = false;
-  if (!state_->nested) state_->wake.store(0, std::memory_order_relaxed);
-  state_->errorCode = 0;
-  state_->errorText.Clear();
-  state_->errorDetail.Clear();
-  state_->errorReported = false;
-  state_->ScopeChanged();
+  state_->run.stopFlag = false;
+  if (!state_->nested) state_->run.wake.store(0, std::memory_order_relaxed);
+  state_->run.errorCode = 0;
+  state_->run.errorText.Clear();
+  state_->run.errorDetail.Clear();
+  state_->run.errorReported = false;
+  state_->run.ScopeChanged();
 }
 
 Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code) {
@@ -243,15 +244,15 @@ Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code
   }
   Stack stack;
   if (compiler.EvaluateExpression(&stack)) return stack.PopVariable();
-  code = state_->errorCode != 0 ? state_->errorCode : ERR_FUNCFAILED;
+  code = state_->run.errorCode != 0 ? state_->run.errorCode : ERR_FUNCFAILED;
   // What went wrong is the caller's to report or to forget; only without memory the run ends.
   if (code != ERR_NOMEMORY) {
-    state_->errorCode = 0;
-    state_->errorText.Clear();
-    state_->errorDetail.Clear();
-  } else if (!state_->errorReported) {
-    state_->errorText = expression.Left(200);
-    state_->errorDetail = state_->errorText;
+    state_->run.errorCode = 0;
+    state_->run.errorText.Clear();
+    state_->run.errorDetail.Clear();
+  } else if (!state_->run.errorReported) {
+    state_->run.errorText = expression.Left(200);
+    state_->run.errorDetail = state_->run.errorText;
   }
   return nullptr;
 }

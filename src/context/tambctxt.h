@@ -24,14 +24,6 @@ class TamberScript;
 class Tokeniser;
 class XmlProxyClient;
 
-/// Scope bits; a lookup that takes several searches them in this order.
-enum enum_VarListType : uint32_t {
-  VARLIST_LOCAL = 1,
-  VARLIST_GLOBAL = 2,
-  VARLIST_CONSTANT = 4,
-  VARLIST_EXTERNAL = 8,
-};
-
 /// A procedure that was running when an error came up.
 struct TamberCallFrame {
   KelString procedure;

@@ -87,7 +87,7 @@ Variable* TamberContext::GetVariable(uint32_t index, enum_VarListType scope) {
 uint32_t TamberContext::AddVariable(Variable* variable, enum_VarListType scope) {
   enum_VarListType lowest;
   if (variable == nullptr || !LowestScope(scope, lowest)) return 0;
-  State().ScopeChanged();
+  State().run.ScopeChanged();
   if (lowest == VARLIST_LOCAL) return State().machine->AddLocal(variable);
   if (lowest == VARLIST_CONSTANT) return State().OwnConstants().AddVariable(variable);
   std::unique_ptr<VarList>& list = *ListOf(State(), lowest);
@@ -98,7 +98,7 @@ uint32_t TamberContext::AddVariable(Variable* variable, enum_VarListType scope) 
 Variable* TamberContext::RemoveVariable(const KelString& name, enum_VarListType scope) {
   enum_VarListType lowest;
   if (!LowestScope(scope, lowest) || FindVariable(name, lowest) < 0) return nullptr;
-  State().ScopeChanged();
+  State().run.ScopeChanged();
   if (lowest == VARLIST_LOCAL) return State().machine->RemoveLocal(name.View());
   return State().Scope(lowest)->RemoveVariable(name.View());
 }
@@ -106,7 +106,7 @@ Variable* TamberContext::RemoveVariable(const KelString& name, enum_VarListType 
 void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_VarListType scope) {
   enum_VarListType lowest;
   if (!LowestScope(scope, lowest)) return;
-  State().ScopeChanged();
+  State().run.ScopeChanged();
   if (lowest == VARLIST_LOCAL) {
     State().machine->ReplaceLocal(index, variable);
   } else if (VarList* list = State().Scope(lowest)) {
@@ -115,7 +115,7 @@ void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_Var
 }
 
 void TamberContext::ClearVarList(uint32_t mask) {
-  State().ScopeChanged();
+  State().run.ScopeChanged();
   if ((mask & VARLIST_LOCAL) != 0) State().machine->ClearLocals();
   if ((mask & VARLIST_CONSTANT) != 0) State().sharedConstants = nullptr;
   for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL})

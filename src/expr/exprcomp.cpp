@@ -1,15 +1,18 @@
 #include "expr/exprcomp.h"
 
-#include "context/tambctxt.h"
+#include "expr/exprnames.h"
 #include "expr/exprparser.h"
+#include "expr/lowerexpr.h"
+#include "machine/code.h"
 #include "machine/machine.h"
 #include "text/tokenise.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
+#include "values/varlist.h"
 
-ExpressionCompiler::ExpressionCompiler(TamberContext* context, const tamber::LocalTable* locals,
-                                       bool runtimeLocals)
-    : context_(context),
+ExpressionCompiler::ExpressionCompiler(tamber::ExpressionNames& names,
+                                       const tamber::LocalTable* locals, bool runtimeLocals)
+    : names_(names),
       locals_(locals),
       runtimeLocals_(runtimeLocals),
       prototype_(nullptr, Variable::Delete) {}
@@ -37,7 +40,7 @@ int32_t ExpressionCompiler::CompileExpression(const char* text, const KelString&
 
 int32_t ExpressionCompiler::CompileExpression(Tokeniser* tokeniser, const KelString& terminators) {
   ClearExpression();
-  ExpressionScope scope{context_, locals_, runtimeLocals_};
+  ExpressionScope scope{names_, locals_, runtimeLocals_};
   ExpressionParser parser(*this, scope, *tokeniser, 0);
   root_ = parser.Parse(terminators.IsEmpty() ? ",);" : terminators.View());
   return root_ != nullptr;
@@ -52,13 +55,13 @@ int32_t ExpressionCompiler::CompileAssigned(Tokeniser* tokeniser, const KelStrin
 
 int32_t ExpressionCompiler::CompileTarget(Tokeniser* tokeniser) {
   ClearExpression();
-  ExpressionScope scope{context_, locals_, runtimeLocals_};
+  ExpressionScope scope{names_, locals_, runtimeLocals_};
   ExpressionParser parser(*this, scope, *tokeniser, 0);
   tokeniser->GetNextToken(1, 1);
   std::string name(tokeniser->Token());
   tamber::VarUse use;
   if (!parser.FindVariable(name, use)) {
-    Variable* external = context_->GetVariable(KelString(name), VARLIST_EXTERNAL);
+    Variable* external = names_.FindVariable(KelString(name), VARLIST_EXTERNAL);
     if (external == nullptr) {
       Fail(ERR_BADSTATEMENT, name, tokeniser->TokenOffset());
       return 0;
@@ -107,8 +110,9 @@ int32_t ExpressionCompiler::BecomeDouble() {
 
 int32_t ExpressionCompiler::EvaluateExpression(Stack* stack) {
   if (!root_) return 0;
-  tamber::Machine& machine = context_->GetMachine();
-  const int32_t evaluated = machine.Evaluate(*root_, *stack);
+  tamber::Machine& machine = names_.Evaluator();
+  const int32_t evaluated = machine.BeginEvaluation(root_->SourceOffset()) != 0 &&
+                            machine.Evaluate(tamber::LowerExpression(*root_).get(), *stack) != 0;
   errorOffset_ = machine.EvaluationStop();
   return evaluated;
 }

@@ -12,6 +12,10 @@ class TamberContext;
 class Tokeniser;
 class Variable;
 
+namespace tamber {
+class ExpressionNames;
+}
+
 /// Turns the text of one expression into a tree of nodes, checks it and works out its type.
 ///
 /// A compiler is made for a context and used for one expression after another. Operations return
@@ -20,6 +24,10 @@ class ExpressionCompiler {
  public:
   /// `locals`: the names of the procedure that is being compiled, null for none. Without them and
   /// with `runtimeLocals`, names also mean the locals of the procedure that is running.
+  explicit ExpressionCompiler(tamber::ExpressionNames& names,
+                              const tamber::LocalTable* locals = nullptr,
+                              bool runtimeLocals = false);
+  /// The same with the names of a context; defined beside it.
   explicit ExpressionCompiler(TamberContext* context, const tamber::LocalTable* locals = nullptr,
                               bool runtimeLocals = false);
   ~ExpressionCompiler();
@@ -66,7 +74,7 @@ class ExpressionCompiler {
   friend class ExpressionParser;
   bool Fail(int32_t code, std::string_view text, uint32_t offset);
 
-  TamberContext* context_;
+  tamber::ExpressionNames& names_;
   const tamber::LocalTable* locals_;
   bool runtimeLocals_;
   std::unique_ptr<ExpressionBase> root_;

@@ -2,17 +2,19 @@
 
 #include <charconv>
 
-#include "context/tambctxt.h"
 #include "expr/exprcnst.h"
 #include "expr/exprfunc.h"
 #include "expr/exprproc.h"
 #include "expr/exprsub.h"
+#include "functions/funclist.h"
 #include "kel/kelascii.h"
+#include "machine/callable.h"
 #include "machine/shape.h"
-#include "statements/procedure.h"
 #include "text/tokenise.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 #include "values/strbuf.h"
+#include "values/varlist.h"
 #include "values/varliteral.h"
 
 using tamber::Cell;
@@ -308,7 +310,7 @@ bool ExpressionParser::FindVariable(std::string_view name, VarUse& use) const {
   KelString text(name);
   // Names that only the running procedure knows are looked up by name when the text is evaluated.
   uint32_t mask = VARLIST_GLOBAL | (scope_.runtimeLocals ? VARLIST_LOCAL : 0u);
-  if (Variable* variable = scope_.context->GetVariable(text, mask)) {
+  if (Variable* variable = scope_.names.FindVariable(text, mask)) {
     use = {variable->OwnName(), scope_.runtimeLocals ? -2 : -1, tamber::TypeOf(*variable)};
     return true;
   }
@@ -322,7 +324,7 @@ bool ExpressionParser::HandleName(std::string_view token) {
     return variable && HandleOperand(std::move(variable), token);
   }
   KelString name(token);
-  if (const Variable* constant = scope_.context->PeekConstant(token)) {
+  if (const Variable* constant = scope_.names.FindConstant(token)) {
     Kind kind = tamber::KindOf(*constant);
     if (kind == Kind::String) {
       Cell text = tamber::VariableAccess::CellOf(*constant);
@@ -340,14 +342,14 @@ bool ExpressionParser::HandleName(std::string_view token) {
     Node variable = ReadVariable(use);
     return variable && HandleOperand(std::move(variable), token);
   }
-  if (Variable* variable = scope_.context->GetVariable(name, VARLIST_EXTERNAL)) {
+  if (Variable* variable = scope_.names.FindVariable(name, VARLIST_EXTERNAL)) {
     use = {variable->OwnName(), -1, tamber::TypeOf(*variable)};
     Node node = ReadVariable(use);
     return node && HandleOperand(std::move(node), token);
   }
-  if (TamberProcedure* procedure = scope_.context->GetProcedure(token))
+  if (tamber::Callable* procedure = scope_.names.FindCallable(token))
     return HandleProcedure(procedure);
-  if (scope_.context->FindFunction(token) != 0) return HandleFunction(token);
+  if (scope_.names.Functions().FindFunction(token) != 0) return HandleFunction(token);
   return Fail(ERR_EXPRBADTOKEN, token);
 }
 
@@ -431,7 +433,7 @@ bool ExpressionParser::ReadArguments(std::string_view name, std::vector<Node>& a
   }
 }
 
-bool ExpressionParser::CheckProcedureArguments(TamberProcedure& procedure,
+bool ExpressionParser::CheckProcedureArguments(tamber::Callable& procedure,
                                                std::vector<Node>& arguments) {
   std::string_view name = procedure.GetName().View();
   if (kel::EqualsNoCase(name, "main")) return Fail(ERR_PROCCALLMAIN, name);
@@ -452,9 +454,9 @@ bool ExpressionParser::CheckProcedureArguments(TamberProcedure& procedure,
     bool isVariable = argument.GetKind() == EXPRESSION_VARIABLE;
     if (isVariable) {
       auto& use = static_cast<ExpressionVariable&>(argument).Variable();
-      isVariable = use.slot != -1 ||
-                   scope_.context->GetVariable(KelString(use.name.View()),
-                                               VARLIST_GLOBAL | VARLIST_EXTERNAL) != nullptr;
+      isVariable =
+          use.slot != -1 || scope_.names.FindVariable(KelString(use.name.View()),
+                                                      VARLIST_GLOBAL | VARLIST_EXTERNAL) != nullptr;
     }
     if (!isVariable) return Fail(ERR_REFPARAMNOTVAR, name, at);
     bool same = tamber::HasLayoutOf(type, *parameter.type);
@@ -463,7 +465,7 @@ bool ExpressionParser::CheckProcedureArguments(TamberProcedure& procedure,
   return true;
 }
 
-bool ExpressionParser::HandleProcedure(TamberProcedure* procedure) {
+bool ExpressionParser::HandleProcedure(tamber::Callable* procedure) {
   std::vector<Node> arguments;
   if (!ReadArguments(procedure->GetName().View(), arguments)) return false;
   if (!CheckProcedureArguments(*procedure, arguments)) return false;
@@ -481,10 +483,10 @@ bool ExpressionParser::HandleFunction(std::string_view name) {
       return Fail(ERR_EXPRPARMMATCH, name, argument->SourceOffset());
     types.push_back(argument->Type().Get());
   }
-  uint32_t index = scope_.context->FindBestSignature(name, types);
+  uint32_t index = scope_.names.Functions().FindBestSignature(name, types);
   if (index == 0) return Fail(ERR_EXPRSIGNATURE, name);
-  if (!scope_.context->TakesArguments(index, types)) return Fail(ERR_EXPRPARMTYPE, name);
-  auto function = scope_.context->ShareFunction(index);
+  if (!scope_.names.Functions().TakesArguments(index, types)) return Fail(ERR_EXPRPARMTYPE, name);
+  auto function = scope_.names.Functions().ShareFunction(index);
   auto call = std::make_unique<ExpressionFunction>(function);
   for (size_t i = 0; i < arguments.size(); ++i) {
     tamber::AdaptLiterals(*arguments[i], *function->ParameterTypes()[i]);

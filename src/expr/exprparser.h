@@ -6,15 +6,14 @@
 
 #include "engine/tambops.h"
 #include "expr/exprcomp.h"
+#include "expr/exprnames.h"
 #include "expr/exprop.h"
 #include "expr/exprvar.h"
-
-class TamberProcedure;
 
 /// The names that an expression may use, and where errors go: what a parser needs to know of its
 /// surroundings.
 struct ExpressionScope {
-  TamberContext* context;
+  tamber::ExpressionNames& names;
   const tamber::LocalTable* locals;
   bool runtimeLocals;
 };
@@ -48,10 +47,10 @@ class ExpressionParser {
   bool HandleUnaryOperator(TamberOperators::Operator_e code);
   bool HandleOperand(Node node, std::string_view token);
   bool HandleName(std::string_view token);
-  bool HandleProcedure(TamberProcedure* procedure);
+  bool HandleProcedure(tamber::Callable* procedure);
   bool HandleFunction(std::string_view name);
   bool ReadArguments(std::string_view name, std::vector<Node>& arguments);
-  bool CheckProcedureArguments(TamberProcedure& procedure, std::vector<Node>& arguments);
+  bool CheckProcedureArguments(tamber::Callable& procedure, std::vector<Node>& arguments);
   Node ReadConstant(std::string_view token, bool& isConstant);
   Node ParseNested(std::string_view terminators);
   /// Read one step; `selected` is where the name begins that it is applied to.

@@ -1,15 +1,15 @@
 #include "expr/exprproc.h"
 
 #include "expr/exprvar.h"
+#include "machine/callable.h"
 #include "machine/codebuilder.h"
 #include "machine/shape.h"
-#include "statements/procedure.h"
 #include "values/errcodes.h"
 
 using tamber::Kind;
 using tamber::Operand;
 
-ExpressionProcedure::ExpressionProcedure(TamberProcedure* procedure)
+ExpressionProcedure::ExpressionProcedure(tamber::Callable* procedure)
     : ExpressionBase(EXPRESSION_PROCEDURE), procedure_(procedure) {
   const tamber::TypeRef& type = procedure->ReturnType();
   SetType(type ? type : tamber::TypeDesc::Of(Kind::None));

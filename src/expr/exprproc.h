@@ -2,18 +2,20 @@
 
 #include "expr/exprbase.h"
 
-class TamberProcedure;
+namespace tamber {
+class Callable;
+}
 
 /// A call of a script procedure. The children are the arguments.
 class ExpressionProcedure final : public ExpressionBase {
  public:
-  explicit ExpressionProcedure(TamberProcedure* procedure);
+  explicit ExpressionProcedure(tamber::Callable* procedure);
 
-  TamberProcedure& Procedure() const { return *procedure_; }
+  tamber::Callable& Procedure() const { return *procedure_; }
 
   void Dump(KelString& out) const override;
 
  private:
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
-  TamberProcedure* procedure_;
+  tamber::Callable* procedure_;
 };

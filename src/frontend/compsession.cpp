@@ -57,19 +57,19 @@ bool CompileSession::CompileBodies() {
 
 void CompileSession::SalvageBodies() {
   ContextState& state = context_.State();
-  const int32_t code = state.errorCode;
-  const KelString text = state.errorText;
-  const KelString detail = state.errorDetail;
+  const int32_t code = state.run.errorCode;
+  const KelString text = state.run.errorText;
+  const KelString detail = state.run.errorDetail;
   for (Body& body : bodies_) {
-    state.errorCode = ERR_SUCCESS;
+    state.run.errorCode = ERR_SUCCESS;
     if (body.procedure->GetState() == TamberProcedure::State::Declared &&
         !CompileStatements(body)) {
       Drop(*body.procedure);
     }
   }
-  state.errorCode = code;
-  state.errorText = text;
-  state.errorDetail = detail;
+  state.run.errorCode = code;
+  state.run.errorText = text;
+  state.run.errorDetail = detail;
 }
 
 bool CompileSession::CompileBody(Body& body) {
@@ -122,7 +122,7 @@ bool CompileSession::Fail(const ScriptLine& script, int32_t code, std::string_vi
 }
 
 bool CompileSession::FailHere(const ScriptLine& script) {
-  return FailHere(script, script.GetOffset(context_.State().errorDetail));
+  return FailHere(script, script.GetOffset(context_.State().run.errorDetail));
 }
 
 bool CompileSession::FailHere(const ScriptLine& script, uint32_t offset) {

@@ -38,7 +38,7 @@ VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString&
   }
   Stack stack;
   const bool evaluated = compiler.EvaluateExpression(&stack) != 0;
-  if (!evaluated && context.State().stopFlag && context.GetContextError() == 0) {
+  if (!evaluated && context.State().run.stopFlag && context.GetContextError() == 0) {
     // What it called has ended the script: there is no value, and nothing will run any more.
     return VarHolder(MakeVariable(compiler.ResultType(), Name()));
   }

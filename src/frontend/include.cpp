@@ -24,7 +24,7 @@ bool IncludeModule(CompileSession& session, const ScriptLine& script, const KelS
   void* handle = nullptr;
   if (context.LoadFunctionModule(name, script.GetName(), &handle)) return true;
   if (context.GetContextError() != 0) {
-    KelString& detail = context.State().errorDetail;
+    KelString& detail = context.State().run.errorDetail;
     if (detail.IsEmpty()) detail = name;
     return session.FailHere(script);
   }

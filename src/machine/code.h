@@ -8,9 +8,9 @@
 #include "functions/function.h"
 #include "values/typedesc.h"
 
-class TamberProcedure;
-
 namespace tamber {
+
+class Callable;
 
 enum class Op : uint16_t {
 #define OP(name) name,
@@ -111,7 +111,7 @@ class Code {
   std::vector<Name> names;
   std::vector<TypeRef> types;
   std::vector<GlobalSlot> globals;  ///< caches; the code is otherwise unchanging
-  std::vector<TamberProcedure*> procedures;
+  std::vector<Callable*> procedures;
   std::vector<CallSite> sites;
   std::vector<AppendSite> appends;
   std::vector<StatementEntry> statements;  ///< ascending by begin
@@ -125,7 +125,7 @@ class Code {
   bool localsAreObjects = false;
   /// A local named StrCase decides how texts compare, in place of the global.
   bool ownsCaseSwitch = false;
-  const TamberProcedure* procedure = nullptr;  ///< null: an expression outside any procedure
+  const Callable* procedure = nullptr;  ///< null: an expression outside any procedure
   TypeRef returnType;
 
   const StatementEntry* FindStatement(uint32_t pc) const;

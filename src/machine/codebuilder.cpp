@@ -525,7 +525,7 @@ uint32_t CodeBuilder::AppendIndex(const TypeRef& array, const TypeRef& value) {
   return Checked(code_.appends.size() - 1);
 }
 
-uint32_t CodeBuilder::ProcedureIndex(TamberProcedure* procedure) {
+uint32_t CodeBuilder::ProcedureIndex(Callable* procedure) {
   auto [at, isNew] = procedureIndex_.try_emplace(procedure, Checked(code_.procedures.size()));
   if (isNew) code_.procedures.push_back(procedure);
   return at->second;

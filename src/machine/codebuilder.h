@@ -132,7 +132,7 @@ class CodeBuilder {
   uint32_t GlobalIndex(const VarUse& use);
   uint32_t TypeIndex(const TypeRef& type);
   uint32_t NameIndex(const Name& name);
-  uint32_t ProcedureIndex(TamberProcedure* procedure);
+  uint32_t ProcedureIndex(Callable* procedure);
   uint32_t SiteIndex(CallSite site);
   uint32_t AppendIndex(const TypeRef& array, const TypeRef& value);
   Code& GetCode() { return code_; }
@@ -157,7 +157,7 @@ class CodeBuilder {
   uint32_t lastBound_ = 0;  // a jump may lead to the instruction before this one's end
   std::vector<OwnedRegister> owned_;
   std::unordered_map<std::string, uint32_t> globalIndex_;
-  std::unordered_map<const TamberProcedure*, uint32_t> procedureIndex_;
+  std::unordered_map<const Callable*, uint32_t> procedureIndex_;
   std::unordered_map<uint64_t, uint32_t> constantIndex_;  // by bits and kind, scalars only
 };
 

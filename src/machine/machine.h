@@ -10,14 +10,16 @@
 
 #include "engine/stack.h"
 #include "machine/code.h"
+#include "machine/runstate.h"
 #include "values/varlist.h"
 
-class ExpressionBase;
-struct TamberCallFrame;
+class TamberContext;
+class TamberOperators;
 
 namespace tamber {
 
-class ContextState;
+class Callable;
+class MachineHost;
 struct SourcePlace;
 
 /// How a procedure ended.
@@ -36,15 +38,19 @@ class Machine {
   /// Less native stack than this ends the run rather than risking the host's.
   static constexpr size_t kStackReserve = 256 * 1024;
 
-  explicit Machine(ContextState& state);
+  Machine(RunState& run, MachineHost& host);
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
   ~Machine();
 
   /// Runs a procedure whose arguments are on the stack, and leaves its result there.
-  enum_ProcStatus RunProcedure(TamberProcedure& procedure, Stack& stack);
-  /// Evaluates an expression; 1 leaves one value on the stack, 0 an error in the context.
-  int32_t Evaluate(const ExpressionBase& expression, Stack& stack);
+  enum_ProcStatus RunProcedure(Callable& procedure, Stack& stack);
+  /// Before an expression that begins at this place of its logical line is lowered and evaluated.
+  /// 0, with the error set, when too little native stack is left.
+  int32_t BeginEvaluation(uint32_t sourceOffset);
+  /// Runs the code of an expression, null for one that is too large for code; 1 leaves one value on
+  /// the stack, 0 an error in the context.
+  int32_t Evaluate(const Code* code, Stack& stack);
   /// Where in its logical line the last evaluation failed, or left an error, from 0.
   uint32_t EvaluationStop() const { return evaluationStop_; }
 
@@ -52,7 +58,7 @@ class Machine {
   /// Where the innermost procedure is; false when none is running.
   bool CurrentPlace(SourcePlace& place) const;
   /// The procedures that are running, the innermost first; of a deep recursion the first of them.
-  std::vector<TamberCallFrame> CallStack() const;
+  std::vector<SourcePlace> CallStack() const;
 
   // The local scope: the names of the running procedure, and what hosts added to it.
   int32_t FindLocal(std::string_view name);
@@ -90,17 +96,17 @@ class Machine {
 
   // --- frames (machineframes.cpp) ---
   void PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary);
-  bool PushCall(TamberProcedure& procedure, Cell* arguments);
-  static void ReleaseArguments(const TamberProcedure& procedure, Cell* arguments);
+  bool PushCall(Callable& procedure, Cell* arguments);
+  static void ReleaseArguments(const Callable& procedure, Cell* arguments);
   /// Registers for the code at `wanted` in the chunk, or at the start of the next one.
   Cell* MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk);
   void LeaveFrame(Frame& frame);
   /// Releases the temporaries that are in use at the frame's instruction, but for the first `keep`.
   void ReleaseLive(const Frame& frame, uint32_t keep = 0);
   void ReleaseKept(const Frame& frame, uint32_t kept);
-  const Code* Prepare(TamberProcedure& procedure);
-  bool BindArguments(TamberProcedure& procedure, Stack& stack, Cell* base);
-  enum_ProcStatus RunBoundary(const Code* code, TamberProcedure* procedure, Stack& stack);
+  const Code* Prepare(Callable& procedure);
+  bool BindArguments(Callable& procedure, Stack& stack, Cell* base);
+  enum_ProcStatus RunBoundary(const Code* code, Callable* procedure, Stack& stack);
   bool HasNativeStack(std::string_view name);
   void PushResult(const Code& code, Cell result);
   bool WrapParameter(const Code& code, Cell* registers, uint32_t slot);
@@ -154,7 +160,10 @@ class Machine {
   bool IsCaseSensitive();
   void SweepArray(ArrayData& array);
 
-  ContextState& state_;
+  RunState& run_;
+  MachineHost& host_;
+  TamberContext& context_;  ///< only handed on
+  TamberOperators& operators_;
   Stack* stack_ = nullptr;                       ///< evaluation stack of the current run
   const std::atomic<uint32_t>* wake_ = nullptr;  ///< the root context's, while something runs
   std::vector<Frame> frames_;

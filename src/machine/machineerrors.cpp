@@ -3,18 +3,18 @@
 #include <optional>
 #include <utility>
 
-#include "context/contextstate.h"
-#include "frontend/scripttext.h"
 #include "kel/kelascii.h"
+#include "machine/callable.h"
 #include "machine/machine.h"
-#include "statements/procedure.h"
+#include "machine/machinehost.h"
+#include "machine/sourceplace.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
 
 namespace tamber {
 
 bool Machine::Raise(int32_t code, std::string_view text) {
-  state_.context.SetContextError(code, KelString(text));
+  run_.SetError(code, KelString(text));
   return false;
 }
 
@@ -53,13 +53,13 @@ bool Machine::CurrentPlace(SourcePlace& place) const {
   return false;
 }
 
-std::vector<TamberCallFrame> Machine::CallStack() const {
+std::vector<SourcePlace> Machine::CallStack() const {
   constexpr size_t kMostShown = 100;
-  std::vector<TamberCallFrame> calls;
+  std::vector<SourcePlace> calls;
   for (uint32_t i = frameCount_; i-- > 0 && calls.size() < kMostShown;) {
     if (frames_[i].code->procedure == nullptr) continue;
-    const SourcePlace place = PlaceOf(frames_[i]);
-    calls.push_back({frames_[i].code->procedure->GetName(), place.text->Name(), place.line});
+    calls.push_back(PlaceOf(frames_[i]));
+    calls.back().procedure = frames_[i].code->procedure->GetName();
   }
   return calls;
 }
@@ -84,7 +84,7 @@ Machine::After Machine::UnwindAll(enum_ProcStatus status, bool released) {
 }
 
 bool Machine::RunHandler(std::string_view name) {
-  TamberProcedure* handler = state_.context.GetProcedure(name);
+  Callable* handler = host_.FindCallable(name);
   if (handler == nullptr) return Raise(ERR_NOERRHANDLER, name);
   if (handler->GetParameterCount() > 0) return Raise(ERR_PROCPARMCOUNT, name);
   uint32_t height = stack_->GetSize();
@@ -92,7 +92,7 @@ bool Machine::RunHandler(std::string_view name) {
   stack_->CutTo(height);
   // How the handler itself ended does not matter to the procedure that it was called for.
   unwinding_ = false;
-  return state_.errorCode < kFirstFatalError;
+  return run_.errorCode < kFirstFatalError;
 }
 
 Machine::After Machine::ApplyPolicy(bool statementFailed) {
@@ -122,7 +122,7 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
     ReleaseLive(*frame, kept);
     stack_->CutTo(frame->stackHeight);
     if (entry.retry != StatementEntry::kNone) {
-      state_.errorCode = 0;
+      run_.errorCode = 0;
       frame->pc = code.instrs.data() + entry.retry;
       return After::Continue;
     }
@@ -132,19 +132,19 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
     if (statementFailed && kept > 0) ReleaseKept(frames_[frameCount_ - 1], kept);
     return UnwindAll(status, statementFailed);
   };
-  bool fatal = state_.errorCode >= kFirstFatalError;
+  bool fatal = run_.errorCode >= kFirstFatalError;
   if (!fatal) {
-    KelString handler = state_.HandleRunError(place);
+    KelString handler = host_.HandleRunError(place);
     if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) return leave(PROCSTATUS_FAILED);
     if (!kel::EqualsNoCase(handler.View(), "INLINE_HANDLER")) {
       fatal = !RunHandler(handler.View());
-      if (state_.stopFlag && !fatal) return leave(PROCSTATUS_ENDED);
+      if (run_.stopFlag && !fatal) return leave(PROCSTATUS_ENDED);
       frame = &frames_[frameCount_ - 1];
     }
   }
   if (!fatal && zero && entry.zeroMismatch) fatal = !Raise(ERR_ASSIGNMISMATCH, "");
   if (fatal) {
-    state_.HandleParseError(place);
+    host_.HandleParseError(place);
     return leave(PROCSTATUS_FAILED);
   }
   uint32_t next = pc + 1;

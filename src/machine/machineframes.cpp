@@ -1,14 +1,12 @@
 #include <algorithm>
 
-#include "context/contextstate.h"
-#include "expr/exprbase.h"
-#include "frontend/compsession.h"
 #include "kel/clock.h"
+#include "kel/kelformat.h"
 #include "kel/nativestack.h"
+#include "machine/callable.h"
 #include "machine/machine.h"
+#include "machine/machinehost.h"
 #include "machine/shape.h"
-#include "statements/lower.h"
-#include "statements/procedure.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
 #include "values/strbuf.h"
@@ -28,8 +26,8 @@ class Machine::StackScope {
   StackScope(Machine& machine, Stack& stack)
       : machine_(machine), stack_(machine.stack_), observed_(machine.observed_) {
     machine.stack_ = &stack;
-    machine.wake_ = &machine.state_.root->State().wake;
-    machine.observed_ = machine.state_.procedureTrace != 0 || machine.state_.dumpsLocals;
+    machine.wake_ = machine.run_.rootWake;
+    machine.observed_ = machine.run_.procedureTrace != 0 || machine.run_.dumpsLocals;
     ++machine.nativeDepth_;
   }
   StackScope(const StackScope&) = delete;
@@ -48,7 +46,8 @@ class Machine::StackScope {
   bool observed_;
 };
 
-Machine::Machine(ContextState& state) : state_(state) {
+Machine::Machine(RunState& run, MachineHost& host)
+    : run_(run), host_(host), context_(host.Context()), operators_(host.Operators()) {
   caseSwitch_.name = Name("StrCase");
   caseSwitch_.type = TypeDesc::Of(Kind::Int);
 }
@@ -86,11 +85,11 @@ void Machine::PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* resu
   for (const OwnedRegister& owned : code->ownedLocals)
     if (owned.reg >= code->parameters) base[owned.reg].bits = 0;
   // An expression outside any procedure leaves the error of the statement that evaluates it alone.
-  if (code->procedure != nullptr) state_.errorCode = 0;
+  if (code->procedure != nullptr) run_.errorCode = 0;
   if (observed_) TraceEnter(frame);
 }
 
-bool Machine::PushCall(TamberProcedure& procedure, Cell* arguments) {
+bool Machine::PushCall(Callable& procedure, Cell* arguments) {
   try {
     const Code* code = procedure.FindCode(observed_);
     if (code == nullptr) code = Prepare(procedure);
@@ -111,7 +110,7 @@ bool Machine::PushCall(TamberProcedure& procedure, Cell* arguments) {
 }
 
 /// What a call that does not come about would have taken over.
-void Machine::ReleaseArguments(const TamberProcedure& procedure, Cell* arguments) {
+void Machine::ReleaseArguments(const Callable& procedure, Cell* arguments) {
   for (uint32_t i = 0; i < procedure.GetParameterCount(); ++i) {
     const Local& local = procedure.Locals().At(i);
     Kind kind = local.isReference ? Kind::Any : local.type->GetKind();
@@ -139,13 +138,9 @@ void Machine::ReleaseLive(const Frame& frame, uint32_t keep) {
   }
 }
 
-const Code* Machine::Prepare(TamberProcedure& procedure) {
-  if (!EnsureCompiled(state_.context, procedure)) return nullptr;
-  std::unique_ptr<Code> code = LowerProcedure(procedure, observed_);
-  if (!code) {
-    Raise(ERR_NOMEMORY, procedure.GetName().View());
-    return nullptr;
-  }
+const Code* Machine::Prepare(Callable& procedure) {
+  std::unique_ptr<Code> code = host_.MakeCode(procedure, observed_);
+  if (!code) return nullptr;
   return procedure.SetCode(observed_, std::move(code));
 }
 
@@ -177,7 +172,7 @@ bool Machine::WrapParameter(const Code& code, Cell* registers, uint32_t slot) {
   return whole;
 }
 
-bool Machine::BindArguments(TamberProcedure& procedure, Stack& stack, Cell* base) {
+bool Machine::BindArguments(Callable& procedure, Stack& stack, Cell* base) {
   uint32_t count = procedure.GetParameterCount();
   std::vector<Cell> cells(count, ZeroCell());
   bool fits = true;
@@ -217,7 +212,7 @@ void Machine::PushResult(const Code& code, Cell result) {
     stack_->PushTyped(*code.returnType, result);
 }
 
-enum_ProcStatus Machine::RunBoundary(const Code* code, TamberProcedure* procedure, Stack& stack) {
+enum_ProcStatus Machine::RunBoundary(const Code* code, Callable* procedure, Stack& stack) {
   std::string_view name = procedure ? procedure->GetName().View() : "";
   if (frameCount_ >= kMaxFrames) {
     Raise(ERR_NOMEMORY, name);
@@ -236,7 +231,7 @@ enum_ProcStatus Machine::RunBoundary(const Code* code, TamberProcedure* procedur
   return Run();
 }
 
-enum_ProcStatus Machine::RunProcedure(TamberProcedure& procedure, Stack& stack) {
+enum_ProcStatus Machine::RunProcedure(Callable& procedure, Stack& stack) {
   if (!HasNativeStack(procedure.GetName().View())) return PROCSTATUS_FAILED;
   if (stack.GetSize() < procedure.GetParameterCount()) {
     Raise(ERR_EXPRFUNCPARCOUNT, procedure.GetName().View());
@@ -249,21 +244,23 @@ enum_ProcStatus Machine::RunProcedure(TamberProcedure& procedure, Stack& stack) 
   enum_ProcStatus status = RunBoundary(code, &procedure, stack);
   // Whoever runs a procedure learns from the status how it ended; the run around it goes on.
   unwinding_ = false;
-  if (status == PROCSTATUS_ENDED && !state_.stopFlag) PushResult(*code, result_);
+  if (status == PROCSTATUS_ENDED && !run_.stopFlag) PushResult(*code, result_);
   return status;
 }
 
-int32_t Machine::Evaluate(const ExpressionBase& expression, Stack& stack) {
-  evaluationStop_ = expression.SourceOffset();
-  if (!HasNativeStack("")) return 0;
-  std::unique_ptr<Code> code = LowerExpression(expression);
-  if (!code) {
+int32_t Machine::BeginEvaluation(uint32_t sourceOffset) {
+  evaluationStop_ = sourceOffset;
+  return HasNativeStack("");
+}
+
+int32_t Machine::Evaluate(const Code* code, Stack& stack) {
+  if (code == nullptr) {
     Raise(ERR_NOMEMORY, "");
     return 0;
   }
   StackScope scope(*this, stack);
   uint32_t height = stack.GetSize();
-  enum_ProcStatus status = RunBoundary(code.get(), nullptr, stack);
+  enum_ProcStatus status = RunBoundary(code, nullptr, stack);
   if (const auto call = TakeFailedCall(*code)) evaluationStop_ = code->FindSource(*call);
   if (status == PROCSTATUS_ENDED && stack.GetSize() > height) return 1;
   stack.CutTo(height);
@@ -272,20 +269,19 @@ int32_t Machine::Evaluate(const ExpressionBase& expression, Stack& stack) {
 
 void Machine::TraceEnter(Frame& frame) {
   frame.statementCount = 0;
-  if (frame.code->procedure == nullptr || state_.procedureTrace == 0) return;
+  if (frame.code->procedure == nullptr || run_.procedureTrace == 0) return;
   frame.started = kel::MonotonicNanoseconds();
-  state_.context.OutputErrorText(KelString("TamberDebug"), "Entering %S%s",
-                                 frame.code->procedure->GetName(), "\r\n");
+  host_.Trace(KelString(kel::Format("Entering %S%s", frame.code->procedure->GetName(), "\r\n")));
 }
 
 void Machine::TraceLeave(const Frame& frame) {
-  if (frame.code->procedure == nullptr || unwinding_ || state_.procedureTrace == 0) return;
+  if (frame.code->procedure == nullptr || unwinding_ || run_.procedureTrace == 0) return;
   float milliseconds =
       static_cast<float>(kel::MonotonicNanoseconds() - frame.started) / 1e9f * 1000.0f;
-  state_.context.OutputErrorText(KelString("TamberDebug"),
-                                 "Leaving %s, executed %lu statements, total time %.2f ms%s",
-                                 frame.code->procedure->GetName().GetString(), frame.statementCount,
-                                 static_cast<double>(milliseconds), "\r\n");
+  host_.Trace(
+      KelString(kel::Format("Leaving %s, executed %lu statements, total time %.2f ms%s",
+                            frame.code->procedure->GetName().GetString(), frame.statementCount,
+                            static_cast<double>(milliseconds), "\r\n")));
 }
 
 // --- the local scope ---

@@ -1,12 +1,12 @@
 #include <new>
 #include <stdexcept>
 
-#include "context/contextstate.h"
 #include "engine/arith.h"
 #include "kel/fault.h"
 #include "kel/number.h"
+#include "machine/callable.h"
 #include "machine/machine.h"
-#include "statements/procedure.h"
+#include "machine/machinehost.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
@@ -411,7 +411,7 @@ L_Chars2S : {
 
 L_LdG : {
   GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
-  if (slot.epoch == state_.epoch && slot.cell != nullptr) {
+  if (slot.epoch == run_.epoch && slot.cell != nullptr) {
     A = *slot.cell;
   } else {
     SAVE();
@@ -421,7 +421,7 @@ L_LdG : {
 }
 L_StG : {
   GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
-  if (slot.epoch == state_.epoch && slot.cell != nullptr) {
+  if (slot.epoch == run_.epoch && slot.cell != nullptr) {
     *slot.cell = A;
   } else {
     SAVE();
@@ -444,7 +444,7 @@ L_LeaG:
 L_VarG : {
   GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
   SAVE();
-  CHECK(slot.epoch == state_.epoch || ResolveGlobal(slot));
+  CHECK(slot.epoch == run_.epoch || ResolveGlobal(slot));
   A.v = slot.variable->Duplicate();
   NEXT();
 }
@@ -710,7 +710,7 @@ L_AssignV:
   NEXT();
 
 L_ClrErr:
-  state_.errorCode = 0;
+  run_.errorCode = 0;
   NEXT();
 L_Call : {
   if (wake_->load(std::memory_order_relaxed) != 0) {
@@ -733,11 +733,11 @@ L_CallN : {
   // A built-in may have run a script procedure, and so have moved the frames.
   frame = &frames_[frameCount_ - 1];
   CHECK(done);
-  if (state_.stopFlag || unwinding_) goto stopped;
+  if (run_.stopFlag || unwinding_) goto stopped;
   NEXT();
 }
 L_ChkErr:
-  if (state_.errorCode == 0) NEXT();
+  if (run_.errorCode == 0) NEXT();
   SAVE();
   if (ApplyPolicy(false) == After::Leave) return status_;
   RELOAD();
@@ -796,10 +796,10 @@ L_RetV : {
 }
 L_CallScript:
   SAVE();
-  state_.CallScript(KelString(TextOf(A.s)));
+  host_.CallScript(KelString(TextOf(A.s)));
   frame = &frames_[frameCount_ - 1];
-  if (state_.IsStopRequested()) goto interrupted;
-  if (state_.errorCode != 0) goto fail;
+  if (run_.IsStopRequested()) goto interrupted;
+  if (run_.errorCode != 0) goto fail;
   NEXT();
 L_Exit:
   goto interrupted;
@@ -832,7 +832,7 @@ fail:
   RELOAD();
   DISPATCH();
 interrupted:
-  state_.stopFlag = true;
+  run_.stopFlag = true;
 stopped:
   SAVE();
   UnwindAll(unwinding_ ? PROCSTATUS_FAILED : PROCSTATUS_ENDED);

@@ -1,10 +1,11 @@
 #include <string>
 
-#include "context/contextstate.h"
 #include "engine/arith.h"
+#include "engine/tambops.h"
+#include "machine/callable.h"
 #include "machine/machine.h"
+#include "machine/machinehost.h"
 #include "machine/shape.h"
-#include "statements/procedure.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
@@ -21,21 +22,11 @@ void Exchange(Kind kind, Cell& place, Cell value) { StoreCell(kind, place, value
 }  // namespace
 
 bool Machine::ResolveGlobal(GlobalSlot& slot) {
-  Variable* variable = nullptr;
-  for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_EXTERNAL, VARLIST_CONSTANT}) {
-    bool known =
-        scope != VARLIST_CONSTANT || state_.context.PeekConstant(slot.name.View()) != nullptr;
-    VarList* list = known ? state_.Scope(scope) : nullptr;
-    if (list == nullptr) continue;
-    uint32_t at = list->FindVariable(slot.name);
-    if (at == VarList::kNotFound) continue;
-    variable = list->GetVariable(at);
-    break;
-  }
+  Variable* variable = host_.FindOuter(slot.name);
   if (variable == nullptr) return Raise(ERR_VARNOTDECLARED, slot.name.View());
   slot.variable = variable;
   slot.cell = HasLayoutOf(*variable, *slot.type) ? CellOf(*variable) : nullptr;
-  slot.epoch = state_.epoch;
+  slot.epoch = run_.epoch;
   return true;
 }
 
@@ -57,7 +48,7 @@ bool Machine::LoadVariableAs(const TypeDesc& type, Variable& variable, Cell& out
 }
 
 bool Machine::LoadGlobal(GlobalSlot& slot, Cell& out) {
-  if (slot.epoch != state_.epoch && !ResolveGlobal(slot)) return false;
+  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return false;
   if (slot.cell != nullptr) {
     out = *slot.cell;
     return true;
@@ -71,7 +62,7 @@ bool Machine::LoadGlobal(GlobalSlot& slot, Cell& out) {
 }
 
 bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
-  if (slot.epoch != state_.epoch && !ResolveGlobal(slot))
+  if (slot.epoch != run_.epoch && !ResolveGlobal(slot))
     return Raise(ERR_NOEXTERNVAR, slot.name.View());
   Kind kind = slot.type->GetKind();
   if (slot.cell != nullptr) {
@@ -87,7 +78,7 @@ bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
 }
 
 bool Machine::GlobalAddress(GlobalSlot& slot, Cell& out) {
-  if (slot.epoch != state_.epoch && !ResolveGlobal(slot))
+  if (slot.epoch != run_.epoch && !ResolveGlobal(slot))
     return Raise(ERR_NOEXTERNVAR, slot.name.View());
   if (slot.cell == nullptr) return Raise(ERR_ASSIGNMISMATCH, slot.name.View());
   out.p = slot.cell;
@@ -271,12 +262,12 @@ bool Machine::ChangeVariable(Variable& target, const AppendSite& site, Cell valu
 }
 
 bool Machine::Execute(int32_t operatorIndex, Cell& out) {
-  state_.context.SetCaseSwitch(IsCaseSensitive());
-  bool done = state_.context.ExecuteOperator(operatorIndex, stack_) != 0;
-  int32_t error = state_.context.GetOperatorError();
+  operators_.SetCaseSwitch(IsCaseSensitive());
+  bool done = operators_.ExecuteOperator(operatorIndex, stack_) != 0;
+  int32_t error = operators_.GetOperatorError();
   if (!done || error != 0) {
     leftZero_ = error == ERR_DIVIDEBYZERO;
-    return Raise(error, state_.context.GetOperatorErrorText().View());
+    return Raise(error, operators_.GetOperatorErrorText().View());
   }
   out.v = stack_->PopVariable();
   return true;
@@ -320,7 +311,7 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
     return Raise(ERR_EXPRFUNCPARCOUNT, function.GetName().View());
   uint32_t height = stack_->GetSize() - site.arguments;
   Stack* stack = stack_;
-  FunctionCallInfo call{&state_.context, stack, 0, KelString(), function.Target()};
+  FunctionCallInfo call{&context_, stack, 0, KelString(), function.Target()};
   if (!function.IsImplemented()) {
     stack->CutTo(height);
   } else {
@@ -328,7 +319,7 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
       if (function.GetImplementation() != nullptr)
         function.GetImplementation()(&call);
       else
-        function.GetExtendedImplementation()(&call, &state_.context);
+        function.GetExtendedImplementation()(&call, &context_);
     } catch (const std::bad_alloc&) {
       call.errorCode = ERR_NOMEMORY;
     } catch (const std::exception& failure) {
@@ -340,14 +331,14 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
     }
   }
   if (call.errorCode != 0) {
-    state_.context.SetContextError(call.errorCode, call.errorText);
+    run_.SetError(call.errorCode, call.errorText);
     failedCall_ = frames_[frameCount_ - 1].pc;
   }
-  if (state_.IsStopRequested()) state_.stopFlag = true;
-  if (unwinding_ || state_.stopFlag || state_.errorCode >= kFirstFatalError) {
+  if (run_.IsStopRequested()) run_.stopFlag = true;
+  if (unwinding_ || run_.stopFlag || run_.errorCode >= kFirstFatalError) {
     // Nothing takes the result any more.
     if (stack->GetSize() > height) stack->CutTo(height);
-    return state_.errorCode < kFirstFatalError;
+    return run_.errorCode < kFirstFatalError;
   }
   return TakeResult(site, height, out);
 }
@@ -359,12 +350,12 @@ bool Machine::IsCaseSensitive() {
     code = scope != nullptr ? scope->code : nullptr;
   }
   if ((code != nullptr && code->ownsCaseSwitch) || !extraLocals_.empty())
-    return state_.context.GetSwitch("StrCase") != 0;
-  if (caseSwitch_.epoch != state_.epoch) {
-    int32_t error = state_.errorCode;
+    return host_.SwitchValue("StrCase") != 0;
+  if (caseSwitch_.epoch != run_.epoch) {
+    int32_t error = run_.errorCode;
     if (!ResolveGlobal(caseSwitch_)) {
       // The host has removed it; that is no error of the script's.
-      state_.errorCode = error;
+      run_.errorCode = error;
       return false;
     }
   }

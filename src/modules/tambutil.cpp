@@ -50,7 +50,7 @@ int32_t Max(FunctionCallInfo* info) {
 }
 
 bool Suspend(Call& call, int64_t milliseconds) {
-  kel::SleepFor(milliseconds, &call.Context().State().root->State().wake);
+  kel::SleepFor(milliseconds, &call.Context().State().root->State().run.wake);
   return true;
 }
 

@@ -107,7 +107,7 @@ class FactFinder {
       if (node.GetKind() == EXPRESSION_VARIABLE) {
         Use(static_cast<const ExpressionVariable&>(node).Variable());
       } else if (node.GetKind() == EXPRESSION_PROCEDURE) {
-        const TamberProcedure& callee = static_cast<const ExpressionProcedure&>(node).Procedure();
+        const Callable& callee = static_cast<const ExpressionProcedure&>(node).Procedure();
         for (uint32_t i = 0; i < node.GetChildCount(); ++i)
           if (callee.Locals().At(i).isReference) NeedsObject(*node.GetChild(i));
       } else if (node.GetKind() == EXPRESSION_FUNCTION) {

@@ -519,21 +519,4 @@ std::unique_ptr<Code> LowerProcedure(const TamberProcedure& procedure, bool obse
   return nullptr;
 }
 
-std::unique_ptr<Code> LowerExpression(const ExpressionBase& expression) {
-  auto code = std::make_unique<Code>();
-  CodeBuilder builder(*code, nullptr, nullptr, false);
-  StatementEntry entry;
-  entry.begin = 0;
-  entry.statement = 1;
-  entry.line = 0;
-  code->statements.push_back(entry);
-  Operand value = expression.Lower(builder);
-  if (value.place != Operand::Place::None) {
-    builder.Push(value);
-  }
-  builder.Emit(Op::RetV);
-  if (builder.TooLarge()) return nullptr;
-  return code;
-}
-
 }  // namespace tamber

@@ -4,7 +4,6 @@
 
 #include "machine/code.h"
 
-class ExpressionBase;
 class TamberProcedure;
 
 namespace tamber {
@@ -13,8 +12,5 @@ namespace tamber {
 /// counts statements, and its locals are at any moment what dumps and traces have to show.
 /// Null: the procedure is too large for the instruction format.
 std::unique_ptr<Code> LowerProcedure(const TamberProcedure& procedure, bool observed);
-
-/// Turns an expression outside any procedure into code that leaves its value on the stack.
-std::unique_ptr<Code> LowerExpression(const ExpressionBase& expression);
 
 }  // namespace tamber

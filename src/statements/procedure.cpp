@@ -1,25 +1,19 @@
 #include "statements/procedure.h"
 
-#include "machine/code.h"
 #include "values/cellops.h"
 #include "values/variable.h"
 
 TamberProcedure::TamberProcedure(const KelString& name,
                                  std::shared_ptr<const tamber::ScriptText> script)
-    : name_(name), script_(std::move(script)) {}
+    : Callable(name, std::move(script)) {}
 
 TamberProcedure::~TamberProcedure() = default;
 
-tamber::Code* TamberProcedure::SetCode(bool observed, std::unique_ptr<tamber::Code> code) {
-  code_[observed] = std::move(code);
-  return code_[observed].get();
-}
-
 KelString TamberProcedure::Header() const {
-  KelString out = name_;
+  KelString out = GetName();
   out += "(";
-  for (uint32_t i = 0; i < parameterCount_; ++i) {
-    const tamber::Local& local = locals_.At(i);
+  for (uint32_t i = 0; i < GetParameterCount(); ++i) {
+    const tamber::Local& local = Locals().At(i);
     if (i > 0) out += ", ";
     std::unique_ptr<Variable, void (*)(Variable*)> prototype(
         tamber::MakeVariable(local.type, tamber::Name()), Variable::Delete);

@@ -4,37 +4,17 @@
 #include <string>
 
 #include "kel/kelstring.h"
-#include "machine/locals.h"
+#include "machine/callable.h"
 #include "statements/statlist.h"
 
-namespace tamber {
-class Code;
-class ScriptText;
-}  // namespace tamber
-
-/// A procedure of a script: header, locals and compiled statements.
-class TamberProcedure {
+/// A procedure of a script: what can be called, and the compiled statements behind it.
+class TamberProcedure final : public tamber::Callable {
  public:
   TamberProcedure(const KelString& name, std::shared_ptr<const tamber::ScriptText> script);
-  TamberProcedure(const TamberProcedure&) = delete;
-  TamberProcedure& operator=(const TamberProcedure&) = delete;
   ~TamberProcedure();
-
-  const KelString& GetName() const { return name_; }
-  /// The text it was compiled from; kept alive by its procedures.
-  const std::shared_ptr<const tamber::ScriptText>& GetScript() const { return script_; }
 
   StatementList& Statements() { return statements_; }
   const StatementList& Statements() const { return statements_; }
-  tamber::LocalTable& Locals() { return locals_; }
-  const tamber::LocalTable& Locals() const { return locals_; }
-  /// The first locals are the parameters, in declaration order.
-  uint32_t GetParameterCount() const { return parameterCount_; }
-  void SetParameterCount(uint32_t count) { parameterCount_ = count; }
-
-  /// Null for a procedure without a value.
-  const tamber::TypeRef& ReturnType() const { return returnType_; }
-  void SetReturnType(const tamber::TypeRef& type) { returnType_ = type; }
 
   /// Physical lines of the body: the line after the header, and that of `endproc`.
   uint32_t GetStartLine() const { return startLine_; }
@@ -53,21 +33,10 @@ class TamberProcedure {
   /// "name(type [&]name, ...)"
   KelString Header() const;
 
-  /// The code of the statements, made when the procedure first runs. `observed` as in
-  /// LowerProcedure.
-  tamber::Code* FindCode(bool observed) const { return code_[observed].get(); }
-  tamber::Code* SetCode(bool observed, std::unique_ptr<tamber::Code> code);
-
  private:
-  KelString name_;
-  std::shared_ptr<const tamber::ScriptText> script_;
   StatementList statements_;
-  tamber::LocalTable locals_;
-  tamber::TypeRef returnType_;
-  uint32_t parameterCount_ = 0;
   uint32_t startLine_ = 0;
   uint32_t endLine_ = 0;
   bool returnsOnMainPath_ = false;
   State state_ = State::Declared;
-  std::unique_ptr<tamber::Code> code_[2];
 };

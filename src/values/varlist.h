@@ -8,6 +8,14 @@
 #include "kel/kelstring.h"
 #include "values/variable.h"
 
+/// Scope bits; a lookup that takes several searches them in this order.
+enum enum_VarListType : uint32_t {
+  VARLIST_LOCAL = 1,
+  VARLIST_GLOBAL = 2,
+  VARLIST_CONSTANT = 4,
+  VARLIST_EXTERNAL = 8,
+};
+
 /// An ordered list of variables that it owns, found by 0-based position or by name.
 ///
 /// A list keeps the order of insertion or, in sort mode, the order of names. Names are those that

@@ -197,13 +197,13 @@ TEST_F(Output, SourceAroundALine) {
 
 TEST_F(Output, SwitchesAreReadWithThePath) {
   Ini("ProcedureTrace=1\nCompileOnly=2\nDumpStatements=x\n");
-  EXPECT_EQ(context_.State().procedureTrace, 0);
+  EXPECT_EQ(context_.State().run.procedureTrace, 0);
   context_.SetIniPath("tamber.ini");
-  EXPECT_EQ(context_.State().procedureTrace, 1);
+  EXPECT_EQ(context_.State().run.procedureTrace, 1);
   EXPECT_EQ(context_.State().compileOnly, 2);
   EXPECT_EQ(context_.State().dumpStatements, 0);
   context_.SetIniPath("etc/other.ini");
-  EXPECT_EQ(context_.State().procedureTrace, 0);
+  EXPECT_EQ(context_.State().run.procedureTrace, 0);
   context_.SetIniDir("lib");
   EXPECT_EQ(context_.GetIniPath(), "lib/other.ini");
 }

@@ -353,7 +353,7 @@ TEST_F(SystemModule, SleepsAndIsWoken) {
   EXPECT_GE(passed(), std::chrono::milliseconds(30));
   std::thread waker([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    std::atomic<uint32_t>& wake = context_.State().wake;
+    std::atomic<uint32_t>& wake = context_.State().run.wake;
     wake = 1;
     kel::WakeSleepers(&wake);
   });

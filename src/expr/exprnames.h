@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string_view>
+
+#include "kel/kelstring.h"
+
+class FunctionList;
+class Variable;
+
+namespace tamber {
+
+class Callable;
+class Machine;
+
+/// What a compiler of expressions asks of its context: what names mean, and a machine for values
+/// that are wanted at once.
+class ExpressionNames {
+ public:
+  /// The variable of a name in these scopes (bits of enum_VarListType), on loan; null when none
+  /// holds it.
+  virtual Variable* FindVariable(const KelString& name, uint32_t scopes) = 0;
+  virtual const Variable* FindConstant(std::string_view name) = 0;
+  virtual Callable* FindCallable(std::string_view name) = 0;
+  virtual FunctionList& Functions() = 0;
+  virtual Machine& Evaluator() = 0;
+
+ protected:
+  ExpressionNames() = default;
+  ~ExpressionNames() = default;
+};
+
+}  // namespace tamber

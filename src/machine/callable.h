@@ -1,0 +1,52 @@
+#pragma once
+
+#include <memory>
+
+#include "kel/kelstring.h"
+#include "machine/locals.h"
+
+namespace tamber {
+
+class Code;
+class ScriptText;
+
+/// What callers and the machine know of a procedure: its header, its locals and, once it has run,
+/// its code. Where that comes from is its context's affair.
+class Callable {
+ public:
+  Callable(const Callable&) = delete;
+  Callable& operator=(const Callable&) = delete;
+
+  const KelString& GetName() const { return name_; }
+  /// The text it was compiled from; kept alive by its procedures.
+  const std::shared_ptr<const ScriptText>& GetScript() const { return script_; }
+
+  LocalTable& Locals() { return locals_; }
+  const LocalTable& Locals() const { return locals_; }
+  /// The first locals are the parameters, in declaration order.
+  uint32_t GetParameterCount() const { return parameterCount_; }
+  void SetParameterCount(uint32_t count) { parameterCount_ = count; }
+
+  /// Null for a procedure without a value.
+  const TypeRef& ReturnType() const { return returnType_; }
+  void SetReturnType(const TypeRef& type) { returnType_ = type; }
+
+  /// The code, made when the procedure first runs. `observed`: it counts statements, and its locals
+  /// are at any moment what dumps and traces have to show.
+  Code* FindCode(bool observed) const { return code_[observed].get(); }
+  Code* SetCode(bool observed, std::unique_ptr<Code> code);
+
+ protected:
+  Callable(const KelString& name, std::shared_ptr<const ScriptText> script);
+  ~Callable();
+
+ private:
+  KelString name_;
+  std::shared_ptr<const ScriptText> script_;
+  LocalTable locals_;
+  TypeRef returnType_;
+  uint32_t parameterCount_ = 0;
+  std::unique_ptr<Code> code_[2];
+};
+
+}  // namespace tamber

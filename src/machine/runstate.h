@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "kel/kelstring.h"
+#include "machine/epoch.h"
+
+namespace tamber {
+
+/// What running code and its context look at all the time: the context owns it, the machine reads
+/// and writes it.
+struct RunState {
+  int32_t errorCode = 0;
+  KelString errorText;
+  KelString errorDetail;       ///< as errorText, but empty for an error that came without a text
+  bool errorReported = false;  ///< the code in errorCode has had its report
+  void SetError(int32_t code, const KelString& text) {
+    errorCode = code;
+    // An empty text leaves the previous one in place: a code alone says nothing about its object.
+    if (!text.IsEmpty()) errorText = text;
+    errorDetail = text;
+    errorReported = false;
+  }
+
+  bool stopFlag = false;
+  /// Nonzero ends waiting built-ins early and stops what runs. Set from any thread, and only in the
+  /// state of the outermost context of a chain of called scripts.
+  std::atomic<uint32_t> wake{0};
+  std::atomic<uint32_t>* rootWake = &wake;
+  bool IsStopRequested() const { return rootWake->load(std::memory_order_relaxed) != 0; }
+
+  /// Changes whenever a name of a scope may stand for another variable. Values are never used
+  /// twice in a process, so one number tells both the context and its state.
+  uint64_t epoch = NextEpoch();
+  void ScopeChanged() { epoch = NextEpoch(); }
+
+  int32_t procedureTrace = 0;
+  bool dumpsLocals = false;  ///< some report shows the local variables
+};
+
+}  // namespace tamber
