@@ -46,7 +46,7 @@ int32_t IsStructured(TamberContext& context, const KelString& name,
                      const std::shared_ptr<const ScriptText>& text, ScriptText::Status status) {
   if (!text) return FailFile(context, CodeOf(status), name, ScriptText::Reason(status));
   ScriptLine script(text);
-  const tamber::ScriptShape shape = tamber::ShapeOf(context, script);
+  const tamber::ScriptShape shape = tamber::ShapeOf(context.State(), script);
   if (shape == tamber::ScriptShape::Unreadable) {
     context.SetContextError(script.GetTokeniser().GetLastError(), "");
     context.State().HandleParseError({text, script.GetStatementLine()});
@@ -68,7 +68,7 @@ int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place
     if (!text) return FailFile(context, ::CodeOf(status), path, ScriptText::Reason(status));
     auto script = std::make_unique<TamberScript>(&context, text);
     CompilePlace failed;
-    const bool compiled = tamber::CompileScript(*script, failed);
+    const bool compiled = tamber::CompileScript(*this, *script, failed);
     if (!compiled || run.errorCode != 0) return FailAt(*this, failed);
     context.AddScript(std::move(script));
     DumpScriptStatements();
@@ -104,7 +104,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     }
     auto script = std::make_unique<TamberScript>(this, source);
     tamber::CompilePlace place;
-    bool compiled = tamber::CompileScript(*script, place);
+    bool compiled = tamber::CompileScript(*state_, *script, place);
     // A run-time error that an initialiser left behind does not fail a text, only a file.
     if (state_->run.errorCode >= tamber::kFirstFatalError) return FailAt(*state_, place);
     // Nothing may stay unsaid: an include that the host's policy refuses leaves a smaller code.

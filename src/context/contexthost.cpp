@@ -1,7 +1,8 @@
-// What the machine and the compiler of expressions ask of their context.
+// What the machine and the compilers ask of their context.
 #include "context/contextstate.h"
 #include "expr/exprcomp.h"
 #include "frontend/compsession.h"
+#include "kel/kelascii.h"
 #include "machine/code.h"
 #include "statements/lower.h"
 #include "statements/procedure.h"
@@ -11,6 +12,10 @@ namespace tamber {
 
 TamberOperators& ContextState::Operators() { return context; }
 FunctionList& ContextState::Functions() { return context; }
+
+TypeList& ContextState::Types() { return context; }
+ProcedureList& ContextState::Procedures() { return context; }
+ScriptList& ContextState::Scripts() { return context; }
 
 Variable* ContextState::FindVariable(const KelString& name, uint32_t scopes) {
   return context.GetVariable(name, scopes);
@@ -38,10 +43,44 @@ int32_t ContextState::SwitchValue(std::string_view name) { return context.GetSwi
 std::unique_ptr<Code> ContextState::MakeCode(Callable& procedure, bool observed) {
   // All that a context can call comes from scripts.
   auto& compiled = static_cast<TamberProcedure&>(procedure);
-  if (!EnsureCompiled(context, compiled)) return nullptr;
+  if (!EnsureCompiled(*this, compiled)) return nullptr;
   std::unique_ptr<Code> code = LowerProcedure(compiled, observed);
   if (!code) run.SetError(ERR_NOMEMORY, procedure.GetName());
   return code;
+}
+
+void ContextState::AddVariable(Variable* variable, enum_VarListType scope) {
+  context.AddVariable(variable, scope);
+}
+
+void ContextState::LoadSessionValue(Variable& variable) {
+  if (sessionId != 0 && sessionStore) variable.LoadFromSession(sessionId, sessionStore.get());
+}
+
+int32_t ContextState::CheckUniqueVar(const KelString& name, uint32_t mask) {
+  return context.CheckUniqueVar(name, mask);
+}
+
+void ContextState::ForgetInherited(const KelString& name) {
+  if (inherited.empty() || inherited.erase(kel::Lowered(name)) == 0) return;
+  for (const enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL}) {
+    Variable::Delete(context.RemoveVariable(name, scope));
+  }
+  context.DeleteProcedure(name);
+  for (const KelString& word : {name, name + "[]"}) {
+    const uint32_t type = context.FindType(word);
+    if (type != TypeList::kNotFound) context.DeleteType(type);
+  }
+}
+
+std::shared_ptr<const ScriptText> ContextState::ReadScript(const KelString& path,
+                                                           ScriptText::Status& status) {
+  return ScriptText::FromFile(path, filePolicy.Find(path, kel::Access::Read), scriptKey, status);
+}
+
+bool ContextState::LoadModule(const KelString& file, const KelString& callingScript) {
+  void* handle = nullptr;
+  return context.LoadFunctionModule(file, callingScript, &handle);
 }
 
 void ContextState::Trace(KelString text) { ProcessOutputBuffer(text, KelString("TamberDebug")); }

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "context/tambctxt.h"
-#include "expr/exprnames.h"
+#include "frontend/compilehost.h"
 #include "kel/keldebug.h"
 #include "kel/sessionstore.h"
 #include "machine/machine.h"
@@ -42,7 +42,7 @@ class ErrorRecord {
 
 /// What a context holds beside its bases. Plain data: the context's .cpp files, one per concern,
 /// share it.
-class ContextState final : public MachineHost, public ExpressionNames {
+class ContextState final : public MachineHost, public CompileHost {
  public:
   explicit ContextState(TamberContext& owner);
   ~ContextState();
@@ -118,9 +118,6 @@ class ContextState final : public MachineHost, public ExpressionNames {
   KelString unwritable;  ///< the report file that could not be written last
 
   // --- operations shared by the context's files ---
-  /// Looks for a script or a module that a script names; "" when there is none. False, with error
-  /// 102, when the policy does not let it be looked for.
-  bool FindFile(const KelString& name, const KelString& directories, KelString& path);
   /// Whether a library may be loaded; if not, error 102 says so.
   bool MayLoad(const KelString& path);
   /// Sets error 102; always false.
@@ -163,11 +160,25 @@ class ContextState final : public MachineHost, public ExpressionNames {
   KelString HandleRunError(const SourcePlace& place) override;
   void CallScript(const KelString& path) override;
 
-  // --- what the compiler of expressions asks for ---
+  // --- what compiling asks for ---
   Variable* FindVariable(const KelString& name, uint32_t scopes) override;
   const Variable* FindConstant(std::string_view name) override;
   FunctionList& Functions() override;
   Machine& Evaluator() override { return *machine; }
+  RunState& Run() override { return run; }
+  TypeList& Types() override;
+  ProcedureList& Procedures() override;
+  ScriptList& Scripts() override;
+  void AddVariable(Variable* variable, enum_VarListType scope) override;
+  void LoadSessionValue(Variable& variable) override;
+  int32_t CheckUniqueVar(const KelString& name, uint32_t mask) override;
+  void ForgetInherited(const KelString& name) override;
+  bool FindFile(const KelString& name, const KelString& directories, KelString& path) override;
+  std::shared_ptr<const ScriptText> ReadScript(const KelString& path,
+                                               ScriptText::Status& status) override;
+  bool LoadModule(const KelString& file, const KelString& callingScript) override;
+  std::set<std::string>& Loading() override { return loading; }
+  KelDebug& Log() override { return debug; }
 
   /// Writes text to the output of a section ("TamberDebug", ...) and empties it.
   void ProcessOutputBuffer(KelString& text, const KelString& section);

@@ -343,7 +343,7 @@ int32_t TamberContext::RegisterStructure(const KelString& name, const KelString&
     // A module that is refused is no error of the script that includes it.
     const int32_t code = GetContextError();
     const KelString text = GetContextErrorText();
-    if (tamber::DefineStructureText(*this, name, members, tamber::kModuleStruct) != 0) {
+    if (tamber::DefineStructureText(*state_, name, members, tamber::kModuleStruct) != 0) {
       SetContextError(code, text);
     }
   }

@@ -153,7 +153,7 @@ Variable* TamberContext::CreateVariable(Tokeniser* tokeniser, const KelString& n
   try {
     tokeniser->GetNextToken(1, 1);
     const std::string word(tokeniser->Token());
-    tamber::DeclarationReader reader(*this, *tokeniser);
+    tamber::DeclarationReader reader(*state_, *tokeniser);
     int32_t error = tokeniser->GetLastError();
     KelString text;
     if (error == ERR_SUCCESS) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "context/tambctxt.h"
 #include "expr/exprvar.h"
+#include "frontend/compilehost.h"
 #include "frontend/stmtcomp.h"
 #include "statements/statarray.h"
 #include "statements/statexpr.h"
@@ -26,10 +26,10 @@ bool IsCompound(std::string_view op) {
 }
 
 bool IsConstant(const StatementCompiler& compiler, const KelString& name) {
-  TamberContext& context = compiler.Context();
+  CompileHost& host = compiler.Host();
   return compiler.Procedure().Locals().Find(name) < 0 &&
-         context.GetVariable(name, VARLIST_GLOBAL) == nullptr &&
-         context.GetVariable(name, VARLIST_CONSTANT) != nullptr;
+         host.FindVariable(name, VARLIST_GLOBAL) == nullptr &&
+         host.FindVariable(name, VARLIST_CONSTANT) != nullptr;
 }
 
 bool RefuseConstant(StatementCompiler& compiler, const KelString& name) {

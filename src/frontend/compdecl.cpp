@@ -22,7 +22,7 @@ void Declare(StatementCompiler& compiler, const KelString& typeWord, const Decla
 
 bool CompileLocals(StatementCompiler& compiler) {
   const KelString word(compiler.Tokens().Token());
-  DeclarationReader reader(compiler.Context(), compiler.Tokens());
+  DeclarationReader reader(compiler.Host(), compiler.Tokens());
   int32_t error = reader.ReadType(word);
   for (bool more = true; error == ERR_SUCCESS && more;) {
     DeclaredName declared;

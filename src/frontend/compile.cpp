@@ -1,6 +1,6 @@
 #include "frontend/compile.h"
 
-#include "context/tambctxt.h"
+#include "frontend/compilehost.h"
 #include "frontend/firstpass.h"
 #include "frontend/prochead.h"
 #include "frontend/script.h"
@@ -10,7 +10,7 @@ namespace tamber {
 namespace {
 
 bool ReadScript(CompileSession& session, TamberScript& script) {
-  const ScriptShape shape = ShapeOf(session.Context(), script);
+  const ScriptShape shape = ShapeOf(session.Host(), script);
   if (shape == ScriptShape::Unreadable) {
     return session.Fail(script, script.GetTokeniser().GetLastError(), "");
   }
@@ -21,13 +21,13 @@ bool ReadScript(CompileSession& session, TamberScript& script) {
 
 }  // namespace
 
-ScriptShape ShapeOf(const TamberContext& context, ScriptLine& script) {
+ScriptShape ShapeOf(CompileHost& host, ScriptLine& script) {
   return FindScriptShape(
-      script, [&context](std::string_view word) { return context.Lookup(word) != nullptr; });
+      script, [&host](std::string_view word) { return host.Types().Lookup(word) != nullptr; });
 }
 
-bool CompileScript(TamberScript& script, CompilePlace& place) {
-  CompileSession session(*script.GetContext());
+bool CompileScript(CompileHost& host, TamberScript& script, CompilePlace& place) {
+  CompileSession session(host);
   bool compiled = ReadScript(session, script);
   if (compiled) {
     compiled = session.CompileBodies();

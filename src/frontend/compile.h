@@ -9,11 +9,11 @@ namespace tamber {
 
 /// Which shape a script has, by the types that the context knows; the script is read from where it
 /// stands.
-ScriptShape ShapeOf(const TamberContext& context, ScriptLine& script);
+ScriptShape ShapeOf(CompileHost& host, ScriptLine& script);
 
 /// Compiles a script that has just been loaded, structured or plain, with what it includes, into
 /// its context. False when that failed: the error is set on the context, and `place` says where it
 /// belongs. The script enters no list; the scripts that it includes do.
-[[nodiscard]] bool CompileScript(TamberScript& script, CompilePlace& place);
+[[nodiscard]] bool CompileScript(CompileHost& host, TamberScript& script, CompilePlace& place);
 
 }  // namespace tamber

@@ -1,6 +1,6 @@
 #include "frontend/compsession.h"
 
-#include "context/contextstate.h"
+#include "frontend/compilehost.h"
 #include "frontend/jumppatch.h"
 #include "frontend/stmtcomp.h"
 #include "values/errcodes.h"
@@ -13,7 +13,7 @@ thread_local CompileSession* innermost = nullptr;
 
 }  // namespace
 
-CompileSession::CompileSession(TamberContext& context) : context_(context), outer_(innermost) {
+CompileSession::CompileSession(CompileHost& host) : host_(host), outer_(innermost) {
   innermost = this;
 }
 
@@ -35,7 +35,7 @@ void CompileSession::AddBody(std::unique_ptr<TamberProcedure> procedure, BlockTa
   const auto declared = static_cast<uint32_t>(declaredAt_.size());
   bodies_.push_back({procedure.get(), std::move(blocks), declared});
   bodyOf_.emplace(procedure.get(), &bodies_.back());
-  context_.AddProcedure(std::move(procedure));
+  host_.Procedures().AddProcedure(std::move(procedure));
 }
 
 bool CompileSession::CompileNow(TamberProcedure& procedure) {
@@ -56,20 +56,20 @@ bool CompileSession::CompileBodies() {
 }
 
 void CompileSession::SalvageBodies() {
-  ContextState& state = context_.State();
-  const int32_t code = state.run.errorCode;
-  const KelString text = state.run.errorText;
-  const KelString detail = state.run.errorDetail;
+  RunState& run = host_.Run();
+  const int32_t code = run.errorCode;
+  const KelString text = run.errorText;
+  const KelString detail = run.errorDetail;
   for (Body& body : bodies_) {
-    state.run.errorCode = ERR_SUCCESS;
+    run.errorCode = ERR_SUCCESS;
     if (body.procedure->GetState() == TamberProcedure::State::Declared &&
         !CompileStatements(body)) {
       Drop(*body.procedure);
     }
   }
-  state.run.errorCode = code;
-  state.run.errorText = text;
-  state.run.errorDetail = detail;
+  run.errorCode = code;
+  run.errorText = text;
+  run.errorDetail = detail;
 }
 
 bool CompileSession::CompileBody(Body& body) {
@@ -84,7 +84,7 @@ bool CompileSession::CompileStatements(Body& body) {
   ScriptLine script(procedure.GetScript());
   script.SetNextLine(procedure.GetStartLine());
   const uint32_t declared = body.declared;
-  StatementCompiler compiler(context_, procedure, script, body.blocks,
+  StatementCompiler compiler(host_, procedure, script, body.blocks,
                              [this, declared](std::string_view name) {
                                const auto found = declaredAt_.find(name);
                                return found != declaredAt_.end() && found->second >= declared;
@@ -99,7 +99,7 @@ bool CompileSession::CompileStatements(Body& body) {
 
 bool CompileSession::FinishBody(TamberProcedure& procedure) {
   if (procedure.ReturnType() && !procedure.ReturnsOnMainPath()) {
-    context_.SetContextError(ERR_PROCNORETURN, procedure.GetName());
+    host_.SetError(ERR_PROCNORETURN, procedure.GetName());
     NotePlace({procedure.GetScript(), procedure.GetEndLine(), 0, procedure.GetName()});
     return false;
   }
@@ -111,18 +111,18 @@ bool CompileSession::FinishBody(TamberProcedure& procedure) {
 
 void CompileSession::Drop(TamberProcedure& procedure) {
   procedure.SetState(TamberProcedure::State::Failed);
-  if (context_.GetProcedure(procedure.GetName()) == &procedure) {
-    context_.DeleteProcedure(procedure.GetName());
+  if (host_.Procedures().GetProcedure(procedure.GetName()) == &procedure) {
+    host_.Procedures().DeleteProcedure(procedure.GetName());
   }
 }
 
 bool CompileSession::Fail(const ScriptLine& script, int32_t code, std::string_view text) {
-  context_.SetContextError(code, KelString(script.Whole(text)));
+  host_.SetError(code, KelString(script.Whole(text)));
   return FailHere(script);
 }
 
 bool CompileSession::FailHere(const ScriptLine& script) {
-  return FailHere(script, script.GetOffset(context_.State().run.errorDetail));
+  return FailHere(script, script.GetOffset(host_.Run().errorDetail));
 }
 
 bool CompileSession::FailHere(const ScriptLine& script, uint32_t offset) {
@@ -138,19 +138,18 @@ void CompileSession::NotePlace(const CompilePlace& place) {
   if (!place_.text) place_ = place;
 }
 
-bool EnsureCompiled(TamberContext& context, TamberProcedure& procedure) {
+bool EnsureCompiled(CompileHost& host, TamberProcedure& procedure) {
   if (procedure.GetState() == TamberProcedure::State::Compiled) return true;
   CompileSession* const session = procedure.GetState() == TamberProcedure::State::Declared
                                       ? CompileSession::FindFor(procedure)
                                       : nullptr;
   if (session == nullptr) {
-    context.SetContextError(ERR_PROCNOTFOUND, procedure.GetName());
+    host.SetError(ERR_PROCNOTFOUND, procedure.GetName());
     return false;
   }
   if (session->CompileNow(procedure)) return true;
-  if (&session->Context() != &context) {
-    context.SetContextError(session->Context().GetContextError(),
-                            session->Context().GetContextErrorText());
+  if (&session->Host() != &host) {
+    host.SetError(session->Host().Error(), session->Host().Run().errorText);
   }
   return false;
 }

@@ -13,10 +13,11 @@
 #include "statements/procedure.h"
 
 class ScriptLine;
-class TamberContext;
 class TamberProcedure;
 
 namespace tamber {
+
+class CompileHost;
 
 /// Where a script failed to compile.
 struct CompilePlace {
@@ -34,12 +35,12 @@ struct CompilePlace {
 /// is compiled there and then.
 class CompileSession {
  public:
-  explicit CompileSession(TamberContext& context);
+  explicit CompileSession(CompileHost& host);
   CompileSession(const CompileSession&) = delete;
   CompileSession& operator=(const CompileSession&) = delete;
   ~CompileSession();
 
-  TamberContext& Context() const { return context_; }
+  CompileHost& Host() const { return host_; }
 
   /// Enters a procedure whose header has been read, to be compiled later.
   void AddBody(std::unique_ptr<TamberProcedure> procedure, BlockTable blocks);
@@ -80,7 +81,7 @@ class CompileSession {
   void Drop(TamberProcedure& procedure);
   void NotePlace(const CompilePlace& place);
 
-  TamberContext& context_;
+  CompileHost& host_;
   CompileSession* outer_;
   std::deque<Body> bodies_;  // those left to compile; a body stays where it is while it compiles
   std::unordered_map<const TamberProcedure*, Body*> bodyOf_;
@@ -91,6 +92,6 @@ class CompileSession {
 
 /// Makes sure that a procedure can run. False, with the error set, when its body does not compile
 /// or never did.
-[[nodiscard]] bool EnsureCompiled(TamberContext& context, TamberProcedure& procedure);
+[[nodiscard]] bool EnsureCompiled(CompileHost& host, TamberProcedure& procedure);
 
 }  // namespace tamber

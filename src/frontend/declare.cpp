@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "context/contextstate.h"
 #include "expr/exprcomp.h"
+#include "frontend/compilehost.h"
 #include "frontend/compsession.h"
 #include "frontend/declcheck.h"
 #include "frontend/declread.h"
@@ -22,10 +22,10 @@ class Declaration {
  public:
   Declaration(CompileSession& session, ScriptLine& script)
       : session_(session),
-        context_(session.Context()),
+        host_(session.Host()),
         script_(script),
         tokeniser_(script.GetTokeniser()),
-        reader_(context_, tokeniser_) {}
+        reader_(host_, tokeniser_) {}
 
   /// Reads the next token as the type word.
   bool ReadTypeWord();
@@ -52,7 +52,7 @@ class Declaration {
   bool Fail(int32_t code, std::string_view text) { return session_.Fail(script_, code, text); }
 
   CompileSession& session_;
-  TamberContext& context_;
+  CompileHost& host_;
   ScriptLine& script_;
   Tokeniser& tokeniser_;
   DeclarationReader reader_;
@@ -91,7 +91,7 @@ bool Declaration::ReadType() {
 }
 
 bool Declaration::CheckName(const KelString& name) {
-  return CheckDeclaredName(context_, name) || session_.FailHere(script_);
+  return CheckDeclaredName(host_, name) || session_.FailHere(script_);
 }
 
 template <class Declare>
@@ -119,7 +119,7 @@ bool Declaration::Initialise(Variable& variable, const TypeDesc& type) {
 }
 
 void Declaration::Add(VarHolder variable, enum_VarListType scope) {
-  context_.AddVariable(variable.release(), scope);
+  host_.AddVariable(variable.release(), scope);
 }
 
 bool Declaration::DeclareVariable(const DeclaredName& declared, uint32_t flags) {
@@ -128,10 +128,7 @@ bool Declaration::DeclareVariable(const DeclaredName& declared, uint32_t flags) 
   if (!variable) return false;
   if (NextIs("=") && !Initialise(*variable, *declared.type)) return false;
   variable->SetVarFlags(flags);
-  ContextState& state = context_.State();
-  if ((flags & Variable::Session) != 0 && state.sessionId != 0 && state.sessionStore) {
-    variable->LoadFromSession(state.sessionId, state.sessionStore.get());
-  }
+  if ((flags & Variable::Session) != 0) host_.LoadSessionValue(*variable);
   Add(std::move(variable), VARLIST_GLOBAL);
   return true;
 }
@@ -174,7 +171,7 @@ bool Declaration::DeclareUntypedConstants() {
 
 bool Declaration::DeclareExternal(const DeclaredName& declared) {
   for (const enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_EXTERNAL}) {
-    const Variable* const present = context_.GetVariable(declared.name, scope);
+    const Variable* const present = host_.FindVariable(declared.name, scope);
     if (present == nullptr) continue;
     return TypeOf(*present)->IsSame(*declared.type) || Fail(ERR_VARBADEXTTYPE, declared.name);
   }
@@ -209,8 +206,8 @@ bool DeclareConstants(CompileSession& session, ScriptLine& script) {
     return session.Fail(script, tokeniser.GetLastError(), "");
   }
   // A type word in front of "=" is the name of the constant, and will be refused as such.
-  const bool typed =
-      session.Context().Lookup(tokeniser.Token()) != nullptr && tokeniser.PeekNextChar() != '=';
+  const bool typed = session.Host().Types().Lookup(tokeniser.Token()) != nullptr &&
+                     tokeniser.PeekNextChar() != '=';
   if (!typed) return line.DeclareUntypedConstants();
   return line.ReadType() && line.ForEachName([&](const DeclaredName& declared) {
     return line.DeclareTypedConstant(declared);

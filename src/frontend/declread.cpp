@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "context/tambctxt.h"
+#include "frontend/compilehost.h"
 #include "text/tokenise.h"
 #include "values/errcodes.h"
 
@@ -15,7 +15,7 @@ int32_t DeclarationReader::Fail(int32_t code, std::string_view text) {
 
 int32_t DeclarationReader::ReadType(std::string_view word) {
   word_ = KelString(word);
-  type_ = context_.FindTypeRef(word);
+  type_ = host_.Types().FindTypeRef(word);
   arraySize_ = 0;
   if (!type_) return Fail(ERR_VARBADTYPE, word);
   bracketed_ = tokeniser_.PeekNextChar() == '[';
@@ -26,7 +26,7 @@ int32_t DeclarationReader::ReadType(std::string_view word) {
 
 int32_t DeclarationReader::FindArrayType(TypeRef& type) {
   const KelString word = word_ + "[]";
-  type = context_.FindTypeRef(word);
+  type = host_.Types().FindTypeRef(word);
   return type ? ERR_SUCCESS : Fail(ERR_VARBADTYPE, word);
 }
 
@@ -56,7 +56,7 @@ int32_t DeclarationReader::ReadSize(uint32_t& size) {
   int32_t value = -1;
   const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), value);
   if (error != std::errc() || end != token.data() + token.size()) {
-    const Variable* const constant = context_.GetVariable(KelString(token), VARLIST_CONSTANT);
+    const Variable* const constant = host_.FindVariable(KelString(token), VARLIST_CONSTANT);
     const bool isNumber = constant != nullptr && constant->GetTypeId() == Variable::Integer;
     value = isNumber ? constant->GetIntegerValue() : -1;
   }

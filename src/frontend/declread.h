@@ -6,10 +6,11 @@
 #include "kel/kelstring.h"
 #include "values/typedesc.h"
 
-class TamberContext;
 class Tokeniser;
 
 namespace tamber {
+
+class CompileHost;
 
 /// A declared name with its type.
 struct DeclaredName {
@@ -25,8 +26,7 @@ struct DeclaredName {
 /// Operations give 0 or an error code, for which ErrorText() is the text.
 class DeclarationReader {
  public:
-  DeclarationReader(TamberContext& context, Tokeniser& tokeniser)
-      : context_(context), tokeniser_(tokeniser) {}
+  DeclarationReader(CompileHost& host, Tokeniser& tokeniser) : host_(host), tokeniser_(tokeniser) {}
 
   /// Takes `word`, which has been read, as the type, with the brackets that follow.
   [[nodiscard]] int32_t ReadType(std::string_view word);
@@ -49,7 +49,7 @@ class DeclarationReader {
   int32_t ReadSize(uint32_t& size);
   int32_t FindArrayType(TypeRef& type);
 
-  TamberContext& context_;
+  CompileHost& host_;
   Tokeniser& tokeniser_;
   KelString word_;
   TypeRef type_;

@@ -1,6 +1,6 @@
 #include "frontend/firstpass.h"
 
-#include "context/contextstate.h"
+#include "frontend/compilehost.h"
 #include "frontend/compsession.h"
 #include "frontend/declare.h"
 #include "frontend/include.h"
@@ -25,7 +25,7 @@ bool ReadStructure(CompileSession& session, TamberScript& script) {
   script.GetTokeniser().GetNextToken(1, 0);
   const KelString name(script.GetTokeniser().Token());
   script.GetTokeniser().SetSearch(start);
-  const int32_t error = DefineStructure(session.Context(), script, kScriptStruct);
+  const int32_t error = DefineStructure(session.Host(), script, kScriptStruct);
   if (error != ERR_SUCCESS) return session.FailHere(script);
   session.NoteDeclared(name);
   return true;
@@ -68,7 +68,7 @@ bool ReadTopLevelLine(CompileSession& session, TamberScript& script) {
   if (tokeniser.GetLastError() != 0) return session.Fail(script, tokeniser.GetLastError(), "");
   const KelString word(tokeniser.Token());
   if (word.IsEmpty()) return true;
-  if (session.Context().Lookup(word) != nullptr) {
+  if (session.Host().Types().Lookup(word) != nullptr) {
     const bool isHeader = IsTypedHeader(tokeniser);
     tokeniser.ResetLine();
     tokeniser.GetNextToken(1, 1);
@@ -83,8 +83,8 @@ bool ReadTopLevelLine(CompileSession& session, TamberScript& script) {
 /// Counts a script among those that are being loaded while it lives.
 class Loading {
  public:
-  Loading(TamberContext& context, const KelString& name)
-      : names_(context.State().loading), name_(names_.insert(name.Str()).first) {}
+  Loading(CompileHost& host, const KelString& name)
+      : names_(host.Loading()), name_(names_.insert(name.Str()).first) {}
   Loading(const Loading&) = delete;
   Loading& operator=(const Loading&) = delete;
   ~Loading() { names_.erase(name_); }
@@ -97,11 +97,11 @@ class Loading {
 }  // namespace
 
 bool RunFirstPass(CompileSession& session, TamberScript& script) {
-  TamberContext& context = session.Context();
-  if (context.State().loading.size() >= kMaxIncludeDepth) {
+  CompileHost& host = session.Host();
+  if (host.Loading().size() >= kMaxIncludeDepth) {
     return session.Fail(script, ERR_INTERNAL, script.GetName());
   }
-  const Loading loading(context, script.GetName());
+  const Loading loading(host, script.GetName());
   while (script.ReadLogicalLine()) {
     if (!ReadTopLevelLine(session, script)) return false;
   }

@@ -1,11 +1,13 @@
 #include "frontend/include.h"
 
-#include "context/contextstate.h"
+#include "frontend/compilehost.h"
 #include "frontend/compsession.h"
 #include "frontend/evaluate.h"
 #include "frontend/firstpass.h"
 #include "frontend/script.h"
+#include "frontend/scriptlist.h"
 #include "kel/kelascii.h"
+#include "kel/keldebug.h"
 #include "kel/pathparser.h"
 #include "values/errcodes.h"
 
@@ -20,11 +22,10 @@ bool IsModuleName(const KelString& name) {
 }
 
 bool IncludeModule(CompileSession& session, const ScriptLine& script, const KelString& name) {
-  TamberContext& context = session.Context();
-  void* handle = nullptr;
-  if (context.LoadFunctionModule(name, script.GetName(), &handle)) return true;
-  if (context.GetContextError() != 0) {
-    KelString& detail = context.State().run.errorDetail;
+  CompileHost& host = session.Host();
+  if (host.LoadModule(name, script.GetName())) return true;
+  if (host.Error() != 0) {
+    KelString& detail = host.Run().errorDetail;
     if (detail.IsEmpty()) detail = name;
     return session.FailHere(script);
   }
@@ -32,35 +33,32 @@ bool IncludeModule(CompileSession& session, const ScriptLine& script, const KelS
 }
 
 bool LoadScript(CompileSession& session, const ScriptLine& script, const KelString& path) {
-  TamberContext& context = session.Context();
-  const ContextState& state = context.State();
-  const kel::Place place = state.filePolicy.Find(path, kel::Access::Read);
+  CompileHost& host = session.Host();
   ScriptText::Status status = ScriptText::Status::Ok;
-  const auto text = ScriptText::FromFile(path, place, state.scriptKey, status);
+  const auto text = host.ReadScript(path, status);
   if (!text) {
     const bool missing = status == ScriptText::Status::Missing;
     return session.Fail(script, missing ? ERR_FILENOTFOUND : ERR_FILENOTVALID,
                         path + ScriptText::Reason(status));
   }
-  auto included = std::make_unique<TamberScript>(&context, text);
+  auto included = std::make_unique<TamberScript>(&host.Context(), text);
   if (!RunFirstPass(session, *included)) return false;
-  context.AddScript(std::move(included));
+  host.Scripts().AddScript(std::move(included));
   return true;
 }
 
 bool IncludeScript(CompileSession& session, const ScriptLine& script, const KelString& name) {
-  TamberContext& context = session.Context();
-  ContextState& state = context.State();
+  CompileHost& host = session.Host();
   const KelString directories = ".;" + PathParser(script.GetName()).GetDriveDir();
   KelString path;
-  if (!state.FindFile(name, directories, path)) return session.FailHere(script);
+  if (!host.FindFile(name, directories, path)) return session.FailHere(script);
   if (path.IsEmpty()) {
-    state.debug.Logf(KelDebug::Level::Error, "File %S not found using search path %S", name,
-                     directories);
+    host.Log().Logf(KelDebug::Level::Error, "File %S not found using search path %S", name,
+                    directories);
     return session.Fail(script, ERR_INCLUDENOTFOUND, name);
   }
-  if (context.FindScript(path) != nullptr || state.loading.contains(path.Str())) {
-    state.debug.Log(KelDebug::Level::Info, "Script is already loaded");
+  if (host.Scripts().FindScript(path) != nullptr || host.Loading().contains(path.Str())) {
+    host.Log().Log(KelDebug::Level::Info, "Script is already loaded");
     return true;
   }
   return LoadScript(session, script, path);

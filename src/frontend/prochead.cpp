@@ -1,6 +1,6 @@
 #include "frontend/prochead.h"
 
-#include "context/tambctxt.h"
+#include "frontend/compilehost.h"
 #include "frontend/compsession.h"
 #include "frontend/declcheck.h"
 #include "frontend/declread.h"
@@ -50,14 +50,14 @@ bool HeaderReader::ReadReturnType(TypeRef& type) {
     if (tokeniser_.Token() != "]") return Fail(ERR_PROCBADRETTYPE, tokeniser_.Token());
     word += "[]";
   }
-  type = session_.Context().FindTypeRef(word);
+  type = session_.Host().Types().FindTypeRef(word);
   return type || Fail(ERR_PROCBADRETTYPE, word);
 }
 
 bool HeaderReader::Read(const TypeRef& returnType) {
   if (!NextToken()) return false;
   const KelString name(tokeniser_.Token());
-  if (!CheckProcedureName(session_.Context(), name)) return session_.FailHere(script_);
+  if (!CheckProcedureName(session_.Host(), name)) return session_.FailHere(script_);
   procedure_ = std::make_unique<TamberProcedure>(name, script_.GetText());
   procedure_->SetReturnType(returnType);
   if (!NextToken()) return false;
@@ -80,8 +80,8 @@ bool HeaderReader::ReadParameters() {
 
 bool HeaderReader::ReadParameter() {
   const KelString word(tokeniser_.Token());
-  if (session_.Context().Lookup(word) == nullptr) return Fail(ERR_PROCBADVARTYPE, word);
-  DeclarationReader reader(session_.Context(), tokeniser_);
+  if (session_.Host().Types().Lookup(word) == nullptr) return Fail(ERR_PROCBADVARTYPE, word);
+  DeclarationReader reader(session_.Host(), tokeniser_);
   int32_t error = reader.ReadType(word);
   if (error != ERR_SUCCESS) return Fail(error, reader.ErrorText());
   const bool isReference = ReadReferenceMark();
@@ -102,7 +102,7 @@ bool HeaderReader::ReadReferenceMark() {
 bool HeaderReader::AddParameter(const DeclaredName& declared, bool isReference) {
   LocalTable& locals = procedure_->Locals();
   const bool isFree = !declared.name.IsEmpty() && locals.Find(declared.name) < 0 &&
-                      session_.Context().CheckUniqueVar(declared.name, 0) != 0;
+                      session_.Host().CheckUniqueVar(declared.name, 0) != 0;
   if (!isFree) return Fail(ERR_VAREXISTS, declared.name);
   Local local;
   local.name = Name(declared.name);
@@ -154,7 +154,7 @@ bool ReadTypedProcedure(CompileSession& session, ScriptLine& script) {
 
 bool ReadPlainScript(CompileSession& session, ScriptLine& script) {
   const KelString name("main");
-  if (!CheckProcedureName(session.Context(), name)) return session.FailHere(script);
+  if (!CheckProcedureName(session.Host(), name)) return session.FailHere(script);
   const std::shared_ptr<const ScriptText>& text = script.GetText();
   auto procedure = std::make_unique<TamberProcedure>(name, text);
   procedure->SetLines(text->FirstLine(), text->EndLine());

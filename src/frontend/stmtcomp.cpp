@@ -1,12 +1,13 @@
 #include "frontend/stmtcomp.h"
 
-#include "context/tambctxt.h"
 #include "frontend/compassign.h"
 #include "frontend/compcall.h"
 #include "frontend/compdecl.h"
 #include "frontend/compfor.h"
 #include "frontend/compif.h"
+#include "frontend/compilehost.h"
 #include "frontend/compwhile.h"
+#include "functions/funclist.h"
 #include "kel/kelascii.h"
 #include "statements/statexit.h"
 #include "statements/statexpr.h"
@@ -91,15 +92,15 @@ class ScriptSwitch {
 
 }  // namespace
 
-StatementCompiler::StatementCompiler(TamberContext& context, TamberProcedure& procedure,
+StatementCompiler::StatementCompiler(CompileHost& host, TamberProcedure& procedure,
                                      ScriptLine& script, const BlockTable& blocks,
                                      NameTest declaredLater)
-    : context_(context),
+    : host_(host),
       procedure_(procedure),
       script_(&script),
       blocks_(&blocks),
       declaredLater_(std::move(declaredLater)),
-      expressions_(&context, &procedure.Locals()) {}
+      expressions_(host, &procedure.Locals()) {}
 
 bool StatementCompiler::CompileBlock(uint32_t endLine, uint32_t flags) {
   if (depth_ > kMaxDepth) return Fail(ERR_INTERNAL, Tokens().Token());
@@ -124,7 +125,7 @@ bool StatementCompiler::CompilePart(std::string_view text, uint32_t offset, uint
 }
 
 bool StatementCompiler::CompileStatement(uint32_t flags) {
-  if (context_.GetContextError() >= kFirstFatalError) return false;
+  if (host_.Error() >= kFirstFatalError) return false;
   if (!script_->ReadLogicalLine()) return true;
   Tokeniser& tokeniser = Tokens();
   tokeniser.GetNextToken(1, 1);
@@ -132,7 +133,7 @@ bool StatementCompiler::CompileStatement(uint32_t flags) {
   const std::string_view word = tokeniser.Token();
   if (word.empty()) return true;
   if (IsVariable(KelString(word))) return CompileAssignment(*this);
-  if (context_.FindFunction(word) != 0 || context_.FindProcedure(word) != 0) {
+  if (host_.Functions().FindFunction(word) != 0 || host_.Procedures().FindProcedure(word) != 0) {
     return CompileDiscarded(*this);
   }
   return CompileKeyword(word, flags);
@@ -142,20 +143,20 @@ bool StatementCompiler::CompileKeyword(std::string_view word, uint32_t flags) {
   for (const Keyword& keyword : kKeywords) {
     if (kel::EqualsNoCase(word, keyword.word)) return keyword.handler(*this, flags);
   }
-  if (context_.Lookup(word) != nullptr) return CompileLocals(*this);
+  if (host_.Types().Lookup(word) != nullptr) return CompileLocals(*this);
   return Fail(ERR_BADSTATEMENT, word);
 }
 
 bool StatementCompiler::IsVariable(const KelString& name) const {
   // The local scope of the context is that of whatever runs just now, not of this procedure.
   constexpr uint32_t kScopes = VARLIST_GLOBAL | VARLIST_CONSTANT | VARLIST_EXTERNAL;
-  return procedure_.Locals().Find(name) >= 0 || context_.GetVariable(name, kScopes) != nullptr;
+  return procedure_.Locals().Find(name) >= 0 || host_.FindVariable(name, kScopes) != nullptr;
 }
 
 bool StatementCompiler::IsFreeLocalName(const KelString& name) {
   if (!IsNameText(name) || procedure_.Locals().Find(name) >= 0) return false;
   // What the script declares further down was no obstacle when scripts were compiled line by line.
-  return declaredLater_(name) || context_.CheckUniqueVar(name, 0) != 0;
+  return declaredLater_(name) || host_.CheckUniqueVar(name, 0) != 0;
 }
 
 bool StatementCompiler::CompileCondition(Tokeniser& tokeniser, uint32_t& jump) {
@@ -178,7 +179,7 @@ bool StatementCompiler::FindBlockEnd(uint32_t& line) {
 
 bool StatementCompiler::FailAt(uint32_t line, uint32_t offset, int32_t code,
                                std::string_view text) {
-  context_.SetContextError(code, KelString(text));
+  host_.SetError(code, KelString(text));
   errorLine_ = line;
   errorOffset_ = offset;
   return false;

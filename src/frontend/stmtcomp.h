@@ -9,9 +9,9 @@
 #include "frontend/scrline.h"
 #include "statements/procedure.h"
 
-class TamberContext;
-
 namespace tamber {
+
+class CompileHost;
 
 /// Where a statement stands; the blocks around it are or-ed together.
 enum BlockFlags : uint32_t { kInIf = 1, kInFor = 2, kInWhile = 4 };
@@ -25,7 +25,7 @@ class StatementCompiler {
   /// Tells whether the script declares a name only behind the procedure that is being compiled.
   using NameTest = std::function<bool(std::string_view)>;
 
-  StatementCompiler(TamberContext& context, TamberProcedure& procedure, ScriptLine& script,
+  StatementCompiler(CompileHost& host, TamberProcedure& procedure, ScriptLine& script,
                     const BlockTable& blocks, NameTest declaredLater);
 
   /// Compiles statements until the next line to be read is `endLine` or behind it.
@@ -47,7 +47,7 @@ class StatementCompiler {
   /// Whether a local may have this name.
   bool IsFreeLocalName(const KelString& name);
 
-  TamberContext& Context() const { return context_; }
+  CompileHost& Host() const { return host_; }
   TamberProcedure& Procedure() const { return procedure_; }
   StatementList& Statements() const { return procedure_.Statements(); }
   uint32_t Count() const { return procedure_.Statements().GetCount(); }
@@ -80,7 +80,7 @@ class StatementCompiler {
   bool IsVariable(const KelString& name) const;
   bool FailAt(uint32_t line, uint32_t offset, int32_t code, std::string_view text);
 
-  TamberContext& context_;
+  CompileHost& host_;
   TamberProcedure& procedure_;
   ScriptLine* script_;
   const BlockTable* blocks_;

@@ -3,7 +3,7 @@
 #include <new>
 #include <unordered_set>
 
-#include "context/tambctxt.h"
+#include "frontend/compilehost.h"
 #include "frontend/declcheck.h"
 #include "frontend/declread.h"
 #include "frontend/scrline.h"
@@ -17,8 +17,8 @@ namespace {
 
 class StructReader {
  public:
-  StructReader(TamberContext& context, ScriptLine& script)
-      : context_(context), script_(script), tokeniser_(script.GetTokeniser()) {}
+  StructReader(CompileHost& host, ScriptLine& script)
+      : host_(host), script_(script), tokeniser_(script.GetTokeniser()) {}
 
   int32_t Read(StructFlags flags);
 
@@ -29,7 +29,7 @@ class StructReader {
   int32_t Register(StructFlags flags);
   int32_t Fail(int32_t code, std::string_view text);
 
-  TamberContext& context_;
+  CompileHost& host_;
   ScriptLine& script_;
   Tokeniser& tokeniser_;
   KelString name_;
@@ -38,7 +38,7 @@ class StructReader {
 };
 
 int32_t StructReader::Fail(int32_t code, std::string_view text) {
-  context_.SetContextError(code, KelString(text));
+  host_.SetError(code, KelString(text));
   return code;
 }
 
@@ -49,7 +49,7 @@ int32_t StructReader::Read(StructFlags flags) {
   if (name_.IsEmpty()) return Fail(kErrStructBlock, "");
   tokeniser_.GetNextToken(1, 1);
   if (tokeniser_.GetTokenLength() != 0) return Fail(kErrStructBlock, tokeniser_.Token());
-  if (!CheckDeclaredName(context_, name_)) return context_.GetContextError();
+  if (!CheckDeclaredName(host_, name_)) return host_.Error();
   const int32_t error = ReadMembers();
   return error == ERR_SUCCESS ? Register(flags) : error;
 }
@@ -72,7 +72,7 @@ int32_t StructReader::ReadMembers() {
 
 int32_t StructReader::DefineStructMember() {
   const KelString word(tokeniser_.Token());
-  DeclarationReader reader(context_, tokeniser_);
+  DeclarationReader reader(host_, tokeniser_);
   int32_t error = reader.ReadType(word);
   if (error == ERR_VARBADTYPE) return Fail(kErrStructMember, reader.ErrorText());
   for (bool more = true; error == ERR_SUCCESS && more;) {
@@ -97,8 +97,8 @@ int32_t StructReader::Register(StructFlags flags) {
   try {
     const Name name(name_);
     const TypeRef type = TypeDesc::StructOf(StructLayout::Make(name, std::move(members_)));
-    context_.AddType(name_, MakeVariable(type, Name()), flags);
-    context_.AddType(name_ + "[]", MakeVariable(TypeDesc::ArrayOf(type), Name()), flags);
+    host_.Types().AddType(name_, MakeVariable(type, Name()), flags);
+    host_.Types().AddType(name_ + "[]", MakeVariable(TypeDesc::ArrayOf(type), Name()), flags);
     return ERR_SUCCESS;
   } catch (const std::bad_alloc&) {
     // Structures nested too deep, or with too many members in all; here there is a line to show.
@@ -108,11 +108,11 @@ int32_t StructReader::Register(StructFlags flags) {
 
 }  // namespace
 
-int32_t DefineStructure(TamberContext& context, ScriptLine& script, StructFlags flags) {
-  return StructReader(context, script).Read(flags);
+int32_t DefineStructure(CompileHost& host, ScriptLine& script, StructFlags flags) {
+  return StructReader(host, script).Read(flags);
 }
 
-int32_t DefineStructureText(TamberContext& context, const KelString& name, const KelString& members,
+int32_t DefineStructureText(CompileHost& host, const KelString& name, const KelString& members,
                             StructFlags flags) {
   KelString lines(members);
   lines.Replace(";", "\n");
@@ -120,13 +120,13 @@ int32_t DefineStructureText(TamberContext& context, const KelString& name, const
   text.Printf("struct %S\n%S\nendstruct\n", name, lines);
   const auto source = ScriptText::FromBuffer(name, text.Str());
   if (!source) {
-    context.SetContextError(kErrStructBlock, name);
+    host.SetError(kErrStructBlock, name);
     return kErrStructBlock;
   }
   ScriptLine script(source);
   script.ReadLogicalLine();
   script.GetTokeniser().GetNextToken(1, 1);
-  return DefineStructure(context, script, flags);
+  return DefineStructure(host, script, flags);
 }
 
 }  // namespace tamber

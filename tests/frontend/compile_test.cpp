@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "context/tambctxt.h"
+#include "context/contextstate.h"
 #include "frontend/script.h"
 #include "frontend/structdef.h"
 #include "statements/statarray.h"
@@ -41,7 +41,7 @@ class Compile : public testing::Test {
         std::make_unique<TamberScript>(&context_, tamber::ScriptText::FromBuffer(name, text));
     tamber::CompilePlace place;
     Outcome outcome;
-    if (tamber::CompileScript(*script, place)) return outcome;
+    if (tamber::CompileScript(context_.State(), *script, place)) return outcome;
     outcome.code = context_.GetContextError();
     outcome.text = context_.GetContextErrorText().Str();
     outcome.line = place.line;
@@ -308,7 +308,7 @@ TEST_F(Compile, StructuresAreTypes) {
   EXPECT_EQ(line->GetStructElement("from")->GetStructElementIndex("z"), 0u);
   EXPECT_NE(context_.Lookup("Point[]"), nullptr);
 
-  EXPECT_EQ(tamber::DefineStructureText(context_, "Match", "int Offset; int Length;",
+  EXPECT_EQ(tamber::DefineStructureText(context_.State(), "Match", "int Offset; int Length;",
                                         tamber::kModuleStruct),
             0);
   EXPECT_EQ(context_.GetType("match")->GetTypeFlags(), 1u);
