@@ -140,8 +140,9 @@ Operand ExpressionVariable::LowerNode(CodeBuilder& b) const {
   return value;
 }
 
-uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes,
-                                          size_t count) const {
+uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes, size_t count,
+                                          Through through) const {
+  const bool objects = through == Through::Objects;
   const tamber::SourceMark whole(b, SourceOffset());
   uint16_t reg = b.LoadAddress(variable_);
   size_t index = 0;
@@ -149,9 +150,9 @@ uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes
     const Selector& step = selectors_[i];
     const tamber::SourceMark source(b, step.sourceOffset);
     if (step.isIndex)
-      b.Emit(Op::LeaE, reg, reg, indexes[index++].reg);
+      b.Emit(objects ? Op::PinE : Op::LeaE, reg, reg, indexes[index++].reg);
     else
-      b.Emit(Op::LeaM, reg, reg, static_cast<uint32_t>(step.member));
+      b.Emit(objects ? Op::PinM : Op::LeaM, reg, reg, static_cast<uint32_t>(step.member));
   }
   return reg;
 }
@@ -168,7 +169,7 @@ Operand ExpressionVariable::LowerReference(CodeBuilder& b, const Indexes& indexe
   // Up to the first step whose result has no static type, then variable by variable.
   size_t known = 0;
   while (known < selectors_.size() && selectors_[known].from->GetKind() != Kind::Any) ++known;
-  uint16_t address = LowerAddress(b, indexes, known - 1);
+  uint16_t address = LowerAddress(b, indexes, known - 1, Through::Objects);
   const Selector& last = selectors_[known - 1];
   const tamber::SourceMark source(b, last.sourceOffset);
   uint16_t reg = b.NewTemp();
@@ -209,6 +210,7 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
     return;
   }
   Operand source = b.ToReg(*converted);
+  if (kind == Kind::Struct || kind == Kind::Array) source = b.Independent(source);
   size_t steps = selectors_.size() - 1;
   bool inRegister = steps == 0 && last.isIndex && b.IsRegister(variable_) && source.IsScalar();
   uint16_t target =

@@ -47,7 +47,10 @@ class ExpressionVariable final : public ExpressionBase {
  private:
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   using Indexes = std::vector<tamber::Operand>;
-  uint16_t LowerAddress(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
+  /// Whether the parts on the way get objects, which they need for one to be made inside them.
+  enum class Through { Cells, Objects };
+  uint16_t LowerAddress(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count,
+                        Through through = Through::Cells) const;
   tamber::Operand Read(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
   tamber::Operand ReadDynamic(tamber::CodeBuilder& builder, tamber::Operand from,
                               const Indexes& indexes, size_t first) const;

@@ -221,6 +221,12 @@ Operand CodeBuilder::Stabilise(const Operand& operand) {
   return copy;
 }
 
+Operand CodeBuilder::Independent(const Operand& operand) {
+  Operand value = operand;
+  value.unstable = !operand.owned;
+  return Stabilise(value);
+}
+
 Operand CodeBuilder::Unary(Op op, Kind kind, const Operand& operand) {
   Operand source = ToReg(operand);
   uint16_t reg = NewTemp();

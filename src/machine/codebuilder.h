@@ -104,6 +104,10 @@ class CodeBuilder {
   void MoveInto(uint16_t reg, const Operand& operand);
   /// Makes a managed operand independent of later changes.
   Operand Stabilise(const Operand& operand);
+  /// A further reference of a structure or an array, to be taken before a place is entered that it
+  /// is stored in: the value may be what the place is a part of, and is then copied on the way
+  /// there.
+  Operand Independent(const Operand& operand);
   /// The value converted as an assignment to `to` does it; nothing: it never can be.
   std::optional<Operand> Convert(const Operand& operand, const TypeDesc& to);
   /// As an integer register that a condition tests; a value that is no number counts as 0.

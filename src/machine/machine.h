@@ -11,6 +11,7 @@
 #include "engine/stack.h"
 #include "machine/code.h"
 #include "machine/runstate.h"
+#include "values/store.h"
 #include "values/varlist.h"
 
 class TamberContext;
@@ -146,6 +147,9 @@ class Machine {
   bool StoreElement(Cell& array, int32_t index, Cell value);
   bool ElementAddress(Cell& array, int32_t index, Cell& out);
   bool BoxElement(Cell& array, int32_t index, Cell& out);
+  bool BoxMember(Cell& structure, uint32_t member, Cell& out);
+  /// Raises what a store tells; throws when there is no memory.
+  bool Check(Stored stored, std::string_view name);
   bool ResizeCell(Cell& array, const TypeDesc& type, int64_t delta);
   bool AppendCell(Cell& array, const AppendSite& site, Cell value);
   bool ChangeVariable(Variable& array, const AppendSite& site, Cell value);

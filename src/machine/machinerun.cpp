@@ -624,11 +624,23 @@ L_LeaE:
   NEXT();
 L_BoxM:
   SAVE();
-  A.v = Unshare(static_cast<Cell*>(B.p)->st)->Box(pc->c)->Duplicate();
+  CHECK(BoxMember(*static_cast<Cell*>(B.p), pc->c, A));
+  A.v->Duplicate();
   NEXT();
 L_BoxE:
   SAVE();
   CHECK(BoxElement(*static_cast<Cell*>(B.p), C.i, A));
+  A.v->Duplicate();
+  NEXT();
+L_PinM:
+  SAVE();
+  CHECK(BoxMember(*static_cast<Cell*>(B.p), pc->c, A));
+  A.p = CellOf(*A.v);
+  NEXT();
+L_PinE:
+  SAVE();
+  CHECK(BoxElement(*static_cast<Cell*>(B.p), C.i, A));
+  A.p = CellOf(*A.v);
   NEXT();
 L_ChkE:
   if (A.a == nullptr || static_cast<uint32_t>(B.i) - 1 >= A.a->Count()) {

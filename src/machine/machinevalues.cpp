@@ -9,6 +9,7 @@
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
+#include "values/store.h"
 #include "values/strbuf.h"
 #include "values/structdata.h"
 #include "values/varestring.h"
@@ -133,22 +134,7 @@ bool Machine::HasExactType(Variable& variable, const TypeDesc& type) {
 }
 
 bool Machine::AssignTo(Variable& target, const TypeDesc& type, Cell value) {
-  Variable* outer = target.Dereference();
-  Variable& variable = outer != nullptr ? *outer : target;
-  if (KindOf(variable) == Kind::EString && type.GetKind() == Kind::String) {
-    // The setter of hosts would keep quiet about a text that cannot be enciphered.
-    static_cast<VarEString&>(variable).SetPlain(TextOf(value.s));
-    return true;
-  }
-  // A value of unknown type is a variable, and it is that variable's value that counts.
-  TypeRef from = type.GetKind() == Kind::Any ? TypeOf(*value.v) : TypeRef(&type);
-  const Cell& source = type.GetKind() == Kind::Any ? *CellOf(*value.v) : value;
-  TypeRef to = TypeOf(variable);
-  Cell converted = ZeroCell();
-  if (!ConvertCell(*to, *from, source, converted))
-    return Raise(ERR_ASSIGNMISMATCH, target.OwnName().View());
-  Exchange(to->GetKind(), *CellOf(variable), converted);
-  return true;
+  return Check(Assign(tamber::PlaceOf(target), type, value), target.OwnName().View());
 }
 
 void Machine::Declare(const Code& code, Cell* registers, const Instr& at) {
@@ -174,23 +160,28 @@ void Machine::SweepArray(ArrayData& array) {
   if (nativeDepth_ <= 1) array.SweepBoxes();
 }
 
+bool Machine::Check(Stored stored, std::string_view name) {
+  switch (stored) {
+    case Stored::Done:
+      return true;
+    case Stored::Mismatch:
+      return Raise(ERR_ASSIGNMISMATCH, name);
+    case Stored::Bounds:
+      return Raise(ERR_VARARRAYBOUNDS, name);
+    case Stored::NoMemory:
+      break;
+  }
+  throw std::bad_alloc();
+}
+
 bool Machine::ElementAt(ArrayData* array, int32_t index, Cell& out) {
-  uint32_t at = static_cast<uint32_t>(index) - 1;
-  if (array == nullptr || at >= array->Count()) return Raise(ERR_VARARRAYBOUNDS, "");
-  if (array->HasBoxes()) SweepArray(*array);
-  out = array->Peek(at);
-  return true;
+  if (array != nullptr && array->HasBoxes()) SweepArray(*array);
+  return Check(ReadElement(array, index, out), "");
 }
 
 bool Machine::ElementAsVariable(ArrayData* array, int32_t index, Cell& out) {
-  Cell value = ZeroCell();
-  if (!ElementAt(array, index, value)) return false;
-  Kind kind = array->StorageKind();
-  if (kind == Kind::Any)
-    out.v = value.v->Clone();
-  else
-    out.v = MakeVariable(array->ElementType(), Name(), CopyCell(kind, value));
-  return true;
+  if (array != nullptr && array->HasBoxes()) SweepArray(*array);
+  return Check(CopyElement(array, index, out.v), "");
 }
 
 bool Machine::StoreElement(Cell& place, int32_t index, Cell value) {
@@ -203,46 +194,34 @@ bool Machine::StoreElement(Cell& place, int32_t index, Cell value) {
 }
 
 bool Machine::ElementAddress(Cell& place, int32_t index, Cell& out) {
-  uint32_t at = static_cast<uint32_t>(index) - 1;
-  if (place.a == nullptr || at >= place.a->Count()) return Raise(ERR_VARARRAYBOUNDS, "");
-  ArrayData* array = Unshare(place.a, place.a->ElementType());
-  if (array->HasBoxes()) SweepArray(*array);
-  out.p = array->HasBoxes() ? CellOf(*array->Box(at)) : array->Data<Cell>() + at;
+  if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
+  Place part{&place, TypeDesc::Of(Kind::Array).Get()};
+  if (!Check(EnterElement(part, index), "")) return false;
+  out.p = part.cell;
   return true;
 }
 
 bool Machine::BoxElement(Cell& place, int32_t index, Cell& out) {
-  uint32_t at = static_cast<uint32_t>(index) - 1;
-  if (place.a == nullptr || at >= place.a->Count()) return Raise(ERR_VARARRAYBOUNDS, "");
-  ArrayData* array = Unshare(place.a, place.a->ElementType());
-  if (array->HasBoxes()) SweepArray(*array);
-  out.v = array->Box(at)->Duplicate();
+  if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
+  Whole array = Whole::Register(place);
+  if (!Check(array.HoldElement(index), "")) return false;
+  out.v = array.Object();
   return true;
 }
 
-bool Machine::ResizeCell(Cell& place, const TypeDesc& type, int64_t delta) {
-  const TypeRef& element = place.a != nullptr ? place.a->ElementType() : type.Element();
-  if (delta == 0 || !element) return true;
-  ArrayData* array = Unshare(place.a, TypeRef(element));
-  int64_t size = std::max<int64_t>(0, int64_t{array->Count()} + delta);
-  array->Resize(static_cast<uint64_t>(size));
+bool Machine::BoxMember(Cell& place, uint32_t member, Cell& out) {
+  Whole structure = Whole::Register(place);
+  if (!Check(structure.HoldMember(member), "")) return false;
+  out.v = structure.Object();
   return true;
 }
 
 bool Machine::AppendCell(Cell& place, const AppendSite& site, Cell value) {
-  bool any = site.value->GetKind() == Kind::Any;
-  TypeRef from = any ? TypeOf(*value.v) : site.value;
-  const Cell& source = any ? *CellOf(*value.v) : value;
-  // An array that has no element type yet takes that of its first element.
-  TypeRef element = place.a != nullptr && place.a->ElementType() ? place.a->ElementType()
-                    : site.array->Element()                      ? site.array->Element()
-                                                                 : from;
-  Cell added = ZeroCell();
-  if (!ConvertCell(*element, *from, source, added)) return Raise(ERR_ASSIGNMISMATCH, "");
-  ArrayData* array = Unshare(place.a, element);
-  if (!array->ElementType()) array->SetElementType(element);
-  array->Append(added);
-  return true;
+  return Check(Append({&place, site.array.Get()}, *site.value, value), "");
+}
+
+bool Machine::ResizeCell(Cell& place, const TypeDesc& type, int64_t delta) {
+  return Check(Resize({&place, &type}, delta), "");
 }
 
 bool Machine::ChangeVariable(Variable& target, const AppendSite& site, Cell value) {

@@ -380,6 +380,8 @@ class ProcedureLowering {
     value = builder_.ToReg(value);
     ResumeWithZero(entry, value);
     CheckError(expression);
+    if (value.kind == Kind::Struct || value.kind == Kind::Array)
+      value = builder_.Independent(value);
     BeginEntry(i + 1);
     ResumeAt(code_->statements.size() - 1, LabelOf(i + 3));
     uint16_t address;

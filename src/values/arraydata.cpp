@@ -1,6 +1,7 @@
 #include "values/arraydata.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -8,6 +9,7 @@
 #include "kel/memory.h"
 #include "values/cellops.h"
 #include "values/nesting.h"
+#include "values/store.h"
 #include "values/structdata.h"
 #include "values/variable.h"
 
@@ -126,7 +128,13 @@ void ArrayData::Put(uint32_t at, Cell value) {
     StoreRaw(at, value);
     return;
   }
-  StoreCell(kind_, Data<Cell>()[at], value);
+  StoreCell(kind_, Data<Cell>()[at], WithoutBoxes(kind_, value));
+}
+
+Place ArrayData::Enter(uint32_t at) {
+  if (Variable* box = FindBox(at)) return PlaceOf(*box);
+  Cell& cell = Data<Cell>()[at];
+  return kind_ == Kind::Any ? PlaceOf(*cell.v) : Place{&cell, element_.Get()};
 }
 
 void ArrayData::Grow(uint64_t count) {
@@ -161,7 +169,7 @@ void ArrayData::Append(Cell value) {
     const uint64_t more = uint64_t{count_} + count_ / 2 + 8;
     Grow(std::min(more, kMaxCount));
   }
-  StoreRaw(count_, value);
+  StoreRaw(count_, WithoutBoxes(kind_, value));
   ++count_;
 }
 
@@ -389,6 +397,7 @@ ArrayData* Unshare(ArrayData*& slot, const TypeRef& element) {
 ArrayData* ShareArray(ArrayData* array) {
   if (array == nullptr) return nullptr;
   if (array->HasBoxes()) return array->Copy();
+  assert(!HasBoxesInside(Kind::Array, Cell{.a = array}));
   Retain(array);
   return array;
 }

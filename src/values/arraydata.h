@@ -8,16 +8,18 @@
 
 namespace tamber {
 
+struct Place;
+
 /// The elements of an array, stored compactly and shared between arrays until one of them changes.
 ///
 /// An element has an object of its own (a box) only while somebody wants one; the box then is the
 /// element, and the stored cell is stale. An array with boxes is never shared, so that a reference
-/// to `a[2]` stays a reference to `a[2]`. Whoever wants an object inside an element (`a[2].x`) asks
-/// for the element's own box first: an array without boxes has none further inside.
+/// to `a[2]` stays a reference to `a[2]`. Boxes are made from the outside inwards (Whole, in
+/// store.h), and values that come in lose theirs: an array without boxes has none further inside.
 ///
 /// The elements of arrays of enciphered strings and of generic arrays are objects already. What
-/// Peek gives may then be read only, as two arrays can share them; Box gives one to change or to
-/// keep. Positions in this class are 0-based; scripts count from 1.
+/// Peek gives may then be read only, as two arrays can share them. Positions in this class are
+/// 0-based; scripts count from 1.
 class ArrayData final : public RefObject {
  public:
   /// An empty array of one reference. `element` may be null: the generic array without a prototype.
@@ -46,10 +48,14 @@ class ArrayData final : public RefObject {
 
   /// The element's value as a cell of StorageKind(), borrowed; boxes are looked through.
   Cell Peek(uint32_t at) const;
-  /// Stores a cell of StorageKind(), taking over its reference; the old value is released.
+  /// Stores a cell of StorageKind(), taking over its reference, also when it throws; the old value
+  /// is released.
   void Put(uint32_t at, Cell value);
-  /// Appends a cell of StorageKind(), taking over its reference. Throws std::bad_alloc.
+  /// Appends a cell of StorageKind(), taking over its reference. Throws std::bad_alloc; the cell is
+  /// the caller's then.
   void Append(Cell value);
+  /// The place of an element that has a cell, for changes in place. The array is not shared.
+  Place Enter(uint32_t at);
   /// Grows with default values (not without an element type) or shrinks from the end. Throws
   /// std::bad_alloc, unchanged then.
   void Resize(uint64_t count);
@@ -60,8 +66,6 @@ class ArrayData final : public RefObject {
   /// An independent array with the same values, no boxes, one reference.
   ArrayData* Copy() const;
 
-  /// The element's object, made on first use; it stays owned by the array.
-  Variable* Box(uint32_t at);
   /// Makes `element` (ownership passes) the object of the position `at`.
   void SetBox(uint32_t at, Variable* element);
   /// Appends `element` (of the storage kind; ownership passes) as the object of a new position.
@@ -73,6 +77,9 @@ class ArrayData final : public RefObject {
   void SweepBoxes();
 
  private:
+  friend class Whole;
+  /// The element's object, made on first use; it stays owned by the array.
+  Variable* Box(uint32_t at);
   explicit ArrayData(const TypeRef& element);
   ~ArrayData();
   size_t CellSize() const;

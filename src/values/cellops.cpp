@@ -10,6 +10,7 @@
 #include "kel/number.h"
 #include "values/arraydata.h"
 #include "values/nesting.h"
+#include "values/store.h"
 #include "values/strbuf.h"
 #include "values/structdata.h"
 #include "values/vararray.h"
@@ -389,7 +390,7 @@ void StoreInto(Variable& box, const TypeDesc& type, Cell value) {
   if (own.GetKind() == Kind::Struct && own.Layout().Get() != type.Layout().Get()) {
     // A host gave this structure further members; those that both know are taken over.
     OwnedCell source(Kind::Struct, value);
-    static_cast<void>(AssignCell(box, type, value));
+    if (Assign(PlaceOf(box), type, value) == Stored::NoMemory) throw std::bad_alloc();
     return;
   }
   StoreCell(type.GetKind(), VariableAccess::CellOf(box), value);
@@ -410,6 +411,35 @@ bool SweepInside(Variable& object) {
     default:
       return true;
   }
+}
+
+Cell WithoutBoxes(Kind kind, Cell value) {
+  const bool boxed = (kind == Kind::Struct && value.st != nullptr && value.st->HasBoxes()) ||
+                     (kind == Kind::Array && value.a != nullptr && value.a->HasBoxes());
+  if (!boxed) return value;
+  const OwnedCell original(kind, value);
+  return CopyCell(kind, value);
+}
+
+bool HasBoxesInside(Kind kind, Cell value) {
+  int32_t left = 300;
+  const auto look = [&left](const auto& self, Kind at, Cell cell) -> bool {
+    if (--left < 0) return false;
+    if (at == Kind::Any) return self(self, KindOf(*cell.v), *CellOf(*cell.v));
+    if (at == Kind::Struct) {
+      if (cell.st->HasBoxes()) return true;
+      for (uint32_t i = 0; i < cell.st->Count() && left > 0; ++i) {
+        if (self(self, cell.st->MemberKind(i), cell.st->Peek(i))) return true;
+      }
+    }
+    if (at != Kind::Array || cell.a == nullptr) return false;
+    if (cell.a->HasBoxes()) return true;
+    for (uint32_t i = 0; i < cell.a->Count() && left > 0; ++i) {
+      if (self(self, cell.a->StorageKind(), cell.a->Peek(i))) return true;
+    }
+    return false;
+  };
+  return look(look, kind, value);
 }
 
 bool CanUnbox(Variable& box, const TypeDesc& type) {
@@ -616,78 +646,9 @@ const TypeRef& TypeOf(const Variable& variable) {
   }
 }
 
-bool AssignCell(Variable& target, const TypeDesc& from, Cell in) {
-  Variable& behind = LookThrough(target);
-  const Kind kind = VariableAccess::KindOf(behind);
-  Cell& slot = VariableAccess::CellOf(behind);
-  const TypeDesc& to = *TypeOf(behind);
-  if (kind == Kind::Array && from.IsArray() && in.a == slot.a && in.a != nullptr) {
-    return to.Accepts(from);  // its own elements: references to them stay
-  }
-  Cell value = ZeroCell();
-  if (!ConvertCell(to, from, in, value)) return false;
-  StoreCell(kind, slot, value);
-  return true;
-}
-
 int32_t AssignVariable(Variable& target, Variable* source) {
-  bool assigned = false;
   if (source == nullptr) return 0;
-  Attempt([&] { assigned = AssignCell(target, *TypeOf(*source), *CellOf(*source)); });
-  return assigned;
-}
-
-bool AppendValue(ArrayData*& slot, const TypeRef& element, const TypeRef& from, Cell in) {
-  if (from->GetKind() == Kind::Any && in.v != nullptr) {
-    return AppendValue(slot, element, TypeOf(*in.v), *CellOf(*in.v));
-  }
-  if (from->GetKind() == Kind::None) return false;
-  TypeRef type = slot != nullptr && slot->ElementType() ? slot->ElementType() : element;
-  const bool empty = slot == nullptr || slot->Count() == 0;
-  if (!type && empty) type = from;
-  const Kind storage = ArrayData::StorageOf(type);
-  OwnedCell value(storage, ZeroCell());
-  if (storage == Kind::Any) {
-    if (type && !type->Accepts(*from)) return false;
-    if (type) {
-      Cell converted = ZeroCell();
-      if (!ConvertCell(*type, *from, in, converted)) return false;
-      OwnedCell guard(type->GetKind(), converted);
-      value.cell.v = MakeVariable(type, Name(), converted);
-      guard.Take();
-    } else if (!ConvertCell(*TypeDesc::Of(Kind::Any), *from, in, value.cell)) {
-      return false;
-    }
-  } else if (!ConvertCell(*type, *from, in, value.cell)) {
-    return false;
-  }
-  ArrayData* array = Unshare(slot, element);
-  if (empty && !array->ElementType()) array->SetElementType(type);
-  array->Append(value.cell);
-  value.Take();
-  return true;
-}
-
-bool AppendValue(Variable& array, const TypeRef& from, Cell in) {
-  Variable& behind = LookThrough(array);
-  if (VariableAccess::KindOf(behind) != Kind::Array) return false;
-  return AppendValue(VariableAccess::CellOf(behind).a, TypeOf(behind)->Element(), from, in);
-}
-
-bool ResizeArray(ArrayData*& slot, const TypeRef& element, int64_t delta) {
-  const int64_t count = slot != nullptr ? slot->Count() : 0;
-  const bool grows = delta > 0 && (element || (slot != nullptr && slot->ElementType()));
-  if (!grows && (delta >= 0 || count == 0)) return true;
-  return Attempt([&] {
-    const int64_t wanted = delta < -count ? 0 : count + delta;
-    Unshare(slot, element)->Resize(static_cast<uint64_t>(wanted));
-  });
-}
-
-bool ResizeArray(Variable& array, int64_t delta) {
-  Variable& behind = LookThrough(array);
-  if (VariableAccess::KindOf(behind) != Kind::Array) return true;
-  return ResizeArray(VariableAccess::CellOf(behind).a, TypeOf(behind)->Element(), delta);
+  return Assign(PlaceOf(target), *TypeOf(*source), *CellOf(*source)) == Stored::Done;
 }
 
 }  // namespace tamber

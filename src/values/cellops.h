@@ -73,8 +73,8 @@ inline Variable& LookThrough(Variable& variable) {
   return VariableAccess::IsReference(variable) ? *VariableAccess::CellOf(variable).v : variable;
 }
 /// The live cell of a variable and its kind; a reference gives its target's. The cell of an
-/// enciphered string is the variable itself, on loan: it changes by AssignCell, never by another
-/// cell in its place.
+/// enciphered string is the variable itself, on loan: it changes by Assign, never by another cell
+/// in its place.
 inline Cell* CellOf(Variable& variable) { return &VariableAccess::CellOf(LookThrough(variable)); }
 inline Kind KindOf(const Variable& variable) {
   return VariableAccess::KindOf(LookThrough(variable));
@@ -82,22 +82,8 @@ inline Kind KindOf(const Variable& variable) {
 /// A new owned cell with the variable's value.
 inline Cell CopyOf(Variable& variable) { return CopyCell(KindOf(variable), *CellOf(variable)); }
 
-/// Converts and stores as `Assign` does; objects of members and enciphered strings stay the same.
-/// False: refused, nothing changed. Throws std::bad_alloc.
-[[nodiscard]] bool AssignCell(Variable& target, const TypeDesc& from, Cell in);
-
 /// Body of every class's `Assign`: 1 or 0, and nothing thrown.
 int32_t AssignVariable(Variable& target, Variable* source);
-
-/// Appends a converted value to an array variable; an empty generic array takes on the value's
-/// type. False: refused, nothing changed. Throws std::bad_alloc.
-[[nodiscard]] bool AppendValue(Variable& array, const TypeRef& from, Cell in);
-/// The same for the cell of an array whose type declares `element` (null: generic).
-[[nodiscard]] bool AppendValue(ArrayData*& slot, const TypeRef& element, const TypeRef& from,
-                               Cell in);
-/// `AdjustArraySize` that tells when there is no memory: false, and the array is unchanged.
-[[nodiscard]] bool ResizeArray(Variable& array, int64_t delta);
-[[nodiscard]] bool ResizeArray(ArrayData*& slot, const TypeRef& element, int64_t delta);
 
 /// Kinds whose cell is a variable already, so that an element or a member needs no box.
 constexpr bool HoldsObjects(Kind kind) { return kind == Kind::EString || kind == Kind::Any; }
@@ -107,6 +93,12 @@ void StoreInto(Variable& box, const TypeDesc& type, Cell value);
 /// Sweeps the boxes inside an element or a member; true when none is left there. What lies within a
 /// value that is shared must have no boxes either.
 bool SweepInside(Variable& object);
+/// Makes a value fit to lie inside another: without boxes, which only objects and whole variables
+/// may have. Takes the value and returns it, or a copy; throws with the value released.
+Cell WithoutBoxes(Kind kind, Cell value);
+/// Whether a value without boxes holds some further inside, which must not be. A check for debug
+/// builds: it looks at some hundred parts at the most.
+bool HasBoxesInside(Kind kind, Cell value);
 /// Whether a box can become a stored cell of `type` again.
 bool CanUnbox(Variable& box, const TypeDesc& type);
 /// The value of a box that is given up.

@@ -1,5 +1,6 @@
 #include "values/structdata.h"
 
+#include <cassert>
 #include <cstdlib>
 #include <new>
 #include <unordered_map>
@@ -7,6 +8,7 @@
 
 #include "values/arraydata.h"
 #include "values/cellops.h"
+#include "values/store.h"
 #include "values/variable.h"
 
 namespace tamber {
@@ -109,8 +111,16 @@ void StructData::Put(uint32_t member, Cell value) {
   if (boxes_ != nullptr && boxes_[member] != nullptr) {
     StoreInto(*boxes_[member], *layout_->Members()[member].type, value);
   } else {
-    StoreCell(MemberKind(member), Cells()[member], value);
+    const Kind kind = MemberKind(member);
+    StoreCell(kind, Cells()[member], WithoutBoxes(kind, value));
   }
+}
+
+Place StructData::Enter(uint32_t member) {
+  if (boxes_ != nullptr && boxes_[member] != nullptr) return PlaceOf(*boxes_[member]);
+  Cell& cell = Cells()[member];
+  const TypeDesc& declared = *layout_->Members()[member].type;
+  return declared.GetKind() == Kind::Any ? PlaceOf(*cell.v) : Place{&cell, &declared};
 }
 
 Variable* StructData::Box(uint32_t member) {
@@ -184,6 +194,7 @@ StructData* Unshare(StructData*& slot) {
 
 StructData* ShareStruct(StructData* data) {
   if (data->HasBoxes()) return data->Copy();
+  assert(!HasBoxesInside(Kind::Struct, Cell{.st = data}));
   Retain(data);
   return data;
 }

@@ -4,11 +4,13 @@
 
 namespace tamber {
 
+struct Place;
+
 /// The members of one structure value, shared between structures until one of them changes.
 /// As in ArrayData, a member has an object of its own only while somebody wants one, and a
-/// structure with such boxes is never shared. Whoever wants an object inside a member (of a
-/// structure, of an array) asks for the member's own box first: a value without boxes has none
-/// further inside. Positions are 0-based.
+/// structure with such boxes is never shared. Boxes are made from the outside inwards, and values
+/// that come in lose theirs: a structure without boxes has none further inside. Positions are
+/// 0-based.
 class StructData final : public RefObject {
  public:
   /// A structure with default members, one reference. Structures inside that are alike start as one
@@ -26,13 +28,14 @@ class StructData final : public RefObject {
 
   /// The member's value, borrowed; boxes are looked through.
   Cell Peek(uint32_t member) const;
-  /// Stores a cell of the member's kind, taking over its reference; the old value is released.
+  /// Stores a cell of the member's kind, taking over its reference, also when it throws; the old
+  /// value is released.
   void Put(uint32_t member, Cell value);
   /// The member's live cell, for changes in place (the box's own when there is one).
   Cell* Slot(uint32_t member);
+  /// The member's place, for changes in place. The structure is not shared.
+  Place Enter(uint32_t member);
   StructData* Copy() const;
-  /// The member's object, made on first use; it stays owned by the structure.
-  Variable* Box(uint32_t member);
   /// Makes `object` (of the member's kind; ownership passes) the object of the member.
   void SetBox(uint32_t member, Variable* object);
   /// Moves the members of `other`, an unshared structure whose members are the first of this one's,
@@ -42,7 +45,10 @@ class StructData final : public RefObject {
   void SweepBoxes();
 
  private:
+  friend class Whole;
   class Siblings;
+  /// The member's object, made on first use; it stays owned by the structure.
+  Variable* Box(uint32_t member);
   static StructData* Allocate(const Ref<StructLayout>& layout);
   static StructData* MakeDefault(const Ref<StructLayout>& layout);
   void NeedBoxes();

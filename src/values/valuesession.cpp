@@ -6,6 +6,7 @@
 #include "kel/number.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
+#include "values/store.h"
 #include "values/strbuf.h"
 #include "values/structdata.h"
 #include "values/varestring.h"
@@ -102,8 +103,8 @@ bool IsStored(SessionStore& store, const std::string& key) {
   return store.Exists(key) || !store.SubKeys(key + "/").empty();
 }
 
-void LoadArray(const TypeRef& declared, ArrayData*& slot, const std::string& key,
-               SessionStore& store, int depth) {
+void LoadArray(const Place& place, const std::string& key, SessionStore& store, int depth) {
+  ArrayData*& slot = place.cell->a;
   int64_t count = 0;
   if (!store.GetInteger(key, count) || count < 0) return;
   const int64_t present = slot != nullptr ? slot->Count() : 0;
@@ -111,9 +112,9 @@ void LoadArray(const TypeRef& declared, ArrayData*& slot, const std::string& key
   if (count > present && !IsStored(store, ElementKey(key, static_cast<uint32_t>(count - 1)))) {
     return;
   }
-  if (!ResizeArray(slot, declared, count - present)) return;
+  if (Resize(place, count - present) != Stored::Done) return;
   if (slot == nullptr || slot->Count() == 0) return;
-  Unshare(slot, declared);
+  Unshare(slot, place.declared->Element());
   for (uint32_t i = 0; i < slot->Count(); ++i) {
     Cell value = slot->Peek(i);
     if (slot->StorageKind() == Kind::Any) {
@@ -151,7 +152,7 @@ void LoadAt(const TypeDesc& type, Cell& slot, const std::string& key, SessionSto
       if (store.GetText(key, text)) static_cast<VarEString&>(*slot.v).SetSealed(text);
       break;
     case Kind::Array:
-      LoadArray(type.Element(), slot.a, key, store, depth - 1);
+      LoadArray({&slot, &type}, key, store, depth - 1);
       break;
     case Kind::Struct:
       Unshare(slot.st);

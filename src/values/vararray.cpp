@@ -1,6 +1,7 @@
 #include "values/vararray.h"
 
 #include "values/cellops.h"
+#include "values/store.h"
 #include "values/valuedump.h"
 #include "values/varstring.h"
 #include "values/varstruct.h"
@@ -9,8 +10,11 @@ using tamber::ArrayData;
 using tamber::Attempt;
 using tamber::Kind;
 using tamber::Name;
+using tamber::PlaceOf;
+using tamber::Stored;
 using tamber::TypeDesc;
 using tamber::TypeRef;
+using tamber::Whole;
 
 namespace {
 
@@ -50,16 +54,14 @@ const TypeRef& VarArray::ElementType() const {
   return type_->Element() || cell_.a == nullptr ? type_->Element() : cell_.a->ElementType();
 }
 
-/// The elements, safe to change. Giving an element an object of its own changes no value, so const
-/// operations do it too.
-ArrayData* VarArray::Own() const {
-  return tamber::Unshare(const_cast<VarArray*>(this)->cell_.a, type_->Element());
-}
+/// The elements, safe to change.
+ArrayData* VarArray::Own() { return tamber::Unshare(cell_.a, type_->Element()); }
 
 Variable* VarArray::GetArrayElement(uint32_t index) const {
-  Variable* element = nullptr;
-  if (Has(index)) Attempt([&] { element = Own()->Box(index - 1); });
-  return element;
+  // Giving an element an object of its own changes no value: it is const to whoever looks at
+  // values.
+  Whole whole(const_cast<VarArray&>(*this));
+  return whole.HoldElement(static_cast<int32_t>(index)) == Stored::Done ? whole.Object() : nullptr;
 }
 
 int32_t VarArray::AddArrayElement(Variable* element) {
@@ -79,7 +81,8 @@ bool VarArray::Append(Variable* element) {
     return true;
   }
   if (type) {
-    if (!tamber::AppendValue(*this, tamber::TypeOf(*element), *tamber::CellOf(*element))) {
+    if (tamber::Append(PlaceOf(*this), *tamber::TypeOf(*element), *tamber::CellOf(*element)) !=
+        Stored::Done) {
       return false;
     }
   } else {
@@ -129,12 +132,12 @@ const Variable* VarArray::GetArrayElementType() const {
 }
 
 void VarArray::AdjustArraySize(int32_t delta) {
-  // Without memory the array stays as it is; running code asks ResizeArray itself and reports it.
-  static_cast<void>(tamber::ResizeArray(*this, delta));
+  // Without memory the array stays as it is; running code calls Resize itself and reports it.
+  static_cast<void>(tamber::Resize(PlaceOf(*this), delta));
 }
 
 void VarArray::SetArraySize(uint32_t size) {
-  static_cast<void>(tamber::ResizeArray(*this, int64_t{size} - int64_t{GetElementCount()}));
+  static_cast<void>(tamber::Resize(PlaceOf(*this), int64_t{size} - int64_t{GetElementCount()}));
 }
 
 void VarArray::Dump(KelString& out, const KelString& indent) const {

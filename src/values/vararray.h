@@ -42,7 +42,7 @@ class TAMBER_API VarArray : public Variable {
 
  private:
   bool Has(uint32_t index) const { return index > 0 && index <= GetElementCount(); }
-  TAMBER_LOCAL tamber::ArrayData* Own() const;
+  TAMBER_LOCAL tamber::ArrayData* Own();
   TAMBER_LOCAL bool Append(Variable* element);
   TAMBER_LOCAL void AppendObject(Variable* element);
 

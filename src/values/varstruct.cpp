@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "values/cellops.h"
+#include "values/store.h"
 #include "values/valuedump.h"
 #include "values/varstring.h"
 
@@ -61,10 +62,8 @@ uint32_t VarStruct::GetStructElementIndex(const KelString& name) const {
 Variable* VarStruct::GetStructElement(uint32_t index) const {
   if (index == 0 || index > cell_.st->Count()) return nullptr;
   // Giving a member an object of its own changes no value: it is const to whoever looks at values.
-  tamber::StructData*& data = const_cast<VarStruct*>(this)->cell_.st;
-  Variable* member = nullptr;
-  tamber::Attempt([&] { member = tamber::Unshare(data)->Box(index - 1); });
-  return member;
+  tamber::Whole whole(const_cast<VarStruct&>(*this));
+  return whole.HoldMember(index - 1) == tamber::Stored::Done ? whole.Object() : nullptr;
 }
 
 Variable* VarStruct::GetStructElement(const KelString& name) const {

@@ -4,6 +4,7 @@
 #include "value_testing.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
+#include "values/store.h"
 #include "values/strbuf.h"
 #include "values/vararray.h"
 #include "values/vardouble.h"
@@ -61,9 +62,9 @@ TEST_F(Arrays, SizesAreSafe) {
   a.AdjustArraySize(INT_MIN);
   EXPECT_EQ(a.GetElementCount(), 0u);
   Fill(a, 2);
-  EXPECT_FALSE(tamber::ResizeArray(a, INT64_C(0x200000000)));
+  EXPECT_EQ(tamber::Resize(tamber::PlaceOf(a), INT64_C(0x200000000)), tamber::Stored::NoMemory);
   EXPECT_EQ(Joined(a), "10 20 ");
-  EXPECT_TRUE(tamber::ResizeArray(a, INT64_MIN));
+  EXPECT_EQ(tamber::Resize(tamber::PlaceOf(a), INT64_MIN), tamber::Stored::Done);
   EXPECT_EQ(a.GetElementCount(), 0u);
   VarArray generic("g", 0);
   generic.AdjustArraySize(5);  // nothing says of what
@@ -185,13 +186,14 @@ TEST_F(Arrays, TheGenericArrayTakesOnATypeFromWhatItIsGiven) {
   EXPECT_EQ(g.GetArrayElementType()->GetTypeId(), Variable::String);
 
   VarArray appended("a", 0);
-  EXPECT_TRUE(
-      tamber::AppendValue(appended, tamber::TypeDesc::Of(tamber::Kind::Int), tamber::IntCell(4)));
+  const tamber::Place place = tamber::PlaceOf(appended);
+  EXPECT_EQ(tamber::Append(place, *tamber::TypeDesc::Of(tamber::Kind::Int), tamber::IntCell(4)),
+            tamber::Stored::Done);
   EXPECT_EQ(appended.GetArrayElementType()->GetTypeId(), Variable::Integer);
   tamber::OwnedCell text(tamber::Kind::String, tamber::ZeroCell());
   text.cell.s = tamber::StrBuf::New("no");
-  EXPECT_FALSE(
-      tamber::AppendValue(appended, tamber::TypeDesc::Of(tamber::Kind::String), text.cell));
+  EXPECT_EQ(tamber::Append(place, *tamber::TypeDesc::Of(tamber::Kind::String), text.cell),
+            tamber::Stored::Mismatch);
   EXPECT_EQ(appended.GetElementCount(), 1u);
 }
 
