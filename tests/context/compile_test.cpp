@@ -55,14 +55,6 @@ TEST_F(Compiling, WhatIsNoReadableFile) {
   EXPECT_NE(context_.GetContextError(), 0);
 }
 
-TEST_F(Compiling, UnreadableFiles) {
-  if (::geteuid() == 0) GTEST_SKIP() << "the superuser reads everything";
-  Put("secret.tam", "Print(\"a\")\n");
-  ::chmod("secret.tam", 0);
-  EXPECT_EQ(CompileFile("secret.tam"), 0);
-  EXPECT_EQ(context_.GetContextError(), ERR_FILENOTVALID);
-}
-
 TEST_F(Compiling, AFailedScriptIsNotInTheList) {
   Put("bad.tam", "proc first()\nendproc\nproc main()\nx = 1\nendproc\n");
   EXPECT_EQ(CompileFile("bad.tam"), 0);
@@ -120,42 +112,6 @@ TEST_F(Compiling, Texts) {
   EXPECT_EQ(context_.CompileScriptBuffer("label", "proc again()\nendproc\n", 1), 1);
   EXPECT_NE(context_.FindProcedure("again"), 0u) << "a label may come twice";
   EXPECT_EQ(context_.GetScriptCount(), 3u);
-}
-
-TEST_F(Compiling, TheShapeOfAScript) {
-  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "// x\nint a\nint[] f()\nendproc\n"), 1);
-  EXPECT_EQ(context_.ScriptBufferIsStructured("label", ""), 1);
-  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "int a\na = 1\nproc f()\nendproc\n"), 0);
-  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "Pair p\nproc f()\n"), 0);
-  ASSERT_EQ(context_.RegisterStructure("Pair", "int a; int b;", nullptr), 1);
-  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "Pair p\nproc f()\n"), 1);
-  EXPECT_EQ(context_.GetContextError(), 0);
-  EXPECT_EQ(context_.ScriptBufferIsStructured("label", "int a\n\"x\nproc f()\n"), 0);
-  EXPECT_NE(context_.GetContextError(), 0);
-  EXPECT_EQ(IntegerOf("ErrLine"), 2);
-  Put("s.tam", "proc main()\nendproc\n");
-  EXPECT_EQ(context_.ScriptFileIsStructured("s.tam"), 1);
-  EXPECT_EQ(context_.GetScriptCount(), 0u);
-  EXPECT_EQ(context_.ScriptFileIsStructured("none.tam"), 0);
-  EXPECT_EQ(context_.GetContextError(), ERR_FILENOTFOUND);
-}
-
-TEST_F(Compiling, ScriptFileAndLogFile) {
-  context_.SetScriptFile("dir/start.txt", 0);
-  EXPECT_EQ(TextOf("ScriptFile"), "dir/start.txt");
-  EXPECT_EQ(TextOf("LogFile"), "dir/start.log");
-  context_.SetScriptFile("dir/second.txt", 0);
-  EXPECT_EQ(TextOf("ScriptFile"), "dir/start.txt") << "the first one keeps its name";
-  EXPECT_EQ(TextOf("LogFile"), "dir/start.log");
-  context_.SetScriptFile("other/plain", 1);
-  EXPECT_EQ(TextOf("ScriptFile"), "other/plain");
-  EXPECT_EQ(TextOf("LogFile"), "other/plain.log");
-  context_.SetScriptFile("a.b/many.dots.tam", 1);
-  EXPECT_EQ(TextOf("LogFile"), "a.b/many.dots.log");
-  TamberContext other;
-  other.GetVariable("LogFile", VARLIST_GLOBAL)->SetStringValue(KelString("mine.log"));
-  other.SetScriptFile("dir/start.txt", 0);
-  EXPECT_STREQ(other.GetVariable("LogFile", VARLIST_GLOBAL)->GetStringValue(), "mine.log");
 }
 
 TEST_F(Compiling, ProceduresThatDoNotExist) {

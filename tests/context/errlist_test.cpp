@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <vector>
 
@@ -59,27 +58,6 @@ TEST(ErrorListTest, NumbersNeverMove) {
   EXPECT_EQ(Walk(list).size(), 102u);
 }
 
-TEST(ErrorListTest, UnknownCodesHaveNoText) {
-  const ErrorList list = BuiltIn();
-  for (const int32_t code : {0, 5, 99999, -1, tamber::kErrStructBlock, tamber::kErrStructMember}) {
-    EXPECT_EQ(list.GetErrorText(code), "") << code;
-    EXPECT_EQ(list.GetErrorName(code), "") << code;
-  }
-}
-
-TEST(ErrorListTest, WalksInAscendingOrderAndEnds) {
-  ErrorList list = BuiltIn();
-  EXPECT_EQ(list.GetNextErrorCode(0), 11);
-  EXPECT_EQ(list.GetNextErrorCode(20800), 0);
-  EXPECT_EQ(list.GetNextErrorCode(5), 0);
-  list.AddError(103, "ERR_AGAIN", "again");
-  list.AddError(50, "ERR_FIFTY", "fifty");
-  const std::vector<int32_t> codes = Walk(list);
-  EXPECT_EQ(codes.size(), 103u);
-  EXPECT_TRUE(std::is_sorted(codes.begin(), codes.end()));
-  EXPECT_EQ(ErrorList().GetNextErrorCode(0), 0);
-}
-
 TEST(ErrorListTest, NewCodesFollowTheLastRuntimeCode) {
   ErrorList list = BuiltIn();
   EXPECT_EQ(list.GetNewRuntimeErrorCode(), 129u);
@@ -90,19 +68,6 @@ TEST(ErrorListTest, NewCodesFollowTheLastRuntimeCode) {
   EXPECT_EQ(list.GetNewRuntimeErrorCode(), 130u);
   list.AddError(50, "ERR_LOWER", "the last one counts, not the highest");
   EXPECT_EQ(list.GetNewRuntimeErrorCode(), 51u);
-}
-
-TEST(ErrorListTest, NewCodesWithoutRuntimeErrors) {
-  ErrorList list;
-  EXPECT_EQ(list.GetNewRuntimeErrorCode(), 1u);
-  list.AddError(20000, "ERR_PARSEERROR", "");
-  EXPECT_EQ(list.GetNewRuntimeErrorCode(), 20001u);
-}
-
-TEST(ErrorListTest, TheFirstRecordOfACodeWins) {
-  ErrorList list = BuiltIn();
-  list.AddError(103, "ERR_OTHER", "other");
-  EXPECT_EQ(list.GetErrorName(103), "ERR_FILENOTFOUND");
 }
 
 TEST(ErrorListTest, ContextsDoNotSeeEachOthersErrors) {
@@ -117,15 +82,6 @@ TEST(ErrorListTest, ContextsDoNotSeeEachOthersErrors) {
   EXPECT_EQ(nested.GetErrorName(131), "");
   EXPECT_EQ(first.GetErrorName(130), "");
   EXPECT_EQ(BuiltIn().GetErrorName(129), "");
-}
-
-TEST(ErrorListTest, InitialiseAddsBehindWhatIsThere) {
-  ErrorList list;
-  list.AddError(200, "ERR_EARLY", "early");
-  list.Initialise();
-  EXPECT_EQ(Walk(list).size(), 103u);
-  EXPECT_EQ(list.GetErrorText(200), "early");
-  EXPECT_EQ(list.GetNewRuntimeErrorCode(), 129u);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "context/contextstate.h"
+#include "context/registration.h"
 #include "functions/modulelist.h"
 #include "kel/notice.h"
 #include "kel/tempdir.h"
@@ -17,7 +18,6 @@ int cleanupCount = 0;
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -102,6 +102,36 @@ TEST_F(Modules, RegistersEveryListAndTakesItBack) {
   EXPECT_THAT(notices_, IsEmpty());
 }
 
+// A module whose function another one has replaced may go first; what it had replaced comes back
+// when the other one goes.
+TEST_F(Modules, ThatOverrideEachOtherGoInAnyOrder) {
+  const auto record = [](TamberFunctionPtr body) {
+    return std::vector<FUNCMOD_FUNCTION>{{"int Rand ()", body, "", {}}, {}};
+  };
+  const auto first = record([](FunctionCallInfo* call) {
+    call->stack->PushInteger(-1);
+    return 1;
+  });
+  const auto second = record([](FunctionCallInfo* call) {
+    call->stack->PushInteger(-2);
+    return 1;
+  });
+  const FUNCMOD_REGISTRATION firstLists[] = {{FUNCMOD_REPLACING_FUNCTIONS, first.data()},
+                                             {FUNCMOD_END, nullptr}};
+  const FUNCMOD_REGISTRATION secondLists[] = {{FUNCMOD_REPLACING_FUNCTIONS, second.data()},
+                                              {FUNCMOD_END, nullptr}};
+  tamber::ContextRegistration below(*context_);
+  tamber::ContextRegistration above(*context_);
+  below.Register(firstLists);
+  EXPECT_EQ(Run("Rand"), -1);
+  above.Register(secondLists);
+  EXPECT_EQ(Run("Rand"), -2);
+  below.TakeBack();
+  EXPECT_EQ(Run("Rand"), -2);
+  above.TakeBack();
+  EXPECT_GE(Run("Rand"), 0) << "the built-in one";
+}
+
 TEST_F(Modules, AreLoadedOncePerContext) {
   Install("netutil", "netutil.so");
   ASSERT_TRUE(Load("netutil.so"));
@@ -173,15 +203,6 @@ TEST_F(Modules, EmptyListsAndThePlainCleanUp) {
   EXPECT_EQ(cleanupCount, 10);
 }
 
-TEST_F(Modules, NamesOfEntryPoints) {
-  using tamber::ModuleList;
-  const auto name = ModuleList::GetModuleFunctionName;
-  EXPECT_EQ(name("/a/netutil.so", ModuleList::INITIALISE), "InitialiseNetutilModule");
-  EXPECT_EQ(name("C:\\x\\netUtil.dll", ModuleList::CLEANUP), "CleanupNetUtilModule");
-  EXPECT_EQ(name("_x.tbx", ModuleList::CLEANUP_EX), "Cleanup_xModuleEx");
-  EXPECT_EQ(name("", ModuleList::INITIALISE), "InitialiseModule");
-}
-
 TEST_F(Modules, ThreadsLoadAndUnloadTheSameOne) {
   Install("netutil", "netutil.so");
   std::atomic<int> loaded{0};
@@ -201,23 +222,6 @@ TEST_F(Modules, ThreadsLoadAndUnloadTheSameOne) {
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(loaded, 80);
   EXPECT_EQ(cleanupCount, 80);
-}
-
-TEST_F(Modules, ConstantsKeepTheirFirstValue) {
-  context_->RegisterInteger("ONE", 1, VARLIST_CONSTANT);
-  context_->RegisterInteger("one", 1, VARLIST_CONSTANT);
-  context_->RegisterInteger("ONE", 2, VARLIST_CONSTANT);
-  context_->RegisterString("ONE", "1", VARLIST_CONSTANT);
-  context_->RegisterBoolean("TRUE", 7, VARLIST_CONSTANT);
-  context_->RegisterBoolean("TRUE", 0, VARLIST_CONSTANT);
-  EXPECT_EQ(Constant("ONE"), 1);
-  EXPECT_THAT(notices_,
-              ElementsAre("Tamber Registration Error: Trying to register integer ONE with "
-                          "different values",
-                          "Tamber Registration Error: Trying to register string ONE with "
-                          "different values",
-                          "Tamber Registration Error: Trying to register boolean TRUE with "
-                          "different values"));
 }
 
 TEST_F(Modules, TypesAndStructures) {

@@ -17,29 +17,6 @@ class Nested : public ScriptRunner {
   }
 };
 
-TEST_F(Nested, SeesCopiesOfWhatTheParentHas) {
-  context_.RegisterErrorCode(700, "ERR_MINE", "mine");
-  context_.SetCaseSwitch(1);
-  TamberContext child(context_);
-  EXPECT_EQ(child.GetContextError(), 0);
-  EXPECT_EQ(child.GetScriptCount(), 0u);
-  EXPECT_EQ(child.GetErrorName(700), "ERR_MINE");
-  EXPECT_EQ(child.GetCaseSwitch(), 1);
-  EXPECT_EQ(child.GetIniPath(), context_.GetIniPath());
-  EXPECT_EQ(IntegerOf(child, "count"), 5);
-  EXPECT_EQ(IntegerOf(child, "Limit"), 3);
-  EXPECT_GE(child.FindVariable("outside", VARLIST_EXTERNAL), 0);
-  EXPECT_EQ(child.GetVariable("note", VARLIST_GLOBAL)->GetVarFlags(), Variable::Session);
-  EXPECT_EQ(child.GetVariable("ErrCode", VARLIST_GLOBAL)->GetVarFlags(), Variable::Predefined);
-  EXPECT_NE(child.Lookup("Point"), nullptr);
-  Stack stack;
-  stack.PushInteger(21);
-  EXPECT_EQ(child.RunProcedure("twice", &stack), 1);
-  EXPECT_EQ(stack.PopInteger(), 42);
-  EXPECT_EQ(child.RunProcedure("main", nullptr), 0) << "the parent's main is the parent's";
-  EXPECT_EQ(child.GetContextError(), ERR_PROCNOMAIN);
-}
-
 TEST_F(Nested, MayDeclareEverythingAnew) {
   TamberContext child(context_);
   EXPECT_EQ(child.CompileScriptBuffer(
@@ -75,6 +52,15 @@ TEST_F(Nested, AChildOfAChildAndAResetChild) {
   EXPECT_EQ(grandchild.FindProcedure("twice"), 0u);
   EXPECT_EQ(grandchild.CompileScriptBuffer("x", "int count = 1\nproc main()\nendproc\n", 1), 1);
   EXPECT_EQ(grandchild.RunProcedure("main", nullptr), 1);
+}
+
+TEST_F(Nested, ScriptsThatCallThemselvesWithoutEndAreStopped) {
+  context_.ResetContext();
+  Put("forever.tam", "Print(\"x\")\ncall \"forever.tam\"\n");
+  ASSERT_EQ(context_.CompileScriptFile("forever.tam"), 1);
+  EXPECT_EQ(context_.RunProcedure("main", nullptr), 0);
+  EXPECT_EQ(Printed(), std::string(65, 'x'));
+  EXPECT_EQ(context_.GetContextError(), ERR_INTERNAL);
 }
 
 }  // namespace

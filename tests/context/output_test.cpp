@@ -109,21 +109,6 @@ TEST_F(Output, DumpsOfVariables) {
   EXPECT_THAT(dump, HasSubstr("\r\nConstants list dump: (limited by INI file settings) \r\nTRUE"));
 }
 
-TEST_F(Output, DumpsOfTables) {
-  Ini("DumpTypes=*\nDumpFunctions=print,RAND\nDumpProcedures=*\n");
-  std::string dump = Dump();
-  const size_t types = dump.find("\r\nData types dump:\r\n");
-  const size_t functions = dump.find("\r\nFunctions dump: (limited by INI file settings) \r\n");
-  ASSERT_NE(types, std::string::npos);
-  ASSERT_NE(functions, std::string::npos);
-  EXPECT_LT(types, functions);
-  EXPECT_THAT(dump, HasSubstr("int Print (string Text)\r\nint Rand ()\r\n"));
-  EXPECT_LT(functions, dump.find("\r\nProcedures dump:"));
-  Ini("DumpTypes=;\n");
-  dump = Dump();
-  EXPECT_EQ(dump, "\r\nData types dump: (limited by INI file settings) \r\n");
-}
-
 int32_t AddLocal(FunctionCallInfo* info) {
   Variable* added = info->context->GetType("int")->CreateVariable("added");
   added->SetIntegerValue(3);
@@ -193,19 +178,6 @@ TEST_F(Output, SourceAroundALine) {
   EXPECT_EQ(dump(), "");
   Ini("DumpSource=2147483647\n");
   EXPECT_THAT(dump(), HasSubstr("line30"));
-}
-
-TEST_F(Output, SwitchesAreReadWithThePath) {
-  Ini("ProcedureTrace=1\nCompileOnly=2\nDumpStatements=x\n");
-  EXPECT_EQ(context_.State().run.procedureTrace, 0);
-  context_.SetIniPath("tamber.ini");
-  EXPECT_EQ(context_.State().run.procedureTrace, 1);
-  EXPECT_EQ(context_.State().compileOnly, 2);
-  EXPECT_EQ(context_.State().dumpStatements, 0);
-  context_.SetIniPath("etc/other.ini");
-  EXPECT_EQ(context_.State().run.procedureTrace, 0);
-  context_.SetIniDir("lib");
-  EXPECT_EQ(context_.GetIniPath(), "lib/other.ini");
 }
 
 }  // namespace

@@ -61,19 +61,6 @@ TEST_F(Reports, ARunTimeErrorByteForByte) {
   EXPECT_EQ(told_[0].name, "ERR_DIVIDEBYZERO");
 }
 
-TEST_F(Reports, DisabledOutputStillTellsScriptAndHost) {
-  for (const char* type : {"none", "NONE", "None"}) {
-    Put("tamber.ini", std::string("[TamberRunErrors]\nOutputType=") + type + "\n");
-    told_.clear();
-    context_.ResetContext();
-    EXPECT_EQ(Run("int i\n\ni = 1 / 0\n"), 0);
-    EXPECT_FALSE(std::filesystem::exists("tamber.log")) << type;
-    EXPECT_EQ(IntegerOf("ErrLine"), 3);
-    EXPECT_EQ(IntegerOf("ErrCode"), 11);
-    EXPECT_EQ(told_.size(), 1u);
-  }
-}
-
 // A text stays until another one replaces it, so a later error without a text shows the old one.
 TEST_F(Reports, TheErrorTextIsSticky) {
   context_.SetContextError(101, "first");
@@ -131,49 +118,7 @@ TEST_F(Reports, OnceForAFatalErrorHoweverDeep) {
   EXPECT_EQ(IntegerOf("ErrLine"), 2);
 }
 
-TEST_F(Reports, NewCodesFollowTheHighestRunTimeCode) {
-  EXPECT_EQ(context_.RegisterErrorCode(0, "ERR_A", "a"),
-            static_cast<int32_t>(TamberContext().GetErrorList().GetNewRuntimeErrorCode()));
-  const int32_t next = context_.RegisterErrorCode(0, "ERR_B", "b");
-  EXPECT_EQ(context_.GetErrorText(next), "b");
-  EXPECT_FALSE(Knows("ERR_B", 15)) << "constants are for the codes that are there from the start";
-  EXPECT_EQ(context_.RegisterErrorCode(500, "ERR_C", "c"), 500);
-  EXPECT_EQ(context_.RegisterErrorCode(0, "ERR_D", "d"), 501);
-  EXPECT_EQ(context_.RegisterErrorCode(30000, "ERR_E", "e"), 30000);
-  EXPECT_EQ(context_.RegisterErrorCode(0, "ERR_F", "f"), 502);
-  EXPECT_EQ(context_.RegisterErrorCode(500, "ERR_G", "g"), 500);
-  EXPECT_EQ(context_.GetErrorName(500), "ERR_C") << "the first record of a code is the one found";
-}
-
 class Policies : public Reports {};
-
-TEST_F(Policies, InlineClearsAndGoesOn) {
-  EXPECT_EQ(Run("int i\ni = 3\nErrHandler = \"inline_handler\"\ni = 1 / 0\n"
-                "Print(\"\" + i + \" \" + ErrCode + \" \" + ErrLine + \";\")\n"
-                "i = 5\nPrint(\"\" + ErrCode)\n"),
-            1);
-  EXPECT_EQ(Printed(), "0 11 4;11") << "a statement that goes well leaves ErrCode alone";
-  EXPECT_TRUE(told_.empty());
-  EXPECT_FALSE(std::filesystem::exists("tamber.log"));
-}
-
-TEST_F(Policies, DefaultEndsTheWholeRun) {
-  EXPECT_EQ(Run("proc inner()\nint i\ni = 1 / 0\nPrint(\"no\")\nendproc\n"
-                "proc main()\nPrint(\"a\")\ninner()\nPrint(\"no\")\nendproc\n"),
-            0);
-  EXPECT_EQ(Printed(), "a");
-  EXPECT_EQ(told_.size(), 1u);
-}
-
-TEST_F(Policies, AHandlerRunsAndTheNextStatementFollows) {
-  EXPECT_EQ(Run("proc Mend()\nPrint(\"[\" + ErrCode + \"@\" + ErrLine + \"]\")\nendproc\n"
-                "proc main()\nint i\ni = 4\nErrHandler = \"mend\"\ni = 1 / 0\nPrint(\"\" + i)\n"
-                "endproc\n"),
-            1);
-  EXPECT_EQ(Printed(), "[11@8]0");
-  EXPECT_EQ(context_.GetContextError(), 0);
-  EXPECT_TRUE(told_.empty());
-}
 
 TEST_F(Policies, ALocalWinsWhileItsProcedureRuns) {
   const char* script =

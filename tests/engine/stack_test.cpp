@@ -1,15 +1,12 @@
 #include "engine/stack.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <limits>
 #include <memory>
 #include <string>
 
 #include "values/cellops.h"
-#include "values/vararray.h"
 #include "values/varholder.h"
 #include "values/varint.h"
 #include "values/varref.h"
@@ -46,71 +43,6 @@ TEST(StackTest, EmptyStackIsSafe) {
   EXPECT_EQ(text, "");
   EXPECT_EQ(stack.PushVariable(nullptr), 0);
   EXPECT_EQ(stack.GetSize(), 0u);
-}
-
-TEST(StackTest, DepthCountsFromTheTopAndIndexFromTheBottom) {
-  Stack stack;
-  stack.PushBoolean(1);
-  stack.PushString("four", 0);
-  stack.PushDouble(2.5);
-  EXPECT_EQ(stack.GetTypeId(0), Variable::Double);
-  EXPECT_EQ(stack.GetTypeId(1), Variable::String);
-  EXPECT_EQ(stack.GetTypeId(2), Variable::Boolean);
-  EXPECT_EQ(stack.GetTypeId(3), Variable::None);
-  EXPECT_EQ(stack.GetTypeId(0xFFFFFFFFu), Variable::None);
-  EXPECT_EQ(stack.GetEntryLength(1), 4u);
-  EXPECT_EQ(stack.GetEntryLength(0), 0u);
-  EXPECT_EQ(stack.GetEntryLength(0xFFFFFFFFu), 0u);
-  EXPECT_EQ(stack.GetVariable(0)->GetTypeId(), Variable::Boolean);
-  EXPECT_EQ(stack.GetVariable(2)->GetDoubleValue(), 2.5);
-  EXPECT_EQ(stack.GetVariable(3), nullptr);
-  // Having looked at the entries changes nothing.
-  EXPECT_EQ(stack.GetSize(), 3u);
-  EXPECT_EQ(stack.GetTypeId(1), Variable::String);
-  EXPECT_EQ(stack.PopDouble(), 2.5);
-}
-
-TEST(StackTest, TypedPopsConvertTheEntry) {
-  struct Row {
-    void (*push)(Stack&);
-    int32_t boolean;
-    char character;
-    int32_t integer;
-    double number;
-    const char* text;
-  };
-  const Row rows[] = {
-      {[](Stack& s) { s.PushBoolean(5); }, 1, 1, 1, 1.0, ""},
-      {[](Stack& s) { s.PushChar('\xE9'); }, -23, '\xE9', -23, -23.0, ""},
-      {[](Stack& s) { s.PushInteger(0x1234'5678); }, 0x1234'5678, '\x78', 0x1234'5678, 305419896.0,
-       ""},
-      {[](Stack& s) { s.PushFloat(-2.75f); }, 1, '\xFE', -2, -2.75, ""},
-      {[](Stack& s) { s.PushDouble(1e10); }, 1, 0, std::numeric_limits<int32_t>::min(), 1e10, ""},
-      {[](Stack& s) { s.PushString("7up", 0); }, 1, '7', 0, 0.0, "7up"},
-  };
-  for (size_t i = 0; i < std::size(rows); ++i) {
-    for (const bool asVariable : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "row " << i << (asVariable ? " as a variable" : ""));
-      Stack stack;
-      const auto push = [&] {
-        rows[i].push(stack);
-        if (asVariable) stack.GetVariable(stack.GetSize() - 1);
-      };
-      push();
-      EXPECT_EQ(stack.PopBoolean() != 0, rows[i].boolean != 0);
-      push();
-      EXPECT_EQ(stack.PopChar(), rows[i].character);
-      push();
-      EXPECT_EQ(stack.PopInteger(), rows[i].integer);
-      push();
-      EXPECT_FLOAT_EQ(stack.PopFloat(), static_cast<float>(rows[i].number));
-      push();
-      EXPECT_EQ(stack.PopDouble(), rows[i].number);
-      push();
-      EXPECT_EQ(PopText(stack), rows[i].text);
-      EXPECT_EQ(stack.GetSize(), 0u);
-    }
-  }
 }
 
 TEST(StackTest, Texts) {
@@ -174,15 +106,6 @@ TEST(StackTest, AReferenceShowsItsTarget) {
   EXPECT_EQ(stack.GetTypeId(0), Variable::String);
   EXPECT_EQ(stack.GetEntryLength(0), 4u);
   EXPECT_EQ(PopText(stack), "tail");
-}
-
-TEST(StackTest, TemporariesAreUnnamedAndFree) {
-  Stack stack;
-  stack.PushInteger(3);
-  const VarHolder value(stack.PopVariable());
-  EXPECT_EQ(value->GetVarName(), "");
-  EXPECT_EQ(value->GetVarFlags(), 0u);
-  EXPECT_EQ(tamber::VariableAccess::Holders(*value), 0);
 }
 
 TEST(StackTest, CopiesShareVariablesAndOwnTheRest) {

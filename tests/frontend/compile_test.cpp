@@ -114,21 +114,6 @@ TEST_F(Compile, BlocksBecomeJumps) {
   }
 }
 
-TEST_F(Compile, PlainScriptsAreTheBodyOfMain) {
-  EXPECT_EQ(CompileText("int x\nx = 1\nif x\nendif\n").code, 0);
-  EXPECT_EQ(Layout("MAIN"), "L E V E F1");
-  const Outcome again = CompileText("exit\n");
-  EXPECT_EQ(again.code, ERR_PROCDUPLICATE);
-  context_.ResetContext();
-  for (const char* line : {"proc p()", "struct s", "const c = 1", "include \"x\"", "endproc"}) {
-    const Outcome outcome = CompileText(std::string("exit\n") + line + "\n");
-    EXPECT_EQ(outcome.code, ERR_BADSTATEMENT) << line;
-    EXPECT_EQ(outcome.line, 2u) << line;
-    EXPECT_EQ(context_.FindProcedure("main"), 0u);
-    context_.ResetContext();
-  }
-}
-
 struct ErrorCase {
   const char* text;
   int32_t code;
@@ -253,65 +238,6 @@ TEST_F(Compile, ProceduresCanBeCalledAboveTheirText) {
   const TamberProcedure* const a = context_.GetProcedure("a");
   EXPECT_EQ(a->GetStartLine(), 2u);
   EXPECT_EQ(a->GetEndLine(), 3u);
-}
-
-TEST_F(Compile, HeadersDeclareParametersAndResults) {
-  ASSERT_EQ(CompileText("int[] f(int a, string & b, int[] c, double d[])\nreturn c\nendproc\n"
-                        "proc g ( )\nendproc\n")
-                .code,
-            0);
-  EXPECT_EQ(Layout("f"), "P P P P E J1");
-  const TamberProcedure* const f = context_.GetProcedure("f");
-  ASSERT_EQ(f->GetParameterCount(), 4u);
-  EXPECT_TRUE(f->ReturnType()->IsArray());
-  EXPECT_FALSE(f->Locals().At(0).isReference);
-  EXPECT_TRUE(f->Locals().At(1).isReference);
-  EXPECT_TRUE(f->Locals().At(2).type->IsArray());
-  EXPECT_TRUE(f->Locals().At(3).type->IsArray());
-  EXPECT_FALSE(context_.GetProcedure("g")->ReturnType());
-}
-
-TEST_F(Compile, DeclarationsTakeEffectAtOnce) {
-  ASSERT_EQ(CompileText("int a = 2, b = a + 1\nconst c = 5, d = \"x,y\"\nconst double e = 1\n"
-                        "int[3] l, m\nstring s[2], t ; note\nextern int x\nextern int a\n"
-                        "session string u = \"v\"\n")
-                .code,
-            0);
-  EXPECT_EQ(context_.GetVariable("b", VARLIST_GLOBAL)->GetIntegerValue(), 3);
-  EXPECT_EQ(context_.GetVariable("C", VARLIST_CONSTANT)->GetTypeId(), Variable::Integer);
-  EXPECT_STREQ(context_.GetVariable("d", VARLIST_CONSTANT)->GetStringValue(), "x,y");
-  EXPECT_EQ(context_.GetVariable("e", VARLIST_CONSTANT)->GetTypeId(), Variable::Double);
-  EXPECT_EQ(context_.GetVariable("m", VARLIST_GLOBAL)->GetElementCount(), 3u);
-  EXPECT_EQ(context_.GetVariable("s", VARLIST_GLOBAL)->GetElementCount(), 2u);
-  EXPECT_EQ(context_.GetVariable("t", VARLIST_GLOBAL)->IsArray(), 0);
-  EXPECT_NE(context_.GetVariable("x", VARLIST_EXTERNAL), nullptr);
-  EXPECT_EQ(context_.GetVariable("a", VARLIST_EXTERNAL), nullptr);
-  EXPECT_EQ(context_.GetVariable("u", VARLIST_GLOBAL)->GetVarFlags(), uint32_t{Variable::Session});
-}
-
-TEST_F(Compile, InitialisersRunProceduresOfTheScript) {
-  EXPECT_EQ(CompileText("int twice(int n)\nreturn again(n)\nendproc\n"
-                        "int again(int n)\nreturn n * 2\nendproc\nint x = twice(4)\n")
-                .code,
-            0);
-  EXPECT_EQ(context_.GetVariable("x", VARLIST_GLOBAL)->GetIntegerValue(), 8);
-}
-
-TEST_F(Compile, StructuresAreTypes) {
-  ASSERT_EQ(CompileText("struct Point\n// where\nint x, y\n\n/* not\nint z */\nendstruct\n"
-                        "struct Line\nPoint from, to\nstring[2] names\nendstruct\nLine l\n")
-                .code,
-            0);
-  Variable* const line = context_.GetVariable("l", VARLIST_GLOBAL);
-  EXPECT_EQ(line->GetStructName(), "Line");
-  EXPECT_EQ(line->GetStructElementIndex("TO"), 2u);
-  EXPECT_EQ(line->GetStructElement("from")->GetStructElementIndex("z"), 0u);
-  EXPECT_NE(context_.Lookup("Point[]"), nullptr);
-
-  EXPECT_EQ(tamber::DefineStructureText(context_.State(), "Match", "int Offset; int Length;",
-                                        tamber::kModuleStruct),
-            0);
-  EXPECT_EQ(context_.GetType("match")->GetTypeFlags(), 1u);
 }
 
 TEST_F(Compile, WhatStandsBehindAnErrorIsNotDeclared) {

@@ -1,7 +1,6 @@
 #include "frontend/scrline.h"
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include "frontend/script.h"
-#include "frontend/scriptlist.h"
 #include "kel/cipher.h"
 #include "scriptfixture.h"
 #include "values/errcodes.h"
@@ -51,16 +49,6 @@ TEST(ScriptLine, JoinsContinuedLines) {
   // Behind code a comment goes on like the line it belongs to; a comment line does not.
   EXPECT_THAT(LogicalLines("a // x \\\nb"), ElementsAre(Pair(1, "a // x  b")));
   EXPECT_THAT(LogicalLines("// x \\\nb"), ElementsAre(Pair(1, ""), Pair(2, "b")));
-}
-
-TEST(ScriptLine, NumbersLinesFromTheGivenOne) {
-  const auto script = MakeScript("a\nb\n", 40);
-  EXPECT_EQ(script->GetLineOffset(), 39u);
-  EXPECT_THAT(LogicalLines(*script), ElementsAre(Pair(40, "a"), Pair(41, "b")));
-  EXPECT_EQ(script->GetLineText(41), "b");
-  EXPECT_EQ(script->GetLineText(39), "");
-  EXPECT_EQ(script->GetLineText(42), "");
-  EXPECT_EQ(MakeScript("a", 0)->GetNextLine(), 1u);
 }
 
 TEST(ScriptLine, GoesBackToAPosition) {
@@ -156,21 +144,6 @@ TEST_F(ScriptFiles, EncipheredScriptsNeedTheirKey) {
   const auto text = ScriptText::FromFile(path, "key", status);
   ASSERT_TRUE(text);
   EXPECT_EQ(text->Line(2), "endproc");
-}
-
-TEST(ScriptListTest, FindsScriptsByTheirExactName) {
-  ScriptList list;
-  for (const char* name : {"/a.tam", "/A.tam"}) {
-    list.AddScript(std::make_unique<TamberScript>(nullptr, ScriptText::FromBuffer(name, "")));
-  }
-  EXPECT_EQ(list.FindScript("/A.tam"), list.GetScript(1));
-  EXPECT_EQ(list.FindScript("/a.tam"), list.GetScript(0));
-  EXPECT_EQ(list.FindScript("/b.tam"), nullptr);
-  // The text stays with whoever shares it.
-  const auto text = list.GetScript(0)->GetText();
-  list.ClearScriptList();
-  EXPECT_EQ(list.FindScript("/a.tam"), nullptr);
-  EXPECT_EQ(text->Name(), "/a.tam");
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "functions/prototype.h"
@@ -21,11 +20,9 @@ namespace {
 using tamber::Kind;
 using tamber::TypeDesc;
 using tamber::TypeRef;
-using testing::ElementsAre;
 
 int32_t First(FunctionCallInfo*) { return 1; }
 int32_t Second(FunctionCallInfo*) { return 2; }
-int32_t WithContext(FunctionCallInfo*, TamberContext*) { return 3; }
 
 class FuncListTest : public testing::Test {
  protected:
@@ -58,28 +55,6 @@ class FuncListTest : public testing::Test {
   }
   std::string Best(std::string_view name, std::initializer_list<const char*> words) const {
     return list_.PrototypeText(Find(name, words)).Str();
-  }
-
-  static constexpr uint32_t kAnyCount = 0xFFFFFFFFu;
-  /// Parameters of the functions of this name (and number of parameters), in table order.
-  std::vector<std::string> Overloads(std::string_view name, uint32_t count = kAnyCount) const {
-    std::vector<std::string> texts;
-    for (uint32_t i = 1; i <= list_.GetFunctionCount(); ++i) {
-      const TamberFunction& function = *list_.GetFunction(i);
-      if (!kel::EqualsNoCase(function.GetName(), name)) continue;
-      if (count != kAnyCount && function.GetParameterCount() != count) continue;
-      const std::string text = list_.PrototypeText(i).Str();
-      texts.push_back(text.substr(text.find('(')));
-    }
-    return texts;
-  }
-
-  void AddBuiltIns() {
-    for (const char* prototype : {
-#include "functions/prototypes.inc"
-         }) {
-      ASSERT_NE(Add(prototype), 0u) << prototype << ": " << message_.View();
-    }
   }
 
   TypeList types_;
@@ -118,13 +93,6 @@ TEST_F(FuncListTest, PrototypesReadBackAsTheyAreWritten) {
   }
   EXPECT_EQ(list_.PrototypeText(0), "");
   EXPECT_EQ(list_.PrototypeText(99), "");
-}
-
-TEST_F(FuncListTest, TypeWordsIgnoreCaseAndHaveSynonyms) {
-  const uint32_t index = Add("Double F(INT a,LONG b[],textfilehandle,integer  )");
-  EXPECT_EQ(list_.PrototypeText(index), "double F (int a, int b[], TextFileHandle, int)");
-  EXPECT_EQ(list_.GetFunction(index)->GetParameterList()->GetVariable(0)->GetVarName(), "a");
-  EXPECT_EQ(list_.GetFunction(index)->GetVariable()->GetVarName(), "");
 }
 
 TEST_F(FuncListTest, MalformedPrototypesAreRefused) {
@@ -166,23 +134,6 @@ TEST_F(FuncListTest, HiddenParameterOfTypeZero) {
 
 // --- the table ---
 
-TEST_F(FuncListTest, NamesIgnoreCaseAndAreSorted) {
-  EXPECT_EQ(list_.FindFunction("Beta"), 0u);
-  Add("int Beta ()");
-  Add("int alpha ()");
-  Add("int GAMMA ()");
-  EXPECT_EQ(list_.FindFunction("ALPHA"), 1u);
-  EXPECT_EQ(list_.FindFunction("beta"), 2u);
-  EXPECT_EQ(list_.FindFunction("Gamma"), 3u);
-  for (const char* name : {"", "a", "alphabet", "zeta"}) EXPECT_EQ(list_.FindFunction(name), 0u);
-  EXPECT_EQ(list_.GetFunction(1)->GetName(), "alpha");
-  EXPECT_EQ(list_.GetFunction(0), nullptr);
-  EXPECT_EQ(list_.GetFunction(4), nullptr);
-  EXPECT_LT(list_.SortCompare(list_.GetFunction(1), list_.GetFunction(2)), 0);
-  EXPECT_EQ(list_.SortCompare(list_.GetFunction(1), nullptr), 1);
-  EXPECT_EQ(list_.SortCompare(nullptr, list_.GetFunction(1)), -1);
-}
-
 TEST_F(FuncListTest, TheFirstRegistrationWinsUnlessReplaced) {
   const uint32_t index = Add("int F (int a)", &First);
   EXPECT_EQ(Add("string f (INT other)", &Second), index);
@@ -217,24 +168,6 @@ TEST_F(FuncListTest, ReplacingKeepsEveryNameFound) {
   }
 }
 
-TEST_F(FuncListTest, AFunctionWithoutANameIsRefused) {
-  EXPECT_EQ(list_.AddFunction("", new VarInteger("", 0), &First, new VarList, 1, false), 0u);
-  EXPECT_EQ(list_.GetFunctionCount(), 0u);
-}
-
-TEST_F(FuncListTest, ImplementationsKeepTheirForm) {
-  const uint32_t index = list_.AddFunction("F", new VarInteger("", 0), &WithContext, new VarList,
-                                           FunctionList::FUNCTYPE_CONTEXT, false);
-  const TamberFunction& function = *list_.GetFunction(index);
-  EXPECT_EQ(function.GetExtendedImplementation(), &WithContext);
-  EXPECT_EQ(function.GetImplementation(), nullptr);
-  const TamberFunction copy(function);
-  EXPECT_TRUE(copy.IsImplemented());
-  EXPECT_NE(copy.GetVariable(), function.GetVariable());
-  EXPECT_NE(copy.GetParameterList(), function.GetParameterList());
-  EXPECT_EQ(copy.ReturnType()->GetKind(), Kind::Int);
-}
-
 TEST_F(FuncListTest, CopiesShareUntilTheyChange) {
   Add("int F ()");
   const FunctionList defaults = list_;
@@ -252,69 +185,22 @@ TEST_F(FuncListTest, CopiesShareUntilTheyChange) {
   EXPECT_EQ(other.FindFunction("F"), 1u);
 }
 
-TEST_F(FuncListTest, Dump) {
-  Add("int Beta (int a)");
-  Add("int Alpha ()");
-  Add("int Beta ()");
-  KelString out;
-  list_.DumpFunctions(out, "*", "");
-  EXPECT_EQ(out, "\r\nFunctions dump:\r\nint Alpha ()\r\nint Beta (int a)\r\nint Beta ()\r\n");
-  out.Clear();
-  list_.DumpFunctions(out, "beta,Nobody", "  ");
-  EXPECT_EQ(out,
-            "\r\nFunctions dump: (limited by INI file settings) \r\n"
-            "  int Beta (int a)\r\n  int Beta ()\r\n");
-}
-
 // --- overloads ---
 
-TEST_F(FuncListTest, BuiltInOverloadsStandInTheOrderThatDecidesTies) {
-  AddBuiltIns();
-  EXPECT_EQ(list_.GetFunctionCount(), 180u);
-  EXPECT_THAT(Overloads("ArrayFind", 4),
-              ElementsAre("(array Var, string ElementName, string Value, int StartIndex)",
-                          "(array Var, string ElementName, float Value, int StartIndex)",
-                          "(array Var, string ElementName, double Value, int StartIndex)",
-                          "(array Var, string ElementName, int Value, int StartIndex)"));
-  EXPECT_THAT(Overloads("ArrayFind", 3), ElementsAre("(array Var, float Value, int StartIndex)",
-                                                     "(array Var, int Value, int StartIndex)",
-                                                     "(array Var, double Value, int StartIndex)",
-                                                     "(array Var, string Value, int StartIndex)"));
-  EXPECT_THAT(
-      Overloads("ArraySort"),
-      ElementsAre("(array Var, string ElementName, bool Ascending)", "(array Var, bool Ascending)",
-                  "(array Var, string ElementName, bool Ascending, bool CaseSensitive)",
-                  "(array Var, bool Ascending, bool CaseSensitive)"));
-  EXPECT_THAT(
-      Overloads("MakeStr"),
-      ElementsAre("(char Value, string Format)", "(int Value)", "(float Value, string Format)",
-                  "(double Value, string Format)", "(int Value, string Format)"));
-  const auto counts = [this](std::string_view name) {
-    std::vector<uint32_t> result;
-    for (uint32_t i = 1; i <= list_.GetFunctionCount(); ++i) {
-      const TamberFunction& function = *list_.GetFunction(i);
-      if (function.GetName() == name) result.push_back(function.GetParameterCount());
-    }
-    return result;
-  };
-  EXPECT_THAT(counts("StrFindPcre"), ElementsAre(4u, 6u, 5u));
-  EXPECT_THAT(counts("StrMatchPcre"), ElementsAre(2u, 5u, 3u));
-  for (const char* name : {"FileGetPath", "FileGetLineCount", "FileGetLine"}) {
-    const std::vector<std::string> overloads = Overloads(name);
-    EXPECT_THAT(overloads[0], testing::StartsWith("(TextFileHandle")) << name;
-  }
-
-  // An exact argument beats a compatible one; equal scores go to the earlier entry.
-  EXPECT_EQ(Best("ArrayFind", {"int[]", "int", "int"}),
-            "int ArrayFind (array Var, int Value, int StartIndex)");
-  EXPECT_EQ(Best("ArrayFind", {"char[]", "char", "int"}),
-            "int ArrayFind (array Var, int Value, int StartIndex)");
-  EXPECT_EQ(Best("ARRAYFIND", {"string[]", "string", "int"}),
-            "int ArrayFind (array Var, string Value, int StartIndex)");
-  EXPECT_EQ(Best("ArrayFind", {"RegexMatch[]", "string", "double", "int"}),
-            "int ArrayFind (array Var, string ElementName, double Value, int StartIndex)");
-  EXPECT_EQ(Best("MakeStr", {"float", "string"}), "string MakeStr (float Value, string Format)");
-  EXPECT_EQ(Best("Rand", {}), "int Rand ()");
+TEST_F(FuncListTest, AnExactArgumentWins) {
+  for (const char* prototype :
+       {"int Find (array Var, float Value)", "int Find (array Var, int Value)",
+        "int Find (array Var, double Value)", "int Find (array Var, string Value)"})
+    ASSERT_NE(Add(prototype), 0u);
+  EXPECT_EQ(Best("Find", {"int[]", "int"}), "int Find (array Var, int Value)");
+  EXPECT_EQ(Best("FIND", {"string[]", "string"}), "int Find (array Var, string Value)");
+  EXPECT_EQ(Best("Find", {"int[]", "double"}), "int Find (array Var, double Value)");
+  VarList arguments;
+  arguments.AddVariable(tamber::MakeVariable(TypeDesc::ArrayOf(TypeDesc::Of(Kind::Double)), {}));
+  arguments.AddVariable(tamber::MakeVariable(TypeDesc::Of(Kind::Double), {}));
+  EXPECT_EQ(list_.PrototypeText(list_.FindBestSignature(KelString("Find"), arguments)),
+            "int Find (array Var, double Value)")
+      << "variables stand for their types";
 }
 
 TEST_F(FuncListTest, TheArgumentIsAskedFirstAndTheParameterAfterwards) {
@@ -380,16 +266,6 @@ TEST_F(FuncListTest, AnUnknownTypeIsTakenWithoutCounting) {
   EXPECT_EQ(Best("F", {"any", "string"}), "int F (int a, string b)");
   EXPECT_EQ(Best("F", {"string", "any"}), "int F (string a, string b)");
   EXPECT_TRUE(Takes(1, {"any", "any"}));
-}
-
-TEST_F(FuncListTest, VariablesStandForTheirTypes) {
-  AddBuiltIns();
-  VarList arguments;
-  arguments.AddVariable(tamber::MakeVariable(TypeDesc::ArrayOf(TypeDesc::Of(Kind::Double)), {}));
-  arguments.AddVariable(tamber::MakeVariable(TypeDesc::Of(Kind::Double), {}));
-  arguments.AddVariable(tamber::MakeVariable(TypeDesc::Of(Kind::Int), {}));
-  EXPECT_EQ(list_.PrototypeText(list_.FindBestSignature(KelString("ArrayFind"), arguments)),
-            "int ArrayFind (array Var, double Value, int StartIndex)");
 }
 
 }  // namespace

@@ -52,18 +52,6 @@ TEST(Base64, SkipsWhiteSpaceAndRefusesTheRest) {
   }
 }
 
-TEST(Codec, RoundTripsRandomBytes) {
-  std::mt19937 random(1);
-  for (size_t length = 0; length < 200; ++length) {
-    const std::string bytes = RandomBytes(random, length);
-    std::string back;
-    EXPECT_TRUE(kel::DecodeHex(kel::EncodeHex(bytes), back));
-    EXPECT_EQ(back, bytes);
-    EXPECT_TRUE(kel::DecodeBase64(kel::EncodeBase64(bytes), back));
-    EXPECT_EQ(back, bytes);
-  }
-}
-
 TEST(Codec, DecodersNeverReadTooFar) {
   std::mt19937 random(2);
   const std::string_view alphabet = "ABCDabcd0189+/=\r\n \x80_";
@@ -119,14 +107,6 @@ TEST(Des, GivesTheVectorsOfThePublishedTests) {
     EXPECT_EQ(kel::EncodeHex(kel::DesCbcEncrypt(key, zero, FromHex(v.plain))), v.cipher);
     EXPECT_EQ(kel::EncodeHex(kel::DesCbcDecrypt(key, zero, FromHex(v.cipher))), v.plain);
   }
-}
-
-TEST(Des, ChainsBlocksAsTheStandardShows) {
-  const std::string key = FromHex("0123456789abcdef");
-  const std::string start = FromHex("1234567890abcdef");
-  const std::string cipher = kel::DesCbcEncrypt(key, start, "Now is the time for all ");
-  EXPECT_EQ(kel::EncodeHex(cipher), "e5c7cdde872bf27c43e934008c389c0f683788499a7c05f6");
-  EXPECT_EQ(kel::DesCbcDecrypt(key, start, cipher), "Now is the time for all ");
 }
 
 TEST(DesSeal, RoundTripsAnythingAndTellsWrongPasswords) {

@@ -64,28 +64,6 @@ TEST_F(IniFileTest, ReadsWhatUsersWrite) {
   }
 }
 
-TEST_F(IniFileTest, Integers) {
-  Put("t.ini",
-      "[s]\na=12 "
-      "lines\nb=-3\nc=ten\nd=\ne=99999999999999999999\nf=-99999999999\ng=\"7\"\nh=0x10\n");
-  const IniFile ini("t.ini");
-  struct Row {
-    const char* key;
-    int32_t value;
-  };
-  for (const Row& row : std::initializer_list<Row>{{"a", 12},
-                                                   {"b", -3},
-                                                   {"c", 55},
-                                                   {"d", 55},
-                                                   {"e", 2147483647},
-                                                   {"f", -2147483647 - 1},
-                                                   {"g", 7},
-                                                   {"h", 0},
-                                                   {"missing", 55}}) {
-    EXPECT_EQ(ini.ReadInteger("s", row.key, 55), row.value) << row.key;
-  }
-}
-
 TEST_F(IniFileTest, OddFilesGiveDefaultsOrTheirText) {
   EXPECT_EQ(Read("s", "k"), "<default>");
   ASSERT_EQ(::mkfifo("t.ini", 0600), 0);

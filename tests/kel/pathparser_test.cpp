@@ -31,25 +31,6 @@ TEST(PathParser, TakesPathsApartAndPutsThemTogether) {
   }
 }
 
-TEST(PathParser, Setters) {
-  PathParser parser("C:\\scripts\\main.tam");
-  parser.SetFileExt("log");
-  EXPECT_EQ(parser.GetPath(), "C:\\scripts\\main.log");
-  parser.SetFileName("TamberSessions");
-  EXPECT_EQ(parser.GetPath(), "C:\\scripts\\TamberSessions");
-  parser.SetDir("data\\new");
-  parser.SetDrive("D");
-  EXPECT_EQ(parser.GetPath(), "D:data\\new\\TamberSessions");
-  parser.SetDriveDir("/etc");
-  EXPECT_EQ(parser.GetPath(), "/etc/TamberSessions");
-  parser.SetDriveDir("");
-  EXPECT_EQ(parser.GetPath(), "TamberSessions");
-  parser.SetFileExt(".x");
-  parser.SetFileExt("");
-  parser.SetFileName(parser.GetFileRoot());
-  EXPECT_EQ(parser.GetPath(), "TamberSessions");
-}
-
 TEST(Path, ResolvesByTextAlone) {
   struct Row {
     const char *path, *resolved;

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "kel/cow.h"
-#include "kel/dumpselection.h"
 
 namespace {
 
@@ -68,31 +67,6 @@ TEST(CowTest, ManyThreadsCopyOneDefault) {
   for (std::thread& thread : threads) thread.join();
   EXPECT_THAT(sizes, ElementsAre(101, 101, 101, 101));
   EXPECT_EQ(defaults.Read().size(), 100u);
-}
-
-TEST(DumpSelectionTest, NamesAndTitles) {
-  struct Row {
-    const char* value;
-    bool all;
-    std::vector<std::string_view> names;
-    const char* title;
-  };
-  const Row rows[] = {
-      {"", true, {}, "\r\nList:\r\n"},
-      {"*", true, {"*"}, "\r\nList:\r\n"},
-      {"a;*", true, {"a", "*"}, "\r\nList:\r\n"},
-      {"a,b", false, {"a", "b"}, "\r\nList: (limited by INI file settings) \r\n"},
-      {" a ;:b c,", false, {"a", "b", "c"}, "\r\nList: (limited by INI file settings) \r\n"},
-      {";", false, {}, "\r\nList: (limited by INI file settings) \r\n"},
-  };
-  for (const Row& row : rows) {
-    const kel::DumpSelection selection(row.value);
-    EXPECT_EQ(selection.All(), row.all) << row.value;
-    EXPECT_EQ(selection.Names(), row.names) << row.value;
-    KelString title;
-    selection.AppendTitle(title, "List:");
-    EXPECT_EQ(title, row.title) << row.value;
-  }
 }
 
 }  // namespace

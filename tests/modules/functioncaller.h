@@ -62,7 +62,7 @@ class FunctionCaller : public testing::Test {
     for (const tamber::TypeRef& type : types) loans.push_back(type.Get());
     const uint32_t index = context_.FindBestSignature(std::string_view(name), loans);
     EXPECT_NE(index, 0u) << "no overload of " << name;
-    if (index == 0) return nullptr;
+    if (index == 0) return Value(0);
     FunctionCallInfo info{&context_, &stack, 0, ""};
     context_.GetFunction(index)->GetImplementation()(&info);
     code_ = info.errorCode;
@@ -74,6 +74,16 @@ class FunctionCaller : public testing::Test {
   template <class... Args>
   int32_t Integer(const std::string& name, const Args&... args) {
     return Call(name, args...)->GetIntegerValue();
+  }
+
+  template <class... Args>
+  bool IsTrue(const std::string& name, const Args&... args) {
+    return Call(name, args...)->GetBoolValue() != 0;
+  }
+  template <class... Args>
+  std::string Text(const std::string& name, const Args&... args) {
+    const tamber::VarHolder value = Call(name, args...);
+    return {value->GetStringValue(), value->GetLength()};
   }
 
   static std::vector<std::string> Texts(const Variable& array) {

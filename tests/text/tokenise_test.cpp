@@ -48,16 +48,6 @@ TEST(Tokenise, OperatorsTakeTheLongestMatch) {
   EXPECT_THAT(Tokens("*==<>=!!"), ElementsAre("*=", "=", "<", ">=", "!", "!"));
 }
 
-TEST(Tokenise, OnlyOperatorsAreOperatorTokens) {
-  for (const char* text : {"<<=", "!=", "/*", "^", "(", ")x"})
-    EXPECT_EQ(Tokeniser::IsToken(text), 1);
-  for (const char* text : {"", "!", "~", ",", "[", ":", "a", "."}) {
-    EXPECT_EQ(Tokeniser::IsToken(text), 0) << text;
-  }
-  for (const char* text : {"//", ";", "#x"}) EXPECT_EQ(Tokeniser::IsComment(text), 1);
-  for (const char* text : {"", "/", "/*", "a;"}) EXPECT_EQ(Tokeniser::IsComment(text), 0) << text;
-}
-
 TEST(Tokenise, CommentsEndTheLine) {
   for (const char* line : {"", "  \t", "// x", "; x", " # x"}) {
     EXPECT_THAT(Tokens(line), ElementsAre()) << line;
@@ -176,38 +166,6 @@ TEST(Tokenise, PositionsAndCharacters) {
   EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "c");
   tokeniser.ResetLine();
   EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "ab");
-}
-
-TEST(Tokenise, WithoutALine) {
-  Tokeniser tokeniser;
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "");
-  EXPECT_STREQ(tokeniser.GetCurrentToken(), "");
-  EXPECT_STREQ(tokeniser.GetPreviousToken(), "");
-  EXPECT_EQ(tokeniser.PeekNextChar(), 0);
-  EXPECT_EQ(tokeniser.ReadNextChar(), 0);
-  Tokeniser copy(tokeniser);
-  EXPECT_STREQ(copy.GetNextToken(1, 1), "");
-}
-
-TEST(Tokenise, CopiesGoTheirOwnWay) {
-  Tokeniser first("one two three");
-  first.GetNextToken(1, 1);
-  Tokeniser second(first);
-  EXPECT_STREQ(second.GetCurrentToken(), "one");
-  EXPECT_STREQ(second.GetNextToken(1, 1), "two");
-  first.SetLine("a much longer line than the one before");
-  EXPECT_STREQ(second.GetNextToken(1, 1), "three");
-  second = first;
-  first.SetLine("x");
-  EXPECT_THAT(Tokens(second), testing::SizeIs(8));
-}
-
-TEST(Tokenise, ReusesItsBuffersForShorterLines) {
-  Tokeniser tokeniser("a long first line");
-  const char* const buffer = tokeniser.GetSearchPtr();
-  EXPECT_EQ(tokeniser.SetLine("short"), 1);
-  EXPECT_EQ(tokeniser.GetSearchPtr(), buffer);
-  EXPECT_THAT(Tokens(tokeniser), ElementsAre("short"));
 }
 
 }  // namespace

@@ -237,19 +237,6 @@ TEST_F(Arrays, StringsAndEStringsConvertBothWays) {
   EXPECT_STREQ(first.GetStringValue(), "changed");
 }
 
-TEST_F(Arrays, Dumps) {
-  VarStruct point("", 0);
-  point.SetStructName("Point");
-  point.AddStructElement(new VarInteger("x", 0), 1);
-  VarStructArray a(&point, "Points", 0);
-  a.SetArraySize(1);
-  EXPECT_EQ(DumpOf(a, "  "),
-            "  Points: type=struct Point, elements=1\r\n"
-            "      [1]: type=struct Point, value:\r\n"
-            "          x: type=integer, value=0\r\n");
-  EXPECT_EQ(WordOf(a), "struct Point[]");
-}
-
 TEST_F(Arrays, AnyDepthOfNestingIsDestroyedDumpedAndCopied) {
   Held<Variable> outer(new VarArray("a", 0));
   for (int i = 0; i < 200000; ++i) {

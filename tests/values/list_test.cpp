@@ -1,5 +1,4 @@
 #include <string>
-#include <vector>
 
 #include "value_testing.h"
 #include "values/varint.h"
@@ -56,20 +55,6 @@ TEST_F(Lists, ANameCheckKeepsTheFirst) {
   }
 }
 
-TEST_F(Lists, SwapsAndReplacementsAreSortedAgainWhenAsked) {
-  VarList list(true);
-  for (const char* name : {"a", "b", "c", "d"}) list.AddVariable(Named(name));
-  list.SwapVariables(0, 3);
-  list.SwapVariables(0, 9);
-  EXPECT_EQ(Names(list), "d b c a ");
-  EXPECT_EQ(list.FindVariable("a"), 0u);
-  EXPECT_EQ(Names(list), "a b c d ");
-  EXPECT_TRUE(list.ReplaceVariable(0, Named("z")));
-  EXPECT_EQ(list.FindVariable("z"), 3u);
-  Held<Variable> extra(Named("x"));
-  EXPECT_FALSE(list.ReplaceVariable(4, extra.get()));
-}
-
 TEST_F(Lists, RemovalHandsOver) {
   VarList list;
   for (int i = 0; i < 20; ++i) list.AddVariable(Named("v" + std::to_string(i), i));
@@ -85,18 +70,6 @@ TEST_F(Lists, RemovalHandsOver) {
   EXPECT_EQ(list.GetVariable("v5")->GetIntegerValue(), 55);
   list.ClearList();
   EXPECT_EQ(list.FindVariable("v1"), VarList::kNotFound);
-}
-
-TEST_F(Lists, CopiesAreIndependent) {
-  VarList list;
-  for (int i = 0; i < 12; ++i) list.AddVariable(Named("v" + std::to_string(i), i));
-  VarList copy(list);
-  copy.GetVariable("v3")->SetIntegerValue(99);
-  EXPECT_EQ(list.GetVariable("v3")->GetIntegerValue(), 3);
-  list = copy;
-  EXPECT_EQ(list.GetVariable("v3")->GetIntegerValue(), 99);
-  VarList moved(std::move(copy));
-  EXPECT_EQ(moved.GetSize(), 12u);
 }
 
 TEST_F(Lists, TenThousandNamesEitherWay) {

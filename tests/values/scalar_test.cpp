@@ -1,5 +1,4 @@
 #include <cmath>
-#include <limits>
 #include <string>
 
 #include "value_testing.h"
@@ -9,7 +8,6 @@
 #include "values/varfloat.h"
 #include "values/varhandle.h"
 #include "values/varint.h"
-#include "values/varlist.h"
 #include "values/varnone.h"
 #include "values/varref.h"
 #include "values/varstring.h"
@@ -30,77 +28,6 @@ struct DoubleRow {
   int32_t boolean, integer;
   char character;
 };
-
-TEST_F(Scalars, RealNumbersReadAsOtherTypes) {
-  const double inf = std::numeric_limits<double>::infinity();
-  const int32_t lowest = std::numeric_limits<int32_t>::min();
-  const DoubleRow rows[] = {
-      {0.0, 0, 0, 0},
-      {-0.0, 0, 0, 0},
-      {0.5, 1, 0, 0},
-      {-1.9, 1, -1, -1},
-      {300.7, 1, 300, 44},
-      {2147483647.0, 1, 2147483647, -1},
-      {2147483648.0, 1, lowest, 0},
-      {1e10, 1, lowest, 0},
-      {-1e300, 1, lowest, 0},
-      {inf, 1, lowest, 0},
-      {std::nan(""), 1, lowest, 0},
-  };
-  for (const DoubleRow& row : rows) {
-    VarDouble d("d", 0);
-    d.SetDoubleValue(row.value);
-    EXPECT_EQ(d.GetBoolValue(), row.boolean) << row.value;
-    EXPECT_EQ(d.GetIntegerValue(), row.integer) << row.value;
-    EXPECT_EQ(d.GetCharValue(), row.character) << row.value;
-    VarFloat f("f", 0);
-    f.SetFloatValue(d.GetFloatValue());
-    EXPECT_EQ(f.GetBoolValue(), row.boolean) << row.value;
-  }
-  VarDouble huge("d", 0);
-  huge.SetDoubleValue(1e300);
-  EXPECT_EQ(huge.GetFloatValue(), std::numeric_limits<float>::infinity());
-  huge.SetDoubleValue(3.4028235e38);
-  EXPECT_EQ(huge.GetFloatValue(), std::numeric_limits<float>::max());
-}
-
-TEST_F(Scalars, IntegersReadAsOtherTypes) {
-  VarInteger i("i", 0);
-  i.SetIntegerValue(0x1E9);
-  EXPECT_EQ(i.GetBoolValue(), 0x1E9);
-  EXPECT_EQ(i.GetCharValue(), static_cast<char>(0xE9));
-  EXPECT_EQ(i.GetDoubleValue(), 489.0);
-  i.SetIntegerValue(std::numeric_limits<int32_t>::min());
-  EXPECT_LT(i.GetIntegerValue(), 0);
-  EXPECT_EQ(reinterpret_cast<intptr_t>(i.GetHandleValue()), intptr_t{-2147483648LL});
-  VarChar c("c", 0);
-  c.SetCharValue(static_cast<char>(0xE9));
-  EXPECT_EQ(c.GetIntegerValue(), -23);
-  EXPECT_EQ(c.GetFloatValue(), -23.0F);
-  VarHandle h("h", "File", 0);
-  h.SetHandleValue(reinterpret_cast<void*>(uintptr_t{0x1234567890}));
-  EXPECT_EQ(h.GetIntegerValue(), 0x34567890);
-  EXPECT_EQ(h.GetBoolValue(), 1);
-  EXPECT_EQ(h.GetDoubleValue(), 0.0);
-}
-
-TEST_F(Scalars, OnlyTheOwnSetterWrites) {
-  VarChar c("c", 0);
-  c.SetIntegerValue(65);
-  c.SetStringValue("A", 1);
-  c.SetDoubleValue(65);
-  EXPECT_EQ(c.GetCharValue(), 0);
-  VarInteger i("i", 0);
-  i.SetBoolValue(1);
-  i.SetHandleValue(&c);
-  EXPECT_EQ(i.GetIntegerValue(), 0);
-  VarBoolean b("b", 0);
-  b.SetBoolValue(5);
-  EXPECT_EQ(b.GetIntegerValue(), 1);
-  i.SetIntegerValue(7);
-  EXPECT_EQ(b.Assign(&i), 1);
-  EXPECT_EQ(b.GetIntegerValue(), 1);
-}
 
 TEST_F(Scalars, StringsKeepLengthsAndNuls) {
   VarString s("s", 0);
@@ -149,34 +76,6 @@ TEST_F(Scalars, ComparisonsNeedOneType) {
   const Variable& left = one;
   const Variable& right = real;
   EXPECT_TRUE(left == right);
-}
-
-TEST_F(Scalars, CloneIsIndependentAndOrdinary) {
-  VarInteger original("Count", Variable::Predefined | Variable::Session);
-  original.SetIntegerValue(5);
-  Held<Variable> copy(original.Clone());
-  original.SetIntegerValue(6);
-  EXPECT_EQ(copy->GetIntegerValue(), 5);
-  EXPECT_EQ(copy->GetVarName(), "Count");
-  EXPECT_EQ(copy->GetVarFlags(), uint32_t{Variable::Session});
-  VarString text("t", 0);
-  text.SetStringValue("shared", 0);
-  Held<Variable> second(text.Clone());
-  EXPECT_EQ(second->GetStringValue(), text.GetStringValue());  // one buffer until one changes
-  text.SetStringValue("other", 0);
-  EXPECT_STREQ(second->GetStringValue(), "shared");
-}
-
-TEST_F(Scalars, HoldersShareOneObject) {
-  const int64_t before = Variable::LiveCount();
-  auto* variable = new VarInteger("i", 0);
-  EXPECT_EQ(variable->Duplicate(), variable);
-  Variable::Delete(variable);
-  variable->SetIntegerValue(3);
-  EXPECT_EQ(variable->GetIntegerValue(), 3);
-  Variable::Delete(variable);
-  Variable::Delete(nullptr);
-  EXPECT_EQ(Variable::LiveCount(), before);
 }
 
 TEST_F(Scalars, Dumps) {
@@ -233,14 +132,6 @@ TEST_F(Scalars, ReferencesForwardEverythingButTheirIdentity) {
   VarReference nothing(nullptr);
   EXPECT_EQ(nothing.GetTypeId(), Variable::None);
   EXPECT_EQ(nothing.Assign(&d), 0);
-}
-
-TEST_F(Scalars, ListsFindReferencesByTheirOwnName) {
-  VarInteger target("Target", 0);
-  VarList list;
-  list.AddVariable(new VarReference("Alias", &target));
-  EXPECT_EQ(list.FindVariable("ALIAS"), 0u);
-  EXPECT_EQ(list.FindVariable("Target"), VarList::kNotFound);
 }
 
 }  // namespace

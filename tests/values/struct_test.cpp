@@ -61,33 +61,6 @@ TEST_F(Structures, ASecondMemberOfANameIsRefused) {
   EXPECT_EQ(p->GetStructElement(3), second);
 }
 
-TEST_F(Structures, ManyMembersKeepTheirOrderAndNames) {
-  VarStruct s("s", 0);
-  for (int i = 0; i < 200; ++i) {
-    auto* member = new VarInteger(KelString("m" + std::to_string(i)), 0);
-    member->SetIntegerValue(i);
-    ASSERT_EQ(s.AddStructElement(member, 1), 1);
-  }
-  for (uint32_t i = 0; i < 200; ++i) {
-    EXPECT_EQ(s.GetStructElementIndex(KelString("M" + std::to_string(i))), i + 1);
-    EXPECT_EQ(s.GetStructElement(i + 1)->GetIntegerValue(), static_cast<int32_t>(i));
-  }
-}
-
-TEST_F(Structures, AssignmentIsMemberWise) {
-  auto p = Point(1, "one");
-  auto q = Point(2, "two");
-  VarReference x(p->GetStructElement("x"));
-  EXPECT_EQ(p->Assign(q.get()), 1);
-  EXPECT_EQ(x.GetIntegerValue(), 2);  // still the member
-  x.SetIntegerValue(3);
-  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 3);
-  EXPECT_EQ(q->GetStructElement("x")->GetIntegerValue(), 2);
-  EXPECT_EQ(p->Assign(p.get()), 1);
-  q->SetStructName("Other");
-  EXPECT_EQ(p->Assign(q.get()), 0);
-}
-
 TEST_F(Structures, MembersAreMatchedByNameWhenDescriptionsDiffer) {
   VarStruct wide("w", 0);
   wide.SetStructName("POINT");

@@ -1,11 +1,7 @@
 #include "values/typelist.h"
 
-#include <string>
-#include <vector>
-
 #include "value_testing.h"
 #include "values/vararray.h"
-#include "values/varhandle.h"
 #include "values/varint.h"
 #include "values/varstruct.h"
 
@@ -18,46 +14,6 @@ class Types : public ValueTest {
   Types() { types.CreateDefaultTypes(); }
   TypeList types;
 };
-
-TEST_F(Types, DefaultWordsMakeTheirVariables) {
-  const std::vector<std::pair<const char*, const char*>> words{
-      {"boolean", "bool"},        {"bool", "bool"},       {"char", "char"},
-      {"int", "integer"},         {"long", "integer"},    {"integer", "integer"},
-      {"float", "float"},         {"double", "double"},   {"estring", "estring"},
-      {"estring[]", "estring[]"}, {"string", "string"},   {"string[]", "string[]"},
-      {"array", "array"},         {"bool[]", "bool[]"},   {"boolean[]", "bool[]"},
-      {"char[]", "char[]"},       {"int[]", "integer[]"}, {"integer[]", "integer[]"},
-      {"long[]", "integer[]"},    {"float[]", "float[]"}, {"double[]", "double[]"},
-      {"varhandle", "varhandle"}};
-  EXPECT_EQ(types.GetTypeCount(), words.size());
-  for (const auto& [word, shown] : words) {
-    const TamberType* type = types.Lookup(word);
-    ASSERT_NE(type, nullptr) << word;
-    EXPECT_EQ(type->GetTypeFlags(), 1u);
-    Held<Variable> variable(type->CreateVariable("made"));
-    EXPECT_EQ(WordOf(*variable), shown);
-    EXPECT_EQ(variable->GetVarName(), "made");
-    EXPECT_EQ(types.FindTypeRef(word)->Word(), shown);
-  }
-  Held<Variable> ints(types.Lookup("LONG[]")->CreateVariable("a"));
-  EXPECT_NE(dynamic_cast<VarIntegerArray*>(ints.get()), nullptr);
-  EXPECT_TRUE(types.Lookup("int")->IsSameType(types.Lookup("long")));
-  EXPECT_TRUE(types.Lookup("int")->IsCompatibleType(types.Lookup("float")));
-  EXPECT_FALSE(types.Lookup("bool")->IsCompatibleType(types.Lookup("float")));
-  EXPECT_TRUE(types.Lookup("array")->IsArray());
-}
-
-TEST_F(Types, FoundWithoutRegardToCaseInNameOrder) {
-  EXPECT_EQ(types.FindType("INTEGER"), types.FindType("integer"));
-  EXPECT_EQ(types.FindType("nothing"), TypeList::kNotFound);
-  EXPECT_EQ(types.GetType("nothing"), nullptr);
-  EXPECT_EQ(types.GetType(TypeList::kNotFound), nullptr);
-  EXPECT_FALSE(types.FindTypeRef("nothing"));
-  EXPECT_EQ(types.GetTypeName(0), "array");
-  for (uint32_t i = 0; i < types.GetTypeCount(); ++i) {
-    EXPECT_EQ(types.FindType(types.GetTypeName(i)), i);
-  }
-}
 
 TEST_F(Types, OwnTypesStayOutOfOtherLists) {
   TypeList other(types);
@@ -79,29 +35,6 @@ TEST_F(Types, OwnTypesStayOutOfOtherLists) {
   EXPECT_NE(third.FindType("Point"), TypeList::kNotFound);
 }
 
-TEST_F(Types, EntriesAreReplacedRemovedAndHandedOver) {
-  const uint32_t count = types.GetTypeCount();
-  types.AddType("File", new VarHandle("", "File", 0), 1);
-  types.AddType("FILE", new VarHandle("", "File2", 0), 3);  // replaces
-  EXPECT_EQ(types.GetTypeCount(), count + 1);
-  EXPECT_EQ(types.GetType("file")->GetVariable()->GetHandleName(), "File2");
-  auto* refused = new TamberType("File", new VarInteger("", 0), 0);
-  EXPECT_EQ(types.AddType(refused, 0), types.FindType("File"));
-  delete refused;
-  TamberType* taken = types.RemoveType(types.FindType("File"));
-  ASSERT_NE(taken, nullptr);
-  EXPECT_EQ(taken->GetTypeName(), "FILE");
-  delete taken;
-  EXPECT_EQ(types.FindType("File"), TypeList::kNotFound);
-  EXPECT_EQ(types.RemoveType(1000), nullptr);
-  types.DeleteType(types.FindType("int"));
-  EXPECT_EQ(types.FindType("int"), TypeList::kNotFound);
-  EXPECT_NE(TypeList().GetTypeCount(), count);
-  TypeList fresh;
-  fresh.CreateDefaultTypes();
-  EXPECT_NE(fresh.FindType("int"), TypeList::kNotFound);
-}
-
 TEST_F(Types, ChangingAnEntryChangesOneListOnly) {
   TypeList other(types);
   types.GetType("int")->SetTypeFlags(5);
@@ -112,18 +45,6 @@ TEST_F(Types, ChangingAnEntryChangesOneListOnly) {
   EXPECT_EQ(third.Lookup("int"), types.Lookup("int"));
   third.DeleteType(third.FindType("int"));
   EXPECT_NE(types.Lookup("int"), nullptr);
-}
-
-TEST_F(Types, Dumps) {
-  KelString out;
-  types.DumpTypes(out, "int;string[], unknown", " ");
-  EXPECT_EQ(out,
-            "\r\nData types dump: (limited by INI file settings) \r\n"
-            " int: type=integer\r\n string[]: type=string[]\r\n");
-  KelString all;
-  types.DumpTypes(all, "int *", "");
-  EXPECT_TRUE(
-      all.View().starts_with("\r\nData types dump:\r\narray: type=array\r\nbool: type=bool\r\n"));
 }
 
 }  // namespace
