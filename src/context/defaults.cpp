@@ -1,10 +1,10 @@
 #include "context/defaults.h"
 
+#include "context/builtinmodules.h"
 #include "context/contextstate.h"
 #include "context/registration.h"
 #include "functions/modulelist.h"
 #include "kel/kelascii.h"
-#include "modules/builtinmodules.h"
 #include "statements/procedure.h"
 #include "values/cellops.h"
 #include "values/varint.h"

@@ -3,6 +3,10 @@
 #include "kel/kelascii.h"
 #include "values/errcodes.h"
 
+// The tokeniser knows no list of errors; what it leaves is reported by these numbers.
+static_assert(Tokeniser::kNoMemory == ERR_NOMEMORY && Tokeniser::kBadQuote == ERR_SCRBADQUOTE &&
+              Tokeniser::kNoQuote == ERR_SCRNOQUOTE);
+
 namespace {
 
 bool IsNameByte(char c) { return kel::IsAlnum(c) || c == '_'; }

@@ -1,4 +1,4 @@
-#include "modules/builtinmodules.h"
+#include "context/builtinmodules.h"
 
 #include "modules/ee_dir.h"
 #include "modules/ee_file.h"

@@ -8,7 +8,6 @@
 
 #include "kel/escape.h"
 #include "kel/kelascii.h"
-#include "values/errcodes.h"
 
 namespace {
 
@@ -28,7 +27,7 @@ Tokeniser& Tokeniser::operator=(const Tokeniser& other) {
   if (this == &other) return *this;
   const char* const start = other.lineBuffer_;
   const bool copied = start && Reserve(static_cast<size_t>(other.lineEnd_ - start));
-  lastError_ = !start || copied ? other.lastError_ : ERR_NOMEMORY;
+  lastError_ = !start || copied ? other.lastError_ : kNoMemory;
   handleComments_ = other.handleComments_;
   origin_ = other.origin_;
   tokenLength_ = 0;
@@ -82,7 +81,7 @@ int Tokeniser::SetLine(std::string_view line) {
     lastError_ = 0;
   } else {
     lineEnd_ = nullptr;
-    lastError_ = ERR_NOMEMORY;
+    lastError_ = kNoMemory;
   }
   ClearToken();
   ResetLine();
@@ -163,7 +162,7 @@ char* Tokeniser::CloseQuoted(char* out, char quote, bool reportErrors) {
     *out++ = quote;
     ++search_;
   } else if (reportErrors) {
-    lastError_ = ERR_SCRNOQUOTE;
+    lastError_ = kNoQuote;
   }
   return EndToken(out);
 }
@@ -173,7 +172,7 @@ char* Tokeniser::ReadWord(bool reportErrors) {
   bool number = true;  // a "." belongs to a word of digits only
   while (IsWordChar(*end) || (*end == '.' && number) || IsQuote(*end)) {
     if (IsQuote(*end) && reportErrors) {
-      lastError_ = ERR_SCRBADQUOTE;
+      lastError_ = kBadQuote;
       break;
     }
     // "1.5e3" is one number, but what follows the last "." of "12.5.x" is a name.

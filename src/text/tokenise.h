@@ -10,9 +10,14 @@
 /// Holds a private copy of one line at a time. A token stands in one buffer that the object owns
 /// and the next read overwrites, so a caller that keeps a token copies it; reading allocates
 /// nothing. Errors are left in the last error, which stays until the next `SetLine`: a misplaced or
-/// missing quote (ERR_SCRBADQUOTE, ERR_SCRNOQUOTE) and a line too large to hold (ERR_NOMEMORY).
+/// missing quote and a line too large to hold.
 class TAMBER_API Tokeniser {
  public:
+  /// The last errors of its own, by their numbers in the list of errors (values/errcodes.h).
+  static constexpr int kNoMemory = 20113;
+  static constexpr int kBadQuote = 20602;
+  static constexpr int kNoQuote = 20603;
+
   /// No line.
   Tokeniser() = default;
   explicit Tokeniser(const char* line);

@@ -5,8 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "context/tambctxt.h"
 #include "kel/tempdir.h"
-#include "tamber.h"
+#include "values/varint.h"
 
 /// A context in an empty directory of its own, whose prints are collected; reports go to tamber.log
 /// there, as long as a test puts no tamber.ini.

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "values/errcodes.h"
-
 namespace {
 
 using testing::ElementsAre;
@@ -81,20 +79,20 @@ TEST(Tokenise, Quotes) {
       {"\"a b\"c", 1, 1, {"\"a b\"", "c"}, 0},
       {"'a b' '\"'", 1, 1, {"'a b'", "'\"'"}, 0},
       {"'\\'x", 1, 1, {"'\\'", "x"}, 0},
-      {"\"abc", 1, 1, {"\"abc"}, ERR_SCRNOQUOTE},
-      {"'a", 1, 1, {"'a"}, ERR_SCRNOQUOTE},
+      {"\"abc", 1, 1, {"\"abc"}, Tokeniser::kNoQuote},
+      {"'a", 1, 1, {"'a"}, Tokeniser::kNoQuote},
       {"\"abc", 1, 0, {"\"abc"}, 0},
       {"'a", 0, 0, {"'a"}, 0},
-      {"\"", 1, 1, {"\""}, ERR_SCRNOQUOTE},
+      {"\"", 1, 1, {"\""}, Tokeniser::kNoQuote},
       {"abc\"def", 1, 0, {"abc\"def"}, 0},
       {"don't x", 1, 0, {"don't", "x"}, 0},
       {"1.5\"x", 1, 0, {"1.5\"x"}, 0},
       {R"("a\"b" c)", 0, 1, {R"("a\"b")", "c"}, 0},
       {R"("a\nb\q")", 0, 1, {R"("a\nb\q")"}, 0},
       {R"("a\"b" c)", 1, 1, {"\"a\"b\"", "c"}, 0},
-      {R"("abc\)", 1, 1, {"\"abc\\"}, ERR_SCRNOQUOTE},
-      {R"("abc\")", 0, 1, {R"("abc\")"}, ERR_SCRNOQUOTE},
-      {R"("\x4)", 1, 1, {"\"x4"}, ERR_SCRNOQUOTE},
+      {R"("abc\)", 1, 1, {"\"abc\\"}, Tokeniser::kNoQuote},
+      {R"("abc\")", 0, 1, {R"("abc\")"}, Tokeniser::kNoQuote},
+      {R"("\x4)", 1, 1, {"\"x4"}, Tokeniser::kNoQuote},
   };
   for (const QuoteCase& row : cases) {
     Tokeniser tokeniser(row.line);
@@ -104,7 +102,7 @@ TEST(Tokenise, Quotes) {
 
   Tokeniser word("abc\"def");
   EXPECT_STREQ(word.GetNextToken(1, 1), "abc");
-  EXPECT_EQ(word.GetLastError(), ERR_SCRBADQUOTE);
+  EXPECT_EQ(word.GetLastError(), Tokeniser::kBadQuote);
   word.SetLine("x");
   EXPECT_EQ(word.GetLastError(), 0);
 }

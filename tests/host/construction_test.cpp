@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "scriptrunner.h"
+#include "context/scriptrunner.h"
 
 namespace {
 

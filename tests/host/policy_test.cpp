@@ -5,6 +5,10 @@
 #include "context/scriptrunner.h"
 #include "kel/notice.h"
 
+// The module counts its clean-ups here.
+extern "C" TAMBER_API int cleanupCount;
+int cleanupCount = 0;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -1,5 +1,3 @@
-#include "frontend/compile.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "context/contextstate.h"
+#include "frontend/compile.h"
 #include "frontend/script.h"
 #include "frontend/structdef.h"
 #include "statements/statarray.h"

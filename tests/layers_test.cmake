@@ -1,0 +1,37 @@
+# Whether the build refuses includes against the order of layers: cmake -DROOT=... -DWORK=... -P layers_test.cmake
+cmake_minimum_required(VERSION 3.25)
+include("${ROOT}/cmake/TamberLayers.cmake")
+
+# check(<layer> <include> <result>): a folder of that layer with one file that has this include.
+function(check layer include expected)
+  file(REMOVE_RECURSE "${WORK}")
+  file(WRITE "${WORK}/src/${layer}/probe.cpp" "#include <vector>\n#include \"${include}\"\n")
+  execute_process(COMMAND "${CMAKE_COMMAND}" -DSOURCE=${WORK}/src -DLAYER=${layer} -DSTAMP=${WORK}/stamp
+    -P "${ROOT}/cmake/TamberLayers.cmake" RESULT_VARIABLE status ERROR_VARIABLE message OUTPUT_QUIET)
+  if(expected STREQUAL "passes")
+    if(NOT status EQUAL 0 OR NOT EXISTS "${WORK}/stamp")
+      message(SEND_ERROR "${layer} may not include ${include}: ${message}")
+    endif()
+  elseif(status EQUAL 0 OR EXISTS "${WORK}/stamp" OR NOT message MATCHES "probe.cpp includes ${include}")
+    message(SEND_ERROR "${layer} may include ${include}: ${message}")
+  endif()
+endfunction()
+
+set(forbidden 0)
+foreach(layer IN LISTS TAMBER_LAYERS)
+  tamber_layers_below(below ${layer})
+  foreach(other IN LISTS TAMBER_LAYERS)
+    if(other STREQUAL layer OR other IN_LIST below)
+      check(${layer} "${other}/any.h" passes)
+    else()
+      check(${layer} "${other}/any.h" fails)
+      math(EXPR forbidden "${forbidden} + 1")
+    endif()
+  endforeach()
+  check(${layer} "${layer}/../context/any.h" fails)
+endforeach()
+# Every layer but the highest has something above it.
+if(forbidden LESS 66)
+  message(SEND_ERROR "only ${forbidden} includes are forbidden")
+endif()
+file(REMOVE_RECURSE "${WORK}")

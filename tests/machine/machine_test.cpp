@@ -1,0 +1,76 @@
+// The machine alone: code that is built by hand, run without a context, a script or a statement.
+#include "machine/machine.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "machine/codebuilder.h"
+#include "machine/testhost.h"
+#include "values/errcodes.h"
+#include "values/varint.h"
+
+namespace {
+
+using tamber::Code;
+using tamber::CodeBuilder;
+using tamber::Kind;
+using tamber::Op;
+using tamber::Operand;
+using tamber::TypeDesc;
+
+class TestProcedure final : public tamber::Callable {
+ public:
+  TestProcedure() : Callable("test", nullptr) {}
+};
+
+std::unique_ptr<Code> CodeAt(uint32_t line) {
+  auto code = std::make_unique<Code>();
+  tamber::StatementEntry entry{};
+  entry.statement = 1;
+  entry.line = line;
+  code->statements.push_back(entry);
+  return code;
+}
+
+TEST(MachineAlone, ReadsVariablesThroughItsHost) {
+  TestHost host;
+  auto* seven = new VarInteger(KelString("seven"), 0);
+  seven->SetIntegerValue(7);
+  host.variables.AddVariable(seven);
+  tamber::Machine machine(host.run, host);
+  const auto code = CodeAt(0);
+  CodeBuilder builder(*code, nullptr, nullptr, false);
+  builder.Push(builder.Load({tamber::Name("SEVEN"), -1, TypeDesc::Of(Kind::Int)}));
+  builder.Emit(Op::RetV);
+  Stack stack;
+  ASSERT_EQ(machine.Evaluate(code.get(), stack), 1);
+  EXPECT_EQ(stack.PopInteger(), 7);
+
+  // A scope that has changed is looked at anew.
+  seven->SetVarName("other");
+  host.run.ScopeChanged();
+  EXPECT_EQ(machine.Evaluate(code.get(), stack), 0);
+  EXPECT_EQ(host.run.errorCode, ERR_VARNOTDECLARED);
+  EXPECT_EQ(stack.GetSize(), 0u);
+}
+
+TEST(MachineAlone, ReportsAnErrorAndEndsTheProcedure) {
+  TestHost host;
+  tamber::Machine machine(host.run, host);
+  host.makeCode = [](tamber::Callable& procedure) {
+    auto code = CodeAt(12);
+    code->procedure = &procedure;
+    CodeBuilder builder(*code, &procedure.Locals(), nullptr, false);
+    builder.EmitFail(ERR_FUNCFAILED, "by hand");
+    builder.Emit(Op::RetV);
+    return code;
+  };
+  TestProcedure procedure;
+  Stack stack;
+  EXPECT_EQ(machine.RunProcedure(procedure, stack), tamber::PROCSTATUS_FAILED);
+  EXPECT_THAT(host.reports, testing::ElementsAre("error 102 at line 12"));
+  EXPECT_EQ(host.run.errorText, "by hand");
+  EXPECT_FALSE(machine.IsRunning());
+}
+
+}  // namespace
