@@ -27,7 +27,8 @@ struct CalledScript {
   kel::Place place;
 
   CalledScript(const ContextState& state, const KelString& given)
-      : path(kel::CompletePath(given)), place(state.filePolicy.Find(given, kel::Access::Read)) {}
+      : path(kel::CompletePath(given)),
+        place(state.config.filePolicy.Find(given, kel::Access::Read)) {}
   bool Exists() const { return kel::GetFileStat(place).IsFile(); }
 };
 

@@ -64,7 +64,7 @@ int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place
     if (context.FindScript(path) != nullptr) return 1;
     context.SetScriptFile(path, 0);
     ScriptText::Status status = ScriptText::Status::Ok;
-    auto text = ScriptText::FromFile(path, place, scriptKey, status);
+    auto text = ScriptText::FromFile(path, place, config.scriptKey, status);
     if (!text) return FailFile(context, ::CodeOf(status), path, ScriptText::Reason(status));
     auto script = std::make_unique<TamberScript>(&context, text);
     CompilePlace failed;
@@ -122,7 +122,7 @@ int32_t TamberContext::ScriptFileIsStructured(const KelString& path) {
     SetContextError(0, KelString());
     const KelString full(kel::CompletePath(path));
     ScriptText::Status status = ScriptText::Status::Ok;
-    const auto text = ScriptText::FromFile(full, state_->scriptKey, status);
+    const auto text = ScriptText::FromFile(full, state_->config.scriptKey, status);
     return IsStructured(*this, full, text, status);
   } catch (const std::bad_alloc&) {
     return FailForMemory(*this, path);
@@ -143,7 +143,7 @@ int32_t TamberContext::CompactScriptBuffer(const KelString& file, KelString& out
   try {
     ScriptText::Status status = ScriptText::Status::Ok;
     auto text = ScriptText::FromFile(KelString(kel::CompletePath(file.View())),
-                                     state_->scriptKey.View(), status);
+                                     state_->config.scriptKey.View(), status);
     if (!text) {
       SetContextError(ERR_FILENOTVALID, file);
       return 0;

@@ -17,8 +17,8 @@ TypeList& ContextState::Types() { return context; }
 ProcedureList& ContextState::Procedures() { return context; }
 ScriptList& ContextState::Scripts() { return context; }
 
-Variable* ContextState::FindVariable(const KelString& name, uint32_t scopes) {
-  return context.GetVariable(name, scopes);
+Variable* ContextState::FindVariable(const KelString& name, uint32_t mask) {
+  return context.GetVariable(name, mask);
 }
 
 const Variable* ContextState::FindConstant(std::string_view name) {
@@ -54,7 +54,7 @@ void ContextState::AddVariable(Variable* variable, enum_VarListType scope) {
 }
 
 void ContextState::LoadSessionValue(Variable& variable) {
-  if (sessionId != 0 && sessionStore) variable.LoadFromSession(sessionId, sessionStore.get());
+  if (session.id != 0 && session.store) variable.LoadFromSession(session.id, session.store.get());
 }
 
 int32_t ContextState::CheckUniqueVar(const KelString& name, uint32_t mask) {
@@ -62,7 +62,7 @@ int32_t ContextState::CheckUniqueVar(const KelString& name, uint32_t mask) {
 }
 
 void ContextState::ForgetInherited(const KelString& name) {
-  if (inherited.empty() || inherited.erase(kel::Lowered(name)) == 0) return;
+  if (scopes.inherited.empty() || scopes.inherited.erase(kel::Lowered(name)) == 0) return;
   for (const enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL}) {
     Variable::Delete(context.RemoveVariable(name, scope));
   }
@@ -75,7 +75,8 @@ void ContextState::ForgetInherited(const KelString& name) {
 
 std::shared_ptr<const ScriptText> ContextState::ReadScript(const KelString& path,
                                                            ScriptText::Status& status) {
-  return ScriptText::FromFile(path, filePolicy.Find(path, kel::Access::Read), scriptKey, status);
+  return ScriptText::FromFile(path, config.filePolicy.Find(path, kel::Access::Read),
+                              config.scriptKey, status);
 }
 
 bool ContextState::LoadModule(const KelString& file, const KelString& callingScript) {

@@ -12,19 +12,20 @@ ContextState::ContextState(TamberContext& owner)
     : context(owner), root(&owner), machine(std::make_unique<Machine>(run, *this)) {}
 
 ContextState::~ContextState() {
-  if (!consoleIsHosts) delete console;
+  if (!output.consoleIsHosts) delete output.console;
 }
 
 bool ContextState::FindFile(const KelString& name, const KelString& directories, KelString& path) {
   bool refused = false;
-  path = KelString(kel::PathSearch(name, directories, filePolicy, refused));
+  path = KelString(kel::PathSearch(name, directories, config.filePolicy, refused));
   return !refused || Refuse(name);
 }
 
 bool ContextState::MayLoad(const KelString& path) {
-  if (!filePolicy.Allows(path.View(), kel::Access::Read)) return Refuse(path);
+  if (!config.filePolicy.Allows(path.View(), kel::Access::Read)) return Refuse(path);
   // A library does as it likes: a script that could write one would be free of every limit.
-  if (filePolicy.AllowsAll() || !filePolicy.Allows(path.View(), kel::Access::Write)) return true;
+  if (config.filePolicy.AllowsAll() || !config.filePolicy.Allows(path.View(), kel::Access::Write))
+    return true;
   return Refuse(path + ", a module where scripts may write");
 }
 
@@ -34,43 +35,44 @@ bool ContextState::Refuse(const KelString& what) {
 }
 
 bool ContextState::TrustsIni() const {
-  return !filePolicy.Allows(iniPath.View(), kel::Access::Write);
+  return !config.filePolicy.Allows(config.iniPath.View(), kel::Access::Write);
 }
 
 VarList& ContextState::OwnConstants() {
-  if (!constants) {
+  if (!scopes.constants) {
     const VarList* shared = Constants();
-    constants =
+    scopes.constants =
         shared != nullptr ? std::make_unique<VarList>(*shared) : std::make_unique<VarList>(true);
     if (shared != nullptr) {
       // Copies lose the mark that makes a constant survive a reset.
-      for (uint32_t i = 0; i < constants->GetSize(); ++i)
-        constants->GetVariable(i)->SetVarFlags(shared->GetVariable(i)->GetVarFlags());
-      sharedConstants = nullptr;
+      for (uint32_t i = 0; i < scopes.constants->GetSize(); ++i)
+        scopes.constants->GetVariable(i)->SetVarFlags(shared->GetVariable(i)->GetVarFlags());
+      scopes.sharedConstants = nullptr;
       run.ScopeChanged();
     }
   }
-  return *constants;
+  return *scopes.constants;
 }
 
 const VarList* ContextState::Constants() const {
-  if (constants) return constants.get();
-  return sharedConstants != nullptr ? &sharedConstants() : nullptr;
+  if (scopes.constants) return scopes.constants.get();
+  return scopes.sharedConstants != nullptr ? &scopes.sharedConstants() : nullptr;
 }
 
 const VarList* ContextState::ConstantsFor(std::string_view name) const {
-  if (!constants && sharedConstants != nullptr && !sharedNames->MayHold(name)) return nullptr;
+  if (!scopes.constants && scopes.sharedConstants != nullptr && !scopes.sharedNames->MayHold(name))
+    return nullptr;
   return Constants();
 }
 
 VarList* ContextState::Scope(enum_VarListType scope) {
   switch (scope) {
     case VARLIST_GLOBAL:
-      return globals.get();
+      return scopes.globals.get();
     case VARLIST_CONSTANT:
       return Constants() != nullptr ? &OwnConstants() : nullptr;
     case VARLIST_EXTERNAL:
-      return externals.get();
+      return scopes.externals.get();
     default:
       return nullptr;
   }

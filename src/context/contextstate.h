@@ -40,8 +40,68 @@ class ErrorRecord {
   TamberDiagnostic diagnostic_;
 };
 
-/// What a context holds beside its bases. Plain data: the context's .cpp files, one per concern,
-/// share it.
+/// What the host and the INI file have set. Written by tambctxt.cpp.
+struct Configuration {
+  KelString iniPath;
+  KelString exePath;
+  void* appInstance = nullptr;
+  XmlProxyClient* proxy = nullptr;
+  KelDebugContext* debugContext = nullptr;
+  KelString scriptKey;
+  kel::FilePolicy filePolicy;
+  KelString ownLogFile;  ///< what `LogFile` was set to for the host's script, not by it
+  int32_t compileOnly = 0;
+  int32_t dumpStatements = 0;
+};
+
+/// What errors there are and who is told of them; the one that stands is in the RunState. Written
+/// by errors.cpp, and the list by registrations.
+struct ErrorReporting {
+  ErrorList list;
+  void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
+  void* diagnosticUser = nullptr;
+  TamberDiagnostic diagnostic;  ///< of the last report
+};
+
+/// The session that scripts belong to. Written by session.cpp.
+struct SessionState {
+  uint32_t id = 0;
+  KelString path;
+  std::shared_ptr<SessionStore> store;
+  bool reading = false;
+};
+
+/// Where prints and reports go. Written by output.cpp.
+struct OutputState {
+  KelString* console = nullptr;
+  bool consoleIsHosts = false;
+  void (*sink)(std::string_view, void*) = nullptr;
+  void* sinkUser = nullptr;
+  bool (*reportSink)(const KelString&, std::string_view, void*) = nullptr;
+  void* reportUser = nullptr;
+  KelString unwritable;  ///< the report file that could not be written last
+};
+
+/// The variables by scope; the local ones belong to the machine. Written by variables.cpp and, when
+/// a context begins or is reset, by defaults.cpp.
+struct Scopes {
+  std::unique_ptr<VarList> globals;
+  /// Gives the constants that every context starts with, as long as this one has none of its own
+  /// and nobody has asked for the objects; then `constants` is a copy.
+  const VarList& (*sharedConstants)() = nullptr;
+  const kel::NameFilter* sharedNames = nullptr;
+  std::unique_ptr<VarList> constants;
+  std::unique_ptr<VarList> externals;
+  std::unique_ptr<VarList> keptGlobals;  ///< what RestoreGlobals gives back
+  /// The variable of that name, on loan while the epoch is the same; it is asked for at every run.
+  Variable* scriptFile = nullptr;
+  uint64_t scriptFileEpoch = 0;
+  /// Names that a called script inherited and may declare anew.
+  std::set<std::string> inherited;
+};
+
+/// What a context holds beside its bases, by concern. Each part is written by the file that it
+/// names; the others read it.
 class ContextState final : public MachineHost, public CompileHost {
  public:
   explicit ContextState(TamberContext& owner);
@@ -55,57 +115,17 @@ class ContextState final : public MachineHost, public CompileHost {
 
   RunState run;  ///< what running code looks at: errors, stopping, scopes that change, traces
 
-  // configuration
-  KelString iniPath;
-  KelString exePath;
-  void* appInstance = nullptr;
-  XmlProxyClient* proxy = nullptr;
-  KelDebugContext* debugContext = nullptr;
+  Configuration config;
+  ErrorReporting errors;
+  SessionState session;
+  OutputState output;
+  Scopes scopes;
   KelDebug debug{KelString("Tamber"), KelString("Tamber Context")};
-  KelString scriptKey;
-  kel::FilePolicy filePolicy;
-  KelString ownLogFile;  ///< what `LogFile` was set to for the host's script, not by it
-  int32_t compileOnly = 0;
-  int32_t dumpStatements = 0;
 
-  // errors
-  ErrorList errors;
-  void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
-  void* diagnosticUser = nullptr;
-  TamberDiagnostic diagnostic;  ///< of the last report
-
-  // sessions
-  uint32_t sessionId = 0;
-  KelString sessionPath;
-  std::shared_ptr<SessionStore> sessionStore;
-  bool readingSession = false;
-
-  // output
-  KelString* console = nullptr;
-  bool consoleIsHosts = false;
-  void (*outputSink)(std::string_view, void*) = nullptr;
-  void* outputUser = nullptr;
-  bool (*reportSink)(const KelString&, std::string_view, void*) = nullptr;
-  void* reportUser = nullptr;
-
-  // scopes; the local one belongs to the machine
-  std::unique_ptr<VarList> globals;
-  /// Gives the constants that every context starts with, as long as this one has none of its own
-  /// and nobody has asked for the objects; then `constants` is a copy.
-  const VarList& (*sharedConstants)() = nullptr;
-  const kel::NameFilter* sharedNames = nullptr;
-  std::unique_ptr<VarList> constants;
-  std::unique_ptr<VarList> externals;
-  std::unique_ptr<VarList> keptGlobals;  ///< what RestoreGlobals gives back
-  /// The variable of that name, on loan while the epoch is the same; it is asked for at every run.
-  Variable* scriptFile = nullptr;
-  uint64_t scriptFileEpoch = 0;
   bool HasScriptFile();
 
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
   std::set<std::string> loading;
-  /// Names that a called script inherited and may declare anew.
-  std::set<std::string> inherited;
 
   Stack hostStack;  ///< arguments and results of the host's typed calls
 
@@ -113,9 +133,6 @@ class ContextState final : public MachineHost, public CompileHost {
   std::unique_ptr<Machine> machine;
   std::unique_ptr<HandleTable> handles;
   std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
-
-  // what is seldom looked at
-  KelString unwritable;  ///< the report file that could not be written last
 
   // --- operations shared by the context's files ---
   /// Whether a library may be loaded; if not, error 102 says so.
@@ -135,7 +152,7 @@ class ContextState final : public MachineHost, public CompileHost {
   int32_t RunFound(TamberProcedure& procedure, Stack& stack);
   /// A call of the host that compiles or runs begins: there was no error yet.
   void ForgetDiagnostic() {
-    if (diagnostic.code != 0) ClearDiagnostic();
+    if (errors.diagnostic.code != 0) ClearDiagnostic();
   }
   void ClearDiagnostic();
   /// Runs a handler of the host. It may use the context, and what it throws ends here.
@@ -161,7 +178,7 @@ class ContextState final : public MachineHost, public CompileHost {
   void CallScript(const KelString& path) override;
 
   // --- what compiling asks for ---
-  Variable* FindVariable(const KelString& name, uint32_t scopes) override;
+  Variable* FindVariable(const KelString& name, uint32_t mask) override;
   const Variable* FindConstant(std::string_view name) override;
   FunctionList& Functions() override;
   Machine& Evaluator() override { return *machine; }

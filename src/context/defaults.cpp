@@ -98,12 +98,12 @@ const ErrorList& DefaultErrors() {
 std::unique_ptr<const VarList> MakeDefaultConstants() {
   TamberContext maker(nullptr);
   ContextState& state = maker.State();
-  state.sharedConstants = nullptr;
+  state.scopes.sharedConstants = nullptr;
   RegisterConstants(maker);
   RegisterErrorConstants(maker);
   for (const FUNCMOD_REGISTRATION* module : BuiltInModules())
     RegisterBuiltInConstants(maker, module);
-  std::unique_ptr<const VarList> constants = std::move(state.constants);
+  std::unique_ptr<const VarList> constants = std::move(state.scopes.constants);
   for (uint32_t i = 0; i < constants->GetSize(); ++i) {
     Variable& constant = *constants->GetVariable(i);
     KeepForever(KindOf(constant), *CellOf(constant));
@@ -153,9 +153,9 @@ void ApplyDefaults(TamberContext& context) {
   static_cast<TypeList&>(context) = DefaultTypes(&context);
   static_cast<FunctionList&>(context) =
       FunctionList::Deferred<DefaultFunctions>(GetDefaultNameFilter());
-  state.errors = ErrorList::Deferred<DefaultErrors>();
-  state.sharedConstants = DefaultConstants;
-  state.sharedNames = &GetDefaultNameFilter();
+  state.errors.list = ErrorList::Deferred<DefaultErrors>();
+  state.scopes.sharedConstants = DefaultConstants;
+  state.scopes.sharedNames = &GetDefaultNameFilter();
   AddGlobals(context);
   state.run.ScopeChanged();
 }
@@ -180,23 +180,23 @@ void NoteInherited(const VarList* list, std::set<std::string>& names) {
 }  // namespace
 
 void InheritScopes(ContextState& from, ContextState& to) {
-  to.sharedConstants = from.sharedConstants;
-  to.sharedNames = from.sharedNames;
-  if (from.constants) to.constants = CloneScope(*from.constants);
-  if (from.globals) to.globals = CloneScope(*from.globals);
-  if (from.externals) to.externals = CloneScope(*from.externals);
-  NoteInherited(to.globals.get(), to.inherited);
-  NoteInherited(to.constants.get(), to.inherited);
-  NoteInherited(to.externals.get(), to.inherited);
+  to.scopes.sharedConstants = from.scopes.sharedConstants;
+  to.scopes.sharedNames = from.scopes.sharedNames;
+  if (from.scopes.constants) to.scopes.constants = CloneScope(*from.scopes.constants);
+  if (from.scopes.globals) to.scopes.globals = CloneScope(*from.scopes.globals);
+  if (from.scopes.externals) to.scopes.externals = CloneScope(*from.scopes.externals);
+  NoteInherited(to.scopes.globals.get(), to.scopes.inherited);
+  NoteInherited(to.scopes.constants.get(), to.scopes.inherited);
+  NoteInherited(to.scopes.externals.get(), to.scopes.inherited);
   for (uint32_t i = 1; i <= to.context.GetProcedureCount(); ++i) {
     const TamberProcedure* procedure =
         static_cast<const ProcedureList&>(to.context).GetProcedure(i);
-    to.inherited.insert(kel::Lowered(procedure->GetName().View()));
+    to.scopes.inherited.insert(kel::Lowered(procedure->GetName().View()));
   }
   const auto& types = static_cast<const TypeList&>(to.context);
   for (uint32_t i = 0; i < types.GetTypeCount(); ++i)
     if ((types.GetType(i)->GetTypeFlags() & 1) == 0)
-      to.inherited.insert(kel::Lowered(types.GetTypeName(i).View()));
+      to.scopes.inherited.insert(kel::Lowered(types.GetTypeName(i).View()));
 }
 
 namespace {
@@ -209,8 +209,8 @@ void DropScriptVariables(VarList* list) {
 }  // namespace
 
 void ForgetScript(ContextState& state) {
-  DropScriptVariables(state.globals.get());
-  DropScriptVariables(state.constants.get());
+  DropScriptVariables(state.scopes.globals.get());
+  DropScriptVariables(state.scopes.constants.get());
   const auto& types = static_cast<const TypeList&>(state.context);
   for (uint32_t i = types.GetTypeCount(); i-- > 0;)
     if ((types.GetType(i)->GetTypeFlags() & 1) == 0) state.context.DeleteType(i);
@@ -218,7 +218,9 @@ void ForgetScript(ContextState& state) {
 
 void RestorePredefined(ContextState& state) {
   auto find = [&](const char* name) {
-    return state.globals != nullptr ? state.globals->GetVariable(std::string_view(name)) : nullptr;
+    return state.scopes.globals != nullptr
+               ? state.scopes.globals->GetVariable(std::string_view(name))
+               : nullptr;
   };
   for (const PredefinedInteger& entry : kIntegers)
     if (Variable* variable = find(entry.name)) variable->SetIntegerValue(entry.value);

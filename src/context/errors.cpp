@@ -15,20 +15,21 @@ KelString FileOf(const SourcePlace& place) {
 }
 
 void SetGlobalInteger(ContextState& state, std::string_view name, int32_t value) {
-  Variable* variable = state.globals != nullptr ? state.globals->GetVariable(name) : nullptr;
+  Variable* variable =
+      state.scopes.globals != nullptr ? state.scopes.globals->GetVariable(name) : nullptr;
   if (variable != nullptr) variable->SetIntegerValue(value);
 }
 
 void PrintErrorHeader(ContextState& state, KelString& out, const KelString& kind,
                       const SourcePlace& place) {
   int32_t code = state.run.errorCode;
-  KelString name = state.errors.GetErrorName(code);
+  KelString name = state.errors.list.GetErrorName(code);
   if (!name.IsEmpty())
     out.AppendPrintf("%S error %S in file%s", kind, name, "\r\n");
   else
     out.AppendPrintf("%S error %u in file%s", kind, static_cast<uint32_t>(code), "\r\n");
   out.AppendPrintf("%S, line %u%s", FileOf(place), place.line, "\r\n");
-  out += state.errors.GetErrorText(code);
+  out += state.errors.list.GetErrorText(code);
   if (!state.run.errorText.IsEmpty()) {
     out += ": ";
     out += state.run.errorText;
@@ -40,7 +41,7 @@ void PrintErrorHeader(ContextState& state, KelString& out, const KelString& kind
 void WriteReport(ContextState& state, const KelString& section, const KelString& kind,
                  const SourcePlace& place) {
   if (!state.IsOutputEnabled(section)) return;
-  IniFile ini(state.iniPath);
+  IniFile ini(state.config.iniPath);
   KelString text = ini.ReadString(section, KelString("OutputPrefix"), KelString());
   text += "\r\n";
   PrintErrorHeader(state, text, kind, place);
@@ -53,7 +54,7 @@ void WriteReport(ContextState& state, const KelString& section, const KelString&
 
 /// Two errors have no text of their own in scripts and reports; a host is told what they mean.
 KelString TextOf(const ContextState& state, int32_t code) {
-  KelString text = state.errors.GetErrorText(code);
+  KelString text = state.errors.list.GetErrorText(code);
   if (text.IsEmpty() && code == kErrStructBlock) text = "Structure definition is not complete";
   if (text.IsEmpty() && code == kErrStructMember) text = "Invalid structure member";
   return text;
@@ -61,10 +62,10 @@ KelString TextOf(const ContextState& state, int32_t code) {
 
 /// The record of the error that is about to be reported.
 void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
-  TamberDiagnostic& diagnostic = state.diagnostic;
+  TamberDiagnostic& diagnostic = state.errors.diagnostic;
   diagnostic = TamberDiagnostic();
   diagnostic.code = state.run.errorCode;
-  diagnostic.name = state.errors.GetErrorName(state.run.errorCode);
+  diagnostic.name = state.errors.list.GetErrorName(state.run.errorCode);
   diagnostic.text = TextOf(state, state.run.errorCode);
   diagnostic.detail = state.run.errorDetail;
   diagnostic.file = FileOf(place);
@@ -86,9 +87,9 @@ void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
 
 void TellHost(ContextState& state, const SourcePlace& place) {
   NoteDiagnostic(state, place);
-  if (state.diagnosticHandler == nullptr) return;
-  const TamberDiagnostic told = state.diagnostic;
-  state.CallHost([&] { state.diagnosticHandler(told, state.diagnosticUser); });
+  if (state.errors.diagnosticHandler == nullptr) return;
+  const TamberDiagnostic told = state.errors.diagnostic;
+  state.CallHost([&] { state.errors.diagnosticHandler(told, state.errors.diagnosticUser); });
 }
 
 }  // namespace
@@ -99,17 +100,17 @@ ErrorRecord::ErrorRecord(ContextState& state)
       reported_(state.run.errorReported),
       text_(state.run.errorText),
       detail_(state.run.errorDetail),
-      diagnostic_(state.diagnostic) {}
+      diagnostic_(state.errors.diagnostic) {}
 
 ErrorRecord::~ErrorRecord() {
   state_.run.errorCode = code_;
   state_.run.errorReported = reported_;
   state_.run.errorText = std::move(text_);
   state_.run.errorDetail = std::move(detail_);
-  state_.diagnostic = std::move(diagnostic_);
+  state_.errors.diagnostic = std::move(diagnostic_);
 }
 
-void ContextState::ClearDiagnostic() { diagnostic = TamberDiagnostic(); }
+void ContextState::ClearDiagnostic() { errors.diagnostic = TamberDiagnostic(); }
 
 void ContextState::HandleParseError(const SourcePlace& place) {
   // The innermost procedure or script reports; those around it only end.
@@ -145,13 +146,17 @@ void TamberContext::SetContextError(int32_t code, const KelString& text) {
 }
 
 int32_t TamberContext::GetContextError() const { return state_->run.errorCode; }
-const TamberDiagnostic& TamberContext::GetDiagnostic() const { return state_->diagnostic; }
+const TamberDiagnostic& TamberContext::GetDiagnostic() const { return state_->errors.diagnostic; }
 KelString TamberContext::GetContextErrorText() const { return state_->run.errorText; }
 
 void TamberContext::UpdateErrCodeVar() {
   tamber::SetGlobalInteger(State(), "ErrCode", state_->run.errorCode);
 }
 
-KelString TamberContext::GetErrorName(int32_t code) { return state_->errors.GetErrorName(code); }
-KelString TamberContext::GetErrorText(int32_t code) { return state_->errors.GetErrorText(code); }
-ErrorList& TamberContext::GetErrorList() { return state_->errors; }
+KelString TamberContext::GetErrorName(int32_t code) {
+  return state_->errors.list.GetErrorName(code);
+}
+KelString TamberContext::GetErrorText(int32_t code) {
+  return state_->errors.list.GetErrorText(code);
+}
+ErrorList& TamberContext::GetErrorList() { return state_->errors.list; }

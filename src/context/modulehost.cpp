@@ -15,8 +15,8 @@ class ContextModuleHost final : public ModuleHost {
 
   TamberContext* GetContext() override { return &state_.context; }
   const KelDebug& Log() const override { return state_.debug; }
-  KelString GetIniPath() const override { return state_.iniPath; }
-  KelString GetExePath() const override { return state_.exePath; }
+  KelString GetIniPath() const override { return state_.config.iniPath; }
+  KelString GetExePath() const override { return state_.config.exePath; }
   void SetError(int32_t code, const KelString& text) override {
     state_.context.SetContextError(code, text);
   }
@@ -28,7 +28,7 @@ class ContextModuleHost final : public ModuleHost {
   }
   bool MayLoad(const KelString& path) override { return state_.MayLoad(path); }
   bool CompileScript(const KelString& path) override {
-    return state_.CompileFile(path, state_.filePolicy.Find(path, kel::Access::Read)) != 0;
+    return state_.CompileFile(path, state_.config.filePolicy.Find(path, kel::Access::Read)) != 0;
   }
   std::unique_ptr<ModuleRegistration> Register(const FUNCMOD_REGISTRATION* record) override {
     auto registration = std::make_unique<ContextRegistration>(state_.context);

@@ -17,12 +17,12 @@ namespace {
 constexpr int32_t kSourceLines = 10;
 
 KelString OutputTypeOf(const ContextState& state, const KelString& section) {
-  return IniFile(state.iniPath).ReadString(section, "OutputType", "file").ToLower();
+  return IniFile(state.config.iniPath).ReadString(section, "OutputType", "file").ToLower();
 }
 
 /// The file that a section's reports go to, "stdout" for standard output, "" for nowhere.
 KelString OutputFileOf(const ContextState& state, const KelString& section) {
-  const IniFile ini(state.iniPath);
+  const IniFile ini(state.config.iniPath);
   const KelString type = OutputTypeOf(state, section);
   if (type == "file") return ini.ReadString(section, "OutputName", "tamber.log");
   if (type == "stdout") return type;
@@ -39,8 +39,8 @@ constexpr const char* kOpenFailed = "Internal Error: Failed to open output file"
 kel::Place PlaceOfReport(const ContextState& state, const KelString& section,
                          const KelString& file) {
   const bool isHosts =
-      OutputTypeOf(state, section) == "var" ? file == state.ownLogFile : state.TrustsIni();
-  return isHosts ? kel::Place(file) : state.filePolicy.Find(file, kel::Access::Write);
+      OutputTypeOf(state, section) == "var" ? file == state.config.ownLogFile : state.TrustsIni();
+  return isHosts ? kel::Place(file) : state.config.filePolicy.Find(file, kel::Access::Write);
 }
 
 /// Every report is one write to a file that is opened for it, so that several processes can share a
@@ -65,7 +65,7 @@ const char* WriteReport(const KelString& file, const kel::Place& place, std::str
 class DumpWriter {
  public:
   DumpWriter(ContextState& state, const KelString& section)
-      : state_(state), ini_(state.iniPath), section_(section) {}
+      : state_(state), ini_(state.config.iniPath), section_(section) {}
 
   void WriteAll(const SourcePlace& place, KelString& out) const {
     if (place.text != nullptr && place.line != 0) {
@@ -75,7 +75,7 @@ class DumpWriter {
     TamberContext& context = state_.context;
     const KelString types = Key("DumpTypes");
     if (!types.IsEmpty()) context.DumpTypes(out, types, "");
-    WriteList(out, state_.globals.get(), "Global variable list dump:", Key("DumpGlobals"));
+    WriteList(out, state_.scopes.globals.get(), "Global variable list dump:", Key("DumpGlobals"));
     WriteLocals(out);
     const KelString constants = Key("DumpConstants");
     if (!constants.IsEmpty()) {
@@ -121,21 +121,21 @@ class DumpWriter {
 }  // namespace
 
 bool ContextState::IsOutputEnabled(const KelString& section) const {
-  if (reportSink != nullptr) return true;
+  if (output.reportSink != nullptr) return true;
   const KelString type = OutputTypeOf(*this, section);
   return !type.IsEmpty() && type != "none";
 }
 
 void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section) {
   bool taken = false;
-  if (reportSink != nullptr && !text.IsEmpty())
-    CallHost([&] { taken = reportSink(section, text.View(), reportUser); });
+  if (output.reportSink != nullptr && !text.IsEmpty())
+    CallHost([&] { taken = output.reportSink(section, text.View(), output.reportUser); });
   const KelString file = taken ? KelString() : OutputFileOf(*this, section);
   if (!file.IsEmpty() && !text.IsEmpty()) {
     const char* const fault = WriteReport(file, PlaceOfReport(*this, section, file), text);
     // A report is several pieces, and a script may go on after it: one notice is enough.
-    if (fault != nullptr && unwritable != file) kel::Notice(file, fault);
-    unwritable = fault != nullptr ? file : KelString();
+    if (fault != nullptr && output.unwritable != file) kel::Notice(file, fault);
+    output.unwritable = fault != nullptr ? file : KelString();
   }
   text.Clear();
 }
@@ -143,7 +143,7 @@ void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section
 void ContextState::PerformDumps(const KelString& section, const SourcePlace& place) {
   // A type of output that does not exist is enabled and goes nowhere: nothing needs to be made up.
   if (!IsOutputEnabled(section)) return;
-  if (reportSink == nullptr && OutputFileOf(*this, section).IsEmpty()) return;
+  if (output.reportSink == nullptr && OutputFileOf(*this, section).IsEmpty()) return;
   KelString text;
   DumpWriter(*this, section).WriteAll(place, text);
   ProcessOutputBuffer(text, section);
@@ -151,7 +151,7 @@ void ContextState::PerformDumps(const KelString& section, const SourcePlace& pla
 
 void ContextState::DumpScriptStatements() {
   const KelString section("TamberDebug");
-  if (dumpStatements == 0 || !IsOutputEnabled(section)) return;
+  if (config.dumpStatements == 0 || !IsOutputEnabled(section)) return;
   KelString text;
   for (uint32_t i = 1; i <= context.GetProcedureCount(); ++i) {
     const TamberProcedure* procedure = context.GetProcedure(i);
@@ -173,30 +173,30 @@ void TamberContext::PerformDumps(const KelString& section, ScriptLine* line) {
 }
 
 void TamberContext::SetOutput(KelString* buffer) {
-  State().console = buffer;
-  State().consoleIsHosts = buffer != nullptr;
+  State().output.console = buffer;
+  State().output.consoleIsHosts = buffer != nullptr;
 }
 
 void TamberContext::SetOutputSink(void (*sink)(std::string_view, void*), void* user) {
-  State().outputSink = sink;
-  State().outputUser = user;
+  State().output.sink = sink;
+  State().output.sinkUser = user;
 }
 
 void TamberContext::SetReportSink(bool (*sink)(const KelString&, std::string_view, void*),
                                   void* user) {
-  State().reportSink = sink;
-  State().reportUser = user;
+  State().output.reportSink = sink;
+  State().output.reportUser = user;
 }
 
 void TamberContext::SetProcedureTrace(bool trace) { State().run.procedureTrace = trace ? 1 : 0; }
-void TamberContext::SetStatementDump(bool dump) { State().dumpStatements = dump ? 1 : 0; }
+void TamberContext::SetStatementDump(bool dump) { State().config.dumpStatements = dump ? 1 : 0; }
 
 void TamberContext::AppendOutput(std::string_view text) {
-  if (State().outputSink != nullptr) {
-    State().outputSink(text, State().outputUser);
+  if (State().output.sink != nullptr) {
+    State().output.sink(text, State().output.sinkUser);
     return;
   }
-  KelString* console = State().console;
+  KelString* console = State().output.console;
   if (console == nullptr) {
     kel::WriteStandardOutput(text);
     return;

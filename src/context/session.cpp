@@ -24,13 +24,14 @@ bool IsAbsoluteSessionFile(const KelString& file) {
 }
 
 KelString BesideIni(const ContextState& state, const KelString& file) {
-  PathParser beside(state.iniPath);
+  PathParser beside(state.config.iniPath);
   beside.SetFileName(file);
   return beside.GetPath();
 }
 
 KelString SessionFileOf(const ContextState& state) {
-  KelString file = IniFile(state.iniPath).ReadString("TamberConfig", "SessionFile", kSessionFile);
+  KelString file =
+      IniFile(state.config.iniPath).ReadString("TamberConfig", "SessionFile", kSessionFile);
   if (file.IsEmpty()) file = kSessionFile;
   return IsAbsoluteSessionFile(file) ? file : BesideIni(state, file);
 }
@@ -38,8 +39,9 @@ KelString SessionFileOf(const ContextState& state) {
 /// Sessions are kept on a server when the INI file names one, else in a file. An INI file that
 /// scripts may write names nothing that they may not use.
 KelString StoreSpecOf(const ContextState& state) {
-  const kel::FilePolicy& policy = state.filePolicy;
-  const KelString server = IniFile(state.iniPath).ReadString("TamberConfig", "SessionStore", "");
+  const kel::FilePolicy& policy = state.config.filePolicy;
+  const KelString server =
+      IniFile(state.config.iniPath).ReadString("TamberConfig", "SessionStore", "");
   const bool isServer = server.View().starts_with("redis://");
   const KelString spec = isServer ? server : SessionFileOf(state);
   const bool allowed = isServer ? policy.AllowsNetwork() : policy.Allows(spec, kel::Access::Write);
@@ -51,31 +53,31 @@ KelString StoreSpecOf(const ContextState& state) {
 
 /// A store that fails costs the sessions' values of the moment and nothing else. True when it did.
 bool LogFault(ContextState& state) {
-  const std::string fault = state.sessionStore->TakeFault();
+  const std::string fault = state.session.store->TakeFault();
   if (fault.empty()) return false;
-  state.debug.Logf(KelDebug::Level::Error, "Session store %S: %S", state.sessionPath, fault);
+  state.debug.Logf(KelDebug::Level::Error, "Session store %S: %S", state.session.path, fault);
   return true;
 }
 
 void SelectSession(ContextState& state, uint32_t id) {
-  state.sessionId = id;
-  state.sessionPath = StoreSpecOf(state);
-  state.sessionStore = kel::OpenSessionStore(state.sessionPath);
-  if (id != 0) state.sessionStore->SetInteger(KeyOf(id), kel::UnixSeconds());
+  state.session.id = id;
+  state.session.path = StoreSpecOf(state);
+  state.session.store = kel::OpenSessionStore(state.session.path);
+  if (id != 0) state.session.store->SetInteger(KeyOf(id), kel::UnixSeconds());
   LogFault(state);
 }
 
 bool IsSessionStored(ContextState& state, uint32_t id) {
-  SelectSession(state, state.sessionId);
-  SessionStore& store = *state.sessionStore;
+  SelectSession(state, state.session.id);
+  SessionStore& store = *state.session.store;
   const bool stored = store.Exists(KeyOf(id)) || !store.SubKeys(KeyOf(id)).empty();
   LogFault(state);
   return stored;
 }
 
 void Expire(ContextState& state, uint32_t maxAgeSeconds) {
-  SelectSession(state, state.sessionId);
-  SessionStore& store = *state.sessionStore;
+  SelectSession(state, state.session.id);
+  SessionStore& store = *state.session.store;
   const uint32_t cutoff = kel::UnixSeconds() - maxAgeSeconds;
   for (const std::string& session : store.Children(kAllSessions)) {
     int64_t stamp = 0;
@@ -90,16 +92,16 @@ void Expire(ContextState& state, uint32_t maxAgeSeconds) {
 }  // namespace
 
 SessionReading::SessionReading(ContextState& state) : state_(state) {
-  if (state.sessionId == 0 || state.sessionStore == nullptr || state.readingSession) return;
-  store_ = state.sessionStore;
-  store_->BeginReading(KeyOf(state.sessionId));
-  state.readingSession = true;
+  if (state.session.id == 0 || state.session.store == nullptr || state.session.reading) return;
+  store_ = state.session.store;
+  store_->BeginReading(KeyOf(state.session.id));
+  state.session.reading = true;
 }
 
 SessionReading::~SessionReading() {
   if (store_ == nullptr) return;
   store_->EndReading();
-  state_.readingSession = false;
+  state_.session.reading = false;
   try {
     LogFault(state_);
   } catch (const std::bad_alloc&) {
@@ -108,29 +110,29 @@ SessionReading::~SessionReading() {
 namespace {
 
 bool HasSession(const ContextState& state) {
-  return state.sessionId != 0 && state.sessionStore != nullptr && state.globals != nullptr;
+  return state.session.id != 0 && state.session.store != nullptr && state.scopes.globals != nullptr;
 }
 
 }  // namespace
 
 bool SaveSessionVariables(ContextState& state) {
   if (!HasSession(state)) return false;
-  state.sessionStore->Begin();
-  for (uint32_t i = 0; i < state.globals->GetSize(); ++i) {
-    Variable* variable = state.globals->GetVariable(i);
+  state.session.store->Begin();
+  for (uint32_t i = 0; i < state.scopes.globals->GetSize(); ++i) {
+    Variable* variable = state.scopes.globals->GetVariable(i);
     if ((variable->GetVarFlags() & Variable::Session) != 0) {
-      variable->StoreToSession(state.sessionId, state.sessionStore.get());
+      variable->StoreToSession(state.session.id, state.session.store.get());
     }
   }
-  const bool saved = state.sessionStore->Commit();
+  const bool saved = state.session.store->Commit();
   return !LogFault(state) && saved;
 }
 
 bool LoadSessionVariables(ContextState& state) {
-  for (uint32_t i = 0; i < state.globals->GetSize(); ++i) {
-    Variable* variable = state.globals->GetVariable(i);
+  for (uint32_t i = 0; i < state.scopes.globals->GetSize(); ++i) {
+    Variable* variable = state.scopes.globals->GetVariable(i);
     if ((variable->GetVarFlags() & Variable::Session) != 0) {
-      variable->LoadFromSession(state.sessionId, state.sessionStore.get());
+      variable->LoadFromSession(state.session.id, state.session.store.get());
     }
   }
   return !LogFault(state);
@@ -144,11 +146,11 @@ bool LoadSessionVariables(ContextState& state) {
 void TamberContext::SetIniPath(const KelString& path) {
   try {
     tamber::ContextState& state = State();
-    state.iniPath = path;
+    state.config.iniPath = path;
     const IniFile ini(path);
     state.run.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
-    state.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
-    state.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
+    state.config.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
+    state.config.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
     state.run.dumpsLocals = false;
     for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})
       state.run.dumpsLocals |= !ini.ReadString(section, "DumpLocals", "").IsEmpty();
@@ -158,16 +160,16 @@ void TamberContext::SetIniPath(const KelString& path) {
 
 void TamberContext::SetIniDir(const KelString& dir) {
   try {
-    PathParser path(State().iniPath);
+    PathParser path(State().config.iniPath);
     path.SetDriveDir(dir);
     SetIniPath(path.GetPath());
   } catch (const std::bad_alloc&) {
   }
 }
 
-KelString TamberContext::GetIniPath() const { return state_->iniPath; }
+KelString TamberContext::GetIniPath() const { return state_->config.iniPath; }
 
-uint32_t TamberContext::GetSessionId() const { return state_->sessionId; }
+uint32_t TamberContext::GetSessionId() const { return state_->session.id; }
 
 void TamberContext::SetSessionId(uint32_t id) {
   try {
@@ -211,9 +213,10 @@ int32_t TamberContext::LoadSession() {
 
 void TamberContext::KeepGlobals() {
   tamber::ContextState& state = State();
-  state.keptGlobals.reset();
+  state.scopes.keptGlobals.reset();
   try {
-    if (state.globals != nullptr) state.keptGlobals = std::make_unique<VarList>(*state.globals);
+    if (state.scopes.globals != nullptr)
+      state.scopes.keptGlobals = std::make_unique<VarList>(*state.scopes.globals);
   } catch (const std::bad_alloc&) {
     SetContextError(ERR_NOMEMORY, "");
   }
@@ -221,10 +224,10 @@ void TamberContext::KeepGlobals() {
 
 int32_t TamberContext::RestoreGlobals() {
   tamber::ContextState& state = State();
-  if (state.keptGlobals == nullptr || state.globals == nullptr) return 0;
-  for (uint32_t i = 0; i < state.keptGlobals->GetSize(); ++i) {
-    Variable* kept = state.keptGlobals->GetVariable(i);
-    Variable* variable = state.globals->GetVariable(kept->OwnName().View());
+  if (state.scopes.keptGlobals == nullptr || state.scopes.globals == nullptr) return 0;
+  for (uint32_t i = 0; i < state.scopes.keptGlobals->GetSize(); ++i) {
+    Variable* kept = state.scopes.keptGlobals->GetVariable(i);
+    Variable* variable = state.scopes.globals->GetVariable(kept->OwnName().View());
     if (variable != nullptr) variable->Assign(kept);
   }
   return 1;

@@ -37,12 +37,13 @@ class RunMark {
 }  // namespace
 
 bool ContextState::HasScriptFile() {
-  if (scriptFileEpoch != run.epoch) {
-    scriptFile =
-        globals != nullptr ? globals->GetVariable(std::string_view("ScriptFile")) : nullptr;
-    scriptFileEpoch = run.epoch;
+  if (scopes.scriptFileEpoch != run.epoch) {
+    scopes.scriptFile = scopes.globals != nullptr
+                            ? scopes.globals->GetVariable(std::string_view("ScriptFile"))
+                            : nullptr;
+    scopes.scriptFileEpoch = run.epoch;
   }
-  return scriptFile != nullptr && scriptFile->GetLength() > 0;
+  return scopes.scriptFile != nullptr && scopes.scriptFile->GetLength() > 0;
 }
 
 int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
@@ -59,7 +60,7 @@ int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
 
 TamberContext::TamberContext(XmlProxyClient* proxy)
     : state_(std::make_unique<ContextState>(*this)) {
-  state_->proxy = proxy;
+  state_->config.proxy = proxy;
   state_->modules = tamber::MakeModuleList(*state_);
   state_->handles = std::make_unique<tamber::HandleTable>();
   tamber::ApplyDefaults(*this);
@@ -78,31 +79,31 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->run.rootWake = &from.root->State().run.wake;
   state_->nested = true;
   state_->nesting = from.nesting + 1;
-  state_->errors = from.errors;
-  state_->sessionId = from.sessionId;
-  state_->sessionPath = from.sessionPath;
-  state_->sessionStore = from.sessionStore;
-  state_->debugContext = from.debugContext;
+  state_->errors.list = from.errors.list;
+  state_->session.id = from.session.id;
+  state_->session.path = from.session.path;
+  state_->session.store = from.session.store;
+  state_->config.debugContext = from.config.debugContext;
   state_->debug = from.debug;
-  state_->proxy = from.proxy;
-  state_->exePath = from.exePath;
-  state_->appInstance = from.appInstance;
-  state_->scriptKey = from.scriptKey;
-  state_->filePolicy = from.filePolicy;
-  state_->ownLogFile = from.ownLogFile;
-  state_->iniPath = from.iniPath;
+  state_->config.proxy = from.config.proxy;
+  state_->config.exePath = from.config.exePath;
+  state_->config.appInstance = from.config.appInstance;
+  state_->config.scriptKey = from.config.scriptKey;
+  state_->config.filePolicy = from.config.filePolicy;
+  state_->config.ownLogFile = from.config.ownLogFile;
+  state_->config.iniPath = from.config.iniPath;
   state_->run.procedureTrace = from.run.procedureTrace;
-  state_->compileOnly = from.compileOnly;
-  state_->dumpStatements = from.dumpStatements;
+  state_->config.compileOnly = from.config.compileOnly;
+  state_->config.dumpStatements = from.config.dumpStatements;
   state_->run.dumpsLocals = from.run.dumpsLocals;
-  state_->diagnosticHandler = from.diagnosticHandler;
-  state_->diagnosticUser = from.diagnosticUser;
-  state_->outputSink = from.outputSink;
-  state_->outputUser = from.outputUser;
-  state_->reportSink = from.reportSink;
-  state_->reportUser = from.reportUser;
-  state_->console = from.console;
-  state_->consoleIsHosts = from.console != nullptr;
+  state_->errors.diagnosticHandler = from.errors.diagnosticHandler;
+  state_->errors.diagnosticUser = from.errors.diagnosticUser;
+  state_->output.sink = from.output.sink;
+  state_->output.sinkUser = from.output.sinkUser;
+  state_->output.reportSink = from.output.reportSink;
+  state_->output.reportUser = from.output.reportUser;
+  state_->output.console = from.output.console;
+  state_->output.consoleIsHosts = from.output.console != nullptr;
   state_->handles = std::make_unique<tamber::HandleTable>();
   tamber::InheritScopes(from, *state_);
   state_->modules = tamber::MakeModuleList(*state_);
@@ -111,21 +112,21 @@ TamberContext::TamberContext(TamberContext& parent)
 
 TamberContext& TamberContext::operator=(const TamberContext& other) {
   const ContextState& from = *other.state_;
-  state_->iniPath = from.iniPath;
+  state_->config.iniPath = from.config.iniPath;
   state_->run.procedureTrace = from.run.procedureTrace;
-  state_->compileOnly = from.compileOnly;
-  state_->dumpStatements = from.dumpStatements;
+  state_->config.compileOnly = from.config.compileOnly;
+  state_->config.dumpStatements = from.config.dumpStatements;
   state_->run.dumpsLocals = from.run.dumpsLocals;
-  state_->exePath = from.exePath;
-  state_->appInstance = from.appInstance;
-  state_->proxy = from.proxy;
-  state_->debugContext = from.debugContext;
+  state_->config.exePath = from.config.exePath;
+  state_->config.appInstance = from.config.appInstance;
+  state_->config.proxy = from.config.proxy;
+  state_->config.debugContext = from.config.debugContext;
   state_->debug = from.debug;
-  state_->sessionId = from.sessionId;
-  state_->sessionPath = from.sessionPath;
-  state_->sessionStore = from.sessionStore;
-  state_->scriptKey = from.scriptKey;
-  state_->filePolicy = from.filePolicy;
+  state_->session.id = from.session.id;
+  state_->session.path = from.session.path;
+  state_->session.store = from.session.store;
+  state_->config.scriptKey = from.config.scriptKey;
+  state_->config.filePolicy = from.config.filePolicy;
   SetCaseSwitch(other.GetCaseSwitch());
   return *this;
 }
@@ -136,25 +137,27 @@ TamberContext::~TamberContext() {
   state_->modules.reset();
 }
 
-void TamberContext::SetExePath(const KelString& path) { state_->exePath = path; }
-KelString TamberContext::GetExePath() const { return state_->exePath; }
-void TamberContext::SetAppInstance(void* instance) { state_->appInstance = instance; }
-void* TamberContext::GetAppInstance() const { return state_->appInstance; }
-void TamberContext::SetXmlProxyClient(XmlProxyClient* proxy) { state_->proxy = proxy; }
-XmlProxyClient* TamberContext::GetXmlProxyClient() const { return state_->proxy; }
+void TamberContext::SetExePath(const KelString& path) { state_->config.exePath = path; }
+KelString TamberContext::GetExePath() const { return state_->config.exePath; }
+void TamberContext::SetAppInstance(void* instance) { state_->config.appInstance = instance; }
+void* TamberContext::GetAppInstance() const { return state_->config.appInstance; }
+void TamberContext::SetXmlProxyClient(XmlProxyClient* proxy) { state_->config.proxy = proxy; }
+XmlProxyClient* TamberContext::GetXmlProxyClient() const { return state_->config.proxy; }
 void TamberContext::SetDebugContext(KelDebugContext* debug) {
-  state_->debugContext = debug;
+  state_->config.debugContext = debug;
   state_->debug.SetContext(debug);
 }
-void TamberContext::SetScriptKey(const KelString& key) { state_->scriptKey = key; }
+void TamberContext::SetScriptKey(const KelString& key) { state_->config.scriptKey = key; }
 
-void TamberContext::SetFilePolicy(const kel::FilePolicy& policy) { state_->filePolicy = policy; }
-const kel::FilePolicy& TamberContext::GetFilePolicy() const { return state_->filePolicy; }
+void TamberContext::SetFilePolicy(const kel::FilePolicy& policy) {
+  state_->config.filePolicy = policy;
+}
+const kel::FilePolicy& TamberContext::GetFilePolicy() const { return state_->config.filePolicy; }
 
 void TamberContext::SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void*),
                                          void* user) {
-  state_->diagnosticHandler = handler;
-  state_->diagnosticUser = user;
+  state_->errors.diagnosticHandler = handler;
+  state_->errors.diagnosticUser = user;
 }
 
 void TamberContext::SetScriptFile(const KelString& name, int32_t overwrite) {
@@ -167,17 +170,18 @@ void TamberContext::SetScriptFile(const KelString& name, int32_t overwrite) {
   PathParser path(name);
   path.SetFileExt(KelString("log"));
   logFile->SetStringValue(path.GetPath());
-  if (!state_->nested && (overwrite != 0 || state_->ownLogFile.IsEmpty())) {
-    state_->ownLogFile = path.GetPath();
+  if (!state_->nested && (overwrite != 0 || state_->config.ownLogFile.IsEmpty())) {
+    state_->config.ownLogFile = path.GetPath();
   }
 }
 
 int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
-  if (state_->run.stopFlag || state_->run.IsStopRequested() || state_->compileOnly != 0) return 1;
+  if (state_->run.stopFlag || state_->run.IsStopRequested() || state_->config.compileOnly != 0)
+    return 1;
   try {
     TamberProcedure* procedure = GetProcedure(name.View());
     bool isMain = kel::EqualsNoCase(name.View(), "main");
-    if (isMain && state_->inherited.count("main") != 0) procedure = nullptr;
+    if (isMain && state_->scopes.inherited.count("main") != 0) procedure = nullptr;
     if (procedure == nullptr) {
       SetContextError(isMain ? ERR_PROCNOMAIN : ERR_PROCNOTFOUND, name);
       tamber::SourcePlace place;
@@ -205,16 +209,16 @@ void TamberContext::ResetContext() {
   } catch (const std::bad_alloc&) {
   }
   state_->machine->ClearLocals();
-  state_->externals.reset();
-  state_->keptGlobals.reset();
+  state_->scopes.externals.reset();
+  state_->scopes.keptGlobals.reset();
   ProcedureList::ClearList();
   tamber::ForgetScript(*state_);
   ClearScriptList();
   state_->modules->ClearModuleList();
   tamber::RestorePredefined(*state_);
   state_->handles->Clear();
-  state_->inherited.clear();
-  state_->ownLogFile.Clear();
+  state_->scopes.inherited.clear();
+  state_->config.ownLogFile.Clear();
   state_->run.stopFlag = false;
   if (!state_->nested) state_->run.wake.store(0, std::memory_order_relaxed);
   state_->run.errorCode = 0;
@@ -260,8 +264,9 @@ Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code
 int32_t TamberContext::GetSwitch(std::string_view name) {
   int32_t local = state_->machine->FindLocal(name);
   Variable* variable = local >= 0 ? state_->machine->GetLocal(static_cast<uint32_t>(local))
-                       : state_->globals != nullptr ? state_->globals->GetVariable(name)
-                                                    : nullptr;
+                       : state_->scopes.globals != nullptr
+                           ? state_->scopes.globals->GetVariable(name)
+                           : nullptr;
   return variable != nullptr ? variable->GetIntegerValue() : 0;
 }
 

@@ -30,9 +30,9 @@ bool HasBadCharacter(std::string_view name) {
 }
 
 std::unique_ptr<VarList>* ListOf(tamber::ContextState& state, enum_VarListType scope) {
-  return scope == VARLIST_GLOBAL     ? &state.globals
-         : scope == VARLIST_CONSTANT ? &state.constants
-                                     : &state.externals;
+  return scope == VARLIST_GLOBAL     ? &state.scopes.globals
+         : scope == VARLIST_CONSTANT ? &state.scopes.constants
+                                     : &state.scopes.externals;
 }
 
 /// The scope that the lowest bit names; false: none.
@@ -117,7 +117,7 @@ void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_Var
 void TamberContext::ClearVarList(uint32_t mask) {
   State().run.ScopeChanged();
   if ((mask & VARLIST_LOCAL) != 0) State().machine->ClearLocals();
-  if ((mask & VARLIST_CONSTANT) != 0) State().sharedConstants = nullptr;
+  if ((mask & VARLIST_CONSTANT) != 0) State().scopes.sharedConstants = nullptr;
   for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL})
     if ((mask & scope) != 0) ListOf(State(), scope)->reset();
 }

@@ -107,14 +107,14 @@ TEST_F(Sessions, ResetSavesSessionVariables) {
   TamberContext later;
   later.SetSessionId(5);
   Variable* count = AddSession(later, "int", "COUNT");
-  count->LoadFromSession(5, later.State().sessionStore.get());
+  count->LoadFromSession(5, later.State().session.store.get());
   EXPECT_EQ(count->GetIntegerValue(), 41);
   Variable* name = AddSession(later, "string", "name");
-  name->LoadFromSession(5, later.State().sessionStore.get());
+  name->LoadFromSession(5, later.State().session.store.get());
   EXPECT_EQ(std::string(name->GetStringValue(), name->GetLength()), std::string("a\0b", 3));
   Variable* other = AddSession(later, "int", "other");
   other->SetIntegerValue(9);
-  other->LoadFromSession(5, later.State().sessionStore.get());
+  other->LoadFromSession(5, later.State().session.store.get());
   EXPECT_EQ(other->GetIntegerValue(), 9) << "what is not stored leaves the variable as it is";
 }
 
