@@ -128,6 +128,13 @@ TEST_F(Arrays, ReferencesFollowTheirElement) {
   EXPECT_EQ(second.GetIntegerValue(), 82);
   a.AdjustArraySize(1);
   EXPECT_EQ(Joined(a), "30 0 ");
+  // Only one of those that change places has ever been an object.
+  VarIntegerArray b("b", 0);
+  b.SetArraySize(2);
+  VarReference held(b.GetArrayElement(2));
+  b.SwapArrayElements(1, 2);
+  held.SetIntegerValue(6);
+  EXPECT_EQ(Joined(b), "6 0 ");
 }
 
 TEST_F(Arrays, SweepingKeepsHeldObjectsOnly) {

@@ -115,6 +115,8 @@ TEST_F(Compatibility, TypeIdsNeverChange) {
 }
 
 TEST_F(Compatibility, AssignConverts) {
+  EXPECT_EQ(flag.Assign(&number), 1);
+  EXPECT_EQ(flag.GetIntegerValue(), 1);
   EXPECT_EQ(letter.Assign(&text), 1);
   EXPECT_EQ(letter.GetCharValue(), 'w');
   EXPECT_EQ(text.Assign(&letter), 1);
