@@ -1,0 +1,854 @@
+#include "generator/grow.h"
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <set>
+
+namespace generator {
+
+namespace {
+
+constexpr Kind kScalars[] = {Kind::Bool,   Kind::Char,   Kind::Int,    Kind::Float,
+                             Kind::Double, Kind::String, Kind::EString};
+
+constexpr Type Plain(Kind kind) { return {kind, false, -1}; }
+
+class Grower {
+ public:
+  Grower(uint64_t seed, const Features& features) : random_(seed), features_(features) {}
+
+  Program Grown() {
+    const size_t structures = Below(4);
+    for (size_t i = 0; i < structures; ++i) AddStructure();
+    AddGlobals();
+    if (features_.handlers) {
+      AddHandler("OnError", true);
+      AddHandler("OnTrouble", false);
+    }
+    AddTouch("Touch1");
+    AddTouch("Touch2");
+    const size_t procedures = 1 + Below(5);
+    for (size_t i = 0; i < procedures; ++i) AddProcedure("Proc" + std::to_string(i + 1));
+    AddMain();
+    program_.runs = OneIn(4) ? 2 : 1;
+    return std::move(program_);
+  }
+
+ private:
+  /// Sets a switch back at the end of its scope.
+  struct Kept {
+    explicit Kept(bool& kept) : value(kept), before(kept) {}
+    Kept(const Kept&) = delete;
+    Kept& operator=(const Kept&) = delete;
+    ~Kept() { value = before; }
+    bool& value;
+    const bool before;
+  };
+
+  // --- chance ---
+
+  size_t Below(size_t limit) { return static_cast<size_t>(random_() % limit); }
+  bool OneIn(size_t count) { return Below(count) == 0; }
+  template <class List>
+  auto& Any(List& list) {
+    return list[Below(std::size(list))];
+  }
+  Kind AnyKind() { return Any(kScalars); }
+  std::string AnyOf(std::initializer_list<const char*> list) {
+    return list.begin()[Below(list.size())];
+  }
+
+  Type AnyType() {
+    const size_t kinds = std::size(kScalars);
+    const size_t structures = program_.structures.size();
+    // The more variables are of one type, the more copies of it are made.
+    if (!globals_.empty() && OneIn(4) && globals_.back().type != kGeneric)
+      return globals_.back().type;
+    const size_t pick = Below(kinds + (structures > 0 ? 3 : 0));
+    Type type = pick < kinds ? Plain(kScalars[pick])
+                             : Type{Kind::Struct, false, static_cast<int>(Below(structures))};
+    if (OneIn(3)) type.array = true;
+    return type;
+  }
+
+  static ExprPtr Number(size_t value) {
+    return MakeLiteral(Scalar::Whole(Kind::Int, static_cast<int32_t>(value)));
+  }
+
+  // --- declarations ---
+
+  void AddStructure() {
+    Structure made{"Shape" + std::to_string(program_.structures.size() + 1), {}};
+    const size_t members = 1 + Below(4);
+    for (size_t i = 0; i < members; ++i)
+      made.members.push_back({"m" + std::to_string(i + 1), AnyType()});
+    program_.structures.push_back(std::move(made));
+  }
+
+  void AddGlobals() {
+    using GlobalScope = Global::Scope;
+    const auto add = [&](const std::string& name, Type type, GlobalScope scope, ExprPtr value) {
+      // The host provides a plain value.
+      if (value && scope == GlobalScope::Extern && value->form != Expr::Form::Literal)
+        value = nullptr;
+      program_.globals.push_back({{name, type}, scope, std::move(value)});
+      if (scope != GlobalScope::Constant) globals_.push_back({name, type});
+    };
+    int number = 0;
+    for (const Kind kind : kScalars) {
+      const std::string end = std::to_string(++number);
+      const auto scope = OneIn(6)   ? GlobalScope::Extern
+                         : OneIn(6) ? GlobalScope::Session
+                                    : GlobalScope::Plain;
+      add("g" + end, Plain(kind), scope, kind == Kind::Double ? nullptr : Literal(kind));
+      // A constant of another type would be one of this type only after a conversion.
+      if (kind != Kind::Double && kind != Kind::EString) {
+        add("K" + end, Plain(kind), GlobalScope::Constant, Literal(kind));
+        constants_.push_back({"K" + end, Plain(kind)});
+      }
+    }
+    const size_t more = 3 + Below(4);
+    for (size_t i = 0; i < more; ++i)
+      add("g" + std::to_string(++number), AnyType(),
+          OneIn(6) ? GlobalScope::Session : GlobalScope::Plain, nullptr);
+    focus_ = globals_.back();
+    add("twin", focus_.type, GlobalScope::Plain, nullptr);
+    if (features_.runTimeTypes) add("generic", kGeneric, GlobalScope::Plain, nullptr);
+  }
+
+  /// A handler changes what the failed statement may be using.
+  void AddHandler(const std::string& name, bool careful) {
+    Procedure made{name, kNoType, {}, {}};
+    Begin();
+    if (careful) {
+      made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
+      made.body.push_back(SetPolicy("INLINE_HANDLER"));
+    } else {
+      // Its own errors go to the other one.
+      made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
+      made.body.push_back(MakeAssign(MakeName("ErrHandler", Plain(Kind::String)), "=",
+                                     MakeLiteral(Scalar::Text(Kind::String, "OnError"))));
+    }
+    made.body.push_back(MakePrint("<" + name + " ", MakeName("ErrCode", Plain(Kind::Int))));
+    const size_t count = 1 + Below(3);
+    AddShrink(made.body);
+    for (size_t i = 0; i < count; ++i) AddChange(made.body);
+    program_.procedures.push_back(std::move(made));
+  }
+
+  /// What a handler or a function does to the variable that the failed statement is likely about.
+  void AddShrink(std::vector<Statement>& body) {
+    if (focus_.type.array && OneIn(2))
+      body.push_back(MakeAssign(MakeName(focus_.name, focus_.type), "-=", Number(1 + Below(3))));
+  }
+
+  /// A function that changes what the expression around its call may be using.
+  void AddTouch(const std::string& name) {
+    Procedure made{name, Plain(Kind::Int), {}, {}};
+    Begin();
+    const size_t count = 1 + Below(3);
+    AddShrink(made.body);
+    for (size_t i = 0; i < count; ++i) AddChange(made.body);
+    Statement result{Statement::Form::Return, {}, {}, {}, Number(Below(3)), {}, {}};
+    made.body.push_back(std::move(result));
+    program_.procedures.push_back(std::move(made));
+  }
+
+  ExprPtr CallTouch() {
+    const bool known = program_.procedures.size() > (features_.handlers ? 3 : 1) && calls_++ < 5;
+    return known ? MakeCall(AnyOf({"Touch1", "Touch2"}), Plain(Kind::Int), {}) : nullptr;
+  }
+
+  Type PartOfFocus() {
+    Type type = focus_.type;
+    while (!type.IsScalar() && !OneIn(4))
+      type = type.array ? type.Element() : Any(program_.structures[type.structure].members).type;
+    return type;
+  }
+
+  void AddProcedure(const std::string& name) {
+    Procedure made{name, OneIn(4) ? kNoType : AnyType(), {}, {}};
+    Begin();
+    const size_t parameters = Below(4);
+    for (size_t i = 0; i < parameters; ++i) {
+      Parameter parameter;
+      parameter.name = "p" + std::to_string(i + 1);
+      parameter.type = OneIn(2) ? PartOfFocus() : AnyType();
+      parameter.reference = OneIn(2);
+      if (!parameter.type.IsScalar() && !features_.aggregates) parameter.reference = true;
+      if (parameter.reference && features_.genericStores && OneIn(6)) parameter.type = kGeneric;
+      made.parameters.push_back(parameter);
+      locals_.push_back(parameter);
+    }
+    AddLocals(made.body, 1 + Below(3));
+    if (OneIn(5)) made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
+    if (!made.body.empty() && made.body.back().text == "ErrHandler")
+      made.body.push_back(SetPolicy("INLINE_HANDLER"));
+    AddStatements(made.body, 2 + Below(5), 2);
+    if (made.result != kNoType) made.body.push_back(MakeReturn(made.result));
+    program_.procedures.push_back(std::move(made));
+    callable_.push_back(program_.procedures.size() - 1);
+  }
+
+  void AddMain() {
+    Procedure made{"main", kNoType, {}, {}};
+    Begin();
+    if (!OneIn(5)) {
+      if (features_.handlers && OneIn(2)) {
+        made.body.push_back(
+            MakeAssign(MakeName("ErrHandler", Plain(Kind::String)), "=",
+                       MakeLiteral(Scalar::Text(Kind::String, AnyOf({"OnError", "OnTrouble"})))));
+      } else {
+        made.body.push_back(SetPolicy("INLINE_HANDLER"));
+      }
+    }
+    if (OneIn(5))
+      made.body.push_back(MakeAssign(MakeName("StrCase", Plain(Kind::Int)), "=",
+                                     MakeLiteral(Scalar::Whole(Kind::Int, 1))));
+    AddLocals(made.body, 3 + Below(4));
+    for (const Named& variable : globals_)
+      if (variable.type.array && variable.type != kGeneric && !IsLocal(variable.name) && OneIn(2))
+        AddResize(made.body, MakeName(variable.name, variable.type));
+    const size_t rounds = 1 + Below(3);
+    for (size_t i = 0; i < rounds; ++i) {
+      if (OneIn(2)) AddRoads(made.body);
+      AddStatements(made.body, 3 + Below(8), 3);
+    }
+    for (const Named& variable : globals_)
+      if (!IsLocal(variable.name)) AddShow(made.body, MakeName(variable.name, variable.type));
+    for (const Named& variable : locals_)
+      AddShow(made.body, MakeName(variable.name, variable.type));
+    program_.procedures.push_back(std::move(made));
+  }
+
+  void Begin() {
+    locals_.clear();
+    hidden_.clear();
+    counters_.clear();
+    names_ = 0;
+  }
+
+  static Statement SetPolicy(const std::string& name) {
+    return MakeAssign(MakeName("ErrHandler", Plain(Kind::String)), "=",
+                      MakeName(name, Plain(Kind::String)));
+  }
+
+  void AddLocals(std::vector<Statement>& body, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+      Named local{"l" + std::to_string(++names_), AnyType()};
+      if (features_.absentLocals && OneIn(6)) {
+        // Has the name of a global, and the declaration does not always run.
+        const Named& global = Any(globals_);
+        if (global.type == kGeneric || IsLocal(global.name)) continue;
+        local = {global.name, OneIn(2) ? global.type : AnyType()};
+        Statement branch{
+            Statement::Form::If, {}, {}, {}, {}, {MakeDeclare(local.name, local.type)}, {}};
+        branch.value = MakeName(AnyOf({"FALSE", "g1"}), Plain(Kind::Bool));
+        if (branch.value->text == "FALSE") branch.value = MakeLiteral(Scalar::Whole(Kind::Bool, 0));
+        if (local.name == "g1") continue;
+        body.push_back(std::move(branch));
+      } else {
+        body.push_back(MakeDeclare(local.name, local.type));
+        if (local.type.array && !OneIn(4)) AddResize(body, MakeName(local.name, local.type));
+      }
+      locals_.push_back(local);
+      hidden_.insert(local.name);
+    }
+  }
+
+  /// Whether the name of a global means a local in this procedure, be that in scope or not.
+  bool IsLocal(const std::string& name) const { return hidden_.count(name) != 0; }
+
+  // --- expressions ---
+
+  ExprPtr Literal(Kind kind) {
+    constexpr int32_t kWholes[] = {0,  1,   2,   3,   5,     7,        31,
+                                   32, 100, 255, 256, 65536, 16777217, 2147483647};
+    constexpr double kReals[] = {0,      0.5,     1,           0.1,     2.75,    0.3,
+                                 3.3333, 100.125, 1234567.875, 0.00001, 16777216};
+    const int32_t sign = OneIn(4) ? -1 : 1;
+    switch (kind) {
+      case Kind::Bool:
+        return MakeLiteral(Scalar::Whole(kind, OneIn(2)));
+      case Kind::Char:
+        return MakeLiteral(Scalar::Whole(kind, AnyOf({"a", "Z", "0", "~", " "})[0]));
+      case Kind::Int:
+        return MakeLiteral(
+            Scalar::Whole(kind, OneIn(3) ? sign * Any(kWholes) : static_cast<int32_t>(Below(6))));
+      case Kind::Float:
+        return MakeLiteral(Scalar::Real(kind, sign * Any(kReals) + 0.0));
+      default:
+        return MakeLiteral(
+            Scalar::Text(Kind::String, AnyOf({"", "a", "A", "abc", "ABC", "abd", "say \"x\"",
+                                              "a text that is too long to be kept in place"})));
+    }
+  }
+
+  /// The place of some variable, element or member of the type; null when none was found.
+  ExprPtr FindPlace(Type type, bool target = false, bool parts = true) {
+    for (int attempt = 0; attempt < 12; ++attempt) {
+      const auto& list = !locals_.empty() && OneIn(2) ? locals_ : globals_;
+      const Named& variable = OneIn(3) ? focus_ : Any(list);
+      if ((&list == &globals_ || &variable == &focus_) && IsLocal(variable.name)) continue;
+      ExprPtr place = MakeName(variable.name, variable.type);
+      if (!target && place->type == kGeneric && type.IsScalar()) return nullptr;
+      for (int level = 0; level < 6; ++level) {
+        if (place->type == type) return place;
+        if (!parts) break;
+        if (place->type.array && place->type != kGeneric) {
+          place = MakeExpr(Expr::Form::Element, place->type.Element(), "", {place, Index(target)});
+        } else if (place->type.kind == Kind::Struct) {
+          const Named& member = Any(program_.structures[place->type.structure].members);
+          place = MakeExpr(Expr::Form::Member, member.type, member.name, {place});
+        } else {
+          break;
+        }
+      }
+    }
+    return nullptr;
+  }
+
+  ExprPtr Index(bool target) {
+    if (!features_.bounds || !OneIn(5) || indexes_ > 1) return Number(1 + Below(2));
+    if (!counters_.empty() && OneIn(2))
+      return MakeBinary("+", MakeName(Any(counters_), Plain(Kind::Int)),
+                        MakeLiteral(Scalar::Whole(Kind::Int, 1)));
+    const Kept kept(pure_);
+    pure_ = pure_ || (target && !features_.targetCalls);
+    if (features_.failingCalls && !pure_ && OneIn(3))
+      return MakeBinary("+", Number(1 + Below(2)),
+                        MakeCall("FileGetSize", Plain(Kind::Int),
+                                 {MakeLiteral(Scalar::Text(Kind::String, "/no/such/file"))}));
+    ++indexes_;
+    ExprPtr index = Make(Kind::Int, 2);
+    --indexes_;
+    return index;
+  }
+
+  ExprPtr Leaf(Kind kind, bool wantsDouble) {
+    if (slots_ != nullptr) {
+      std::vector<ExprPtr> fitting;
+      for (const ExprPtr& slot : *slots_)
+        if (slot->type.kind == kind) fitting.push_back(slot);
+      if (!fitting.empty() && !OneIn(5)) return Any(fitting);
+    } else if (!OneIn(4)) {
+      if (kind == Kind::Int && !counters_.empty() && OneIn(4))
+        return MakeName(Any(counters_), Plain(kind));
+      if (const ExprPtr place = FindPlace(Plain(kind))) return place;
+    }
+    const bool literal =
+        kind != Kind::Double && !(kind == Kind::Float && wantsDouble && !features_.doubleLiterals);
+    if (literal && !OneIn(4)) return Literal(kind);
+    for (const Named& constant : constants_)
+      if (constant.type.kind == kind && literal) return MakeName(constant.name, constant.type);
+    if (slots_ == nullptr)
+      for (const Named& global : globals_)
+        if (global.type == Plain(kind) && !IsLocal(global.name))
+          return MakeName(global.name, global.type);
+    // No literal is a double by itself.
+    return kind == Kind::Double ? StaticDouble() : Literal(kind);
+  }
+
+  ExprPtr StaticDouble() {
+    return MakeExpr(Expr::Form::Evaluated, Plain(Kind::Double), "StrEvalAsDouble",
+                    {Number(Below(9))});
+  }
+
+  /// An expression whose value has the kind, as far as the compiler knows.
+  ExprPtr Make(Kind kind, int depth, bool wantsDouble = false) {
+    if (kind == Kind::EString) return Leaf(kind, false);
+    ExprPtr made;
+    if (depth > 0 && !OneIn(4))
+      made = OneIn(3) ? MakeOdd(kind, depth - 1) : MakeOperation(kind, depth - 1, wantsDouble);
+    return made ? made : Leaf(kind, wantsDouble);
+  }
+
+  ExprPtr MakeOperation(Kind kind, int depth, bool wantsDouble) {
+    const Kept kept(divisions_);
+    if (kind == Kind::Bool || kind == Kind::String)
+      divisions_ = divisions_ && features_.anyDivision;
+    const auto join = [&](const std::string& op, Kind left, Kind right) -> ExprPtr {
+      const bool wants = wantsDouble || left == Kind::Double || right == Kind::Double;
+      const ExprPtr a = Make(left, depth, wants);
+      ExprPtr b = Make(right, depth, wants);
+      if (op == "/" && !divisions_) b = NotZero(right, b);
+      if (op == "%") b = NotZero(right, b);
+      if (!b) return nullptr;
+      ExprPtr joined = MakeBinary(op, a, b);
+      return joined->type.kind == kind ? joined : nullptr;
+    };
+    switch (kind) {
+      case Kind::Bool: {
+        if (OneIn(5))
+          return MakeExpr(Expr::Form::Unary, Plain(kind), "!", {Make(AnyNumber(true), depth)});
+        if (OneIn(4))
+          return join(AnyOf({"&&", "||"}), AnyLogical(),
+                      features_.realLogic ? AnyNumber(true) : AnyLogical());
+        const std::string op = AnyOf({"==", "!=", "<", ">", "<=", ">="});
+        if (OneIn(4)) return join(op, AnyText(), AnyText());
+        if (OneIn(5)) return join(op, Kind::Bool, kScalars[Below(3)]);
+        return join(op, AnyNumber(false), AnyNumber(false));
+      }
+      case Kind::Char:
+      case Kind::Int:
+        if (OneIn(8))
+          return MakeExpr(Expr::Form::Unary, Plain(kind),
+                          kind == Kind::Int ? AnyOf({"-", "~"}) : "-", {Make(kind, depth)});
+        return join(AnyOf({"+", "-", "*", "/", "%", "&", "|", "^", "<<", ">>", "+", "-", "/"}),
+                    kind, kind);
+      case Kind::Float:
+      case Kind::Double: {
+        if (OneIn(8))
+          return MakeExpr(Expr::Form::Unary, Plain(kind), "-", {Make(kind, depth, wantsDouble)});
+        const Kind other = kind == Kind::Double && OneIn(3) ? Kind::Float
+                           : OneIn(2)                       ? Kind::Int
+                                                            : kind;
+        return OneIn(2) ? join(AnyOf({"+", "-", "*", "/"}), kind, other)
+                        : join(AnyOf({"+", "-", "*", "/"}), other, kind);
+      }
+      default:
+        return OneIn(3) ? join("+", AnyNumber(false), AnyText()) : join("+", AnyText(), AnyKind());
+    }
+  }
+
+  static constexpr Kind kLogical[] = {Kind::Bool, Kind::Int, Kind::Float, Kind::Double};
+  Kind AnyLogical() { return kLogical[Below(features_.realLogic ? 4 : 2)]; }
+  Kind AnyNumber(bool withBool) { return kScalars[withBool ? Below(5) : 1 + Below(4)]; }
+  Kind AnyText() { return OneIn(4) ? Kind::EString : Kind::String; }
+
+  /// A divisor that cannot be 0.
+  ExprPtr NotZero(Kind kind, const ExprPtr& value) {
+    if (kind == Kind::Int && OneIn(3))
+      return MakeBinary("|", value, MakeLiteral(Scalar::Whole(kind, 1)));
+    if (kind == Kind::Char) return MakeLiteral(Scalar::Whole(kind, AnyOf({"a", " ", "~"})[0]));
+    if (kind == Kind::Int)
+      return MakeLiteral(Scalar::Whole(kind, 1 + static_cast<int32_t>(Below(9))));
+    return nullptr;
+  }
+
+  /// Calls, and what else is no operator.
+  ExprPtr MakeOdd(Kind kind, int depth) {
+    if (pure_) return nullptr;
+    const auto call = [&](const char* name, std::vector<ExprPtr> args) {
+      return MakeCall(name, Plain(kind), std::move(args));
+    };
+    const auto text = [](const char* value) {
+      return MakeLiteral(Scalar::Text(Kind::String, value));
+    };
+    if (features_.evaluated && OneIn(5)) return MakeEvaluated(kind, depth);
+    if (slots_ != nullptr) return nullptr;
+    if (kind == Kind::Int && features_.failingCalls && OneIn(6))
+      return OneIn(2) ? call("MakeInt", {text("zz")})
+                      : call("FileGetSize", {text("/no/such/file")});
+    if (kind == Kind::Int && OneIn(3)) return CallTouch();
+    if (kind == Kind::Int && OneIn(5)) return call("StrLen", {Make(Kind::String, depth)});
+    if (kind == Kind::Int && OneIn(5)) {
+      const ExprPtr array = FindPlace(Plain(AnyKind()).Array());
+      return array ? call("ArrayGetSize", {array}) : nullptr;
+    }
+    if (kind == Kind::Int && features_.runTimeTypes && OneIn(4))
+      return call(OneIn(2) ? "Max" : "Min", {Make(kind, depth), Make(kind, depth)});
+    return MakeUserCall(Plain(kind), depth);
+  }
+
+  ExprPtr MakeEvaluated(Kind kind, int depth) {
+    constexpr std::string_view kNames[] = {"",      "Boolean", "Char",  "Integer",
+                                           "Float", "Double",  "String"};
+    const Kept kept(pure_), keptToo(divisions_);
+    pure_ = true;
+    divisions_ = divisions_ && features_.anyDivision;
+    const ExprPtr inner = Make(kind, depth, kind == Kind::Double);
+    return MakeExpr(Expr::Form::Evaluated, Plain(kind),
+                    "StrEvalAs" + std::string(kNames[static_cast<size_t>(kind)]), {inner});
+  }
+
+  ExprPtr MakeUserCall(Type result, int depth) {
+    for (const size_t index : callable_) {
+      const Procedure& procedure = program_.procedures[index];
+      if (procedure.result != result || OneIn(2) || calls_ > 4) continue;
+      std::vector<ExprPtr> args;
+      const Kept kept(divisions_);
+      divisions_ = divisions_ && features_.anyDivision;
+      for (const Parameter& parameter : procedure.parameters)
+        args.push_back(MakeArgument(parameter, depth));
+      if (std::count(args.begin(), args.end(), nullptr) != 0) continue;
+      ++calls_;
+      return MakeCall(procedure.name, result, std::move(args));
+    }
+    return nullptr;
+  }
+
+  ExprPtr MakeArgument(const Parameter& parameter, int depth) {
+    if (parameter.reference && parameter.type == kGeneric)
+      return FindPlace(Plain(AnyKind()).Array(), true, features_.partReferences);
+    if (parameter.reference) return FindPlace(parameter.type, true, features_.partReferences);
+    return MakeOf(parameter.type, depth);
+  }
+
+  ExprPtr MakeOf(Type type, int depth) {
+    if (type.IsScalar())
+      return Make(OneIn(4) ? Converted(type.kind) : type.kind, depth, type.kind == Kind::Double);
+    if (depth > 0 && OneIn(3))
+      if (ExprPtr call = MakeUserCall(type, depth - 1)) return call;
+    return FindPlace(type);
+  }
+
+  /// A kind whose values are converted to `kind` by an assignment.
+  Kind Converted(Kind kind) {
+    if (kind == Kind::Bool) return kScalars[Below(3)];
+    if (kind == Kind::Char) return OneIn(3) ? Kind::String : kScalars[Below(3)];
+    if (kind == Kind::String || kind == Kind::EString) return OneIn(2) ? Kind::Char : AnyText();
+    return kScalars[Below(5)];
+  }
+
+  // --- statements ---
+
+  Statement MakeReturn(Type type) {
+    Statement made{Statement::Form::Return, {}, {}, {}, {}, {}, {}};
+    divisions_ = features_.anyDivision;
+    made.value = features_.aggregates || type.IsScalar() ? MakeOf(type, 2) : nullptr;
+    divisions_ = false;
+    if (!made.value) made.value = type.IsScalar() ? Literal(type.kind) : AnyTemporary(type);
+    return made;
+  }
+
+  /// A variable of a type that had none so far.
+  ExprPtr AnyTemporary(Type type) {
+    for (const Named& global : globals_)
+      if (global.type == type && !IsLocal(global.name)) return MakeName(global.name, type);
+    program_.globals.push_back(
+        {{"more" + std::to_string(program_.globals.size()), type}, Global::Scope::Plain, nullptr});
+    globals_.push_back(program_.globals.back());
+    return MakeName(globals_.back().name, type);
+  }
+
+  void AddStatements(std::vector<Statement>& body, size_t count, int depth) {
+    for (size_t i = 0; i < count; ++i) AddStatement(body, depth);
+  }
+
+  void AddStatement(std::vector<Statement>& body, int depth) {
+    calls_ = 0;
+    divisions_ = features_.anyDivision;
+    const size_t pick = Below(depth > 0 ? 12 : 9);
+    if (pick < 5) {
+      AddChange(body);
+    } else if (pick < 7) {
+      body.push_back(MakePrint("", Make(AnyKind(), 3)));
+    } else if (pick == 7) {
+      AddCall(body);
+    } else if (pick == 8) {
+      body.push_back(OneIn(2) ? MakePrint("ErrCode ", MakeName("ErrCode", Plain(Kind::Int)))
+                              : MakeAssign(MakeName("ErrCode", Plain(Kind::Int)), "=",
+                                           MakeLiteral(Scalar::Whole(Kind::Int, 0))));
+    } else if (pick < 11) {
+      Statement branch{
+          Statement::Form::If, {}, {}, {}, Make(OneIn(4) ? AnyKind() : Kind::Bool, 3), {}, {}};
+      AddStatements(branch.body, 1 + Below(3), depth - 1);
+      if (OneIn(2)) AddStatements(branch.other, 1 + Below(2), depth - 1);
+      body.push_back(std::move(branch));
+    } else {
+      AddLoop(body, depth - 1);
+    }
+    divisions_ = false;
+  }
+
+  void AddLoop(std::vector<Statement>& body, int depth) {
+    const std::string counter = "n" + std::to_string(++names_);
+    body.push_back(MakeDeclare(counter, Plain(Kind::Int)));
+    Statement loop{
+        Statement::Form::Loop, {}, counter, Number(1 + Below(3)), nullptr, {}, {}, OneIn(2)};
+    // The header of a `for` ends at the first parenthesis behind the condition, which is none here.
+    if (OneIn(3)) loop.value = Make(AnyLogical(), 2);
+    counters_.push_back(counter);
+    const size_t outer = locals_.size();
+    if (OneIn(3)) AddLocals(loop.body, 1);
+    AddStatements(loop.body, 1 + Below(3), depth);
+    if (OneIn(4)) {
+      Statement leave{Statement::Form::If, {}, {}, {}, Make(Kind::Bool, 1), {}, {}};
+      leave.body.push_back(
+          {OneIn(2) ? Statement::Form::Break : Statement::Form::Continue, {}, {}, {}, {}, {}, {}});
+      loop.body.push_back(std::move(leave));
+      AddStatements(loop.body, 1, depth);
+    }
+    locals_.resize(std::min(outer, locals_.size()));
+    counters_.pop_back();
+    body.push_back(std::move(loop));
+  }
+
+  void AddCall(std::vector<Statement>& body) {
+    if (callable_.empty()) return;
+    const Type result = program_.procedures[Any(callable_)].result;
+    if (const ExprPtr call = MakeUserCall(result, 3)) body.push_back(MakeCallStatement(call));
+    if (features_.exports && OneIn(3)) AddExport(body);
+  }
+
+  void AddExport(std::vector<Statement>& body) {
+    const Named& global = Any(globals_);
+    if (global.type == kGeneric || IsLocal(global.name) || !counters_.empty()) return;
+    const Named local{global.name, OneIn(2) ? global.type : AnyType()};
+    body.push_back(MakeDeclare(local.name, local.type));
+    locals_.push_back(local);
+    hidden_.insert(local.name);
+    AddChange(body);
+    body.push_back(MakeCallStatement(MakeCall(
+        "Export", Plain(Kind::Int), {MakeLiteral(Scalar::Text(Kind::String, local.name))})));
+  }
+
+  /// An assignment of some kind.
+  void AddChange(std::vector<Statement>& body) {
+    if (features_.aggregates && OneIn(6) && !IsLocal(focus_.name) && !IsLocal("twin")) {
+      const ExprPtr focus = MakeName(focus_.name, focus_.type);
+      const ExprPtr twin = MakeName("twin", focus_.type);
+      const bool back = OneIn(2);
+      body.push_back(MakeAssign(back ? focus : twin, "=", back ? twin : focus));
+      return;
+    }
+    const Type type = AnyType();
+    const bool generic = features_.runTimeTypes || features_.genericStores;
+    ExprPtr target = FindPlace(generic && OneIn(6) ? kGeneric : type, true);
+    if (!target) return;
+    if (target->type.array && OneIn(2)) return AddResize(body, target);
+    if (target->type == kGeneric) return AddGeneric(body, target);
+    if (!target->type.IsScalar()) {
+      const ExprPtr value = features_.aggregates ? MakeOf(target->type, 2) : nullptr;
+      if (value) body.push_back(MakeAssign(target, "=", value));
+      return;
+    }
+    const Kind kind = target->type.kind;
+    const bool number = kind >= Kind::Char && kind <= Kind::Double;
+    divisions_ = features_.anyDivision || number;
+    if (number && OneIn(4)) {
+      const ExprPtr value = Make(kind, 2, kind == Kind::Double);
+      body.push_back(MakeAssign(target, AnyOf({"+=", "-=", "*="}), value));
+    } else if (kind == Kind::String && OneIn(4)) {
+      body.push_back(MakeAssign(target, "+=", Make(AnyKind(), 2)));
+    } else {
+      divisions_ = features_.anyDivision || (number && target->form == Expr::Form::Name);
+      body.push_back(MakeAssign(target, "=", MakeOf(target->type, 3)));
+    }
+    divisions_ = features_.anyDivision;
+  }
+
+  void AddResize(std::vector<Statement>& body, const ExprPtr& array) {
+    const Type element = array->type.Element();
+    if (array->type == kGeneric && !features_.genericStores) return AddGeneric(body, array);
+    const bool append = array->type != kGeneric && OneIn(3);
+    ExprPtr value = append ? MakeOf(element, 2) : nullptr;
+    if (!element.IsScalar() && !features_.aggregates) value = nullptr;
+    if (value) {
+      body.push_back(MakeAssign(array, "<<=", value));
+    } else {
+      body.push_back(MakeAssign(array, OneIn(4) ? "-=" : "+=", Number(1 + Below(3))));
+    }
+  }
+
+  void AddGeneric(std::vector<Statement>& body, const ExprPtr& array) {
+    const ExprPtr source = FindPlace(Plain(AnyKind()).Array());
+    if (source) body.push_back(MakeAssign(array, "=", source));
+    if (features_.genericStores && OneIn(3))
+      body.push_back(MakeAssign(array, "<<=", Make(AnyKind(), 1)));
+    const ExprPtr element = MakeExpr(Expr::Form::Element, kNoType, "", {array, Index(false)});
+    if (features_.genericStores && OneIn(3))
+      body.push_back(MakeAssign(element, "=", Make(AnyKind(), 1)));
+    body.push_back(MakePrint("generic ", element));
+  }
+
+  /// Prints all that is in a variable.
+  void AddShow(std::vector<Statement>& body, const ExprPtr& place) {
+    const Type type = place->type;
+    if (type.IsScalar()) {
+      body.push_back(MakePrint("= ", place));
+    } else if (type.array) {
+      const ExprPtr size = MakeCall("ArrayGetSize", Plain(Kind::Int), {place});
+      if (type == kGeneric || OneIn(2)) return body.push_back(MakePrint("size ", size));
+      const std::string counter = "n" + std::to_string(++names_);
+      body.push_back(MakeDeclare(counter, Plain(Kind::Int)));
+      Statement loop{Statement::Form::Loop, {}, counter, size, nullptr, {}, {}, true};
+      AddShow(loop.body, MakeExpr(Expr::Form::Element, type.Element(), "",
+                                  {place, MakeName(counter, Plain(Kind::Int))}));
+      body.push_back(std::move(loop));
+    } else {
+      for (const Named& member : program_.structures[type.structure].members)
+        AddShow(body, MakeExpr(Expr::Form::Member, member.type, member.name, {place}));
+    }
+  }
+
+  // --- one meaning along different roads ---
+
+  struct Slot {
+    ExprPtr name;
+    ExprPtr value;  // null for a double, whose value is that of a float
+    Scalar initial;
+  };
+
+  static ExprPtr Replace(const ExprPtr& expr, const std::function<ExprPtr(const Expr&)>& other) {
+    if (ExprPtr replaced = other(*expr)) return replaced;
+    if (expr->args.empty()) return expr;
+    Expr copy = *expr;
+    for (ExprPtr& arg : copy.args) arg = Replace(arg, other);
+    return std::make_shared<const Expr>(std::move(copy));
+  }
+
+  /// Computes one expression of a few values, which each time lie somewhere else.
+  void AddRoads(std::vector<Statement>& body) {
+    const std::string base = "r" + std::to_string(++names_);
+    std::vector<ExprPtr> slots;
+    std::vector<ExprPtr> values;
+    const size_t count = 2 + Below(3);
+    for (size_t i = 0; i < count; ++i) {
+      const Kind kind = AnyKind();
+      slots.push_back(MakeName("?" + std::to_string(i), Plain(kind)));
+      values.push_back(Literal(kind == Kind::Double ? Kind::Float : kind));
+    }
+    divisions_ = features_.anyDivision;
+    slots_ = &slots;
+    Kind kind = AnyKind();
+    if (kind == Kind::EString) kind = Kind::String;
+    const ExprPtr expr = Make(kind, 4);
+    slots_ = nullptr;
+    divisions_ = false;
+    const size_t roads = 2 + Below(4);
+    for (size_t i = 0; i < roads; ++i) AddRoad(body, base + "x" + std::to_string(i), expr, values);
+  }
+
+  void AddRoad(std::vector<Statement>& body, const std::string& prefix, const ExprPtr& expr,
+               const std::vector<ExprPtr>& values) {
+    Procedure procedure{"Road" + prefix, expr->type, {}, {}};
+    std::vector<ExprPtr> args;
+    const bool inside = OneIn(3);
+    const auto replaced = Replace(expr, [&](const Expr& each) -> ExprPtr {
+      if (each.form != Expr::Form::Name || each.text[0] != '?') return nullptr;
+      const size_t slot = std::stoul(each.text.substr(1));
+      const std::string name = prefix + "v" + std::to_string(slot);
+      const ExprPtr value = values[slot];
+      const bool exact = value->type.kind == each.type.kind;
+      const bool literal = each.type.kind != Kind::Float || features_.doubleLiterals;
+      if (exact && literal && OneIn(5)) return value;
+      if (inside) {
+        const auto same = [&](const Parameter& known) { return known.name == name; };
+        if (std::none_of(procedure.parameters.begin(), procedure.parameters.end(), same)) {
+          Parameter parameter;
+          parameter.name = name;
+          parameter.type = each.type;
+          parameter.reference = OneIn(2);
+          args.push_back(parameter.reference ? AddHome(body, prefix + "a" + std::to_string(slot),
+                                                       each.type, value, features_.partReferences)
+                                             : AddHome(body, prefix + "a" + std::to_string(slot),
+                                                       each.type, value, true));
+          procedure.parameters.push_back(parameter);
+        }
+        return MakeName(name, each.type);
+      }
+      return AddHome(body, prefix + "h" + std::to_string(names_++), each.type, value, true);
+    });
+    const Kind kind = expr->type.kind;
+    ExprPtr value = replaced;
+    if (inside) {
+      procedure.body.push_back(Statement{Statement::Form::Return, {}, {}, {}, replaced, {}, {}});
+      program_.procedures.push_back(procedure);
+      value = MakeCall(procedure.name, procedure.result, args);
+    } else if (features_.evaluated && OneIn(4)) {
+      value = MakeExpr(Expr::Form::Evaluated, expr->type, std::string("StrEvalAs") + EvalName(kind),
+                       {replaced});
+    }
+    if (kind == Kind::Bool && OneIn(3)) {
+      Statement branch{Statement::Form::If, {}, {}, {}, value, {}, {}};
+      branch.body.push_back(MakePrint("road ", MakeLiteral(Scalar::Whole(kind, 1))));
+      branch.other.push_back(MakePrint("road ", MakeLiteral(Scalar::Whole(kind, 0))));
+      body.push_back(std::move(branch));
+    } else if (OneIn(2)) {
+      const std::string name = prefix + "result";
+      body.push_back(MakeDeclare(name, expr->type));
+      body.push_back(MakeAssign(MakeName(name, expr->type), "=", value));
+      body.push_back(MakePrint("road ", MakeName(name, expr->type)));
+    } else {
+      body.push_back(MakePrint("road ", value));
+    }
+  }
+
+  static std::string EvalName(Kind kind) {
+    constexpr std::string_view kNames[] = {"",      "Boolean", "Char",   "Integer",
+                                           "Float", "Double",  "String", "String"};
+    return std::string(kNames[static_cast<size_t>(kind)]);
+  }
+
+  /// Puts the value into a new variable, element or member.
+  ExprPtr AddHome(std::vector<Statement>& body, const std::string& name, Type type,
+                  const ExprPtr& value, bool parts) {
+    ExprPtr place = MakeName(name, type);
+    const size_t pick = parts ? Below(4) : 0;
+    if (pick == 1) {
+      program_.globals.push_back({{name, type}, Global::Scope::Plain, nullptr});
+    } else if (pick == 2) {
+      body.push_back(MakeDeclare(name, type.Array()));
+      const ExprPtr array = MakeName(name, type.Array());
+      body.push_back(MakeAssign(array, "+=", MakeLiteral(Scalar::Whole(Kind::Int, 3))));
+      place = MakeExpr(Expr::Form::Element, type, "",
+                       {array, MakeLiteral(Scalar::Whole(Kind::Int, 2))});
+    } else if (pick == 3) {
+      const int index = static_cast<int>(program_.structures.size());
+      program_.structures.push_back({"T" + name, {{"m1", Plain(Kind::String)}, {"m2", type}}});
+      body.push_back(MakeDeclare(name, {Kind::Struct, false, index}));
+      place =
+          MakeExpr(Expr::Form::Member, type, "m2", {MakeName(name, {Kind::Struct, false, index})});
+    } else {
+      body.push_back(MakeDeclare(name, type));
+    }
+    body.push_back(MakeAssign(place, "=", value));
+    return place;
+  }
+
+  std::mt19937_64 random_;
+  const Features& features_;
+  Program program_;
+  std::vector<Named> globals_, constants_, locals_;
+  std::vector<std::string> counters_;
+  std::set<std::string> hidden_;
+  Named focus_;  // what most of the program is about
+  std::vector<size_t> callable_;
+  const std::vector<ExprPtr>* slots_ = nullptr;
+  bool divisions_ = false;
+  bool pure_ = false;
+  int names_ = 0;
+  int indexes_ = 0;
+  int calls_ = 0;
+};
+
+}  // namespace
+
+Features Features::Sound() {
+  Features features;
+  features.anyDivision = false;
+  features.runTimeTypes = false;
+  features.genericStores = false;
+  features.absentLocals = false;
+  features.exports = false;
+  features.partReferences = false;
+  features.handlers = false;
+  features.targetCalls = false;
+  features.realLogic = false;
+  return features;
+}
+
+bool Features::Set(const std::string& name, bool on) {
+  const std::pair<const char*, bool Features::*> kAll[] = {
+      {"anyDivision", &Features::anyDivision},       {"doubleLiterals", &Features::doubleLiterals},
+      {"runTimeTypes", &Features::runTimeTypes},     {"genericStores", &Features::genericStores},
+      {"absentLocals", &Features::absentLocals},     {"exports", &Features::exports},
+      {"partReferences", &Features::partReferences}, {"handlers", &Features::handlers},
+      {"failingCalls", &Features::failingCalls},     {"bounds", &Features::bounds},
+      {"targetCalls", &Features::targetCalls},       {"evaluated", &Features::evaluated},
+      {"aggregates", &Features::aggregates},         {"realLogic", &Features::realLogic}};
+  bool known = false;
+  for (const auto& [feature, member] : kAll) {
+    if (name != feature && name != "all") continue;
+    this->*member = on;
+    known = true;
+  }
+  return known;
+}
+
+Program Grow(uint64_t seed, const Features& features) { return Grower(seed, features).Grown(); }
+
+}  // namespace generator
