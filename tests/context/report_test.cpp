@@ -120,6 +120,13 @@ TEST_F(Reports, OnceForAFatalErrorHoweverDeep) {
 
 class Policies : public Reports {};
 
+TEST_F(Policies, InlineLeavesNoErrorBehind) {
+  EXPECT_EQ(Run("int i\nErrHandler = INLINE_HANDLER\ni = 1 / 0\n"), 1);
+  EXPECT_EQ(context_.GetContextError(), 0);
+  EXPECT_EQ(IntegerOf("ErrCode"), ERR_DIVIDEBYZERO);
+  EXPECT_TRUE(told_.empty());
+}
+
 TEST_F(Policies, ALocalWinsWhileItsProcedureRuns) {
   const char* script =
       "proc careful()\nstring ErrHandler\nint i\nErrHandler = INLINE_HANDLER\ni = 1 / 0\n"
