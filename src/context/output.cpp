@@ -188,6 +188,8 @@ void TamberContext::SetReportSink(bool (*sink)(const KelString&, std::string_vie
   State().output.reportUser = user;
 }
 
+void TamberContext::SetCodeVerification(bool verify) { State().run.verifiesCode = verify; }
+
 void TamberContext::SetProcedureTrace(bool trace) { State().run.procedureTrace = trace ? 1 : 0; }
 void TamberContext::SetStatementDump(bool dump) { State().config.dumpStatements = dump ? 1 : 0; }
 

@@ -149,6 +149,8 @@ void TamberContext::SetIniPath(const KelString& path) {
     state.config.iniPath = path;
     const IniFile ini(path);
     state.run.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
+    state.run.verifiesCode =
+        ini.ReadInteger("TamberConfig", "VerifyCode", state.run.verifiesCode) != 0;
     state.config.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
     state.config.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
     state.run.dumpsLocals = false;

@@ -93,6 +93,7 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->config.ownLogFile = from.config.ownLogFile;
   state_->config.iniPath = from.config.iniPath;
   state_->run.procedureTrace = from.run.procedureTrace;
+  state_->run.verifiesCode = from.run.verifiesCode;
   state_->config.compileOnly = from.config.compileOnly;
   state_->config.dumpStatements = from.config.dumpStatements;
   state_->run.dumpsLocals = from.run.dumpsLocals;
@@ -114,6 +115,7 @@ TamberContext& TamberContext::operator=(const TamberContext& other) {
   const ContextState& from = *other.state_;
   state_->config.iniPath = from.config.iniPath;
   state_->run.procedureTrace = from.run.procedureTrace;
+  state_->run.verifiesCode = from.run.verifiesCode;
   state_->config.compileOnly = from.config.compileOnly;
   state_->config.dumpStatements = from.config.dumpStatements;
   state_->run.dumpsLocals = from.run.dumpsLocals;

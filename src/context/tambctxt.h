@@ -212,6 +212,11 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// written where the INI routes it. Null: nobody.
   void SetReportSink(bool (*sink)(const KelString& section, std::string_view text, void* user),
                      void* user);
+  /// Whether code is verified before it first runs: that every instruction finds what it assumes,
+  /// on every way through. Costs about as much as making the code. Code that fails is error 20101
+  /// and does not run. Off by default, but on in builds for debugging; the INI's `VerifyCode` in
+  /// the section `TamberConfig` says so too. Not thread-safe, like all of the context.
+  void SetCodeVerification(bool verify);
   /// Switches as the INI's `ProcedureTrace` and `DumpStatements`; SetIniPath reads those anew.
   void SetProcedureTrace(bool trace);
   void SetStatementDump(bool dump);

@@ -140,10 +140,10 @@ constexpr Kind Promoted(Kind left, Kind right) {
   return tamber::IsNumeric(left) && tamber::IsNumeric(right) ? std::max(left, right) : Kind::None;
 }
 
+/// Reals come this far only when the run alone knows the types; they are read as integers.
 constexpr Kind IntegralKind(Kind left, Kind right) {
-  const Kind wide = Promoted(left, right);
-  if (wide > Kind::Int) return Kind::None;  // no bits of a float
-  return wide == Kind::Bool ? Kind::Char : wide;
+  if (Promoted(left, right) == Kind::None) return Kind::None;
+  return left == Kind::Int || right == Kind::Int ? Kind::Int : Kind::Char;
 }
 
 constexpr Kind ComparisonKind(Kind left, Kind right) {
@@ -170,7 +170,7 @@ constexpr Kind UnaryKind(TamberOperators::Operator_e code, Kind operand) {
     case TamberOperators::OP_NOT:
       return Kind::Bool;
     default:
-      return operand <= Kind::Int ? Kind::Int : Kind::None;
+      return Kind::Int;
   }
 }
 

@@ -52,10 +52,7 @@ Operand ExpressionFunction::LowerNode(tamber::CodeBuilder& builder) const {
   uint16_t reg = builder.NewTemp();
   builder.Emit(Op::CallN, reg, builder.SiteIndex(std::move(site)));
   bool same = kind == type->GetKind();
-  Operand value =
-      builder.InReg(kind, reg, same ? type : tamber::TypeDesc::Of(kind), tamber::IsManaged(kind));
-  if (value.owned) builder.Own(reg, kind);
-  return value;
+  return builder.InReg(kind, reg, same ? type : tamber::TypeDesc::Of(kind));
 }
 
 void ExpressionFunction::Dump(KelString& out) const {

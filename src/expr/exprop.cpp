@@ -66,21 +66,7 @@ Kind Widest(Kind left, Kind right) {
 }
 
 Operand BoolOperand(CodeBuilder& b, uint16_t reg) {
-  return b.InReg(Kind::Bool, reg, TypeDesc::Of(Kind::Bool), false);
-}
-
-/// True, as 0 or 1 in an integer register.
-Operand ToTruth(CodeBuilder& b, const Operand& operand) {
-  if (operand.kind == Kind::Bool) return operand;
-  if (operand.place == Operand::Place::Imm)
-    return CodeBuilder::Immediate(Kind::Bool, operand.imm != 0);
-  Op op = operand.kind == Kind::Float    ? Op::F2B
-          : operand.kind == Kind::Double ? Op::D2B
-                                         : Op::ToBool;
-  Operand source = b.ToReg(operand);
-  uint16_t reg = b.NewTemp();
-  b.Emit(op, reg, source.reg);
-  return BoolOperand(b, reg);
+  return b.InReg(Kind::Bool, reg, TypeDesc::Of(Kind::Bool));
 }
 
 /// A fresh register at the place where the operands' temporaries began.
@@ -96,8 +82,7 @@ Operand LowerGeneric(CodeBuilder& b, int32_t index, const Operand& left, const O
   if (right != nullptr) b.Push(*right);
   uint16_t reg = ResultAt(b, mark);
   b.Emit(Op::Exec, reg, static_cast<uint32_t>(index));
-  b.Own(reg, Kind::Any);
-  return b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
+  return b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
 }
 
 /// Text kinds that "+" joins to a string.
@@ -118,18 +103,17 @@ Operand LowerJoin(CodeBuilder& b, uint32_t mark, const Operand& leftIn, const Op
   Operand right = rightIn.kind == Kind::String ? rightIn : AsText(b, rightIn);
   right = b.ToReg(right);
   Operand text = left;
-  if (!left.owned) {
+  if (!b.Owns(left)) {
     left = b.ToReg(left);
-    bool both = left.kind == Kind::String && right.kind == Kind::String;
-    uint16_t reg = b.NewTemp();
+    const bool both = left.kind == Kind::String && right.kind == Kind::String;
+    const uint16_t reg = b.NewTemp();
     if (both)
       b.Emit(Op::Concat, reg, left.reg, right.reg);
     else if (left.kind == Kind::String)
       b.Emit(Op::CopyO, reg, left.reg, static_cast<uint32_t>(Kind::String));
     else
       b.Emit(Op::Text, reg, left.reg, static_cast<uint32_t>(left.kind));
-    b.Own(reg, Kind::String);
-    text = b.InReg(Kind::String, reg, TypeDesc::Of(Kind::String), true);
+    text = b.InReg(Kind::String, reg, TypeDesc::Of(Kind::String));
     if (both) {
       b.Free(right);
       right.place = Operand::Place::None;
@@ -142,7 +126,7 @@ Operand LowerJoin(CodeBuilder& b, uint32_t mark, const Operand& leftIn, const Op
       b.Emit(Op::AppendT, text.reg, right.reg, static_cast<uint32_t>(right.kind));
     b.Free(right);
   }
-  uint16_t reg = ResultAt(b, mark);
+  const uint16_t reg = ResultAt(b, mark);
   b.MoveInto(reg, text);
   text.reg = reg;
   return text;
@@ -192,7 +176,7 @@ Operand LowerInts(CodeBuilder& b, Ops::Operator_e code, uint32_t mark, const Ope
     b.Emit(ops.ints, reg, l.reg, r.reg);
   }
   if (kind != Kind::Int) b.Emit(Op::ToChar, reg, reg);
-  return b.InReg(kind, reg, TypeDesc::Of(kind), false);
+  return b.InReg(kind, reg, TypeDesc::Of(kind));
 }
 
 Operand LowerReals(CodeBuilder& b, Ops::Operator_e code, uint32_t mark, const Operand& left,
@@ -205,12 +189,12 @@ Operand LowerReals(CodeBuilder& b, Ops::Operator_e code, uint32_t mark, const Op
   if (constant) {
     uint16_t reg = ResultAt(b, mark);
     b.Emit(ops.doubleConstant, reg, l.reg, r.index);
-    return b.InReg(kind, reg, TypeDesc::Of(kind), false);
+    return b.InReg(kind, reg, TypeDesc::Of(kind));
   }
   r = b.ToReg(r);
   uint16_t reg = ResultAt(b, mark);
   b.Emit(kind == Kind::Double ? ops.doubles : ops.floats, reg, l.reg, r.reg);
-  return b.InReg(kind, reg, TypeDesc::Of(kind), false);
+  return b.InReg(kind, reg, TypeDesc::Of(kind));
 }
 
 /// Both operands as the doubles or integers that a comparison works on. Floats are compared as the
@@ -267,7 +251,7 @@ Operand LowerTextComparison(CodeBuilder& b, Ops::Operator_e code, uint32_t mark,
   b.Emit(code == Ops::OP_EQUAL ? Op::SEq : equality ? Op::SNe : Op::SCmp, order, l.reg, r.reg);
   b.Free(r);
   b.Free(l);
-  uint16_t reg = ResultAt(b, mark);
+  const uint16_t reg = ResultAt(b, mark);
   if (equality)
     b.Emit(Op::Mov, reg, order);
   else
@@ -307,7 +291,7 @@ Operand ExpressionOperator::LowerUnary(CodeBuilder& b) const {
   Operand operand = GetChild(0)->Lower(b);
   if (operand.kind == Kind::Any) return LowerGeneric(b, index_, operand, nullptr, mark);
   if (code_ == Ops::OP_NOT) {
-    Operand truth = ToTruth(b, operand);
+    Operand truth = b.ToTruth(operand);
     if (truth.place == Operand::Place::Imm) return CodeBuilder::Immediate(Kind::Bool, !truth.imm);
     uint16_t reg = ResultAt(b, mark);
     b.Emit(Op::LNot, reg, truth.reg);
@@ -317,7 +301,7 @@ Operand ExpressionOperator::LowerUnary(CodeBuilder& b) const {
     Operand source = b.ToReg(operand);
     uint16_t reg = ResultAt(b, mark);
     b.Emit(operand.kind == Kind::Float ? Op::NegF : Op::NegD, reg, source.reg);
-    return b.InReg(operand.kind, reg, operand.type, false);
+    return b.InReg(operand.kind, reg, operand.type);
   }
   bool negate = code_ == Ops::OP_NEGATE;
   Kind kind = negate && operand.kind == Kind::Char ? Kind::Char : Kind::Int;
@@ -329,13 +313,11 @@ Operand ExpressionOperator::LowerUnary(CodeBuilder& b) const {
   uint16_t reg = ResultAt(b, mark);
   b.Emit(negate ? Op::NegI : Op::NotI, reg, source.reg);
   if (kind == Kind::Char) b.Emit(Op::ToChar, reg, reg);
-  return b.InReg(kind, reg, TypeDesc::Of(kind), false);
+  return b.InReg(kind, reg, TypeDesc::Of(kind));
 }
 
-Operand ExpressionOperator::LowerBinary(CodeBuilder& b, uint32_t mark, Operand left) const {
-  const ExpressionBase& rightNode = *GetChild(1);
-  if (rightNode.IsImpure()) left = b.Stabilise(left);
-  Operand right = rightNode.Lower(b);
+Operand ExpressionOperator::LowerBinary(CodeBuilder& b, uint32_t mark, const Operand& left) const {
+  const Operand right = GetChild(1)->Lower(b);
   if (left.kind == Kind::Any || right.kind == Kind::Any)
     return LowerGeneric(b, index_, left, &right, mark);
   if (left.kind == Kind::String || right.kind == Kind::String) {
@@ -346,8 +328,8 @@ Operand ExpressionOperator::LowerBinary(CodeBuilder& b, uint32_t mark, Operand l
   }
   if (IsComparison(code_)) return LowerComparison(b, code_, mark, left, right);
   if (IsLogical(code_)) {
-    Operand l = b.ToReg(ToTruth(b, left));
-    Operand r = b.ToReg(ToTruth(b, right));
+    Operand l = b.ToReg(b.ToTruth(left));
+    Operand r = b.ToReg(b.ToTruth(right));
     uint16_t reg = ResultAt(b, mark);
     b.Emit(code_ == Ops::OP_AND ? Op::AndI : Op::OrI, reg, l.reg, r.reg);
     return BoolOperand(b, reg);
@@ -365,19 +347,17 @@ Operand ExpressionOperator::LowerBinary(CodeBuilder& b, uint32_t mark, Operand l
   }
 }
 
-Operand ExpressionOperator::LowerSelector(CodeBuilder& b, const Operand& leftIn) const {
+Operand ExpressionOperator::LowerSelector(CodeBuilder& b, uint32_t mark,
+                                          const Operand& left) const {
   // Selecting from a result: through variables, so that any shape of value will do.
-  uint32_t mark = b.Mark();
-  Operand left = leftIn;
   b.Push(left);
   if (code_ == Ops::OP_STRUCTMEMBER)
     b.Push(b.TextConstant(memberName_.View()));
   else
     b.Push(GetChild(1)->Lower(b));
-  uint16_t reg = ResultAt(b, left.place == Operand::Place::Reg && left.owned ? mark - 1 : mark);
+  const uint16_t reg = ResultAt(b, mark);
   b.Emit(Op::Exec, reg, static_cast<uint32_t>(index_));
-  b.Own(reg, Kind::Any);
-  Operand any = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
+  const Operand any = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
   if (Type()->GetKind() == Kind::Any) return any;
   const TypeDesc& type = Type()->GetKind() == Kind::EString ? *TypeDesc::Of(Kind::String) : *Type();
   return *b.Convert(any, type);
@@ -399,7 +379,7 @@ Operand ExpressionOperator::LowerNode(CodeBuilder& b) const {
   Operand value = bottom->Lower(b);
   for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
     const tamber::SourceMark source(b, (*node)->SourceOffset());
-    value = (*node)->IsSelector() ? (*node)->LowerSelector(b, value)
+    value = (*node)->IsSelector() ? (*node)->LowerSelector(b, mark, value)
                                   : (*node)->LowerBinary(b, mark, value);
   }
   return value;
@@ -510,6 +490,9 @@ void EmitCompareJump(CodeBuilder& b, Ops::Operator_e code, bool jumpWhen, const 
   b.EmitJump(sides.doubles ? jump.doubles : jump.ints, l.reg, r.reg, target);
 }
 
+void LowerTest(CodeBuilder& b, const ExpressionBase& expression, Label& target, bool jumpWhen,
+               bool asTruth);
+
 /// Both sides of && and || are evaluated before the operator; that the right one is left out when
 /// the left one decides shows nowhere if it could only have computed.
 bool LowerLogicalCondition(CodeBuilder& b, const ExpressionOperator& op, Label& target,
@@ -528,9 +511,9 @@ bool LowerLogicalCondition(CodeBuilder& b, const ExpressionOperator& op, Label& 
   bool eachJumps = isAnd != jumpWhen;
   Label decided;
   Label& early = eachJumps ? target : decided;
-  LowerCondition(b, *first, early, !isAnd);
-  for (size_t i = rights.size(); i-- > 1;) LowerCondition(b, *rights[i], early, !isAnd);
-  LowerCondition(b, *rights[0], target, jumpWhen);
+  LowerTest(b, *first, early, !isAnd, true);
+  for (size_t i = rights.size(); i-- > 1;) LowerTest(b, *rights[i], early, !isAnd, true);
+  LowerTest(b, *rights[0], target, jumpWhen, true);
   if (!eachJumps) b.Bind(decided);
   return true;
 }
@@ -544,6 +527,48 @@ bool ComparesNumbers(const ExpressionOperator& op) {
   return true;
 }
 
+/// Tests an expression as a jump does, which reads it as an integer, or as an operand of a logical
+/// operator (`asTruth`), for which 0.5 is not 0.
+void LowerTest(CodeBuilder& b, const ExpressionBase& expression, Label& target, bool jumpWhen,
+               bool asTruth) {
+  const uint32_t mark = b.Mark();
+  const ExpressionBase& node = Unwrap(expression);
+  const SourceMark source(b, node.SourceOffset());
+  if (node.GetKind() == EXPRESSION_OPERATOR) {
+    const auto& op = static_cast<const ExpressionOperator&>(node);
+    if (op.GetOperator() == Ops::OP_NOT) {
+      const Kind kind = op.GetChild(0)->Type()->GetKind();
+      if (kind >= Kind::Bool && kind <= Kind::Int) {
+        LowerTest(b, *op.GetChild(0), target, !jumpWhen, true);
+        return;
+      }
+    }
+    if (IsLogical(op.GetOperator()) && LowerLogicalCondition(b, op, target, jumpWhen)) return;
+    if (IsComparison(op.GetOperator()) && ComparesNumbers(op) && !b.WideJumps()) {
+      const Operand left = op.GetChild(0)->Lower(b);
+      const Operand right = op.GetChild(1)->Lower(b);
+      if (left.kind != Kind::Any && right.kind != Kind::Any) {
+        EmitCompareJump(b, op.GetOperator(), jumpWhen, left, right, target);
+      } else {
+        const Operand value =
+            b.ToReg(b.ToCondition(LowerGeneric(b, op.GetOperatorIndex(), left, &right, mark)));
+        b.EmitJump(jumpWhen ? Op::JT : Op::JF, value.reg, 0, target);
+      }
+      b.Reset(mark);
+      return;
+    }
+  }
+  const Operand operand = expression.Lower(b);
+  Operand value = asTruth ? b.ToTruth(operand) : b.ToCondition(operand);
+  if (value.place == Operand::Place::Imm) {
+    if ((value.imm != 0) == jumpWhen) b.Jump(target);
+  } else {
+    value = b.ToReg(value);
+    b.EmitJump(jumpWhen ? Op::JT : Op::JF, value.reg, 0, target);
+  }
+  b.Reset(mark);
+}
+
 }  // namespace
 
 bool CanBeSkipped(const CodeBuilder& b, const ExpressionBase& expression) {
@@ -552,38 +577,7 @@ bool CanBeSkipped(const CodeBuilder& b, const ExpressionBase& expression) {
 
 void LowerCondition(CodeBuilder& b, const ExpressionBase& expression, Label& target,
                     bool jumpWhen) {
-  uint32_t mark = b.Mark();
-  const ExpressionBase& node = Unwrap(expression);
-  const SourceMark source(b, node.SourceOffset());
-  if (node.GetKind() == EXPRESSION_OPERATOR) {
-    const auto& op = static_cast<const ExpressionOperator&>(node);
-    if (op.GetOperator() == Ops::OP_NOT && op.GetChild(0)->Type()->GetKind() <= Kind::Int) {
-      LowerCondition(b, *op.GetChild(0), target, !jumpWhen);
-      return;
-    }
-    if (IsLogical(op.GetOperator()) && LowerLogicalCondition(b, op, target, jumpWhen)) return;
-    if (IsComparison(op.GetOperator()) && ComparesNumbers(op) && !b.WideJumps()) {
-      Operand left = op.GetChild(0)->Lower(b);
-      Operand right = op.GetChild(1)->Lower(b);
-      if (left.kind != Kind::Any && right.kind != Kind::Any) {
-        EmitCompareJump(b, op.GetOperator(), jumpWhen, left, right, target);
-      } else {
-        Operand value =
-            b.ToReg(b.ToCondition(LowerGeneric(b, op.GetOperatorIndex(), left, &right, mark)));
-        b.EmitJump(jumpWhen ? Op::JT : Op::JF, value.reg, 0, target);
-      }
-      b.Reset(mark);
-      return;
-    }
-  }
-  Operand value = b.ToCondition(expression.Lower(b));
-  if (value.place == Operand::Place::Imm) {
-    if ((value.imm != 0) == jumpWhen) b.Jump(target);
-  } else {
-    value = b.ToReg(value);
-    b.EmitJump(jumpWhen ? Op::JT : Op::JF, value.reg, 0, target);
-  }
-  b.Reset(mark);
+  LowerTest(b, expression, target, jumpWhen, false);
 }
 
 }  // namespace tamber

@@ -28,9 +28,10 @@ class ExpressionOperator final : public ExpressionBase {
  private:
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   tamber::Operand LowerUnary(tamber::CodeBuilder& builder) const;
-  tamber::Operand LowerSelector(tamber::CodeBuilder& builder, const tamber::Operand& left) const;
+  tamber::Operand LowerSelector(tamber::CodeBuilder& builder, uint32_t mark,
+                                const tamber::Operand& left) const;
   tamber::Operand LowerBinary(tamber::CodeBuilder& builder, uint32_t mark,
-                              tamber::Operand left) const;
+                              const tamber::Operand& left) const;
 
   TamberOperators::Operator_e code_;
   int32_t index_;

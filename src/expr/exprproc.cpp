@@ -1,5 +1,7 @@
 #include "expr/exprproc.h"
 
+#include <algorithm>
+
 #include "expr/exprvar.h"
 #include "machine/callable.h"
 #include "machine/codebuilder.h"
@@ -27,7 +29,7 @@ Operand ExpressionProcedure::LowerNode(tamber::CodeBuilder& builder) const {
     if (parameter.isReference) {
       const auto& variable = static_cast<const ExpressionVariable&>(*GetChild(i));
       builder.MoveInto(reg, variable.LowerReference(builder));
-      if (!tamber::HasLayoutOf(*variable.Type(), *parameter.type) || variable.IsDynamic(builder))
+      if (!variable.IsOwnLocal(builder) || !tamber::HasLayoutOf(*variable.Type(), *parameter.type))
         builder.Emit(tamber::Op::ChkRef, reg, builder.TypeIndex(parameter.type));
       continue;
     }
@@ -39,23 +41,19 @@ Operand ExpressionProcedure::LowerNode(tamber::CodeBuilder& builder) const {
       builder.EmitFail(ERR_ASSIGNMISMATCH, procedure_->GetName().View());
       continue;
     }
-    builder.MoveInto(reg, builder.Stabilise(*value));
+    builder.MoveInto(reg, *value);
   }
   builder.Reset(base);
   uint16_t result = builder.NewTemp();
-  builder.Reset(base + count);
-  for (uint32_t i = 0; i < count; ++i) builder.Disown(static_cast<uint16_t>(base + i));
+  // The result takes the place of the first argument, or a new one.
+  builder.Reset(base + std::max(count, 1U));
   builder.Emit(tamber::Op::Call, result, builder.ProcedureIndex(procedure_));
   builder.Reset(base + 1);
   const tamber::TypeRef& type = procedure_->ReturnType();
   if (!type) return Operand();
   // An enciphered string comes back as its text.
   Kind kind = type->GetKind() == Kind::EString ? Kind::String : type->GetKind();
-  Operand value =
-      builder.InReg(kind, result, kind == type->GetKind() ? type : tamber::TypeDesc::Of(kind),
-                    tamber::IsManaged(kind));
-  if (value.owned) builder.Own(result, kind);
-  return value;
+  return builder.InReg(kind, result, kind == type->GetKind() ? type : tamber::TypeDesc::Of(kind));
 }
 
 void ExpressionProcedure::Dump(KelString& out) const {

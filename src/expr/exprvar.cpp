@@ -26,14 +26,11 @@ bool IsFourBytes(Kind kind) { return kind == Kind::Int || kind == Kind::Float; }
 Operand Selected(CodeBuilder& b, uint16_t reg, const tamber::TypeRef& type) {
   if (type->GetKind() == Kind::EString) {
     const tamber::TypeRef& text = TypeDesc::Of(Kind::String);
-    uint16_t plain = b.NewTemp();
+    const uint16_t plain = b.NewTemp();
     b.Emit(Op::LdVar, plain, reg, b.TypeIndex(text));
-    b.Own(plain, Kind::String);
-    return b.InReg(Kind::String, plain, text, true);
+    return b.InReg(Kind::String, plain, text);
   }
-  Operand value = b.InReg(type->GetKind(), reg, type, false);
-  value.unstable = tamber::IsManaged(value.kind);
-  return value;
+  return b.InReg(type->GetKind(), reg, type);
 }
 
 }  // namespace
@@ -59,6 +56,10 @@ bool ExpressionVariable::IsDynamic(const CodeBuilder& b) const {
   // The last step alone may lead to a value of unknown type.
   return std::any_of(selectors_.begin(), selectors_.end(),
                      [](const Selector& s) { return s.from->GetKind() == Kind::Any; });
+}
+
+bool ExpressionVariable::IsOwnLocal(const CodeBuilder& b) const {
+  return IsSimple() && variable_.slot >= 0 && !b.IsDynamic(variable_);
 }
 
 size_t ExpressionVariable::IndexesBefore(size_t selector) const {
@@ -92,8 +93,7 @@ Operand ExpressionVariable::ReadDynamic(CodeBuilder& b, Operand from, const Inde
     uint16_t reg = b.NewTemp();
     auto code = step.isIndex ? TamberOperators::OP_ARRAYINDEX : TamberOperators::OP_STRUCTMEMBER;
     b.Emit(Op::Exec, reg, static_cast<uint32_t>(TamberOperators::GetOperatorIndex(code)));
-    b.Own(reg, Kind::Any);
-    from = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
+    from = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
   }
   return from;
 }
@@ -113,8 +113,7 @@ Operand ExpressionVariable::Read(CodeBuilder& b, const Indexes& indexes, size_t 
       b.Emit(Op::SGet, reg, value.reg, static_cast<uint32_t>(step.member));
     } else if (kind == Kind::Any) {
       b.Emit(Op::AGetA, reg, value.reg, indexes[index++].reg);
-      b.Own(reg, Kind::Any);
-      value = b.InReg(Kind::Any, reg, step.to, true);
+      value = b.InReg(Kind::Any, reg, step.to);
       continue;
     } else {
       Op op = IsOneByte(kind) ? Op::AGet8 : IsFourBytes(kind) ? Op::AGet32 : Op::AGet64;
@@ -140,9 +139,8 @@ Operand ExpressionVariable::LowerNode(CodeBuilder& b) const {
   return value;
 }
 
-uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes, size_t count,
-                                          Through through) const {
-  const bool objects = through == Through::Objects;
+uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes,
+                                          size_t count) const {
   const tamber::SourceMark whole(b, SourceOffset());
   uint16_t reg = b.LoadAddress(variable_);
   size_t index = 0;
@@ -150,9 +148,9 @@ uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes
     const Selector& step = selectors_[i];
     const tamber::SourceMark source(b, step.sourceOffset);
     if (step.isIndex)
-      b.Emit(objects ? Op::PinE : Op::LeaE, reg, reg, indexes[index++].reg);
+      b.Emit(Op::LeaE, reg, reg, indexes[index++].reg);
     else
-      b.Emit(objects ? Op::PinM : Op::LeaM, reg, reg, static_cast<uint32_t>(step.member));
+      b.Emit(Op::LeaM, reg, reg, static_cast<uint32_t>(step.member));
   }
   return reg;
 }
@@ -166,20 +164,33 @@ Operand ExpressionVariable::LowerReference(CodeBuilder& b) const {
 Operand ExpressionVariable::LowerReference(CodeBuilder& b, const Indexes& indexes) const {
   const tamber::SourceMark whole(b, SourceOffset());
   if (b.IsDynamic(variable_)) return ReadDynamic(b, b.LoadVariable(variable_), indexes, 0);
-  // Up to the first step whose result has no static type, then variable by variable.
-  size_t known = 0;
-  while (known < selectors_.size() && selectors_[known].from->GetKind() != Kind::Any) ++known;
-  uint16_t address = LowerAddress(b, indexes, known - 1, Through::Objects);
-  const Selector& last = selectors_[known - 1];
-  const tamber::SourceMark source(b, last.sourceOffset);
-  uint16_t reg = b.NewTemp();
-  if (last.isIndex)
-    b.Emit(Op::BoxE, reg, address, indexes[IndexesBefore(known - 1)].reg);
-  else
-    b.Emit(Op::BoxM, reg, address, static_cast<uint32_t>(last.member));
-  b.Own(reg, Kind::Any);
-  Operand variable = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
-  return ReadDynamic(b, variable, indexes, known);
+  // The objects of all levels are asked for, from the outermost in: a copy of the whole that is
+  // taken while one is held must find it. From the first step whose result has no static type on,
+  // the run looks what there is.
+  size_t i = 0;
+  Operand variable;
+  if (b.IsRegister(variable_)) {
+    const uint16_t address = b.LoadAddress(variable_);
+    const uint16_t reg = b.NewTemp();
+    const tamber::SourceMark source(b, selectors_[i].sourceOffset);
+    if (selectors_[i].isIndex)
+      b.Emit(Op::BoxE, reg, address, indexes[0].reg);
+    else
+      b.Emit(Op::BoxM, reg, address, static_cast<uint32_t>(selectors_[i].member));
+    variable = b.InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
+    ++i;
+  } else {
+    variable = b.LoadVariable(variable_);
+  }
+  for (; i < selectors_.size() && selectors_[i].from->GetKind() != Kind::Any; ++i) {
+    const Selector& step = selectors_[i];
+    const tamber::SourceMark source(b, step.sourceOffset);
+    if (step.isIndex)
+      b.Emit(Op::RefE, variable.reg, indexes[IndexesBefore(i)].reg);
+    else
+      b.Emit(Op::RefM, variable.reg, static_cast<uint32_t>(step.member), b.TypeIndex(step.from));
+  }
+  return ReadDynamic(b, variable, indexes, i);
 }
 
 void ExpressionVariable::LowerCheck(CodeBuilder& b, const Indexes& indexes) const {
@@ -209,21 +220,22 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
     b.EmitFail(ERR_ASSIGNMISMATCH, variable_.name.View());
     return;
   }
-  Operand source = b.ToReg(*converted);
-  if (kind == Kind::Struct || kind == Kind::Array) source = b.Independent(source);
-  size_t steps = selectors_.size() - 1;
-  bool inRegister = steps == 0 && last.isIndex && b.IsRegister(variable_) && source.IsScalar();
+  const Operand source = b.ToReg(*converted);
+  const bool owned = b.Owns(source);
+  const size_t steps = selectors_.size() - 1;
+  const bool inRegister =
+      steps == 0 && last.isIndex && b.IsRegister(variable_) && source.IsScalar();
   uint16_t target =
       inRegister ? static_cast<uint16_t>(variable_.slot) : LowerAddress(b, indexes, steps);
   const tamber::SourceMark at(b, last.sourceOffset);
   if (!last.isIndex) {
-    Op op = source.IsScalar() ? Op::SSetP : source.owned ? Op::SSetPT : Op::SSetPO;
+    Op op = source.IsScalar() ? Op::SSetP : owned ? Op::SSetPT : Op::SSetPO;
     b.Emit(op, target, static_cast<uint32_t>(last.member), source.reg);
   } else {
     uint32_t index = indexes[IndexesBefore(steps)].reg;
     Op op;
     if (!source.IsScalar())
-      op = source.owned ? Op::ASetPT : Op::ASetPO;
+      op = owned ? Op::ASetPT : Op::ASetPO;
     else if (IsOneByte(kind))
       op = inRegister ? Op::ASet8 : Op::ASetP8;
     else if (IsFourBytes(kind))
@@ -232,13 +244,10 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
       op = inRegister ? Op::ASet64 : Op::ASetP64;
     b.Emit(op, target, index, source.reg);
   }
-  if (source.owned) b.Disown(source.reg);
+  b.Free(source);
 }
 
-uint16_t ExpressionVariable::LowerArrayAddress(CodeBuilder& b) const {
-  const tamber::SourceMark source(b, SourceOffset());
-  if (IsSimple()) return b.LoadAddress(variable_);
-  Indexes indexes = LowerIndexes(b);
+uint16_t ExpressionVariable::LowerArrayAddress(CodeBuilder& b, const Indexes& indexes) const {
   return LowerAddress(b, indexes, selectors_.size());
 }
 

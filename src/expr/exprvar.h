@@ -40,17 +40,17 @@ class ExpressionVariable final : public ExpressionBase {
   void LowerStore(tamber::CodeBuilder& builder, const std::vector<tamber::Operand>& indexes,
                   const tamber::Operand& value) const;
   /// A register with the address of the cell of the array that this is.
-  uint16_t LowerArrayAddress(tamber::CodeBuilder& builder) const;
+  uint16_t LowerArrayAddress(tamber::CodeBuilder& builder,
+                             const std::vector<tamber::Operand>& indexes) const;
+  /// Whether it is a local of the procedure itself, so that its type is certain.
+  bool IsOwnLocal(const tamber::CodeBuilder& builder) const;
   /// Whether a step can only be taken when it runs, variable by variable.
   bool IsDynamic(const tamber::CodeBuilder& builder) const;
 
  private:
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   using Indexes = std::vector<tamber::Operand>;
-  /// Whether the parts on the way get objects, which they need for one to be made inside them.
-  enum class Through { Cells, Objects };
-  uint16_t LowerAddress(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count,
-                        Through through = Through::Cells) const;
+  uint16_t LowerAddress(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
   tamber::Operand Read(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
   tamber::Operand ReadDynamic(tamber::CodeBuilder& builder, tamber::Operand from,
                               const Indexes& indexes, size_t first) const;

@@ -13,10 +13,8 @@ std::unique_ptr<Code> LowerExpression(const ExpressionBase& expression) {
   entry.statement = 1;
   entry.line = 0;
   code->statements.push_back(entry);
-  Operand value = expression.Lower(builder);
-  if (value.place != Operand::Place::None) {
-    builder.Push(value);
-  }
+  builder.Push(expression.Lower(builder));
+  builder.EndStatement();
   builder.Emit(Op::RetV);
   if (builder.TooLarge()) return nullptr;
   return code;

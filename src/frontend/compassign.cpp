@@ -58,12 +58,12 @@ bool AppendStore(StatementCompiler& compiler, Target target) {
     return compiler.Fail(ERR_ASSIGNMISMATCH, target->Variable().name.View());
   }
   if (target->IsSimple()) {
-    compiler.AppendExpression();
+    compiler.AppendExpression(StatementExpression::Use::Assigned);
     compiler.Append<StatementPopVar>(target->Variable());
     return true;
   }
   compiler.Append<StatementExpression>(std::move(target), StatementExpression::Use::Target);
-  compiler.AppendExpression();
+  compiler.AppendExpression(StatementExpression::Use::Stored);
   compiler.Append<StatementPopAssign>();
   return true;
 }
@@ -106,7 +106,7 @@ bool CompileArrayChange(StatementCompiler& compiler, Target target, enum_Stateme
                             ? expressions.CompileAssigned(&compiler.Tokens(), ";", *element) != 0
                             : expressions.CompileExpression(&compiler.Tokens(), ";") != 0;
   if (!compiled) return compiler.FailExpression();
-  compiler.AppendExpression();
+  compiler.AppendExpression(StatementExpression::Use::ArrayOperand);
   if (target->IsSimple()) {
     compiler.Append<StatementPushVar>(target->Variable());
   } else {

@@ -19,7 +19,7 @@ bool CompileReturnValue(StatementCompiler& compiler, const TypeDesc& type) {
   if (value.GetKind() == Kind::None || !type.Accepts(value)) {
     return compiler.Fail(ERR_RETURNWRONGTYPE, "");
   }
-  compiler.AppendExpression();
+  compiler.AppendExpression(StatementExpression::Use::Returned);
   return true;
 }
 
@@ -38,7 +38,7 @@ bool CompileDiscarded(StatementCompiler& compiler) {
   if (!compiler.Expressions().CompileExpression(&compiler.Tokens(), ";")) {
     return compiler.FailExpression();
   }
-  compiler.AppendExpression();
+  compiler.AppendExpression(StatementExpression::Use::Dropped);
   compiler.Append<StatementPopStack>();
   return true;
 }
@@ -49,7 +49,7 @@ bool CompileCall(StatementCompiler& compiler, uint32_t) {
   if (expressions.ResultType()->TypeId() != Variable::String) {
     return compiler.Fail(ERR_EXPRPARMMATCH, "");
   }
-  compiler.AppendExpression();
+  compiler.AppendExpression(StatementExpression::Use::ScriptName);
   compiler.Append<StatementCallScript>();
   return true;
 }

@@ -161,13 +161,13 @@ bool StatementCompiler::IsFreeLocalName(const KelString& name) {
 
 bool StatementCompiler::CompileCondition(Tokeniser& tokeniser, uint32_t& jump) {
   if (!expressions_.CompileExpression(&tokeniser, ";")) return FailExpression();
-  AppendExpression();
+  AppendExpression(StatementExpression::Use::Tested);
   jump = Append<StatementGoto>(true, false, 0);
   return true;
 }
 
-uint32_t StatementCompiler::AppendExpression() {
-  return Append<StatementExpression>(expressions_.RemoveExpression());
+uint32_t StatementCompiler::AppendExpression(StatementExpression::Use use) {
+  return Append<StatementExpression>(expressions_.RemoveExpression(), use);
 }
 
 bool StatementCompiler::FindBlockEnd(uint32_t& line) {

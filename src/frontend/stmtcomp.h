@@ -8,6 +8,7 @@
 #include "frontend/blocktable.h"
 #include "frontend/scrline.h"
 #include "statements/procedure.h"
+#include "statements/statexpr.h"
 
 namespace tamber {
 
@@ -65,7 +66,7 @@ class StatementCompiler {
     return Statements().Append(std::move(statement));
   }
   /// Appends the expression that was just compiled; returns its number.
-  uint32_t AppendExpression();
+  uint32_t AppendExpression(StatementExpression::Use use);
 
   /// Sets the error; always false. What is wrong is the token last read, or the `text` at or before
   /// it, or else what begins at `offset`.

@@ -6,32 +6,12 @@
 #include <vector>
 
 #include "functions/function.h"
+#include "machine/instruction.h"
 #include "values/typedesc.h"
 
 namespace tamber {
 
 class Callable;
-
-enum class Op : uint16_t {
-#define OP(name) name,
-#include "machine/opcodes.def"
-#undef OP
-};
-
-/// One instruction. Operands b and c also serve as one 32-bit operand.
-struct Instr {
-  Op op;
-  uint16_t a;
-  uint16_t b;
-  uint16_t c;
-
-  int32_t Wide() const { return static_cast<int32_t>(uint32_t{b} | (uint32_t{c} << 16)); }
-  void SetWide(int32_t value) {
-    b = static_cast<uint16_t>(static_cast<uint32_t>(value));
-    c = static_cast<uint16_t>(static_cast<uint32_t>(value) >> 16);
-  }
-};
-static_assert(sizeof(Instr) == 8);
 
 /// Where a name of the global or external scope was last found. Good while the context's epoch is
 /// the one it was found under.
@@ -61,22 +41,19 @@ struct StatementEntry {
   uint32_t begin;      ///< first instruction
   uint32_t statement;  ///< number of the statement
   uint32_t line;
-  /// Where to go on when the statement failed and left no value for the one that follows.
+  /// Where to go on when the statement failed.
   uint32_t resume = kNone;
-  /// Where to go on when the failing operator left a 0 in place of a value, with that 0 put into
-  /// `result` first; kNone: as without a value.
-  uint32_t resumeZero = kNone;
+  /// Where to go on when it failed in a division, with the empty value of its type; kNone: as after
+  /// every other error.
+  uint32_t resumeEmpty = kNone;
   /// Where the statement is done again, in the order in which its parts may fail, before its
   /// failing counts; kNone: it counts at once.
   uint32_t retry = kNone;
-  uint16_t result = 0;
-  /// Temporaries that owned something when the statement began; those come first among the live.
-  uint16_t ownedBefore = 0;
+  /// Temporaries below this one are still in use at `resumeEmpty`.
+  uint16_t keep = 0;
   /// Statements of its group behind this one: counted when the group began, not run when the script
   /// ends here.
   uint8_t following = 0;
-  /// The following statement cannot take a number: going on with the 0 fails with 20111.
-  bool zeroMismatch = false;
 };
 
 /// Where in the statement's logical line the instructions from `pc` on come from.
@@ -94,6 +71,7 @@ struct LiveTemps {
 struct OwnedRegister {
   uint16_t reg;
   Kind kind;
+  bool operator==(const OwnedRegister&) const = default;
 };
 
 /// The code that a procedure or an expression runs as.

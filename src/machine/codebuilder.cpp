@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "kel/kelascii.h"
 #include "kel/number.h"
 #include "machine/shape.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 #include "values/strbuf.h"
 
 namespace tamber {
@@ -14,54 +16,104 @@ namespace {
 
 constexpr uint32_t kMaxOperand = 0xFFFF;
 
-/// Instructions that can neither fail nor call: what temporaries own does not matter to them.
-bool IsPlain(Op op) { return op <= Op::LoadK || (op >= Op::RelO && op <= Op::SubI); }
-
-/// Instructions whose only effect on registers is a new scalar, or a borrowed value, in R[a].
-bool OnlyDefines(Op op) {
-  return (op >= Op::Mov && op <= Op::LoadK) || (op >= Op::AddI && op <= Op::NeD) ||
-         (op >= Op::SCmp && op <= Op::S2B) || op == Op::LdG || op == Op::LdV ||
-         (op >= Op::AGet8 && op <= Op::AGet64) || op == Op::SGet || op == Op::ASize ||
-         op == Op::CallN || op == Op::AnyInt;
-}
-
 }  // namespace
 
 CodeBuilder::CodeBuilder(Code& code, const LocalTable* locals, const LocalFacts* facts,
                          bool wideJumps)
-    : code_(code), locals_(locals), facts_(facts), wideJumps_(wideJumps) {
+    : code_(code), locals_(locals), facts_(facts), wideJumps_(wideJumps), state_(code) {
   nextTemp_ = locals ? locals->Count() : 0;
   code_.registers = std::max(code_.registers, nextTemp_ + 1);
   if (nextTemp_ >= kMaxOperand) tooLarge_ = true;
+  // Which locals have a value where is what the facts are about.
+  state_.AssumeLocals();
 }
 
 uint32_t CodeBuilder::Emit(Op op, uint32_t a, uint32_t b, uint32_t c) {
   if (a > kMaxOperand || b > kMaxOperand || c > kMaxOperand) tooLarge_ = true;
-  uint32_t at = Pc();
-  if (code_.sources.empty() || code_.sources.back().offset != source_)
-    code_.sources.push_back({at, source_});
-  code_.instrs.push_back(
-      {op, static_cast<uint16_t>(a), static_cast<uint16_t>(b), static_cast<uint16_t>(c)});
-  if (!owned_.empty() && !IsPlain(op)) {
-    code_.live.push_back(
-        {at, static_cast<uint32_t>(code_.liveTemps.size()), static_cast<uint32_t>(owned_.size())});
-    code_.liveTemps.insert(code_.liveTemps.end(), owned_.begin(), owned_.end());
-  }
-  return at;
+  const Instr instr{op, static_cast<uint16_t>(a), static_cast<uint16_t>(b),
+                    static_cast<uint16_t>(c)};
+  return tooLarge_ ? Pc() : Append(instr);
 }
 
 uint32_t CodeBuilder::EmitWide(Op op, uint32_t a, int32_t wide) {
-  uint32_t at = Emit(op, a);
-  code_.instrs[at].SetWide(wide);
+  Instr instr{op, static_cast<uint16_t>(a), 0, 0};
+  instr.SetWide(wide);
+  if (a > kMaxOperand) tooLarge_ = true;
+  return tooLarge_ ? Pc() : Append(instr);
+}
+
+uint32_t CodeBuilder::Append(const Instr& instr) {
+  const OpInfo& info = InfoOf(instr.op);
+  // Behind a jump it would be too late.
+  if (info.IsJump()) ReleaseGivenBack();
+  MakeIndependent(instr);
+  if (info.MayLeave()) RecordLive(instr);
+  const uint32_t at = Pc();
+  if (code_.sources.empty() || code_.sources.back().offset != source_)
+    code_.sources.push_back({at, source_});
+  code_.instrs.push_back(instr);
+  state_.Apply(instr);
+  if (!info.Has(OpInfo::Ends)) ReleaseGivenBack();
   return at;
 }
 
-bool CodeBuilder::IsShortJump(Op op) { return op >= Op::JLtI && op <= Op::JNleD; }
+void CodeBuilder::RecordLive(const Instr& instr) {
+  owned_.clear();
+  state_.FindOwned(instr, owned_);
+  if (owned_.empty()) return;
+  const bool same =
+      !code_.live.empty() && code_.live.back().count == owned_.size() &&
+      std::equal(owned_.begin(), owned_.end(), code_.liveTemps.begin() + code_.live.back().first);
+  const auto first = same ? code_.live.back().first : static_cast<uint32_t>(code_.liveTemps.size());
+  code_.live.push_back({Pc(), first, static_cast<uint32_t>(owned_.size())});
+  if (!same) code_.liveTemps.insert(code_.liveTemps.end(), owned_.begin(), owned_.end());
+}
+
+void CodeBuilder::MakeIndependent(const Instr& instr) {
+  loans_.clear();
+  state_.FindLoans(instr, loans_);
+  const bool pullsAway = InfoOf(instr.op).Has(OpInfo::Calls | OpInfo::Changes);
+  if (loans_.empty() && (aliases_.empty() || !pullsAway)) return;
+  const std::vector<uint16_t> loans = loans_;
+  for (uint16_t reg : loans) {
+    if (reg >= nextTemp_) continue;
+    const auto kind = static_cast<uint16_t>(state_.Get(reg).type->GetKind());
+    Append({Op::CopyO, reg, reg, kind});
+  }
+  if (!pullsAway) return;
+  const std::vector<uint16_t> aliases = std::exchange(aliases_, {});
+  for (uint16_t reg : aliases) {
+    const bool operand = instr.a == reg || instr.b == reg;
+    if (reg < nextTemp_ && !operand && state_.Get(reg).hold == Hold::Owned)
+      Append({Op::OwnA, reg, 0, 0});
+  }
+}
+
+void CodeBuilder::ReleaseGivenBack() {
+  owned_.clear();
+  state_.FindOwned({Op::Nop, 0, 0, 0}, owned_);
+  if (owned_.empty() || owned_.back().reg < nextTemp_) return;
+  const std::vector<OwnedRegister> owned = owned_;
+  for (const OwnedRegister& temp : owned)
+    if (temp.reg >= nextTemp_ && state_.Get(temp.reg).hold == Hold::Owned)
+      Append({Op::RelO, temp.reg, static_cast<uint16_t>(temp.kind), 0});
+}
+
+void CodeBuilder::EndStatement() {
+  nextTemp_ = locals_ ? locals_->Count() : 0;
+  aliases_.clear();
+  ReleaseGivenBack();
+}
+
+bool CodeBuilder::MayDivideByZero(uint32_t pc) const {
+  return std::any_of(code_.instrs.begin() + pc, code_.instrs.end(),
+                     [](const Instr& i) { return InfoOf(i.op).Has(OpInfo::Zero); });
+}
 
 void CodeBuilder::SetJumpTarget(uint32_t at, uint32_t target) {
   int64_t offset = static_cast<int64_t>(target) - at;
   Instr& jump = code_.instrs[at];
-  if (!IsShortJump(jump.op)) {
+  if (!InfoOf(jump.op).IsShortJump()) {
     jump.SetWide(static_cast<int32_t>(offset));
     return;
   }
@@ -94,8 +146,12 @@ bool CodeBuilder::RetargetLast(uint16_t from, uint16_t to) {
   if (from == to) return true;
   if (Pc() == 0 || lastBound_ == Pc()) return false;
   Instr& last = code_.instrs.back();
-  if (last.a != from || !OnlyDefines(last.op)) return false;
+  const Hold hold = state_.Get(from).hold;
+  const bool onlyDefines = InfoOf(last.op).a.IsWritten() && last.op != Op::Call &&
+                           (hold == Hold::Scalar || hold == Hold::Borrowed);
+  if (last.a != from || !onlyDefines) return false;
   last.a = to;
+  state_.Rename(from, to);
   return true;
 }
 
@@ -109,19 +165,17 @@ uint16_t CodeBuilder::NewTemp() {
   return reg;
 }
 
-void CodeBuilder::Disown(uint16_t reg) {
-  for (size_t i = owned_.size(); i-- > 0;) {
-    if (owned_[i].reg == reg) {
-      owned_.erase(owned_.begin() + static_cast<std::ptrdiff_t>(i));
-      return;
-    }
-  }
+bool CodeBuilder::Owns(const Operand& operand) const {
+  return operand.place == Operand::Place::Reg && IsTemp(operand.reg) &&
+         state_.Get(operand.reg).hold == Hold::Owned;
 }
 
 void CodeBuilder::Free(const Operand& operand) {
-  if (!operand.owned || operand.place != Operand::Place::Reg) return;
-  Disown(operand.reg);
-  Emit(Op::RelO, operand.reg, static_cast<uint32_t>(operand.kind));
+  if (operand.place != Operand::Place::Reg || !IsTemp(operand.reg)) return;
+  if (Owns(operand))
+    Emit(Op::RelO, operand.reg, static_cast<uint32_t>(state_.Get(operand.reg).type->GetKind()));
+  else
+    state_.Drop(operand.reg);
 }
 
 Operand CodeBuilder::Immediate(Kind kind, int32_t value) {
@@ -161,14 +215,24 @@ Operand CodeBuilder::TextConstant(std::string_view text) {
   return Constant(Kind::String, cell);
 }
 
-Operand CodeBuilder::InReg(Kind kind, uint16_t reg, const TypeRef& type, bool owned) const {
+Operand CodeBuilder::InReg(Kind kind, uint16_t reg, const TypeRef& type) const {
   Operand operand;
   operand.place = Operand::Place::Reg;
   operand.kind = kind;
   operand.reg = reg;
   operand.type = type;
-  operand.owned = owned;
   return operand;
+}
+
+Operand CodeBuilder::EmptyValue(const TypeRef& type) {
+  const Kind kind = type->GetKind();
+  if (kind >= Kind::Bool && kind <= Kind::Int) return Immediate(kind, 0);
+  const uint16_t reg = NewTemp();
+  if (IsManaged(kind))
+    Emit(Op::Empty, reg, TypeIndex(type));
+  else
+    Emit(Op::Zero, reg, static_cast<uint32_t>(kind));
+  return InReg(kind, reg, type);
 }
 
 Operand CodeBuilder::ToReg(const Operand& operand) {
@@ -184,6 +248,7 @@ Operand CodeBuilder::ToReg(const Operand& operand) {
 }
 
 void CodeBuilder::MoveInto(uint16_t reg, const Operand& operand) {
+  const auto kind = static_cast<uint32_t>(operand.kind);
   if (operand.place == Operand::Place::Imm) {
     EmitWide(Op::LoadI, reg, operand.imm);
   } else if (operand.IsScalar()) {
@@ -191,47 +256,22 @@ void CodeBuilder::MoveInto(uint16_t reg, const Operand& operand) {
       EmitWide(Op::LoadK, reg, static_cast<int32_t>(operand.index));
     else if (operand.reg != reg && !(IsTemp(operand.reg) && RetargetLast(operand.reg, reg)))
       Emit(Op::Mov, reg, operand.reg);
-  } else if (operand.owned) {
-    if (operand.reg == reg) return;
-    Disown(operand.reg);
-    Emit(Op::Mov, reg, operand.reg);
-    Own(reg, operand.kind);
-  } else {
-    Operand source = operand;
-    if (operand.place == Operand::Place::Const) {
-      EmitWide(Op::LoadK, reg, static_cast<int32_t>(operand.index));
-      source.reg = reg;
-    }
-    Emit(Op::CopyO, reg, source.reg, static_cast<uint32_t>(operand.kind));
-    Own(reg, operand.kind);
+  } else if (operand.place == Operand::Place::Const) {
+    EmitWide(Op::LoadK, reg, static_cast<int32_t>(operand.index));
+    Emit(Op::CopyO, reg, reg, kind);
+  } else if (!Owns(operand)) {
+    Emit(Op::CopyO, reg, operand.reg, kind);
+  } else if (operand.reg != reg) {
+    Emit(Op::MovO, reg, operand.reg);
+    std::replace(aliases_.begin(), aliases_.end(), operand.reg, reg);
   }
-}
-
-Operand CodeBuilder::Stabilise(const Operand& operand) {
-  // A value of unknown type may be the very variable that it was read from.
-  bool isVariable = operand.kind == Kind::Any && operand.owned;
-  if (!isVariable && (!operand.unstable || operand.owned || operand.IsScalar())) return operand;
-  Operand copy = operand;
-  copy.reg = NewTemp();
-  copy.owned = true;
-  copy.unstable = false;
-  Emit(Op::CopyO, copy.reg, operand.reg, static_cast<uint32_t>(operand.kind));
-  Own(copy.reg, copy.kind);
-  Free(operand);
-  return copy;
-}
-
-Operand CodeBuilder::Independent(const Operand& operand) {
-  Operand value = operand;
-  value.unstable = !operand.owned;
-  return Stabilise(value);
 }
 
 Operand CodeBuilder::Unary(Op op, Kind kind, const Operand& operand) {
   Operand source = ToReg(operand);
   uint16_t reg = NewTemp();
   Emit(op, reg, source.reg);
-  return InReg(kind, reg, TypeDesc::Of(kind), false);
+  return InReg(kind, reg, TypeDesc::Of(kind));
 }
 
 Operand CodeBuilder::Promote(const Operand& operand, Kind kind) {
@@ -268,15 +308,35 @@ Operand CodeBuilder::ToCondition(const Operand& operand) {
     case Kind::Handle:
       return Unary(Op::H2B, Kind::Bool, operand);
     case Kind::Any: {
-      Operand source = ToReg(operand);
-      uint16_t reg = NewTemp();
-      Emit(Op::AnyInt, reg, source.reg);
-      Free(source);
-      return InReg(Kind::Int, reg, TypeDesc::Of(Kind::Int), false);
+      const Operand number = Unary(Op::AnyInt, Kind::Int, operand);
+      Free(operand);
+      return number;
     }
     default:
       Free(operand);
       return Immediate(Kind::Bool, 0);
+  }
+}
+
+Operand CodeBuilder::ToTruth(const Operand& operand) {
+  switch (operand.kind) {
+    case Kind::Bool:
+      return operand;
+    case Kind::Char:
+    case Kind::Int:
+      if (operand.place == Operand::Place::Imm) return Immediate(Kind::Bool, operand.imm != 0);
+      return Unary(Op::ToBool, Kind::Bool, operand);
+    case Kind::Float:
+      return Unary(Op::F2B, Kind::Bool, operand);
+    case Kind::Double:
+      return Unary(Op::D2B, Kind::Bool, operand);
+    case Kind::Any: {
+      const Operand truth = Unary(Op::AnyBool, Kind::Bool, operand);
+      Free(operand);
+      return truth;
+    }
+    default:
+      return ToCondition(operand);
   }
 }
 
@@ -286,14 +346,11 @@ void CodeBuilder::Push(const Operand& operand) {
   auto kind = static_cast<uint32_t>(source.kind);
   if (source.kind == Kind::Any) {
     Emit(Op::PushV, source.reg);
-    Disown(source.reg);
   } else if (source.IsScalar() && source.kind != Kind::Handle) {
     Emit(Op::Push, source.reg, kind);
-  } else if (source.owned) {
-    Emit(Op::PushT, source.reg, kind, TypeIndex(source.type));
-    Disown(source.reg);
   } else {
-    Emit(Op::PushO, source.reg, kind, TypeIndex(source.type));
+    Emit(Owns(source) ? Op::PushT : Op::PushO, source.reg, kind, TypeIndex(source.type));
+    Free(source);
   }
 }
 
@@ -301,20 +358,16 @@ Operand CodeBuilder::ViaVariable(const Operand& operand, const TypeDesc& to) {
   Operand any = operand;
   // Registers hold an enciphered string as its text.
   TypeRef target = to.GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : TypeRef(&to);
-  Kind kind = target->GetKind();
-  uint16_t reg = NewTemp();
   if (operand.kind != Kind::Any) {
     Push(operand);
-    Emit(Op::PopTo, reg, static_cast<uint32_t>(Kind::Any));
-    any = InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
-    Own(reg, Kind::Any);
+    uint16_t reg = NewTemp();
+    Emit(Op::PopTo, reg);
+    any = InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
   }
   uint16_t result = NewTemp();
   Emit(Op::AnyTo, result, any.reg, TypeIndex(target));
   Free(any);
-  Operand converted = InReg(kind, result, target, IsManaged(kind));
-  if (converted.owned) Own(result, converted.kind);
-  return converted;
+  return InReg(target->GetKind(), result, target);
 }
 
 std::optional<Operand> CodeBuilder::Convert(const Operand& operand, const TypeDesc& to) {
@@ -335,10 +388,9 @@ std::optional<Operand> CodeBuilder::Convert(const Operand& operand, const TypeDe
       if (from == Kind::Bool) return Promote(operand, Kind::Char);
       if (from == Kind::String) {
         Operand source = ToReg(operand);
-        uint16_t reg = NewTemp();
-        Emit(Op::S2C, reg, source.reg);
+        const Operand first = Unary(Op::S2C, Kind::Char, source);
         Free(source);
-        return InReg(Kind::Char, reg, TypeDesc::Of(Kind::Char), false);
+        return first;
       }
       return Unary(Op::ToChar, Kind::Char, operand);
     case Kind::Int:
@@ -360,8 +412,7 @@ std::optional<Operand> CodeBuilder::Convert(const Operand& operand, const TypeDe
       else
         Emit(Op::Text, reg, source.reg, static_cast<uint32_t>(from));
       Free(source);
-      Own(reg, Kind::String);
-      return InReg(Kind::String, reg, TypeDesc::Of(Kind::String), true);
+      return InReg(Kind::String, reg, TypeDesc::Of(Kind::String));
     }
     default:
       return std::nullopt;
@@ -378,56 +429,59 @@ bool CodeBuilder::IsRegister(const VarUse& use) const {
 
 bool CodeBuilder::IsDynamic(const VarUse& use) const {
   if (use.slot < -1) return true;
-  return facts_ != nullptr && locals_ != nullptr && facts_->IsMaybeLocal(use, *locals_);
+  if (facts_ == nullptr || locals_ == nullptr) return false;
+  if (use.slot >= 0) return facts_->absent[static_cast<size_t>(use.slot)];
+  return facts_->IsMaybeLocal(use, *locals_);
 }
 
-Operand CodeBuilder::LoadVariable(const VarUse& use) {
+bool CodeBuilder::IsStoredWhole(const VarUse& use) const {
+  // A variable of any array type may stand behind a name of the generic one.
+  const bool generic = use.type->IsArray() && !use.type->Element();
+  return IsDynamic(use) || use.type->GetKind() == Kind::EString || (generic && !IsRegister(use));
+}
+
+Operand CodeBuilder::LoadVariable(const VarUse& use, bool stored) {
   uint16_t reg = NewTemp();
-  if (IsDynamic(use))
-    Emit(Op::VarN, reg, NameIndex(use.name));
-  else if (use.slot >= 0)
-    Emit(Op::VarV, reg, static_cast<uint32_t>(use.slot));
+  if (use.slot >= 0)
+    Emit(Op::VarV, reg, static_cast<uint32_t>(use.slot), stored);
+  else if (IsDynamic(use))
+    Emit(Op::VarN, reg, NameIndex(use.name), stored);
   else
-    Emit(Op::VarG, reg, GlobalIndex(use));
-  Own(reg, Kind::Any);
-  return InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any), true);
+    Emit(Op::VarG, reg, GlobalIndex(use), stored);
+  return InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
 }
 
 Operand CodeBuilder::Load(const VarUse& use) {
   Kind kind = use.type->GetKind();
-  if (IsRegister(use)) {
-    return InReg(kind, static_cast<uint16_t>(use.slot), use.type, false);
+  if (IsRegister(use)) return InReg(kind, static_cast<uint16_t>(use.slot), use.type);
+  const bool typeIsKnown = use.slot < -1 && kind != Kind::Any;
+  if (IsDynamic(use) && !typeIsKnown) {
+    const Operand variable = LoadVariable(use);
+    aliases_.push_back(variable.reg);
+    return variable;
   }
-  if (IsDynamic(use) && use.slot == -1) return LoadVariable(use);
   if (kind == Kind::EString || IsDynamic(use)) {
-    Operand variable = LoadVariable(use);
-    TypeRef type = kind == Kind::EString ? TypeDesc::Of(Kind::String) : use.type;
+    const Operand variable = LoadVariable(use);
+    const TypeRef type = kind == Kind::EString ? TypeDesc::Of(Kind::String) : use.type;
     uint16_t reg = NewTemp();
     Emit(Op::LdVar, reg, variable.reg, TypeIndex(type));
     Free(variable);
-    Operand value = InReg(type->GetKind(), reg, type, IsManaged(type->GetKind()));
-    if (value.owned) Own(reg, value.kind);
-    return value;
+    return InReg(type->GetKind(), reg, type);
   }
   uint16_t reg = NewTemp();
   if (use.slot >= 0)
     Emit(Op::LdV, reg, static_cast<uint32_t>(use.slot), static_cast<uint32_t>(kind));
   else
     Emit(Op::LdG, reg, GlobalIndex(use));
-  Operand value = InReg(kind, reg, use.type, false);
-  value.unstable = IsManaged(kind);
-  return value;
+  return InReg(kind, reg, use.type);
 }
 
 uint16_t CodeBuilder::LoadAddress(const VarUse& use) {
   uint16_t reg = NewTemp();
-  if (IsDynamic(use))
-    Emit(Op::LeaN, reg, NameIndex(use.name), TypeIndex(use.type));
-  else if (IsRegister(use))
+  if (IsRegister(use))
     Emit(Op::LeaL, reg, static_cast<uint32_t>(use.slot));
   else if (use.slot >= 0)
-    Emit(Op::LeaV, reg, static_cast<uint32_t>(use.slot),
-         static_cast<uint32_t>(use.type->GetKind()));
+    Emit(Op::LeaV, reg, static_cast<uint32_t>(use.slot));
   else
     Emit(Op::LeaG, reg, GlobalIndex(use));
   return reg;
@@ -447,40 +501,33 @@ void CodeBuilder::EmitFail(int32_t code, std::string_view text) {
 }
 
 bool CodeBuilder::Store(const VarUse& use, const Operand& value) {
-  bool throughVariable = IsDynamic(use) || use.type->GetKind() == Kind::EString;
-  if (throughVariable && value.place != Operand::Place::None) {
-    AssignVariable(LoadVariable(use), value);
+  if (IsStoredWhole(use) && value.place != Operand::Place::None) {
+    AssignVariable(LoadVariable(use, true), value);
     return true;
   }
   std::optional<Operand> converted = Convert(value, *use.type);
   if (!converted) {
     Free(value);
-    EmitFail(20111, use.name.View());
+    EmitFail(ERR_ASSIGNMISMATCH, use.name.View());
     return false;
   }
-  Kind kind = converted->kind;
-  if (IsRegister(use)) {
-    auto slot = static_cast<uint16_t>(use.slot);
-    if (converted->IsScalar()) {
-      MoveInto(slot, *converted);
-      return true;
-    }
-    Operand source = ToReg(*converted);
-    Emit(source.owned ? Op::TakeO : Op::SetO, slot, source.reg, static_cast<uint32_t>(kind));
-    if (source.owned) Disown(source.reg);
+  const auto kind = static_cast<uint32_t>(converted->kind);
+  if (IsRegister(use) && converted->IsScalar()) {
+    MoveInto(static_cast<uint16_t>(use.slot), *converted);
     return true;
   }
-  Operand source = ToReg(*converted);
-  bool local = use.slot >= 0;
-  uint32_t where = local ? static_cast<uint32_t>(use.slot) : GlobalIndex(use);
-  if (source.IsScalar()) {
-    Emit(local ? Op::StV : Op::StG, source.reg, where, static_cast<uint32_t>(kind));
-  } else if (source.owned) {
-    Emit(local ? Op::StVT : Op::StGT, source.reg, where, static_cast<uint32_t>(kind));
-    Disown(source.reg);
+  const Operand source = ToReg(*converted);
+  const bool owned = Owns(source);
+  if (IsRegister(use)) {
+    Emit(owned ? Op::TakeO : Op::SetO, static_cast<uint32_t>(use.slot), source.reg, kind);
   } else {
-    Emit(local ? Op::StVO : Op::StGO, source.reg, where, static_cast<uint32_t>(kind));
+    const bool local = use.slot >= 0;
+    const Op op = source.IsScalar() ? (local ? Op::StV : Op::StG)
+                  : owned           ? (local ? Op::StVT : Op::StGT)
+                                    : (local ? Op::StVO : Op::StGO);
+    Emit(op, source.reg, local ? static_cast<uint32_t>(use.slot) : GlobalIndex(use), kind);
   }
+  Free(source);
   return true;
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "machine/code.h"
+#include "machine/framestate.h"
 #include "machine/locals.h"
 
 namespace tamber {
@@ -16,8 +17,6 @@ struct Operand {
 
   Place place = Place::None;
   Kind kind = Kind::None;
-  bool owned = false;     ///< the register's reference is the holder's to give on or release
-  bool unstable = false;  ///< borrowed from where a called procedure could change it
   uint16_t reg = 0;
   int32_t imm = 0;     ///< Imm: the value, of kind Bool, Char or Int
   uint32_t index = 0;  ///< Const: into Code::constants
@@ -37,8 +36,10 @@ class Label {
 /// Facts about a procedure that lowering needs before its first instruction.
 struct LocalFacts {
   std::vector<bool> object;  ///< by slot: lives in a Variable
-  bool byName = false;       ///< something it calls may look for its locals by name
-  bool maybeLocals = false;  ///< some name is one of those that IsMaybeLocal tells
+  /// By slot: a statement may meet it before its declaration has run, and then its name stands for
+  /// something wider, of a type that only the run knows.
+  std::vector<bool> absent;
+  bool byName = false;  ///< something it calls may look for its locals by name
   /// Names that are a local of the procedure but were understood as something wider where they
   /// stand above the declaration: only the run can tell.
   bool IsMaybeLocal(const VarUse& use, const LocalTable& locals) const {
@@ -49,8 +50,10 @@ struct LocalFacts {
 /// Emits the instructions of one procedure or expression and keeps track of its registers.
 ///
 /// Registers: the locals by slot, then temporaries, which are handed out and given back like a
-/// stack. A temporary that owns a reference is registered as such, so that a failing instruction
-/// knows what to release.
+/// stack. What a register holds, and whether it owns it, follows from the instructions: the builder
+/// notes what is to be released where a run may leave an instruction, makes borrowed values
+/// independent before an instruction that could pull them away, and releases what a temporary still
+/// owns after the instruction for which it was given back.
 class CodeBuilder {
  public:
   /// `wideJumps`: the short jumps did not reach in a first attempt.
@@ -84,34 +87,39 @@ class CodeBuilder {
   uint16_t NewTemp();
   bool IsTemp(uint16_t reg) const { return locals_ == nullptr || reg >= locals_->Count(); }
   uint32_t Mark() const { return nextTemp_; }
+  /// Gives back the temporaries from `mark` on. The next instruction may still read them.
   void Reset(uint32_t mark) { nextTemp_ = mark; }
-  /// Marks a temporary's content as owned.
-  void Own(uint16_t reg, Kind kind) { owned_.push_back({reg, kind}); }
-  /// Forgets the ownership: an instruction took the reference.
-  void Disown(uint16_t reg);
-  /// Releases what an operand owns, if it does.
+  /// A statement ends here: gives back all temporaries and releases what they own.
+  void EndStatement();
+  /// Nobody reads the operand any more: what its register owns is released.
   void Free(const Operand& operand);
-  uint32_t OwnedCount() const { return static_cast<uint32_t>(owned_.size()); }
+  bool Owns(const Operand& operand) const;
+  /// The registers as they are now, for code that is emitted elsewhere but runs from here on.
+  FrameState State() const { return state_; }
+  void Restore(const FrameState& state, uint32_t mark) {
+    state_ = state;
+    nextTemp_ = mark;
+  }
+  /// Whether one of the instructions from `pc` on may be a division by zero.
+  bool MayDivideByZero(uint32_t pc) const;
 
   // --- operands ---
   static Operand Immediate(Kind kind, int32_t value);
   Operand Constant(Kind kind, Cell cell);  ///< takes the cell over
   Operand TextConstant(std::string_view text);
-  Operand InReg(Kind kind, uint16_t reg, const TypeRef& type, bool owned) const;
+  Operand InReg(Kind kind, uint16_t reg, const TypeRef& type) const;
+  /// The empty value of a type.
+  Operand EmptyValue(const TypeRef& type);
   /// The operand in a register: an immediate or constant is loaded into a new temporary.
   Operand ToReg(const Operand& operand);
   /// The value moved into this very register (a fresh temporary), owned when managed.
   void MoveInto(uint16_t reg, const Operand& operand);
-  /// Makes a managed operand independent of later changes.
-  Operand Stabilise(const Operand& operand);
-  /// A further reference of a structure or an array, to be taken before a place is entered that it
-  /// is stored in: the value may be what the place is a part of, and is then copied on the way
-  /// there.
-  Operand Independent(const Operand& operand);
   /// The value converted as an assignment to `to` does it; nothing: it never can be.
   std::optional<Operand> Convert(const Operand& operand, const TypeDesc& to);
   /// As an integer register that a condition tests; a value that is no number counts as 0.
   Operand ToCondition(const Operand& operand);
+  /// As a boolean, as the logical operators see it: 0.5 is true.
+  Operand ToTruth(const Operand& operand);
   /// Converts between the numeric kinds (operands of arithmetic).
   Operand Promote(const Operand& operand, Kind kind);
   /// Pushes onto the evaluation stack, giving up the operand.
@@ -121,9 +129,12 @@ class CodeBuilder {
   bool IsObject(int32_t slot) const;
   bool IsRegister(const VarUse& use) const;
   bool IsDynamic(const VarUse& use) const;
+  /// Whether the variable can be stored into only as a whole: its type may be another one than that
+  /// of `use`, or it is not kept as a plain value.
+  bool IsStoredWhole(const VarUse& use) const;
   Operand Load(const VarUse& use);
-  /// The variable itself in a new temporary, with a holder.
-  Operand LoadVariable(const VarUse& use);
+  /// The variable itself in a new temporary, with a holder. `stored`: a statement changes it.
+  Operand LoadVariable(const VarUse& use, bool stored = false);
   /// The address of the variable's cell in a new temporary.
   uint16_t LoadAddress(const VarUse& use);
   /// Assigns; false when the types never fit (an instruction that says so has been emitted).
@@ -144,9 +155,12 @@ class CodeBuilder {
   const LocalFacts* Facts() const { return facts_; }
 
  private:
-  static bool IsShortJump(Op op);
   void SetJumpTarget(uint32_t at, uint32_t target);
   Operand Unary(Op op, Kind kind, const Operand& operand);
+  uint32_t Append(const Instr& instr);
+  void MakeIndependent(const Instr& instr);
+  void ReleaseGivenBack();
+  void RecordLive(const Instr& instr);
   Operand ViaVariable(const Operand& operand, const TypeDesc& to);
   uint32_t Checked(size_t index);
 
@@ -159,7 +173,10 @@ class CodeBuilder {
   uint32_t source_ = 0;
   uint32_t nextTemp_;
   uint32_t lastBound_ = 0;  // a jump may lead to the instruction before this one's end
-  std::vector<OwnedRegister> owned_;
+  FrameState state_;
+  std::vector<uint16_t> aliases_;     // variables that stand for a value: others can change them
+  std::vector<uint16_t> loans_;       // scratch
+  std::vector<OwnedRegister> owned_;  // scratch
   std::unordered_map<std::string, uint32_t> globalIndex_;
   std::unordered_map<const Callable*, uint32_t> procedureIndex_;
   std::unordered_map<uint64_t, uint32_t> constantIndex_;  // by bits and kind, scalars only

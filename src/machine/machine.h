@@ -88,6 +88,14 @@ class Machine {
     std::unique_ptr<Cell[]> cells;
     Cell* end;
   };
+  /// What a global or a local of another type was converted to, for a register that borrows it.
+  struct Converted {
+    uint32_t depth;  ///< frames when it was made
+    const StatementEntry* statement;
+    const Instr* pc;
+    Kind kind;
+    Cell cell;
+  };
   enum class After { Continue, Leave };
   class StackScope;
 
@@ -102,10 +110,11 @@ class Machine {
   /// Registers for the code at `wanted` in the chunk, or at the start of the next one.
   Cell* MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk);
   void LeaveFrame(Frame& frame);
-  /// Releases the temporaries that are in use at the frame's instruction, but for the first `keep`.
-  void ReleaseLive(const Frame& frame, uint32_t keep = 0);
-  void ReleaseKept(const Frame& frame, uint32_t kept);
+  /// Releases the temporaries from `first` on that own something at the frame's instruction.
+  static void ReleaseLive(const Frame& frame, uint32_t first = 0);
   const Code* Prepare(Callable& procedure);
+  /// Verifies the code if the context asks for it; false leaves an error.
+  bool IsSound(const Code& code, std::string_view name);
   bool BindArguments(Callable& procedure, Stack& stack, Cell* base);
   enum_ProcStatus RunBoundary(const Code* code, Callable* procedure, Stack& stack);
   bool HasNativeStack(std::string_view name);
@@ -120,8 +129,8 @@ class Machine {
   // --- errors (machineerrors.cpp) ---
   bool Raise(int32_t code, std::string_view text);
   After ApplyPolicy(bool statementFailed);
-  /// Ends all frames down to the boundary. `released`: the innermost one's temporaries are gone.
-  After UnwindAll(enum_ProcStatus status, bool released = false);
+  /// Ends all frames down to the boundary.
+  After UnwindAll(enum_ProcStatus status);
   bool RunHandler(std::string_view name);
   SourcePlace PlaceOf(const Frame& frame) const;
   static const StatementEntry& StatementAt(const Frame& frame);
@@ -137,6 +146,7 @@ class Machine {
   bool LoadGlobal(GlobalSlot& slot, Cell& out);
   bool StoreGlobal(GlobalSlot& slot, Cell value, bool take);
   bool GlobalAddress(GlobalSlot& slot, Cell& out);
+  bool NoVariable(const Name& name, bool stored);
   Variable* LocalObject(const Code& code, Cell* registers, uint32_t slot, bool storing);
   bool LoadObject(const Code& code, Cell* registers, const Instr& at);
   bool StoreObject(const Code& code, Cell* registers, const Instr& at, bool take);
@@ -148,17 +158,25 @@ class Machine {
   bool ElementAddress(Cell& array, int32_t index, Cell& out);
   bool BoxElement(Cell& array, int32_t index, Cell& out);
   bool BoxMember(Cell& structure, uint32_t member, Cell& out);
-  /// Raises what a store tells; throws when there is no memory.
+  /// Raises what a store says; throws when there is no memory.
   bool Check(Stored stored, std::string_view name);
+  bool HasElement(const ArrayData* array, int32_t index);
+  static void PutMember(Cell& structure, uint32_t member, Cell value);
+  bool SelectMember(Cell& variable, uint32_t member, const TypeDesc& type);
+  bool SelectElement(Cell& variable, int32_t index);
   bool ResizeCell(Cell& array, const TypeDesc& type, int64_t delta);
+  bool ResizeVariable(Variable& array, int64_t delta);
   bool AppendCell(Cell& array, const AppendSite& site, Cell value);
-  bool ChangeVariable(Variable& array, const AppendSite& site, Cell value);
-  bool HasExactType(Variable& variable, const TypeDesc& type);
+  bool AppendToVariable(Variable& array, const TypeDesc& type, Cell value);
+  bool ObjectAddress(const Code& code, Cell* registers, uint32_t slot, Cell& out);
+  bool CheckReference(Variable& variable, const TypeDesc& type);
   bool AssignTo(Variable& target, const TypeDesc& type, Cell value);
+  static void OwnVariable(Cell& cell);
+  void KeepConverted(Kind kind, Cell value);
   bool Execute(int32_t operatorIndex, Cell& out);
   bool CallFunction(const CallSite& site, Cell& out);
   bool TakeResult(const CallSite& site, uint32_t height, Cell& out);
-  static void AppendAsText(StrBuf*& slot, Kind kind, Cell value);
+  bool AppendAsText(StrBuf*& slot, Kind kind, Cell value);
   bool SameText(const StrBuf* a, const StrBuf* b);
   int32_t CompareTexts(const StrBuf* a, const StrBuf* b);
   bool IsCaseSensitive();
@@ -179,8 +197,8 @@ class Machine {
   bool leftZero_ = false;     ///< the failing operator left a 0 in place of its value
   bool unwinding_ = false;    ///< an error ended a nested run, and with it this one
   enum_ProcStatus status_ = PROCSTATUS_ENDED;
-  Cell result_ = ZeroCell();                      ///< of the boundary frame that ended last
-  std::vector<std::pair<Kind, Cell>> converted_;  ///< borrowed by registers until the run ends
+  Cell result_ = ZeroCell();  ///< of the boundary frame that ended last
+  std::vector<Converted> converted_;
   std::unordered_map<uint32_t, std::unique_ptr<VarList>> extraLocals_;  ///< by frame number
   GlobalSlot caseSwitch_;
   const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last

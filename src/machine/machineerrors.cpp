@@ -64,13 +64,12 @@ std::vector<SourcePlace> Machine::CallStack() const {
   return calls;
 }
 
-Machine::After Machine::UnwindAll(enum_ProcStatus status, bool released) {
+Machine::After Machine::UnwindAll(enum_ProcStatus status) {
   bool failed = status == PROCSTATUS_FAILED;
   unwinding_ = failed;
   while (true) {
     Frame& frame = frames_[frameCount_ - 1];
-    if (!released) ReleaseLive(frame);
-    released = false;
+    ReleaseLive(frame);
     if (observed_) frame.statementCount -= StatementAt(frame).following;
     LeaveFrame(frame);
     bool boundary = frame.boundary;
@@ -116,51 +115,39 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
   if (const auto call = TakeFailedCall(code); call && !statementFailed) {
     if (code.FindStatement(*call)->line == place.line) place.offset = code.FindSource(*call);
   }
-  bool keepsZero = zero && entry.resumeZero != StatementEntry::kNone;
-  uint32_t kept = keepsZero ? entry.ownedBefore : 0;
   if (statementFailed) {
-    ReleaseLive(*frame, kept);
     stack_->CutTo(frame->stackHeight);
     if (entry.retry != StatementEntry::kNone) {
+      ReleaseLive(*frame);
       run_.errorCode = 0;
       frame->pc = code.instrs.data() + entry.retry;
       return After::Continue;
     }
   }
-  // From here on nothing is in use at the instruction but what `kept` says.
-  auto leave = [&](enum_ProcStatus status) {
-    if (statementFailed && kept > 0) ReleaseKept(frames_[frameCount_ - 1], kept);
-    return UnwindAll(status, statementFailed);
-  };
   bool fatal = run_.errorCode >= kFirstFatalError;
   if (!fatal) {
     KelString handler = host_.HandleRunError(place);
-    if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) return leave(PROCSTATUS_FAILED);
+    if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) return UnwindAll(PROCSTATUS_FAILED);
     if (!kel::EqualsNoCase(handler.View(), "INLINE_HANDLER")) {
       fatal = !RunHandler(handler.View());
-      if (run_.stopFlag && !fatal) return leave(PROCSTATUS_ENDED);
-      frame = &frames_[frameCount_ - 1];
+      if (run_.stopFlag && !fatal) return UnwindAll(PROCSTATUS_ENDED);
     }
+    // The host or the handler may have run procedures, and so have moved the frames.
+    frame = &frames_[frameCount_ - 1];
   }
-  if (!fatal && zero && entry.zeroMismatch) fatal = !Raise(ERR_ASSIGNMISMATCH, "");
   if (fatal) {
     host_.HandleParseError(place);
-    return leave(PROCSTATUS_FAILED);
+    return UnwindAll(PROCSTATUS_FAILED);
   }
-  uint32_t next = pc + 1;
-  if (statementFailed) next = keepsZero ? entry.resumeZero : entry.resume;
-  if (keepsZero) frame->base[entry.result].bits = 0;
-  frame->pc = code.instrs.data() + next;
+  if (!statementFailed) {
+    ++frame->pc;
+    return After::Continue;
+  }
+  // A failed division goes on with an empty value, and with what the statement holds besides.
+  const bool empty = zero && entry.resumeEmpty != StatementEntry::kNone;
+  ReleaseLive(*frame, empty ? entry.keep : 0);
+  frame->pc = code.instrs.data() + (empty ? entry.resumeEmpty : entry.resume);
   return After::Continue;
-}
-
-void Machine::ReleaseKept(const Frame& frame, uint32_t kept) {
-  auto pc = static_cast<uint32_t>(frame.pc - frame.code->instrs.data());
-  const LiveTemps* live = frame.code->FindLive(pc);
-  for (uint32_t i = 0; live != nullptr && i < std::min(kept, live->count); ++i) {
-    const OwnedRegister& owned = frame.code->liveTemps[live->first + i];
-    ReleaseCell(owned.kind, frame.base[owned.reg]);
-  }
 }
 
 }  // namespace tamber

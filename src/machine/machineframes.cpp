@@ -7,6 +7,7 @@
 #include "machine/machine.h"
 #include "machine/machinehost.h"
 #include "machine/shape.h"
+#include "machine/verifier.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
 #include "values/strbuf.h"
@@ -36,7 +37,7 @@ class Machine::StackScope {
     machine_.stack_ = stack_;
     machine_.observed_ = observed_;
     if (--machine_.nativeDepth_ > 0) return;
-    for (auto& [kind, cell] : machine_.converted_) ReleaseCell(kind, cell);
+    for (const Converted& value : machine_.converted_) ReleaseCell(value.kind, value.cell);
     machine_.converted_.clear();
   }
 
@@ -128,20 +129,25 @@ void Machine::LeaveFrame(Frame& frame) {
   if (observed_) TraceLeave(frame);
 }
 
-void Machine::ReleaseLive(const Frame& frame, uint32_t keep) {
+void Machine::ReleaseLive(const Frame& frame, uint32_t first) {
   auto pc = static_cast<uint32_t>(frame.pc - frame.code->instrs.data());
   const LiveTemps* live = frame.code->FindLive(pc);
-  if (live == nullptr) return;
-  for (uint32_t i = keep; i < live->count; ++i) {
+  for (uint32_t i = 0; live != nullptr && i < live->count; ++i) {
     const OwnedRegister& owned = frame.code->liveTemps[live->first + i];
-    ReleaseCell(owned.kind, frame.base[owned.reg]);
+    if (owned.reg >= first) ReleaseCell(owned.kind, frame.base[owned.reg]);
   }
 }
 
 const Code* Machine::Prepare(Callable& procedure) {
   std::unique_ptr<Code> code = host_.MakeCode(procedure, observed_);
-  if (!code) return nullptr;
+  if (!code || !IsSound(*code, procedure.GetName().View())) return nullptr;
   return procedure.SetCode(observed_, std::move(code));
+}
+
+bool Machine::IsSound(const Code& code, std::string_view name) {
+  if (!run_.verifiesCode) return true;
+  const std::string wrong = VerifyCode(code);
+  return wrong.empty() || Raise(ERR_INTERNAL, std::string(name) + ": " + wrong);
 }
 
 bool Machine::HasNativeStack(std::string_view name) {
@@ -258,6 +264,7 @@ int32_t Machine::Evaluate(const Code* code, Stack& stack) {
     Raise(ERR_NOMEMORY, "");
     return 0;
   }
+  if (!IsSound(*code, "")) return 0;
   StackScope scope(*this, stack);
   uint32_t height = stack.GetSize();
   enum_ProcStatus status = RunBoundary(code, nullptr, stack);

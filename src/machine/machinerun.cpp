@@ -41,7 +41,7 @@ enum_ProcStatus Machine::Run() {
 
 enum_ProcStatus Machine::Loop() {
   static const void* const kTable[] = {
-#define OP(name) &&L_##name,
+#define OP(name, ...) &&L_##name,
 #include "machine/opcodes.def"
 #undef OP
   };
@@ -84,6 +84,7 @@ enum_ProcStatus Machine::Loop() {
 L_Nop:
   NEXT();
 L_Mov:
+L_MovO:
   A = B;
   NEXT();
 L_LoadI:
@@ -109,8 +110,16 @@ L_TakeO : {
   ReleaseCell(KindIn(pc->c), old);
   NEXT();
 }
+L_OwnA:
+  SAVE();
+  OwnVariable(A);
+  NEXT();
 L_RelO:
   ReleaseCell(KindIn(pc->b), A);
+  NEXT();
+L_Empty:
+  SAVE();
+  A = DefaultCell(*code->types[pc->b]);
   NEXT();
 L_Zero:
   A.bits = 0;
@@ -372,12 +381,12 @@ L_AppendP:
   NEXT();
 L_AppendT:
   SAVE();
-  AppendAsText(A.s, KindIn(pc->c), B);
+  CHECK(AppendAsText(A.s, KindIn(pc->c), B));
   NEXT();
 L_Text : {
   SAVE();
   StrBuf* text = nullptr;
-  AppendAsText(text, KindIn(pc->c), B);
+  CHECK(AppendAsText(text, KindIn(pc->c), B));
   A.s = text;
   NEXT();
 }
@@ -444,7 +453,7 @@ L_LeaG:
 L_VarG : {
   GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
   SAVE();
-  CHECK(slot.epoch == run_.epoch || ResolveGlobal(slot));
+  CHECK(slot.epoch == run_.epoch || ResolveGlobal(slot) || NoVariable(slot.name, pc->c != 0));
   A.v = slot.variable->Duplicate();
   NEXT();
 }
@@ -479,20 +488,13 @@ L_StVT:
   SAVE();
   CHECK(StoreObject(*code, R, *pc, true));
   NEXT();
-L_LeaV : {
+L_LeaV:
   SAVE();
-  Variable* variable = LocalObject(*code, R, pc->b, true);
-  CHECK(variable != nullptr);
-  if (KindOf(*variable) != KindIn(pc->c)) {
-    Raise(ERR_ASSIGNMISMATCH, variable->OwnName().View());
-    goto fail;
-  }
-  A.p = CellOf(*variable);
+  CHECK(ObjectAddress(*code, R, pc->b, A));
   NEXT();
-}
 L_VarV : {
   SAVE();
-  Variable* variable = LocalObject(*code, R, pc->b, false);
+  Variable* variable = LocalObject(*code, R, pc->b, pc->c != 0);
   CHECK(variable != nullptr);
   A.v = variable->Duplicate();
   NEXT();
@@ -506,19 +508,8 @@ L_DeclO:
 L_VarN : {
   SAVE();
   Variable* variable = FindByName(code->names[pc->b]);
-  CHECK(variable != nullptr);
+  CHECK(variable != nullptr || NoVariable(code->names[pc->b], pc->c != 0));
   A.v = variable->Duplicate();
-  NEXT();
-}
-L_LeaN : {
-  SAVE();
-  Variable* variable = FindByName(code->names[pc->b]);
-  CHECK(variable != nullptr);
-  if (!TypeOf(*variable)->IsSame(*code->types[pc->c])) {
-    Raise(ERR_ASSIGNMISMATCH, code->names[pc->b].View());
-    goto fail;
-  }
-  A.p = CellOf(*variable);
   NEXT();
 }
 L_LdVar:
@@ -577,10 +568,12 @@ L_ASetP64:
 L_ASetPO : {
   SAVE();
   Cell& place = *static_cast<Cell*>(A.p);
-  Cell unused = ZeroCell();
-  CHECK(ElementAddress(place, B.i, unused));
-  Cell value = CopyCell(place.a->StorageKind(), C);
-  CHECK(StoreElement(place, B.i, value));
+  CHECK(HasElement(place.a, B.i));
+  // What is put there may be a part of the array, so it comes first.
+  OwnedCell value(place.a->StorageKind(), CopyCell(place.a->StorageKind(), C));
+  const bool stored = StoreElement(place, B.i, value.cell);
+  if (stored) value.Take();
+  CHECK(stored);
   NEXT();
 }
 L_ASetPT:
@@ -600,9 +593,8 @@ L_SSetP : {
 }
 L_SSetPO : {
   SAVE();
-  StructData* data = Unshare(static_cast<Cell*>(A.p)->st);
-  Kind kind = data->Layout()->Members()[pc->b].type->GetKind();
-  data->Put(pc->b, CopyCell(kind, C));
+  Cell& place = *static_cast<Cell*>(A.p);
+  PutMember(place, pc->b, CopyCell(place.st->MemberKind(pc->b), C));
   NEXT();
 }
 L_SSetPT : {
@@ -625,28 +617,21 @@ L_LeaE:
 L_BoxM:
   SAVE();
   CHECK(BoxMember(*static_cast<Cell*>(B.p), pc->c, A));
-  A.v->Duplicate();
   NEXT();
 L_BoxE:
   SAVE();
   CHECK(BoxElement(*static_cast<Cell*>(B.p), C.i, A));
-  A.v->Duplicate();
   NEXT();
-L_PinM:
+L_RefM:
   SAVE();
-  CHECK(BoxMember(*static_cast<Cell*>(B.p), pc->c, A));
-  A.p = CellOf(*A.v);
+  CHECK(SelectMember(A, pc->b, *code->types[pc->c]));
   NEXT();
-L_PinE:
+L_RefE:
   SAVE();
-  CHECK(BoxElement(*static_cast<Cell*>(B.p), C.i, A));
-  A.p = CellOf(*A.v);
+  CHECK(SelectElement(A, B.i));
   NEXT();
 L_ChkE:
-  if (A.a == nullptr || static_cast<uint32_t>(B.i) - 1 >= A.a->Count()) {
-    Raise(ERR_VARARRAYBOUNDS, "");
-    goto fail;
-  }
+  CHECK(HasElement(A.a, B.i));
   NEXT();
 L_AGrow:
   SAVE();
@@ -660,9 +645,17 @@ L_AAppend:
   SAVE();
   CHECK(AppendCell(*static_cast<Cell*>(A.p), code->appends[pc->c], B));
   NEXT();
-L_VarOp:
+L_VGrow:
   SAVE();
-  CHECK(ChangeVariable(*A.v, code->appends[pc->c], B));
+  CHECK(ResizeVariable(*A.v, B.i));
+  NEXT();
+L_VShrink:
+  SAVE();
+  CHECK(ResizeVariable(*A.v, -int64_t{B.i}));
+  NEXT();
+L_VAppend:
+  SAVE();
+  CHECK(AppendToVariable(*A.v, *code->types[pc->c], B));
   NEXT();
 L_ASize:
   A.i = B.a == nullptr ? 0 : static_cast<int32_t>(B.a->Count());
@@ -716,6 +709,9 @@ L_AnyTo : {
 L_AnyInt:
   A.i = B.v->GetIntegerValue();
   NEXT();
+L_AnyBool:
+  A.i = B.v->GetBoolValue() != 0;
+  NEXT();
 L_AssignV:
   SAVE();
   CHECK(AssignTo(*A.v, *code->types[pc->c], B));
@@ -736,7 +732,7 @@ L_Call : {
 }
 L_ChkRef:
   SAVE();
-  CHECK(HasExactType(*A.v, *code->types[pc->b]));
+  CHECK(CheckReference(*A.v, *code->types[pc->b]));
   NEXT();
 L_CallN : {
   SAVE();

@@ -17,8 +17,10 @@
 namespace tamber {
 namespace {
 
-/// Puts a new value into a cell and lets go of the old one afterwards, which may be part of it.
-void Exchange(Kind kind, Cell& place, Cell value) { StoreCell(kind, place, value); }
+/// Whether "+" joins a value of this kind to a string.
+bool HasText(Kind kind) {
+  return IsNumeric(kind) || kind == Kind::String || kind == Kind::EString || kind == Kind::Handle;
+}
 
 }  // namespace
 
@@ -57,18 +59,31 @@ bool Machine::LoadGlobal(GlobalSlot& slot, Cell& out) {
   // The host has put a variable of another type in its place.
   Cell value = ZeroCell();
   if (!LoadVariableAs(*slot.type, *slot.variable, value)) return false;
-  if (IsManaged(slot.type->GetKind())) converted_.emplace_back(slot.type->GetKind(), value);
+  KeepConverted(slot.type->GetKind(), value);
   out = value;
   return true;
 }
 
+/// Keeps a value that a register borrows for as long as the statement may read it.
+void Machine::KeepConverted(Kind kind, Cell value) {
+  if (!IsManaged(kind)) return;
+  const Frame& frame = frames_[frameCount_ - 1];
+  const StatementEntry* statement = &StatementAt(frame);
+  std::erase_if(converted_, [&](const Converted& old) {
+    const bool inUse = old.depth < frameCount_ || (old.depth == frameCount_ &&
+                                                   old.statement == statement && old.pc < frame.pc);
+    if (!inUse) ReleaseCell(old.kind, old.cell);
+    return !inUse;
+  });
+  converted_.push_back({frameCount_, statement, frame.pc, kind, value});
+}
+
 bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
-  if (slot.epoch != run_.epoch && !ResolveGlobal(slot))
-    return Raise(ERR_NOEXTERNVAR, slot.name.View());
+  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.name, true);
   Kind kind = slot.type->GetKind();
   if (slot.cell != nullptr) {
     if (IsManaged(kind))
-      Exchange(kind, *slot.cell, take ? value : CopyCell(kind, value));
+      StoreCell(kind, *slot.cell, take ? value : CopyCell(kind, value));
     else
       *slot.cell = value;
     return true;
@@ -79,11 +94,15 @@ bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
 }
 
 bool Machine::GlobalAddress(GlobalSlot& slot, Cell& out) {
-  if (slot.epoch != run_.epoch && !ResolveGlobal(slot))
-    return Raise(ERR_NOEXTERNVAR, slot.name.View());
+  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.name, true);
   if (slot.cell == nullptr) return Raise(ERR_ASSIGNMISMATCH, slot.name.View());
   out.p = slot.cell;
   return true;
+}
+
+/// A lookup has failed; what is to be stored into has an error of its own.
+bool Machine::NoVariable(const Name& name, bool stored) {
+  return stored && Raise(ERR_NOEXTERNVAR, name.View());
 }
 
 Variable* Machine::LocalObject(const Code& code, Cell* registers, uint32_t slot, bool storing) {
@@ -93,7 +112,7 @@ Variable* Machine::LocalObject(const Code& code, Cell* registers, uint32_t slot,
   outer.name = code.procedure->Locals().At(slot).name;
   outer.type = TypeDesc::Of(Kind::Any);
   if (ResolveGlobal(outer)) return outer.variable;
-  if (storing) Raise(ERR_NOEXTERNVAR, outer.name.View());
+  NoVariable(outer.name, storing);
   return nullptr;
 }
 
@@ -107,7 +126,7 @@ bool Machine::LoadObject(const Code& code, Cell* registers, const Instr& at) {
   }
   Cell value = ZeroCell();
   if (!LoadVariableAs(type, *variable, value)) return false;
-  if (IsManaged(type.GetKind())) converted_.emplace_back(type.GetKind(), value);
+  KeepConverted(type.GetKind(), value);
   registers[at.a] = value;
   return true;
 }
@@ -122,42 +141,28 @@ bool Machine::StoreObject(const Code& code, Cell* registers, const Instr& at, bo
     if (!AssignTo(*variable, type, value)) return false;
     if (take) ReleaseCell(kind, value);
   } else if (IsManaged(kind)) {
-    Exchange(kind, *CellOf(*variable), take ? value : CopyCell(kind, value));
+    StoreCell(kind, *CellOf(*variable), take ? value : CopyCell(kind, value));
   } else {
     *CellOf(*variable) = value;
   }
   return true;
 }
 
-bool Machine::HasExactType(Variable& variable, const TypeDesc& type) {
+bool Machine::ObjectAddress(const Code& code, Cell* registers, uint32_t slot, Cell& out) {
+  Variable* variable = LocalObject(code, registers, slot, true);
+  if (variable == nullptr) return false;
+  if (!HasLayoutOf(*variable, *code.procedure->Locals().At(slot).type))
+    return Raise(ERR_ASSIGNMISMATCH, variable->OwnName().View());
+  out.p = CellOf(*variable);
+  return true;
+}
+
+bool Machine::CheckReference(Variable& variable, const TypeDesc& type) {
   return HasLayoutOf(variable, type) || Raise(ERR_EXPRPARMTYPE, variable.OwnName().View());
 }
 
 bool Machine::AssignTo(Variable& target, const TypeDesc& type, Cell value) {
   return Check(Assign(tamber::PlaceOf(target), type, value), target.OwnName().View());
-}
-
-void Machine::Declare(const Code& code, Cell* registers, const Instr& at) {
-  const Local& local = code.procedure->Locals().At(at.a);
-  Kind kind = local.type->GetKind();
-  Cell fresh = DefaultCell(*local.type);
-  if (local.arraySize > 0) ResizeCell(fresh, *local.type, local.arraySize);
-  if (at.op == Op::DeclO) {
-    Exchange(kind, registers[at.a], fresh);
-    return;
-  }
-  Variable*& object = registers[at.a].v;
-  if (object == nullptr) {
-    object = MakeVariable(local.type, local.name, fresh);
-    return;
-  }
-  AssignTo(*object, *local.type, fresh);
-  ReleaseCell(kind, fresh);
-}
-
-void Machine::SweepArray(ArrayData& array) {
-  // Deeper down a built-in may hold an element without having said so.
-  if (nativeDepth_ <= 1) array.SweepBoxes();
 }
 
 bool Machine::Check(Stored stored, std::string_view name) {
@@ -174,6 +179,42 @@ bool Machine::Check(Stored stored, std::string_view name) {
   throw std::bad_alloc();
 }
 
+/// A value of unknown type may be the variable that it was read from.
+void Machine::OwnVariable(Cell& cell) {
+  if (VariableAccess::Holders(*cell.v) == 0) return;
+  const Cell shared = cell;
+  cell = CopyCell(Kind::Any, shared);
+  ReleaseCell(Kind::Any, shared);
+}
+
+void Machine::Declare(const Code& code, Cell* registers, const Instr& at) {
+  const Local& local = code.procedure->Locals().At(at.a);
+  Kind kind = local.type->GetKind();
+  Cell fresh = DefaultCell(*local.type);
+  if (local.arraySize > 0) ResizeCell(fresh, *local.type, local.arraySize);
+  if (at.op == Op::DeclO) {
+    StoreCell(kind, registers[at.a], fresh);
+    return;
+  }
+  Variable*& object = registers[at.a].v;
+  if (object == nullptr) {
+    object = MakeVariable(local.type, local.name, fresh);
+    return;
+  }
+  AssignTo(*object, *local.type, fresh);
+  ReleaseCell(kind, fresh);
+}
+
+void Machine::SweepArray(ArrayData& array) {
+  // Deeper down a built-in may hold an element without having said so.
+  if (nativeDepth_ <= 1) array.SweepBoxes();
+}
+
+bool Machine::HasElement(const ArrayData* array, int32_t index) {
+  const bool has = array != nullptr && static_cast<uint32_t>(index) - 1 < array->Count();
+  return has || Raise(ERR_VARARRAYBOUNDS, "");
+}
+
 bool Machine::ElementAt(ArrayData* array, int32_t index, Cell& out) {
   if (array != nullptr && array->HasBoxes()) SweepArray(*array);
   return Check(ReadElement(array, index, out), "");
@@ -186,7 +227,7 @@ bool Machine::ElementAsVariable(ArrayData* array, int32_t index, Cell& out) {
 
 bool Machine::StoreElement(Cell& place, int32_t index, Cell value) {
   uint32_t at = static_cast<uint32_t>(index) - 1;
-  if (place.a == nullptr || at >= place.a->Count()) return Raise(ERR_VARARRAYBOUNDS, "");
+  if (!HasElement(place.a, index)) return false;
   ArrayData* array = Unshare(place.a, place.a->ElementType());
   if (array->HasBoxes()) SweepArray(*array);
   array->Put(at, value);
@@ -205,39 +246,67 @@ bool Machine::BoxElement(Cell& place, int32_t index, Cell& out) {
   if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
   Whole array = Whole::Register(place);
   if (!Check(array.HoldElement(index), "")) return false;
-  out.v = array.Object();
+  out.v = array.Object()->Duplicate();
   return true;
 }
 
 bool Machine::BoxMember(Cell& place, uint32_t member, Cell& out) {
   Whole structure = Whole::Register(place);
   if (!Check(structure.HoldMember(member), "")) return false;
-  out.v = structure.Object();
+  out.v = structure.Object()->Duplicate();
   return true;
 }
 
-bool Machine::AppendCell(Cell& place, const AppendSite& site, Cell value) {
-  return Check(Append({&place, site.array.Get()}, *site.value, value), "");
+void Machine::PutMember(Cell& place, uint32_t member, Cell value) {
+  OwnedCell kept(place.st->MemberKind(member), value);
+  StructData* data = Unshare(place.st);
+  data->Put(member, kept.Take());
+}
+
+bool Machine::SelectMember(Cell& variable, uint32_t member, const TypeDesc& type) {
+  const Name& name = type.Layout()->Members()[member].name;
+  if (KindOf(*variable.v) != Kind::Struct)
+    return Raise(ERR_VARNOTSTRUCT, variable.v->OwnName().View());
+  Cell& place = *CellOf(*variable.v);
+  // A host may have put a structure with other members there.
+  const bool same = place.st->Layout().Get() == type.Layout().Get();
+  const int32_t at = same ? static_cast<int32_t>(member) : place.st->Layout()->Find(name.View());
+  if (at < 0) return Raise(ERR_BADSTRUCTEL, name.View());
+  Whole structure(*variable.v);
+  if (!Check(structure.HoldMember(static_cast<uint32_t>(at)), name.View())) return false;
+  Variable* selected = structure.Object()->Duplicate();
+  Variable::Delete(variable.v);
+  variable.v = selected;
+  return true;
+}
+
+bool Machine::SelectElement(Cell& variable, int32_t index) {
+  if (KindOf(*variable.v) != Kind::Array)
+    return Raise(ERR_VARNOTARRAY, variable.v->OwnName().View());
+  Cell& place = *CellOf(*variable.v);
+  if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
+  Whole array(*variable.v);
+  if (!Check(array.HoldElement(index), "")) return false;
+  Variable* selected = array.Object()->Duplicate();
+  Variable::Delete(variable.v);
+  variable.v = selected;
+  return true;
 }
 
 bool Machine::ResizeCell(Cell& place, const TypeDesc& type, int64_t delta) {
   return Check(Resize({&place, &type}, delta), "");
 }
 
-bool Machine::ChangeVariable(Variable& target, const AppendSite& site, Cell value) {
-  Variable* outer = target.Dereference();
-  Variable& variable = outer != nullptr ? *outer : target;
-  if (!variable.IsArray()) return true;
-  Cell& place = *CellOf(variable);
-  TypeRef type = TypeOf(variable);
-  switch (site.array->GetKind()) {
-    case Kind::Int:
-      return ResizeCell(place, *type, value.i);
-    case Kind::Char:
-      return ResizeCell(place, *type, -int64_t{value.i});
-    default:
-      return AppendCell(place, {type, site.value}, value);
-  }
+bool Machine::ResizeVariable(Variable& array, int64_t delta) {
+  return Check(Resize(tamber::PlaceOf(array), delta), array.OwnName().View());
+}
+
+bool Machine::AppendCell(Cell& place, const AppendSite& site, Cell value) {
+  return Check(Append({&place, site.array.Get()}, *site.value, value), "");
+}
+
+bool Machine::AppendToVariable(Variable& array, const TypeDesc& type, Cell value) {
+  return Check(Append(tamber::PlaceOf(array), type, value), array.OwnName().View());
 }
 
 bool Machine::Execute(int32_t operatorIndex, Cell& out) {
@@ -342,10 +411,17 @@ bool Machine::IsCaseSensitive() {
                                       : caseSwitch_.variable->GetIntegerValue()) != 0;
 }
 
-void Machine::AppendAsText(StrBuf*& slot, Kind kind, Cell value) {
+bool Machine::AppendAsText(StrBuf*& slot, Kind kind, Cell value) {
+  if (kind == Kind::Any) {
+    const Variable& variable = *value.v;
+    kind = KindOf(variable);
+    if (!HasText(kind)) return Raise(ERR_EXPRPARMMATCH, "+");
+    value = *CellOf(*value.v);
+  }
   std::string text;
   AppendCellText(text, kind, value);
   AppendText(slot, text);
+  return true;
 }
 
 bool Machine::SameText(const StrBuf* a, const StrBuf* b) {

@@ -5,6 +5,7 @@
 
 #include "kel/kelstring.h"
 #include "machine/epoch.h"
+#include "machine/verifier.h"
 
 namespace tamber {
 
@@ -36,6 +37,7 @@ struct RunState {
   void ScopeChanged() { epoch = NextEpoch(); }
 
   int32_t procedureTrace = 0;
+  bool verifiesCode = VerifiesByDefault();
   bool dumpsLocals = false;  ///< some report shows the local variables
 };
 

@@ -28,6 +28,7 @@ class FactFinder {
       : procedure_(procedure), locals_(procedure.Locals()) {
     facts_.byName = observed;
     facts_.object.assign(locals_.Count(), false);
+    facts_.absent.assign(locals_.Count(), false);
     declared_.assign(locals_.Count(), false);
   }
 
@@ -87,8 +88,9 @@ class FactFinder {
     int32_t slot = use.slot >= 0 ? use.slot : locals_.Find(use.name.View());
     if (slot < 0) return;
     auto at = static_cast<size_t>(slot);
-    if (use.slot < 0) facts_.maybeLocals = true;
-    if (use.slot < 0 || (reachable_ && !declared_[at])) facts_.object[at] = true;
+    const bool absent = use.slot >= 0 && reachable_ && !declared_[at];
+    if (absent) facts_.absent[at] = true;
+    if (use.slot < 0 || absent) facts_.object[at] = true;
   }
 
   void NeedsObject(const ExpressionBase& argument) {

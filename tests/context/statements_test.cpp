@@ -55,7 +55,10 @@ class Compile : public testing::Test {
       return (jump->JumpsOnTrue() ? "T" : "F") + offset;
     }
     if (const auto* expression = dynamic_cast<const StatementExpression*>(&statement)) {
-      return expression->GetUse() == StatementExpression::Use::Value ? "E" : "R";
+      const auto use = expression->GetUse();
+      const bool selects =
+          use == StatementExpression::Use::Target || use == StatementExpression::Use::Array;
+      return selects ? "R" : "E";
     }
     if (dynamic_cast<const StatementPopVar*>(&statement)) return "V";
     if (dynamic_cast<const StatementPushVar*>(&statement)) return "U";

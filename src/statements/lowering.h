@@ -1,0 +1,113 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "expr/exprvar.h"
+#include "machine/codebuilder.h"
+#include "statements/statexpr.h"
+#include "statements/statgoto.h"
+#include "statements/statlist.h"
+
+class TamberProcedure;
+
+namespace tamber {
+
+/// Lowers a statement list group by group: an expression together with the statements that use its
+/// value, as `StatementExpression::Use` says. Within a group a failing instruction must still do
+/// what the separate statements would have done, which is what the StatementEntry of each part
+/// says.
+class ProcedureLowering {
+ public:
+  ProcedureLowering(const TamberProcedure& procedure, bool observed, bool wideJumps);
+  ProcedureLowering(const ProcedureLowering&) = delete;
+  ProcedureLowering& operator=(const ProcedureLowering&) = delete;
+
+  /// False: a jump does not reach.
+  bool Run();
+  bool TooLarge() const { return builder_.TooLarge(); }
+  std::unique_ptr<Code> Take() { return std::move(code_); }
+
+ private:
+  /// An entry's way out that becomes known when the label is bound.
+  struct Exit {
+    uint32_t StatementEntry::*way;
+    size_t entry;
+    Label* label;
+  };
+  /// Code for a statement whose division failed: it goes on with an empty value in place of the one
+  /// that was not computed. It lies behind the procedure, out of the way of what does not fail.
+  struct Pad {
+    size_t entry;  ///< of the value
+    uint32_t statement;
+    uint32_t source;
+    uint32_t mark;
+    FrameState state;  ///< when the value was begun
+    std::function<void()> lower;
+    Label* end;
+  };
+  struct SelectedAssign {
+    uint32_t statement;
+    const ExpressionVariable& target;
+    const ExpressionBase& value;
+    Label& end;
+  };
+  /// Whether it shows before the value is computed that there is no such target.
+  enum class Selecting { Early, Late };
+
+  // --- the parts of a group (lower.cpp) ---
+  template <class T>
+  const T& At(uint32_t index) const {
+    return static_cast<const T&>(statements_.Get(index));
+  }
+  const ExpressionBase& ExpressionAt(uint32_t index) const {
+    return At<StatementExpression>(index).Expression();
+  }
+  Label& LabelOf(int64_t index);
+  Label& NewLabel() { return ownLabels_.emplace_back(); }
+  size_t BeginEntry(uint32_t statement);
+  void ResumeAt(size_t entry, Label& label) {
+    exits_.push_back({&StatementEntry::resume, entry, &label});
+  }
+  void AddPad(size_t entry, uint32_t statement, const FrameState& state, uint32_t mark, Label& end,
+              std::function<void()> lower);
+  void LowerPad(const Pad& pad);
+  void CheckError(const ExpressionBase& expression);
+  void CountStatements(uint32_t i, uint32_t count);
+  uint32_t LowerGroup(uint32_t i);
+  uint32_t LowerExpressionGroup(uint32_t i, const StatementExpression& first);
+  void LowerJump(uint32_t i, const StatementGoto& jump);
+  void LowerDeclare(uint32_t slot);
+  void LowerParameters();
+  void LowerDropped(uint32_t i, const ExpressionBase& expression);
+  void LowerConditionalJump(uint32_t i, const ExpressionBase& expression);
+  void LowerReturn(uint32_t i, const ExpressionBase& expression);
+  void LowerCallScript(uint32_t i, const ExpressionBase& expression);
+
+  // --- stores (lowerstore.cpp) ---
+  void LowerAssign(uint32_t i, const ExpressionBase& expression, const VarUse& target);
+  bool LowerAppend(const ExpressionBase& expression, const VarUse& target);
+  Operand StartString(const Operand& operand);
+  void AppendTo(Op op, uint16_t string, const Operand& part);
+  void LowerArrayOp(uint32_t i, const ExpressionBase& expression);
+  void LowerArrayChange(uint32_t i, const Operand& value);
+  void LowerSelectedAssign(uint32_t i, const ExpressionBase& target);
+  size_t LowerSelectedStore(const SelectedAssign& parts, Selecting selecting, Label& noTarget);
+  void LowerValueAlone(const SelectedAssign& parts);
+  TypeRef EmptyTypeOf(const ExpressionBase& expression, const TypeRef& wanted) const;
+
+  const TamberProcedure& procedure_;
+  const StatementList& statements_;
+  bool observed_;
+  LocalFacts facts_;
+  std::unique_ptr<Code> code_;
+  CodeBuilder builder_;
+  std::vector<Label> labels_;  // by statement; one past the last is the end
+  std::deque<Label> ownLabels_;
+  std::vector<Exit> exits_;
+  std::vector<Pad> pads_;
+};
+
+}  // namespace tamber

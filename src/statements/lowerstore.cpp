@@ -1,0 +1,246 @@
+// Statements that store a value.
+
+#include "expr/exprop.h"
+#include "statements/lowering.h"
+#include "statements/procedure.h"
+#include "statements/statarray.h"
+#include "statements/statpushvar.h"
+
+namespace tamber {
+namespace {
+
+bool IsSameVariable(const ExpressionBase& node, const VarUse& target) {
+  if (node.GetKind() != EXPRESSION_VARIABLE) return false;
+  const auto& variable = static_cast<const ExpressionVariable&>(node);
+  if (!variable.IsSimple() || variable.Variable().slot != target.slot) return false;
+  return target.slot >= 0 || variable.Variable().name.Equals(target.name);
+}
+
+/// Whether selecting the target runs something that must run once, whatever fails.
+bool SelectingCalls(const ExpressionVariable& target) {
+  return target.IsImpure() || target.CallsFunction();
+}
+
+}  // namespace
+
+/// The type of the empty value that stands for one which could not be computed; where only a run
+/// knows the type, that of what takes the value.
+TypeRef ProcedureLowering::EmptyTypeOf(const ExpressionBase& expression,
+                                       const TypeRef& wanted) const {
+  const TypeRef& type = expression.Type()->GetKind() == Kind::Any ? wanted : expression.Type();
+  return type->GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : type;
+}
+
+void ProcedureLowering::LowerAssign(uint32_t i, const ExpressionBase& expression,
+                                    const VarUse& target) {
+  const size_t entry = BeginEntry(i);
+  const uint32_t mark = builder_.Mark();
+  const FrameState state = builder_.State();
+  const auto addPad = [&] {
+    const TypeRef type = EmptyTypeOf(expression, target.type);
+    AddPad(entry, i + 1, state, mark, LabelOf(i + 2),
+           [this, type, &target] { builder_.Store(target, builder_.EmptyValue(type)); });
+  };
+  if (LowerAppend(expression, target)) return addPad();
+  Operand value = expression.Lower(builder_);
+  addPad();
+  const bool direct = builder_.IsRegister(target) && value.place == Operand::Place::Reg &&
+                      value.IsScalar() && value.kind == target.type->GetKind();
+  if (direct) {
+    // The value goes straight to the local, where nobody else can see it before the policy of an
+    // error has been applied.
+    builder_.MoveInto(static_cast<uint16_t>(target.slot), value);
+    CheckError(expression);
+    return;
+  }
+  CheckError(expression);
+  BeginEntry(i + 1);
+  builder_.Store(target, value);
+}
+
+/// s = s + e: the string of the variable grows in place. What is added is complete before it does,
+/// so that a failure leaves the variable as it was.
+bool ProcedureLowering::LowerAppend(const ExpressionBase& expression, const VarUse& target) {
+  if (target.type->GetKind() != Kind::String || builder_.IsDynamic(target)) return false;
+  std::vector<const ExpressionOperator*> chain;
+  const ExpressionBase* node = &Unwrap(expression);
+  while (node->GetKind() == EXPRESSION_OPERATOR) {
+    const auto* op = static_cast<const ExpressionOperator*>(node);
+    if (op->GetOperator() != TamberOperators::OP_ADD || op->Type()->GetKind() != Kind::String)
+      return false;
+    chain.push_back(op);
+    node = op->GetChild(0);
+  }
+  if (chain.empty() || !IsSameVariable(*node, target)) return false;
+  // Script code could change a variable that is not the procedure's own before it is added to.
+  if (expression.IsImpure() && !builder_.IsRegister(target)) return false;
+  Operand tail = chain.back()->GetChild(1)->Lower(builder_);
+  if (chain.size() > 1) {
+    tail = StartString(tail);
+    const uint32_t mark = builder_.Mark();
+    for (size_t k = chain.size() - 1; k-- > 0; builder_.Reset(mark))
+      AppendTo(Op::Append, tail.reg, chain[k]->GetChild(1)->Lower(builder_));
+  }
+  CheckError(expression);
+  if (builder_.IsRegister(target)) {
+    AppendTo(Op::Append, static_cast<uint16_t>(target.slot), tail);
+  } else {
+    if (tail.kind != Kind::String) tail = StartString(tail);
+    tail = builder_.ToReg(tail);
+    AppendTo(Op::AppendP, builder_.LoadAddress(target), tail);
+  }
+  return true;
+}
+
+Operand ProcedureLowering::StartString(const Operand& operand) {
+  const Operand source = builder_.ToReg(operand);
+  const uint16_t reg = builder_.NewTemp();
+  if (source.kind == Kind::String)
+    builder_.MoveInto(reg, source);
+  else
+    builder_.Emit(Op::Text, reg, source.reg, static_cast<uint32_t>(source.kind));
+  builder_.Free(source);
+  return builder_.InReg(Kind::String, reg, TypeDesc::Of(Kind::String));
+}
+
+/// `op`: Append to the string in a register, or AppendP to that at an address.
+void ProcedureLowering::AppendTo(Op op, uint16_t string, const Operand& part) {
+  const Operand source = builder_.ToReg(part);
+  if (source.kind == Kind::String)
+    builder_.Emit(op, string, source.reg);
+  else
+    builder_.Emit(Op::AppendT, string, source.reg, static_cast<uint32_t>(source.kind));
+  builder_.Free(source);
+}
+
+void ProcedureLowering::LowerArrayOp(uint32_t i, const ExpressionBase& expression) {
+  const size_t entry = BeginEntry(i);
+  const uint32_t mark = builder_.Mark();
+  const FrameState state = builder_.State();
+  const bool appends = statements_.Get(i + 2).GetKind() == STATEMENT_APPEND;
+  Operand value = expression.Lower(builder_);
+  if (!appends) value = builder_.ToCondition(value);
+  value = builder_.ToReg(value);
+  // An array that grows or shrinks by nothing stays as it is.
+  if (appends) {
+    const bool isKnown = expression.Type()->GetKind() != Kind::Any;
+    const TypeRef type = EmptyTypeOf(expression, TypeDesc::Of(Kind::Int));
+    AddPad(entry, i + 1, state, mark, LabelOf(i + 3), [this, i, type, isKnown] {
+      if (isKnown) LowerArrayChange(i, builder_.ToReg(builder_.EmptyValue(type)));
+    });
+  }
+  CheckError(expression);
+  BeginEntry(i + 1);
+  LowerArrayChange(i, value);
+}
+
+/// Finds the array, the second part of the group, and changes it with the value.
+void ProcedureLowering::LowerArrayChange(uint32_t i, const Operand& value) {
+  const auto kind = statements_.Get(i + 2).GetKind();
+  const auto* push = dynamic_cast<const StatementPushVar*>(&statements_.Get(i + 1));
+  const ExpressionVariable* selected =
+      push != nullptr ? nullptr : static_cast<const ExpressionVariable*>(&ExpressionAt(i + 1));
+  const TypeRef& type = push != nullptr ? push->Variable().type : selected->Type();
+  const bool whole =
+      push != nullptr ? builder_.IsStoredWhole(push->Variable()) : selected->IsDynamic(builder_);
+  if (whole) {
+    const Operand variable = push != nullptr ? builder_.LoadVariable(push->Variable(), true)
+                                             : selected->LowerReference(builder_);
+    if (selected != nullptr) CheckError(*selected);
+    BeginEntry(i + 2);
+    if (kind == STATEMENT_APPEND)
+      builder_.Emit(Op::VAppend, variable.reg, value.reg, builder_.TypeIndex(value.type));
+    else
+      builder_.Emit(kind == STATEMENT_GROW ? Op::VGrow : Op::VShrink, variable.reg, value.reg);
+    builder_.Free(variable);
+    builder_.Free(value);
+    return;
+  }
+  std::vector<Operand> indexes;
+  if (selected != nullptr) {
+    indexes = selected->LowerIndexes(builder_);
+    CheckError(*selected);
+  }
+  const uint16_t address = push != nullptr ? builder_.LoadAddress(push->Variable())
+                                           : selected->LowerArrayAddress(builder_, indexes);
+  BeginEntry(i + 2);
+  if (kind == STATEMENT_APPEND)
+    builder_.Emit(Op::AAppend, address, value.reg, builder_.AppendIndex(type, value.type));
+  else
+    builder_.Emit(kind == STATEMENT_GROW ? Op::AGrow : Op::AShrink, address, value.reg,
+                  builder_.TypeIndex(type));
+  builder_.Free(value);
+}
+
+/// The target is selected before the value is computed, and the value is computed even when the
+/// target could not be selected and the script goes on: it may fail too, print, or change things.
+void ProcedureLowering::LowerSelectedAssign(uint32_t i, const ExpressionBase& target) {
+  const SelectedAssign parts{i, static_cast<const ExpressionVariable&>(target), ExpressionAt(i + 1),
+                             LabelOf(i + 3)};
+  const bool calls = parts.value.IsImpure() || parts.value.CallsFunction();
+  const bool mayFail = calls || !CanBeSkipped(builder_, parts.value);
+  if (!mayFail && !SelectingCalls(parts.target)) {
+    LowerSelectedStore(parts, Selecting::Late, parts.end);
+    return;
+  }
+  Label& alone = NewLabel();
+  if (calls || SelectingCalls(parts.target)) {
+    LowerSelectedStore(parts, Selecting::Early, alone);
+  } else {
+    // A value that only computes is computed first, for the store finds out by itself whether
+    // there is such a target. When the value fails all is done again in the proper order.
+    Label& again = NewLabel();
+    const size_t valueEntry = LowerSelectedStore(parts, Selecting::Late, alone);
+    exits_.push_back({&StatementEntry::retry, valueEntry, &again});
+    builder_.EndStatement();
+    builder_.Jump(parts.end);
+    builder_.Bind(again);
+    LowerSelectedStore(parts, Selecting::Early, alone);
+  }
+  builder_.EndStatement();
+  builder_.Jump(parts.end);
+  builder_.Bind(alone);
+  LowerValueAlone(parts);
+}
+
+void ProcedureLowering::LowerValueAlone(const SelectedAssign& parts) {
+  BeginEntry(parts.statement + 1);
+  const Operand unused = parts.value.Lower(builder_);
+  CheckError(parts.value);
+  builder_.Free(unused);
+}
+
+/// `noTarget`: where to go on when the target could not be selected. Returns the entry of the
+/// value.
+size_t ProcedureLowering::LowerSelectedStore(const SelectedAssign& parts, Selecting selecting,
+                                             Label& noTarget) {
+  ResumeAt(BeginEntry(parts.statement), noTarget);
+  const std::vector<Operand> indexes = parts.target.LowerIndexes(builder_);
+  CheckError(parts.target);
+  Operand held;
+  if (parts.value.IsImpure())
+    held = parts.target.LowerReference(builder_, indexes);
+  else if (selecting == Selecting::Early)
+    parts.target.LowerCheck(builder_, indexes);
+  const size_t valueEntry = BeginEntry(parts.statement + 1);
+  const uint32_t mark = builder_.Mark();
+  const FrameState state = builder_.State();
+  const auto store = [this, &target = parts.target, indexes, held](const Operand& value) {
+    if (held.place == Operand::Place::Reg)
+      builder_.AssignVariable(held, value);
+    else
+      target.LowerStore(builder_, indexes, value);
+  };
+  const Operand result = parts.value.Lower(builder_);
+  const TypeRef type = EmptyTypeOf(parts.value, parts.target.Type());
+  AddPad(valueEntry, parts.statement + 2, state, mark, parts.end, [this, store, type] {
+    const bool isKnown = type->GetKind() != Kind::Any;
+    store(builder_.EmptyValue(isKnown ? type : TypeDesc::Of(Kind::Int)));
+  });
+  CheckError(parts.value);
+  BeginEntry(parts.statement + 2);
+  store(result);
+  return valueEntry;
+}
+
+}  // namespace tamber
