@@ -368,11 +368,9 @@ int32_t TamberContext::RegisterStructure(Variable* structure) {
   try {
     const KelString name = structure->GetStructName();
     if (name.IsEmpty()) return 0;
-    // With the values of its members: the prototype is what it was built to be.
-    Variable* prototype = tamber::LookThrough(*structure).Clone();
-    prototype->SetOwnName(tamber::Name());
-    const TypeRef type = tamber::TypeOf(*prototype);
-    AddType(name, prototype, tamber::kModuleStruct);
+    // The type has the values of the members: they are there wherever one of it is made.
+    const TypeRef type = tamber::TypeLike(*structure);
+    AddType(name, MakeVariable(type, tamber::Name()), tamber::kModuleStruct);
     tamber::AddType(*this, name + "[]", TypeDesc::ArrayOf(type));
     return 1;
   } catch (const std::bad_alloc&) {

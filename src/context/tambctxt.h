@@ -192,9 +192,10 @@ class TAMBER_API TamberContext : public TamberOperators,
   uint32_t RegisterObjectType(const KelString& name);
   int32_t RegisterStructure(const KelString& name, const KelString& members,
                             const Variable** prototype);
-  /// Makes a structure that has been built already the prototype of the type of its name, with the
-  /// values of its members, and takes it over. What scripts declare begins with zeros and empty
-  /// texts all the same.
+  /// Makes a structure that has been built already the prototype of the type of its name, and takes
+  /// ownership of it. Everything of the type begins with the values that its members have now: the
+  /// variables, elements, members and results of scripts, and what `TamberType::CreateVariable`
+  /// makes. Returns 0 for what is no structure or has no structure name.
   int32_t RegisterStructure(Variable* structure);
   template <class... Args>
   void RegistrationError(std::string_view format, const Args&... args) {

@@ -23,6 +23,9 @@ constexpr uint32_t kSharedDefaults = 65536;
 /// What an element that is an object costs at least.
 constexpr uint64_t kObjectSize = 64;
 
+/// Room for arrays that grow: repeated appends must cost linear time altogether.
+uint64_t GrownCount(uint32_t count) { return std::min(uint64_t{count} + count / 2 + 8, kMaxCount); }
+
 }  // namespace
 
 Kind ArrayData::StorageOf(const TypeRef& element) {
@@ -166,8 +169,7 @@ void ArrayData::Reserve(uint64_t count) {
 void ArrayData::Append(Cell value) {
   if (count_ == capacity_) {
     if (count_ == kMaxCount) throw std::bad_alloc();
-    const uint64_t more = uint64_t{count_} + count_ / 2 + 8;
-    Grow(std::min(more, kMaxCount));
+    Grow(GrownCount(count_));
   }
   StoreRaw(count_, WithoutBoxes(kind_, value));
   ++count_;
@@ -180,7 +182,8 @@ void ArrayData::Resize(uint64_t count) {
   }
   if (!element_) return;  // nothing says what the elements would be
   if (kind_ == Kind::EString || kind_ == Kind::Any) CheckRoomForObjects(count - count_);
-  Reserve(count);
+  // An array that grows again will go on growing.
+  if (count > capacity_) Grow(count_ == 0 ? count : std::max(count, GrownCount(count_)));
   if (kind_ == Kind::Struct || kind_ == Kind::EString || kind_ == Kind::Any) {
     AppendDefaults(static_cast<uint32_t>(count));
     return;

@@ -260,6 +260,17 @@ Variable* MakeEmpty(const TypeRef& type, const Name& name) {
   }
 }
 
+bool IsSameArray(const ArrayData* left, const ArrayData* right) {
+  const uint32_t count = left != nullptr ? left->Count() : 0;
+  if (left == right || count != (right != nullptr ? right->Count() : 0)) return left == right;
+  if (count == 0) return true;
+  if (left->StorageKind() != right->StorageKind()) return false;
+  for (uint32_t i = 0; i < count; ++i) {
+    if (!IsSameCell(left->StorageKind(), left->Peek(i), right->Peek(i))) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 void DestroyObject(RefObject* object) {
@@ -317,6 +328,69 @@ Cell CopyCell(Kind kind, Cell cell) {
       break;
   }
   return cell;
+}
+
+Cell SeparateCell(Kind kind, Cell cell) {
+  OwnedCell made(kind, ZeroCell());
+  switch (kind) {
+    case Kind::String:
+      if (cell.s != nullptr) made.cell.s = StrBuf::New(cell.s->View());
+      break;
+    case Kind::EString: {
+      auto* secret = new VarEString(Name(), 0);
+      made.cell.v = secret;
+      static_cast<void>(secret->SetSealed(static_cast<const VarEString&>(*cell.v).Sealed()));
+      break;
+    }
+    case Kind::Struct:
+      made.cell.st = StructData::New(cell.st->Layout());
+      Unshare(made.cell.st);
+      for (uint32_t i = 0; i < cell.st->Count(); ++i) {
+        made.cell.st->Put(i, SeparateCell(cell.st->MemberKind(i), cell.st->Peek(i)));
+      }
+      break;
+    case Kind::Array:
+      if (cell.a == nullptr) break;
+      made.cell.a = ArrayData::New(cell.a->ElementType());
+      made.cell.a->Reserve(cell.a->Count());
+      for (uint32_t i = 0; i < cell.a->Count(); ++i) {
+        made.cell.a->Append(SeparateCell(cell.a->StorageKind(), cell.a->Peek(i)));
+      }
+      break;
+    case Kind::Any: {
+      OwnedCell value(KindOf(*cell.v), SeparateCell(KindOf(*cell.v), *CellOf(*cell.v)));
+      made.cell.v = MakeVariable(TypeOf(*cell.v), Name(), value.cell);
+      value.Take();
+      break;
+    }
+    default:
+      return cell;
+  }
+  return made.Take();
+}
+
+bool IsSameCell(Kind kind, Cell left, Cell right) {
+  switch (kind) {
+    case Kind::String:
+      return TextOf(left.s) == TextOf(right.s);
+    case Kind::EString:
+      return static_cast<const VarEString&>(*left.v).Plain() ==
+             static_cast<const VarEString&>(*right.v).Plain();
+    case Kind::Struct:
+      if (left.st == right.st) return true;
+      if (left.st->Layout().Get() != right.st->Layout().Get()) return false;
+      for (uint32_t i = 0; i < left.st->Count(); ++i) {
+        if (!IsSameCell(left.st->MemberKind(i), left.st->Peek(i), right.st->Peek(i))) return false;
+      }
+      return true;
+    case Kind::Array:
+      return IsSameArray(left.a, right.a);
+    case Kind::Any:
+      return TypeOf(*left.v)->IsSame(*TypeOf(*right.v)) &&
+             IsSameCell(KindOf(*left.v), *CellOf(*left.v), *CellOf(*right.v));
+    default:
+      return left.bits == right.bits;
+  }
 }
 
 Cell DefaultCell(const TypeDesc& type) {
@@ -644,6 +718,13 @@ const TypeRef& TypeOf(const Variable& variable) {
     default:
       return TypeDesc::Of(VariableAccess::KindOf(behind));
   }
+}
+
+TypeRef TypeLike(const Variable& structure) {
+  const Ref<StructLayout> layout =
+      StructLayout::MakeLike(*VariableAccess::CellOf(LookThrough(structure)).st);
+  const TypeRef& own = TypeOf(structure);
+  return layout.Get() == own->Layout().Get() ? own : TypeDesc::StructOf(layout);
 }
 
 int32_t AssignVariable(Variable& target, Variable* source) {

@@ -12,7 +12,12 @@ void ReleaseCell(Kind kind, Cell cell);
 /// A further, independent value: texts, arrays and structures are shared until changed, variables
 /// are cloned.
 Cell CopyCell(Kind kind, Cell cell);
-/// The empty value of a type: 0, "", an empty array, a structure of empty members.
+/// A further value that shares nothing with the first, neither now nor later: threads may make
+/// such copies of a value that none of them changes.
+Cell SeparateCell(Kind kind, Cell cell);
+/// Whether two values of a kind are of one type and alike in every part.
+bool IsSameCell(Kind kind, Cell left, Cell right);
+/// The empty value of a type: 0, "", an empty array, a structure as its type begins.
 Cell DefaultCell(const TypeDesc& type);
 
 /// Makes what the cell holds immutable and lets it live as long as the process, so that threads can
@@ -65,6 +70,8 @@ Variable* MakeVariable(const TypeRef& type, const Name& name);
 
 /// The type of a variable's value (a reference gives its target's).
 const TypeRef& TypeOf(const Variable& variable);
+/// The type of a structure, or one like it whose new values begin as this one is now.
+TypeRef TypeLike(const Variable& structure);
 /// What a reference refers to; every other variable itself.
 inline const Variable& LookThrough(const Variable& variable) {
   return VariableAccess::IsReference(variable) ? *VariableAccess::CellOf(variable).v : variable;

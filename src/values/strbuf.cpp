@@ -23,7 +23,14 @@ uint64_t GrownCapacity(uint64_t length) {
 }
 
 void CheckLength(uint64_t length) {
-  if (length > StrBuf::kMaxLength || !kel::CanAllocate(length)) throw std::bad_alloc();
+  if (length > StrBuf::kMaxLength) throw std::bad_alloc();
+}
+
+/// Looks at the system for a large text, which takes its time: only when a buffer is made or grows.
+uint64_t Affordable(uint64_t capacity) {
+  const uint64_t size = AllocationSize(capacity);
+  if (!kel::CanAllocate(size)) throw std::bad_alloc();
+  return size;
 }
 
 void Terminate(StrBuf* text, uint64_t length) {
@@ -34,7 +41,7 @@ void Terminate(StrBuf* text, uint64_t length) {
 }  // namespace
 
 StrBuf* StrBuf::WithCapacity(uint64_t length, uint64_t capacity) {
-  void* memory = std::malloc(AllocationSize(capacity));
+  void* memory = std::malloc(Affordable(capacity));
   if (memory == nullptr) throw std::bad_alloc();
   StrBuf* text =
       new (memory) StrBuf(static_cast<uint32_t>(length), static_cast<uint32_t>(capacity));
@@ -71,7 +78,7 @@ StrBuf* StrBuf::Extended(StrBuf* text, std::string_view tail, uint64_t length) {
 }
 
 StrBuf* StrBuf::Enlarged(StrBuf* text, uint64_t capacity) {
-  void* memory = std::realloc(static_cast<void*>(text), AllocationSize(capacity));
+  void* memory = std::realloc(static_cast<void*>(text), Affordable(capacity));
   if (memory == nullptr) throw std::bad_alloc();
   StrBuf* moved = static_cast<StrBuf*>(memory);
   moved->capacity = static_cast<uint32_t>(capacity);

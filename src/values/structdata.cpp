@@ -70,12 +70,7 @@ StructData* StructData::MakeDefault(const Ref<StructLayout>& layout) {
   OwnedCell data(Kind::Struct, ZeroCell());
   data.cell.st = Allocate(layout);
   for (uint32_t i = 0; i < data.cell.st->Count(); ++i) {
-    const StructLayout::Member& member = layout->Members()[i];
-    Cell& cell = data.cell.st->Cells()[i];
-    cell = DefaultCell(*member.type);
-    if (member.arraySize > 0 && member.type->IsArray()) {
-      Unshare(cell.a, member.type->Element())->Resize(member.arraySize);
-    }
+    data.cell.st->Cells()[i] = layout->NewMember(i);
   }
   return data.Take().st;
 }

@@ -7,6 +7,10 @@
 #include <string_view>
 #include <utility>
 
+#include "values/arraydata.h"
+#include "values/cellops.h"
+#include "values/structdata.h"
+
 namespace tamber {
 namespace {
 
@@ -183,6 +187,46 @@ Ref<StructLayout> StructLayout::Make(const Name& name, std::vector<Member> membe
   auto layout = Ref<StructLayout>::Adopt(new StructLayout(name, std::move(members)));
   if (layout->depth_ > kMaxDepth || layout->allMembers_ > kMaxMembers) throw std::bad_alloc();
   return layout;
+}
+
+StructLayout::~StructLayout() {
+  for (const Initial& initial : initial_) {
+    ReleaseCell(members_[initial.member].type->GetKind(), initial.value);
+  }
+}
+
+Ref<StructLayout> StructLayout::MakeLike(const StructData& values) {
+  const StructLayout& old = *values.Layout();
+  auto layout = Ref<StructLayout>::Adopt(new StructLayout(old.name_, old.members_));
+  std::vector<Initial>& initial = const_cast<StructLayout&>(*layout).initial_;
+  bool alike = true;
+  for (uint32_t i = 0; i < values.Count(); ++i) {
+    const Kind kind = values.MemberKind(i);
+    const OwnedCell before(kind, old.NewMember(i));
+    const OwnedCell empty(kind, layout->EmptyMember(i));
+    alike = alike && IsSameCell(kind, before.cell, values.Peek(i));
+    if (IsSameCell(kind, empty.cell, values.Peek(i))) continue;
+    initial.push_back({i, ZeroCell()});
+    initial.back().value = SeparateCell(kind, values.Peek(i));
+  }
+  return alike ? values.Layout() : layout;
+}
+
+Cell StructLayout::EmptyMember(uint32_t member) const {
+  const Member& description = members_[member];
+  OwnedCell cell(description.type->GetKind(), DefaultCell(*description.type));
+  if (description.arraySize > 0 && description.type->IsArray()) {
+    Unshare(cell.cell.a, description.type->Element())->Resize(description.arraySize);
+  }
+  return cell.Take();
+}
+
+Cell StructLayout::NewMember(uint32_t member) const {
+  for (const Initial& initial : initial_) {
+    if (initial.member == member)
+      return SeparateCell(members_[member].type->GetKind(), initial.value);
+  }
+  return EmptyMember(member);
 }
 
 int32_t StructLayout::Find(std::string_view member) const {

@@ -125,6 +125,8 @@ class StructLayout final : public Shared {
   static constexpr uint32_t kMaxDepth = 500;
   static constexpr uint64_t kMaxMembers = uint64_t{1} << 20;
   static Ref<StructLayout> Make(const Name& name, std::vector<Member> members);
+  /// The layout of `values`, or one like it whose new values begin with these members.
+  static Ref<StructLayout> MakeLike(const StructData& values);
 
   const Name& GetName() const { return name_; }
   const std::vector<Member>& Members() const { return members_; }
@@ -132,18 +134,30 @@ class StructLayout final : public Shared {
   int32_t Find(std::string_view member) const;
   /// Whether a new value holds further structures.
   bool HoldsStructs() const { return holdsStructs_; }
+  /// What a member of a new value is, a cell of its kind that the caller owns: the value that the
+  /// type was registered with, else its type's empty one.
+  Cell NewMember(uint32_t member) const;
 
  private:
+  /// A member that does not begin empty. Threads read it at the same time, so that it is copied
+  /// byte by byte and never counted.
+  struct Initial {
+    uint32_t member;
+    Cell value;
+  };
+
   StructLayout(const Name& name, std::vector<Member> members);
-  ~StructLayout() override = default;
+  ~StructLayout() override;
   void Measure();
+  Cell EmptyMember(uint32_t member) const;
 
   Name name_;
   std::vector<Member> members_;
   uint32_t depth_ = 1;
   uint64_t allMembers_ = 0;
   bool holdsStructs_ = false;
-  std::vector<int32_t> index_;  // open addressing by folded hash; -1 is free
+  std::vector<Initial> initial_;  // in the order of the members
+  std::vector<int32_t> index_;    // open addressing by folded hash; -1 is free
 };
 
 }  // namespace tamber

@@ -20,7 +20,7 @@ namespace {
 
 TypeRef StructTypeOf(const Variable* prototype) {
   if (prototype != nullptr && tamber::KindOf(*prototype) == Kind::Struct) {
-    return tamber::TypeOf(*prototype);
+    return tamber::TypeLike(*prototype);
   }
   return TypeDesc::StructOf(tamber::StructLayout::Make(Name(), {}));
 }

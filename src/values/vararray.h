@@ -123,8 +123,8 @@ class TAMBER_API VarHandleArray final
 class TAMBER_API VarStructArray final
     : public tamber::VarTypedArray<VarStructArray, tamber::Kind::Struct> {
  public:
-  /// The elements will be like `structPrototype`, which is only looked at; null or another type
-  /// makes elements without members.
+  /// New elements will be like `structPrototype` is now, values included; it is only looked at.
+  /// Null or another type makes elements without members.
   VarStructArray(const Variable* structPrototype, const KelString& name, uint32_t flags);
   VarStructArray(const tamber::TypeRef& type, const tamber::Name& name, uint32_t flags)
       : VarTypedArray(type, name, flags) {}

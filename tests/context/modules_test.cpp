@@ -10,7 +10,10 @@
 #include "kel/tempdir.h"
 #include "modules/functioncaller.h"
 #include "values/cellops.h"
+#include "values/vararray.h"
+#include "values/varestring.h"
 #include "values/varholder.h"
+#include "values/varstruct.h"
 
 extern "C" TAMBER_API int cleanupCount;
 int cleanupCount = 0;
@@ -244,6 +247,75 @@ TEST_F(Modules, TypesAndStructures) {
   EXPECT_EQ(context_->RegisterStructure(built), 1);
   const tamber::VarHolder made(context_->GetType("Couple")->CreateVariable("made"));
   EXPECT_EQ(made->GetStructElement(1)->GetIntegerValue(), 5);
+}
+
+// A host's structure with values of every sort, and everything that can be made of it.
+TEST_F(Modules, EverythingMadeOfAStructureBeginsWithItsValues) {
+  auto* text = new VarString("s", 0);
+  text->SetStringValue("text", 0);
+  auto* secret = new VarEString("e", 0);
+  secret->SetStringValue("secret", 0);
+  auto* list = new VarDoubleArray("d", 0);
+  list->SetArraySize(2);
+  list->GetArrayElement(2)->SetDoubleValue(2.5);
+  auto* mixed = new VarArray("m", 0);
+  mixed->AddArrayElement(text->Clone());
+  auto* built = new VarStruct("", 0);
+  built->SetStructName("Full");
+  for (Variable* member : {static_cast<Variable*>(text), static_cast<Variable*>(secret),
+                           static_cast<Variable*>(list), static_cast<Variable*>(mixed)}) {
+    ASSERT_EQ(built->AddStructElement(member, 1), 1);
+  }
+  ASSERT_EQ(context_->RegisterStructure(built), 1);
+  ASSERT_EQ(context_->CompileScriptBuffer("values", R"(
+struct Outer
+  Full f
+  Full[2] a
+endstruct
+Full g
+Outer o
+Full[1] list
+string result
+string Of(Full v)
+  string m
+  m = v.m[1]
+  return v.s + v.e + v.d[2] + m + " "
+endproc
+proc main()
+  int i
+  for (i = 1; i <= 2; i += 1)
+    Full l
+    Full[1] ls
+    result = result + Of(l) + Of(ls[1])
+    l.s = "changed"
+    l.d[2] = 0
+    l.d += 1
+    ls[1].e = "changed"
+    l.m[1] = "changed"
+  endfor
+  list += 1
+  result = result + Of(g) + Of(o.f) + Of(o.a[2]) + Of(list[1]) + Of(list[2])
+endproc
+)",
+                                          1),
+            1)
+      << context_->GetContextErrorText().Str();
+  ASSERT_EQ(context_->RunProcedure("main", nullptr), 1);
+  std::string wanted;
+  for (int i = 0; i < 9; ++i) wanted += "textsecret2.5text ";
+  EXPECT_STREQ(context_->GetVariable("result", VARLIST_GLOBAL)->GetStringValue(), wanted.c_str());
+  // Contexts on other threads read the same type.
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([type = context_->FindTypeRef("Full")] {
+      for (int i = 0; i < 200; ++i) {
+        const tamber::VarHolder made(tamber::MakeVariable(type, tamber::Name()));
+        EXPECT_STREQ(made->GetStructElement("e")->GetStringValue(), "secret");
+        EXPECT_STREQ(made->GetStructElement("s")->GetStringValue(), "text");
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST_F(Modules, StructuresThatNestTooDeepAreRefused) {
