@@ -37,6 +37,9 @@ bool CanBeElement(const Variable& variable, const TypeDesc& type) {
 VarArray::VarArray(const KelString& name, uint32_t flags)
     : VarArray(TypeDesc::Of(Kind::Array), Name(name.View()), flags) {}
 
+VarArray::VarArray(Kind element, const Name& name, uint32_t flags)
+    : VarArray(TypeDesc::ArrayOf(TypeDesc::Of(element)), name, flags) {}
+
 VarArray::~VarArray() { Delete(prototype_); }
 
 Variable* VarArray::Clone() const { return new VarArray(*this); }

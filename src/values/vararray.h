@@ -38,6 +38,9 @@ class TAMBER_API VarArray : public Variable {
   const tamber::TypeRef& ElementType() const;
 
  protected:
+  /// Elements of this kind. Hosts make typed arrays with it: they cannot link with the types' own
+  /// functions.
+  VarArray(tamber::Kind element, const tamber::Name& name, uint32_t flags);
   VarArray(const VarArray& other) : Variable(other), type_(other.type_) {}
 
  private:
@@ -59,7 +62,7 @@ class TAMBER_API VarTypedArray : public VarArray {
  public:
   VarTypedArray(const KelString& name, uint32_t flags) : VarTypedArray(Name(name.View()), flags) {}
   VarTypedArray(const Name& name, uint32_t flags)
-      : VarArray(TypeDesc::ArrayOf(TypeDesc::Of(kElement)), name, flags) {}
+      : VarArray(kElement, name, flags) {}
   /// `type` is an array type with elements of this kind.
   VarTypedArray(const TypeRef& type, const Name& name, uint32_t flags)
       : VarArray(type, name, flags) {}
