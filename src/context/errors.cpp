@@ -3,6 +3,7 @@
 #include "kel/inifile.h"
 #include "kel/kelascii.h"
 #include "values/errcodes.h"
+#include "values/varstring.h"
 
 namespace tamber {
 namespace {
@@ -46,10 +47,13 @@ void WriteReport(ContextState& state, const KelString& section, const KelString&
   text += "\r\n";
   PrintErrorHeader(state, text, kind, place);
   state.ProcessOutputBuffer(text, section);
-  state.PerformDumps(section, place);
-  text = ini.ReadString(section, KelString("OutputSuffix"), KelString());
-  text += "\r\n";
-  state.ProcessOutputBuffer(text, section);
+  // A report that has begun is not made again, even if there is no memory for all of it.
+  Attempt([&] {
+    state.PerformDumps(section, place);
+    text = ini.ReadString(section, KelString("OutputSuffix"), KelString());
+    text += "\r\n";
+    state.ProcessOutputBuffer(text, section);
+  });
 }
 
 /// Two errors have no text of their own in scripts and reports; a host is told what they mean.
@@ -112,14 +116,37 @@ ErrorRecord::~ErrorRecord() {
 
 void ContextState::ClearDiagnostic() { errors.diagnostic = TamberDiagnostic(); }
 
+void ContextState::PrepareReports() {
+  // One block of the heap, which small blocks then come from, where a larger one would be a mapping
+  // of its own that goes back to the system.
+  constexpr size_t kRoom = 48 * 1024;
+  errors.owedReport.reset();
+  errors.reportRoom.reset(new (std::nothrow) char[kRoom]);
+}
+
 void ContextState::HandleParseError(const SourcePlace& place) {
   // The innermost procedure or script reports; those around it only end.
   if (run.errorReported || run.errorCode == 0) return;
   run.errorReported = true;
-  SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(place.line));
-  context.UpdateErrCodeVar();
-  TellHost(*this, place);
-  WriteReport(*this, kParseErrors, KelString("Fatal parse or run time"), place);
+  auto& owedReport = errors.owedReport;
+  if (!owedReport) owedReport = ErrorReporting::OwedReport{place};
+  ErrorReporting::OwedReport& report = *owedReport;
+  if (run.errorCode == ERR_NOMEMORY) errors.reportRoom.reset();
+  const bool reported = Attempt([&] {
+    if (!report.hostKnows) {
+      SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(report.place.line));
+      context.UpdateErrCodeVar();
+      TellHost(*this, report.place);
+      report.hostKnows = true;
+    }
+    WriteReport(*this, kParseErrors, KelString("Fatal parse or run time"), report.place);
+  });
+  if (reported) {
+    owedReport.reset();
+  } else {
+    errors.reportRoom.reset();
+    run.errorReported = false;
+  }
 }
 
 KelString ContextState::HandleRunError(const SourcePlace& place) {

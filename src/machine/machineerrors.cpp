@@ -10,6 +10,7 @@
 #include "machine/sourceplace.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
+#include "values/varstring.h"
 
 namespace tamber {
 
@@ -126,10 +127,16 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
   }
   bool fatal = run_.errorCode >= kFirstFatalError;
   if (!fatal) {
-    KelString handler = host_.HandleRunError(place);
-    if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) return UnwindAll(PROCSTATUS_FAILED);
-    if (!kel::EqualsNoCase(handler.View(), "INLINE_HANDLER")) {
-      fatal = !RunHandler(handler.View());
+    // Nothing may be thrown from here: the frame is in the middle of its error.
+    KelString handler;
+    if (!Attempt([&] { handler = host_.HandleRunError(place); })) {
+      fatal = !Raise(ERR_NOMEMORY, "");
+    } else if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) {
+      return UnwindAll(PROCSTATUS_FAILED);
+    } else if (!kel::EqualsNoCase(handler.View(), "INLINE_HANDLER")) {
+      bool handled = false;
+      if (!Attempt([&] { handled = RunHandler(handler.View()); })) Raise(ERR_NOMEMORY, "");
+      fatal = !handled;
       if (run_.stopFlag && !fatal) return UnwindAll(PROCSTATUS_ENDED);
     }
     // The host or the handler may have run procedures, and so have moved the frames.

@@ -278,17 +278,21 @@ void Machine::TraceEnter(Frame& frame) {
   frame.statementCount = 0;
   if (frame.code->procedure == nullptr || run_.procedureTrace == 0) return;
   frame.started = kel::MonotonicNanoseconds();
-  host_.Trace(KelString(kel::Format("Entering %S%s", frame.code->procedure->GetName(), "\r\n")));
+  Attempt([&] {  // the frame is there, and stays, whether this can be told or not
+    host_.Trace(KelString(kel::Format("Entering %S%s", frame.code->procedure->GetName(), "\r\n")));
+  });
 }
 
 void Machine::TraceLeave(const Frame& frame) {
   if (frame.code->procedure == nullptr || unwinding_ || run_.procedureTrace == 0) return;
   float milliseconds =
       static_cast<float>(kel::MonotonicNanoseconds() - frame.started) / 1e9f * 1000.0f;
-  host_.Trace(
-      KelString(kel::Format("Leaving %s, executed %lu statements, total time %.2f ms%s",
-                            frame.code->procedure->GetName().GetString(), frame.statementCount,
-                            static_cast<double>(milliseconds), "\r\n")));
+  Attempt([&] {
+    host_.Trace(
+        KelString(kel::Format("Leaving %s, executed %lu statements, total time %.2f ms%s",
+                              frame.code->procedure->GetName().GetString(), frame.statementCount,
+                              static_cast<double>(milliseconds), "\r\n")));
+  });
 }
 
 // --- the local scope ---

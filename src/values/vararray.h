@@ -61,8 +61,7 @@ template <class Self, Kind kElement>
 class TAMBER_API VarTypedArray : public VarArray {
  public:
   VarTypedArray(const KelString& name, uint32_t flags) : VarTypedArray(Name(name.View()), flags) {}
-  VarTypedArray(const Name& name, uint32_t flags)
-      : VarArray(kElement, name, flags) {}
+  VarTypedArray(const Name& name, uint32_t flags) : VarArray(kElement, name, flags) {}
   /// `type` is an array type with elements of this kind.
   VarTypedArray(const TypeRef& type, const Name& name, uint32_t flags)
       : VarArray(type, name, flags) {}

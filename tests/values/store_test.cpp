@@ -251,4 +251,77 @@ TEST_F(CopiesWhileReferenced, AreCopiesOnEveryLevel) {
   }
 }
 
+/// struct Node with a number and a generic array of nodes.
+Held<Variable> NewNode(int32_t number) {
+  static const TypeRef& type = *new TypeRef(Struct(
+      "Node", {{Name("v"), TypeDesc::Of(Kind::Int)}, {Name("in"), TypeDesc::Of(Kind::Array)}}));
+  Held<Variable> node = New(type);
+  Part(*node, "v").SetIntegerValue(number);
+  return node;
+}
+
+// A value that is put into itself is a copy of what it was; the fixture sees a cycle as a leak.
+TEST_F(Storing, AValueInItselfIsWhatItWas) {
+  const Held<Variable> node = NewNode(1);
+  Variable& in = Part(*node, "in");
+  for (int32_t i = 2; i <= 3; ++i) {
+    ASSERT_EQ(AppendTo(in, *node), Stored::Done);
+    Part(*node, "v").SetIntegerValue(i);
+  }
+  const std::string before = ValueOf(*node);
+  // As a host's element, by an index, by a reference that is held, and through a part of a part.
+  ASSERT_EQ(in.AddArrayElement(node->Clone()), 1);
+  EXPECT_EQ(ValueOf(Part(in, 3)), before);
+  ASSERT_EQ(StoreElement(PlaceOf(in), 1, *TypeOf(*node), *CellOf(*node)), Stored::Done);
+  EXPECT_EQ(Part(Part(in, 1), "in").GetElementCount(), 3U);
+  const VarReference held(&Part(Part(Part(in, 1), "in"), 2));
+  ASSERT_EQ(held.Dereference()->Assign(node.get()), 1);
+  EXPECT_EQ(Part(*held.Dereference(), "in").GetElementCount(), 3U);
+  EXPECT_EQ(Part(Part(*held.Dereference(), "in"), 3).GetElementCount(), 2U);
+  // And back: the whole becomes one of its parts.
+  const std::string part = ValueOf(Part(in, 3));
+  ASSERT_EQ(node->Assign(&Part(in, 3)), 1);
+  EXPECT_EQ(ValueOf(*node), part);
+  EXPECT_EQ(part, before);
+  ASSERT_EQ(node->Assign(node.get()), 1);
+  EXPECT_EQ(ValueOf(*node), before);
+}
+
+TEST_F(Storing, AnArrayInItselfIsWhatItWas) {
+  VarArray array("a", 0);
+  VarArray empty("e", 0);
+  ASSERT_EQ(AppendTo(array, empty), Stored::Done);
+  for (uint32_t i = 2; i <= 4; ++i) {
+    const std::string before = ValueOf(array);
+    ASSERT_EQ(i == 3 ? (array.AddArrayElement(&array) == 1 ? Stored::Done : Stored::Mismatch)
+                     : AppendTo(array, array),
+              Stored::Done);
+    EXPECT_EQ(array.GetElementCount(), i);
+    EXPECT_EQ(Part(array, i).GetElementCount(), i - 1);
+  }
+  Held<Variable> kept(Part(array, 3).Duplicate());
+  ASSERT_EQ(kept->Assign(&array), 1);
+  EXPECT_EQ(Part(array, 3).GetElementCount(), 4U);
+  ASSERT_EQ(array.Assign(&Part(array, 3)), 1);
+  EXPECT_EQ(array.GetElementCount(), 4U);
+  EXPECT_EQ(Part(array, 3).GetElementCount(), 2U) << "what it was before the array went into it";
+}
+
+// What a procedure returns may hold objects that somebody still has.
+TEST_F(Storing, ObjectsStayBehindWhenAValueBecomesAPart) {
+  Held<Variable> made = Sample(PointType());
+  const Held<Variable> x(Part(*made, "x").Duplicate());
+  const Held<Variable> array = New(TypeDesc::ArrayOf(PointType()));
+  ASSERT_EQ(Resize(PlaceOf(*array), 1), Stored::Done);
+  tamber::ArrayData& data = *CellOf(*array)->a;
+  Cell moved = *CellOf(*made);
+  *CellOf(*made) = DefaultCell(*PointType());
+  data.Put(0, moved);
+  const Held<Variable> copy(array->Clone());
+  EXPECT_EQ(CellOf(*copy)->a, &data) << "shared, so there must be nothing to write through";
+  x->SetIntegerValue(8);
+  EXPECT_EQ(ValueOf(*copy), ValueOf(*array));
+  EXPECT_EQ(Part(Part(*copy, 1), "x").GetIntegerValue(), 3);
+}
+
 }  // namespace
