@@ -171,7 +171,8 @@ int Run(const Options& options) {
     context.SetStatementDump(options.dump);
     context.SetProcedureTrace(options.trace);
   }
-  if (!Compile(&context, options)) {
+  // A text compiles although the value of a variable failed; a file does not.
+  if (!Compile(&context, options) || context.GetContextError() != 0) {
     return kScriptFailed;
   }
   if (options.checkOnly) {

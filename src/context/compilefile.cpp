@@ -68,8 +68,7 @@ int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place
     if (!text) return FailFile(context, ::CodeOf(status), path, ScriptText::Reason(status));
     auto script = std::make_unique<TamberScript>(&context, text);
     CompilePlace failed;
-    const bool compiled = tamber::CompileScript(*this, *script, failed);
-    if (!compiled || run.errorCode != 0) return FailAt(*this, failed);
+    if (!tamber::CompileScript(*this, *script, failed)) return FailAt(*this, failed);
     context.AddScript(std::move(script));
     DumpScriptStatements();
     return 1;
@@ -104,8 +103,8 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     }
     auto script = std::make_unique<TamberScript>(this, source);
     tamber::CompilePlace place;
-    bool compiled = tamber::CompileScript(*state_, *script, place);
     // A run-time error that an initialiser left behind does not fail a text, only a file.
+    bool compiled = tamber::CompileScript(*state_, *script, place, tamber::LeftError::Reported);
     if (state_->run.errorCode >= tamber::kFirstFatalError) return FailAt(*state_, place);
     // Nothing may stay unsaid: an include that the host's policy refuses leaves a smaller code.
     if (!compiled) FailAt(*state_, place);
@@ -151,7 +150,7 @@ int32_t TamberContext::CompactScriptBuffer(const KelString& file, KelString& out
     ScriptLine script(text);
     int32_t error = tamber::CompactScript(script, out);
     if (error == 0) return 1;
-    SetContextError(error, KelString());
+    SetContextError(error, error == ERR_SCRNOMORELINES ? tamber::kOpenComment : "");
     state_->HandleParseError({text, script.GetStatementLine()});
     return 0;
   } catch (const std::bad_alloc&) {

@@ -189,6 +189,9 @@ class ContextState final : public MachineHost, public CompileHost {
   void CallScript(const KelString& path) override;
 
   // --- what compiling asks for ---
+  int32_t LastReported(KelString& detail) override;
+  bool PassInline(const SourcePlace& place) override;
+  void ReportLeft(const SourcePlace& place) override;
   Variable* FindVariable(const KelString& name, uint32_t mask) override;
   const Variable* FindConstant(std::string_view name) override;
   FunctionList& Functions() override;
@@ -208,6 +211,10 @@ class ContextState final : public MachineHost, public CompileHost {
   std::set<std::string>& Loading() override { return loading; }
   KelDebug& Log() override { return debug; }
 
+  /// The policy after run-time errors that holds now.
+  KelString ErrorHandler();
+  /// Reports a run-time error, which is then gone.
+  void ReportRunError(const SourcePlace& place);
   /// Writes text to the output of a section ("TamberDebug", ...) and empties it.
   void ProcessOutputBuffer(KelString& text, const KelString& section);
   bool IsOutputEnabled(const KelString& section) const;

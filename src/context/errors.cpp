@@ -149,19 +149,43 @@ void ContextState::HandleParseError(const SourcePlace& place) {
   }
 }
 
+KelString ContextState::ErrorHandler() {
+  Variable* variable = context.GetVariable(KelString("ErrHandler"), VARLIST_LOCAL | VARLIST_GLOBAL);
+  if (variable == nullptr) return KelString();
+  return KelString(std::string_view(variable->GetStringValue(), variable->GetLength()));
+}
+
+void ContextState::ReportRunError(const SourcePlace& place) {
+  TellHost(*this, place);
+  WriteReport(*this, kRunErrors, KelString("Run time"), place);
+  run.errorCode = 0;
+}
+
+int32_t ContextState::LastReported(KelString& detail) {
+  detail = diagnostic.detail;
+  return diagnostic.code;
+}
+
+bool ContextState::PassInline(const SourcePlace& place) {
+  if (!kel::EqualsNoCase(ErrorHandler(), "INLINE_HANDLER")) return false;
+  HandleRunError(place);
+  return true;
+}
+
+void ContextState::ReportLeft(const SourcePlace& place) {
+  HandleRunError(place);
+  // Handlers that are procedures serve code that runs.
+  if (run.errorCode != ERR_SUCCESS) ReportRunError(place);
+}
+
 KelString ContextState::HandleRunError(const SourcePlace& place) {
   SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(place.line));
   context.UpdateErrCodeVar();
-  Variable* variable = context.GetVariable(KelString("ErrHandler"), VARLIST_LOCAL | VARLIST_GLOBAL);
-  KelString handler;
-  if (variable != nullptr)
-    handler = KelString(std::string_view(variable->GetStringValue(), variable->GetLength()));
+  KelString handler = ErrorHandler();
   if (kel::EqualsNoCase(handler.View(), "INLINE_HANDLER")) {
     run.errorCode = 0;
   } else if (kel::EqualsNoCase(handler.View(), "DEFAULT_HANDLER")) {
-    TellHost(*this, place);
-    WriteReport(*this, kRunErrors, KelString("Run time"), place);
-    run.errorCode = 0;
+    ReportRunError(place);
   }
   return handler;
 }

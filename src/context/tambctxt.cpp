@@ -244,7 +244,7 @@ Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code
   }
   ExpressionCompiler compiler(this, nullptr, true);
   Tokeniser tokeniser(expression.GetString());
-  if (!compiler.CompileAssigned(&tokeniser, KelString(";"), target)) {
+  if (!compiler.CompileAssigned(&tokeniser, KelString(";"), target, "")) {
     code = compiler.GetError();
     return nullptr;
   }

@@ -125,6 +125,12 @@ class TAMBER_API TamberContext : public TamberOperators,
   int32_t RestoreGlobals();
 
   // --- compiling and running ---
+  /// Compile a script into the context. Nonzero for success; otherwise the context error says why,
+  /// and has been reported. What the script declared above the error stays, but nothing of a
+  /// procedure that did not compile.
+  ///
+  /// A run-time error in the value of a global fails a file. A text goes on: the error is reported
+  /// at its line, and is the context error afterwards.
   int32_t CompileScriptFile(const KelString& path);
   int32_t CompileScriptBuffer(const KelString& name, const KelString& text, uint32_t firstLine);
   /// 1 for a script of declarations and procedures, 0 for a plain list of statements, whose types

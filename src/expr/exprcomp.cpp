@@ -39,16 +39,29 @@ int32_t ExpressionCompiler::CompileExpression(const char* text, const KelString&
 }
 
 int32_t ExpressionCompiler::CompileExpression(Tokeniser* tokeniser, const KelString& terminators) {
+  return Compile(*tokeniser, terminators.IsEmpty() ? ",);" : terminators.View(), true);
+}
+
+int32_t ExpressionCompiler::Compile(Tokeniser& tokeniser, std::string_view terminators,
+                                    bool needsValue) {
   ClearExpression();
   ExpressionScope scope{names_, locals_, runtimeLocals_};
-  ExpressionParser parser(*this, scope, *tokeniser, 0);
-  root_ = parser.Parse(terminators.IsEmpty() ? ",);" : terminators.View());
+  ExpressionParser parser(*this, scope, tokeniser, 0);
+  root_ = parser.Parse(terminators, needsValue);
   return root_ != nullptr;
 }
 
+int32_t ExpressionCompiler::CompileDropped(Tokeniser* tokeniser) {
+  return Compile(*tokeniser, ";", false);
+}
+
 int32_t ExpressionCompiler::CompileAssigned(Tokeniser* tokeniser, const KelString& terminators,
-                                            const tamber::TypeDesc& target) {
-  if (!CompileExpression(tokeniser, terminators)) return 0;
+                                            const tamber::TypeDesc& target, std::string_view name) {
+  if (!Compile(*tokeniser, terminators.View(), false)) return 0;
+  if (root_->Type()->GetKind() == tamber::Kind::None) {
+    Fail(ERR_ASSIGNMISMATCH, name, root_->SourceOffset());
+    return 0;
+  }
   tamber::AdaptLiterals(*root_, target);
   return 1;
 }

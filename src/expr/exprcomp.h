@@ -33,13 +33,16 @@ class ExpressionCompiler {
   ~ExpressionCompiler();
 
   /// Compiles `text` up to the first of the `terminators` outside quotes and parentheses (none
-  /// given: ",);").
+  /// given: ",);"). What has no value, as a call of a procedure without result, is ERR_EXPREMPTY.
   int32_t CompileExpression(const char* text, const KelString& terminators);
   /// The same on a tokeniser that stands before the expression; the terminator is left unread.
   int32_t CompileExpression(Tokeniser* tokeniser, const KelString& terminators);
-  /// Compiles the rest of `tokeniser`'s line for a value that will be assigned to `target`.
+  /// The same for a value that will be assigned to `name`, of type `target`; when there is no value
+  /// the error is ERR_ASSIGNMISMATCH.
   int32_t CompileAssigned(Tokeniser* tokeniser, const KelString& terminators,
-                          const tamber::TypeDesc& target);
+                          const tamber::TypeDesc& target, std::string_view name);
+  /// Compiles the rest of `tokeniser`'s line as a statement, which needs no value.
+  int32_t CompileDropped(Tokeniser* tokeniser);
   /// Compiles a whole variable reference (name, indexes, members) that an assignment stores into;
   /// the tokeniser stands before its name and is left after it. The tree is an ExpressionVariable.
   int32_t CompileTarget(Tokeniser* tokeniser);
@@ -73,6 +76,7 @@ class ExpressionCompiler {
  private:
   friend class ExpressionParser;
   bool Fail(int32_t code, std::string_view text, uint32_t offset);
+  int32_t Compile(Tokeniser& tokeniser, std::string_view terminators, bool needsValue);
 
   tamber::ExpressionNames& names_;
   const tamber::LocalTable* locals_;

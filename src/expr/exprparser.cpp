@@ -96,6 +96,20 @@ bool ReadCharacter(std::string_view token, char& value) {
   return true;
 }
 
+/// What an error calls something without value.
+std::string_view NameOf(const ExpressionBase& node) {
+  switch (node.GetKind()) {
+    case EXPRESSION_PROCEDURE:
+      return static_cast<const ExpressionProcedure&>(node).Procedure().GetName().View();
+    case EXPRESSION_FUNCTION:
+      return static_cast<const ExpressionFunction&>(node).Function().GetName().View();
+    case EXPRESSION_VARIABLE:
+      return static_cast<const ExpressionVariable&>(node).Variable().name.View();
+    default:
+      return {};
+  }
+}
+
 ExpressionOperator* AsOperator(ExpressionBase* node) {
   return node != nullptr && node->GetKind() == EXPRESSION_OPERATOR
              ? static_cast<ExpressionOperator*>(node)
@@ -103,6 +117,14 @@ ExpressionOperator* AsOperator(ExpressionBase* node) {
 }
 
 }  // namespace
+
+namespace tamber {
+
+bool ReadIntegerLiteral(std::string_view token, int32_t& value) {
+  return ClassifyNumber(token) == Kind::Int && ReadInteger(token, value);
+}
+
+}  // namespace tamber
 
 ExpressionParser::ExpressionParser(ExpressionCompiler& compiler, const ExpressionScope& scope,
                                    Tokeniser& tokeniser, uint32_t depth)
@@ -119,7 +141,8 @@ bool ExpressionParser::Fail(int32_t code, std::string_view text, uint32_t offset
   return compiler_.Fail(code, text, offset);
 }
 
-std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view terminators) {
+std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view terminators,
+                                                        bool needsValue) {
   at_ = tokeniser_.NextOffset();
   if (depth_ > kMaxDepth) {
     Fail(ERR_EXPRBADFORMAT, "(");
@@ -145,7 +168,9 @@ std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view termina
     Fail(ERR_EXPREMPTY, "");
     return nullptr;
   }
-  return TakeRoot();
+  Node root = TakeRoot();
+  const bool refused = root && needsValue && !CheckValue(*root, root->SourceOffset());
+  return refused ? nullptr : std::move(root);
 }
 
 std::unique_ptr<ExpressionBase> ExpressionParser::TakeRoot() {
@@ -162,6 +187,12 @@ bool ExpressionParser::ExpectsBinaryOperator() const {
   if (current_ == nullptr) return false;
   ExpressionOperator* op = AsOperator(current_);
   return op == nullptr || op->IsSelector();
+}
+
+bool ExpressionParser::CheckValue(const ExpressionBase& node, uint32_t offset) {
+  // Operators that are not finished have no type yet; theirs is never None.
+  const tamber::TypeRef& type = node.Type();
+  return !type || type->GetKind() != Kind::None || Fail(ERR_EXPREMPTY, NameOf(node), offset);
 }
 
 bool ExpressionParser::IdentifyToken(std::string_view token) {
@@ -190,6 +221,7 @@ bool ExpressionParser::HandleOpenParenthesis() {
 }
 
 bool ExpressionParser::HandleOpenBracket() {
+  if (!CheckValue(*current_, current_->SourceOffset())) return false;
   Node index = ParseNested("]");
   if (!index) return false;
   if (!tokeniser_.TakeChar(']')) return Fail(ERR_EXPRBADFORMAT, "[");
@@ -207,6 +239,7 @@ bool ExpressionParser::HandleOpenBracket() {
 }
 
 bool ExpressionParser::HandleMember() {
+  if (!CheckValue(*current_, current_->SourceOffset())) return false;
   tokeniser_.GetNextToken(0, 1);
   at_ = tokeniser_.TokenOffset();
   std::string member(tokeniser_.Token());
@@ -233,6 +266,7 @@ bool ExpressionParser::HandleOperator(std::string_view token) {
 }
 
 bool ExpressionParser::HandleBinaryOperator(Ops::Operator_e code) {
+  if (!CheckValue(*current_, current_->SourceOffset())) return false;
   auto added = std::make_unique<ExpressionOperator>(code);
   ExpressionBase* node = added.get();
   node->SetSourceOffset(at_);
@@ -266,6 +300,7 @@ bool ExpressionParser::HandleUnaryOperator(Ops::Operator_e code) {
 
 bool ExpressionParser::HandleOperand(Node node, std::string_view token) {
   if (ExpectsBinaryOperator()) return Fail(ERR_EXPRBADFORMAT, token);
+  if (current_ != nullptr && !CheckValue(*node, at_)) return false;
   ExpressionBase* added = node.get();
   added->SetSourceOffset(at_);
   if (current_ == nullptr)
@@ -290,7 +325,7 @@ std::unique_ptr<ExpressionBase> ExpressionParser::ReadConstant(std::string_view 
     return std::make_unique<ExpressionConstant>(Kind::Char,
                                                 tamber::IntCell(static_cast<signed char>(value)));
   }
-  Kind kind = ClassifyNumber(token);
+  const Kind kind = ClassifyNumber(token);
   if (kind == Kind::Float) return ExpressionConstant::FloatLiteral(token);
   int32_t value = 0;
   if (kind == Kind::Int && ReadInteger(token, value))
@@ -444,7 +479,6 @@ bool ExpressionParser::CheckProcedureArguments(tamber::Callable& procedure,
     const TypeDesc& type = *argument.Type();
     bool unknown = type.GetKind() == Kind::Any;
     const uint32_t at = argument.SourceOffset();
-    if (type.GetKind() == Kind::None) return Fail(ERR_EXPRPARMMATCH, name, at);
     if (!parameter.isReference) {
       tamber::AdaptLiterals(argument, *parameter.type);
       if (!unknown && !parameter.type->Accepts(*argument.Type()))
@@ -478,11 +512,7 @@ bool ExpressionParser::HandleFunction(std::string_view name) {
   std::vector<Node> arguments;
   if (!ReadArguments(name, arguments)) return false;
   std::vector<const TypeDesc*> types;
-  for (const Node& argument : arguments) {
-    if (argument->Type()->GetKind() == Kind::None)
-      return Fail(ERR_EXPRPARMMATCH, name, argument->SourceOffset());
-    types.push_back(argument->Type().Get());
-  }
+  for (const Node& argument : arguments) types.push_back(argument->Type().Get());
   uint32_t index = scope_.names.Functions().FindBestSignature(name, types);
   if (index == 0) return Fail(ERR_EXPRSIGNATURE, name);
   if (!scope_.names.Functions().TakesArguments(index, types)) return Fail(ERR_EXPRPARMTYPE, name);

@@ -29,7 +29,8 @@ class ExpressionParser {
                    uint32_t depth);
 
   /// Reads up to one of the terminators, which is left unread. Null: the compiler has the error.
-  std::unique_ptr<ExpressionBase> Parse(std::string_view terminators);
+  /// `needsValue`: a call of a procedure without result is refused.
+  std::unique_ptr<ExpressionBase> Parse(std::string_view terminators, bool needsValue = true);
   /// Reads a variable with all its selectors; `name` has just been read.
   std::unique_ptr<ExpressionVariable> ReadVariable(const tamber::VarUse& variable);
   /// The variable that a name stands for; false when none is declared.
@@ -57,6 +58,8 @@ class ExpressionParser {
   bool ReadIndex(ExpressionVariable& variable, uint32_t selected);
   bool ReadMember(ExpressionVariable& variable, uint32_t& selected);
   bool ExpectsBinaryOperator() const;
+  /// Refuses what has no value.
+  bool CheckValue(const ExpressionBase& node, uint32_t offset);
   /// Refuses the token at `at_`, or what begins at `offset`.
   bool Fail(int32_t code, std::string_view text);
   bool Fail(int32_t code, std::string_view text, uint32_t offset);
@@ -82,5 +85,9 @@ const ExpressionBase* ResolveTypes(ExpressionBase& root, int32_t& error, std::st
 /// the double that its text says, and the arithmetic is one of doubles from there on. Arguments of
 /// calls are chosen for by their own parameters.
 void AdaptLiterals(ExpressionBase& root, const TypeDesc& met);
+
+/// Reads an integer as the language writes it, 0 to 4294967295, which wraps to 32 bits. False: the
+/// token is none.
+bool ReadIntegerLiteral(std::string_view token, int32_t& value);
 
 }  // namespace tamber

@@ -21,7 +21,7 @@ bool Is(std::string_view word, std::string_view keyword) {
 
 }  // namespace
 
-void BlockTable::Build(ScriptLine& script) {
+void BlockTable::Build(ScriptLine& script, const TypeWordTest& isTypeWord) {
   Pending pending;
   Tokeniser& tokeniser = script.GetTokeniser();
   while (script.ReadLogicalLine()) {
@@ -31,11 +31,11 @@ void BlockTable::Build(ScriptLine& script) {
     if (tokeniser.GetLastError() != 0) {
       faults_.push_back({line, tokeniser.GetLastError()});
     } else if (word == "/*") {
-      script.SkipBlockComment();
+      if (!script.SkipBlockComment()) openCommentLine_ = line;
     } else if (Is(word, "endproc")) {
       endProcLine_ = line;
       return;
-    } else if (Is(word, "proc")) {
+    } else if (Is(word, "proc") || FindTypeLine(tokeniser, isTypeWord) == TypeLine::Header) {
       if (nestedProcLine_ == 0) nestedProcLine_ = line;
     } else {
       Count(word, line, pending);

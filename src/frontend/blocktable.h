@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "frontend/scriptscan.h"
+
 class ScriptLine;
 
 namespace tamber {
@@ -24,13 +26,15 @@ class BlockTable {
 
   /// Reads from where the script stands up to "endproc" or the end of the script. The script is
   /// left behind the line it ended with.
-  void Build(ScriptLine& script);
+  void Build(ScriptLine& script, const TypeWordTest& isTypeWord);
 
   Match Find(uint32_t openingLine) const;
   /// Line of the "endproc"; 0 when the script ended first.
   uint32_t EndProcLine() const { return endProcLine_; }
-  /// Line of the first "proc" before that; 0 when there is none.
+  /// Line of the first header of a procedure before that; 0 when there is none.
   uint32_t NestedProcLine() const { return nestedProcLine_; }
+  /// Line of a block comment that hides the rest of the script; 0 when there is none.
+  uint32_t OpenCommentLine() const { return openCommentLine_; }
 
  private:
   struct Opener {
@@ -58,6 +62,7 @@ class BlockTable {
   std::vector<Fault> faults_;    // by line
   uint32_t endProcLine_ = 0;
   uint32_t nestedProcLine_ = 0;
+  uint32_t openCommentLine_ = 0;
 };
 
 }  // namespace tamber

@@ -51,27 +51,31 @@ Target CompileTarget(StatementCompiler& compiler) {
   return Target(static_cast<ExpressionVariable*>(expressions.RemoveExpression().release()));
 }
 
+/// Compiles the rest of the line for an assignment to something of that type in the target.
+bool CompileValue(StatementCompiler& compiler, const ExpressionVariable& target,
+                  const TypeDesc& type) {
+  return compiler.Expressions().CompileAssigned(&compiler.Tokens(), ";", type,
+                                                target.Variable().name.View()) ||
+         compiler.FailExpression();
+}
+
 /// Appends the store of the expression that was just compiled. The selectors of the target are
 /// evaluated before the value.
-bool AppendStore(StatementCompiler& compiler, Target target) {
-  if (compiler.Expressions().ResultType()->GetKind() == Kind::None) {
-    return compiler.Fail(ERR_ASSIGNMISMATCH, target->Variable().name.View());
-  }
+void AppendStore(StatementCompiler& compiler, Target target) {
   if (target->IsSimple()) {
     compiler.AppendExpression(StatementExpression::Use::Assigned);
     compiler.Append<StatementPopVar>(target->Variable());
-    return true;
+    return;
   }
   compiler.Append<StatementExpression>(std::move(target), StatementExpression::Use::Target);
   compiler.AppendExpression(StatementExpression::Use::Stored);
   compiler.Append<StatementPopAssign>();
-  return true;
 }
 
 bool CompileStore(StatementCompiler& compiler, Target target) {
-  const bool compiled =
-      compiler.Expressions().CompileAssigned(&compiler.Tokens(), ";", *target->Type());
-  return compiled ? AppendStore(compiler, std::move(target)) : compiler.FailExpression();
+  if (!CompileValue(compiler, *target, *target->Type())) return false;
+  AppendStore(compiler, std::move(target));
+  return true;
 }
 
 /// `target op= rest` is `target = target op (rest)`, so selectors are evaluated twice.
@@ -89,7 +93,8 @@ bool CompileCompound(StatementCompiler& compiler, Target target, std::string_vie
                            std::move(right))) {
     return compiler.FailExpression();
   }
-  return AppendStore(compiler, std::move(target));
+  AppendStore(compiler, std::move(target));
+  return true;
 }
 
 enum_StatementKind ArrayOperation(std::string_view op) {
@@ -100,12 +105,14 @@ enum_StatementKind ArrayOperation(std::string_view op) {
 
 /// Compiles the operand first, the array second: it is on top when the operation runs.
 bool CompileArrayChange(StatementCompiler& compiler, Target target, enum_StatementKind operation) {
-  ExpressionCompiler& expressions = compiler.Expressions();
-  const TypeRef& element = target->Type()->Element();
-  const bool compiled = operation == STATEMENT_APPEND && element
-                            ? expressions.CompileAssigned(&compiler.Tokens(), ";", *element) != 0
-                            : expressions.CompileExpression(&compiler.Tokens(), ";") != 0;
-  if (!compiled) return compiler.FailExpression();
+  if (operation == STATEMENT_APPEND) {
+    const TypeRef& element = target->Type()->Element();
+    if (!CompileValue(compiler, *target, element ? *element : *TypeDesc::Of(Kind::Any))) {
+      return false;
+    }
+  } else if (!compiler.Expressions().CompileExpression(&compiler.Tokens(), ";")) {
+    return compiler.FailExpression();
+  }
   compiler.AppendExpression(StatementExpression::Use::ArrayOperand);
   if (target->IsSimple()) {
     compiler.Append<StatementPushVar>(target->Variable());
@@ -130,10 +137,13 @@ bool CompileAssignment(StatementCompiler& compiler) {
   if (op == "=") return CompileStore(compiler, std::move(target));
   if (!IsCompound(op)) return compiler.Fail(ERR_ASSIGNNOEQUAL, op);
   const enum_StatementKind operation = ArrayOperation(op);
-  if (target->Type()->IsArray() && operation != STATEMENT_PLAIN) {
+  const bool appends = operation == STATEMENT_APPEND;
+  // What an element of unknown type is, only the run knows; nothing but an array is appended to.
+  const bool mayBeArray = appends && target->Type()->GetKind() == Kind::Any;
+  if (mayBeArray || (target->Type()->IsArray() && operation != STATEMENT_PLAIN)) {
     return CompileArrayChange(compiler, std::move(target), operation);
   }
-  if (operation == STATEMENT_APPEND) return compiler.Fail(ERR_ASSIGNMISMATCH, name);
+  if (appends) return compiler.Fail(ERR_ASSIGNMISMATCH, name);
   return CompileCompound(compiler, std::move(target), op);
 }
 

@@ -12,11 +12,11 @@ namespace {
 
 bool CompileReturnValue(StatementCompiler& compiler, const TypeDesc& type) {
   ExpressionCompiler& expressions = compiler.Expressions();
-  if (!expressions.CompileAssigned(&compiler.Tokens(), ";", type)) {
+  const std::string_view name = compiler.Procedure().GetName().View();
+  if (!expressions.CompileAssigned(&compiler.Tokens(), ";", type, name)) {
     return compiler.FailExpression();
   }
-  const TypeDesc& value = *expressions.ResultType();
-  if (value.GetKind() == Kind::None || !type.Accepts(value)) {
+  if (!type.Accepts(*expressions.ResultType())) {
     return compiler.Fail(ERR_RETURNWRONGTYPE, "");
   }
   compiler.AppendExpression(StatementExpression::Use::Returned);
@@ -35,7 +35,7 @@ bool CheckNoReturnValue(StatementCompiler& compiler) {
 
 bool CompileDiscarded(StatementCompiler& compiler) {
   compiler.Tokens().ResetLine();
-  if (!compiler.Expressions().CompileExpression(&compiler.Tokens(), ";")) {
+  if (!compiler.Expressions().CompileDropped(&compiler.Tokens())) {
     return compiler.FailExpression();
   }
   compiler.AppendExpression(StatementExpression::Use::Dropped);

@@ -15,6 +15,7 @@ bool IsElif(const Tokeniser& tokeniser) {
 /// Compiles condition and body of an if or elif. The next branch line has then been read, and its
 /// keyword is the current token.
 bool CompileBranch(StatementCompiler& compiler, uint32_t flags) {
+  const bool first = compiler.Tokens().TokenIs("if");
   uint32_t next = 0;
   if (!compiler.FindBlockEnd(next)) return false;
   if (next == 0) return compiler.Fail(ERR_ENDIFUNMATCHED, compiler.Tokens().Token());
@@ -24,7 +25,8 @@ bool CompileBranch(StatementCompiler& compiler, uint32_t flags) {
   compiler.Script().ReadLineAt(next);
   Tokeniser& tokeniser = compiler.Tokens();
   tokeniser.GetNextToken(1, 1);
-  if (!tokeniser.TokenIs("endif")) compiler.Append<StatementBase>(STATEMENT_ENDBRANCH);
+  // Only an if without any other branch has nothing to jump over.
+  if (!first || !tokeniser.TokenIs("endif")) compiler.Append<StatementBase>(STATEMENT_ENDBRANCH);
   SetJumpTarget(compiler.Statements(), jump, compiler.Count() + 1);
   return true;
 }

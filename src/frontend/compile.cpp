@@ -21,19 +21,24 @@ bool ReadScript(CompileSession& session, TamberScript& script) {
 
 }  // namespace
 
-ScriptShape ShapeOf(CompileHost& host, ScriptLine& script) {
-  return FindScriptShape(
-      script, [&host](std::string_view word) { return host.Types().Lookup(word) != nullptr; });
+TypeWordTest TypeWords(CompileHost& host) {
+  return [&host](std::string_view word) { return host.Types().Lookup(word) != nullptr; };
 }
 
-bool CompileScript(CompileHost& host, TamberScript& script, CompilePlace& place) {
-  CompileSession session(host);
+ScriptShape ShapeOf(CompileHost& host, ScriptLine& script) {
+  return FindScriptShape(script, TypeWords(host));
+}
+
+bool CompileScript(CompileHost& host, TamberScript& script, CompilePlace& place,
+                   LeftError leftError) {
+  CompileSession session(host, leftError);
   bool compiled = ReadScript(session, script);
   if (compiled) {
     compiled = session.CompileBodies();
   } else {
     session.SalvageBodies();
   }
+  compiled = session.End(compiled, script);
   place = session.Place();
   return compiled;
 }

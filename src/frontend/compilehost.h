@@ -7,6 +7,7 @@
 #include "expr/exprnames.h"
 #include "frontend/scripttext.h"
 #include "machine/runstate.h"
+#include "machine/sourceplace.h"
 #include "statements/proclist.h"
 #include "values/typelist.h"
 #include "values/varlist.h"
@@ -25,6 +26,16 @@ class CompileHost : public ExpressionNames {
   virtual RunState& Run() = 0;
   void SetError(int32_t code, const KelString& text) { Run().SetError(code, text); }
   int32_t Error() { return Run().errorCode; }
+
+  /// The error that was reported last in this call of the host, and what it is about; 0: none.
+  virtual int32_t LastReported(KelString& detail) = 0;
+  /// Clears the run-time error when `ErrHandler` is INLINE_HANDLER; false, and nothing done, when
+  /// not.
+  virtual bool PassInline(const SourcePlace& place) = 0;
+  /// Reports the run-time error, which is then gone.
+  virtual void ReportLeft(const SourcePlace& place) = 0;
+  /// Reports the error at a place where compiling failed.
+  virtual void HandleParseError(const SourcePlace& place) = 0;
 
   virtual TypeList& Types() = 0;
   virtual ProcedureList& Procedures() = 0;

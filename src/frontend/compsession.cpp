@@ -1,8 +1,13 @@
 #include "frontend/compsession.h"
 
+#include <new>
+#include <vector>
+
+#include "expr/exprproc.h"
 #include "frontend/compilehost.h"
 #include "frontend/jumppatch.h"
 #include "frontend/stmtcomp.h"
+#include "statements/statexpr.h"
 #include "values/errcodes.h"
 
 namespace tamber {
@@ -11,13 +16,38 @@ namespace {
 
 thread_local CompileSession* innermost = nullptr;
 
+void EraseCalled(const StatementList& statements, ProcedureList::Set& procedures) {
+  std::vector<const ExpressionBase*> nodes;
+  for (uint32_t i = 1; i <= statements.GetCount(); ++i) {
+    const auto* const statement = dynamic_cast<const StatementExpression*>(&statements.Get(i));
+    if (statement != nullptr) nodes.push_back(&statement->Expression());
+  }
+  while (!nodes.empty()) {
+    const ExpressionBase& node = *nodes.back();
+    nodes.pop_back();
+    if (node.GetKind() == EXPRESSION_PROCEDURE) {
+      const Callable& called = static_cast<const ExpressionProcedure&>(node).Procedure();
+      procedures.erase(static_cast<const TamberProcedure*>(&called));
+    }
+    for (uint32_t i = 0; i < node.GetChildCount(); ++i) nodes.push_back(node.GetChild(i));
+  }
+}
+
 }  // namespace
 
-CompileSession::CompileSession(CompileHost& host) : host_(host), outer_(innermost) {
+CompileSession::CompileSession(CompileHost& host, LeftError leftError)
+    : host_(host), outer_(innermost), leftError_(leftError) {
   innermost = this;
 }
 
-CompileSession::~CompileSession() { innermost = outer_; }
+CompileSession::~CompileSession() {
+  try {
+    FreeDropped();
+  } catch (const std::bad_alloc&) {
+    // They go with the rest of the context's procedures.
+  }
+  innermost = outer_;
+}
 
 CompileSession* CompileSession::FindFor(const TamberProcedure& procedure) {
   CompileSession* session = innermost;
@@ -58,6 +88,7 @@ bool CompileSession::CompileBodies() {
 void CompileSession::SalvageBodies() {
   RunState& run = host_.Run();
   const int32_t code = run.errorCode;
+  const bool reported = run.errorReported;
   const KelString text = run.errorText;
   const KelString detail = run.errorDetail;
   for (Body& body : bodies_) {
@@ -68,6 +99,7 @@ void CompileSession::SalvageBodies() {
     }
   }
   run.errorCode = code;
+  run.errorReported = reported;
   run.errorText = text;
   run.errorDetail = detail;
 }
@@ -116,6 +148,24 @@ void CompileSession::Drop(TamberProcedure& procedure) {
   }
 }
 
+/// Destroys the procedures that did not compile, and lets go of their text. Those that others call
+/// stay, empty, for the calls to fail.
+void CompileSession::FreeDropped() {
+  ProcedureList::Set dropped;
+  for (const Body& body : bodies_) {
+    if (body.procedure->GetState() == TamberProcedure::State::Compiled) continue;
+    Drop(*body.procedure);
+    body.procedure->Discard();
+    dropped.insert(body.procedure);
+  }
+  if (dropped.empty()) return;
+  // Nothing else was compiled meanwhile.
+  for (const CompileSession* session = this; session != nullptr; session = session->outer_) {
+    for (const Body& body : session->bodies_) EraseCalled(body.procedure->Statements(), dropped);
+  }
+  host_.Procedures().DestroyProcedures(dropped);
+}
+
 bool CompileSession::Fail(const ScriptLine& script, int32_t code, std::string_view text) {
   host_.SetError(code, KelString(script.Whole(text)));
   return FailHere(script);
@@ -130,8 +180,43 @@ bool CompileSession::FailHere(const ScriptLine& script, uint32_t offset) {
   return false;
 }
 
-void CompileSession::NoteLeftError(const ScriptLine& script, uint32_t offset) {
-  left_ = {script.GetText(), script.GetStatementLine(), offset};
+bool CompileSession::RestoreReported() {
+  if (host_.Error() != ERR_SUCCESS) return true;
+  KelString detail;
+  const int32_t code = host_.LastReported(detail);
+  if (code == ERR_SUCCESS) return false;
+  host_.SetError(code, detail);
+  host_.Run().errorReported = true;
+  return true;
+}
+
+bool CompileSession::GoOn(const ScriptLine& script, uint32_t offset) {
+  RunState& run = host_.Run();
+  if (run.errorCode == ERR_SUCCESS) return true;
+  if (run.errorCode >= kFirstFatalError) return FailHere(script, offset);
+  const SourcePlace place{script.GetText(), script.GetStatementLine(), offset};
+  if (!run.errorReported && host_.PassInline(place)) return true;
+  if (leftError_ == LeftError::Fails) return FailHere(script, offset);
+  leftCode_ = run.errorCode;
+  leftText_ = run.errorText;
+  if (!run.errorReported) host_.ReportLeft(place);
+  run.errorCode = ERR_SUCCESS;
+  return true;
+}
+
+bool CompileSession::End(bool compiled, ScriptLine& script) {
+  if (compiled) compiled = GoOn(script, 0);
+  if (!compiled) {
+    if (host_.Error() == ERR_SUCCESS) {
+      Fail(script, ERR_PARSEERROR, script.GetTokeniser().Token());
+    }
+    FailHere(script);
+    return false;
+  }
+  if (leftCode_ == ERR_SUCCESS) return true;
+  host_.SetError(leftCode_, leftText_);
+  host_.Run().errorReported = true;
+  return true;
 }
 
 void CompileSession::NotePlace(const CompilePlace& place) {
@@ -148,6 +233,8 @@ bool EnsureCompiled(CompileHost& host, TamberProcedure& procedure) {
     return false;
   }
   if (session->CompileNow(procedure)) return true;
+  const CompilePlace& place = session->Place();
+  session->Host().HandleParseError({place.text, place.line, place.offset, place.procedure});
   if (&session->Host() != &host) {
     host.SetError(session->Host().Error(), session->Host().Run().errorText);
   }

@@ -27,6 +27,12 @@ struct CompilePlace {
   KelString procedure{};  ///< whose body did not compile; "" at the top level
 };
 
+/// What a run-time error of an initialiser does.
+enum class LeftError {
+  Fails,     ///< it ends compiling and is reported as what did
+  Reported,  ///< it is reported, and stands in the context again when all has been compiled
+};
+
 /// One call of the host to compile a script, with all that the script includes.
 ///
 /// First the top level of the scripts is read: declarations take effect, and procedures are entered
@@ -35,7 +41,7 @@ struct CompilePlace {
 /// is compiled there and then.
 class CompileSession {
  public:
-  explicit CompileSession(CompileHost& host);
+  CompileSession(CompileHost& host, LeftError leftError);
   CompileSession(const CompileSession&) = delete;
   CompileSession& operator=(const CompileSession&) = delete;
   ~CompileSession();
@@ -59,10 +65,16 @@ class CompileSession {
   /// Notes the place of an error that stands in the context; always false. The first place stays.
   bool FailHere(const ScriptLine& script);
   bool FailHere(const ScriptLine& script, uint32_t offset);
-  /// Notes the place of an error that lets compiling go on.
-  void NoteLeftError(const ScriptLine& script, uint32_t offset);
-  /// The place of what stopped the compiler, or else of the last error that did not.
-  const CompilePlace& Place() const { return place_.text ? place_ : left_; }
+  /// After code that ran did not end well: an error that has been reported, and is gone from the
+  /// context since, is its error again. False when there is none.
+  bool RestoreReported();
+  /// Called when code has run that may have left an error behind: whether compiling goes on.
+  bool GoOn(const ScriptLine& script, uint32_t offset);
+  /// Ends compiling and returns whether it succeeded. What failed without saying why is an internal
+  /// error at the token last read; what succeeded leaves the last error that was only reported.
+  [[nodiscard]] bool End(bool compiled, ScriptLine& script);
+  /// The place of what stopped the compiler.
+  const CompilePlace& Place() const { return place_; }
 
   /// The session on this thread that has the procedure's body still to compile; else null.
   static CompileSession* FindFor(const TamberProcedure& procedure);
@@ -79,6 +91,7 @@ class CompileSession {
   bool CompileStatements(Body& body);
   bool FinishBody(TamberProcedure& procedure);
   void Drop(TamberProcedure& procedure);
+  void FreeDropped();
   void NotePlace(const CompilePlace& place);
 
   CompileHost& host_;
@@ -87,7 +100,9 @@ class CompileSession {
   std::unordered_map<const TamberProcedure*, Body*> bodyOf_;
   std::unordered_map<std::string, uint32_t, kel::NoCaseHash, kel::NoCaseEqual> declaredAt_;
   CompilePlace place_;
-  CompilePlace left_;
+  LeftError leftError_;
+  int32_t leftCode_ = 0;
+  KelString leftText_;
 };
 
 /// Makes sure that a procedure can run. False, with the error set, when its body does not compile

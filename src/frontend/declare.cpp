@@ -45,7 +45,7 @@ class Declaration {
   bool NextToken();
   bool NextIs(std::string_view token);
   bool ReadEqual();
-  bool Initialise(Variable& variable, const TypeDesc& type);
+  bool Initialise(Variable& variable, const DeclaredName& declared);
   bool DeclareUntypedConstant(const KelString& name);
   VarHolder Make(const DeclaredName& declared);
   void Add(VarHolder variable, enum_VarListType scope);
@@ -112,8 +112,8 @@ bool Declaration::ReadEqual() {
   return NextToken() && Fail(ERR_ASSIGNNOEQUAL, tokeniser_.Token());
 }
 
-bool Declaration::Initialise(Variable& variable, const TypeDesc& type) {
-  const VarHolder value = Evaluate(session_, script_, ",;", &type);
+bool Declaration::Initialise(Variable& variable, const DeclaredName& declared) {
+  const VarHolder value = Evaluate(session_, script_, ",;", &declared);
   if (!value) return false;
   return variable.Assign(value.get()) != 0 || Fail(ERR_ASSIGNMISMATCH, variable.GetVarName());
 }
@@ -126,7 +126,7 @@ bool Declaration::DeclareVariable(const DeclaredName& declared, uint32_t flags) 
   if (!CheckName(declared.name)) return false;
   VarHolder variable = Make(declared);
   if (!variable) return false;
-  if (NextIs("=") && !Initialise(*variable, *declared.type)) return false;
+  if (NextIs("=") && !Initialise(*variable, declared)) return false;
   variable->SetVarFlags(flags);
   if ((flags & Variable::Session) != 0) host_.LoadSessionValue(*variable);
   Add(std::move(variable), VARLIST_GLOBAL);
@@ -136,7 +136,7 @@ bool Declaration::DeclareVariable(const DeclaredName& declared, uint32_t flags) 
 bool Declaration::DeclareTypedConstant(const DeclaredName& declared) {
   if (!CheckName(declared.name)) return false;
   VarHolder variable = Make(declared);
-  if (!variable || !ReadEqual() || !Initialise(*variable, *declared.type)) return false;
+  if (!variable || !ReadEqual() || !Initialise(*variable, declared)) return false;
   Add(std::move(variable), VARLIST_CONSTANT);
   session_.NoteDeclared(declared.name);
   return true;

@@ -1,7 +1,6 @@
 #include "frontend/declread.h"
 
-#include <charconv>
-
+#include "expr/exprparser.h"
 #include "frontend/compilehost.h"
 #include "text/tokenise.h"
 #include "values/errcodes.h"
@@ -54,8 +53,7 @@ int32_t DeclarationReader::ReadBrackets(uint32_t& size) {
 int32_t DeclarationReader::ReadSize(uint32_t& size) {
   const std::string_view token = tokeniser_.Token();
   int32_t value = -1;
-  const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), value);
-  if (error != std::errc() || end != token.data() + token.size()) {
+  if (!ReadIntegerLiteral(token, value)) {
     const Variable* const constant = host_.FindVariable(KelString(token), VARLIST_CONSTANT);
     const bool isNumber = constant != nullptr && constant->GetTypeId() == Variable::Integer;
     value = isNumber ? constant->GetIntegerValue() : -1;

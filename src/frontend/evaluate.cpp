@@ -4,6 +4,7 @@
 #include "expr/exprcomp.h"
 #include "frontend/compilehost.h"
 #include "frontend/compsession.h"
+#include "frontend/declread.h"
 #include "frontend/scrline.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
@@ -25,33 +26,32 @@ std::optional<double> EvaluateAsDouble(CompileHost& host, ExpressionCompiler& co
 }  // namespace
 
 VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString& terminators,
-                   const TypeDesc* target, std::optional<double>* exact) {
+                   const DeclaredName* target, std::optional<double>* exact) {
   CompileHost& host = session.Host();
   ExpressionCompiler compiler(host);
   Tokeniser* const tokeniser = &script.GetTokeniser();
-  const int32_t compiled = target ? compiler.CompileAssigned(tokeniser, terminators, *target)
-                                  : compiler.CompileExpression(tokeniser, terminators);
+  const int32_t compiled =
+      target ? compiler.CompileAssigned(tokeniser, terminators, *target->type, target->name)
+             : compiler.CompileExpression(tokeniser, terminators);
   if (!compiled) {
     host.SetError(compiler.GetError(), compiler.GetErrorText());
     session.FailHere(script, compiler.GetErrorOffset());
     return nullptr;
   }
   Stack stack;
-  const bool evaluated = compiler.EvaluateExpression(&stack) != 0;
-  if (!evaluated && host.Run().stopFlag && host.Error() == 0) {
-    // What it called has ended the script: there is no value, and nothing will run any more.
-    return VarHolder(MakeVariable(compiler.ResultType(), Name()));
-  }
-  if (!evaluated || host.Error() >= kFirstFatalError || stack.GetSize() == 0) {
-    session.FailHere(script, compiler.GetErrorOffset());
+  const bool evaluated = compiler.EvaluateExpression(&stack) != 0 && stack.GetSize() != 0;
+  const bool stopped = host.Run().stopFlag && host.Error() == ERR_SUCCESS;
+  // What it called may have ended the script: nothing will run any more.
+  const uint32_t offset = compiler.GetErrorOffset();
+  if (!evaluated && !stopped && !session.RestoreReported()) {
+    session.FailHere(script, offset);
     return nullptr;
   }
-  if (host.Error() != ERR_SUCCESS) {
-    session.NoteLeftError(script, compiler.GetErrorOffset());
-  } else if (exact != nullptr) {
+  VarHolder value(evaluated ? stack.PopVariable() : MakeVariable(compiler.ResultType(), Name()));
+  if (exact != nullptr && evaluated && host.Error() == ERR_SUCCESS) {
     *exact = EvaluateAsDouble(host, compiler);
   }
-  return VarHolder(stack.PopVariable());
+  return session.GoOn(script, offset) ? std::move(value) : nullptr;
 }
 
 }  // namespace tamber

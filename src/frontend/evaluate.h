@@ -11,7 +11,7 @@ class ScriptLine;
 namespace tamber {
 
 class CompileSession;
-class TypeDesc;
+struct DeclaredName;
 
 /// Gives its holder back when it leaves scope.
 struct ReleaseHolder {
@@ -20,11 +20,14 @@ struct ReleaseHolder {
 using VarHolder = std::unique_ptr<Variable, ReleaseHolder>;
 
 /// Compiles the expression that follows on the line, up to one of the terminators, and evaluates
-/// it. `target`: the type that the value will be assigned to; null for none. Null when that failed;
-/// the error then stands in the session. `exact` gets the double that a float computed from
+/// it. `target`: what the value will be assigned to; null for nothing declared. Null when that
+/// failed; the error then stands in the session. `exact` gets the double that a float computed from
 /// literals would have been where a double is wanted.
+///
+/// A run-time error answers to `ErrHandler`: with INLINE_HANDLER the value counts that it leaves
+/// beside it, or an empty one; otherwise it fails the session or is reported, as the session says.
 [[nodiscard]] VarHolder Evaluate(CompileSession& session, ScriptLine& script,
-                                 const KelString& terminators, const TypeDesc* target,
+                                 const KelString& terminators, const DeclaredName* target,
                                  std::optional<double>* exact = nullptr);
 
 }  // namespace tamber

@@ -31,9 +31,8 @@ bool ReadStructure(CompileSession& session, TamberScript& script) {
   return true;
 }
 
-bool SkipComment(CompileSession&, TamberScript& script) {
-  script.SkipBlockComment();
-  return true;
+bool SkipComment(CompileSession& session, TamberScript& script) {
+  return script.SkipBlockComment() || session.Fail(script, ERR_SCRNOMORELINES, kOpenComment);
 }
 
 bool RefuseEndProc(CompileSession& session, TamberScript& script) {
@@ -69,10 +68,8 @@ bool ReadTopLevelLine(CompileSession& session, TamberScript& script) {
   const KelString word(tokeniser.Token());
   if (word.IsEmpty()) return true;
   if (session.Host().Types().Lookup(word) != nullptr) {
-    const bool isHeader = IsTypedHeader(tokeniser);
-    tokeniser.ResetLine();
-    tokeniser.GetNextToken(1, 1);
-    return isHeader ? ReadTypedProcedure(session, script) : DeclareGlobals(session, script);
+    return FindTypeLine(tokeniser) == TypeLine::Header ? ReadTypedProcedure(session, script)
+                                                       : DeclareGlobals(session, script);
   }
   for (const Keyword& keyword : kKeywords) {
     if (kel::EqualsNoCase(word, keyword.word)) return keyword.handler(session, script);
@@ -104,6 +101,9 @@ bool RunFirstPass(CompileSession& session, TamberScript& script) {
   const Loading loading(host, script.GetName());
   while (script.ReadLogicalLine()) {
     if (!ReadTopLevelLine(session, script)) return false;
+    if (host.Error() != ERR_SUCCESS && !session.GoOn(script, script.GetOffset(""))) {
+      return false;
+    }
   }
   return true;
 }

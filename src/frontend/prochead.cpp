@@ -1,5 +1,6 @@
 #include "frontend/prochead.h"
 
+#include "frontend/compile.h"
 #include "frontend/compilehost.h"
 #include "frontend/compsession.h"
 #include "frontend/declcheck.h"
@@ -11,6 +12,12 @@
 namespace tamber {
 
 namespace {
+
+bool FailOpenComment(CompileSession& session, ScriptLine& script, const BlockTable& blocks) {
+  script.ReadLineAt(blocks.OpenCommentLine());
+  script.GetTokeniser().GetNextToken(1, 1);
+  return session.Fail(script, ERR_SCRNOMORELINES, kOpenComment);
+}
 
 /// Reads one procedure definition.
 class HeaderReader {
@@ -118,15 +125,15 @@ bool HeaderReader::AddParameter(const DeclaredName& declared, bool isReference) 
 void HeaderReader::AppendPops(uint32_t line) {
   const LocalTable& locals = procedure_->Locals();
   for (uint32_t slot = locals.Count(); slot-- > 0;) {
-    const Local& parameter = locals.At(slot);
     procedure_->Statements().Append(
-        std::make_unique<StatementPopParam>(line, parameter.name, parameter.isReference));
+        std::make_unique<StatementPopParam>(line, locals.At(slot).name));
   }
 }
 
 bool HeaderReader::ReadBodyRange(BlockTable& blocks) {
   const ScriptLine::Position header = script_.GetPosition();
-  blocks.Build(script_);
+  blocks.Build(script_, TypeWords(session_.Host()));
+  if (blocks.OpenCommentLine() != 0) return FailOpenComment(session_, script_, blocks);
   if (blocks.NestedProcLine() != 0) {
     script_.ReadLineAt(blocks.NestedProcLine());
     if (!NextToken()) return false;
@@ -160,7 +167,8 @@ bool ReadPlainScript(CompileSession& session, ScriptLine& script) {
   procedure->SetLines(text->FirstLine(), text->EndLine());
   BlockTable blocks;
   script.SetNextLine(text->FirstLine());
-  blocks.Build(script);
+  blocks.Build(script, TypeWords(session.Host()));
+  if (blocks.OpenCommentLine() != 0) return FailOpenComment(session, script, blocks);
   session.AddBody(std::move(procedure), std::move(blocks));
   return true;
 }

@@ -18,21 +18,78 @@ bool IsDeclaration(std::string_view word) {
                      [&](std::string_view keyword) { return kel::EqualsNoCase(word, keyword); });
 }
 
-}  // namespace
+/// Reads on behind the first word of a line, which is the token last read again when this leaves
+/// scope.
+class LookAhead {
+ public:
+  explicit LookAhead(Tokeniser& tokeniser) : tokeniser_(tokeniser) {}
+  LookAhead(const LookAhead&) = delete;
+  LookAhead& operator=(const LookAhead&) = delete;
+  ~LookAhead() { Restart(); }
 
-bool IsTypedHeader(Tokeniser& tokeniser) {
-  const char* const start = tokeniser.GetSearchPtr();
-  const int error = tokeniser.GetLastError();
-  tokeniser.GetNextToken(1, 0);
-  if (tokeniser.Token() == "[") {
-    tokeniser.GetNextToken(1, 0);  // "]"
+  void Restart() const {
+    tokeniser_.ResetLine();
+    tokeniser_.GetNextToken(1, 1);
+  }
+
+ private:
+  Tokeniser& tokeniser_;
+};
+
+bool IsNameToken(std::string_view token) {
+  return !token.empty() && (kel::IsAlnum(token[0]) || token[0] == '_');
+}
+
+/// Reads up to the "]" of the "[" that comes next; false when there is none.
+bool SkipBrackets(Tokeniser& tokeniser) {
+  int depth = 0;
+  do {
     tokeniser.GetNextToken(1, 0);
+    if (tokeniser.GetTokenLength() == 0) return false;
+    if (tokeniser.Token() == "[") ++depth;
+    if (tokeniser.Token() == "]") --depth;
+  } while (depth > 0);
+  return true;
+}
+
+/// Whether the line is a header, of which the brackets behind the type are not closed.
+bool IsUnclosedHeader(Tokeniser& tokeniser, const LookAhead& ahead) {
+  ahead.Restart();
+  tokeniser.GetNextToken(1, 0);  // "["
+  do {
+    tokeniser.GetNextToken(1, 0);
+    if (!IsNameToken(tokeniser.Token())) return false;
+  } while (tokeniser.PeekNextChar() != '(');
+  return true;
+}
+
+/// Whether the line goes on as a statement that begins with a variable.
+bool SelectsOrAssigns(Tokeniser& tokeniser) {
+  const LookAhead ahead(tokeniser);
+  while (tokeniser.PeekNextChar() == '[') {
+    if (!SkipBrackets(tokeniser)) return false;
   }
   tokeniser.GetNextToken(1, 0);
-  const bool header = tokeniser.Token() == "(";
-  tokeniser.SetSearch(start);
-  tokeniser.SetLastError(error);
-  return header;
+  return tokeniser.Token() == "." || tokeniser.Token().ends_with('=');
+}
+
+}  // namespace
+
+TypeLine FindTypeLine(Tokeniser& tokeniser) {
+  const LookAhead ahead(tokeniser);
+  if (tokeniser.PeekNextChar() == '[' && !SkipBrackets(tokeniser)) {
+    return IsUnclosedHeader(tokeniser, ahead) ? TypeLine::Header : TypeLine::Other;
+  }
+  tokeniser.GetNextToken(1, 0);
+  if (!IsNameToken(tokeniser.Token())) return TypeLine::Other;
+  return tokeniser.PeekNextChar() == '(' ? TypeLine::Header : TypeLine::Declaration;
+}
+
+TypeLine FindTypeLine(Tokeniser& tokeniser, const TypeWordTest& isTypeWord) {
+  // Looking at one character spares most lines the look-up.
+  const char next = tokeniser.PeekNextChar();
+  const bool possible = next == '[' || next == '_' || kel::IsAlnum(next);
+  return possible && isTypeWord(tokeniser.Token()) ? FindTypeLine(tokeniser) : TypeLine::Other;
 }
 
 ScriptShape FindScriptShape(ScriptLine& script, const TypeWordTest& isTypeWord) {
@@ -43,12 +100,12 @@ ScriptShape FindScriptShape(ScriptLine& script, const TypeWordTest& isTypeWord) 
     const std::string_view word = tokeniser.Token();
     if (word.empty()) continue;
     if (word == "/*") {
-      script.SkipBlockComment();
+      if (!script.SkipBlockComment()) break;
     } else if (IsDeclaration(word)) {
       return ScriptShape::Structured;
-    } else if (!isTypeWord(word)) {
+    } else if (!isTypeWord(word) || SelectsOrAssigns(tokeniser)) {
       return ScriptShape::Plain;
-    } else if (IsTypedHeader(tokeniser)) {
+    } else if (FindTypeLine(tokeniser) == TypeLine::Header) {
       return ScriptShape::Structured;
     }
   }

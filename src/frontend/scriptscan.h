@@ -15,9 +15,19 @@ namespace tamber {
 /// Whether a word names a type.
 using TypeWordTest = std::function<bool(std::string_view)>;
 
-/// Called behind a type word: whether name and "(" follow, with "[" "]" before them or not, which
-/// makes the line the header of a procedure. The read position stays where it is.
-bool IsTypedHeader(Tokeniser& tokeniser);
+/// What a line is that begins with a type word.
+enum class TypeLine {
+  Declaration,  ///< of variables: a name follows
+  Header,       ///< of a procedure: a name and "(" follow
+  Other,        ///< the word is no type here: variables may have the name of one
+};
+
+/// Called when the first word of the line has been read and names a type; brackets may follow it.
+/// Leaves the tokeniser as it was.
+TypeLine FindTypeLine(Tokeniser& tokeniser);
+
+/// The same for a first word that may be no type: Other.
+TypeLine FindTypeLine(Tokeniser& tokeniser, const TypeWordTest& isTypeWord);
 
 enum class ScriptShape {
   Structured,  ///< declarations and procedures

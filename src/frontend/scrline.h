@@ -7,6 +7,13 @@
 #include "kel/kelstring.h"
 #include "text/tokenise.h"
 
+namespace tamber {
+
+/// What an error says of a block comment that nothing closes.
+inline constexpr std::string_view kOpenComment = "/* is never closed";
+
+}  // namespace tamber
+
 /// The text of one script and the place where it is being read.
 ///
 /// A script is read by logical lines: a line that ends in "\" goes on with the next one. Line
@@ -61,8 +68,9 @@ class TAMBER_API ScriptLine {
   Tokeniser& GetTokeniser() { return tokeniser_; }
 
   /// Called when the current logical line begins with "/*": goes on behind the line with the first
-  /// "*/", whatever stands between. False when the script ends inside the comment.
-  bool SkipBlockComment();
+  /// "*/", whatever stands between. False when the script ends inside the comment; whoever compiles
+  /// then says so with ERR_SCRNOMORELINES and kOpenComment.
+  [[nodiscard]] bool SkipBlockComment();
 
   /// Appends the lines around the current one, `span` / 2 on each side.
   void DumpSource(KelString& out, int32_t span) const {

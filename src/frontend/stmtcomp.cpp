@@ -5,6 +5,7 @@
 #include "frontend/compdecl.h"
 #include "frontend/compfor.h"
 #include "frontend/compif.h"
+#include "frontend/compile.h"
 #include "frontend/compilehost.h"
 #include "frontend/compwhile.h"
 #include "functions/funclist.h"
@@ -43,8 +44,7 @@ bool CompileExit(StatementCompiler& compiler, uint32_t) {
 }
 
 bool SkipComment(StatementCompiler& compiler, uint32_t) {
-  compiler.Script().SkipBlockComment();
-  return true;
+  return compiler.Script().SkipBlockComment() || compiler.Fail(ERR_SCRNOMORELINES, kOpenComment);
 }
 
 struct Keyword {
@@ -100,6 +100,7 @@ StatementCompiler::StatementCompiler(CompileHost& host, TamberProcedure& procedu
       script_(&script),
       blocks_(&blocks),
       declaredLater_(std::move(declaredLater)),
+      typeWords_(TypeWords(host)),
       expressions_(host, &procedure.Locals()) {}
 
 bool StatementCompiler::CompileBlock(uint32_t endLine, uint32_t flags) {
@@ -132,6 +133,8 @@ bool StatementCompiler::CompileStatement(uint32_t flags) {
   if (tokeniser.GetLastError() != 0) return Fail(tokeniser.GetLastError(), "");
   const std::string_view word = tokeniser.Token();
   if (word.empty()) return true;
+  // A variable may have the name of its type, so what follows the word counts before what it is.
+  if (FindTypeLine(tokeniser, typeWords_) == TypeLine::Declaration) return CompileLocals(*this);
   if (IsVariable(KelString(word))) return CompileAssignment(*this);
   if (host_.Functions().FindFunction(word) != 0 || host_.Procedures().FindProcedure(word) != 0) {
     return CompileDiscarded(*this);

@@ -6,6 +6,7 @@
 
 #include "expr/exprcomp.h"
 #include "frontend/blocktable.h"
+#include "frontend/scriptscan.h"
 #include "frontend/scrline.h"
 #include "statements/procedure.h"
 #include "statements/statexpr.h"
@@ -86,6 +87,7 @@ class StatementCompiler {
   ScriptLine* script_;
   const BlockTable* blocks_;
   NameTest declaredLater_;
+  TypeWordTest typeWords_;
   ExpressionCompiler expressions_;
   uint32_t depth_ = 0;
   uint32_t errorLine_ = 0;

@@ -62,7 +62,7 @@ int32_t StructReader::ReadMembers() {
     if (tokeniser_.TokenIs("endstruct")) return ERR_SUCCESS;
     if (tokeniser_.TokenIs("endproc")) break;
     if (tokeniser_.Token() == "/*") {
-      script_.SkipBlockComment();
+      if (!script_.SkipBlockComment()) return Fail(ERR_SCRNOMORELINES, kOpenComment);
     } else if (const int32_t error = DefineStructMember()) {
       return error;
     }
@@ -101,6 +101,9 @@ int32_t StructReader::Register(StructFlags flags) {
     host_.Types().AddType(name_ + "[]", MakeVariable(TypeDesc::ArrayOf(type), Name()), flags);
     return ERR_SUCCESS;
   } catch (const std::bad_alloc&) {
+    // A structure without its array would be half a type.
+    const uint32_t half = host_.Types().FindType(name_);
+    if (half != TypeList::kNotFound) host_.Types().DeleteType(half);
     // Structures nested too deep, or with too many members in all; here there is a line to show.
     return Fail(ERR_NOMEMORY, name_);
   }

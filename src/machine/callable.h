@@ -18,7 +18,7 @@ class Callable {
   Callable& operator=(const Callable&) = delete;
 
   const KelString& GetName() const { return name_; }
-  /// The text it was compiled from; kept alive by its procedures.
+  /// The text it was compiled from, kept alive by its procedures; null when it did not compile.
   const std::shared_ptr<const ScriptText>& GetScript() const { return script_; }
 
   LocalTable& Locals() { return locals_; }
@@ -39,6 +39,7 @@ class Callable {
  protected:
   Callable(const KelString& name, std::shared_ptr<const ScriptText> script);
   ~Callable();
+  void ForgetScript() { script_.reset(); }
 
  private:
   KelString name_;

@@ -159,6 +159,7 @@ uint32_t ProcedureLowering::LowerExpressionGroup(uint32_t i, const StatementExpr
 }
 
 void ProcedureLowering::LowerJump(uint32_t i, const StatementGoto& jump) {
+  if (jump.GetOffset() == 1) return;
   Label& target = LabelOf(int64_t{i} + jump.GetOffset());
   if (jump.GetOffset() <= 0)
     builder_.LoopTo(target);

@@ -26,6 +26,12 @@ class TamberProcedure final : public tamber::Callable {
   bool ReturnsOnMainPath() const { return returnsOnMainPath_; }
   void SetReturnsOnMainPath() { returnsOnMainPath_ = true; }
 
+  /// Lets go of text and statements; the header stays for those that call it.
+  void Discard() {
+    statements_ = StatementList();
+    ForgetScript();
+  }
+
   enum class State { Declared, Compiling, Compiled, Failed };
   State GetState() const { return state_; }
   void SetState(State state) { state_ = state; }

@@ -54,6 +54,14 @@ bool ProcedureList::DeleteProcedure(std::string_view name) {
   return true;
 }
 
+void ProcedureList::DestroyProcedures(const Set& procedures) {
+  std::erase_if(byName_, [&](const auto& entry) { return procedures.contains(entry.second); });
+  std::erase_if(sorted_, [&](const auto* procedure) { return procedures.contains(procedure); });
+  Pool& own = *pools_.back();
+  if (pools_.back().use_count() > 1) return;
+  std::erase_if(own, [&](const auto& procedure) { return procedures.contains(procedure.get()); });
+}
+
 void ProcedureList::ClearList() {
   byName_.clear();
   sorted_.clear();

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "kel/export.h"
@@ -20,6 +21,7 @@ class TamberProcedure;
 class TAMBER_API ProcedureList {
  public:
   using Pool = std::vector<std::unique_ptr<TamberProcedure>>;
+  using Set = std::unordered_set<const TamberProcedure*>;
 
   ProcedureList();
   ProcedureList(const ProcedureList& other);
@@ -34,6 +36,9 @@ class TAMBER_API ProcedureList {
   uint32_t GetProcedureCount() const { return static_cast<uint32_t>(sorted_.size()); }
   /// Takes the name out of the list; false when there is none.
   bool DeleteProcedure(std::string_view name);
+  /// Destroys procedures of this list that nothing calls. Those that a copy of the list may know
+  /// only leave the list.
+  TAMBER_LOCAL void DestroyProcedures(const Set& procedures);
   void ClearList();
   /// "Procedures dump:" and a line each; `words` limits it to these names ("*" and "" as for the
   /// variable dumps).

@@ -7,11 +7,9 @@
 /// for each parameter, the last parameter first.
 class StatementPopParam final : public StatementBase {
  public:
-  StatementPopParam(uint32_t line, const tamber::Name& name, bool isReference)
-      : StatementBase(line), name_(name), isReference_(isReference) {}
+  StatementPopParam(uint32_t line, const tamber::Name& name) : StatementBase(line), name_(name) {}
   void Dump(KelString& out, uint32_t index) const override;
 
  private:
   tamber::Name name_;
-  bool isReference_;
 };

@@ -66,34 +66,53 @@ TEST_F(Compiling, AFailedScriptIsNotInTheList) {
   EXPECT_EQ(CompileFile("bad.tam"), 1) << "and may be mended and compiled";
 }
 
-// Files fail on any error that is left when they have been read, texts only on a fatal one.
+// Files fail at the first error that a value leaves; texts report it and go on.
 TEST_F(Compiling, RunTimeErrorsOfInitialisers) {
-  TamberContext other;
-  other.RegisterFunction("int Left ()", static_cast<TamberFunctionPtr>([](FunctionCallInfo* call) {
-                           call->errorCode = 102;
-                           call->errorText = "left over";
-                           call->stack->PushInteger(7);
-                           return 1;
-                         }),
-                         FunctionList::FUNCTYPE_NORMAL, false);
-  const char* left = "int value = Left()\nproc main()\nendproc\n";
-  EXPECT_EQ(other.CompileScriptBuffer("buffer", left, 1), 1);
-  EXPECT_EQ(other.GetScriptCount(), 1u);
-  EXPECT_EQ(other.GetContextError(), 102);
-  EXPECT_EQ(IntegerOf(other, "value"), 7);
-  EXPECT_EQ(IntegerOf(other, "ErrCode"), 0) << "not reported";
-  TamberContext third;
-  third.RegisterFunction("int Left ()", static_cast<TamberFunctionPtr>([](FunctionCallInfo* call) {
-                           call->errorCode = 102;
-                           call->stack->PushInteger(7);
-                           return 1;
-                         }),
-                         FunctionList::FUNCTYPE_NORMAL, false);
-  Put("left.tam", left);
-  EXPECT_EQ(third.CompileScriptFile("left.tam"), 0);
-  EXPECT_EQ(third.GetScriptCount(), 0u);
-  EXPECT_EQ(third.GetContextError(), 102);
-  EXPECT_EQ(IntegerOf(third, "ErrCode"), 102);
+  struct Row {
+    const char* values;
+    int32_t code;
+    int32_t line;
+  };
+  const std::string procedures =
+      "int Fails(int n)\nn = 1 / (n - n)\nreturn n\nendproc\n"
+      "int Inline()\nErrHandler = INLINE_HANDLER\nreturn 1\nendproc\n"
+      "int Own()\nErrHandler = \"main\"\nreturn 1\nendproc\nproc main()\nendproc\n";
+  constexpr int32_t kStart = 15;
+  for (const Row& row : {Row{"int a = StrEvalAsInteger(\"1 +\")\nint b = StrLen(\"x\")\n", 102, 0},
+                         Row{"int a, b = 1\n\nint c = 7 / 0, d = 1\n", 11, 2},
+                         Row{"const a = StrEvalAsInteger(\"1 +\")\nint b = 1\n", 102, 0},
+                         Row{"int[] l\nint a = l[4]\nint b = 1\n", 12, 1},
+                         Row{"int a = Fails(2)\nint b = 1\n", 11, 2 - kStart},
+                         Row{"int a = Own()\nint c = 7 / 0\nint b = 1\n", 11, 1}}) {
+    const std::string text = procedures + row.values;
+    const int32_t line = kStart + row.line;
+    for (const bool isFile : {true, false}) {
+      TamberContext context;
+      std::vector<TamberDiagnostic> told;
+      context.SetDiagnosticHandler(
+          [](const TamberDiagnostic& diagnostic, void* list) {
+            static_cast<std::vector<TamberDiagnostic>*>(list)->push_back(diagnostic);
+          },
+          &told);
+      Put("left.tam", text);
+      const int32_t compiled = isFile ? context.CompileScriptFile("left.tam")
+                                      : context.CompileScriptBuffer("left", text, 1);
+      EXPECT_EQ(compiled, isFile ? 0 : 1) << row.values;
+      EXPECT_EQ(context.GetScriptCount(), isFile ? 0u : 1u) << row.values;
+      EXPECT_EQ(context.GetContextError(), row.code) << row.values;
+      EXPECT_EQ(IntegerOf(context, "ErrCode"), row.code) << row.values;
+      EXPECT_EQ(IntegerOf(context, "ErrLine"), line) << row.values;
+      ASSERT_EQ(told.size(), 1u) << row.values;
+      EXPECT_EQ(told[0].line, static_cast<uint32_t>(line)) << row.values;
+      EXPECT_EQ(context.GetVariable("b", VARLIST_GLOBAL) != nullptr,
+                !isFile || std::string_view(row.values).starts_with("int a, b"))
+          << row.values;
+    }
+    Put("inline.tam", procedures + "int Z = Inline()\n" + row.values);
+    TamberContext lenient;
+    EXPECT_EQ(lenient.CompileScriptFile("inline.tam"), row.line == 1 && row.code == 11 ? 0 : 1)
+        << row.values;
+  }
 }
 
 TEST_F(Compiling, Texts) {

@@ -91,6 +91,8 @@ TEST_F(Compile, BlocksBecomeJumps) {
       {"IF a\na = 1\nElse\na = 2\nEndIf", "E F4 E V J3 E V"},
       {"if a\na = 1\nelif b\na = 2\nelseif c\na = 3\nelse\na = 4\nendif",
        "E F4 E V J13 E F4 E V J8 E F4 E V J3 E V"},
+      {"if a\na = 1\nelif b\na = 2\nendif", "E F4 E V J6 E F4 E V J1"},
+      {"if a\nelif b\nendif", "E F2 J4 E F2 J1"},
       {"if a\nif b\nexit\nelse\nendif\nendif\n", "E F5 E F3 X J1"},
       {"while a\na = 1\nwend", "E F4 E V J-4"},
       {"while a\nbreak\ncontinue\nendwhile", "E F4 J3 J-3 J-4"},
@@ -206,8 +208,15 @@ TEST_F(Compile, TopLevelsThatAreRefused) {
       {"proc p(int a int b)\nendproc\n", ERR_VARNOCOMMA, 1},
       {"proc p(int a\nendproc\n", ERR_VARNOCOMMA, 1},
       {"proc p()\nproc q()\nendproc\n", ERR_PROCNESTEDDEF, 2},
+      {"proc p()\nint[] q(int a)\nendproc\n", ERR_PROCNESTEDDEF, 2},
       {"proc p()\nexit\n", ERR_PROCNOEND, 1},
       {"proc p()\nendproc\nint [3 f()\nendproc\n", ERR_PROCBADRETTYPE, 3},
+      {"int[3] f()\nendproc\n", ERR_PROCBADRETTYPE, 1},
+      {"int[ f(int[] a)\nendproc\n", ERR_PROCBADRETTYPE, 1},
+      {"proc p()\n/* x\nendproc\n", ERR_SCRNOMORELINES, 2},
+      {"exit\nif 1\n/* x\nendif\n", ERR_SCRNOMORELINES, 3},
+      {"proc p()\nendproc\n\n/* x\n", ERR_SCRNOMORELINES, 4},
+      {"struct s\nint a\n/* x\nendstruct\n", ERR_SCRNOMORELINES, 3},
       {"int f()\nendproc\n", ERR_PROCNORETURN, 2},
       {"int f()\nif 1\nreturn 1\nendif\nendproc\n", ERR_PROCNORETURN, 5},
       {"int f()\nreturn\nendproc\n", ERR_EXPREMPTY, 2},
@@ -242,6 +251,89 @@ TEST_F(Compile, ProceduresCanBeCalledAboveTheirText) {
   EXPECT_EQ(a->GetEndLine(), 3u);
 }
 
+TEST_F(Compile, VariablesMayBeNamedLikeTheirType) {
+  ASSERT_EQ(CompileText("struct Point\nint x\nendstruct\nstruct Two\nPoint point, Point2\n"
+                        "Point[2] Points\nendstruct\nPoint point\nPoint[0x2] other\n"
+                        "session Point kept\nextern Point Ext\nproc p(Point POINT, Point & b)\n"
+                        "Point c\nfor (Point d; c.x; c.x += 1)\nPoint[3] e\nendfor\n"
+                        "point = c\npoint.x = 1\nendproc\n"
+                        "proc q()\nPoint[] poinT\npoint[1].x = 1\nPoint[1] f\nendproc\n")
+                .code,
+            0);
+  EXPECT_EQ(Layout("p"), "P P L L E F6 L R E S J-6 E V R E S");
+  EXPECT_EQ(Layout("q"), "L R E S L");
+  KelString dump;
+  context_.GetProcedure("p")->Statements().Dump(dump, "p");
+  EXPECT_NE(dump.Str().find("Pop into param b\r\n"), std::string::npos) << dump.Str();
+  EXPECT_EQ(context_.GetVariable("other", VARLIST_GLOBAL)->GetElementCount(), 2u);
+}
+
+TEST_F(Compile, ArraySizesAreIntegersOfAnyForm) {
+  ASSERT_EQ(CompileText("const N = 0x4\nint[0x10] a\nint b[007], c[N]\n").code, 0);
+  EXPECT_EQ(context_.GetVariable("a", VARLIST_GLOBAL)->GetElementCount(), 16u);
+  EXPECT_EQ(context_.GetVariable("b", VARLIST_GLOBAL)->GetElementCount(), 7u);
+  EXPECT_EQ(context_.GetVariable("c", VARLIST_GLOBAL)->GetElementCount(), 4u);
+  context_.ResetContext();
+  for (const char* size : {"-1", "1.5", "4294967295", "\"1\"", "'a'", "0x", "1e3"}) {
+    EXPECT_EQ(CompileText("int[" + std::string(size) + "] a\n").code, ERR_VARNOCOMMA) << size;
+    context_.ResetContext();
+  }
+}
+
+// Refused where it stands, with the name of what has no value or of what should get it.
+TEST_F(Compile, ProceduresWithoutResultHaveNoValue) {
+  const std::string start =
+      "proc p()\nendproc\nint n\nint[] l\narray g\nstruct S\nint[] m\nint i\nendstruct\nS s\n"
+      "proc take(int i)\nendproc\n";
+  const std::vector<std::pair<const char*, int32_t>> bodies = {
+      {"n = p()", ERR_ASSIGNMISMATCH},
+      {"s.i = p()", ERR_ASSIGNMISMATCH},
+      {"l[1] = p()", ERR_ASSIGNMISMATCH},
+      {"g = p()", ERR_ASSIGNMISMATCH},
+      {"l <<= p()", ERR_ASSIGNMISMATCH},
+      {"g <<= p()", ERR_ASSIGNMISMATCH},
+      {"s.m <<= p()", ERR_ASSIGNMISMATCH},
+      {"g[1].m <<= p()", ERR_ASSIGNMISMATCH},
+      {"return p()", ERR_ASSIGNMISMATCH},
+      {"n = (p())", ERR_EXPREMPTY},
+      {"n += p()", ERR_EXPREMPTY},
+      {"n += 1 + p()", ERR_EXPREMPTY},
+      {"l += p()", ERR_EXPREMPTY},
+      {"l -= p()", ERR_EXPREMPTY},
+      {"n = -p()", ERR_EXPREMPTY},
+      {"n = p() + 1", ERR_EXPREMPTY},
+      {"n = 1 + 2 * p()", ERR_EXPREMPTY},
+      {"n = p()[1]", ERR_EXPREMPTY},
+      {"n = p().i", ERR_EXPREMPTY},
+      {"n = l[p()]", ERR_EXPREMPTY},
+      {"l[p()] = 1", ERR_EXPREMPTY},
+      {"Print(p())", ERR_EXPREMPTY},
+      {"take(p())", ERR_EXPREMPTY},
+      {"p() + 1", ERR_EXPREMPTY},
+      {"call p()", ERR_EXPREMPTY},
+      {"if p()\nendif", ERR_EXPREMPTY},
+      {"if 0\nelif p()\nendif", ERR_EXPREMPTY},
+      {"while p()\nwend", ERR_EXPREMPTY},
+      {"for (n = 0; p(); n += 1)\nendfor", ERR_EXPREMPTY},
+  };
+  for (const auto& [body, code] : bodies) {
+    const Outcome outcome =
+        CompileText(start + "int f()\n" + body + "\nreturn 1\nendproc\nproc main()\nendproc\n");
+    EXPECT_EQ(outcome.code, code) << body;
+    EXPECT_EQ(outcome.line, std::string_view(body).starts_with("if 0") ? 15u : 14u) << body;
+    EXPECT_EQ(outcome.text == "p", code == ERR_EXPREMPTY) << body;
+    context_.ResetContext();
+  }
+  for (const char* line :
+       {"int a = p()", "const c = p()", "const int c = p()", "session int a = p()", "include p()",
+        "include \"\" + p()", "const c = 1, d = p()"}) {
+    const Outcome outcome = CompileText(start + line + "\n");
+    EXPECT_TRUE(outcome.code == ERR_EXPREMPTY || outcome.code == ERR_ASSIGNMISMATCH) << line;
+    EXPECT_EQ(outcome.line, 13u) << line;
+    context_.ResetContext();
+  }
+}
+
 TEST_F(Compile, WhatStandsBehindAnErrorIsNotDeclared) {
   const Outcome outcome =
       CompileText("proc a()\nendproc\nproc b()\nnonsense\nendproc\nproc c()\nendproc\n");
@@ -258,6 +350,44 @@ TEST_F(Compile, WhatStandsBehindAnErrorIsNotDeclared) {
   EXPECT_EQ(top.text, "wrong");
   EXPECT_EQ(Layout("a"), "X");
   EXPECT_EQ(Layout("b"), "none");
+}
+
+TEST_F(Compile, AFailedScriptKeepsNoText) {
+  for (const char* text :
+       {"proc a()\nbad\nendproc\n", "proc a()\nb()\nbad\nendproc\nproc b()\na()\nendproc\n",
+        "int x\nproc a()\nendproc\nwrong\nproc b()\nendproc\n", "bad\n", "const c = nothing\n"}) {
+    auto source = tamber::ScriptText::FromBuffer("test", text);
+    const std::weak_ptr<const tamber::ScriptText> kept = source;
+    auto script = std::make_unique<TamberScript>(&context_, std::move(source));
+    tamber::CompilePlace place;
+    EXPECT_FALSE(tamber::CompileScript(context_.State(), *script, place)) << text;
+    script.reset();
+    place = {};
+    EXPECT_EQ(kept.expired(), context_.GetProcedure("a") == nullptr) << text;  // it compiled
+    context_.ResetContext();
+    EXPECT_TRUE(kept.expired()) << text;
+  }
+}
+
+TEST_F(Compile, CallsOfWhatDidNotCompileFail) {
+  const std::string calls = "proc a()\nb(1)\nendproc\n";
+  EXPECT_EQ(CompileText(calls + "proc b(int n)\nb(n)\nbad\nendproc\n").code, ERR_BADSTATEMENT);
+  EXPECT_EQ(context_.RunProcedure("a", nullptr), 0);
+  EXPECT_EQ(context_.GetContextError(), ERR_PROCNOTFOUND);
+  EXPECT_EQ(CompileText("proc b(int n)\nendproc\n").code, 0) << "the name is free";
+  EXPECT_EQ(CompileText("bad\n" + calls).code, ERR_BADSTATEMENT);
+}
+
+TEST_F(Compile, FailureAlwaysHasACodeAndAPlace) {
+  TamberScript script(&context_, tamber::ScriptText::FromBuffer("test", "\nword\n"));
+  script.ReadLogicalLine();
+  script.ReadLogicalLine();
+  script.GetTokeniser().GetNextToken(1, 1);
+  tamber::CompileSession session(context_.State(), tamber::LeftError::Fails);
+  EXPECT_FALSE(session.End(false, script));
+  EXPECT_EQ(context_.GetContextError(), ERR_PARSEERROR);
+  EXPECT_EQ(context_.GetContextErrorText().Str(), "word");
+  EXPECT_EQ(session.Place().line, 2u);
 }
 
 TEST_F(Compile, NestingHasALimit) {

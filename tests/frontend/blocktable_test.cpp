@@ -13,6 +13,8 @@ namespace {
 
 using tamber::BlockTable;
 
+bool IsTypeWord(std::string_view word) { return word == "int" || word == "point"; }
+
 struct Case {
   const char* text;
   std::vector<std::pair<uint32_t, uint32_t>> matches;  // opening line, line that it leads to
@@ -44,7 +46,7 @@ TEST(BlockTable, MatchesLines) {
   for (const Case& row : cases) {
     const auto script = MakeScript(row.text);
     BlockTable table;
-    table.Build(*script);
+    table.Build(*script, IsTypeWord);
     for (const auto& [opening, closing] : row.matches) {
       const BlockTable::Match match = table.Find(opening);
       EXPECT_EQ(match.line, closing) << row.text << "line " << opening;
@@ -56,7 +58,7 @@ TEST(BlockTable, MatchesLines) {
 TEST(BlockTable, BrokenFirstWordsAreMetOnTheWay) {
   const auto script = MakeScript("if a\nwhile b\nx\"y\nwend\nendif\nif c\nendif\nfor (;;)\n");
   BlockTable table;
-  table.Build(*script);
+  table.Build(*script, IsTypeWord);
   for (const uint32_t line : {1u, 2u}) {
     EXPECT_EQ(table.Find(line).error, ERR_SCRBADQUOTE);
     EXPECT_EQ(table.Find(line).errorLine, 3u);
@@ -68,15 +70,29 @@ TEST(BlockTable, BrokenFirstWordsAreMetOnTheWay) {
 TEST(BlockTable, FindsTheEndOfTheProcedure) {
   const auto script = MakeScript("x\n/* endproc */\nproc b()\nEndProc\nproc c()\n", 10);
   BlockTable table;
-  table.Build(*script);
+  table.Build(*script, IsTypeWord);
   EXPECT_EQ(table.EndProcLine(), 13u);
   EXPECT_EQ(table.NestedProcLine(), 12u);
   EXPECT_EQ(script->GetNextLine(), 14u);
 
   BlockTable rest;
-  rest.Build(*script);
+  rest.Build(*script, IsTypeWord);
   EXPECT_EQ(rest.EndProcLine(), 0u);
   EXPECT_EQ(rest.NestedProcLine(), 14u);
+}
+
+TEST(BlockTable, TypedHeadersAndOpenCommentsEndNoProcedure) {
+  const auto nested = MakeScript("int a\npoint[1].x = f(1)\npoint(1)\nint[] f ()\nendproc\n");
+  BlockTable table;
+  table.Build(*nested, IsTypeWord);
+  EXPECT_EQ(table.NestedProcLine(), 4u);
+  EXPECT_EQ(table.OpenCommentLine(), 0u);
+
+  const auto open = MakeScript("/* a\n*/\nif b\n/* c\nendif\nendproc\n");
+  BlockTable hidden;
+  hidden.Build(*open, IsTypeWord);
+  EXPECT_EQ(hidden.OpenCommentLine(), 4u);
+  EXPECT_EQ(hidden.EndProcLine(), 0u);
 }
 
 TEST(BlockTable, DeepNestingAndLongBranchesTakeOnePass) {
@@ -87,7 +103,7 @@ TEST(BlockTable, DeepNestingAndLongBranchesTakeOnePass) {
   for (uint32_t i = 0; i < kCount; ++i) text += "endif\n";
   const auto script = MakeScript(text);
   BlockTable table;
-  table.Build(*script);
+  table.Build(*script, IsTypeWord);
   EXPECT_EQ(table.Find(1).line, 3 * kCount);
   EXPECT_EQ(table.Find(kCount).line, kCount + 1);
   EXPECT_EQ(table.Find(2 * kCount).line, 2 * kCount + 1);

@@ -30,6 +30,8 @@ TEST(ScriptShape, TheFirstDecidingLineTells) {
       {"INT [ ] Total ( int a )", ScriptShape::Structured},
       {"int x\nint y = f(1)\nPrint(1)\n", ScriptShape::Plain},
       {"int[3] x\nx[1] = 1\n", ScriptShape::Plain},
+      {"int Int\nint[f(1)].x = 1\nproc main()", ScriptShape::Plain},
+      {"int Int\nint += 1\nproc main()", ScriptShape::Plain},
       {"int x\nCONST y = 1\n", ScriptShape::Structured},
       {"constant y", ScriptShape::Structured},
       {"session int y", ScriptShape::Structured},
@@ -44,15 +46,35 @@ TEST(ScriptShape, TheFirstDecidingLineTells) {
   }
 }
 
-TEST(ScriptShape, AHeaderIsTypeNameAndParenthesis) {
-  for (const char* line : {"f(", "[] f (int a)", "f()"}) {
+TEST(ScriptShape, WhatFollowsATypeWordTellsTheLine) {
+  using tamber::TypeLine;
+  const std::vector<std::pair<const char*, TypeLine>> cases = {
+      {"int f(", TypeLine::Header},
+      {"int[] f (int a)", TypeLine::Header},
+      {"int[3] f()", TypeLine::Header},
+      {"int[ f(int[] a)", TypeLine::Header},
+      {"int [3 f()", TypeLine::Header},
+      {"int n", TypeLine::Declaration},
+      {"int n = StrLen(\"x\")", TypeLine::Declaration},
+      {"int n // (count)", TypeLine::Declaration},
+      {"int[f(3)] a", TypeLine::Declaration},
+      {"int[3] a, b", TypeLine::Declaration},
+      {"int", TypeLine::Other},
+      {"int = f(1)", TypeLine::Other},
+      {"int.x = 1", TypeLine::Other},
+      {"int(1)", TypeLine::Other},
+      {"int[f(a[1])].x += g(1)", TypeLine::Other},
+      {"int[1", TypeLine::Other},
+      {"int[\"]\" a", TypeLine::Other},
+      {"other n", TypeLine::Other},
+  };
+  for (const auto& [line, expected] : cases) {
     Tokeniser tokeniser(line);
-    EXPECT_TRUE(tamber::IsTypedHeader(tokeniser)) << line;
-    EXPECT_EQ(tokeniser.GetSearchPtr(), tokeniser.LineStart());
-  }
-  for (const char* line : {"", "n", "n = StrLen(\"x\")", "n // (count)", "[3] a", "a[f(1)]"}) {
-    Tokeniser tokeniser(line);
-    EXPECT_FALSE(tamber::IsTypedHeader(tokeniser)) << line;
+    const std::string word = tokeniser.GetNextToken(1, 1);
+    const char* const position = tokeniser.GetSearchPtr();
+    EXPECT_EQ(tamber::FindTypeLine(tokeniser, IsTypeWord), expected) << line;
+    EXPECT_EQ(tokeniser.Token(), word) << line;
+    EXPECT_EQ(tokeniser.GetSearchPtr(), position) << line;
   }
 }
 

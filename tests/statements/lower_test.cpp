@@ -20,8 +20,8 @@ TEST(StatementsAlone, RunAsTheirCode) {
   ExpressionCompiler compiler(names);
   for (uint32_t line = 3; line <= 4; ++line) {
     ASSERT_TRUE(compiler.CompileExpression("total * 2 + 5", ""));
-    procedure.Statements().Append(
-        std::make_unique<StatementExpression>(line, compiler.RemoveExpression()));
+    procedure.Statements().Append(std::make_unique<StatementExpression>(
+        line, compiler.RemoveExpression(), StatementExpression::Use::Assigned));
     procedure.Statements().Append(std::make_unique<StatementPopVar>(
         line, tamber::VarUse{total->OwnName(), -1, tamber::TypeDesc::Of(tamber::Kind::Int)}));
   }
