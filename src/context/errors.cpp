@@ -162,8 +162,8 @@ void ContextState::ReportRunError(const SourcePlace& place) {
 }
 
 int32_t ContextState::LastReported(KelString& detail) {
-  detail = diagnostic.detail;
-  return diagnostic.code;
+  detail = errors.diagnostic.detail;
+  return errors.diagnostic.code;
 }
 
 bool ContextState::PassInline(const SourcePlace& place) {
