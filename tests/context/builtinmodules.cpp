@@ -33,6 +33,12 @@ int32_t DebugDump(FunctionCallInfo* info) {
   return 1;
 }
 
+int32_t LeaveError(FunctionCallInfo* info) {
+  info->errorCode = info->stack->PopInteger();
+  info->stack->PushInteger(0);
+  return 1;
+}
+
 int32_t Max(FunctionCallInfo* info) {
   const int32_t second = info->stack->PopInteger();
   info->stack->PushInteger(std::max(info->stack->PopInteger(), second));
@@ -54,6 +60,7 @@ int32_t StrLen(FunctionCallInfo* info) {
 const FUNCMOD_FUNCTION kFunctions[] = {{"int Print (string Text)", Print, "", {}},
                                        {"int ArrayGetSize (array Array)", ArrayGetSize, "", {}},
                                        {"int DebugDump (string Section)", DebugDump, "", {}},
+                                       {"int LeaveError (int Code)", LeaveError, "", {}},
                                        {"int Max (int First, int Second)", Max, "", {}},
                                        {"int Rand ()", Rand, "", {}},
                                        {"int StrLen (string Value)", StrLen, "", {}},

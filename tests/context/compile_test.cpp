@@ -78,9 +78,9 @@ TEST_F(Compiling, RunTimeErrorsOfInitialisers) {
       "int Inline()\nErrHandler = INLINE_HANDLER\nreturn 1\nendproc\n"
       "int Own()\nErrHandler = \"main\"\nreturn 1\nendproc\nproc main()\nendproc\n";
   constexpr int32_t kStart = 15;
-  for (const Row& row : {Row{"int a = StrEvalAsInteger(\"1 +\")\nint b = StrLen(\"x\")\n", 102, 0},
+  for (const Row& row : {Row{"int a = LeaveError(102)\nint b = StrLen(\"x\")\n", 102, 0},
                          Row{"int a, b = 1\n\nint c = 7 / 0, d = 1\n", 11, 2},
-                         Row{"const a = StrEvalAsInteger(\"1 +\")\nint b = 1\n", 102, 0},
+                         Row{"const a = LeaveError(102)\nint b = 1\n", 102, 0},
                          Row{"int[] l\nint a = l[4]\nint b = 1\n", 12, 1},
                          Row{"int a = Fails(2)\nint b = 1\n", 11, 2 - kStart},
                          Row{"int a = Own()\nint c = 7 / 0\nint b = 1\n", 11, 1}}) {

@@ -146,8 +146,9 @@ std::string MarkedLine(const std::string& script) {
   context.SetReportSink([](const KelString&, std::string_view, void*) { return true; }, nullptr);
   RegisterFunction(context, "int Refused (int N)",
                    [](int32_t) -> int32_t { throw tamber::ScriptError(ERR_INVALIDPARAM, "no"); });
-  if (context.CompileScriptBuffer("test", script, 1)) context.RunProcedure("main", nullptr);
   const TamberDiagnostic& error = context.GetDiagnostic();
+  if (context.CompileScriptBuffer("test", script, 1) && error.code == 0)
+    context.RunProcedure("main", nullptr);
   std::string line = error.sourceLine.Str();
   if (error.column == 0 || error.column > line.size() + 1) return "no column";
   return line.insert(error.column - 1, "^");
@@ -177,7 +178,7 @@ TEST_F(CallTest, AFailureOfCompilingPointsAtTheToken) {
            "  ^a.x = 1",
            "  a = a + ^b[1]",
            "  v[^\"x\"] = 1",
-           "  a = 1 ^+ Nothing()",
+           "  a = 1 + ^Nothing()",
            "  Twice(1 ^+ a)",
            "  a = F(1, ^s)",
            "  a = ^F(1) + F(1, 2)",
@@ -189,7 +190,7 @@ TEST_F(CallTest, AFailureOfCompilingPointsAtTheToken) {
            "  a = 3 ^b",
            "  if a\n  elif ^wrong\n  endif",
            "  return ^3",
-           "  ^a = Nothing()",
+           "  a = ^Nothing()",
            "  s ^+= v",
            "  int ^größe",
            "  a = \"größe\" + ^wrong",
