@@ -115,10 +115,6 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(done.returncode, 1)
         self.assertRegex(done.stderr.decode(), r"\Atamber: cannot write to standard output: .+\n\Z")
 
-    def test_help_that_cannot_be_written(self):
-        with open("/dev/full", "wb") as full:
-            self.assertEqual(subprocess.run([self.command, "--help"], stdout=full, check=False).returncode, 1)
-
     def test_a_report_that_cannot_be_written_is_noticed_once(self):
         (self.folder / "tamber.log").mkdir()
         errors = self.run_tamber(self.script(DIVIDES))[2]
@@ -136,12 +132,6 @@ class CommandTest(unittest.TestCase):
             errors = self.run_tamber(name)[2].encode("latin-1").decode()
             self.assertRegex(errors, error)
 
-    def test_colour(self):
-        name = self.script(DIVIDES)
-        self.assertNotIn("\033", self.run_tamber(name)[2])
-        self.assertNotIn("\033", self.run_tamber("--color=never", name)[2])
-        self.assertIn("\033[1;31merror ERR_DIVIDEBYZERO (11):\033[0m", self.run_tamber("--color=always", name)[2])
-
     def test_text_on_the_command_line(self):
         self.assertEqual(self.run_tamber("-e", 'Print("hi\\n")'), (0, "hi\n", ""))
         self.assertEqual(self.run_tamber("-e", SHOWS_ARGS, "1", "-e", "3"), (0, "1\n-e\n3\n", ""))
@@ -156,26 +146,6 @@ class CommandTest(unittest.TestCase):
         self.assertEqual((status, output), (0, "hello\n"))
         self.assertRegex(errors, r"(?s)Entering main.*Leaving main, executed \d+ statements")
         self.assertFalse((self.folder / "tamber.log").exists())
-
-    def test_ini_file(self):
-        (self.folder / "other.ini").write_text("[TamberRunErrors]\nOutputName=other.log\n")
-        self.run_tamber("--ini", "other.ini", self.script(DIVIDES))
-        self.assertTrue((self.folder / "other.log").exists())
-        self.assertFalse((self.folder / "tamber.log").exists())
-
-    def test_session(self):
-        name = self.script('session int runs\nproc main()\n  runs += 1\n  Print(runs + "\\n")\nendproc\n')
-        outputs = [self.run_tamber("--session", session, name)[1] for session in ("7", "7", "8", "7")]
-        self.assertEqual(outputs, ["1\n", "2\n", "1\n", "3\n"])
-        self.assertEqual([self.run_tamber(name)[1] for _ in range(2)], ["1\n", "1\n"])
-
-    def test_log(self):
-        (self.folder / "TamberSessions").mkdir()
-        name = self.script(HELLO)
-        self.assertEqual(self.run_tamber("--session", "1", name)[2], "")
-        status, output, errors = self.run_tamber("--log", "error", "--session", "1", name)
-        self.assertEqual((status, output), (0, self.run_tamber(name)[1]))
-        self.assertIn("Tamber: error: Session store ./TamberSessions: ", errors)
 
     def test_a_library_that_is_missing_ends_the_run_and_is_named(self):
         for name in ("sodium", "nettle", "curl-gnutls", "curl"):

@@ -69,23 +69,6 @@ class RunnerTest(unittest.TestCase):
         self.assert_fails("//! err something else\n", "standard error: something else")
         self.assert_fails("//! err HERE: error ERR_Y (12): t // expect error: ERR_X\n//! exit 1\n", "ERR_X was not")
 
-    def test_error_at_its_line(self):
-        at_line_two = "// expect error at 2: ERR_X: text\n \n"
-        report = "//! err case.tam:2: error ERR_X (12): text: more\n//! exit 1\n"
-        self.assert_passes(at_line_two + report)
-        self.assert_fails(at_line_two.replace("at 2", "at 3") + report, "line 3: ERR_X was not reported")
-        self.assert_fails(at_line_two.replace(": text", ": other") + report, "unexpected error")
-        self.assert_passes(at_line_two.replace("at 2", "at lib.tam:7") + report.replace("case.tam:2", "lib.tam:7"))
-        self.assert_fails(at_line_two + report.replace("case.tam", "lib.tam"), "unexpected error")
-
-    def test_detail_and_number_of_an_error(self):
-        report = "//! err case.tam:2: error ERR_X (12): text: more: end\n//! exit 1\n"
-        self.assert_passes("// expect error at 2: ERR_X: more: end\n \n" + report)
-        self.assert_fails("// expect error at 2: ERR_X: more\n \n" + report, "unexpected error")
-        unnamed = report.replace("ERR_X ", "")
-        self.assert_passes("// expect error at 2: 12: text\n \n" + unnamed)
-        self.assert_fails("// expect error at 2: 13: text\n \n" + unnamed, "unexpected error")
-
     def test_source_line_below_the_error(self):
         source = "//! err case.tam:2: error ERR_X (12): text\n  Fail() //! show // expect error: ERR_X\n//! exit 1\n"
         self.assert_passes(source)

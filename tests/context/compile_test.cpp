@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include "scriptrunner.h"
 #include "values/errcodes.h"
@@ -10,50 +9,6 @@ class Compiling : public ScriptRunner {
  protected:
   int32_t CompileFile(const std::string& path) { return context_.CompileScriptFile(path); }
 };
-
-TEST_F(Compiling, TheSameFileTwiceCompilesNothing) {
-  Put("a.tam", "int count = 1\nproc main()\nPrint(\"\" + count)\nendproc\n");
-  EXPECT_EQ(CompileFile("a.tam"), 1);
-  context_.SetContextError(101, "before");
-  EXPECT_EQ(CompileFile("a.tam"), 1);
-  EXPECT_EQ(CompileFile(dir_ + "/a.tam"), 1);
-  EXPECT_EQ(CompileFile("./x/../a.tam"), 1);
-  EXPECT_EQ(context_.GetContextError(), 0) << "the second call clears the error first";
-  EXPECT_EQ(context_.GetScriptCount(), 1u);
-  EXPECT_EQ(context_.RunProcedure("MAIN", nullptr), 1);
-  EXPECT_EQ(Printed(), "1");
-}
-
-TEST_F(Compiling, WhatIsNoReadableFile) {
-  std::filesystem::create_directory("folder");
-  ::mkfifo("pipe", 0600);
-  Put("nul.tam", std::string_view("Print(\"a\")\n\0\n", 13));
-  struct Row {
-    const char* path;
-    int32_t code;
-  };
-  for (const Row& row : {Row{"missing.tam", ERR_FILENOTFOUND}, Row{"folder", ERR_FILENOTVALID},
-                         Row{"pipe", ERR_FILENOTVALID}, Row{"/dev/zero", ERR_FILENOTVALID},
-                         Row{"nul.tam", ERR_FILENOTVALID}, Row{"folder/x/y", ERR_FILENOTFOUND}}) {
-    std::filesystem::remove("tamber.log");
-    EXPECT_EQ(CompileFile(row.path), 0) << row.path;
-    EXPECT_EQ(context_.GetContextError(), row.code) << row.path;
-    const std::string full = row.path[0] == '/' ? row.path : dir_ + "/" + row.path;
-    EXPECT_THAT(ErrorText(), testing::StartsWith(full));
-    EXPECT_EQ(IntegerOf("ErrCode"), row.code) << row.path;
-    EXPECT_EQ(IntegerOf("ErrLine"), 0) << row.path;
-    const KelString name = context_.GetErrorName(row.code);
-    const KelString text = context_.GetErrorText(row.code);
-    EXPECT_EQ(Get("tamber.log"), "\r\nFatal parse or run time error " + name.Str() +
-                                     " in file\r\n" + full + ", line 0\r\n" + text.Str() + ": " +
-                                     ErrorText() + "\r\n\r\n")
-        << row.path;
-  }
-  EXPECT_EQ(context_.GetScriptCount(), 0u);
-  EXPECT_EQ(TextOf("ScriptFile"), dir_ + "/missing.tam") << "named before it is opened";
-  EXPECT_EQ(CompileFile(""), 0);
-  EXPECT_NE(context_.GetContextError(), 0);
-}
 
 TEST_F(Compiling, AFailedScriptIsNotInTheList) {
   Put("bad.tam", "proc first()\nendproc\nproc main()\nx = 1\nendproc\n");
@@ -113,33 +68,6 @@ TEST_F(Compiling, RunTimeErrorsOfInitialisers) {
     EXPECT_EQ(lenient.CompileScriptFile("inline.tam"), row.line == 1 && row.code == 11 ? 0 : 1)
         << row.values;
   }
-}
-
-TEST_F(Compiling, Texts) {
-  EXPECT_EQ(context_.CompileScriptBuffer("label", "proc a()\nx = 1\nendproc\n", 100), 0);
-  EXPECT_EQ(IntegerOf("ErrLine"), 101) << "lines count from the first line given";
-  EXPECT_EQ(context_.CompileScriptBuffer("label", "proc a()\nx = 1\nendproc\n", 0), 0);
-  EXPECT_EQ(IntegerOf("ErrLine"), 2) << "0 is taken as 1";
-  EXPECT_EQ(context_.CompileScriptBuffer("label", KelString("a\0b", 3), 1), 0);
-  EXPECT_EQ(context_.GetContextError(), ERR_FILENOTVALID);
-  EXPECT_THAT(ErrorText(), testing::StartsWith("label"));
-  EXPECT_EQ(context_.CompileScriptBuffer("empty", "", 1), 1);
-  EXPECT_EQ(context_.CompileScriptBuffer("label", "Print(\"\")\n", 1), 1);
-  EXPECT_EQ(TextOf("ScriptFile"), "");
-  EXPECT_EQ(context_.RunProcedure("main", nullptr), 1);
-  EXPECT_EQ(TextOf("ScriptFile"), "label") << "named by the first run";
-  EXPECT_EQ(context_.CompileScriptBuffer("label", "proc again()\nendproc\n", 1), 1);
-  EXPECT_NE(context_.FindProcedure("again"), 0u) << "a label may come twice";
-  EXPECT_EQ(context_.GetScriptCount(), 3u);
-}
-
-TEST_F(Compiling, ProceduresThatDoNotExist) {
-  EXPECT_EQ(context_.RunProcedure("nosuch", nullptr), 0);
-  EXPECT_EQ(context_.GetContextError(), ERR_PROCNOTFOUND);
-  EXPECT_EQ(ErrorText(), "nosuch");
-  EXPECT_EQ(context_.RunProcedure("Main", nullptr), 0);
-  EXPECT_EQ(context_.GetContextError(), ERR_PROCNOMAIN);
-  EXPECT_EQ(context_.RunProcedure("", nullptr), 0);
 }
 
 // Arguments come from the host's stack and the result goes there.

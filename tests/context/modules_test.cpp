@@ -135,44 +135,6 @@ TEST_F(Modules, ThatOverrideEachOtherGoInAnyOrder) {
   EXPECT_GE(Run("Rand"), 0) << "the built-in one";
 }
 
-TEST_F(Modules, AreLoadedOncePerContext) {
-  Install("netutil", "netutil.so");
-  ASSERT_TRUE(Load("netutil.so"));
-  void* first = handle_;
-  handle_ = nullptr;
-  ASSERT_TRUE(Load("netutil.so", "other/script.txt"));
-  EXPECT_EQ(handle_, first);
-  TamberContext second;
-  EXPECT_TRUE(second.LoadFunctionModule("netutil.so", "", nullptr));
-  context_.reset();
-  EXPECT_EQ(cleanupCount, 1) << "each context cleans up for itself";
-  EXPECT_EQ(second.GetVariable("NET_PORT", VARLIST_CONSTANT)->GetIntegerValue(), 80);
-}
-
-TEST_F(Modules, AreFoundAlongThePath) {
-  Install("netutil", "here/netutil.DLL");
-  EXPECT_FALSE(Load("netutil.DLL"));
-  EXPECT_EQ(context_->GetContextError(), 20118);
-  EXPECT_EQ(context_->GetContextErrorText(), "netutil.DLL");
-  EXPECT_TRUE(Load("netutil.DLL", "here/script.txt")) << "beside the script";
-  context_->ResetContext();
-  EXPECT_TRUE(Load("here\\netutil.DLL"));
-  context_->ResetContext();
-
-  Put("tamber.ini", "[TamberConfig]\nModulePath=here\n");
-  fs::create_directory("etc");
-  Put("etc/my.ini", "[TamberConfig]\nModulePath=..\\here\n");
-  EXPECT_TRUE(Load("netutil.DLL"));
-  context_->ResetContext();
-  context_->SetIniPath("etc/my.ini");
-  EXPECT_TRUE(Load("netutil.DLL")) << "a relative path counts from the INI file as well";
-  context_->ResetContext();
-  Put("etc/my.ini", "");
-  Install("netutil", "bin/modules/netutil.tbx");
-  context_->SetExePath(KelString(dir_ + "/bin/host"));
-  EXPECT_TRUE(Load("netutil.tbx"));
-}
-
 TEST_F(Modules, RefusesWhatIsNoModule) {
   Install("netutil", "other.so");  // exports nothing of that name
   Install("oddities", "nothing.so");
@@ -197,56 +159,6 @@ TEST_F(Modules, RefusesWhatIsNoModule) {
   EXPECT_EQ(context_->GetFunctionCount(), functions);
   context_.reset();
   EXPECT_EQ(cleanupCount, 0) << "what was not initialised is not cleaned up";
-}
-
-TEST_F(Modules, EmptyListsAndThePlainCleanUp) {
-  Install("oddities", "empty.so");
-  EXPECT_TRUE(Load("empty.so"));
-  context_.reset();
-  EXPECT_EQ(cleanupCount, 10);
-}
-
-TEST_F(Modules, ThreadsLoadAndUnloadTheSameOne) {
-  Install("netutil", "netutil.so");
-  std::atomic<int> loaded{0};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&] {
-      TamberContext context;
-      for (int round = 0; round < 10; ++round) {
-        if (context.LoadFunctionModule("netutil.so", "", nullptr) &&
-            context.FindFunction("NetTwice") != 0) {
-          ++loaded;
-        }
-        context.ResetContext();
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(loaded, 80);
-  EXPECT_EQ(cleanupCount, 80);
-}
-
-TEST_F(Modules, TypesAndStructures) {
-  EXPECT_EQ(context_->RegisterObjectType("Socket"), 0u);
-  EXPECT_EQ(context_->RegisterObjectType("socket"), context_->FindType("Socket"));
-  const Variable* prototype = nullptr;
-  EXPECT_NE(context_->RegisterStructure("Pair", "int A; int B;", &prototype), 0);
-  ASSERT_NE(prototype, nullptr);
-  EXPECT_EQ(prototype->GetStructElementIndex("b"), 2u);
-  for (const char* members : {"Nothing X;", "int A; int a;", "int A B;"}) {
-    EXPECT_EQ(context_->RegisterStructure("Bad", members, &prototype), 0) << members;
-  }
-  EXPECT_EQ(context_->RegisterStructure("int", "int A;", &prototype), 0);
-  EXPECT_EQ(notices_.size(), 4u);
-  EXPECT_THAT(notices_[0], HasSubstr("Error trying to create structure 'Bad'"));
-  EXPECT_EQ(context_->GetContextError(), 0);
-  Variable* built = context_->GetType("Pair")->CreateVariable("");
-  built->SetStructName("Couple");
-  built->GetStructElement(1)->SetIntegerValue(5);
-  EXPECT_EQ(context_->RegisterStructure(built), 1);
-  const tamber::VarHolder made(context_->GetType("Couple")->CreateVariable("made"));
-  EXPECT_EQ(made->GetStructElement(1)->GetIntegerValue(), 5);
 }
 
 // A host's structure with values of every sort, and everything that can be made of it.

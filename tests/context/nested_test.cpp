@@ -1,4 +1,3 @@
-#include <memory>
 
 #include "scriptrunner.h"
 #include "values/errcodes.h"
@@ -39,19 +38,6 @@ TEST_F(Nested, MayDeclareEverythingAnew) {
   // Twice in the child itself is once too often.
   EXPECT_EQ(child.CompileScriptBuffer("more", "int count\n proc more()\nendproc\n", 1), 0);
   EXPECT_EQ(child.GetContextError(), ERR_VAREXISTS);
-}
-
-TEST_F(Nested, AChildOfAChildAndAResetChild) {
-  TamberContext child(context_);
-  TamberContext grandchild(child);
-  EXPECT_EQ(IntegerOf(grandchild, "count"), 5);
-  grandchild.GetVariable("count", VARLIST_GLOBAL)->SetIntegerValue(6);
-  EXPECT_EQ(IntegerOf(child, "count"), 5);
-  grandchild.ResetContext();
-  EXPECT_EQ(grandchild.FindVariable("count", 15), -1);
-  EXPECT_EQ(grandchild.FindProcedure("twice"), 0u);
-  EXPECT_EQ(grandchild.CompileScriptBuffer("x", "int count = 1\nproc main()\nendproc\n", 1), 1);
-  EXPECT_EQ(grandchild.RunProcedure("main", nullptr), 1);
 }
 
 TEST_F(Nested, ScriptsThatCallThemselvesWithoutEndAreStopped) {

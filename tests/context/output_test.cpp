@@ -1,12 +1,9 @@
 #include <gmock/gmock.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "context/contextstate.h"
 #include "frontend/scripttext.h"
-#include "kel/notice.h"
 #include "kel/tempdir.h"
 #include "values/cellops.h"
 
@@ -56,59 +53,6 @@ TEST_F(Output, GoesWhereTheSectionSays) {
   EXPECT_THAT(Get("tamber.log"), EndsWith("six")) << "another section keeps its defaults";
 }
 
-TEST_F(Output, AFileThatCannotBeOpenedIsNoticed) {
-  std::string notice;
-  kel::SetNoticeHandler(
-      [](void* user, const KelString& caption, const KelString& text) {
-        *static_cast<std::string*>(user) = (caption + "|" + text).Str();
-      },
-      &notice);
-  Ini("OutputName=no/such/dir.log\n");
-  context_.OutputErrorText("TamberDebug", "lost");
-  kel::SetNoticeHandler(nullptr, nullptr);
-  EXPECT_EQ(notice, "no/such/dir.log|Internal Error: Failed to open output file");
-  EXPECT_EQ(context_.GetContextError(), 0);
-}
-
-TEST_F(Output, StandardOutputByTypeAndByName) {
-  testing::internal::CaptureStdout();
-  Ini("OutputType=stdout\n");
-  context_.OutputErrorText("TamberDebug", "a");
-  Ini("OutputName=stdout\n");
-  context_.OutputErrorText("TamberDebug", "b");
-  context_.AppendOutput("c");
-  context_.FlushOutput();
-  KelString mine;
-  context_.SetOutput(&mine);
-  context_.AppendOutput("d");
-  context_.FlushOutput();
-  context_.SetOutput(nullptr);
-  context_.AppendOutput("e");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "abce");
-  EXPECT_EQ(mine, "d");
-}
-
-TEST_F(Output, DumpsOfVariables) {
-  AddInteger("beta", 2);
-  AddInteger("Alpha", 1);
-  EXPECT_EQ(Dump(), "") << "by default nothing but source is dumped";
-  Ini("DumpGlobals = BETA;nothing,alpha\n");
-  std::string dump = Dump();
-  EXPECT_THAT(dump,
-              StartsWith("\r\nGlobal variable list dump: (limited by INI file settings) \r\n"));
-  EXPECT_LT(dump.find("beta"), dump.find("Alpha")) << "in the order of the words";
-  EXPECT_THAT(dump, Not(HasSubstr("LogFile")));
-  Ini("DumpGlobals = alpha;*\n");
-  dump = Dump();
-  EXPECT_THAT(dump, StartsWith("\r\nGlobal variable list dump:\r\n"));
-  EXPECT_LT(dump.find("Alpha"), dump.find("LogFile"));
-  EXPECT_THAT(dump, HasSubstr("StrCase"));
-  Ini("DumpLocals = *\nDumpConstants = true\n");
-  dump = Dump();
-  EXPECT_THAT(dump, Not(HasSubstr("Local"))) << "no procedure is running";
-  EXPECT_THAT(dump, HasSubstr("\r\nConstants list dump: (limited by INI file settings) \r\nTRUE"));
-}
-
 int32_t AddLocal(FunctionCallInfo* info) {
   Variable* added = info->context->GetType("int")->CreateVariable("added");
   added->SetIntegerValue(3);
@@ -138,46 +82,6 @@ TEST_F(Output, LocalsOfTheScriptAndOfTheHost) {
             "    names: type=string, elements=1\r\n"
             "        [1]: type=string, value=q\\'\r\n"
             "added: type=integer, value=3\r\n");
-}
-
-TEST_F(Output, ProcessesShareAReportFile) {
-  constexpr int kReports = 200;
-  AddInteger("first", 1);
-  AddInteger("last", 2);
-  Ini("DumpGlobals=first,last\n");
-  const std::string report = Dump();
-  std::filesystem::remove("tamber.log");
-  std::vector<pid_t> writers;
-  for (int i = 0; i < 2; ++i) {
-    writers.push_back(::fork());
-    if (writers.back() != 0) continue;
-    for (int n = 0; n < kReports; ++n) context_.PerformDumps("TamberDebug", nullptr);
-    ::_exit(0);
-  }
-  for (const pid_t writer : writers) ::waitpid(writer, nullptr, 0);
-  std::string expected;
-  for (int n = 0; n < 2 * kReports; ++n) expected += report;
-  EXPECT_EQ(Get("tamber.log"), expected);
-}
-
-TEST_F(Output, SourceAroundALine) {
-  std::string text;
-  for (int i = 1; i <= 30; ++i) text += "line" + std::to_string(i) + "%n%s\n";
-  const auto source = tamber::ScriptText::FromBuffer("script", text);
-  const auto dump = [&] {
-    std::filesystem::remove("tamber.log");
-    context_.State().PerformDumps("TamberDebug", {source, 15});
-    return Get("tamber.log");
-  };
-  const std::string ten = dump();
-  EXPECT_THAT(ten, HasSubstr("line10%n%s"));
-  EXPECT_THAT(ten, HasSubstr("line20%n%s"));
-  EXPECT_THAT(ten, Not(HasSubstr("line9%")));
-  EXPECT_THAT(ten, Not(HasSubstr("line21")));
-  Ini("DumpSource=-5\n");
-  EXPECT_EQ(dump(), "");
-  Ini("DumpSource=2147483647\n");
-  EXPECT_THAT(dump(), HasSubstr("line30"));
 }
 
 }  // namespace

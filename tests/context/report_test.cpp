@@ -61,46 +61,6 @@ TEST_F(Reports, ARunTimeErrorByteForByte) {
   EXPECT_EQ(told_[0].name, "ERR_DIVIDEBYZERO");
 }
 
-// A text stays until another one replaces it, so a later error without a text shows the old one.
-TEST_F(Reports, TheErrorTextIsSticky) {
-  context_.SetContextError(101, "first");
-  context_.SetContextError(0, "");
-  EXPECT_EQ(context_.GetContextError(), 0);
-  EXPECT_EQ(ErrorText(), "first");
-  Put("tamber.ini", "[TamberRunErrors]\nDumpSource=0\n");
-  EXPECT_EQ(Run("int i\ni = 1 / 0\n"), 0);
-  EXPECT_EQ(Get("tamber.log"),
-            "\r\nRun time error ERR_DIVIDEBYZERO in file\r\ntest.tam, line 2\r\n"
-            "Divide by zero error: first\r\n\r\n");
-}
-
-TEST_F(Reports, CodesWithoutANameShowTheirNumber) {
-  context_.RegisterFunction("int Fail (int Code)",
-                            static_cast<TamberFunctionPtr>([](FunctionCallInfo* call) {
-                              call->errorCode = call->stack->PopInteger();
-                              call->errorText = "%d %s 100%";
-                              call->stack->PushInteger(0);
-                              return 1;
-                            }),
-                            FunctionList::FUNCTYPE_NORMAL, false);
-  Put("tamber.ini", "[TamberRunErrors]\nDumpSource=0\n[TamberParseErrors]\nDumpSource=-3\n");
-  EXPECT_EQ(Run("Fail(4711)\nPrint(\"no\")\n"), 0);
-  EXPECT_EQ(Get("tamber.log"),
-            "\r\nRun time error 4711 in file\r\ntest.tam, line 1\r\n: %d %s 100%\r\n\r\n");
-  std::filesystem::remove("tamber.log");
-  context_.ResetContext();
-  EXPECT_EQ(Run("Fail(99999)\nPrint(\"no\")\n"), 0);
-  EXPECT_EQ(Get("tamber.log"),
-            "\r\nFatal parse or run time error 99999 in file\r\ntest.tam, line 1\r\n"
-            ": %d %s 100%\r\n\r\n");
-  EXPECT_EQ(context_.GetContextError(), 99999);
-  context_.ResetContext();
-  EXPECT_EQ(Run("Fail(-5)\nPrint(\"no\")\n"), 0) << "negative codes are run-time errors";
-  EXPECT_EQ(context_.GetContextError(), 0);
-  EXPECT_EQ(IntegerOf("ErrCode"), -5);
-  EXPECT_EQ(Printed(), "");
-}
-
 TEST_F(Reports, OnceForAFatalErrorHoweverDeep) {
   EXPECT_EQ(Run("proc inner()\nint i\nErrHandler = \"nosuch\"\ni = 1 / 0\nendproc\n"
                 "proc middle()\ninner()\nPrint(\"no\")\nendproc\n"
@@ -119,47 +79,6 @@ TEST_F(Reports, OnceForAFatalErrorHoweverDeep) {
 }
 
 class Policies : public Reports {};
-
-TEST_F(Policies, InlineLeavesNoErrorBehind) {
-  EXPECT_EQ(Run("int i\nErrHandler = INLINE_HANDLER\ni = 1 / 0\n"), 1);
-  EXPECT_EQ(context_.GetContextError(), 0);
-  EXPECT_EQ(IntegerOf("ErrCode"), ERR_DIVIDEBYZERO);
-  EXPECT_TRUE(told_.empty());
-}
-
-TEST_F(Policies, ALocalWinsWhileItsProcedureRuns) {
-  const char* script =
-      "proc careful()\nstring ErrHandler\nint i\nErrHandler = INLINE_HANDLER\ni = 1 / 0\n"
-      "Print(\"careful;\")\nplain()\nPrint(\"no\")\nendproc\n"
-      "proc plain()\nint i\ni = 1 / 0\nPrint(\"no\")\nendproc\n"
-      "proc main()\ncareful()\nPrint(\"no\")\nendproc\n";
-  EXPECT_EQ(Run(script), 0) << "the callee answers to the global policy";
-  EXPECT_EQ(Printed(), "careful;");
-  EXPECT_EQ(told_.size(), 1u);
-}
-
-TEST_F(Policies, UnknownHandlersAreFatal) {
-  for (const char* handler : {"NoSuch", "", "StrLen"}) {
-    told_.clear();
-    context_.ResetContext();
-    context_.SetContextError(0, "stale");
-    EXPECT_EQ(
-        Run(std::string("int i\nErrHandler = \"") + handler + "\"\n\ni = 1 / 0\nPrint(\"no\")\n"),
-        0);
-    EXPECT_EQ(context_.GetContextError(), ERR_NOERRHANDLER);
-    EXPECT_EQ(ErrorText(), *handler != '\0' ? handler : "stale");
-    EXPECT_EQ(IntegerOf("ErrCode"), ERR_NOERRHANDLER);
-    EXPECT_EQ(IntegerOf("ErrLine"), 4);
-    EXPECT_EQ(told_.size(), 1u);
-    EXPECT_EQ(Printed(), "");
-  }
-  context_.ResetContext();
-  EXPECT_EQ(
-      Run("proc Takes(int i)\nendproc\nproc main()\nErrHandler = \"Takes\"\nint i\ni = 1 / 0\n"
-          "endproc\n"),
-      0);
-  EXPECT_EQ(context_.GetContextError(), ERR_PROCPARMCOUNT);
-}
 
 // A handler may fail by itself, without end: a script's mistake, not the host's end.
 TEST_F(Policies, AHandlerThatFailsForEver) {

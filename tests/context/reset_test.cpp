@@ -36,31 +36,6 @@ TEST_F(Reset, ForgetsTheScriptAndKeepsThePredefined) {
   EXPECT_EQ(Printed(), "ran");
 }
 
-TEST_F(Reset, KeepsWhatTheHostRegistered) {
-  const Variable* prototype = nullptr;
-  ASSERT_EQ(context_.RegisterStructure("Pair", "int a; int b;", &prototype), 1);
-  context_.RegisterObjectType("DoorHandle");
-  context_.RegisterInteger("DOORS", 4, VARLIST_CONSTANT);
-  context_.RegisterFunction("int Open (DoorHandle Door)", static_cast<TamberFunctionPtr>(nullptr),
-                            FunctionList::FUNCTYPE_NORMAL, false);
-  const int32_t code = context_.RegisterErrorCode(0, "ERR_DOOR", "Door is locked");
-  context_.AddVariable(new VarInteger("loose", 0), VARLIST_GLOBAL);
-  context_.ResetContext();
-  for (const char* type : {"Pair", "Pair[]", "DoorHandle", "DoorHandle[]"})
-    EXPECT_NE(context_.Lookup(type), nullptr) << type;
-  EXPECT_TRUE(Knows("DOORS", VARLIST_CONSTANT));
-  EXPECT_NE(context_.FindFunction("Open"), 0u);
-  EXPECT_EQ(context_.GetErrorName(code), "ERR_DOOR");
-  EXPECT_FALSE(Knows("loose", VARLIST_GLOBAL));
-}
-
-TEST_F(Reset, OfAnUnusedContextAndAgain) {
-  TamberContext fresh;
-  fresh.ResetContext();
-  fresh.ResetContext();
-  EXPECT_EQ(fresh.CompileScriptBuffer("x", "Print(\"\")\n", 1), 1);
-}
-
 // A built-in of a host may reset the context from within a run; what runs ends as if by itself.
 TEST_F(Reset, FromWithinARun) {
   context_.RegisterFunction("int ResetNow ()",

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 
 #include "context/contextstate.h"
 #include "kel/clock.h"
@@ -46,40 +45,6 @@ class Sessions : public TempDirTest {
   TamberContext context_;
 };
 
-TEST_F(Sessions, SelectingWritesAStampBesideTheIniFile) {
-  context_.SetSessionId(0);
-  EXPECT_TRUE(std::filesystem::is_empty(".")) << "no session: nothing is written";
-  context_.SetSessionId(7);
-  EXPECT_NEAR(static_cast<double>(Stamp("session/7/")), kel::UnixSeconds(), 2);
-  EXPECT_EQ(context_.GetSessionId(), 7u);
-  context_.SetSessionId(4294967295);
-  EXPECT_TRUE(Store()->Exists("session/4294967295/"));
-  EXPECT_TRUE(context_.DoesSessionExist(7));
-  EXPECT_FALSE(context_.DoesSessionExist(70));
-  EXPECT_EQ(context_.GetSessionId(), 4294967295u);
-}
-
-TEST_F(Sessions, TheFileFollowsTheConfiguration) {
-  std::filesystem::create_directories("etc/data");
-  context_.SetIniPath("etc/my.ini");
-  context_.SetSessionId(1);
-  EXPECT_TRUE(std::filesystem::exists("etc/TamberSessions"));
-  Put("etc/my.ini", "[TamberConfig]\nSessionFile=data/s\n");
-  context_.SetSessionId(1);
-  EXPECT_TRUE(std::filesystem::exists("etc/data/s"));
-  Put("etc/my.ini", "[TamberConfig]\nSessionFile=\\data\\t\n");
-  context_.SetSessionId(1);
-  EXPECT_TRUE(std::filesystem::exists("etc/data/t")) << "a backslash in front is relative";
-  for (const char* name : {"", "x"}) {
-    Put("etc/my.ini", std::string("[TamberConfig]\nSessionFile=") + name + "\n");
-    context_.SetSessionId(1);
-  }
-  EXPECT_TRUE(std::filesystem::exists("etc/x"));
-  Put("etc/my.ini", "[TamberConfig]\nSessionFile=" + dir_ + "/absolute\n");
-  context_.SetSessionId(1);
-  EXPECT_TRUE(std::filesystem::exists("absolute"));
-}
-
 TEST_F(Sessions, ExpireByAge) {
   const uint32_t now = kel::UnixSeconds();
   const auto store = Store();
@@ -97,25 +62,6 @@ TEST_F(Sessions, ExpireByAge) {
   EXPECT_FALSE(store->Exists("session/11/"));
   context_.ExpireOldSessions(now + 100);
   EXPECT_THAT(store->Children("session/"), IsEmpty()) << "a cutoff before 1970 is far ahead";
-}
-
-TEST_F(Sessions, ResetSavesSessionVariables) {
-  context_.SetSessionId(5);
-  AddSession(context_, "int", "Count")->SetIntegerValue(41);
-  AddSession(context_, "string", "Name")->SetStringValue(KelString(std::string("a\0b", 3)));
-  context_.ResetContext();
-  TamberContext later;
-  later.SetSessionId(5);
-  Variable* count = AddSession(later, "int", "COUNT");
-  count->LoadFromSession(5, later.State().session.store.get());
-  EXPECT_EQ(count->GetIntegerValue(), 41);
-  Variable* name = AddSession(later, "string", "name");
-  name->LoadFromSession(5, later.State().session.store.get());
-  EXPECT_EQ(std::string(name->GetStringValue(), name->GetLength()), std::string("a\0b", 3));
-  Variable* other = AddSession(later, "int", "other");
-  other->SetIntegerValue(9);
-  other->LoadFromSession(5, later.State().session.store.get());
-  EXPECT_EQ(other->GetIntegerValue(), 9) << "what is not stored leaves the variable as it is";
 }
 
 /// Runs one request of a host as a process that is killed right after it has saved.
@@ -166,66 +112,6 @@ TEST_F(Sessions, AreFoundAgainByTheNextRequest) {
     context.ExpireOldSessions(0xFFFFFFFF);
     EXPECT_FALSE(context.DoesSessionExist(8)) << "the cutoff wraps around";
   }
-}
-
-TEST_F(Sessions, ReadingInOnePieceSeesOwnChanges) {
-  RedisServer server;
-  ASSERT_TRUE(server.IsUp());
-  const auto store = kel::OpenSessionStore(server.Url());
-  const auto other = kel::OpenSessionStore(server.Url());
-  store->SetText("session/1/a", "old");
-  store->SetText("session/10/a", "another session");
-  store->BeginReading("session/1/");
-  std::string text;
-  EXPECT_TRUE(store->GetText("session/1/a", text));
-  other->SetText("session/1/a", "new");
-  EXPECT_TRUE(store->GetText("session/1/a", text));
-  EXPECT_EQ(text, "old");
-  EXPECT_FALSE(store->Exists("session/1/b"));
-  EXPECT_TRUE(store->Exists("session/10/a"));
-  EXPECT_THAT(store->SubKeys("session/1/"), ElementsAre("session/1/a"));
-  store->SetText("session/1/b", "mine");
-  EXPECT_THAT(store->SubKeys("session/1/"), ElementsAre("session/1/a", "session/1/b"));
-  EXPECT_TRUE(store->GetText("session/1/a", text));
-  EXPECT_EQ(text, "new");
-  store->EndReading();
-  other->DeleteTree("session/1/");
-  EXPECT_FALSE(store->Exists("session/1/a"));
-}
-
-TEST_F(Sessions, AUselessStoreIsSilent) {
-  DebugLines debug;
-  context_.SetDebugContext(&debug);
-  context_.SetContextError(11, "before");
-  Put("TamberSessions", "not a store at all, but somebody's text");
-  context_.SetSessionId(3);
-  EXPECT_FALSE(context_.DoesSessionExist(3));
-  context_.ExpireOldSessions(0);
-  AddSession(context_, "int", "n");
-  context_.SetDebugContext(&debug);
-  EXPECT_EQ(Get("TamberSessions"), "not a store at all, but somebody's text");
-  EXPECT_EQ(context_.GetContextError(), 11);
-  EXPECT_FALSE(debug.lines.empty());
-  std::filesystem::remove("TamberSessions");
-  context_.SetSessionId(3);
-  EXPECT_TRUE(context_.DoesSessionExist(3)) << "and it works again once the way is clear";
-}
-
-TEST_F(Sessions, LoadingAndSavingTellWhenTheStoreFailed) {
-  Variable* number = AddSession(context_, "int", "n");
-  EXPECT_EQ(context_.SaveSession(), 0) << "no session";
-  context_.SetSessionId(3);
-  number->SetIntegerValue(7);
-  EXPECT_EQ(context_.SaveSession(), 1);
-  for (const char* file : {"TamberSessions", "TamberSessions-wal", "TamberSessions-shm"})
-    std::filesystem::remove(file);
-  Put("TamberSessions", "somebody's text");
-  context_.SetSessionId(3);
-  number->SetIntegerValue(8);
-  EXPECT_EQ(context_.LoadSession(), 0);
-  EXPECT_EQ(number->GetIntegerValue(), 8);
-  EXPECT_EQ(context_.SaveSession(), 0);
-  EXPECT_EQ(Get("TamberSessions"), "somebody's text");
 }
 
 }  // namespace

@@ -334,24 +334,6 @@ TEST_F(Compile, ProceduresWithoutResultHaveNoValue) {
   }
 }
 
-TEST_F(Compile, WhatStandsBehindAnErrorIsNotDeclared) {
-  const Outcome outcome =
-      CompileText("proc a()\nendproc\nproc b()\nnonsense\nendproc\nproc c()\nendproc\n");
-  EXPECT_EQ(outcome.line, 4u);
-  EXPECT_EQ(outcome.text, "nonsense");
-  EXPECT_NE(context_.FindProcedure("a"), 0u);
-  EXPECT_EQ(context_.FindProcedure("b"), 0u);
-  EXPECT_EQ(context_.FindProcedure("c"), 0u);
-  context_.ResetContext();
-
-  const Outcome top = CompileText("proc a()\nexit\nendproc\nproc b()\nbad\nendproc\nwrong\n");
-  EXPECT_EQ(top.line, 7u);
-  EXPECT_EQ(top.code, ERR_BADSTATEMENT);
-  EXPECT_EQ(top.text, "wrong");
-  EXPECT_EQ(Layout("a"), "X");
-  EXPECT_EQ(Layout("b"), "none");
-}
-
 TEST_F(Compile, AFailedScriptKeepsNoText) {
   for (const char* text :
        {"proc a()\nbad\nendproc\n", "proc a()\nb()\nbad\nendproc\nproc b()\na()\nendproc\n",
@@ -376,29 +358,6 @@ TEST_F(Compile, CallsOfWhatDidNotCompileFail) {
   EXPECT_EQ(context_.GetContextError(), ERR_PROCNOTFOUND);
   EXPECT_EQ(CompileText("proc b(int n)\nendproc\n").code, 0) << "the name is free";
   EXPECT_EQ(CompileText("bad\n" + calls).code, ERR_BADSTATEMENT);
-}
-
-TEST_F(Compile, FailureAlwaysHasACodeAndAPlace) {
-  TamberScript script(&context_, tamber::ScriptText::FromBuffer("test", "\nword\n"));
-  script.ReadLogicalLine();
-  script.ReadLogicalLine();
-  script.GetTokeniser().GetNextToken(1, 1);
-  tamber::CompileSession session(context_.State(), tamber::LeftError::Fails);
-  EXPECT_FALSE(session.End(false, script));
-  EXPECT_EQ(context_.GetContextError(), ERR_PARSEERROR);
-  EXPECT_EQ(context_.GetContextErrorText().Str(), "word");
-  EXPECT_EQ(session.Place().line, 2u);
-}
-
-TEST_F(Compile, NestingHasALimit) {
-  for (const uint32_t depth : {1000u, 1001u}) {
-    std::string text = "proc p()\n";
-    for (uint32_t i = 0; i < depth; ++i) text += "if 1\n";
-    for (uint32_t i = 0; i < depth; ++i) text += "endif\n";
-    const Outcome outcome = CompileText(text + "endproc\n");
-    EXPECT_EQ(outcome.code, depth > 1000 ? ERR_INTERNAL : 0);
-    context_.ResetContext();
-  }
 }
 
 TEST_F(Compile, IncludedScriptsAreLoadedOnce) {

@@ -10,11 +10,8 @@
 
 #include "values/cellops.h"
 #include "values/errcodes.h"
-#include "values/varestring.h"
 #include "values/varholder.h"
 #include "values/varint.h"
-#include "values/varref.h"
-#include "values/varstring.h"
 
 namespace {
 
@@ -73,30 +70,6 @@ class TambOpsTest : public testing::Test {
 };
 
 // --- tables ---
-
-TEST_F(TambOpsTest, WhatIsNoOperatorIsNotFound) {
-  for (const char* text : {"", "=", "&&&", "<<=", "!", "~", "[", "and"}) {
-    EXPECT_EQ(BinaryOp(text), 0) << text;
-  }
-  for (const char* text : {"", "+", "--", "!!", "not"}) EXPECT_EQ(UnaryOp(text), 0) << text;
-  EXPECT_EQ(TamberOperators::GetOperatorIndex(TamberOperators::OP_NONE), -1);
-  EXPECT_EQ(TamberOperators::GetOperatorName(20), "");
-  EXPECT_EQ(TamberOperators::GetOperatorName(103), "");
-}
-
-TEST_F(TambOpsTest, TooFewEntries) {
-  Push(1);
-  EXPECT_EQ(Run(BinaryOp("+")), 0);
-  EXPECT_EQ(ops_.GetOperatorError(), ERR_EXPROPBADPARAMS);
-  EXPECT_EQ(stack_.GetSize(), 1u);
-  EXPECT_EQ(Run(UnaryOp("-")), 1);
-  EXPECT_EQ(ops_.GetOperatorError(), 0);
-  stack_.PopAll();
-  EXPECT_EQ(Run(UnaryOp("-")), 0);
-  EXPECT_EQ(ops_.GetOperatorError(), ERR_EXPROPBADPARAMS);
-  EXPECT_EQ(ops_.ExecuteOperator(-1, &stack_), 0);
-  EXPECT_EQ(ops_.ExecuteOperator(20, &stack_), 0);
-}
 
 // --- result types ---
 
@@ -193,40 +166,6 @@ TEST_F(TambOpsTest, DivisionByZeroPushesZeroAndFails) {
   EXPECT_EQ(ops_.GetOperatorError(), 0);
 }
 
-TEST_F(TambOpsTest, CharsKeepEightBits) {
-  EXPECT_EQ(Run("+", 'a', 'b'), 1);
-  EXPECT_EQ(stack_.GetTypeId(0), Variable::Char);
-  EXPECT_EQ(stack_.PopInteger(), ('a' + 'b') - 256);
-  EXPECT_EQ(IntOf("*", '\x10', '\x10'), 0);
-  EXPECT_EQ(IntOf("/", '\x80', '\xFF'), -128);
-  EXPECT_EQ(IntOf("%", '\x81', '\x02'), -1);
-  EXPECT_EQ(IntOf("<<", '\x40', '\x01'), -128);
-  EXPECT_EQ(IntOf(">>", '\x80', '\x02'), -32);
-  EXPECT_EQ(IntOf("^", '\x7F', '\xFF'), -128);
-  EXPECT_EQ(Run("+", 'a', 1), 1);
-  EXPECT_EQ(stack_.GetTypeId(0), Variable::Integer);
-  EXPECT_EQ(stack_.PopInteger(), 98);
-  Push('a');
-  EXPECT_EQ(Run(UnaryOp("~")), 1);
-  EXPECT_EQ(stack_.GetTypeId(0), Variable::Integer);
-  EXPECT_EQ(stack_.PopInteger(), ~int32_t{'a'});
-  Push('\x80');
-  EXPECT_EQ(Run(UnaryOp("-")), 1);
-  EXPECT_EQ(stack_.GetTypeId(0), Variable::Char);
-  EXPECT_EQ(stack_.PopInteger(), -128);
-}
-
-TEST_F(TambOpsTest, ShiftCountsAreTakenModulo32) {
-  EXPECT_EQ(IntOf("<<", 1, 31), kMin);
-  EXPECT_EQ(IntOf("<<", 1, 33), 2);
-  EXPECT_EQ(IntOf("<<", -1, 4), -16);
-  EXPECT_EQ(IntOf(">>", -16, 2), -4);
-  EXPECT_EQ(IntOf(">>", kMin, -1), -1);
-  EXPECT_EQ(IntOf("&", 12, 10), 8);
-  EXPECT_EQ(IntOf("|", 12, 10), 14);
-  EXPECT_EQ(IntOf("^", 12, 10), 6);
-}
-
 using TambOpsDeathTest = TambOpsTest;
 
 TEST_F(TambOpsDeathTest, RemainderByZeroIsTheHostsFault) {
@@ -273,134 +212,8 @@ TEST_F(TambOpsTest, NumbersCompareInTheWidestType) {
   EXPECT_EQ(stack_.PopInteger(), 0);
 }
 
-TEST_F(TambOpsTest, TextsCompareWithoutCaseUnlessTheSwitchIsSet) {
-  EXPECT_EQ(ops_.GetCaseSwitch(), 0);
-  EXPECT_EQ(IntOf("==", "abc", "ABC"), 1);
-  EXPECT_EQ(IntOf("<", "B", "a"), 0);
-  EXPECT_EQ(IntOf("<", "a_", "aB"), 1) << "folding is to lower case";
-  EXPECT_EQ(IntOf("<", "ab", "abc"), 1);
-  EXPECT_EQ(IntOf(">", "\xE9", "z"), 1) << "bytes are unsigned";
-  EXPECT_EQ(IntOf("==", "\xC9", "\xE9"), 0) << "only ASCII is folded";
-  ops_.SetCaseSwitch(1);
-  EXPECT_EQ(IntOf("==", "abc", "ABC"), 0);
-  EXPECT_EQ(IntOf("<", "B", "a"), 1);
-  EXPECT_EQ(IntOf("!=", "abc", "abd"), 1);
-  stack_.PushString(KelString("a\0x", 3));
-  stack_.PushString(KelString("a\0y", 3));
-  EXPECT_EQ(Run(BinaryOp("==")), 1);
-  EXPECT_EQ(stack_.PopInteger(), 1) << "comparison ends at a NUL";
-}
-
-TEST_F(TambOpsTest, HandlesCompareWithTheirNumber) {
-  stack_.PushHandle("TextFileHandle", reinterpret_cast<void*>(intptr_t{12}));
-  Push(12);
-  EXPECT_EQ(Run(BinaryOp("==")), 1);
-  EXPECT_EQ(stack_.PopInteger(), 1);
-  Push(0);
-  stack_.PushHandle("TextFileHandle", nullptr);
-  EXPECT_EQ(Run(BinaryOp("!=")), 1);
-  EXPECT_EQ(stack_.PopInteger(), 0);
-}
-
 // --- text ---
 
-TEST_F(TambOpsTest, AnythingJoinsAString) {
-  EXPECT_EQ(TextOf("+", "n=", 5), "n=5");
-  EXPECT_EQ(TextOf("+", "n=", kMin), "n=-2147483648");
-  EXPECT_EQ(TextOf("+", "x", true), "xTRUE");
-  EXPECT_EQ(TextOf("+", false, "x"), "FALSEx");
-  EXPECT_EQ(TextOf("+", 'a', "b"), "ab");
-  EXPECT_EQ(TextOf("+", "v=", 0.5), "v=0.5");
-  EXPECT_EQ(TextOf("+", 2.0, ""), "2");
-  EXPECT_EQ(TextOf("+", 0.1f, "!"), "0.1!");
-  EXPECT_EQ(TextOf("+", "", ""), "");
-  stack_.PushString("h", 0);
-  stack_.PushHandle("TextFileHandle", reinterpret_cast<void*>(intptr_t{42}));
-  EXPECT_EQ(Run(BinaryOp("+")), 1);
-  EXPECT_EQ(PopText(), "h42");
-  stack_.PushString(KelString("a\0", 2));
-  stack_.PushString(KelString("\0b", 2));
-  EXPECT_EQ(Run(BinaryOp("+")), 1);
-  EXPECT_EQ(PopText(), std::string("a\0\0b", 4));
-}
-
-TEST_F(TambOpsTest, JoiningLeavesTheOperandsAlone) {
-  VarString text("s", 0);
-  text.SetStringValue("ab", 0);
-  EXPECT_EQ(TextOf("+", text.Duplicate(), text.Duplicate()), "abab");
-  EXPECT_EQ(TextOf("+", text.Duplicate(), "c"), "abc");
-  EXPECT_STREQ(text.GetStringValue(), "ab");
-  EXPECT_EQ(TextOf("+", static_cast<Variable*>(new VarReference("r", &text)), 1), "ab1");
-}
-
-TEST_F(TambOpsTest, AnEstringIsUsedInPlainText) {
-  VarEString secret("e", 0);
-  secret.SetStringValue("abc", 0);
-  EXPECT_EQ(TextOf("+", secret.Duplicate(), "d"), "abcd");
-  EXPECT_EQ(TextOf("+", 1, secret.Duplicate()), "1abc");
-  EXPECT_EQ(TextOf("+", secret.Duplicate(), secret.Duplicate()), "abcabc");
-  EXPECT_EQ(IntOf("==", secret.Duplicate(), "ABC"), 1);
-  EXPECT_EQ(IntOf("<", secret.Duplicate(), secret.Duplicate()), 0);
-}
-
-TEST_F(TambOpsTest, MakeStrReplacesTheTopEntry) {
-  ops_.MakeStr(&stack_);
-  EXPECT_EQ(stack_.GetSize(), 0u);
-  Push(1);
-  Push(1e300);
-  ops_.MakeStr(&stack_);
-  EXPECT_EQ(PopText(), "1e+300");
-  Push("text");
-  ops_.MakeStr(&stack_);
-  EXPECT_EQ(PopText(), "text");
-  Push(tamber::MakeVariable(TypeOf('A'), {}));
-  ops_.MakeStr(&stack_);
-  EXPECT_EQ(stack_.GetTypeId(0), Variable::Array);
-}
-
 // --- members and elements ---
-
-TEST_F(TambOpsTest, MembersByNameAndPosition) {
-  const VarHolder point(tamber::MakeVariable(TypeOf('R'), tamber::Name("p")));
-  point->GetStructElement(KelString("y"))->SetIntegerValue(9);
-  EXPECT_EQ(Run(".", point->Duplicate(), "Y"), 1);
-  EXPECT_EQ(stack_.GetVariable(0), point->GetStructElement(KelString("y")));
-  EXPECT_EQ(IntOf(".", point->Duplicate(), 2), 9);
-  EXPECT_EQ(Run(".", point->Duplicate(), "z"), 0);
-  EXPECT_EQ(ops_.GetOperatorError(), ERR_BADSTRUCTEL);
-  EXPECT_EQ(ops_.GetOperatorErrorText(), "z");
-  EXPECT_EQ(stack_.GetSize(), 0u);
-  for (const int32_t position : {0, 3, -1}) {
-    EXPECT_EQ(Run(".", point->Duplicate(), position), 0);
-    EXPECT_EQ(ops_.GetOperatorError(), ERR_BADSTRUCTEL);
-    EXPECT_EQ(ops_.GetOperatorErrorText(), std::to_string(position));
-  }
-  EXPECT_EQ(Run(".", 5, "x"), 0);
-  EXPECT_EQ(ops_.GetOperatorError(), ERR_VARNOTSTRUCT);
-  EXPECT_EQ(ops_.GetOperatorErrorText(), "");
-}
-
-TEST_F(TambOpsTest, ElementsCountFromOne) {
-  const VarHolder array(tamber::MakeVariable(TypeOf('A'), tamber::Name("a")));
-  array->SetArraySize(3);
-  array->GetArrayElement(3)->SetIntegerValue(33);
-  EXPECT_EQ(IntOf("[]", array->Duplicate(), 3), 33);
-  EXPECT_EQ(Run("[]", array->Duplicate(), 1), 1);
-  EXPECT_EQ(stack_.GetVariable(0), array->GetArrayElement(1)) << "the element itself";
-  for (const int32_t index : {0, 4, -1, kMin}) {
-    EXPECT_EQ(Run("[]", array->Duplicate(), index), 0);
-    EXPECT_EQ(ops_.GetOperatorError(), ERR_VARARRAYBOUNDS);
-    EXPECT_EQ(stack_.GetSize(), 0u);
-  }
-  EXPECT_EQ(Run("[]", 5, 1), 0);
-  EXPECT_EQ(ops_.GetOperatorError(), ERR_VARNOTARRAY);
-}
-
-TEST_F(TambOpsTest, AnElementOutlivesATemporaryArray) {
-  Variable* array = tamber::MakeVariable(TypeOf('A'), {});
-  array->SetArraySize(1);
-  array->GetArrayElement(1)->SetIntegerValue(4);
-  EXPECT_EQ(IntOf("[]", array, 1), 4);
-}
 
 }  // namespace

@@ -41,8 +41,7 @@ TEST(BlockTable, MatchesLines) {
       // Comments hide lines, continued lines hide first words, and only first words count.
       {"if a\n/* don't\nendif */ x\n# endif\nendif\n", {{1, 5}}},
       {"if a\nx = 1 + \\\nendif\nendif\n", {{1, 4}}},
-      {"if a \\\n and b\ny if endif\nendif\n", {{1, 4}}},
-  };
+      {"if a \\\n and b\ny if endif\nendif\n", {{1, 4}}}};
   for (const Case& row : cases) {
     const auto script = MakeScript(row.text);
     BlockTable table;
@@ -67,20 +66,6 @@ TEST(BlockTable, BrokenFirstWordsAreMetOnTheWay) {
   EXPECT_EQ(table.Find(8).error, 0);
 }
 
-TEST(BlockTable, FindsTheEndOfTheProcedure) {
-  const auto script = MakeScript("x\n/* endproc */\nproc b()\nEndProc\nproc c()\n", 10);
-  BlockTable table;
-  table.Build(*script, IsTypeWord);
-  EXPECT_EQ(table.EndProcLine(), 13u);
-  EXPECT_EQ(table.NestedProcLine(), 12u);
-  EXPECT_EQ(script->GetNextLine(), 14u);
-
-  BlockTable rest;
-  rest.Build(*script, IsTypeWord);
-  EXPECT_EQ(rest.EndProcLine(), 0u);
-  EXPECT_EQ(rest.NestedProcLine(), 14u);
-}
-
 TEST(BlockTable, TypedHeadersAndOpenCommentsEndNoProcedure) {
   const auto nested = MakeScript("int a\npoint[1].x = f(1)\npoint(1)\nint[] f ()\nendproc\n");
   BlockTable table;
@@ -93,20 +78,6 @@ TEST(BlockTable, TypedHeadersAndOpenCommentsEndNoProcedure) {
   hidden.Build(*open, IsTypeWord);
   EXPECT_EQ(hidden.OpenCommentLine(), 4u);
   EXPECT_EQ(hidden.EndProcLine(), 0u);
-}
-
-TEST(BlockTable, DeepNestingAndLongBranchesTakeOnePass) {
-  constexpr uint32_t kCount = 100000;
-  std::string text;
-  for (uint32_t i = 0; i < kCount; ++i) text += "if a\n";
-  for (uint32_t i = 0; i < kCount; ++i) text += "elif b\n";
-  for (uint32_t i = 0; i < kCount; ++i) text += "endif\n";
-  const auto script = MakeScript(text);
-  BlockTable table;
-  table.Build(*script, IsTypeWord);
-  EXPECT_EQ(table.Find(1).line, 3 * kCount);
-  EXPECT_EQ(table.Find(kCount).line, kCount + 1);
-  EXPECT_EQ(table.Find(2 * kCount).line, 2 * kCount + 1);
 }
 
 }  // namespace

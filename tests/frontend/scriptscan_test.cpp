@@ -8,7 +8,6 @@
 
 #include "kel/kelascii.h"
 #include "scriptfixture.h"
-#include "values/errcodes.h"
 
 namespace {
 
@@ -39,8 +38,7 @@ TEST(ScriptShape, TheFirstDecidingLineTells) {
       {"struct p", ScriptShape::Structured},
       {"include \"a\"", ScriptShape::Structured},
       {"\"x", ScriptShape::Unreadable},
-      {"int x\na'b", ScriptShape::Unreadable},
-  };
+      {"int x\na'b", ScriptShape::Unreadable}};
   for (const auto& [text, shape] : cases) {
     EXPECT_EQ(tamber::FindScriptShape(*MakeScript(text), IsTypeWord), shape) << text;
   }
@@ -66,8 +64,7 @@ TEST(ScriptShape, WhatFollowsATypeWordTellsTheLine) {
       {"int[f(a[1])].x += g(1)", TypeLine::Other},
       {"int[1", TypeLine::Other},
       {"int[\"]\" a", TypeLine::Other},
-      {"other n", TypeLine::Other},
-  };
+      {"other n", TypeLine::Other}};
   for (const auto& [line, expected] : cases) {
     Tokeniser tokeniser(line);
     const std::string word = tokeniser.GetNextToken(1, 1);
@@ -83,20 +80,5 @@ struct CompactCase {
   const char* out;
   int32_t error;
 };
-
-TEST(Compaction, KeepsStatementsOnly) {
-  const std::vector<CompactCase> cases = {
-      {"  a = 1  // x\n\n# b\n; c\nb = 1 + \\\n  2\n", "a = 1  // x\r\nb = 1 +  2\r\n", 0},
-      {"a\n/* it's\nb */ c\nd", "a\r\nd\r\n", 0},
-      {"a /* b\nc */", "a /* b\r\nc */\r\n", 0},
-      {"a\n/* b\n", "a\r\n", ERR_SCRNOMORELINES},
-      {"a\n\"b\nc", "a\r\n", ERR_SCRNOQUOTE},
-  };
-  for (const CompactCase& row : cases) {
-    KelString out;
-    EXPECT_EQ(tamber::CompactScript(*MakeScript(row.text), out), row.error) << row.text;
-    EXPECT_EQ(out, row.out) << row.text;
-  }
-}
 
 }  // namespace

@@ -32,13 +32,6 @@ std::vector<std::pair<uint32_t, std::string>> LogicalLines(const char* text) {
   return LogicalLines(*MakeScript(text));
 }
 
-TEST(ScriptLine, ReadsLogicalLines) {
-  EXPECT_THAT(LogicalLines(""), ElementsAre());
-  EXPECT_THAT(LogicalLines("a\n\n  b  \r\n// c\nd"),
-              ElementsAre(Pair(1, "a"), Pair(2, ""), Pair(3, "b"), Pair(4, ""), Pair(5, "d")));
-  EXPECT_THAT(LogicalLines("\xEF\xBB\xBFx\n"), ElementsAre(Pair(1, "x")));
-}
-
 TEST(ScriptLine, JoinsContinuedLines) {
   EXPECT_THAT(LogicalLines("a = 1 + \\\n  2\nb"), ElementsAre(Pair(1, "a = 1 +  2"), Pair(3, "b")));
   EXPECT_THAT(LogicalLines("a \\\r\n\\\r\nb\r\nc"), ElementsAre(Pair(1, "a   b"), Pair(4, "c")));
@@ -49,42 +42,6 @@ TEST(ScriptLine, JoinsContinuedLines) {
   // Behind code a comment goes on like the line it belongs to; a comment line does not.
   EXPECT_THAT(LogicalLines("a // x \\\nb"), ElementsAre(Pair(1, "a // x  b")));
   EXPECT_THAT(LogicalLines("// x \\\nb"), ElementsAre(Pair(1, ""), Pair(2, "b")));
-}
-
-TEST(ScriptLine, GoesBackToAPosition) {
-  const auto script = MakeScript("one \\\n1\ntwo\nthree");
-  script->ReadLogicalLine();
-  script->GetTokeniser().GetNextToken(1, 1);
-  const ScriptLine::Position position = script->GetPosition();
-  script->ReadLogicalLine();
-  script->ReadLogicalLine();
-  script->SetPosition(position);
-  EXPECT_EQ(script->GetLogicalLine(), "one  1");
-  EXPECT_EQ(script->GetStatementLine(), 1u);
-  EXPECT_STREQ(script->GetTokeniser().GetNextToken(1, 1), "one");
-  script->ReadLogicalLine();
-  EXPECT_EQ(script->GetLogicalLine(), "two");
-}
-
-TEST(ScriptLine, SkipsBlockCommentsAsRawText) {
-  const std::vector<std::pair<const char*, const char*>> cases = {
-      {"/* x */ ignored\nnext", "next"},      {"/* don't \" */\nnext", "next"},
-      {"/* see #5 ; // */\nnext", "next"},    {"/*\nif x\n# */ tail\nnext", "next"},
-      {"/*/ still inside\n*/\nnext", "next"}, {"/**/\nnext", "next"},
-      {"/* a \\\n b */ \\\nnext", "next"},    {"\\\n/* a\n*/\nnext", "next"},
-  };
-  for (const auto& [text, next] : cases) {
-    const auto script = MakeScript(text);
-    script->ReadLogicalLine();
-    ASSERT_STREQ(script->GetTokeniser().GetNextToken(1, 1), "/*") << text;
-    EXPECT_TRUE(script->SkipBlockComment()) << text;
-    script->ReadLogicalLine();
-    EXPECT_EQ(script->GetLogicalLine(), next) << text;
-  }
-  const auto open = MakeScript("/* a\n* /\n");
-  open->ReadLogicalLine();
-  EXPECT_FALSE(open->SkipBlockComment());
-  EXPECT_FALSE(open->ReadLogicalLine());
 }
 
 TEST(ScriptText, DumpsTheLinesAroundOne) {
@@ -124,17 +81,6 @@ class ScriptFiles : public testing::Test {
   const std::string dir_ = testing::TempDir() + "scripts_" +
                            testing::UnitTest::GetInstance()->current_test_info()->name() + "/";
 };
-
-TEST_F(ScriptFiles, OnlyRegularTextFilesAreScripts) {
-  EXPECT_EQ(Load(Write("a.tam", "x = 1\n")), ScriptText::Status::Ok);
-  EXPECT_EQ(Load(Write("empty.tam", "")), ScriptText::Status::Ok);
-  EXPECT_EQ(Load(Write("nul.tam", std::string("a\0b", 3))), ScriptText::Status::NoText);
-  EXPECT_EQ(Load(dir_), ScriptText::Status::Directory);
-  EXPECT_EQ(Load(dir_ + "absent.tam"), ScriptText::Status::Missing);
-  const std::string fifo = dir_ + "fifo";
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  EXPECT_EQ(Load(fifo), ScriptText::Status::NotRegular);
-}
 
 TEST_F(ScriptFiles, EncipheredScriptsNeedTheirKey) {
   const std::string path = Write("a.tam", kel::SealText("proc main()\nendproc\n", "key"));

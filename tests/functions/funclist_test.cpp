@@ -81,57 +81,6 @@ class FuncListTest : public testing::Test {
 
 // --- prototypes ---
 
-TEST_F(FuncListTest, PrototypesReadBackAsTheyAreWritten) {
-  for (const char* prototype :
-       {"int F ()", "bool G (string Name)", "string[] StrSort (string Values[], bool Ascending)",
-        "string FileGetPath (TextFileHandle)", "array ArraySetSize (array Var, int Size)",
-        "RegexMatch[] Find (estring Key, RegexMatch One, RegexMatch All[])",
-        "double Mix (char, float, double[])"}) {
-    const uint32_t index = Add(prototype);
-    ASSERT_NE(index, 0u) << prototype << ": " << message_.View();
-    EXPECT_EQ(list_.PrototypeText(index), prototype);
-  }
-  EXPECT_EQ(list_.PrototypeText(0), "");
-  EXPECT_EQ(list_.PrototypeText(99), "");
-}
-
-TEST_F(FuncListTest, MalformedPrototypesAreRefused) {
-  struct Row {
-    const char* prototype;
-    const char* message;
-  };
-  const Row rows[] = {
-      {"Gadget F (int a)", "Unknown return value data type 'Gadget'"},
-      {"Gadget[] F (int a)", "Unknown return value data type 'Gadget[]'"},
-      {"int F (Gadget a)", "Unknown function parameter type 'gadget'"},
-      {"int F (int a, Gadget b[])", "Unknown function parameter type 'gadget[]'"},
-      {"", "Unknown return value data type ''"},
-      {"int", ""},
-      {"int F", ""},
-      {"int F int a)", ""},
-      {"int F (int[] a)", ""},
-      {"int F (int a int b)", ""},
-      {"int F (int a; int b)", ""},
-      {"int F (int a", ""},
-      {"int (int a)", ""},
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(Add(row.prototype), 0u) << row.prototype;
-    EXPECT_EQ(message_, row.message) << row.prototype;
-  }
-  EXPECT_EQ(list_.GetFunctionCount(), 0u);
-}
-
-TEST_F(FuncListTest, HiddenParameterOfTypeZero) {
-  const uint32_t index = Add("int F (int a)", &First, false, FunctionList::FUNCTYPE_HIDDEN);
-  const TamberFunction& function = *list_.GetFunction(index);
-  EXPECT_EQ(function.GetParameterCount(), 2u);
-  EXPECT_EQ(function.GetParameterList()->GetVariable(0)->GetTypeId(), Variable::String);
-  EXPECT_EQ(function.GetFunctionType(), 0);
-  EXPECT_EQ(list_.PrototypeText(index), "int F (int a)");
-  EXPECT_EQ(Find("F", {"string", "int"}), index);
-}
-
 // --- the table ---
 
 TEST_F(FuncListTest, TheFirstRegistrationWinsUnlessReplaced) {
@@ -148,24 +97,6 @@ TEST_F(FuncListTest, TheFirstRegistrationWinsUnlessReplaced) {
   // A string and an estring parameter are the same type.
   const uint32_t text = Add("int F (string a)");
   EXPECT_EQ(Add("int F (estring a)"), text);
-}
-
-TEST_F(FuncListTest, ReplacingKeepsEveryNameFound) {
-  Add("int A (int a)");
-  Add("int B (int a)");
-  Add("int B (string a)");
-  Add("int C ()");
-  for (const char* prototype : {"int B (int a)", "int B (string a)", "int A (int a)", "int C ()"}) {
-    Add(prototype, &Second, true);
-    EXPECT_EQ(list_.GetFunctionCount(), 4u);
-    EXPECT_EQ(Best("A", {"int"}), "int A (int a)");
-    EXPECT_EQ(Best("B", {"int"}), "int B (int a)");
-    EXPECT_EQ(Best("B", {"string"}), "int B (string a)");
-    EXPECT_EQ(Best("C", {}), "int C ()");
-  }
-  for (uint32_t i = 1; i <= 4; ++i) {
-    EXPECT_EQ(list_.GetFunction(i)->GetImplementation(), &Second);
-  }
 }
 
 TEST_F(FuncListTest, CopiesShareUntilTheyChange) {
@@ -216,15 +147,13 @@ TEST_F(FuncListTest, TheArgumentIsAskedFirstAndTheParameterAfterwards) {
     bool found;
     bool taken;
   };
-  const Row rows[] = {
-      {"Real", "bool", false, false},   {"Real", "char", false, false},
-      {"Real", "int", true, true},      {"Real", "float", true, true},
-      {"Truth", "float", true, false},  {"Truth", "double", true, false},
-      {"Truth", "int", true, true},     {"Letter", "float", true, false},
-      {"Letter", "string", true, true}, {"Text", "char", true, true},
-      {"Text", "char[]", false, true},  {"Whole", "float", true, true},
-      {"Text", "estring", true, true},  {"Whole", "string", false, false},
-  };
+  const Row rows[] = {{"Real", "bool", false, false},   {"Real", "char", false, false},
+                      {"Real", "int", true, true},      {"Real", "float", true, true},
+                      {"Truth", "float", true, false},  {"Truth", "double", true, false},
+                      {"Truth", "int", true, true},     {"Letter", "float", true, false},
+                      {"Letter", "string", true, true}, {"Text", "char", true, true},
+                      {"Text", "char[]", false, true},  {"Whole", "float", true, true},
+                      {"Text", "estring", true, true},  {"Whole", "string", false, false}};
   for (const Row& row : rows) {
     SCOPED_TRACE(std::string(row.argument) + " to " + row.function);
     EXPECT_EQ(Find(row.function, {row.argument}) != 0, row.found);
@@ -232,17 +161,6 @@ TEST_F(FuncListTest, TheArgumentIsAskedFirstAndTheParameterAfterwards) {
       EXPECT_EQ(Takes(index(row.function), {row.argument}), row.taken);
     }
   }
-}
-
-TEST_F(FuncListTest, OnlyOverloadsOfTheSameCount) {
-  Add("int F (int a)");
-  Add("int F (int a, int b)");
-  EXPECT_EQ(Find("F", {}), 0u);
-  EXPECT_EQ(Find("F", {"int", "int", "int"}), 0u);
-  EXPECT_EQ(Best("F", {"int", "float"}), "int F (int a, int b)");
-  EXPECT_EQ(Find("G", {"int"}), 0u);
-  EXPECT_FALSE(Takes(1, {"int", "int", "int"}));
-  EXPECT_FALSE(Takes(0, {}));
 }
 
 TEST_F(FuncListTest, TheGenericArrayTakesAnyArrayAndAtLastAnything) {
@@ -258,14 +176,6 @@ TEST_F(FuncListTest, TheGenericArrayTakesAnyArrayAndAtLastAnything) {
   Add("int Size (string Text)");
   EXPECT_EQ(Best("Size", {"string"}), "int Size (string Text)");
   EXPECT_EQ(Best("Size", {"char"}), "int Size (string Text)") << "before the last resort";
-}
-
-TEST_F(FuncListTest, AnUnknownTypeIsTakenWithoutCounting) {
-  Add("int F (int a, string b)");
-  Add("int F (string a, string b)");
-  EXPECT_EQ(Best("F", {"any", "string"}), "int F (int a, string b)");
-  EXPECT_EQ(Best("F", {"string", "any"}), "int F (string a, string b)");
-  EXPECT_TRUE(Takes(1, {"any", "any"}));
 }
 
 }  // namespace

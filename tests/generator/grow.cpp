@@ -12,8 +12,6 @@ namespace {
 constexpr Kind kScalars[] = {Kind::Bool,   Kind::Char,   Kind::Int,    Kind::Float,
                              Kind::Double, Kind::String, Kind::EString};
 
-constexpr Type Plain(Kind kind) { return {kind, false, -1}; }
-
 class Grower {
  public:
   Grower(uint64_t seed, const Features& features) : random_(seed), features_(features) {}
@@ -121,37 +119,28 @@ class Grower {
   void AddHandler(const std::string& name, bool careful) {
     Procedure made{name, kNoType, {}, {}};
     Begin();
-    if (careful) {
-      made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
-      made.body.push_back(SetPolicy("INLINE_HANDLER"));
-    } else {
-      // Its own errors go to the other one.
-      made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
-      made.body.push_back(MakeAssign(MakeName("ErrHandler", Plain(Kind::String)), "=",
-                                     MakeLiteral(Scalar::Text(Kind::String, "OnError"))));
-    }
+    made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
+    // The errors of one go to the other.
+    made.body.push_back(SetPolicy(careful ? "INLINE_HANDLER" : "OnError"));
     made.body.push_back(MakePrint("<" + name + " ", MakeName("ErrCode", Plain(Kind::Int))));
-    const size_t count = 1 + Below(3);
-    AddShrink(made.body);
-    for (size_t i = 0; i < count; ++i) AddChange(made.body);
+    AddDamage(made.body);
     program_.procedures.push_back(std::move(made));
   }
 
-  /// What a handler or a function does to the variable that the failed statement is likely about.
-  void AddShrink(std::vector<Statement>& body) {
+  /// Changes to the variable that the failed statement is likely about, and to others.
+  void AddDamage(std::vector<Statement>& body) {
+    const size_t count = 1 + Below(3);
     if (focus_.type.array && OneIn(2))
       body.push_back(MakeAssign(MakeName(focus_.name, focus_.type), "-=", Number(1 + Below(3))));
+    for (size_t i = 0; i < count; ++i) AddChange(body);
   }
 
   /// A function that changes what the expression around its call may be using.
   void AddTouch(const std::string& name) {
     Procedure made{name, Plain(Kind::Int), {}, {}};
     Begin();
-    const size_t count = 1 + Below(3);
-    AddShrink(made.body);
-    for (size_t i = 0; i < count; ++i) AddChange(made.body);
-    Statement result{Statement::Form::Return, {}, {}, {}, Number(Below(3)), {}, {}};
-    made.body.push_back(std::move(result));
+    AddDamage(made.body);
+    made.body.push_back(MakeReturn(Number(Below(3))));
     program_.procedures.push_back(std::move(made));
   }
 
@@ -182,11 +171,12 @@ class Grower {
       locals_.push_back(parameter);
     }
     AddLocals(made.body, 1 + Below(3));
-    if (OneIn(5)) made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
-    if (!made.body.empty() && made.body.back().text == "ErrHandler")
+    if (OneIn(5)) {
+      made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
       made.body.push_back(SetPolicy("INLINE_HANDLER"));
+    }
     AddStatements(made.body, 2 + Below(5), 2);
-    if (made.result != kNoType) made.body.push_back(MakeReturn(made.result));
+    if (made.result != kNoType) made.body.push_back(MakeReturn(AnyResult(made.result)));
     program_.procedures.push_back(std::move(made));
     callable_.push_back(program_.procedures.size() - 1);
   }
@@ -194,18 +184,11 @@ class Grower {
   void AddMain() {
     Procedure made{"main", kNoType, {}, {}};
     Begin();
-    if (!OneIn(5)) {
-      if (features_.handlers && OneIn(2)) {
-        made.body.push_back(
-            MakeAssign(MakeName("ErrHandler", Plain(Kind::String)), "=",
-                       MakeLiteral(Scalar::Text(Kind::String, AnyOf({"OnError", "OnTrouble"})))));
-      } else {
-        made.body.push_back(SetPolicy("INLINE_HANDLER"));
-      }
-    }
+    const bool handled = features_.handlers && OneIn(2);
+    if (!OneIn(5))
+      made.body.push_back(SetPolicy(handled ? AnyOf({"OnError", "OnTrouble"}) : "INLINE_HANDLER"));
     if (OneIn(5))
-      made.body.push_back(MakeAssign(MakeName("StrCase", Plain(Kind::Int)), "=",
-                                     MakeLiteral(Scalar::Whole(Kind::Int, 1))));
+      made.body.push_back(MakeAssign(MakeName("StrCase", Plain(Kind::Int)), "=", Number(1)));
     AddLocals(made.body, 3 + Below(4));
     for (const Named& variable : globals_)
       if (variable.type.array && variable.type != kGeneric && !IsLocal(variable.name) && OneIn(2))
@@ -230,8 +213,10 @@ class Grower {
   }
 
   static Statement SetPolicy(const std::string& name) {
-    return MakeAssign(MakeName("ErrHandler", Plain(Kind::String)), "=",
-                      MakeName(name, Plain(Kind::String)));
+    const Type type = Plain(Kind::String);
+    return MakeAssign(MakeName("ErrHandler", type), "=",
+                      name == "INLINE_HANDLER" ? MakeName(name, type)
+                                               : MakeLiteral(Scalar::Text(Kind::String, name)));
   }
 
   void AddLocals(std::vector<Statement>& body, size_t count) {
@@ -242,12 +227,10 @@ class Grower {
         const Named& global = Any(globals_);
         if (global.type == kGeneric || IsLocal(global.name)) continue;
         local = {global.name, OneIn(2) ? global.type : AnyType()};
-        Statement branch{
-            Statement::Form::If, {}, {}, {}, {}, {MakeDeclare(local.name, local.type)}, {}};
-        branch.value = MakeName(AnyOf({"FALSE", "g1"}), Plain(Kind::Bool));
-        if (branch.value->text == "FALSE") branch.value = MakeLiteral(Scalar::Whole(Kind::Bool, 0));
         if (local.name == "g1") continue;
-        body.push_back(std::move(branch));
+        body.push_back(MakeIf(OneIn(2) ? MakeName("g1", Plain(Kind::Bool))
+                                       : MakeLiteral(Scalar::Whole(Kind::Bool, 0)),
+                              {MakeDeclare(local.name, local.type)}));
       } else {
         body.push_back(MakeDeclare(local.name, local.type));
         if (local.type.array && !OneIn(4)) AddResize(body, MakeName(local.name, local.type));
@@ -312,18 +295,19 @@ class Grower {
   ExprPtr Index(bool target) {
     if (!features_.bounds || !OneIn(5) || indexes_ > 1) return Number(1 + Below(2));
     if (!counters_.empty() && OneIn(2))
-      return MakeBinary("+", MakeName(Any(counters_), Plain(Kind::Int)),
-                        MakeLiteral(Scalar::Whole(Kind::Int, 1)));
+      return MakeBinary("+", MakeName(Any(counters_), Plain(Kind::Int)), Number(1));
     const Kept kept(pure_);
     pure_ = pure_ || (target && !features_.targetCalls);
     if (features_.failingCalls && !pure_ && OneIn(3))
-      return MakeBinary("+", Number(1 + Below(2)),
-                        MakeCall("FileGetSize", Plain(Kind::Int),
-                                 {MakeLiteral(Scalar::Text(Kind::String, "/no/such/file"))}));
+      return MakeBinary("+", Number(1 + Below(2)), FailingCall("FileGetSize", "/no/such/file"));
     ++indexes_;
     ExprPtr index = Make(Kind::Int, 2);
     --indexes_;
     return index;
+  }
+
+  static ExprPtr FailingCall(const char* name, const char* argument) {
+    return MakeCall(name, Plain(Kind::Int), {MakeLiteral(Scalar::Text(Kind::String, argument))});
   }
 
   ExprPtr Leaf(Kind kind, bool wantsDouble) {
@@ -347,12 +331,14 @@ class Grower {
         if (global.type == Plain(kind) && !IsLocal(global.name))
           return MakeName(global.name, global.type);
     // No literal is a double by itself.
-    return kind == Kind::Double ? StaticDouble() : Literal(kind);
+    return kind == Kind::Double ? Evaluated(Number(Below(9)), kind) : Literal(kind);
   }
 
-  ExprPtr StaticDouble() {
-    return MakeExpr(Expr::Form::Evaluated, Plain(Kind::Double), "StrEvalAsDouble",
-                    {Number(Below(9))});
+  static ExprPtr Evaluated(const ExprPtr& inner, Kind kind) {
+    constexpr std::string_view kNames[] = {"",      "Boolean", "Char",   "Integer",
+                                           "Float", "Double",  "String", "String"};
+    return MakeExpr(Expr::Form::Evaluated, Plain(kind),
+                    "StrEvalAs" + std::string(kNames[static_cast<size_t>(kind)]), {inner});
   }
 
   /// An expression whose value has the kind, as far as the compiler knows.
@@ -419,12 +405,9 @@ class Grower {
 
   /// A divisor that cannot be 0.
   ExprPtr NotZero(Kind kind, const ExprPtr& value) {
-    if (kind == Kind::Int && OneIn(3))
-      return MakeBinary("|", value, MakeLiteral(Scalar::Whole(kind, 1)));
     if (kind == Kind::Char) return MakeLiteral(Scalar::Whole(kind, AnyOf({"a", " ", "~"})[0]));
-    if (kind == Kind::Int)
-      return MakeLiteral(Scalar::Whole(kind, 1 + static_cast<int32_t>(Below(9))));
-    return nullptr;
+    if (kind != Kind::Int) return nullptr;
+    return OneIn(3) ? MakeBinary("|", value, Number(1)) : Number(1 + Below(9));
   }
 
   /// Calls, and what else is no operator.
@@ -433,14 +416,10 @@ class Grower {
     const auto call = [&](const char* name, std::vector<ExprPtr> args) {
       return MakeCall(name, Plain(kind), std::move(args));
     };
-    const auto text = [](const char* value) {
-      return MakeLiteral(Scalar::Text(Kind::String, value));
-    };
     if (features_.evaluated && OneIn(5)) return MakeEvaluated(kind, depth);
     if (slots_ != nullptr) return nullptr;
     if (kind == Kind::Int && features_.failingCalls && OneIn(6))
-      return OneIn(2) ? call("MakeInt", {text("zz")})
-                      : call("FileGetSize", {text("/no/such/file")});
+      return OneIn(2) ? FailingCall("MakeInt", "zz") : FailingCall("FileGetSize", "/no/such/file");
     if (kind == Kind::Int && OneIn(3)) return CallTouch();
     if (kind == Kind::Int && OneIn(5)) return call("StrLen", {Make(Kind::String, depth)});
     if (kind == Kind::Int && OneIn(5)) {
@@ -453,14 +432,10 @@ class Grower {
   }
 
   ExprPtr MakeEvaluated(Kind kind, int depth) {
-    constexpr std::string_view kNames[] = {"",      "Boolean", "Char",  "Integer",
-                                           "Float", "Double",  "String"};
     const Kept kept(pure_), keptToo(divisions_);
     pure_ = true;
     divisions_ = divisions_ && features_.anyDivision;
-    const ExprPtr inner = Make(kind, depth, kind == Kind::Double);
-    return MakeExpr(Expr::Form::Evaluated, Plain(kind),
-                    "StrEvalAs" + std::string(kNames[static_cast<size_t>(kind)]), {inner});
+    return Evaluated(Make(kind, depth, kind == Kind::Double), kind);
   }
 
   ExprPtr MakeUserCall(Type result, int depth) {
@@ -480,10 +455,9 @@ class Grower {
   }
 
   ExprPtr MakeArgument(const Parameter& parameter, int depth) {
-    if (parameter.reference && parameter.type == kGeneric)
-      return FindPlace(Plain(AnyKind()).Array(), true, features_.partReferences);
-    if (parameter.reference) return FindPlace(parameter.type, true, features_.partReferences);
-    return MakeOf(parameter.type, depth);
+    if (!parameter.reference) return MakeOf(parameter.type, depth);
+    const Type type = parameter.type == kGeneric ? Plain(AnyKind()).Array() : parameter.type;
+    return FindPlace(type, true, features_.partReferences);
   }
 
   ExprPtr MakeOf(Type type, int depth) {
@@ -504,13 +478,11 @@ class Grower {
 
   // --- statements ---
 
-  Statement MakeReturn(Type type) {
-    Statement made{Statement::Form::Return, {}, {}, {}, {}, {}, {}};
+  ExprPtr AnyResult(Type type) {
     divisions_ = features_.anyDivision;
-    made.value = features_.aggregates || type.IsScalar() ? MakeOf(type, 2) : nullptr;
+    const ExprPtr made = features_.aggregates || type.IsScalar() ? MakeOf(type, 2) : nullptr;
     divisions_ = false;
-    if (!made.value) made.value = type.IsScalar() ? Literal(type.kind) : AnyTemporary(type);
-    return made;
+    return made ? made : type.IsScalar() ? Literal(type.kind) : AnyTemporary(type);
   }
 
   /// A variable of a type that had none so far.
@@ -539,11 +511,9 @@ class Grower {
       AddCall(body);
     } else if (pick == 8) {
       body.push_back(OneIn(2) ? MakePrint("ErrCode ", MakeName("ErrCode", Plain(Kind::Int)))
-                              : MakeAssign(MakeName("ErrCode", Plain(Kind::Int)), "=",
-                                           MakeLiteral(Scalar::Whole(Kind::Int, 0))));
+                              : MakeAssign(MakeName("ErrCode", Plain(Kind::Int)), "=", Number(0)));
     } else if (pick < 11) {
-      Statement branch{
-          Statement::Form::If, {}, {}, {}, Make(OneIn(4) ? AnyKind() : Kind::Bool, 3), {}, {}};
+      Statement branch = MakeIf(Make(OneIn(4) ? AnyKind() : Kind::Bool, 3), {});
       AddStatements(branch.body, 1 + Below(3), depth - 1);
       if (OneIn(2)) AddStatements(branch.other, 1 + Below(2), depth - 1);
       body.push_back(std::move(branch));
@@ -565,10 +535,8 @@ class Grower {
     if (OneIn(3)) AddLocals(loop.body, 1);
     AddStatements(loop.body, 1 + Below(3), depth);
     if (OneIn(4)) {
-      Statement leave{Statement::Form::If, {}, {}, {}, Make(Kind::Bool, 1), {}, {}};
-      leave.body.push_back(
-          {OneIn(2) ? Statement::Form::Break : Statement::Form::Continue, {}, {}, {}, {}, {}, {}});
-      loop.body.push_back(std::move(leave));
+      const auto leave = OneIn(2) ? Statement::Form::Break : Statement::Form::Continue;
+      loop.body.push_back(MakeIf(Make(Kind::Bool, 1), {{leave}}));
       AddStatements(loop.body, 1, depth);
     }
     locals_.resize(std::min(outer, locals_.size()));
@@ -676,12 +644,6 @@ class Grower {
 
   // --- one meaning along different roads ---
 
-  struct Slot {
-    ExprPtr name;
-    ExprPtr value;  // null for a double, whose value is that of a float
-    Scalar initial;
-  };
-
   static ExprPtr Replace(const ExprPtr& expr, const std::function<ExprPtr(const Expr&)>& other) {
     if (ExprPtr replaced = other(*expr)) return replaced;
     if (expr->args.empty()) return expr;
@@ -732,10 +694,8 @@ class Grower {
           parameter.name = name;
           parameter.type = each.type;
           parameter.reference = OneIn(2);
-          args.push_back(parameter.reference ? AddHome(body, prefix + "a" + std::to_string(slot),
-                                                       each.type, value, features_.partReferences)
-                                             : AddHome(body, prefix + "a" + std::to_string(slot),
-                                                       each.type, value, true));
+          args.push_back(AddHome(body, prefix + "a" + std::to_string(slot), each.type, value,
+                                 !parameter.reference || features_.partReferences));
           procedure.parameters.push_back(parameter);
         }
         return MakeName(name, each.type);
@@ -745,16 +705,14 @@ class Grower {
     const Kind kind = expr->type.kind;
     ExprPtr value = replaced;
     if (inside) {
-      procedure.body.push_back(Statement{Statement::Form::Return, {}, {}, {}, replaced, {}, {}});
+      procedure.body.push_back(MakeReturn(replaced));
       program_.procedures.push_back(procedure);
       value = MakeCall(procedure.name, procedure.result, args);
     } else if (features_.evaluated && OneIn(4)) {
-      value = MakeExpr(Expr::Form::Evaluated, expr->type, std::string("StrEvalAs") + EvalName(kind),
-                       {replaced});
+      value = Evaluated(replaced, kind);
     }
     if (kind == Kind::Bool && OneIn(3)) {
-      Statement branch{Statement::Form::If, {}, {}, {}, value, {}, {}};
-      branch.body.push_back(MakePrint("road ", MakeLiteral(Scalar::Whole(kind, 1))));
+      Statement branch = MakeIf(value, {MakePrint("road ", MakeLiteral(Scalar::Whole(kind, 1)))});
       branch.other.push_back(MakePrint("road ", MakeLiteral(Scalar::Whole(kind, 0))));
       body.push_back(std::move(branch));
     } else if (OneIn(2)) {
@@ -767,12 +725,6 @@ class Grower {
     }
   }
 
-  static std::string EvalName(Kind kind) {
-    constexpr std::string_view kNames[] = {"",      "Boolean", "Char",   "Integer",
-                                           "Float", "Double",  "String", "String"};
-    return std::string(kNames[static_cast<size_t>(kind)]);
-  }
-
   /// Puts the value into a new variable, element or member.
   ExprPtr AddHome(std::vector<Statement>& body, const std::string& name, Type type,
                   const ExprPtr& value, bool parts) {
@@ -783,15 +735,13 @@ class Grower {
     } else if (pick == 2) {
       body.push_back(MakeDeclare(name, type.Array()));
       const ExprPtr array = MakeName(name, type.Array());
-      body.push_back(MakeAssign(array, "+=", MakeLiteral(Scalar::Whole(Kind::Int, 3))));
-      place = MakeExpr(Expr::Form::Element, type, "",
-                       {array, MakeLiteral(Scalar::Whole(Kind::Int, 2))});
+      body.push_back(MakeAssign(array, "+=", Number(3)));
+      place = MakeExpr(Expr::Form::Element, type, "", {array, Number(2)});
     } else if (pick == 3) {
-      const int index = static_cast<int>(program_.structures.size());
+      const Type whole{Kind::Struct, false, static_cast<int>(program_.structures.size())};
       program_.structures.push_back({"T" + name, {{"m1", Plain(Kind::String)}, {"m2", type}}});
-      body.push_back(MakeDeclare(name, {Kind::Struct, false, index}));
-      place =
-          MakeExpr(Expr::Form::Member, type, "m2", {MakeName(name, {Kind::Struct, false, index})});
+      body.push_back(MakeDeclare(name, whole));
+      place = MakeExpr(Expr::Form::Member, type, "m2", {MakeName(name, whole)});
     } else {
       body.push_back(MakeDeclare(name, type));
     }
@@ -819,15 +769,9 @@ class Grower {
 
 Features Features::Sound() {
   Features features;
-  features.anyDivision = false;
-  features.runTimeTypes = false;
-  features.genericStores = false;
-  features.absentLocals = false;
-  features.exports = false;
-  features.partReferences = false;
-  features.handlers = false;
-  features.targetCalls = false;
-  features.realLogic = false;
+  for (const char* name : {"anyDivision", "runTimeTypes", "genericStores", "absentLocals",
+                           "exports", "partReferences", "handlers", "targetCalls", "realLogic"})
+    features.Set(name, false);
   return features;
 }
 

@@ -91,12 +91,10 @@ void ProvideExterns(TamberContext& context, const Program& program) {
 }
 
 Fault CheckError(TamberContext& context, int wanted) {
-  const int code = context.GetDiagnostic().code;
-  const bool fits = wanted == kAnyFatal ? code >= kAnyFatal : code == wanted;
-  if (fits) return "";
   const TamberDiagnostic& error = context.GetDiagnostic();
-  return "error " + std::to_string(code) + " rather than " + std::to_string(wanted) + ", line " +
-         std::to_string(error.line) + ": " + std::string(error.detail.Str());
+  if (wanted == kAnyFatal ? error.code >= kAnyFatal : error.code == wanted) return "";
+  return "error " + std::to_string(error.code) + " rather than " + std::to_string(wanted) +
+         ", line " + std::to_string(error.line) + ": " + std::string(error.detail.Str());
 }
 
 Fault RunInContext(const Program& program, const Expectation& expected) {
@@ -210,16 +208,11 @@ bool Read(int argc, char** argv, Options& options) {
   for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
     const std::string value = i + 1 < argc ? argv[i + 1] : "";
-    if (option == "--keep-going") {
-      options.keepGoing = true;
-      continue;
-    }
-    if (option == "--print") {
-      options.print = true;
-      continue;
-    }
-    ++i;
-    if (option == "--seconds") {
+    const bool isSwitch = option == "--keep-going" || option == "--print";
+    i += isSwitch ? 0 : 1;
+    if (isSwitch) {
+      (option == "--print" ? options.print : options.keepGoing) = true;
+    } else if (option == "--seconds") {
       options.seconds = std::atof(value.c_str());
     } else if (option == "--seed") {
       options.seed = std::strtoull(value.c_str(), nullptr, 10);

@@ -19,9 +19,9 @@ using Scope = std::map<std::string, NodePtr>;
 /// A variable, element or member; who holds the pointer has a reference to it.
 struct Node {
   Type type;
-  Type element;  // of a generic array, once it has one
-  Scalar value;
-  std::vector<NodePtr> parts;
+  Type element = {};  // of a generic array, once it has one
+  Scalar value = {};
+  std::vector<NodePtr> parts = {};
 };
 
 struct Fatal {
@@ -84,11 +84,11 @@ class Model {
   // --- values ---
 
   static NodePtr Leaf(const Scalar& value) {
-    return std::make_shared<Node>(Node{{value.kind, false, -1}, {}, value, {}});
+    return std::make_shared<Node>(Node{Plain(value.kind), {}, value});
   }
 
   NodePtr Empty(Type type) const {
-    auto node = std::make_shared<Node>(Node{type, {}, Scalar::Empty(type.kind), {}});
+    auto node = std::make_shared<Node>(Node{type, {}, Scalar::Empty(type.kind)});
     if (!type.array && type.kind == Kind::Struct)
       for (const Named& member : program_.structures[type.structure].members)
         node->parts.push_back(Empty(member.type));
@@ -259,7 +259,7 @@ class Model {
         args.push_back(Place(*expr.args[i]));
       } else {
         const Type wanted = found != procedures.end() ? found->parameters[i].type : kNoType;
-        args.push_back(Clone(*Eval(*expr.args[i], wanted == Type{Kind::Double, false, -1})));
+        args.push_back(Clone(*Eval(*expr.args[i], wanted == Plain(Kind::Double))));
       }
     }
     if (found == procedures.end()) return CallBuiltIn(expr.text, args);
@@ -370,7 +370,7 @@ class Model {
 
   bool Holds(const ExprPtr& condition) {
     const NodePtr value =
-        Guarded([&] { return Leaf(EvalScalar(*condition, false)); }, {Kind::Bool, false, -1});
+        Guarded([&] { return Leaf(EvalScalar(*condition, false)); }, Plain(Kind::Bool));
     return value && IsTrue(value->value);
   }
 
@@ -399,7 +399,7 @@ class Model {
         return Repeat(statement, result);
       case Form::Return: {
         if (!statement.value) return Flow::Return;
-        const bool wants = result->type == Type{Kind::Double, false, -1};
+        const bool wants = result->type == Plain(Kind::Double);
         const NodePtr value =
             Guarded([&] { return Clone(*Eval(*statement.value, wants)); }, statement.value->type);
         if (value) Store(*result, *value);
@@ -417,13 +417,9 @@ class Model {
 
   void Declare(const Statement& statement) {
     NodePtr& local = (*locals_)[statement.text];
-    if (!local) {
-      local = Empty(statement.type);
-    } else {
-      if (local->type != statement.type) throw Unspecified();
-      if (local->type == kGeneric) throw Unspecified();
-      Store(*local, *Empty(statement.type));
-    }
+    if (!local) return void(local = Empty(statement.type));
+    if (local->type != statement.type || local->type == kGeneric) throw Unspecified();
+    Store(*local, *Empty(statement.type));
   }
 
   void Assign(const Statement& statement) {
@@ -468,7 +464,7 @@ class Model {
   }
 
   Flow Repeat(const Statement& loop, Node* result) {
-    const auto counter = MakeName(loop.text, {Kind::Int, false, -1});
+    const auto counter = MakeName(loop.text, Plain(Kind::Int));
     ExprPtr condition = MakeBinary("<", counter, loop.target);
     if (loop.value) condition = MakeBinary("&&", condition, loop.value);
     Find(loop.text)->value.whole = 0;

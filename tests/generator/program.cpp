@@ -9,12 +9,8 @@ constexpr int kUnaryPrecedence = 100;
 std::string Quoted(std::string_view text) {
   std::string quoted = "\"";
   for (const char c : text) {
-    if (c == '\n') {
-      quoted += "\\n";
-    } else {
-      if (c == '"' || c == '\\') quoted += '\\';
-      quoted += c;
-    }
+    if (c == '"' || c == '\\') quoted += '\\';
+    quoted += c == '\n' ? "\\n" : std::string(1, c);
   }
   return quoted + "\"";
 }
@@ -182,7 +178,7 @@ ExprPtr MakeExpr(Expr::Form form, Type type, std::string text, std::vector<ExprP
 }
 
 ExprPtr MakeLiteral(const Scalar& value) {
-  const Type type{value.kind, false, -1};
+  const Type type = Plain(value.kind);
   // A literal has no sign, and no character of its own for a negative byte or byte 0.
   if (value.kind == Kind::Char && value.whole <= 0) throw Unspecified();
   if (value.kind >= Kind::Int && !value.IsText() && value.AsDouble() < 0) {
@@ -209,27 +205,35 @@ ExprPtr MakeCall(const std::string& name, Type type, std::vector<ExprPtr> args) 
 }
 
 ExprPtr MakeBinary(const std::string& op, ExprPtr left, ExprPtr right) {
-  const Type type{ResultOf(op, left->type.kind, right->type.kind), false, -1};
+  const Type type = Plain(ResultOf(op, left->type.kind, right->type.kind));
   return MakeExpr(Expr::Form::Binary, type, op, {std::move(left), std::move(right)});
 }
 
 Statement MakeDeclare(const std::string& name, Type type) {
-  return {Statement::Form::Declare, type, name, {}, {}, {}, {}};
+  return {Statement::Form::Declare, type, name};
 }
 
 Statement MakeAssign(ExprPtr target, const std::string& op, ExprPtr value) {
-  return {Statement::Form::Assign, {}, op, std::move(target), std::move(value), {}, {}};
+  return {Statement::Form::Assign, {}, op, std::move(target), std::move(value)};
 }
 
 Statement MakeCallStatement(ExprPtr call) {
-  return {Statement::Form::Call, {}, {}, {}, std::move(call), {}, {}};
+  return {Statement::Form::Call, {}, {}, {}, std::move(call)};
+}
+
+Statement MakeReturn(ExprPtr value) {
+  return {Statement::Form::Return, {}, {}, {}, std::move(value)};
+}
+
+Statement MakeIf(ExprPtr condition, std::vector<Statement> body) {
+  return {Statement::Form::If, {}, {}, {}, std::move(condition), std::move(body)};
 }
 
 Statement MakePrint(const std::string& label, ExprPtr value) {
   const auto text = [](const std::string& s) { return MakeLiteral(Scalar::Text(Kind::String, s)); };
   const ExprPtr joined = MakeBinary("+", text(label), std::move(value));
   return MakeCallStatement(
-      MakeCall("Print", {Kind::Int, false, -1}, {MakeBinary("+", joined, text("\n"))}));
+      MakeCall("Print", Plain(Kind::Int), {MakeBinary("+", joined, text("\n"))}));
 }
 
 std::string Render(const Program& program) { return Renderer(program).All(); }

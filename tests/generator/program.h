@@ -20,6 +20,7 @@ struct Type {
   bool operator==(const Type&) const = default;
 };
 
+constexpr Type Plain(Kind kind) { return {kind, false, -1}; }
 constexpr Type kGeneric{Kind::None, true, -1};
 constexpr Type kNoType{};
 
@@ -43,11 +44,11 @@ struct Expr {
 struct Statement {
   enum class Form : uint8_t { Declare, Assign, Call, If, Loop, Return, Break, Continue, Exit };
   Form form;
-  Type type;         // of what is declared
-  std::string text;  // the name that is declared or counts; the operator of an assignment
-  ExprPtr target;    // also the bound of a loop
-  ExprPtr value;     // the right side, the call, the condition; may be absent in a loop
-  std::vector<Statement> body, other;
+  Type type = {};         // of what is declared
+  std::string text = {};  // the name that is declared or counts; the operator of an assignment
+  ExprPtr target = {};    // also the bound of a loop
+  ExprPtr value = {};     // the right side, the call, the condition; may be absent in a loop
+  std::vector<Statement> body = {}, other = {};
   bool style = false;  // a `while` rather than a `for`
 };
 
@@ -90,6 +91,8 @@ ExprPtr MakeBinary(const std::string& op, ExprPtr left, ExprPtr right);
 Statement MakeDeclare(const std::string& name, Type type);
 Statement MakeAssign(ExprPtr target, const std::string& op, ExprPtr value);
 Statement MakeCallStatement(ExprPtr call);
+Statement MakeReturn(ExprPtr value);
+Statement MakeIf(ExprPtr condition, std::vector<Statement> body);
 /// Prints the text and the value, and ends the line.
 Statement MakePrint(const std::string& label, ExprPtr value);
 

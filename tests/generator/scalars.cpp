@@ -84,43 +84,22 @@ std::string RealText(T value) {
 }  // namespace
 
 Scalar Scalar::Whole(Kind kind, int32_t value) {
-  Scalar made;
-  made.kind = kind;
-  made.whole = kind == Kind::Char ? static_cast<int8_t>(value) : value;
-  if (kind == Kind::Bool) made.whole = value != 0;
-  return made;
+  if (kind == Kind::Bool) value = value != 0;
+  return {kind, kind == Kind::Char ? static_cast<int8_t>(value) : value};
 }
 
 Scalar Scalar::Real(Kind kind, double value) {
-  Scalar made;
-  made.kind = kind;
-  made.real = kind == Kind::Float ? static_cast<float>(value) : value;
-  return made;
-}
-
-Scalar Scalar::Text(Kind kind, std::string value) {
-  Scalar made;
-  made.kind = kind;
-  made.text = std::move(value);
-  return made;
-}
-
-Scalar Scalar::Empty(Kind kind) {
-  Scalar made;
-  made.kind = kind;
-  return made;
+  return {kind, 0, kind == Kind::Float ? static_cast<float>(value) : value};
 }
 
 std::optional<Scalar> Convert(const Scalar& value, Kind to) {
   const Kind from = value.kind;
   switch (to) {
     case Kind::Bool:
-      if (from <= Kind::Int) return Scalar::Whole(to, value.whole);
-      break;
     case Kind::Char:
       if (from <= Kind::Int) return Scalar::Whole(to, value.whole);
-      if (value.IsText()) return Scalar::Whole(to, value.text.empty() ? 0 : value.text[0]);
-      break;
+      if (!value.IsText() || to == Kind::Bool) break;
+      return Scalar::Whole(to, value.text.empty() ? 0 : value.text[0]);
     case Kind::Int:
       if (from <= Kind::Int) return Scalar::Whole(to, value.whole);
       if (from > Kind::Double) break;

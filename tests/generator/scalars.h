@@ -17,12 +17,12 @@ struct Scalar {
   Kind kind = Kind::None;
   int32_t whole = 0;
   double real = 0;
-  std::string text;
+  std::string text = {};
 
   static Scalar Whole(Kind kind, int32_t value);
   static Scalar Real(Kind kind, double value);
-  static Scalar Text(Kind kind, std::string value);
-  static Scalar Empty(Kind kind);
+  static Scalar Text(Kind kind, std::string value) { return {kind, 0, 0, std::move(value)}; }
+  static Scalar Empty(Kind kind) { return {kind}; }
   double AsDouble() const { return kind < Kind::Float ? whole : real; }
   bool IsText() const { return kind >= Kind::String; }
 };

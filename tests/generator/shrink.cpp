@@ -39,7 +39,7 @@ ExprPtr Simpler(const ExprPtr& expr, size_t& number) {
   for (const ExprPtr& arg : expr->args)
     if (arg->type == expr->type && number-- == 0) return arg;
   const bool plain = expr->form == Expr::Form::Literal || expr->form == Expr::Form::Name;
-  if (!plain && expr->type == Type{Kind::Int, false, -1} && number-- == 0)
+  if (!plain && expr->type == Plain(Kind::Int) && number-- == 0)
     return MakeLiteral(Scalar::Whole(Kind::Int, 1));
   for (size_t i = 0; i < expr->args.size(); ++i) {
     const ExprPtr simpler = Simpler(expr->args[i], number);
@@ -129,27 +129,21 @@ class Shrinker {
 
   bool RemoveDeclarations() {
     bool any = false;
-    const auto remove = [&](auto member, size_t kept) {
-      for (size_t i = (program_.*member).size(); i-- > kept;) {
+    const auto remove = [&](auto member, size_t last) {
+      for (size_t i = (program_.*member).size() - last; i-- > 0;) {
         Program copy = program_;
         auto& list = copy.*member;
         list.erase(list.begin() + static_cast<std::ptrdiff_t>(i));
         any = Take(std::move(copy)) || any;
       }
     };
-    const size_t procedures = program_.procedures.size();
-    for (size_t i = 0; i + 1 < procedures; ++i) {
-      const size_t index = procedures - 2 - i;
-      Program copy = program_;
-      copy.procedures.erase(copy.procedures.begin() + static_cast<std::ptrdiff_t>(index));
-      any = Take(std::move(copy)) || any;
-    }
+    remove(&Program::procedures, 1);  // main stays
     remove(&Program::globals, 0);
-    for (Structure& structure : program_.structures) {
-      if (structure.name.empty()) continue;
+    for (size_t i = 0; i < program_.structures.size(); ++i) {
+      if (program_.structures[i].name.empty()) continue;
       Program copy = program_;
-      copy.structures[static_cast<size_t>(&structure - program_.structures.data())].name.clear();
-      if (Take(std::move(copy))) return true;
+      copy.structures[i].name.clear();
+      any = Take(std::move(copy)) || any;
     }
     return any;
   }
@@ -167,11 +161,9 @@ class Shrinker {
         if (found) expr = simpler;
       });
       if (!found) break;
-      if (Take(std::move(copy))) {
-        any = true;
-      } else {
-        ++wanted;
-      }
+      const bool taken = Take(std::move(copy));
+      any = taken || any;
+      if (!taken) ++wanted;
     }
     return any;
   }

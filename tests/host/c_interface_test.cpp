@@ -2,7 +2,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "tamber_c.h"
 
@@ -174,25 +173,6 @@ TEST_F(CInterfaceTest, AContextFreedWhileItRunsEndsWithItsRun) {
   EXPECT_EQ(tamber_run(context, "main"), TAMBER_OK);
   EXPECT_EQ(output_, "freed 5");
   EXPECT_EQ(tamber_run(context, "main"), TAMBER_BAD_HANDLE);
-}
-
-TEST_F(CInterfaceTest, ThreadsHaveContextsOfTheirOwn) {
-  const auto work = [] {
-    for (int i = 0; i < 50; ++i) {
-      tamber_context* context = tamber_new();
-      const std::string script = "int Next(int n)\n  return n + 1\nendproc\n";
-      tamber_compile_text(context, "t", script.data(), script.size());
-      tamber_push_int(context, i);
-      EXPECT_EQ(tamber_run(context, "Next"), TAMBER_OK);
-      int32_t next = 0;
-      EXPECT_EQ(tamber_result_int(context, &next), TAMBER_OK);
-      EXPECT_EQ(next, i + 1);
-      tamber_free(context);
-    }
-  };
-  std::thread first(work), second(work);
-  first.join();
-  second.join();
 }
 
 }  // namespace

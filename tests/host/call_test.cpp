@@ -67,33 +67,6 @@ constexpr const char* kScript =
     "  exit\n"
     "endproc\n";
 
-TEST_F(CallTest, ValuesGoBothWays) {
-  Compile(kScript);
-  EXPECT_EQ(Call<int32_t>(context_, "Add", 3, 4).Value(), 7);
-  EXPECT_EQ(Call<int32_t>(context_, "add", int32_t{-1}, 2.9).Value(), 1) << "as an assignment does";
-  EXPECT_EQ(Call<double>(context_, "Half", 3).Value(), 1.5);
-  EXPECT_EQ(Call<int32_t>(context_, "Half", 3).Value(), 1);
-  EXPECT_EQ(Call<std::string>(context_, "Greet", std::string("you"), '!').Value(), "hello, you!");
-  EXPECT_EQ(Call<KelString>(context_, "Greet", std::string_view(), '?').Value(), "hello, ?");
-  const std::string binary("a\0b", 3);
-  EXPECT_EQ(Call<std::string>(context_, "Greet", binary, '.').Value().size(), 11u);
-  EXPECT_EQ(Call<bool>(context_, "Not", false).Value(), true);
-  EXPECT_TRUE(Call(context_, "Add", 1, 1)) << "a value that nobody wants is left alone";
-  EXPECT_EQ(context_.GetVariable("calls", VARLIST_GLOBAL)->GetIntegerValue(), 3);
-}
-
-TEST_F(CallTest, VariablesAreHandedThrough) {
-  Compile(kScript);
-  auto squares = Call<tamber::VariablePtr>(context_, "Squares", 3);
-  ASSERT_TRUE(squares);
-  EXPECT_EQ(squares.Value()->GetElementCount(), 3u);
-  EXPECT_EQ(Call<int32_t>(context_, "Sum", squares.Value().get()).Value(), 14);
-  const tamber::VariablePtr number(new VarInteger(KelString("n"), 0));
-  number->SetIntegerValue(21);
-  EXPECT_TRUE(Call(context_, "Grow", number.get()));
-  EXPECT_EQ(number->GetIntegerValue(), 42);
-}
-
 TEST_F(CallTest, WhatDoesNotFitIsRefusedWithItsReason) {
   Compile(kScript);
   const auto error = [&](auto result) {
@@ -162,41 +135,39 @@ std::string InMain(const std::string& body) {
 }
 
 TEST_F(CallTest, AFailureOfCompilingPointsAtTheToken) {
-  for (const char* marked : {
-           "  a = 1 + ^wrong * 2",
-           "\t^wrong here",
-           "  a = a + ^StrLen(a, a)",
-           "  a = (b + 1) ^* v",
-           "  b = ^(1 + 2 * (3 + 4)",
-           "  b = 1 + 2^)",
-           "  Print(^\"abc)",
-           "  b =^",
-           "  b = 1 ^+",
-           "  b ^3",
-           "  p[1].^x = 1",
-           "  a = a.^",
-           "  ^a.x = 1",
-           "  a = a + ^b[1]",
-           "  v[^\"x\"] = 1",
-           "  a = 1 + ^Nothing()",
-           "  Twice(1 ^+ a)",
-           "  a = F(1, ^s)",
-           "  a = ^F(1) + F(1, 2)",
-           "  for (a = ^wrong; a < 3; a += 1)\n  endfor",
-           "  for (a = 1; a < ^wrong; a += 1)\n  endfor",
-           "  for (a = 1; a < 3; a += ^wrong)\n  endfor",
-           "  int c ^d",
-           "  int c, ^a",
-           "  a = 3 ^b",
-           "  if a\n  elif ^wrong\n  endif",
-           "  return ^3",
-           "  a = ^Nothing()",
-           "  s ^+= v",
-           "  int ^größe",
-           "  a = \"größe\" + ^wrong",
-           "  a = 1 + \\\n    2 + \\\n    ^wrong + 3",
-           "  for (a = 1; \\\n    a < ^wrong; a += 1)\n  endfor",
-       }) {
+  for (const char* marked : {"  a = 1 + ^wrong * 2",
+                             "\t^wrong here",
+                             "  a = a + ^StrLen(a, a)",
+                             "  a = (b + 1) ^* v",
+                             "  b = ^(1 + 2 * (3 + 4)",
+                             "  b = 1 + 2^)",
+                             "  Print(^\"abc)",
+                             "  b =^",
+                             "  b = 1 ^+",
+                             "  b ^3",
+                             "  p[1].^x = 1",
+                             "  a = a.^",
+                             "  ^a.x = 1",
+                             "  a = a + ^b[1]",
+                             "  v[^\"x\"] = 1",
+                             "  a = 1 + ^Nothing()",
+                             "  Twice(1 ^+ a)",
+                             "  a = F(1, ^s)",
+                             "  a = ^F(1) + F(1, 2)",
+                             "  for (a = ^wrong; a < 3; a += 1)\n  endfor",
+                             "  for (a = 1; a < ^wrong; a += 1)\n  endfor",
+                             "  for (a = 1; a < 3; a += ^wrong)\n  endfor",
+                             "  int c ^d",
+                             "  int c, ^a",
+                             "  a = 3 ^b",
+                             "  if a\n  elif ^wrong\n  endif",
+                             "  return ^3",
+                             "  a = ^Nothing()",
+                             "  s ^+= v",
+                             "  int ^größe",
+                             "  a = \"größe\" + ^wrong",
+                             "  a = 1 + \\\n    2 + \\\n    ^wrong + 3",
+                             "  for (a = 1; \\\n    a < ^wrong; a += 1)\n  endfor"}) {
     const std::string wanted(marked);
     std::string body = wanted;
     body.erase(body.find('^'), 1);
@@ -207,24 +178,15 @@ TEST_F(CallTest, AFailureOfCompilingPointsAtTheToken) {
 }
 
 TEST_F(CallTest, AFailureOfRunningPointsAtTheOperatorOrTheCall) {
-  for (const char* marked : {
-           "  a = a + b ^/ z",
-           "  a ^/= z",
-           "  a = 1 + v^[3]",
-           "  p += 1\n  p[1].q^[z] = 4",
-           "  while 1 < 2 ^/ z\n  wend",
-           "  a = F(1, 1) + ^F(z)",
-           "  if z == 0 && 3 ^/ z > 4\n  endif",
-           "  Print(\"\" + 1.5 ^/ z)",
-           "  a = 1 + ^Refused(b)",
-           "  for (a = 1 ^/ z; a < 3; a += 1)\n  endfor",
-           "  for (a = 1; a < 3 ^/ z; a += 1)\n  endfor",
-           "  for (a = 1; a < 3; a += 1 ^/ z)\n  endfor",
-           "  a = 1 + \\\n\t2 * \\\n\t\\\n    5 ^/ z + 1",
-           "  \\\n  a = 5 ^/ z",
-           "  a = 1 + \\\n  2 ^/ z \\\n  // no more",
-           "  v <<= 1 ^/ z",
-       }) {
+  for (const char* marked :
+       {"  a = a + b ^/ z", "  a ^/= z", "  a = 1 + v^[3]", "  p += 1\n  p[1].q^[z] = 4",
+        "  while 1 < 2 ^/ z\n  wend", "  a = F(1, 1) + ^F(z)", "  if z == 0 && 3 ^/ z > 4\n  endif",
+        "  Print(\"\" + 1.5 ^/ z)", "  a = 1 + ^Refused(b)",
+        "  for (a = 1 ^/ z; a < 3; a += 1)\n  endfor",
+        "  for (a = 1; a < 3 ^/ z; a += 1)\n  endfor",
+        "  for (a = 1; a < 3; a += 1 ^/ z)\n  endfor",
+        "  a = 1 + \\\n\t2 * \\\n\t\\\n    5 ^/ z + 1", "  \\\n  a = 5 ^/ z",
+        "  a = 1 + \\\n  2 ^/ z \\\n  // no more", "  v <<= 1 ^/ z"}) {
     const std::string wanted(marked);
     const size_t caret = wanted.find('^');
     std::string body = wanted;
@@ -235,29 +197,6 @@ TEST_F(CallTest, AFailureOfRunningPointsAtTheOperatorOrTheCall) {
   EXPECT_EQ(MarkedLine("int g = 5 + 1 / 0\n"), "int g = 5 + 1 ^/ 0");
 }
 
-TEST_F(CallTest, AContinuedStatementHasTheNumberOfItsFirstLineAndShowsTheOneThatIsMeant) {
-  Compile("int G(int z)\n  return 1 + \\\n    2 / z\nendproc\n");
-  const auto result = Call<int32_t>(context_, "G", 0);
-  ASSERT_FALSE(result);
-  EXPECT_EQ(result.Error().line, 2u);
-  EXPECT_EQ(result.Error().sourceLineNumber, 3u);
-  EXPECT_EQ(result.Error().sourceLine, "    2 / z");
-  EXPECT_EQ(result.Error().column, 7u);
-}
-
-TEST_F(CallTest, ScriptsAndHostsCallEachOtherInTurn) {
-  ASSERT_NE(RegisterFunction(context_, "int Down (int N)",
-                             [](TamberContext& context, int32_t n) -> int32_t {
-                               if (n == 0) return 0;
-                               return Call<int32_t>(context, "Twice", n - 1).Value() + 1;
-                             }),
-            0u);
-  Compile("int Twice(int n)\n  return Down(n) + Down(n)\nendproc\n");
-  EXPECT_EQ(Call<int32_t>(context_, "Twice", 3).Value(), 14);
-}
-
-int32_t Area(int32_t w, double h) { return static_cast<int32_t>(w * h); }
-std::string_view Tail(std::string_view text) { return text.substr(1); }
 void Note(const std::string& text) {
   if (text == "bad") throw std::runtime_error("no such note");
   if (text == "worse") throw tamber::ScriptError(ERR_KEYNOTFOUND, text);
@@ -270,61 +209,6 @@ int32_t Half(int32_t n) {
 }
 
 class RegisterTest : public CallTest {};
-
-TEST_F(RegisterTest, PlainFunctionsAndObjectsAreBuiltIns) {
-  int32_t total = 0;
-  EXPECT_NE(RegisterFunction(context_, "int Area (int W, double H)", Area), 0u);
-  EXPECT_NE(RegisterFunction(context_, "string Tail (string Text)", Tail), 0u);
-  EXPECT_NE(RegisterFunction(context_, "int Count (int By)", [&](int32_t by) { total += by; }), 0u);
-  EXPECT_NE(RegisterFunction(context_, "int Length (array A)",
-                             [](const Variable* array) {
-                               return static_cast<int32_t>(array->GetElementCount());
-                             }),
-            0u);
-  Compile(
-      "proc main()\n"
-      "  int[] some\n"
-      "  estring secret\n"
-      "  secret = \"xyz\"\n"
-      "  some <<= 1\n"
-      "  Print(Area(3, 4.5) + \" \" + Area(TRUE, 2) + \" \" + Tail(\"abc\") + Tail(secret) + "
-      "\"\\n\")\n"
-      "  Count(5)\n"
-      "  Count(Length(some))\n"
-      "endproc\n");
-  EXPECT_TRUE(Call(context_, "main"));
-  EXPECT_EQ(output_, "13 2 bcyz\n");
-  EXPECT_EQ(total, 6);
-}
-
-TEST_F(RegisterTest, APrototypeThatSaysOtherTypesIsRefused) {
-  const auto refused = [&](const char* prototype, auto function) {
-    context_.SetContextError(0, "-");
-    EXPECT_EQ(RegisterFunction(context_, prototype, function), 0u);
-    return context_.GetErrorName(context_.GetContextError()).Str() + ": " +
-           context_.GetContextErrorText().Str();
-  };
-  EXPECT_EQ(refused("int Area (int W)", Area),
-            "ERR_EXPRPARMMATCH: Area: the prototype has 1 parameters, the function 2");
-  EXPECT_EQ(refused("int Area (int W, int H)", Area),
-            "ERR_EXPRPARMMATCH: Area: parameter 2 is integer in the prototype, double in the "
-            "function");
-  EXPECT_EQ(refused("string Area (int W, double H)", Area),
-            "ERR_EXPRPARMMATCH: Area: the result is string in the prototype, integer in the "
-            "function");
-  EXPECT_EQ(refused("bogus Area (int W, double H)", Area).substr(0, 15), "ERR_VARBADTYPE:");
-  EXPECT_EQ(refused("int Area (int W, double H)", static_cast<decltype(&Area)>(nullptr)),
-            "ERR_INVALIDPARAM: Area: there is no function");
-  // What stands under such a name could not be called, or would be called in place of a keyword.
-  EXPECT_EQ(refused("int if (int N)", Half), "ERR_VARISSTATEMENT: if");
-  EXPECT_EQ(refused("int 2nd (int N)", Half), "ERR_VARBADNAME: 2nd");
-  EXPECT_EQ(refused("int + (int N)", Half), "ERR_VARBADNAME: +");
-  EXPECT_EQ(refused("int ErrCode (int N)", Half), "ERR_VAREXISTS: ErrCode");
-  EXPECT_EQ(context_.FindFunction("Area"), 0u);
-  context_.SetContextError(0, "-");
-  EXPECT_NE(RegisterFunction(context_, "int Print (int N)", Half), 0u) << "an overload";
-  EXPECT_EQ(context_.GetContextError(), 0);
-}
 
 TEST_F(RegisterTest, ExceptionsBecomeErrorsOfTheScript) {
   ASSERT_NE(RegisterFunction(context_, "int Note (string Text)", Note), 0u);
@@ -458,21 +342,6 @@ TEST_F(ServerTest, OneContextServesManySessions) {
   EXPECT_EQ(visit(2), 281);
   context_.ResetContext();
   EXPECT_FALSE(context_.RestoreGlobals());
-}
-
-TEST_F(ServerTest, ReportsReachTheSink) {
-  std::string sections;
-  context_.SetReportSink(
-      [](const KelString& section, std::string_view, void* user) {
-        *static_cast<std::string*>(user) += section.Str() + " ";
-        return true;
-      },
-      &sections);
-  context_.SetProcedureTrace(true);
-  Compile("proc main()\n  int zero\n  zero = 1 / zero\nendproc\n");
-  EXPECT_FALSE(Call(context_, "main"));
-  EXPECT_NE(sections.find("TamberDebug"), std::string::npos);
-  EXPECT_NE(sections.find("TamberRunErrors"), std::string::npos);
 }
 
 }  // namespace

@@ -49,41 +49,4 @@ TEST_F(NewContext, KeepsItsChangesToItself) {
   EXPECT_GE(other.FindVariable("ErrCode", VARLIST_GLOBAL), 0);
 }
 
-TEST_F(NewContext, SettingsCopyWithoutScopesAndTables) {
-  Put("other.ini", "[TamberDebug]\nCompileOnly=1\n");
-  TamberContext from;
-  int instance = 0;
-  from.SetIniPath("other.ini");
-  from.SetExePath("/bin/host");
-  from.SetAppInstance(&instance);
-  from.SetCaseSwitch(1);
-  from.SetContextError(101, "left");
-  from.AddVariable(new VarInteger("mine", 0), VARLIST_GLOBAL);
-  ASSERT_EQ(Compile("Print(\"ran\")\n"), 1);
-  context_ = from;
-  EXPECT_EQ(context_.GetIniPath(), "other.ini");
-  EXPECT_EQ(context_.GetExePath(), "/bin/host");
-  EXPECT_EQ(context_.GetAppInstance(), &instance);
-  EXPECT_EQ(context_.GetCaseSwitch(), 1);
-  EXPECT_EQ(context_.GetContextError(), 0);
-  EXPECT_FALSE(Knows("mine", VARLIST_GLOBAL));
-  EXPECT_EQ(context_.RunProcedure("main", nullptr), 1) << "its procedures stay";
-  EXPECT_EQ(Printed(), "") << "but are only compiled";
-  TamberContext& itself = context_;
-  context_ = itself;
-  EXPECT_EQ(context_.GetIniPath(), "other.ini");
-}
-
-// A function without a return value is one of no result, for calls, dumps and copies.
-TEST_F(NewContext, TakesFunctionsWithoutAReturnValue) {
-  context_.AddFunction("Nothing", nullptr, static_cast<TamberFunctionPtr>(nullptr), nullptr,
-                       FunctionList::FUNCTYPE_NORMAL, false);
-  EXPECT_EQ(Run("Nothing()\nPrint(\"on\")\n"), 1);
-  EXPECT_EQ(Printed(), "on");
-  EXPECT_EQ(Compile("proc p()\nint i\ni = Nothing()\nendproc\n"), 0);
-  KelString dump;
-  context_.DumpFunctions(dump, "Nothing", "");
-  EXPECT_THAT(dump.Str(), testing::HasSubstr("Nothing ()"));
-}
-
 }  // namespace

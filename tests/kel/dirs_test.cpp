@@ -21,25 +21,6 @@ class DirsTest : public TempDirTest {};
 
 Place Named(std::string_view path) { return FilePolicy().Find(path, Access::Write, Links::Keep); }
 
-/// Permissions mean nothing to the superuser, who gives them up for a while.
-class Unprivileged {
- public:
-  explicit Unprivileged(const std::string& dir) {
-    if (::geteuid() != 0) return;
-    EXPECT_EQ(::chown(dir.c_str(), kNobody, kNobody), 0);
-    EXPECT_EQ(::seteuid(kNobody), 0);
-    changed_ = true;
-  }
-  ~Unprivileged() {
-    if (!changed_) return;
-    EXPECT_EQ(::seteuid(0), 0);
-  }
-
- private:
-  static constexpr uid_t kNobody = 65534;
-  bool changed_ = false;
-};
-
 /// Makes a chain of directories "d" with a file of ten bytes at its end.
 void MakeDeep(int levels) {
   int dir = ::open(".", O_RDONLY | O_DIRECTORY);
@@ -89,52 +70,6 @@ TEST_F(DirsTest, NoDepthIsTooDeep) {
   EXPECT_FALSE(fs::exists("e"));
 }
 
-TEST_F(DirsTest, ProtectedDirectoriesAreDeletedAndMovedToo) {
-  const Unprivileged user(dir_);
-  fs::create_directories("tree/kept/sub");
-  Put("tree/kept/sub/file", "x");
-  fs::permissions("tree/kept/sub", fs::perms(0500));
-  fs::permissions("tree/kept", fs::perms(0555));
-  EXPECT_EQ(MoveByCopy(Named("tree"), Named("moved")), FileStatus::Ok);
-  EXPECT_EQ(Get("moved/kept/sub/file"), "x");
-  EXPECT_EQ(fs::status("moved/kept").permissions(), fs::perms(0555));
-  // A pipe cannot be copied: what was copied before it goes again, and the source stays.
-  ASSERT_EQ(::mkfifo("moved/pipe", 0600), 0);
-  EXPECT_EQ(MoveByCopy(Named("moved"), Named("back")), FileStatus::NotValid);
-  EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), 1);
-  EXPECT_EQ(DeleteDirectory(Named("moved"), true), FileStatus::Ok);
-  EXPECT_TRUE(fs::is_empty("."));
-  // A source that must stay where it is is not half deleted first.
-  fs::create_directories("locked/tree");
-  Put("locked/tree/file", "x");
-  fs::permissions("locked", fs::perms(0555));
-  EXPECT_NE(MoveByCopy(Named("locked/tree"), Named("moved")), FileStatus::Ok);
-  EXPECT_EQ(Get("locked/tree/file"), "x");
-  EXPECT_FALSE(fs::exists("moved"));
-  // What cannot be read is left out of a size, and only that.
-  Put("locked/tree/file", std::string(2000, 'x'));
-  fs::permissions("locked/tree", fs::perms(0000));
-  fs::permissions("locked", fs::perms(0755));
-  fs::create_directory("locked/zone");
-  Put("locked/zone/file", "12345");
-  uint64_t bytes = 0;
-  EXPECT_EQ(TreeSize(FilePolicy(), Named("locked"), bytes), FileStatus::Unreadable);
-  EXPECT_EQ(bytes, 5U);
-}
-
-TEST_F(DirsTest, SizesLeaveLinksOut) {
-  fs::create_directories("tree/sub");
-  Put("tree/one", std::string(1000, 'x'));
-  Put("tree/sub/two", std::string(500, 'x'));
-  fs::create_directory_symlink("..", "tree/sub/loop");
-  fs::create_symlink("one", "tree/alias");
-  uint64_t bytes = 0;
-  EXPECT_EQ(TreeSize(FilePolicy(), Named("tree"), bytes), FileStatus::Ok);
-  EXPECT_EQ(bytes, 1500U);
-  EXPECT_NE(TreeSize(FilePolicy(), Named("tree/one"), bytes), FileStatus::Ok);
-  EXPECT_EQ(TreeSize(FilePolicy(), Named("nothing"), bytes), FileStatus::Missing);
-}
-
 TEST_F(DirsTest, SizesLeaveOutWhatThePolicyHides) {
   fs::create_directories("tree/hidden");
   Put("tree/one", "12345");
@@ -144,18 +79,6 @@ TEST_F(DirsTest, SizesLeaveOutWhatThePolicyHides) {
   uint64_t bytes = 0;
   EXPECT_EQ(TreeSize(policy, policy.Find("tree", Access::Read), bytes), FileStatus::Ok);
   EXPECT_EQ(bytes, 5U);
-}
-
-TEST_F(DirsTest, PathsAreMadeLevelByLevel) {
-  EXPECT_EQ(CreatePath(FilePolicy(), "a\\b/c/"), FileStatus::Ok);
-  EXPECT_TRUE(fs::is_directory("a/b/c"));
-  EXPECT_EQ(CreatePath(FilePolicy(), "a/b/c"), FileStatus::Ok);
-  Put("file", "x");
-  EXPECT_NE(CreatePath(FilePolicy(), "file/x"), FileStatus::Ok);
-  EXPECT_NE(CreatePath(FilePolicy(), "file"), FileStatus::Ok);
-  EXPECT_NE(CreatePath(FilePolicy(), std::string(100000, 'x')), FileStatus::Ok);
-  EXPECT_NE(CreatePath(FilePolicy(), std::string_view("a\0b", 3)), FileStatus::Ok);
-  EXPECT_NE(CreatePath(FilePolicy(), ""), FileStatus::Ok);
 }
 
 TEST_F(DirsTest, MovingNeverReplaces) {
@@ -213,35 +136,6 @@ TEST_F(DirsTest, AcrossFileSystemsTheWholeTreeArrives) {
   fs::current_path(before);
   EXPECT_TRUE(fs::is_empty("."));
   fs::remove_all(pattern);
-}
-
-TEST_F(DirsTest, CopiesOfFiles) {
-  Put("from", "text");
-  ASSERT_EQ(::chmod("from", 0750), 0);
-  EXPECT_EQ(CopyFile(Named("from"), Named("to"), false), FileStatus::Ok);
-  EXPECT_EQ(Get("to"), "text");
-  EXPECT_EQ(fs::status("to").permissions(), fs::perms(0750));
-  EXPECT_EQ(CopyFile(Named("from"), Named("to"), false), FileStatus::Exists);
-  Put("to", "older");
-  EXPECT_EQ(CopyFile(Named("from"), Named("to"), true), FileStatus::Ok);
-  EXPECT_EQ(Get("to"), "text");
-  fs::create_hard_link("from", "same");
-  EXPECT_EQ(CopyFile(Named("from"), Named("same"), true), FileStatus::Same);
-  ASSERT_EQ(::mkfifo("pipe", 0600), 0);
-  EXPECT_EQ(CopyFile(Named("pipe"), Named("x"), false), FileStatus::NotValid);
-  EXPECT_EQ(CopyFile(Named("from"), Named("pipe"), true), FileStatus::NotValid);
-  EXPECT_EQ(CopyFile(Named("."), Named("x"), false), FileStatus::NotValid);
-  EXPECT_EQ(CopyFile(Named("/proc/self/status"), Named("proc"), false), FileStatus::Ok);
-  EXPECT_GT(fs::file_size("proc"), 100U);
-  bool equal = true;
-  Put("other", "tixt");
-  EXPECT_EQ(CompareFiles(Named("from"), Named("other"), equal), FileStatus::Ok);
-  EXPECT_FALSE(equal);
-  EXPECT_EQ(CompareFiles(Named("from"), Named("to"), equal), FileStatus::Ok);
-  EXPECT_TRUE(equal);
-  std::string digest;
-  EXPECT_EQ(Md5OfFile(Named("from"), digest), FileStatus::Ok);
-  EXPECT_EQ(digest, "1cb251ec0d568de6a929b520c4aed8d1");
 }
 
 TEST_F(DirsTest, AFullDiskLeavesTheOldFile) {

@@ -5,7 +5,6 @@
 #include <array>
 #include <cstddef>
 
-#include "kel/elffile.h"
 #include "kel/fileio.h"
 #include "kel/importlist.h"
 #include "kel/pefile.h"
@@ -29,34 +28,6 @@ Names ImportsOf(const std::string& image) {
   const MemorySource source(image);
   PeFile file;
   return file.Open(source) ? file.Imports() : Names();
-}
-
-TEST(PeFile, WhereTheVersionIsLookedFor) {
-  const pe::Strings product = {{"ProductVersion", "7.1"}, {"FileVersion", "9.9"}};
-  // No translation, one of zeros, and one that has no strings all end at the usual table.
-  EXPECT_EQ(VersionInfo(pe::Version("040904E4", product, {})).VersionString(), "7.1");
-  EXPECT_EQ(VersionInfo(pe::Version("040904e4", product, {{0, 0}})).VersionString(), "7.1");
-  EXPECT_EQ(VersionInfo(pe::Version("040904e4", product, {{0x407, 1252}})).VersionString(), "7.1");
-  EXPECT_EQ(VersionInfo(pe::Version("040704e4", product, {{0x407, 1252}})).VersionString(), "7.1");
-  EXPECT_EQ(VersionInfo(pe::Version("040704e4", product, {})).VersionString(), "");
-  // The version of the file is not asked for.
-  EXPECT_EQ(VersionInfo(pe::Version("040904E4", {{"FileVersion", "9.9"}}, {})).VersionString(), "");
-  EXPECT_EQ(VersionInfo(pe::Version("040704e4", product, {})).Languages(), Names{"040704e4"});
-  std::string text;
-  const VersionInfo accented(pe::Version("040904b0", {{"CompanyName", "Acm\xE9"}}, {}));
-  EXPECT_TRUE(accented.QueryText("\\stringfileinfo\\040904B0\\companyname", text));
-  EXPECT_EQ(text, "Acm\xC3\xA9");
-}
-
-TEST(PeFile, VersionFields) {
-  EXPECT_EQ(VersionPair("7.1", 0), 458753);
-  EXPECT_EQ(VersionPair("7.1", 2), 0);
-  EXPECT_EQ(VersionPair("", 0), 0);
-  EXPECT_EQ(VersionField("1.-2.x.+4", 1), -2);
-  EXPECT_EQ(VersionField("1.-2.x.+4", 2), 0);
-  EXPECT_EQ(VersionField("1.-2.x.+4", 3), 4);
-  EXPECT_EQ(VersionPair(std::string(10000, '9'), 0), -65536);
-  EXPECT_EQ(VersionField("4294967297", 0), 1);
 }
 
 TEST(PeFile, CutOrTwistedFilesAreSurvived) {
@@ -96,16 +67,6 @@ TEST_F(ExecutableTest, ImportsOfImports) {
   Put("text", "no executable");
   EXPECT_EQ(ListImports(all, "text", {}, modules), FileStatus::NotValid);
   EXPECT_EQ(ListImports(all, "none", {}, modules), FileStatus::Missing);
-}
-
-TEST_F(ExecutableTest, NeededLibrariesOfThisProgram) {
-  Names modules;
-  const FilePolicy all;
-  ASSERT_EQ(ListImports(all, "/proc/self/exe", {true, false}, modules), FileStatus::Ok);
-  const auto libc = std::find_if(modules.begin(), modules.end(), [](const std::string& name) {
-    return name.ends_with("/libc.so.6") && fs::exists(name);
-  });
-  EXPECT_NE(libc, modules.end());
 }
 
 /// The bytes of a structure.

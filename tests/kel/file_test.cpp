@@ -68,28 +68,6 @@ TEST_F(FileTest, AppendsToWhatCannotBlock) {
   ::close(reader);
 }
 
-TEST_F(FileTest, ReportsOfProcessesDoNotMix) {
-  constexpr int kProcesses = 4;
-  constexpr int kReports = 50;
-  for (int p = 0; p < kProcesses; ++p) {
-    if (::fork() != 0) continue;
-    const std::string report(5000, static_cast<char>('a' + p));
-    for (int i = 0; i < kReports; ++i) {
-      const int file = kel::OpenForAppend("log");
-      kel::AppendAll(file, report + "\n");
-      kel::CloseFile(file);
-    }
-    ::_exit(0);
-  }
-  for (int p = 0; p < kProcesses; ++p) ::wait(nullptr);
-  std::ifstream log("log");
-  int lines = 0;
-  for (std::string line; std::getline(log, line); ++lines) {
-    ASSERT_EQ(line, std::string(5000, line.empty() ? '?' : line.front()));
-  }
-  EXPECT_EQ(lines, kProcesses * kReports);
-}
-
 /// Runs in a child whose standard output is the given descriptor.
 template <class Body>
 int RunWithOutput(int descriptor, Body body) {
@@ -133,25 +111,6 @@ TEST_F(FileTest, StandardOutputLosesNothingAndIgnoresErrors) {
                             if (kel::OpenForAppend("log") <= 2) ::_exit(1);
                           }),
             7);
-}
-
-TEST_F(FileTest, ReplacesFilesAsAWhole) {
-  EXPECT_TRUE(kel::WriteFileAtomically("new", "a\0b"sv));
-  EXPECT_EQ(Get("new"), "a\0b"sv);
-  ASSERT_EQ(::chmod("new", 0640), 0);
-  std::filesystem::create_symlink("new", "link");
-  EXPECT_TRUE(kel::WriteFileAtomically("link", "through"));
-  EXPECT_TRUE(std::filesystem::is_symlink("link"));
-  EXPECT_EQ(Get("new"), "through");
-  struct stat info;
-  ASSERT_EQ(::stat("new", &info), 0);
-  EXPECT_EQ(info.st_mode & 07777, 0640U);
-  std::filesystem::create_directory("dir");
-  EXPECT_FALSE(kel::WriteFileAtomically("dir", "x"));
-  EXPECT_FALSE(kel::WriteFileAtomically("no/such/dir", "x"));
-  EXPECT_FALSE(kel::WriteFileAtomically("", "x"));
-  const auto entries = std::filesystem::directory_iterator(".");
-  EXPECT_EQ(std::distance(begin(entries), end(entries)), 3) << "a temporary file was left behind";
 }
 
 }  // namespace

@@ -4,10 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <thread>
-
 #include "kel/filecopy.h"
 #include "kel/filestat.h"
 #include "kel/gzip.h"
@@ -55,23 +51,6 @@ TEST_F(FileIoTest, AFileIsReadAsLongAsItWasWhenOpened) {
   EXPECT_EQ(bytes, "a");
 }
 
-TEST_F(FileIoTest, WhoWaitsAtAPipeIsNotDisturbed) {
-  ASSERT_EQ(::mkfifo("pipe", 0600), 0);
-  std::atomic<bool> opened = false;
-  std::thread writer([&] {
-    const Descriptor pipe(::open("pipe", O_WRONLY));
-    opened = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  std::string bytes;
-  EXPECT_EQ(ReadFile(Place("pipe"), bytes, 100), FileStatus::NotValid);
-  EXPECT_EQ(AppendToFile(Place("pipe"), "x"), FileStatus::NotValid);
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_FALSE(opened);
-  const Descriptor reader(::open("pipe", O_RDONLY | O_NONBLOCK));
-  writer.join();
-}
-
 TEST_F(FileIoTest, APrivateFileStaysPrivate) {
   const mode_t before = ::umask(022);
   Put("secret", "secret");
@@ -103,12 +82,6 @@ TEST_F(FileIoTest, APrivateFileStaysPrivate) {
     EXPECT_EQ(GetFileStat(Place("none")).mode, 0U);
   }
   ::umask(before);
-}
-
-TEST(LocalTime, TheLastYears) {
-  EXPECT_EQ(ToLocalTime(67767900000000000).year, 2147481232);
-  EXPECT_EQ(ToLocalTime(67768036000000000).year, INT32_MAX);
-  EXPECT_EQ(ToLocalTime(INT64_MAX).year, 0);
 }
 
 }  // namespace

@@ -1,13 +1,10 @@
 #include "kel/filepolicy.h"
 
-#include <sys/stat.h>
-
 #include "kel/dirs.h"
 #include "kel/filecopy.h"
 #include "kel/fileio.h"
 #include "kel/filestat.h"
 #include "kel/linefile.h"
-#include "kel/tempfile.h"
 #include "tempdir.h"
 
 namespace kel {
@@ -110,16 +107,6 @@ TEST_F(FilePolicyTest, WhatIsOutsideCannotBeTriedOut) {
   EXPECT_TRUE(MayRead(dir_ + "/../" + fs::path(dir_).filename().string() + "/box/own"));
   EXPECT_FALSE(MayRead("box/own/"));
   EXPECT_EQ(Write("box/own/x"), FileStatus::Missing);
-}
-
-TEST_F(FilePolicyTest, LongPathsTakeTheirLengthInSteps) {
-  std::string path = "box";
-  for (int i = 0; i < 50000; ++i) path += "/a";
-  EXPECT_FALSE(policy_.Find(path, Access::Read).IsFound());
-  EXPECT_NE(CreatePath(policy_, path), FileStatus::Ok);
-  path.resize(1001);
-  EXPECT_EQ(CreatePath(policy_, path), FileStatus::Ok);
-  EXPECT_TRUE(policy_.Find(path, Access::Read).IsFound());
 }
 
 TEST_F(FilePolicyTest, DirectoriesThatHoldOthersOfThePolicyStay) {

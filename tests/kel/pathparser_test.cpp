@@ -5,62 +5,6 @@
 
 namespace {
 
-TEST(PathParser, TakesPathsApartAndPutsThemTogether) {
-  struct Row {
-    const char *path, *drive, *dir, *root, *ext;
-  };
-  for (const Row& row : std::initializer_list<Row>{{"C:\\a\\b.txt", "C:", "\\a\\", "b", ".txt"},
-                                                   {"/a/b.tar.gz", "", "/a/", "b.tar", ".gz"},
-                                                   {"/b", "", "/", "b", ""},
-                                                   {"./tamber.ini", "", "./", "tamber", ".ini"},
-                                                   {"a\\b/c.d\\e", "", "a\\b/c.d\\", "e", ""},
-                                                   {"c:x.tam", "c:", "", "x", ".tam"},
-                                                   {"1:x", "", "", "1:x", ""},
-                                                   {"C:", "C:", "", "", ""},
-                                                   {".rc", "", "", "", ".rc"},
-                                                   {"a.", "", "", "a", "."},
-                                                   {"a/..", "", "a/", "..", ""},
-                                                   {"a/", "", "a/", "", ""},
-                                                   {"", "", "", "", ""}}) {
-    const PathParser parser(row.path);
-    EXPECT_EQ(parser.GetDrive(), row.drive) << row.path;
-    EXPECT_EQ(parser.GetDir(), row.dir) << row.path;
-    EXPECT_EQ(parser.GetFileRoot(), row.root) << row.path;
-    EXPECT_EQ(parser.GetFileExt(), row.ext) << row.path;
-    EXPECT_EQ(parser.GetPath(), row.path);
-  }
-}
-
-TEST(Path, ResolvesByTextAlone) {
-  struct Row {
-    const char *path, *resolved;
-  };
-  for (const Row& row : std::initializer_list<Row>{{"/a/./b/../c", "/a/c"},
-                                                   {"/..", "/"},
-                                                   {"/../../a", "/a"},
-                                                   {"../a/..", ".."},
-                                                   {"../../a", "../../a"},
-                                                   {"a/..", "."},
-                                                   {"./a", "a"},
-                                                   {"a//b\\\\c", "a/b/c"},
-                                                   {"a/b/", "a/b/"},
-                                                   {"a/b/..", "a"},
-                                                   {"...", "..."},
-                                                   {"C:\\a\\..\\b", "C:/b"},
-                                                   {"C:\\..\\b", "C:/b"},
-                                                   {"C:a\\..\\..", "C:.."},
-                                                   {"./c:x", "./c:x"},
-                                                   {"a/../c:x/..", "."},
-                                                   {"//", "/"},
-                                                   {"", ""}}) {
-    EXPECT_EQ(kel::ResolvePath(row.path), row.resolved) << row.path;
-    EXPECT_EQ(kel::ResolvePath(row.resolved), row.resolved);
-  }
-  EXPECT_TRUE(kel::PathIsRelative("a") && kel::PathIsRelative("") && kel::PathIsRelative("1:"));
-  EXPECT_FALSE(kel::PathIsRelative("\\a") || kel::PathIsRelative("/a") ||
-               kel::PathIsRelative("c:a"));
-}
-
 using PathSearchTest = TempDirTest;
 
 TEST_F(PathSearchTest, CompletesAndSearches) {

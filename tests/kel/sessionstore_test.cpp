@@ -5,10 +5,8 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <filesystem>
 #include <random>
-#include <thread>
 
 #include "kel/redisserver.h"
 #include "kel/tempdir.h"
@@ -108,24 +106,6 @@ TEST_P(AnyStore, ABatchTakesEffectAtItsEnd) {
   EXPECT_TRUE(store_->Commit()) << "nothing is left to be done";
 }
 
-TEST_P(AnyStore, ThreadsShareIt) {
-  std::atomic<int> faults{0};
-  std::vector<std::thread> threads;
-  for (int id = 0; id < 8; ++id) {
-    threads.emplace_back([&, id] {
-      const Store mine = kel::OpenSessionStore(spec_);
-      const std::string key = "session/" + std::to_string(id) + "/n";
-      for (int i = 0; i < 50; ++i) {
-        int64_t back = -1;
-        if (!mine->SetInteger(key, i) || !mine->GetInteger(key, back) || back != i) ++faults;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(faults, 0);
-  EXPECT_EQ(store_->Children("session/").size(), 8u);
-}
-
 INSTANTIATE_TEST_SUITE_P(Kinds, AnyStore, testing::Values("file", "server"),
                          [](const auto& kind) { return std::string(kind.param); });
 
@@ -204,70 +184,6 @@ TEST_F(FileStore, SurvivesDamage) {
   }
 }
 
-TEST_F(FileStore, GivesWayToAnotherProgram) {
-  SomeStore();
-  sqlite3* database = nullptr;
-  sqlite3_open("good", &database);
-  sqlite3_exec(database, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
-  const Store store = kel::OpenSessionStore("good");
-  EXPECT_FALSE(store->SetText("session/1/name", "y"));
-  EXPECT_NE(store->TakeFault(), "");
-  sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
-  sqlite3_close(database);
-  EXPECT_TRUE(store->SetText("session/1/name", "y")) << "and goes on afterwards";
-}
-
-TEST_F(FileStore, NoticesThatTheFileWasRemoved) {
-  kel::OpenSessionStore("sessions")->SetInteger("session/1/", 1);
-  for (const char* name : {"sessions", "sessions-wal", "sessions-shm"})
-    std::filesystem::remove(name);
-  const Store store = kel::OpenSessionStore("sessions");
-  EXPECT_FALSE(store->Exists("session/1/"));
-  EXPECT_TRUE(store->SetInteger("session/2/", 1));
-  EXPECT_TRUE(std::filesystem::exists("sessions"));
-}
-
-/// Writes sessions until it is killed: all values of a session are those of one round.
-[[noreturn]] void WriteForEver() {
-  const Store store = kel::OpenSessionStore("sessions");
-  for (int64_t round = 1;; ++round) {
-    const std::string session = "session/" + std::to_string(round % 3) + "/";
-    store->Begin();
-    store->SetInteger(session, round);
-    for (char name = 'a'; name < 'k'; ++name) {
-      store->SetText(session + name, std::string(100, 'x') + std::to_string(round));
-    }
-    if (!store->Commit()) ::_exit(3);
-  }
-}
-
-TEST_F(FileStore, AKilledWriterLeavesOldOrNewSessions) {
-  std::mt19937 random(7);
-  int seen = 0;
-  for (int round = 0; round < 100; ++round) {
-    const pid_t writer = ::fork();
-    if (writer == 0) WriteForEver();
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
-    ::kill(writer, SIGKILL);
-    int status = 0;
-    ::waitpid(writer, &status, 0);
-    ASSERT_TRUE(WIFSIGNALED(status)) << "the writer failed by itself";
-    const Store store = kel::OpenSessionStore("sessions");
-    for (const std::string& session : store->Children("session/")) {
-      int64_t stamp = 0;
-      ASSERT_TRUE(store->GetInteger(session, stamp));
-      for (char name = 'a'; name < 'k'; ++name) {
-        std::string text;
-        ASSERT_TRUE(store->GetText(session + name, text));
-        ASSERT_EQ(text.substr(100), std::to_string(stamp)) << session;
-      }
-      ++seen;
-    }
-    ASSERT_EQ(store->TakeFault(), "");
-  }
-  EXPECT_GT(seen, 100);
-}
-
 class ServerStore : public TempDirTest {};
 
 TEST_F(ServerStore, ConnectsAgainOnceAndIsSilentWithoutServer) {
@@ -286,17 +202,6 @@ TEST_F(ServerStore, ConnectsAgainOnceAndIsSilentWithoutServer) {
   for (int i = 0; i < 1000; ++i) EXPECT_FALSE(store->SetInteger("session/1/", i));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   EXPECT_THAT(store->Children("session/"), IsEmpty());
-}
-
-TEST_F(ServerStore, DatabasesAreApart) {
-  RedisServer server;
-  ASSERT_TRUE(server.IsUp());
-  std::string other = server.Url();
-  other.back() = '1';
-  EXPECT_TRUE(kel::OpenSessionStore(server.Url())->SetInteger("session/1/", 1));
-  EXPECT_FALSE(kel::OpenSessionStore(other)->Exists("session/1/"));
-  other.back() = 'x';
-  EXPECT_FALSE(kel::OpenSessionStore(other)->SetInteger("session/1/", 1));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
 #include <vector>
 
 #include "kel/cow.h"
@@ -47,26 +46,6 @@ TEST(CowTest, DeferredValueIsMadeWhenItIsLookedAt) {
   second.Write().push_back(4);
   EXPECT_THAT(second.Read(), ElementsAre(1, 2, 3, 4));
   EXPECT_THAT(ThreeNumbers().Read(), ElementsAre(1, 2, 3));
-}
-
-TEST(CowTest, ManyThreadsCopyOneDefault) {
-  kel::Cow<std::vector<int>> source;
-  source.Write().assign(100, 7);
-  const kel::Cow<std::vector<int>>& defaults = source;
-  std::vector<std::thread> threads;
-  std::vector<size_t> sizes(4);
-  for (size_t i = 0; i < sizes.size(); ++i) {
-    threads.emplace_back([&defaults, &sizes, i] {
-      for (int round = 0; round < 200; ++round) {
-        kel::Cow<std::vector<int>> own = defaults;
-        own.Write().push_back(round);
-        sizes[i] = own.Read().size();
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_THAT(sizes, ElementsAre(101, 101, 101, 101));
-  EXPECT_EQ(defaults.Read().size(), 100u);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <string>
 
-#include "context/handletable.h"
 #include "context/tambctxt.h"
 #include "kel/filepolicy.h"
 #include "kel/tempdir.h"
@@ -93,27 +92,6 @@ TEST_F(FilesTest, AHostConfinesItsScripts) {
   EXPECT_EQ(context_.GetContextErrorText().View().find("pw"), std::string_view::npos);
 }
 
-TEST_F(FilesTest, HandlesThatAreNone) {
-  Put("a.txt", "one\n");
-  EXPECT_EQ(Eval("FileGetLineCount(h)"), "0 107");
-  EXPECT_EQ(Eval("FileFindNext(f)"), " 107");
-  EXPECT_EQ(
-      Run("h = FileTextOpen(\"a.txt\")\nPrint(\"\" + FileTextClose(h))\nb = FileTextClose(h)\n"
-          "Print(\"\" + b + ErrCode)\nPrint(\" [\" + FileGetLine(h, 1) + \"]\" + FileAddLine(h, "
-          "\"x\"))"),
-      "TRUEFALSE107 []FALSE");
-  // A handle of another context is as good as none, even one whose number is in use here.
-  TamberContext other;
-  const int32_t id = other.Handles().Add(std::make_unique<int>(1), "kind");
-  EXPECT_EQ(context_.Handles().Find<int>(id, "kind"), nullptr);
-  EXPECT_EQ(other.Handles().Find<int>(id, "another kind"), nullptr);
-  EXPECT_FALSE(other.Handles().Release(id, "another kind"));
-  // Left open, and changed: dropped unsaved when the context is reset.
-  Run("h = FileTextOpen(\"a.txt\")\nb = FileDeleteLine(h, 1)\nf = FileFindOpen(\"*\")");
-  context_.ResetContext();
-  EXPECT_EQ(Get("a.txt"), "one\n");
-}
-
 TEST_F(FilesTest, AnErrorNamesTheFileThatItIsAbout) {
   fs::create_directory("dir");
   Put("file", "text");
@@ -132,21 +110,6 @@ TEST_F(FilesTest, AnErrorNamesTheFileThatItIsAbout) {
   // A file that is there but cannot be written anew is not missing.
   const std::string made = "/proc/self/status";
   EXPECT_EQ(about("FileConvertToCodePage(\"" + made + "\", \"1252\")"), "FALSE 112 " + made);
-}
-
-TEST_F(FilesTest, PatternsMatchWholeNames) {
-  for (const char* name : {"a", "ab", "abc", "b"}) Put(name, "");
-  const auto count = [&](const std::string& pattern) {
-    return Eval("ArrayGetSize(FileFindPcre(\"" + pattern + "\", \"\", TRUE))");
-  };
-  EXPECT_EQ(count("a|b"), "2 0");
-  EXPECT_EQ(count("(?x) a b # two letters"), "1 0");
-  EXPECT_EQ(count("\\\\Qab"), "1 0");
-  EXPECT_EQ(count("a.*?"), "3 0");
-  EXPECT_EQ(count("(?:(?:a|b|c)*)*"), "4 0");
-  for (const char* malformed : {"(", "b)|(?:a.*", "a)", "[", "*"}) {
-    EXPECT_EQ(count(malformed), "0 101") << malformed;
-  }
 }
 
 /// Calls a function in a place where a file system of a few pages is mounted for it alone; false
@@ -169,35 +132,6 @@ bool OnSmallDisk(const std::string& dir, Body body) {
   const bool skipped = WIFEXITED(status) && WEXITSTATUS(status) == 77;
   EXPECT_TRUE(status == 0 || skipped);
   return !skipped;
-}
-
-TEST_F(FilesTest, AFullDiskLosesNothing) {
-  fs::create_directory("disk");
-  Put("large", std::string(200000, 'x'));
-  std::string random(200000, '\0');
-  std::ifstream("/dev/urandom", std::ios::binary).read(random.data(), 200000);
-  Put("random", random);
-  const bool done = OnSmallDisk("disk", [&] {
-    const std::string old = std::string(30000, 'o') + "\n";
-    Put("file", old);
-    Put("half", std::string(20000, 'h'));
-    EXPECT_EQ(Eval("FileCopy(\"../large\", \"new\")"), "FALSE 112");
-    EXPECT_EQ(Eval("FileCopy(\"../large\", \"file\", TRUE)"), "FALSE 112");
-    EXPECT_EQ(context_.GetContextErrorText().Str(), "file");
-    EXPECT_EQ(Eval("FileMove(\"../large\", \"new\")"), "FALSE 102");
-    EXPECT_EQ(Eval("FileCompress(\"../random\", \"new\")"), "-1 102");
-    EXPECT_EQ(Eval("FileInsertLine(\"file\", 1, \"line\")"), "FALSE 112");
-    EXPECT_EQ(Eval("FileDeleteLine(\"half\", 1)"), "TRUE 0");
-    EXPECT_EQ(Eval("FileConvertToCodePage(\"file\", \"1200\")"), "FALSE 112");
-    EXPECT_EQ(Eval("FileAddLine(\"file\", FileToString(\"../large\", FALSE))"), "FALSE 102");
-    EXPECT_EQ(Run("h = FileTextOpen(\"file\")\nb = FileAddLine(h, FileToString(\"../large\", "
-                  "FALSE))\nb = FileTextClose(h)\nPrint(\"\" + b + ErrCode)"),
-              "FALSE112");
-    EXPECT_EQ(Get("file"), old);
-    EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), 2);
-  });
-  EXPECT_EQ(fs::file_size("large"), 200000U);
-  if (!done) GTEST_SKIP() << "may not mount a small disk here";
 }
 
 }  // namespace

@@ -24,17 +24,6 @@ std::vector<std::string> Tokens(const char* line, int convert = 1, int report = 
   return Tokens(tokeniser, convert, report);
 }
 
-TEST(Tokenise, WordsNumbersAndPunctuation) {
-  EXPECT_THAT(Tokens("rec.field[2]"), ElementsAre("rec", ".", "field", "[", "2", "]"));
-  EXPECT_THAT(Tokens("3.14 1.2.3 12.5.x x.5 .5"),
-              ElementsAre("3.14", "1.2.3", "12.5.", "x", "x", ".", "5", ".", "5"));
-  EXPECT_THAT(Tokens("1e-5 1.5e3 _a1 2x 5_.1"),
-              ElementsAre("1e", "-", "5", "1.5e3", "_a1", "2x", "5_", ".", "1"));
-  EXPECT_THAT(Tokens("{a,b}!~:?@$"),
-              ElementsAre("{", "a", ",", "b", "}", "!", "~", ":", "?", "@", "$"));
-  EXPECT_THAT(Tokens(" \t\v\f\r a \r"), ElementsAre("a"));
-}
-
 TEST(Tokenise, OperatorsTakeTheLongestMatch) {
   EXPECT_THAT(Tokens("a<<=b"), ElementsAre("a", "<<=", "b"));
   EXPECT_THAT(Tokens("a>>=b"), ElementsAre("a", ">>", "=", "b"));
@@ -75,25 +64,23 @@ struct QuoteCase {
 };
 
 TEST(Tokenise, Quotes) {
-  const std::vector<QuoteCase> cases = {
-      {"\"a b\"c", 1, 1, {"\"a b\"", "c"}, 0},
-      {"'a b' '\"'", 1, 1, {"'a b'", "'\"'"}, 0},
-      {"'\\'x", 1, 1, {"'\\'", "x"}, 0},
-      {"\"abc", 1, 1, {"\"abc"}, Tokeniser::kNoQuote},
-      {"'a", 1, 1, {"'a"}, Tokeniser::kNoQuote},
-      {"\"abc", 1, 0, {"\"abc"}, 0},
-      {"'a", 0, 0, {"'a"}, 0},
-      {"\"", 1, 1, {"\""}, Tokeniser::kNoQuote},
-      {"abc\"def", 1, 0, {"abc\"def"}, 0},
-      {"don't x", 1, 0, {"don't", "x"}, 0},
-      {"1.5\"x", 1, 0, {"1.5\"x"}, 0},
-      {R"("a\"b" c)", 0, 1, {R"("a\"b")", "c"}, 0},
-      {R"("a\nb\q")", 0, 1, {R"("a\nb\q")"}, 0},
-      {R"("a\"b" c)", 1, 1, {"\"a\"b\"", "c"}, 0},
-      {R"("abc\)", 1, 1, {"\"abc\\"}, Tokeniser::kNoQuote},
-      {R"("abc\")", 0, 1, {R"("abc\")"}, Tokeniser::kNoQuote},
-      {R"("\x4)", 1, 1, {"\"x4"}, Tokeniser::kNoQuote},
-  };
+  const std::vector<QuoteCase> cases = {{"\"a b\"c", 1, 1, {"\"a b\"", "c"}, 0},
+                                        {"'a b' '\"'", 1, 1, {"'a b'", "'\"'"}, 0},
+                                        {"'\\'x", 1, 1, {"'\\'", "x"}, 0},
+                                        {"\"abc", 1, 1, {"\"abc"}, Tokeniser::kNoQuote},
+                                        {"'a", 1, 1, {"'a"}, Tokeniser::kNoQuote},
+                                        {"\"abc", 1, 0, {"\"abc"}, 0},
+                                        {"'a", 0, 0, {"'a"}, 0},
+                                        {"\"", 1, 1, {"\""}, Tokeniser::kNoQuote},
+                                        {"abc\"def", 1, 0, {"abc\"def"}, 0},
+                                        {"don't x", 1, 0, {"don't", "x"}, 0},
+                                        {"1.5\"x", 1, 0, {"1.5\"x"}, 0},
+                                        {R"("a\"b" c)", 0, 1, {R"("a\"b")", "c"}, 0},
+                                        {R"("a\nb\q")", 0, 1, {R"("a\nb\q")"}, 0},
+                                        {R"("a\"b" c)", 1, 1, {"\"a\"b\"", "c"}, 0},
+                                        {R"("abc\)", 1, 1, {"\"abc\\"}, Tokeniser::kNoQuote},
+                                        {R"("abc\")", 0, 1, {R"("abc\")"}, Tokeniser::kNoQuote},
+                                        {R"("\x4)", 1, 1, {"\"x4"}, Tokeniser::kNoQuote}};
   for (const QuoteCase& row : cases) {
     Tokeniser tokeniser(row.line);
     EXPECT_EQ(Tokens(tokeniser, row.convert, row.report), row.tokens) << row.line;
@@ -115,55 +102,6 @@ TEST(Tokenise, Escapes) {
   tokeniser.GetNextToken(1, 1);
   EXPECT_EQ(tokeniser.Token(), std::string_view("\"a\0b\"", 5));
   EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "c");
-}
-
-TEST(Tokenise, BytesOfNoClassAreTokens) {
-  EXPECT_THAT(Tokens("a\x01"
-                     "b\xC3\xBC"
-                     "c \x7F"),
-              ElementsAre("a", "\x01", "b", "\xC3", "\xBC", "c", "\x7F"));
-  EXPECT_THAT(Tokens("\"\xC3\xBC\""), ElementsAre("\"\xC3\xBC\""));
-}
-
-TEST(Tokenise, StepsBackOneToken) {
-  Tokeniser tokeniser("a += \"x\\x41\" ; end");
-  EXPECT_STREQ(tokeniser.GetPreviousToken(), "");
-  tokeniser.GetNextToken(1, 1);
-  EXPECT_STREQ(tokeniser.GetPreviousToken(), "");
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "a");
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "+=");
-  EXPECT_STREQ(tokeniser.GetPreviousToken(), "a");
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "+=");
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "\"xA\"");
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "");
-  EXPECT_STREQ(tokeniser.GetPreviousToken(), "\"xA\"");
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "");
-
-  // A position that is no token boundary, as a caller that reads characters leaves it.
-  tokeniser.SetLine("word next");
-  tokeniser.ReadNextChar();
-  tokeniser.GetNextToken(1, 1);
-  tokeniser.GetPreviousToken();
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "ord");
-}
-
-TEST(Tokenise, PositionsAndCharacters) {
-  Tokeniser tokeniser("ab  c");
-  EXPECT_EQ(tokeniser.ReadNextChar(), 'a');
-  const char* const position = tokeniser.GetSearchPtr();
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "b");
-  EXPECT_EQ(tokeniser.PeekNextChar(), 'c');
-  EXPECT_EQ(tokeniser.Rest(), "  c");
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "c");
-  EXPECT_EQ(tokeniser.PeekNextChar(), 0);
-  EXPECT_EQ(tokeniser.ReadNextChar(), 0);
-  EXPECT_EQ(tokeniser.ReadNextChar(), 0);
-  tokeniser.SetSearch(position);
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "b");
-  tokeniser.SetSearch("elsewhere");
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "c");
-  tokeniser.ResetLine();
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "ab");
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include "values/store.h"
 #include "values/strbuf.h"
 #include "values/vararray.h"
-#include "values/vardouble.h"
 #include "values/varint.h"
 #include "values/varref.h"
 #include "values/varstring.h"
@@ -151,28 +150,6 @@ TEST_F(Arrays, SweepingKeepsHeldObjectsOnly) {
   EXPECT_STREQ(a.GetArrayElement(3)->GetStringValue(), "text");
 }
 
-TEST_F(Arrays, AddedElementsAreConverted) {
-  VarDoubleArray a("a", 0);
-  auto* same = new VarDouble("named", 4);
-  EXPECT_EQ(a.AddArrayElement(same), 1);
-  EXPECT_EQ(a.GetArrayElement(1), same);
-  EXPECT_EQ(same->GetVarName(), "");
-  EXPECT_EQ(same->GetVarFlags(), 0u);
-  auto* integer = new VarInteger("", 0);
-  integer->SetIntegerValue(3);
-  EXPECT_EQ(a.AddArrayElement(integer), 1);
-  EXPECT_EQ(a.GetArrayElement(2)->GetTypeId(), Variable::Double);
-  EXPECT_EQ(a.GetArrayElement(2)->GetDoubleValue(), 3.0);
-  VarString text("", 0);
-  EXPECT_EQ(a.AddArrayElement(&text), 0);  // refused: still ours
-  EXPECT_EQ(a.AddArrayElement(nullptr), 0);
-  EXPECT_EQ(a.AddArrayElement(new VarReference(same)), 1);
-  EXPECT_EQ(a.GetArrayElement(3)->Dereference(), nullptr);
-  EXPECT_EQ(a.GetElementCount(), 3u);
-  Held<Variable> removed(a.RemoveArrayElement(1));
-  EXPECT_EQ(removed.get(), same);
-}
-
 TEST_F(Arrays, TheGenericArrayTakesOnATypeFromWhatItIsGiven) {
   VarArray g("g", 0);
   EXPECT_EQ(g.GetArrayElementType(), nullptr);
@@ -202,46 +179,6 @@ TEST_F(Arrays, TheGenericArrayTakesOnATypeFromWhatItIsGiven) {
   EXPECT_EQ(tamber::Append(place, *tamber::TypeDesc::Of(tamber::Kind::String), text.cell),
             tamber::Stored::Mismatch);
   EXPECT_EQ(appended.GetElementCount(), 1u);
-}
-
-TEST_F(Arrays, TheGenericArrayMixesWhatHostsAdd) {
-  VarArray g("g", 0);
-  auto* number = new VarInteger("", 0);
-  number->SetIntegerValue(5);
-  EXPECT_EQ(g.AddArrayElement(number), 1);
-  auto* text = new VarString("", 0);
-  text->SetStringValue("x", 0);
-  EXPECT_EQ(g.AddArrayElement(text), 1);
-  EXPECT_EQ(g.AddArrayElement(&g), 1);  // by value: it cannot hold itself
-  EXPECT_EQ(g.GetArrayElement(3)->GetElementCount(), 2u);
-  EXPECT_EQ(DumpOf(g),
-            "g: type=array, elements=3\r\n"
-            "    [1]: type=integer, value=5\r\n"
-            "    [2]: type=string, value=x\r\n"
-            "    [3]: type=array, value:\r\n"
-            "        [1]: type=integer, value=5\r\n"
-            "        [2]: type=string, value=x\r\n");
-}
-
-TEST_F(Arrays, StringsAndEStringsConvertBothWays) {
-  VarStringArray plain("p", 0);
-  plain.SetArraySize(1);
-  plain.GetArrayElement(1)->SetStringValue("hidden", 0);
-  VarEStringArray secret("s", 0);
-  EXPECT_EQ(secret.Assign(&plain), 1);
-  EXPECT_EQ(DumpOf(secret).find("hidden"), std::string::npos);
-  EXPECT_STREQ(secret.GetArrayElement(1)->GetStringValue(), "hidden");
-  plain.SetArraySize(0);
-  EXPECT_EQ(plain.Assign(&secret), 1);
-  EXPECT_EQ(DumpOf(plain), "p: type=string, elements=1\r\n    [1]: type=string, value=hidden\r\n");
-  VarReference first(secret.GetArrayElement(1));
-  VarString other("o", 0);
-  other.SetStringValue("changed", 0);
-  tamber::Cell cell;
-  ASSERT_TRUE(tamber::ConvertCell(*tamber::TypeDesc::Of(tamber::Kind::EString),
-                                  *tamber::TypeOf(other), *tamber::CellOf(other), cell));
-  DataOf(secret)->Put(0, cell);
-  EXPECT_STREQ(first.GetStringValue(), "changed");
 }
 
 TEST_F(Arrays, AnyDepthOfNestingIsDestroyedDumpedAndCopied) {

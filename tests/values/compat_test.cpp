@@ -13,7 +13,6 @@
 #include "values/varhandle.h"
 #include "values/varint.h"
 #include "values/varnone.h"
-#include "values/varref.h"
 #include "values/varstring.h"
 #include "values/varstruct.h"
 
@@ -106,66 +105,6 @@ TEST_F(Compatibility, EveryPairOfTypes) {
     EXPECT_EQ(all[to]->IsCompatible(nullptr), 0);
     EXPECT_EQ(all[to]->IsSameType(nullptr), 0);
     EXPECT_EQ(all[to]->Assign(nullptr), 0);
-  }
-}
-
-TEST_F(Compatibility, TypeIdsNeverChange) {
-  const std::vector<int32_t> ids{0, 2, 3, 4, 5, 6, 7, 7, 8, 8, 9, 9, 10, 10, 10, 10, 10, 10};
-  for (size_t i = 0; i < all.size(); ++i) EXPECT_EQ(all[i]->GetTypeId(), ids[i]);
-}
-
-TEST_F(Compatibility, AssignConverts) {
-  EXPECT_EQ(flag.Assign(&number), 1);
-  EXPECT_EQ(flag.GetIntegerValue(), 1);
-  EXPECT_EQ(letter.Assign(&text), 1);
-  EXPECT_EQ(letter.GetCharValue(), 'w');
-  EXPECT_EQ(text.Assign(&letter), 1);
-  EXPECT_EQ(TextOf(text), "w");
-  EXPECT_EQ(text.Assign(&chars), 1);
-  EXPECT_EQ(TextOf(text), "ok");
-  EXPECT_EQ(text.Assign(&secret), 1);
-  EXPECT_EQ(TextOf(text), "hush");
-  EXPECT_EQ(secret.Assign(&chars), 1);
-  EXPECT_EQ(TextOf(secret), "ok");
-  EXPECT_EQ(letter.Assign(&secret), 1);
-  EXPECT_EQ(letter.GetCharValue(), 'o');
-  letter.SetCharValue(0);
-  EXPECT_EQ(text.Assign(&letter), 1);
-  EXPECT_EQ(text.GetLength(), 1u);
-  EXPECT_EQ(number.Assign(&real), 1);
-  EXPECT_EQ(number.GetIntegerValue(), 2);
-  number.SetIntegerValue(-1);
-  EXPECT_EQ(file.Assign(&number), 1);
-  EXPECT_EQ(reinterpret_cast<intptr_t>(file.GetHandleValue()), -1);
-  EXPECT_EQ(file.GetHandleName(), "File");
-  EXPECT_EQ(match.Assign(&file), 1);
-  EXPECT_EQ(match.GetHandleName(), "Match");
-  EXPECT_EQ(text.Assign(&text), 1);
-}
-
-TEST_F(Compatibility, DeclaringWords) {
-  const std::vector<std::string> words{
-      "none",   "bool",      "char",     "integer", "float",        "double",
-      "string", "estring",   "File",     "Match",   "struct Point", "struct Size",
-      "array",  "integer[]", "double[]", "char[]",  "string[]",     "estring[]"};
-  for (size_t i = 0; i < all.size(); ++i) EXPECT_EQ(WordOf(*all[i]), words[i]);
-}
-
-TEST_F(Compatibility, CellsAgreeWithVariables) {
-  for (Variable* source : all) {
-    const tamber::Kind kind = tamber::KindOf(*source);
-    const tamber::Cell cell = *tamber::CellOf(*source);
-    EXPECT_EQ(tamber::CellToInt(kind, cell), source->GetIntegerValue()) << WordOf(*source);
-    EXPECT_EQ(tamber::CellToBool(kind, cell), source->GetBoolValue()) << WordOf(*source);
-    EXPECT_EQ(tamber::CellToChar(kind, cell), source->GetCharValue()) << WordOf(*source);
-    EXPECT_EQ(tamber::CellToFloat(kind, cell), source->GetFloatValue()) << WordOf(*source);
-    EXPECT_EQ(tamber::CellToDouble(kind, cell), source->GetDoubleValue()) << WordOf(*source);
-    Held<Variable> copy(
-        tamber::MakeVariable(tamber::TypeOf(*source), tamber::Name("v"), tamber::CopyOf(*source)));
-    if (kind != tamber::Kind::EString) {
-      EXPECT_EQ(DumpOf(*copy), DumpOf(*source));
-    }
-    EXPECT_TRUE(source->IsSameType(copy.get()));
   }
 }
 

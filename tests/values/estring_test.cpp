@@ -2,37 +2,13 @@
 #include <string>
 
 #include "value_testing.h"
-#include "values/strbuf.h"
-#include "values/varchar.h"
 #include "values/varestring.h"
-#include "values/varstring.h"
 
 namespace {
 
 constexpr char kSecret[] = "tell nobody of this text";
 
 class EStrings : public ValueTest {};
-
-TEST_F(EStrings, ReadLikeAnyString) {
-  VarEString e("e", 0);
-  EXPECT_TRUE(e.IsEString());
-  EXPECT_STREQ(e.GetStringValue(), "");
-  e.SetStringValue(kSecret, 0);
-  EXPECT_STREQ(e.GetStringValue(), kSecret);
-  EXPECT_EQ(e.GetLength(), std::strlen(kSecret));
-  EXPECT_EQ(e.GetCharValue(), 't');
-  EXPECT_EQ(e.GetBoolValue(), 1);
-  VarString plain("p", 0);
-  plain.SetStringValue(kSecret, 0);
-  EXPECT_FALSE(plain.IsEString());
-  EXPECT_TRUE(e == plain);
-  e.SetStringValue(e.GetStringValue() + 5, 6);
-  EXPECT_STREQ(e.GetStringValue(), "nobody");
-  e.SetStringValue("a\0b", 3);
-  EXPECT_EQ(TextOf(e), std::string("a\0b", 3));
-  e.SetStringValue("", 0);
-  EXPECT_EQ(e.GetBoolValue(), 0);
-}
 
 TEST_F(EStrings, NoPlainTextInMemoryOrDumps) {
   VarEString e("e", 0);
@@ -46,17 +22,6 @@ TEST_F(EStrings, NoPlainTextInMemoryOrDumps) {
   Held<Variable> clone(e.Clone());
   EXPECT_STREQ(clone->GetStringValue(), kSecret);
   EXPECT_EQ(DumpOf(*clone).find("nobody"), std::string::npos);
-}
-
-TEST_F(EStrings, EqualTextsAreEncipheredDifferently) {
-  VarEString first("e", 0), second("e", 0);
-  first.SetStringValue(kSecret, 0);
-  second.SetStringValue(kSecret, 0);
-  EXPECT_NE(first.CipherBytes(), second.CipherBytes());
-  const std::string before(first.CipherBytes());
-  first.EncryptString(nullptr);
-  EXPECT_NE(first.CipherBytes(), before);
-  EXPECT_STREQ(first.GetStringValue(), kSecret);
 }
 
 TEST_F(EStrings, ChangingACopyLeavesTheOther) {

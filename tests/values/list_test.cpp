@@ -41,20 +41,6 @@ TEST_F(Lists, InsertionOrderOrNameOrder) {
   EXPECT_EQ(Names(plain), Names(sorted));
 }
 
-TEST_F(Lists, ANameCheckKeepsTheFirst) {
-  for (const bool sorts : {false, true}) {
-    VarList list(sorts);
-    list.AddVariable(Named("b", 1));
-    bool inserted = true;
-    Held<Variable> twin(Named("B", 2));
-    EXPECT_EQ(list.AddVariable(twin.get(), true, &inserted), 0u);
-    EXPECT_FALSE(inserted);
-    EXPECT_EQ(list.AddVariable(Named("B", 3)), 1u);  // unchecked
-    EXPECT_EQ(list.GetVariable("b")->GetIntegerValue(), 1);
-    EXPECT_EQ(list.AddVariable(nullptr), VarList::kNotFound);
-  }
-}
-
 TEST_F(Lists, RemovalHandsOver) {
   VarList list;
   for (int i = 0; i < 20; ++i) list.AddVariable(Named("v" + std::to_string(i), i));
@@ -70,27 +56,6 @@ TEST_F(Lists, RemovalHandsOver) {
   EXPECT_EQ(list.GetVariable("v5")->GetIntegerValue(), 55);
   list.ClearList();
   EXPECT_EQ(list.FindVariable("v1"), VarList::kNotFound);
-}
-
-TEST_F(Lists, TenThousandNamesEitherWay) {
-  for (const bool sorts : {false, true}) {
-    VarList list(sorts);
-    for (int i = 0; i < 10000; ++i) {
-      const std::string name = "name" + std::to_string((i * 7919) % 10000);
-      bool inserted = false;
-      list.AddVariable(Named(name), true, &inserted);
-      ASSERT_TRUE(inserted);
-    }
-    for (int i = 0; i < 10000; ++i) {
-      const KelString name("NAME" + std::to_string(i));
-      ASSERT_TRUE(list.GetVariable(name)->OwnName().Equals(name.View()));
-    }
-    // Reversed and sorted again: no depth of recursion grows with the list.
-    for (uint32_t i = 0; i < 5000; ++i) list.SwapVariables(i, 9999 - i);
-    list.Sort();
-    EXPECT_EQ(list.GetVariable(0u)->GetVarName(), "name0");
-    EXPECT_EQ(list.GetVariable(9999)->GetVarName(), "name9999");
-  }
 }
 
 }  // namespace

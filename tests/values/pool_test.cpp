@@ -1,4 +1,3 @@
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -42,24 +41,6 @@ TEST_F(Pools, VariablesMayDieOnAnotherThread) {
     }
     made.clear();
   }
-}
-
-TEST_F(Pools, ThreadsShareTheDefaultTypes) {
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 0; i < 200; ++i) {
-        TypeList types;
-        types.CreateDefaultTypes();
-        Held<Variable> text(types.Lookup("string[]")->CreateVariable("a"));
-        text->SetArraySize(3);
-        text->GetArrayElement(2)->SetStringValue("x", 0);
-        types.AddType(KelString("own" + std::to_string(t)), new VarInteger("", 0), 0);
-        EXPECT_EQ(types.GetTypeCount(), 23u);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
 }
 
 TEST_F(Pools, ThreadsShareTheTypesOfAHost) {

@@ -8,7 +8,6 @@
 #include "values/cellops.h"
 #include "values/structdata.h"
 #include "values/vararray.h"
-#include "values/varestring.h"
 #include "values/varint.h"
 #include "values/varref.h"
 

@@ -30,37 +30,6 @@ class Structures : public ValueTest {
   }
 };
 
-TEST_F(Structures, MembersAreFoundByNameAndPosition) {
-  auto p = Point(4, "home");
-  EXPECT_EQ(p->IsStruct(), 1);
-  EXPECT_EQ(p->GetElementCount(), 2u);
-  EXPECT_EQ(p->GetStructElementIndex("label"), 2u);
-  EXPECT_EQ(p->GetStructElementIndex("none"), 0u);
-  EXPECT_EQ(p->GetStructElement("none"), nullptr);
-  EXPECT_EQ(p->GetStructElement(0u), nullptr);
-  EXPECT_EQ(p->GetStructElement(3), nullptr);
-  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 4);
-  EXPECT_EQ(p->GetStructElement(1)->GetVarName(), "X");
-  EXPECT_EQ(DumpOf(*p, " "),
-            " p: type=struct Point, value:\r\n"
-            "     X: type=integer, value=4\r\n"
-            "     Label: type=string, value=home\r\n");
-}
-
-TEST_F(Structures, ASecondMemberOfANameIsRefused) {
-  auto p = Point(1, "");
-  VarInteger twin("x", 0);
-  EXPECT_EQ(p->AddStructElement(&twin, 1), 0);
-  EXPECT_EQ(p->AddStructElement(nullptr, 1), 0);
-  EXPECT_EQ(p->AddStructElement(p.get(), 0), 0);
-  EXPECT_EQ(p->GetElementCount(), 2u);
-  auto* second = new VarInteger("x", 0);
-  second->SetIntegerValue(9);
-  EXPECT_EQ(p->AddStructElement(second, 0), 1);
-  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 1);
-  EXPECT_EQ(p->GetStructElement(3), second);
-}
-
 TEST_F(Structures, MembersAreMatchedByNameWhenDescriptionsDiffer) {
   VarStruct wide("w", 0);
   wide.SetStructName("POINT");
