@@ -166,9 +166,13 @@ int Run(const Options& options) {
   if (options.session) {
     context.SetSessionId(*options.session);
   }
-  if (options.dump || options.trace) {
+  if (options.verify) {
+    context.SetCodeVerification(true);
+  }
+  if (options.dump || options.dumpCode || options.trace) {
     context.SetReportSink(ShowDebug, nullptr);
     context.SetStatementDump(options.dump);
+    context.SetCodeDump(options.dumpCode);
     context.SetProcedureTrace(options.trace);
   }
   // A text compiles although the value of a variable failed; a file does not.

@@ -29,11 +29,13 @@ Options:
                   Let scripts use files below this directory only, and no network
       --log LEVEL Show log messages down to: error, warning, info or detail
   -e TEXT         Run TEXT as a script
-      --dump      Show the compiled statements on standard error
+      --dump[=WHAT]
+                  Show what was compiled on standard error: statements (the default) or code
       --trace     Show procedures as they run on standard error
       --color WHEN
                   Colours in errors: auto, always or never (default: auto)
       --check     Compile only, run nothing
+      --verify    Check the code of each procedure before it first runs
 
 SCRIPT is a file, or - for standard input. The ARGs reach a script that declares
 "extern string[] Args". The exit status is 0 when the script ran well, 1 when it did not
@@ -52,7 +54,8 @@ enum Option : int {
   kDump,
   kTrace,
   kColor,
-  kCheck
+  kCheck,
+  kVerify
 };
 
 // The C library reads the command line: what libraries for that set up at each start takes longer
@@ -62,16 +65,17 @@ enum Option : int {
 /// follows belongs to the script.
 constexpr char kShortOptions[] = "+he:";
 
-constexpr std::array<option, 11> kLongOptions{{{"help", no_argument, nullptr, kHelpOption},
+constexpr std::array<option, 12> kLongOptions{{{"help", no_argument, nullptr, kHelpOption},
                                                {"version", no_argument, nullptr, kVersion},
                                                {"ini", required_argument, nullptr, kIni},
                                                {"session", required_argument, nullptr, kSession},
                                                {"sandbox", required_argument, nullptr, kSandbox},
                                                {"log", required_argument, nullptr, kLog},
-                                               {"dump", no_argument, nullptr, kDump},
+                                               {"dump", optional_argument, nullptr, kDump},
                                                {"trace", no_argument, nullptr, kTrace},
                                                {"color", required_argument, nullptr, kColor},
                                                {"check", no_argument, nullptr, kCheck},
+                                               {"verify", no_argument, nullptr, kVerify},
                                                {nullptr, 0, nullptr, 0}}};
 
 /// Least severe last.
@@ -101,6 +105,12 @@ bool IsColor(std::string_view when) {
   return when == "auto" || when == "always" || when == "never";
 }
 
+const char* TakeDump(std::string_view what, Options* options) {
+  options->dumpCode = options->dumpCode || what == "code";
+  options->dump = options->dump || what == "statements";
+  return what == "code" || what == "statements" ? nullptr : "it is statements or code";
+}
+
 /// Why an option's value is refused; null when it is taken.
 const char* Take(int name, const char* value, Options* options) {
   std::error_code failed;
@@ -124,7 +134,9 @@ const char* Take(int name, const char* value, Options* options) {
       options->text = value;
       return nullptr;
     case kDump:
-      options->dump = true;
+      return TakeDump(value != nullptr ? value : "statements", options);
+    case kVerify:
+      options->verify = true;
       return nullptr;
     case kTrace:
       options->trace = true;

@@ -18,6 +18,8 @@ struct Options {
   bool checkOnly = false;
   std::optional<KelDebugContext::Level> log;  ///< The least severe level that is shown.
   bool dump = false;
+  bool dumpCode = false;
+  bool verify = false;
   bool trace = false;
   std::string color = "auto";
 };

@@ -148,7 +148,7 @@ def run_case(tamber, path, name, source, timeout, expected_output=None):
             pathlib.Path(work, file).write_text(text, "latin-1")
         limit = expect.timeout or timeout
         try:
-            done = subprocess.run([tamber, *expect.options, str(path), *expect.args], cwd=work, timeout=limit,
+            done = subprocess.run([tamber, "--verify", *expect.options, str(path), *expect.args], cwd=work, timeout=limit,
                                   input=expect.stdin.encode("latin-1"), capture_output=True, check=False)
         except subprocess.TimeoutExpired:
             return expect.faults + [f"stopped after {limit:g} s"]

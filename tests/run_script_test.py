@@ -86,7 +86,7 @@ class RunnerTest(unittest.TestCase):
         self.assert_fails("// timeout: 0.2\n//! sleep 20\n", "stopped after 0.2 s")
 
     def test_surroundings(self):
-        self.assert_passes("// options: --check\n// args: 'a b' c\n//! args\n// expect: ['--check'] ['a b', 'c']\n")
+        self.assert_passes("// options: --check\n// args: 'a b' c\n//! args\n// expect: ['--verify', '--check'] ['a b', 'c']\n")
         self.assert_passes("// stdin: one\n// stdin: two\n//! stdin\n// expect: one\n// expect: two\n")
         self.assert_passes("// ini: [A]\n// ini: b=1\n//! ini\n// expect: [A]\n// expect: b=1\n")
         self.assert_passes("//! list\n// expect: []\n")

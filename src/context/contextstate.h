@@ -53,6 +53,7 @@ struct Configuration {
   KelString ownLogFile;  ///< what `LogFile` was set to for the host's script, not by it
   int32_t compileOnly = 0;
   int32_t dumpStatements = 0;
+  bool dumpCode = false;
 };
 
 /// What errors there are and who is told of them; the one that stands is in the RunState. Written

@@ -8,7 +8,9 @@
 #include "kel/filestat.h"
 #include "kel/inifile.h"
 #include "kel/notice.h"
+#include "machine/disassemble.h"
 #include "machine/machine.h"
+#include "statements/lower.h"
 #include "statements/procedure.h"
 
 namespace tamber {
@@ -151,11 +153,15 @@ void ContextState::PerformDumps(const KelString& section, const SourcePlace& pla
 
 void ContextState::DumpScriptStatements() {
   const KelString section("TamberDebug");
-  if (config.dumpStatements == 0 || !IsOutputEnabled(section)) return;
+  const bool shown = config.dumpStatements != 0 || config.dumpCode;
+  if (!shown || !IsOutputEnabled(section)) return;
   KelString text;
   for (uint32_t i = 1; i <= context.GetProcedureCount(); ++i) {
-    const TamberProcedure* procedure = context.GetProcedure(i);
-    procedure->Statements().Dump(text, procedure->GetName());
+    TamberProcedure* procedure = context.GetProcedure(i);
+    if (config.dumpStatements != 0) procedure->Statements().Dump(text, procedure->GetName());
+    if (!config.dumpCode) continue;
+    const std::unique_ptr<Code> code = LowerProcedure(*procedure, false);
+    if (code) Disassemble(*code, text.Str());
   }
   ProcessOutputBuffer(text, section);
 }
@@ -192,6 +198,7 @@ void TamberContext::SetCodeVerification(bool verify) { State().run.verifiesCode 
 
 void TamberContext::SetProcedureTrace(bool trace) { State().run.procedureTrace = trace ? 1 : 0; }
 void TamberContext::SetStatementDump(bool dump) { State().config.dumpStatements = dump ? 1 : 0; }
+void TamberContext::SetCodeDump(bool dump) { State().config.dumpCode = dump; }
 
 void TamberContext::AppendOutput(std::string_view text) {
   if (State().output.sink != nullptr) {

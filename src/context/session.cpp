@@ -152,6 +152,7 @@ void TamberContext::SetIniPath(const KelString& path) {
     state.run.verifiesCode =
         ini.ReadInteger("TamberConfig", "VerifyCode", state.run.verifiesCode) != 0;
     state.config.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
+    state.config.dumpCode = ini.ReadInteger("TamberDebug", "DumpCode", 0) != 0;
     state.config.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
     state.run.dumpsLocals = false;
     for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})

@@ -96,6 +96,7 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->run.verifiesCode = from.run.verifiesCode;
   state_->config.compileOnly = from.config.compileOnly;
   state_->config.dumpStatements = from.config.dumpStatements;
+  state_->config.dumpCode = from.config.dumpCode;
   state_->run.dumpsLocals = from.run.dumpsLocals;
   state_->errors.diagnosticHandler = from.errors.diagnosticHandler;
   state_->errors.diagnosticUser = from.errors.diagnosticUser;
@@ -118,6 +119,7 @@ TamberContext& TamberContext::operator=(const TamberContext& other) {
   state_->run.verifiesCode = from.run.verifiesCode;
   state_->config.compileOnly = from.config.compileOnly;
   state_->config.dumpStatements = from.config.dumpStatements;
+  state_->config.dumpCode = from.config.dumpCode;
   state_->run.dumpsLocals = from.run.dumpsLocals;
   state_->config.exePath = from.config.exePath;
   state_->config.appInstance = from.config.appInstance;

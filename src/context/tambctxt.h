@@ -227,6 +227,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// Switches as the INI's `ProcedureTrace` and `DumpStatements`; SetIniPath reads those anew.
   void SetProcedureTrace(bool trace);
   void SetStatementDump(bool dump);
+  /// Shows the code of all procedures, instruction by instruction, when a script has been compiled:
+  /// in the section "TamberDebug", as the INI's `DumpCode`.
+  void SetCodeDump(bool dump);
   void AppendOutput(std::string_view text);
   void FlushOutput();
   template <class... Args>

@@ -28,6 +28,7 @@ Operand Selected(CodeBuilder& b, uint16_t reg, const tamber::TypeRef& type) {
     const tamber::TypeRef& text = TypeDesc::Of(Kind::String);
     const uint16_t plain = b.NewTemp();
     b.Emit(Op::LdVar, plain, reg, b.TypeIndex(text));
+    b.Free(b.InReg(Kind::EString, reg, type));
     return b.InReg(Kind::String, plain, text);
   }
   return b.InReg(type->GetKind(), reg, type);

@@ -53,6 +53,7 @@ uint32_t CodeBuilder::Append(const Instr& instr) {
     code_.sources.push_back({at, source_});
   code_.instrs.push_back(instr);
   state_.Apply(instr);
+  if (info.a.IsWritten()) std::erase(fresh_, instr.a);
   if (!info.Has(OpInfo::Ends)) ReleaseGivenBack();
   return at;
 }
@@ -76,7 +77,9 @@ void CodeBuilder::MakeIndependent(const Instr& instr) {
   if (loans_.empty() && (aliases_.empty() || !pullsAway)) return;
   const std::vector<uint16_t> loans = loans_;
   for (uint16_t reg : loans) {
-    if (reg >= nextTemp_) continue;
+    // What lies in a register that was given back, or handed out anew since, nobody reads any more.
+    const bool fresh = std::find(fresh_.begin(), fresh_.end(), reg) != fresh_.end();
+    if (reg >= nextTemp_ || fresh) continue;
     const auto kind = static_cast<uint16_t>(state_.Get(reg).type->GetKind());
     Append({Op::CopyO, reg, reg, kind});
   }
@@ -102,6 +105,7 @@ void CodeBuilder::ReleaseGivenBack() {
 void CodeBuilder::EndStatement() {
   nextTemp_ = locals_ ? locals_->Count() : 0;
   aliases_.clear();
+  fresh_.clear();
   ReleaseGivenBack();
 }
 
@@ -151,6 +155,7 @@ bool CodeBuilder::RetargetLast(uint16_t from, uint16_t to) {
                            (hold == Hold::Scalar || hold == Hold::Borrowed);
   if (last.a != from || !onlyDefines) return false;
   last.a = to;
+  std::erase(fresh_, to);
   state_.Rename(from, to);
   return true;
 }
@@ -162,6 +167,7 @@ uint16_t CodeBuilder::NewTemp() {
   }
   auto reg = static_cast<uint16_t>(nextTemp_++);
   code_.registers = std::max(code_.registers, nextTemp_ + 1);
+  fresh_.push_back(reg);
   return reg;
 }
 

@@ -175,6 +175,7 @@ class CodeBuilder {
   uint32_t lastBound_ = 0;  // a jump may lead to the instruction before this one's end
   FrameState state_;
   std::vector<uint16_t> aliases_;     // variables that stand for a value: others can change them
+  std::vector<uint16_t> fresh_;       // temporaries handed out and not written yet
   std::vector<uint16_t> loans_;       // scratch
   std::vector<OwnedRegister> owned_;  // scratch
   std::unordered_map<std::string, uint32_t> globalIndex_;

@@ -72,11 +72,16 @@ class Verifier {
     return found != code_.statements.end() && found->begin == pc;
   }
 
-  bool AddLeader(uint32_t from, int64_t target) {
-    if (target < 0 || target >= Size() || !IsStatement(static_cast<uint32_t>(target)))
-      return Wrong(from, "leads to no statement");
-    leaders_.insert(static_cast<uint32_t>(target));
-    return true;
+  /// `isJump`: it may also stay within its statement, as those of a long condition do.
+  void AddLeader(uint32_t from, int64_t target, bool isJump) {
+    const auto to = static_cast<uint32_t>(target);
+    const bool inside = target >= 0 && target < Size();
+    const bool lands = inside && (IsStatement(to) ||
+                                  (isJump && code_.FindStatement(to) == code_.FindStatement(from)));
+    if (lands)
+      leaders_.insert(to);
+    else
+      Wrong(from, "leads to no statement");
   }
 
   void FindLeaders() {
@@ -85,11 +90,11 @@ class Verifier {
         Wrong(pc, "no instruction");
         return;
       }
-      if (InfoOf(code_.instrs[pc].op).IsJump()) AddLeader(pc, Target(pc));
+      if (InfoOf(code_.instrs[pc].op).IsJump()) AddLeader(pc, Target(pc), true);
     }
     for (const StatementEntry& entry : code_.statements)
       for (uint32_t way : {entry.resume, entry.resumeEmpty, entry.retry})
-        if (way != StatementEntry::kNone) AddLeader(entry.begin, way);
+        if (way != StatementEntry::kNone) AddLeader(entry.begin, way, false);
   }
 
   int64_t Target(uint32_t pc) const {

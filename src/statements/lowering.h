@@ -96,7 +96,7 @@ class ProcedureLowering {
   void LowerSelectedAssign(uint32_t i, const ExpressionBase& target);
   size_t LowerSelectedStore(const SelectedAssign& parts, Selecting selecting, Label& noTarget);
   void LowerValueAlone(const SelectedAssign& parts);
-  TypeRef EmptyTypeOf(const ExpressionBase& expression, const TypeRef& wanted) const;
+  static TypeRef EmptyTypeOf(const Operand& value, const TypeRef& wanted);
 
   const TamberProcedure& procedure_;
   const StatementList& statements_;

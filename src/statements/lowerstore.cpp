@@ -25,9 +25,8 @@ bool SelectingCalls(const ExpressionVariable& target) {
 
 /// The type of the empty value that stands for one which could not be computed; where only a run
 /// knows the type, that of what takes the value.
-TypeRef ProcedureLowering::EmptyTypeOf(const ExpressionBase& expression,
-                                       const TypeRef& wanted) const {
-  const TypeRef& type = expression.Type()->GetKind() == Kind::Any ? wanted : expression.Type();
+TypeRef ProcedureLowering::EmptyTypeOf(const Operand& value, const TypeRef& wanted) {
+  const TypeRef& type = value.kind == Kind::Any ? wanted : value.type;
   return type->GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : type;
 }
 
@@ -36,14 +35,13 @@ void ProcedureLowering::LowerAssign(uint32_t i, const ExpressionBase& expression
   const size_t entry = BeginEntry(i);
   const uint32_t mark = builder_.Mark();
   const FrameState state = builder_.State();
-  const auto addPad = [&] {
-    const TypeRef type = EmptyTypeOf(expression, target.type);
+  const auto addPad = [&](const TypeRef& type) {
     AddPad(entry, i + 1, state, mark, LabelOf(i + 2),
            [this, type, &target] { builder_.Store(target, builder_.EmptyValue(type)); });
   };
-  if (LowerAppend(expression, target)) return addPad();
+  if (LowerAppend(expression, target)) return addPad(target.type);
   Operand value = expression.Lower(builder_);
-  addPad();
+  addPad(EmptyTypeOf(value, target.type));
   const bool direct = builder_.IsRegister(target) && value.place == Operand::Place::Reg &&
                       value.IsScalar() && value.kind == target.type->GetKind();
   if (direct) {
@@ -123,8 +121,8 @@ void ProcedureLowering::LowerArrayOp(uint32_t i, const ExpressionBase& expressio
   value = builder_.ToReg(value);
   // An array that grows or shrinks by nothing stays as it is.
   if (appends) {
-    const bool isKnown = expression.Type()->GetKind() != Kind::Any;
-    const TypeRef type = EmptyTypeOf(expression, TypeDesc::Of(Kind::Int));
+    const bool isKnown = value.kind != Kind::Any;
+    const TypeRef type = EmptyTypeOf(value, TypeDesc::Of(Kind::Int));
     AddPad(entry, i + 1, state, mark, LabelOf(i + 3), [this, i, type, isKnown] {
       if (isKnown) LowerArrayChange(i, builder_.ToReg(builder_.EmptyValue(type)));
     });
@@ -188,10 +186,11 @@ void ProcedureLowering::LowerSelectedAssign(uint32_t i, const ExpressionBase& ta
     LowerSelectedStore(parts, Selecting::Early, alone);
   } else {
     // A value that only computes is computed first, for the store finds out by itself whether
-    // there is such a target. When the value fails all is done again in the proper order.
+    // there is such a target. When one of them fails all is done again in the proper order.
     Label& again = NewLabel();
     const size_t valueEntry = LowerSelectedStore(parts, Selecting::Late, alone);
-    exits_.push_back({&StatementEntry::retry, valueEntry, &again});
+    for (size_t entry : {valueEntry, valueEntry + 1})
+      exits_.push_back({&StatementEntry::retry, entry, &again});
     builder_.EndStatement();
     builder_.Jump(parts.end);
     builder_.Bind(again);
@@ -232,7 +231,7 @@ size_t ProcedureLowering::LowerSelectedStore(const SelectedAssign& parts, Select
       target.LowerStore(builder_, indexes, value);
   };
   const Operand result = parts.value.Lower(builder_);
-  const TypeRef type = EmptyTypeOf(parts.value, parts.target.Type());
+  const TypeRef type = EmptyTypeOf(result, parts.target.Type());
   AddPad(valueEntry, parts.statement + 2, state, mark, parts.end, [this, store, type] {
     const bool isKnown = type->GetKind() != Kind::Any;
     store(builder_.EmptyValue(isKnown ? type : TypeDesc::Of(Kind::Int)));

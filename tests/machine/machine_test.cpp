@@ -28,6 +28,7 @@ std::unique_ptr<Code> CodeAt(uint32_t line) {
   tamber::StatementEntry entry{};
   entry.statement = 1;
   entry.line = line;
+  entry.resume = 0;
   code->statements.push_back(entry);
   return code;
 }
