@@ -53,7 +53,10 @@ uint32_t CodeBuilder::Append(const Instr& instr) {
     code_.sources.push_back({at, source_});
   code_.instrs.push_back(instr);
   state_.Apply(instr);
-  if (info.a.IsWritten()) std::erase(fresh_, instr.a);
+  if (info.a.IsWritten()) {
+    std::erase(fresh_, instr.a);
+    std::erase(aliases_, instr.a);
+  }
   if (!info.Has(OpInfo::Ends)) ReleaseGivenBack();
   return at;
 }
@@ -87,8 +90,9 @@ void CodeBuilder::MakeIndependent(const Instr& instr) {
   const std::vector<uint16_t> aliases = std::exchange(aliases_, {});
   for (uint16_t reg : aliases) {
     const bool operand = instr.a == reg || instr.b == reg;
-    if (reg < nextTemp_ && !operand && state_.Get(reg).hold == Hold::Owned)
-      Append({Op::OwnA, reg, 0, 0});
+    const RegisterState state = state_.Get(reg);
+    const bool held = state.hold == Hold::Owned && state.type->GetKind() == Kind::Any;
+    if (reg < nextTemp_ && !operand && held) Append({Op::OwnA, reg, 0, 0});
   }
 }
 
@@ -268,8 +272,9 @@ void CodeBuilder::MoveInto(uint16_t reg, const Operand& operand) {
   } else if (!Owns(operand)) {
     Emit(Op::CopyO, reg, operand.reg, kind);
   } else if (operand.reg != reg) {
+    const bool alias = std::erase(aliases_, operand.reg) > 0;
     Emit(Op::MovO, reg, operand.reg);
-    std::replace(aliases_.begin(), aliases_.end(), operand.reg, reg);
+    if (alias) aliases_.push_back(reg);
   }
 }
 

@@ -171,6 +171,7 @@ class Machine {
   bool ObjectAddress(const Code& code, Cell* registers, uint32_t slot, Cell& out);
   bool CheckReference(Variable& variable, const TypeDesc& type);
   bool AssignTo(Variable& target, const TypeDesc& type, Cell value);
+  bool ClearVariable(Variable& variable);
   static void OwnVariable(Cell& cell);
   void KeepConverted(Kind kind, Cell value);
   bool Execute(int32_t operatorIndex, Cell& out);

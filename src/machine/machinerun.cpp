@@ -717,6 +717,11 @@ L_AssignV:
   CHECK(AssignTo(*A.v, *code->types[pc->c], B));
   NEXT();
 
+L_ClearV:
+  SAVE();
+  CHECK(ClearVariable(*A.v));
+  NEXT();
+
 L_ClrErr:
   run_.errorCode = 0;
   NEXT();

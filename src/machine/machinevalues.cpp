@@ -22,6 +22,11 @@ bool HasText(Kind kind) {
   return IsNumeric(kind) || kind == Kind::String || kind == Kind::EString || kind == Kind::Handle;
 }
 
+/// Whether a value can lie in the cell as it is: a host may have added members to a structure.
+bool FitsAsItIs(Kind kind, const Cell& place, Cell value) {
+  return kind != Kind::Struct || place.st->Layout().Get() == value.st->Layout().Get();
+}
+
 }  // namespace
 
 bool Machine::ResolveGlobal(GlobalSlot& slot) {
@@ -81,7 +86,7 @@ void Machine::KeepConverted(Kind kind, Cell value) {
 bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
   if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.name, true);
   Kind kind = slot.type->GetKind();
-  if (slot.cell != nullptr) {
+  if (slot.cell != nullptr && FitsAsItIs(kind, *slot.cell, value)) {
     if (IsManaged(kind))
       StoreCell(kind, *slot.cell, take ? value : CopyCell(kind, value));
     else
@@ -137,7 +142,7 @@ bool Machine::StoreObject(const Code& code, Cell* registers, const Instr& at, bo
   const TypeDesc& type = *code.procedure->Locals().At(at.b).type;
   Kind kind = type.GetKind();
   Cell value = registers[at.a];
-  if (!HasLayoutOf(*variable, type)) {
+  if (!HasLayoutOf(*variable, type) || !FitsAsItIs(kind, *CellOf(*variable), value)) {
     if (!AssignTo(*variable, type, value)) return false;
     if (take) ReleaseCell(kind, value);
   } else if (IsManaged(kind)) {
@@ -177,6 +182,12 @@ bool Machine::Check(Stored stored, std::string_view name) {
       break;
   }
   throw std::bad_alloc();
+}
+
+bool Machine::ClearVariable(Variable& variable) {
+  const TypeRef type = TypeOf(variable);
+  const OwnedCell empty(type->GetKind(), DefaultCell(*type));
+  return AssignTo(variable, *type, empty.cell);
 }
 
 /// A value of unknown type may be the variable that it was read from.

@@ -96,7 +96,8 @@ class ProcedureLowering {
   void LowerSelectedAssign(uint32_t i, const ExpressionBase& target);
   size_t LowerSelectedStore(const SelectedAssign& parts, Selecting selecting, Label& noTarget);
   void LowerValueAlone(const SelectedAssign& parts);
-  static TypeRef EmptyTypeOf(const Operand& value, const TypeRef& wanted);
+  void StoreEmpty(const VarUse& target, const TypeRef& type);
+  void Clear(const Operand& variable);
 
   const TamberProcedure& procedure_;
   const StatementList& statements_;

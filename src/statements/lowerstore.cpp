@@ -16,6 +16,11 @@ bool IsSameVariable(const ExpressionBase& node, const VarUse& target) {
   return target.slot >= 0 || variable.Variable().name.Equals(target.name);
 }
 
+/// Registers hold an encrypted string as its plain text.
+const TypeRef& Plain(const TypeRef& type) {
+  return type->GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : type;
+}
+
 /// Whether selecting the target runs something that must run once, whatever fails.
 bool SelectingCalls(const ExpressionVariable& target) {
   return target.IsImpure() || target.CallsFunction();
@@ -23,11 +28,20 @@ bool SelectingCalls(const ExpressionVariable& target) {
 
 }  // namespace
 
-/// The type of the empty value that stands for one which could not be computed; where only a run
-/// knows the type, that of what takes the value.
-TypeRef ProcedureLowering::EmptyTypeOf(const Operand& value, const TypeRef& wanted) {
-  const TypeRef& type = value.kind == Kind::Any ? wanted : value.type;
-  return type->GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : type;
+/// The empty value that stands for one which could not be computed. Where only a run knows the
+/// type, it is that of what takes the value.
+void ProcedureLowering::StoreEmpty(const VarUse& target, const TypeRef& type) {
+  if (type->GetKind() != Kind::Any)
+    builder_.Store(target, builder_.EmptyValue(type));
+  else if (builder_.IsDynamic(target))
+    Clear(builder_.LoadVariable(target, true));
+  else
+    StoreEmpty(target, Plain(target.type));
+}
+
+void ProcedureLowering::Clear(const Operand& variable) {
+  builder_.Emit(Op::ClearV, variable.reg);
+  builder_.Free(variable);
 }
 
 void ProcedureLowering::LowerAssign(uint32_t i, const ExpressionBase& expression,
@@ -37,11 +51,11 @@ void ProcedureLowering::LowerAssign(uint32_t i, const ExpressionBase& expression
   const FrameState state = builder_.State();
   const auto addPad = [&](const TypeRef& type) {
     AddPad(entry, i + 1, state, mark, LabelOf(i + 2),
-           [this, type, &target] { builder_.Store(target, builder_.EmptyValue(type)); });
+           [this, type, &target] { StoreEmpty(target, type); });
   };
-  if (LowerAppend(expression, target)) return addPad(target.type);
+  if (LowerAppend(expression, target)) return addPad(Plain(target.type));
   Operand value = expression.Lower(builder_);
-  addPad(EmptyTypeOf(value, target.type));
+  addPad(value.type ? Plain(value.type) : Plain(target.type));
   const bool direct = builder_.IsRegister(target) && value.place == Operand::Place::Reg &&
                       value.IsScalar() && value.kind == target.type->GetKind();
   if (direct) {
@@ -122,7 +136,7 @@ void ProcedureLowering::LowerArrayOp(uint32_t i, const ExpressionBase& expressio
   // An array that grows or shrinks by nothing stays as it is.
   if (appends) {
     const bool isKnown = value.kind != Kind::Any;
-    const TypeRef type = EmptyTypeOf(value, TypeDesc::Of(Kind::Int));
+    const TypeRef type = Plain(value.type);
     AddPad(entry, i + 1, state, mark, LabelOf(i + 3), [this, i, type, isKnown] {
       if (isKnown) LowerArrayChange(i, builder_.ToReg(builder_.EmptyValue(type)));
     });
@@ -155,10 +169,7 @@ void ProcedureLowering::LowerArrayChange(uint32_t i, const Operand& value) {
     return;
   }
   std::vector<Operand> indexes;
-  if (selected != nullptr) {
-    indexes = selected->LowerIndexes(builder_);
-    CheckError(*selected);
-  }
+  if (selected != nullptr) indexes = selected->LowerIndexes(builder_);
   const uint16_t address = push != nullptr ? builder_.LoadAddress(push->Variable())
                                            : selected->LowerArrayAddress(builder_, indexes);
   BeginEntry(i + 2);
@@ -215,12 +226,12 @@ size_t ProcedureLowering::LowerSelectedStore(const SelectedAssign& parts, Select
                                              Label& noTarget) {
   ResumeAt(BeginEntry(parts.statement), noTarget);
   const std::vector<Operand> indexes = parts.target.LowerIndexes(builder_);
-  CheckError(parts.target);
   Operand held;
-  if (parts.value.IsImpure())
+  if (parts.value.IsImpure() || SelectingCalls(parts.target))
     held = parts.target.LowerReference(builder_, indexes);
   else if (selecting == Selecting::Early)
     parts.target.LowerCheck(builder_, indexes);
+  CheckError(parts.target);
   const size_t valueEntry = BeginEntry(parts.statement + 1);
   const uint32_t mark = builder_.Mark();
   const FrameState state = builder_.State();
@@ -231,11 +242,13 @@ size_t ProcedureLowering::LowerSelectedStore(const SelectedAssign& parts, Select
       target.LowerStore(builder_, indexes, value);
   };
   const Operand result = parts.value.Lower(builder_);
-  const TypeRef type = EmptyTypeOf(result, parts.target.Type());
-  AddPad(valueEntry, parts.statement + 2, state, mark, parts.end, [this, store, type] {
-    const bool isKnown = type->GetKind() != Kind::Any;
-    store(builder_.EmptyValue(isKnown ? type : TypeDesc::Of(Kind::Int)));
-  });
+  const TypeRef type = Plain(result.type);
+  AddPad(valueEntry, parts.statement + 2, state, mark, parts.end,
+         [this, store, type, held, indexes, &target = parts.target] {
+           if (type->GetKind() != Kind::Any) return store(builder_.EmptyValue(type));
+           const bool isHeld = held.place == Operand::Place::Reg;
+           Clear(isHeld ? held : target.LowerReference(builder_, indexes));
+         });
   CheckError(parts.value);
   BeginEntry(parts.statement + 2);
   store(result);

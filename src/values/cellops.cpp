@@ -1,5 +1,6 @@
 #include "values/cellops.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
@@ -449,7 +450,10 @@ void StoreCell(Kind kind, Cell& slot, Cell value) {
   }
   if (kind == Kind::Struct && slot.st != nullptr && slot.st != value.st && slot.st->HasBoxes()) {
     OwnedCell source(kind, value);
-    for (uint32_t i = 0; i < slot.st->Count(); ++i) {
+    // A host can have added members to one of them; those that both know come first in both.
+    const uint32_t count = std::min(slot.st->Count(), source.cell.st->Count());
+    for (uint32_t i = 0; i < count; ++i) {
+      if (slot.st->MemberKind(i) != source.cell.st->MemberKind(i)) break;
       slot.st->Put(i, CopyCell(slot.st->MemberKind(i), source.cell.st->Peek(i)));
     }
     return;

@@ -91,7 +91,8 @@ bool VarArray::Append(Variable* element) {
   } else {
     AppendObject(element->Clone());
   }
-  if (element != this) Delete(element);
+  // Its own holder is not the caller's to give.
+  if (element != this || tamber::VariableAccess::Holders(*this) > 0) Delete(element);
   return true;
 }
 

@@ -51,8 +51,9 @@ KelString VarStruct::GetStructName() const {
 }
 
 void VarStruct::SetStructName(const KelString& name) {
-  tamber::Attempt(
-      [&] { Rebuild(StructLayout::Make(Name(name.View()), type_->Layout()->Members()), nullptr); });
+  tamber::Attempt([&] {
+    Rebuild(StructLayout::Make(Name(name.View()), cell_.st->Layout()->Members()), nullptr);
+  });
 }
 
 uint32_t VarStruct::GetStructElementIndex(const KelString& name) const {
@@ -75,11 +76,13 @@ int32_t VarStruct::AddStructElement(Variable* member, int32_t unique) {
   if (unique != 0 && cell_.st->Layout()->Find(member->OwnName().View()) >= 0) return 0;
   return tamber::Attempt([&] {
     Variable* added = member;
-    if (member->Dereference() != nullptr) {  // a member is a value, not a name for another one
+    // A member is a value: neither a name for another variable nor one that others hold, which this
+    // structure could be a part of.
+    if (member->Dereference() != nullptr || tamber::VariableAccess::Holders(*member) > 0) {
       added = member->Clone();
       added->SetOwnName(member->OwnName());
     }
-    std::vector<StructLayout::Member> members = type_->Layout()->Members();
+    std::vector<StructLayout::Member> members = cell_.st->Layout()->Members();
     members.push_back({added->OwnName(), tamber::TypeOf(*added), 0});
     try {
       Rebuild(StructLayout::Make(type_->Layout()->GetName(), std::move(members)), added);
