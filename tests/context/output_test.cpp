@@ -2,31 +2,17 @@
 
 #include <filesystem>
 
-#include "context/contextstate.h"
-#include "frontend/scripttext.h"
+#include "context/tambctxt.h"
 #include "kel/tempdir.h"
 #include "values/cellops.h"
 
 namespace {
 
 using testing::EndsWith;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 class Output : public TempDirTest {
  protected:
   void Ini(const std::string& text) { Put("tamber.ini", "[TamberDebug]\n" + text); }
-  void AddInteger(const char* name, int32_t value) {
-    Variable* variable = context_.GetType("int")->CreateVariable(name);
-    variable->SetIntegerValue(value);
-    context_.AddVariable(variable, VARLIST_GLOBAL);
-  }
-  std::string Dump() {
-    std::filesystem::remove("tamber.log");
-    context_.PerformDumps("TamberDebug", nullptr);
-    return Get("tamber.log");
-  }
 
   TamberContext context_;
 };

@@ -12,13 +12,6 @@ class Scopes : public ScriptRunner {
     context_.AddVariable(variable, scope);
     return variable;
   }
-  int32_t Refusal(const char* name, uint32_t mask) {
-    context_.SetContextError(0, "");
-    const int32_t unique = context_.CheckUniqueVar(name, mask);
-    EXPECT_EQ(unique == 0, context_.GetContextError() != 0) << name;
-    EXPECT_TRUE(unique != 0 || ErrorText() == name) << ErrorText();
-    return context_.GetContextError();
-  }
 };
 
 TEST_F(Scopes, RemovedAndReplacedVariables) {

@@ -7,39 +7,19 @@
 
 #include "context/contextstate.h"
 #include "kel/clock.h"
-#include "kel/keldebug.h"
 #include "kel/redisserver.h"
 #include "kel/sessionstore.h"
 #include "kel/tempdir.h"
-#include "values/cellops.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class DebugLines : public KelDebugContext {
- public:
-  bool IsEnabled(Level) const override { return true; }
-  void Write(Level, const KelString&, const KelString& text) override { lines.push_back(text); }
-  std::vector<KelString> lines;
-};
-
 class Sessions : public TempDirTest {
  protected:
   static std::shared_ptr<SessionStore> Store(const char* file = "TamberSessions") {
     return kel::OpenSessionStore(file);
-  }
-  static int64_t Stamp(const char* key) {
-    int64_t stamp = -1;
-    Store()->GetInteger(key, stamp);
-    return stamp;
-  }
-  Variable* AddSession(TamberContext& context, const char* word, const char* name) {
-    Variable* variable = context.GetType(KelString(word))->CreateVariable(name);
-    variable->SetVarFlags(Variable::Session);
-    context.AddVariable(variable, VARLIST_GLOBAL);
-    return variable;
   }
 
   TamberContext context_;

@@ -118,122 +118,107 @@ TEST_F(Compile, BlocksBecomeJumps) {
   }
 }
 
-struct ErrorCase {
-  const char* text;
+struct ErrorCases {
   int32_t code;
   uint32_t line;
+  std::vector<const char*> texts;
 };
 
 TEST_F(Compile, BodiesThatAreRefused) {
-  const std::vector<ErrorCase> cases = {
-      {"if 1\n", ERR_ENDIFUNMATCHED, 2},
-      {"if 1\nelif 2\n", ERR_ENDIFUNMATCHED, 3},
-      {"if 1\nelse\n", ERR_ELSENOEND, 3},
-      {"if 1\nelse\nelif 2\nendif\n", ERR_BADSTATEMENT, 4},
-      {"endif\n", ERR_ENDIFUNMATCHED, 2},
-      {"\nelse\n", ERR_ELSEUNMATCHED, 3},
-      {"while 1\nif 1\nwend\nendif\n", ERR_WENDUNMATCHED, 4},
-      {"while 1\nx\"\nwend\n", ERR_SCRBADQUOTE, 3},
-      {"while 1\nendfor\n", ERR_WHILENOWEND, 2},
-      {"wend\n", ERR_WENDUNMATCHED, 2},
-      {"EndWhile\n", ERR_WENDUNMATCHED, 2},
-      {"break\n", ERR_BREAKUNMATCHED, 2},
-      {"if 1\ncontinue\nendif\n", ERR_CONTUNMATCHED, 3},
-      {"for (;;)\n", ERR_FORNOENDFOR, 2},
-      {"for i = 1\nendfor\n", ERR_FORBADSYNTAX, 2},
-      {"for (exit; 1)\nendfor\n", ERR_FORBADSYNTAX, 2},
-      {"for (exit; 1; exit\nendfor\n", ERR_FORBADSYNTAX, 2},
-      {"for (exit; ; exit)\nendfor\n", ERR_EXPREMPTY, 2},
-      {"for (break; 1;)\nendfor\n", ERR_BREAKUNMATCHED, 2},
-      {"for (int i = 0; 1;)\nendfor\n", ERR_VARNOCOMMA, 2},
-      {"for (;; nonsense)\nexit\nendfor\n", ERR_BADSTATEMENT, 2},
-      {"nonsense\n", ERR_BADSTATEMENT, 2},
-      {"endstruct\n", ERR_BADSTATEMENT, 2},
-      {"\"x\n", ERR_SCRNOQUOTE, 2},
-      {"int x = 3\n", ERR_VARNOCOMMA, 2},
-      {"int\n", ERR_VAREXISTS, 2},
-      {"int x, x\n", ERR_VAREXISTS, 2},
-      {"int While\n", ERR_VAREXISTS, 2},
-      {"int TRUE\n", ERR_VAREXISTS, 2},
-      {"int early\n", ERR_VAREXISTS, 2},
-      {"int[x] y\n", ERR_VARNOCOMMA, 2},
-      {"int[] x[2]\n", ERR_VARNOCOMMA, 2},
-      {"TRUE = 1\n", ERR_ASSIGNCONSTANT, 2},
-      {"TRUE 1\n", ERR_ASSIGNNOEQUAL, 2},
-      {"ErrCode <= 1\n", ERR_ASSIGNNOEQUAL, 2},
-      {"ErrCode >>= 1\n", ERR_ASSIGNNOEQUAL, 2},
-      {"ErrCode <<= 1\n", ERR_ASSIGNMISMATCH, 2},
-      {"ErrCode +=\n", ERR_EXPREMPTY, 2},
-      {"int x\nx = \\\n\n", ERR_EXPREMPTY, 3},
-      {"call 1\n", ERR_EXPRPARMMATCH, 2},
-      {"return 1\n", ERR_RETURNNOTEMPTY, 2},
-  };
-  for (const ErrorCase& row : cases) {
-    const Outcome outcome =
-        CompileText("proc p()\n" + std::string(row.text) + "endproc\nconst early = 1\n");
-    const bool early = std::string_view(row.text) == "int early\n";
-    // A name that is declared further down is free for a local.
-    EXPECT_EQ(outcome.code, early ? 0 : row.code) << row.text;
-    EXPECT_EQ(outcome.line, early ? 0 : row.line) << row.text;
-    EXPECT_EQ(context_.FindProcedure("p") != 0, early) << row.text;
-    context_.ResetContext();
+  const std::vector<ErrorCases> groups = {
+      {ERR_ENDIFUNMATCHED, 2, {"if 1\n", "endif\n"}},
+      {ERR_ENDIFUNMATCHED, 3, {"if 1\nelif 2\n"}},
+      {ERR_ELSENOEND, 3, {"if 1\nelse\n"}},
+      {ERR_BADSTATEMENT, 4, {"if 1\nelse\nelif 2\nendif\n"}},
+      {ERR_ELSEUNMATCHED, 3, {"\nelse\n"}},
+      {ERR_WENDUNMATCHED, 4, {"while 1\nif 1\nwend\nendif\n"}},
+      {ERR_SCRBADQUOTE, 3, {"while 1\nx\"\nwend\n"}},
+      {ERR_WHILENOWEND, 2, {"while 1\nendfor\n"}},
+      {ERR_WENDUNMATCHED, 2, {"wend\n", "EndWhile\n"}},
+      {ERR_BREAKUNMATCHED, 2, {"break\n", "for (break; 1;)\nendfor\n"}},
+      {ERR_CONTUNMATCHED, 3, {"if 1\ncontinue\nendif\n"}},
+      {ERR_FORNOENDFOR, 2, {"for (;;)\n"}},
+      {ERR_FORBADSYNTAX,
+       2,
+       {"for i = 1\nendfor\n", "for (exit; 1)\nendfor\n", "for (exit; 1; exit\nendfor\n"}},
+      {ERR_EXPREMPTY, 2, {"for (exit; ; exit)\nendfor\n", "ErrCode +=\n"}},
+      {ERR_VARNOCOMMA,
+       2,
+       {"for (int i = 0; 1;)\nendfor\n", "int x = 3\n", "int[x] y\n", "int[] x[2]\n"}},
+      {ERR_BADSTATEMENT, 2, {"for (;; nonsense)\nexit\nendfor\n", "nonsense\n", "endstruct\n"}},
+      {ERR_SCRNOQUOTE, 2, {"\"x\n"}},
+      {ERR_VAREXISTS, 2, {"int\n", "int x, x\n", "int While\n", "int TRUE\n", "int early\n"}},
+      {ERR_ASSIGNCONSTANT, 2, {"TRUE = 1\n"}},
+      {ERR_ASSIGNNOEQUAL, 2, {"TRUE 1\n", "ErrCode <= 1\n", "ErrCode >>= 1\n"}},
+      {ERR_ASSIGNMISMATCH, 2, {"ErrCode <<= 1\n"}},
+      {ERR_EXPREMPTY, 3, {"int x\nx = \\\n\n"}},
+      {ERR_EXPRPARMMATCH, 2, {"call 1\n"}},
+      {ERR_RETURNNOTEMPTY, 2, {"return 1\n"}}};
+  for (const auto& [code, line, texts] : groups) {
+    for (const char* text : texts) {
+      const Outcome outcome =
+          CompileText("proc p()\n" + std::string(text) + "endproc\nconst early = 1\n");
+      const bool early = std::string_view(text) == "int early\n";
+      // A name that is declared further down is free for a local.
+      EXPECT_EQ(outcome.code, early ? 0 : code) << text;
+      EXPECT_EQ(outcome.line, early ? 0 : line) << text;
+      EXPECT_EQ(context_.FindProcedure("p") != 0, early) << text;
+      context_.ResetContext();
+    }
   }
 }
 
 TEST_F(Compile, TopLevelsThatAreRefused) {
-  const std::vector<ErrorCase> cases = {
-      {"endproc\n", ERR_BADSTATEMENT, 1},  // begins like a plain script
-      {"int x\nproc p()\nendproc\nendproc\n", ERR_ENDPROCNOPROC, 4},
-      {"const a = 1\nx = 1\n", ERR_BADSTATEMENT, 2},
-      {"const a 1\n", ERR_ASSIGNNOEQUAL, 1},
-      {"const a = 1\nint A\n", ERR_VAREXISTS, 2},
-      {"const while = 1\n", ERR_VARISSTATEMENT, 1},
-      {"const Max = 1\n", ERR_VARISFUNC, 1},
-      {"const a = 1 2\n", ERR_EXPRBADFORMAT, 1},
-      {"extern int a\nextern string a\n", ERR_VARBADEXTTYPE, 2},
-      {"session nonsense a\n", ERR_VARBADTYPE, 1},
-      {"include 42\n", ERR_INCLUDENOTTEXT, 1},
-      {"include \"no such file\"\n", ERR_INCLUDENOTFOUND, 1},
-      {"proc p\nendproc\n", ERR_PROCNOOPENPAR, 1},
-      {"proc 2-x()\nendproc\n", ERR_PROCNOOPENPAR, 1},
-      {"proc -()\nendproc\n", ERR_VARBADNAME, 1},
-      {"proc if()\nendproc\n", ERR_PROCDUPLICATE, 1},
-      {"proc Max()\nendproc\n", ERR_VARISFUNC, 1},
-      {"proc TRUE()\nendproc\n", ERR_VAREXISTS, 1},
-      {"proc p()\nendproc\nproc P()\nendproc\n", ERR_PROCDUPLICATE, 3},
-      {"proc p(x)\nendproc\n", ERR_PROCBADVARTYPE, 1},
-      {"proc p(int a,)\nendproc\n", ERR_PROCBADVARTYPE, 1},
-      {"proc p(int && a)\nendproc\n", ERR_VAREXISTS, 1},
-      {"proc p(int a, int A)\nendproc\n", ERR_VAREXISTS, 1},
-      {"proc p(int a int b)\nendproc\n", ERR_VARNOCOMMA, 1},
-      {"proc p(int a\nendproc\n", ERR_VARNOCOMMA, 1},
-      {"proc p()\nproc q()\nendproc\n", ERR_PROCNESTEDDEF, 2},
-      {"proc p()\nint[] q(int a)\nendproc\n", ERR_PROCNESTEDDEF, 2},
-      {"proc p()\nexit\n", ERR_PROCNOEND, 1},
-      {"proc p()\nendproc\nint [3 f()\nendproc\n", ERR_PROCBADRETTYPE, 3},
-      {"int[3] f()\nendproc\n", ERR_PROCBADRETTYPE, 1},
-      {"int[ f(int[] a)\nendproc\n", ERR_PROCBADRETTYPE, 1},
-      {"proc p()\n/* x\nendproc\n", ERR_SCRNOMORELINES, 2},
-      {"exit\nif 1\n/* x\nendif\n", ERR_SCRNOMORELINES, 3},
-      {"proc p()\nendproc\n\n/* x\n", ERR_SCRNOMORELINES, 4},
-      {"struct s\nint a\n/* x\nendstruct\n", ERR_SCRNOMORELINES, 3},
-      {"int f()\nendproc\n", ERR_PROCNORETURN, 2},
-      {"int f()\nif 1\nreturn 1\nendif\nendproc\n", ERR_PROCNORETURN, 5},
-      {"int f()\nreturn\nendproc\n", ERR_EXPREMPTY, 2},
-      {"int f()\nreturn \"x\"\nendproc\n", ERR_RETURNWRONGTYPE, 2},
-      {"struct\nendstruct\n", tamber::kErrStructBlock, 1},
-      {"struct s\nint a\n", tamber::kErrStructBlock, 3},
-      {"struct s\nint a, A\nendstruct\n", tamber::kErrStructMember, 2},
-      {"struct s\nnonsense a\nendstruct\n", tamber::kErrStructMember, 2},
-      {"struct s\ns a\nendstruct\n", tamber::kErrStructMember, 2},
-      {"struct s\nint a b\nendstruct\n", ERR_VARNOCOMMA, 2},
-      {"struct int\nint a\nendstruct\n", ERR_VAREXISTS, 1},
-  };
-  for (const ErrorCase& row : cases) {
-    const Outcome outcome = CompileText(row.text);
-    EXPECT_EQ(outcome.code, row.code) << row.text << outcome.text;
-    EXPECT_EQ(outcome.line, row.line) << row.text;
-    context_.ResetContext();
+  const std::vector<ErrorCases> groups = {
+      {ERR_BADSTATEMENT, 1, {"endproc\n"}},
+      {ERR_ENDPROCNOPROC, 4, {"int x\nproc p()\nendproc\nendproc\n"}},
+      {ERR_BADSTATEMENT, 2, {"const a = 1\nx = 1\n"}},
+      {ERR_ASSIGNNOEQUAL, 1, {"const a 1\n"}},
+      {ERR_VAREXISTS, 2, {"const a = 1\nint A\n"}},
+      {ERR_VARISSTATEMENT, 1, {"const while = 1\n"}},
+      {ERR_VARISFUNC, 1, {"const Max = 1\n", "proc Max()\nendproc\n"}},
+      {ERR_EXPRBADFORMAT, 1, {"const a = 1 2\n"}},
+      {ERR_VARBADEXTTYPE, 2, {"extern int a\nextern string a\n"}},
+      {ERR_VARBADTYPE, 1, {"session nonsense a\n"}},
+      {ERR_INCLUDENOTTEXT, 1, {"include 42\n"}},
+      {ERR_INCLUDENOTFOUND, 1, {"include \"no such file\"\n"}},
+      {ERR_PROCNOOPENPAR, 1, {"proc p\nendproc\n", "proc 2-x()\nendproc\n"}},
+      {ERR_VARBADNAME, 1, {"proc -()\nendproc\n"}},
+      {ERR_PROCDUPLICATE, 1, {"proc if()\nendproc\n"}},
+      {ERR_VAREXISTS,
+       1,
+       {"proc TRUE()\nendproc\n", "proc p(int && a)\nendproc\n", "proc p(int a, int A)\nendproc\n",
+        "struct int\nint a\nendstruct\n"}},
+      {ERR_PROCDUPLICATE, 3, {"proc p()\nendproc\nproc P()\nendproc\n"}},
+      {ERR_PROCBADVARTYPE, 1, {"proc p(x)\nendproc\n", "proc p(int a,)\nendproc\n"}},
+      {ERR_VARNOCOMMA, 1, {"proc p(int a int b)\nendproc\n", "proc p(int a\nendproc\n"}},
+      {ERR_PROCNESTEDDEF,
+       2,
+       {"proc p()\nproc q()\nendproc\n", "proc p()\nint[] q(int a)\nendproc\n"}},
+      {ERR_PROCNOEND, 1, {"proc p()\nexit\n"}},
+      {ERR_PROCBADRETTYPE, 3, {"proc p()\nendproc\nint [3 f()\nendproc\n"}},
+      {ERR_PROCBADRETTYPE, 1, {"int[3] f()\nendproc\n", "int[ f(int[] a)\nendproc\n"}},
+      {ERR_SCRNOMORELINES, 2, {"proc p()\n/* x\nendproc\n"}},
+      {ERR_SCRNOMORELINES, 3, {"exit\nif 1\n/* x\nendif\n", "struct s\nint a\n/* x\nendstruct\n"}},
+      {ERR_SCRNOMORELINES, 4, {"proc p()\nendproc\n\n/* x\n"}},
+      {ERR_PROCNORETURN, 2, {"int f()\nendproc\n"}},
+      {ERR_PROCNORETURN, 5, {"int f()\nif 1\nreturn 1\nendif\nendproc\n"}},
+      {ERR_EXPREMPTY, 2, {"int f()\nreturn\nendproc\n"}},
+      {ERR_RETURNWRONGTYPE, 2, {"int f()\nreturn \"x\"\nendproc\n"}},
+      {tamber::kErrStructBlock, 1, {"struct\nendstruct\n"}},
+      {tamber::kErrStructBlock, 3, {"struct s\nint a\n"}},
+      {tamber::kErrStructMember,
+       2,
+       {"struct s\nint a, A\nendstruct\n", "struct s\nnonsense a\nendstruct\n",
+        "struct s\ns a\nendstruct\n"}},
+      {ERR_VARNOCOMMA, 2, {"struct s\nint a b\nendstruct\n"}}};
+  for (const auto& [code, line, texts] : groups) {
+    for (const char* text : texts) {
+      const Outcome outcome = CompileText(text);
+      EXPECT_EQ(outcome.code, code) << text << outcome.text;
+      EXPECT_EQ(outcome.line, line) << text;
+      context_.ResetContext();
+    }
   }
 }
 
@@ -285,44 +270,29 @@ TEST_F(Compile, ProceduresWithoutResultHaveNoValue) {
   const std::string start =
       "proc p()\nendproc\nint n\nint[] l\narray g\nstruct S\nint[] m\nint i\nendstruct\nS s\n"
       "proc take(int i)\nendproc\n";
-  const std::vector<std::pair<const char*, int32_t>> bodies = {
-      {"n = p()", ERR_ASSIGNMISMATCH},
-      {"s.i = p()", ERR_ASSIGNMISMATCH},
-      {"l[1] = p()", ERR_ASSIGNMISMATCH},
-      {"g = p()", ERR_ASSIGNMISMATCH},
-      {"l <<= p()", ERR_ASSIGNMISMATCH},
-      {"g <<= p()", ERR_ASSIGNMISMATCH},
-      {"s.m <<= p()", ERR_ASSIGNMISMATCH},
-      {"g[1].m <<= p()", ERR_ASSIGNMISMATCH},
-      {"return p()", ERR_ASSIGNMISMATCH},
-      {"n = (p())", ERR_EXPREMPTY},
-      {"n += p()", ERR_EXPREMPTY},
-      {"n += 1 + p()", ERR_EXPREMPTY},
-      {"l += p()", ERR_EXPREMPTY},
-      {"l -= p()", ERR_EXPREMPTY},
-      {"n = -p()", ERR_EXPREMPTY},
-      {"n = p() + 1", ERR_EXPREMPTY},
-      {"n = 1 + 2 * p()", ERR_EXPREMPTY},
-      {"n = p()[1]", ERR_EXPREMPTY},
-      {"n = p().i", ERR_EXPREMPTY},
-      {"n = l[p()]", ERR_EXPREMPTY},
-      {"l[p()] = 1", ERR_EXPREMPTY},
-      {"Print(p())", ERR_EXPREMPTY},
-      {"take(p())", ERR_EXPREMPTY},
-      {"p() + 1", ERR_EXPREMPTY},
-      {"call p()", ERR_EXPREMPTY},
-      {"if p()\nendif", ERR_EXPREMPTY},
-      {"if 0\nelif p()\nendif", ERR_EXPREMPTY},
-      {"while p()\nwend", ERR_EXPREMPTY},
-      {"for (n = 0; p(); n += 1)\nendfor", ERR_EXPREMPTY},
-  };
-  for (const auto& [body, code] : bodies) {
-    const Outcome outcome =
-        CompileText(start + "int f()\n" + body + "\nreturn 1\nendproc\nproc main()\nendproc\n");
-    EXPECT_EQ(outcome.code, code) << body;
-    EXPECT_EQ(outcome.line, std::string_view(body).starts_with("if 0") ? 15u : 14u) << body;
-    EXPECT_EQ(outcome.text == "p", code == ERR_EXPREMPTY) << body;
-    context_.ResetContext();
+  const std::vector<std::pair<int32_t, std::vector<const char*>>> groups = {
+      {ERR_ASSIGNMISMATCH,
+       {"n = p()", "s.i = p()", "l[1] = p()", "g = p()", "l <<= p()", "g <<= p()", "s.m <<= p()",
+        "g[1].m <<= p()", "return p()"}},
+      {ERR_EXPREMPTY, {"n = (p())",       "n += p()",
+                       "n += 1 + p()",    "l += p()",
+                       "l -= p()",        "n = -p()",
+                       "n = p() + 1",     "n = 1 + 2 * p()",
+                       "n = p()[1]",      "n = p().i",
+                       "n = l[p()]",      "l[p()] = 1",
+                       "Print(p())",      "take(p())",
+                       "p() + 1",         "call p()",
+                       "if p()\nendif",   "if 0\nelif p()\nendif",
+                       "while p()\nwend", "for (n = 0; p(); n += 1)\nendfor"}}};
+  for (const auto& [code, bodies] : groups) {
+    for (const char* body : bodies) {
+      const Outcome outcome =
+          CompileText(start + "int f()\n" + body + "\nreturn 1\nendproc\nproc main()\nendproc\n");
+      EXPECT_EQ(outcome.code, code) << body;
+      EXPECT_EQ(outcome.line, std::string_view(body).starts_with("if 0") ? 15u : 14u) << body;
+      EXPECT_EQ(outcome.text == "p", code == ERR_EXPREMPTY) << body;
+      context_.ResetContext();
+    }
   }
   for (const char* line :
        {"int a = p()", "const c = p()", "const int c = p()", "session int a = p()", "include p()",

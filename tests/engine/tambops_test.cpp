@@ -46,17 +46,6 @@ class TambOpsTest : public testing::Test {
     EXPECT_EQ(stack_.GetSize(), 1u);
     return stack_.PopInteger();
   }
-  template <class Left, class Right>
-  std::string TextOf(const char* op, Left left, Right right) {
-    EXPECT_EQ(Run(op, left, right), 1) << op << ": " << ops_.GetOperatorError();
-    EXPECT_EQ(stack_.GetTypeId(0), Variable::String);
-    return PopText();
-  }
-  std::string PopText() {
-    KelString text;
-    stack_.PopKelString(text);
-    return text.Str();
-  }
   void Push(bool value) { stack_.PushBoolean(value); }
   void Push(char value) { stack_.PushChar(value); }
   void Push(int32_t value) { stack_.PushInteger(value); }
@@ -68,8 +57,6 @@ class TambOpsTest : public testing::Test {
   Stack stack_;
   TamberOperators ops_;
 };
-
-// --- tables ---
 
 // --- result types ---
 
@@ -211,9 +198,5 @@ TEST_F(TambOpsTest, NumbersCompareInTheWidestType) {
   EXPECT_EQ(stack_.GetTypeId(0), Variable::Boolean);
   EXPECT_EQ(stack_.PopInteger(), 0);
 }
-
-// --- text ---
-
-// --- members and elements ---
 
 }  // namespace

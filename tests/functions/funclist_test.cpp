@@ -11,7 +11,6 @@
 #include "functions/prototype.h"
 #include "values/cellops.h"
 #include "values/typelist.h"
-#include "values/varhandle.h"
 #include "values/varint.h"
 #include "values/varlist.h"
 
@@ -26,19 +25,10 @@ int32_t Second(FunctionCallInfo*) { return 2; }
 
 class FuncListTest : public testing::Test {
  protected:
-  FuncListTest() {
-    types_.CreateDefaultTypes();
-    for (const char* name : {"TextFileHandle", "FileFindInfo"}) {
-      types_.AddType(name, new VarHandle("", name, 0), 1);
-    }
-    const TypeRef match = TypeDesc::StructOf(tamber::StructLayout::Make(
-        tamber::Name("RegexMatch"), {{tamber::Name("Offset"), TypeDesc::Of(Kind::Int)}}));
-    types_.AddType("RegexMatch", tamber::MakeVariable(match, {}), 1);
-    types_.AddType("RegexMatch[]", tamber::MakeVariable(TypeDesc::ArrayOf(match), {}), 1);
-  }
+  FuncListTest() { types_.CreateDefaultTypes(); }
 
-  uint32_t Add(std::string_view prototype, TamberFunctionPtr body = &First, bool replace = false,
-               FunctionList::FuncType_e type = FunctionList::FUNCTYPE_NORMAL) {
+  uint32_t Add(std::string_view prototype, TamberFunctionPtr body = &First, bool replace = false) {
+    constexpr auto type = FunctionList::FUNCTYPE_NORMAL;
     tamber::Prototype parsed;
     if (!tamber::ParsePrototype(prototype, types_, type, parsed, message_)) return 0;
     return list_.AddFunction(parsed.name, parsed.returnValue.release(), body,
@@ -78,8 +68,6 @@ class FuncListTest : public testing::Test {
   }
   mutable std::vector<TypeRef> kept_;  // the loans outlive the vector they were taken from
 };
-
-// --- prototypes ---
 
 // --- the table ---
 

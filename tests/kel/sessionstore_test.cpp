@@ -15,7 +15,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 using Store = std::shared_ptr<SessionStore>;
 
 /// What any kind of store keeps to; the parameter says which kind.

@@ -26,26 +26,4 @@ TEST(CowTest, CopiesShareUntilOneOfThemWrites) {
   EXPECT_THAT(first.Read(), ElementsAre(1, 2));
 }
 
-const kel::Cow<std::vector<int>>& ThreeNumbers() {
-  static const kel::Cow<std::vector<int>> numbers = [] {
-    kel::Cow<std::vector<int>> made;
-    made.Write() = {1, 2, 3};
-    return made;
-  }();
-  return numbers;
-}
-
-TEST(CowTest, DeferredValueIsMadeWhenItIsLookedAt) {
-  kel::Cow<std::vector<int>> first(ThreeNumbers);
-  kel::Cow<std::vector<int>> second = first;
-  EXPECT_TRUE(first.SharesWith(second));
-  EXPECT_FALSE(first.IsMade());
-  EXPECT_THAT(first.Read(), ElementsAre(1, 2, 3));
-  EXPECT_TRUE(first.SharesWith(ThreeNumbers()));
-  EXPECT_FALSE(second.IsMade());
-  second.Write().push_back(4);
-  EXPECT_THAT(second.Read(), ElementsAre(1, 2, 3, 4));
-  EXPECT_THAT(ThreeNumbers().Read(), ElementsAre(1, 2, 3));
-}
-
 }  // namespace

@@ -1,8 +1,4 @@
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -10,7 +6,6 @@
 #include "context/tambctxt.h"
 #include "kel/filepolicy.h"
 #include "kel/tempdir.h"
-#include "kel/testserver.h"
 
 namespace tamber {
 namespace {
@@ -24,9 +19,7 @@ class FilesTest : public TempDirTest {
     KelString output;
     context_.SetOutput(&output);
     const std::string script =
-        "proc main()\nTextFileHandle h\nFileFindInfo f\nint i\nbool b\n"
-        "string s\nErrHandler = INLINE_HANDLER\n" +
-        statements + "\nendproc\n";
+        "proc main()\nstring s\nErrHandler = INLINE_HANDLER\n" + statements + "\nendproc\n";
     const KelString name(std::to_string(++scripts_));
     context_.ResetContext();
     EXPECT_TRUE(context_.CompileScriptBuffer(name, KelString(script), 1)) << script;
@@ -110,28 +103,6 @@ TEST_F(FilesTest, AnErrorNamesTheFileThatItIsAbout) {
   // A file that is there but cannot be written anew is not missing.
   const std::string made = "/proc/self/status";
   EXPECT_EQ(about("FileConvertToCodePage(\"" + made + "\", \"1252\")"), "FALSE 112 " + made);
-}
-
-/// Calls a function in a place where a file system of a few pages is mounted for it alone; false
-/// where the machine does not allow that.
-template <class Body>
-bool OnSmallDisk(const std::string& dir, Body body) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    if (::unshare(CLONE_NEWNS) != 0 ||
-        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("tmpfs", dir.c_str(), "tmpfs", 0, "size=64k") != 0) {
-      ::_exit(77);
-    }
-    fs::current_path(dir);
-    body();
-    ::_exit(testing::Test::HasFailure() ? 1 : 0);
-  }
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  const bool skipped = WIFEXITED(status) && WEXITSTATUS(status) == 77;
-  EXPECT_TRUE(status == 0 || skipped);
-  return !skipped;
 }
 
 }  // namespace

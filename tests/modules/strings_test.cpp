@@ -1,17 +1,11 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <limits>
 #include <random>
 
 #include "modules/functioncaller.h"
 
 namespace tamber {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr int kMin = std::numeric_limits<int32_t>::min();
 
 class Strings : public FunctionCaller {};
 

@@ -94,14 +94,4 @@ TEST(Tokenise, Quotes) {
   EXPECT_EQ(word.GetLastError(), 0);
 }
 
-TEST(Tokenise, Escapes) {
-  EXPECT_THAT(Tokens(R"("a\x41b" "\xZ1" "\q" "\x6a\x6B")"),
-              ElementsAre("\"aAb\"", "\"xZ1\"", "\"q\"", "\"jk\""));
-  EXPECT_THAT(Tokens(R"("\"\'\\\b\n\r\t")"), ElementsAre("\"\"'\\\b\n\r\t\""));
-  Tokeniser tokeniser(R"("a\x00b" c)");
-  tokeniser.GetNextToken(1, 1);
-  EXPECT_EQ(tokeniser.Token(), std::string_view("\"a\0b\"", 5));
-  EXPECT_STREQ(tokeniser.GetNextToken(1, 1), "c");
-}
-
 }  // namespace
