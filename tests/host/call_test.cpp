@@ -134,66 +134,41 @@ std::string InMain(const std::string& body) {
          body + "\nendproc\n";
 }
 
-TEST_F(CallTest, AFailureOfCompilingPointsAtTheToken) {
-  for (const char* marked : {"  a = 1 + ^wrong * 2",
-                             "\t^wrong here",
-                             "  a = a + ^StrLen(a, a)",
-                             "  a = (b + 1) ^* v",
-                             "  b = ^(1 + 2 * (3 + 4)",
-                             "  b = 1 + 2^)",
-                             "  Print(^\"abc)",
-                             "  b =^",
-                             "  b = 1 ^+",
-                             "  b ^3",
-                             "  p[1].^x = 1",
-                             "  a = a.^",
-                             "  ^a.x = 1",
-                             "  a = a + ^b[1]",
-                             "  v[^\"x\"] = 1",
-                             "  a = 1 + ^Nothing()",
-                             "  Twice(1 ^+ a)",
-                             "  a = F(1, ^s)",
-                             "  a = ^F(1) + F(1, 2)",
-                             "  for (a = ^wrong; a < 3; a += 1)\n  endfor",
-                             "  for (a = 1; a < ^wrong; a += 1)\n  endfor",
-                             "  for (a = 1; a < 3; a += ^wrong)\n  endfor",
-                             "  int c ^d",
-                             "  int c, ^a",
-                             "  a = 3 ^b",
-                             "  if a\n  elif ^wrong\n  endif",
-                             "  return ^3",
-                             "  a = ^Nothing()",
-                             "  s ^+= v",
-                             "  int ^größe",
-                             "  a = \"größe\" + ^wrong",
-                             "  a = 1 + \\\n    2 + \\\n    ^wrong + 3",
-                             "  for (a = 1; \\\n    a < ^wrong; a += 1)\n  endfor"}) {
-    const std::string wanted(marked);
-    std::string body = wanted;
-    body.erase(body.find('^'), 1);
-    const size_t start = wanted.rfind('\n', wanted.find('^')) + 1;
-    EXPECT_EQ(MarkedLine(InMain(body)), wanted.substr(start, wanted.find('\n', start) - start));
-  }
-  EXPECT_EQ(MarkedLine("int g = 1 + wrong\n"), "int g = 1 + ^wrong");
-}
-
-TEST_F(CallTest, AFailureOfRunningPointsAtTheOperatorOrTheCall) {
-  for (const char* marked :
-       {"  a = a + b ^/ z", "  a ^/= z", "  a = 1 + v^[3]", "  p += 1\n  p[1].q^[z] = 4",
-        "  while 1 < 2 ^/ z\n  wend", "  a = F(1, 1) + ^F(z)", "  if z == 0 && 3 ^/ z > 4\n  endif",
-        "  Print(\"\" + 1.5 ^/ z)", "  a = 1 + ^Refused(b)",
-        "  for (a = 1 ^/ z; a < 3; a += 1)\n  endfor",
-        "  for (a = 1; a < 3 ^/ z; a += 1)\n  endfor",
-        "  for (a = 1; a < 3; a += 1 ^/ z)\n  endfor",
-        "  a = 1 + \\\n\t2 * \\\n\t\\\n    5 ^/ z + 1", "  \\\n  a = 5 ^/ z",
-        "  a = 1 + \\\n  2 ^/ z \\\n  // no more", "  v <<= 1 ^/ z"}) {
-    const std::string wanted(marked);
+/// Scripts, each with a "^" before the place that its error must name.
+void ExpectMarked(std::initializer_list<const char*> bodies) {
+  for (const std::string wanted : bodies) {
     const size_t caret = wanted.find('^');
     std::string body = wanted;
     body.erase(caret, 1);
     const size_t start = wanted.rfind('\n', caret) + 1;
     EXPECT_EQ(MarkedLine(InMain(body)), wanted.substr(start, wanted.find('\n', start) - start));
   }
+}
+
+TEST_F(CallTest, AFailureOfCompilingPointsAtTheToken) {
+  ExpectMarked({"  a = 1 + ^wrong * 2", "\t^wrong here", "  a = a + ^StrLen(a, a)",
+                "  a = (b + 1) ^* v", "  b = ^(1 + 2 * (3 + 4)", "  b = 1 + 2^)", "  Print(^\"abc)",
+                "  b =^", "  b = 1 ^+", "  b ^3", "  p[1].^x = 1", "  a = a.^", "  ^a.x = 1",
+                "  a = a + ^b[1]", "  v[^\"x\"] = 1", "  a = 1 + ^Nothing()", "  Twice(1 ^+ a)"});
+  ExpectMarked(
+      {"  a = F(1, ^s)", "  a = ^F(1) + F(1, 2)", "  for (a = ^wrong; a < 3; a += 1)\n  endfor",
+       "  for (a = 1; a < ^wrong; a += 1)\n  endfor", "  for (a = 1; a < 3; a += ^wrong)\n  endfor",
+       "  int c ^d", "  int c, ^a", "  a = 3 ^b", "  if a\n  elif ^wrong\n  endif", "  return ^3",
+       "  a = ^Nothing()", "  s ^+= v", "  int ^größe", "  a = \"größe\" + ^wrong",
+       "  a = 1 + \\\n    2 + \\\n    ^wrong + 3",
+       "  for (a = 1; \\\n    a < ^wrong; a += 1)\n  endfor"});
+  EXPECT_EQ(MarkedLine("int g = 1 + wrong\n"), "int g = 1 + ^wrong");
+}
+
+TEST_F(CallTest, AFailureOfRunningPointsAtTheOperatorOrTheCall) {
+  ExpectMarked({"  a = a + b ^/ z", "  a ^/= z", "  a = 1 + v^[3]", "  p += 1\n  p[1].q^[z] = 4",
+                "  while 1 < 2 ^/ z\n  wend", "  a = F(1, 1) + ^F(z)",
+                "  if z == 0 && 3 ^/ z > 4\n  endif", "  Print(\"\" + 1.5 ^/ z)",
+                "  a = 1 + ^Refused(b)", "  for (a = 1 ^/ z; a < 3; a += 1)\n  endfor",
+                "  for (a = 1; a < 3 ^/ z; a += 1)\n  endfor",
+                "  for (a = 1; a < 3; a += 1 ^/ z)\n  endfor",
+                "  a = 1 + \\\n\t2 * \\\n\t\\\n    5 ^/ z + 1", "  \\\n  a = 5 ^/ z",
+                "  a = 1 + \\\n  2 ^/ z \\\n  // no more", "  v <<= 1 ^/ z"});
   EXPECT_EQ(MarkedLine("int g = 5 + 1 / 0\n"), "int g = 5 + 1 ^/ 0");
 }
 
