@@ -91,4 +91,18 @@ TEST_F(Policies, AHandlerThatFailsForEver) {
   EXPECT_EQ(Run("Print(\"fine\")\n"), 1) << "the context stays usable";
 }
 
+TEST_F(Policies, InlineLeavesNoErrorBehind) {
+  EXPECT_EQ(Run("int i\nErrHandler = INLINE_HANDLER\ni = 1 / 0\n"), 1);
+  EXPECT_EQ(context_.GetContextError(), 0);
+  EXPECT_EQ(IntegerOf("ErrCode"), ERR_DIVIDEBYZERO);
+  EXPECT_TRUE(told_.empty());
+}
+
+TEST_F(Policies, HandlersTakeNoArguments) {
+  EXPECT_EQ(Run("proc Takes(int i)\nendproc\nproc main()\nErrHandler = \"Takes\"\nint i\n"
+                "i = 1 / 0\nendproc\n"),
+            0);
+  EXPECT_EQ(context_.GetContextError(), ERR_PROCPARMCOUNT);
+}
+
 }  // namespace

@@ -38,4 +38,18 @@ TEST_F(Scopes, RemovedAndReplacedVariables) {
   Variable::Delete(nowhere);
 }
 
+// ErrCode is written by the reporters whatever a host has done to the variable.
+TEST_F(Scopes, ErrCodeMayBeReplacedOrGone) {
+  context_.SetContextError(101, "");
+  context_.UpdateErrCodeVar();
+  EXPECT_EQ(IntegerOf("ErrCode"), 101);
+  Variable::Delete(context_.RemoveVariable("ErrCode", VARLIST_GLOBAL));
+  context_.UpdateErrCodeVar();
+  AddInteger("ErrCode", 5, VARLIST_GLOBAL);
+  context_.UpdateErrCodeVar();
+  EXPECT_EQ(IntegerOf("ErrCode"), 101);
+  context_.ClearVarList(VARLIST_GLOBAL);
+  EXPECT_EQ(Run("int i\ni = 1 / 0\n"), 0) << "without any of the predefined globals";
+}
+
 }  // namespace

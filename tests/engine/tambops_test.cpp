@@ -199,4 +199,38 @@ TEST_F(TambOpsTest, NumbersCompareInTheWidestType) {
   EXPECT_EQ(stack_.PopInteger(), 0);
 }
 
+TEST_F(TambOpsTest, TextsCompareWithoutCaseUnlessTheSwitchIsSet) {
+  EXPECT_EQ(ops_.GetCaseSwitch(), 0);
+  EXPECT_EQ(IntOf("==", "abc", "ABC"), 1);
+  EXPECT_EQ(IntOf("<", "B", "a"), 0);
+  EXPECT_EQ(IntOf("<", "a_", "aB"), 1) << "folding is to lower case";
+  EXPECT_EQ(IntOf("<", "ab", "abc"), 1);
+  EXPECT_EQ(IntOf(">", "\xE9", "z"), 1) << "bytes are unsigned";
+  EXPECT_EQ(IntOf("==", "\xC9", "\xE9"), 0) << "only ASCII is folded";
+  ops_.SetCaseSwitch(1);
+  EXPECT_EQ(IntOf("==", "abc", "ABC"), 0);
+  EXPECT_EQ(IntOf("<", "B", "a"), 1);
+  EXPECT_EQ(IntOf("!=", "abc", "abd"), 1);
+  stack_.PushString(KelString("a\0x", 3));
+  stack_.PushString(KelString("a\0y", 3));
+  EXPECT_EQ(Run(BinaryOp("==")), 1);
+  EXPECT_EQ(stack_.PopInteger(), 1) << "comparison ends at a NUL";
+}
+
+TEST_F(TambOpsTest, ElementsCountFromOne) {
+  const VarHolder array(tamber::MakeVariable(TypeOf('A'), tamber::Name("a")));
+  array->SetArraySize(3);
+  array->GetArrayElement(3)->SetIntegerValue(33);
+  EXPECT_EQ(IntOf("[]", array->Duplicate(), 3), 33);
+  EXPECT_EQ(Run("[]", array->Duplicate(), 1), 1);
+  EXPECT_EQ(stack_.GetVariable(0), array->GetArrayElement(1)) << "the element itself";
+  for (const int32_t index : {0, 4, -1, kMin}) {
+    EXPECT_EQ(Run("[]", array->Duplicate(), index), 0);
+    EXPECT_EQ(ops_.GetOperatorError(), ERR_VARARRAYBOUNDS);
+    EXPECT_EQ(stack_.GetSize(), 0u);
+  }
+  EXPECT_EQ(Run("[]", 5, 1), 0);
+  EXPECT_EQ(ops_.GetOperatorError(), ERR_VARNOTARRAY);
+}
+
 }  // namespace

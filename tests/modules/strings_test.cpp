@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
+#include <tuple>
 
 #include "modules/functioncaller.h"
 
@@ -81,6 +83,14 @@ TEST_F(Strings, AnythingGoesIn) {
     Text("MakeStr", 1.5, input);
     Text("StrDecodeDESBase64", input, input);
   }
+}
+
+TEST_F(Strings, RealsByFormat) {
+  const std::tuple<const char*, double, const char*> rows[] = {
+      {"%g", 1e6, "1e+06"},     {"%#.3g", 1e-5, "1.00e-05"}, {"%#.3g", 0.25, "0.250"},
+      {"%g", 0.0001, "0.0001"}, {"%.3G", 1e-10, "1E-10"},    {"%010F", -HUGE_VAL, "      -INF"}};
+  for (const auto& [format, value, expected] : rows)
+    EXPECT_EQ(Text("MakeStr", value, format), expected) << format;
 }
 
 }  // namespace
