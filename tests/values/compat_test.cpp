@@ -108,4 +108,13 @@ TEST_F(Compatibility, EveryPairOfTypes) {
   }
 }
 
+TEST_F(Compatibility, AssignConverts) {
+  EXPECT_EQ(flag.Assign(&number), 1);
+  EXPECT_EQ(flag.GetIntegerValue(), 1);
+  EXPECT_EQ(text.Assign(&chars), 1);
+  EXPECT_EQ(TextOf(text), "ok");
+  EXPECT_EQ(match.Assign(&file), 1);
+  EXPECT_EQ(match.GetHandleName(), "Match");
+}
+
 }  // namespace
