@@ -1,3 +1,6 @@
+#include <optional>
+#include <utility>
+
 #include "context/contextstate.h"
 #include "frontend/scripttext.h"
 #include "kel/inifile.h"
@@ -128,25 +131,23 @@ void ContextState::HandleParseError(const SourcePlace& place) {
   // The innermost procedure or script reports; those around it only end.
   if (run.errorReported || run.errorCode == 0) return;
   run.errorReported = true;
-  auto& owedReport = errors.owedReport;
-  if (!owedReport) owedReport = ErrorReporting::OwedReport{place};
-  ErrorReporting::OwedReport& report = *owedReport;
+  // The host may use the context while it is told, and have other errors reported meanwhile.
+  std::optional<ErrorReporting::OwedReport> report = std::exchange(errors.owedReport, std::nullopt);
   if (run.errorCode == ERR_NOMEMORY) errors.reportRoom.reset();
   const bool reported = Attempt([&] {
-    if (!report.hostKnows) {
-      SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(report.place.line));
+    if (!report) report.emplace(ErrorReporting::OwedReport{place});
+    if (!report->hostKnows) {
+      SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(report->place.line));
       context.UpdateErrCodeVar();
-      TellHost(*this, report.place);
-      report.hostKnows = true;
+      TellHost(*this, report->place);
+      report->hostKnows = true;
     }
-    WriteReport(*this, kParseErrors, KelString("Fatal parse or run time"), report.place);
+    WriteReport(*this, kParseErrors, KelString("Fatal parse or run time"), report->place);
   });
-  if (reported) {
-    owedReport.reset();
-  } else {
-    errors.reportRoom.reset();
-    run.errorReported = false;
-  }
+  if (reported) return;
+  errors.owedReport = std::move(report);
+  errors.reportRoom.reset();
+  run.errorReported = false;
 }
 
 KelString ContextState::ErrorHandler() {

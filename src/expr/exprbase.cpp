@@ -6,23 +6,21 @@
 
 ExpressionBase::~ExpressionBase() {
   // A sum of many terms is a chain as deep as it is long: the descendants are taken apart in a
-  // loop, not by destructors that call each other.
-  std::vector<std::unique_ptr<ExpressionBase>> pending;
-  auto takeChildren = [&pending](ExpressionBase& node) {
-    for (uint32_t i = 0; i < node.childCount_; ++i) {
-      std::unique_ptr<ExpressionBase>& child = node.ChildSlot(i);
-      if (child->childCount_ > 0)
-        pending.push_back(std::move(child));
-      else
-        child.reset();
+  // loop, leaf by leaf, not by destructors that call each other. Nothing is allocated for it.
+  ExpressionBase* node = this;
+  while (true) {
+    if (node->childCount_ == 0) {
+      if (node == this) return;
+      node = node->parent_;
+      continue;
     }
-    node.childCount_ = 0;
-  };
-  takeChildren(*this);
-  while (!pending.empty()) {
-    std::unique_ptr<ExpressionBase> node = std::move(pending.back());
-    pending.pop_back();
-    takeChildren(*node);
+    std::unique_ptr<ExpressionBase>& last = node->ChildSlot(node->childCount_ - 1);
+    if (last != nullptr && last->childCount_ > 0) {
+      node = last.get();
+    } else {
+      last.reset();
+      --node->childCount_;
+    }
   }
 }
 
@@ -32,8 +30,8 @@ tamber::Operand ExpressionBase::Lower(tamber::CodeBuilder& builder) const {
 }
 
 void ExpressionBase::AddChild(std::unique_ptr<ExpressionBase> child) {
-  child->parent_ = this;
   if (childCount_ >= kInline) more_.emplace_back();
+  child->parent_ = this;
   ChildSlot(childCount_++) = std::move(child);
 }
 

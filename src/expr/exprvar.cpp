@@ -221,9 +221,9 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
     b.EmitFail(ERR_ASSIGNMISMATCH, variable_.name.View());
     return;
   }
-  const Operand source = b.ToReg(*converted);
-  const bool owned = b.Owns(source);
   const size_t steps = selectors_.size() - 1;
+  const Operand source = steps > 0 ? b.Independent(b.ToReg(*converted)) : b.ToReg(*converted);
+  const bool owned = b.Owns(source);
   const bool inRegister =
       steps == 0 && last.isIndex && b.IsRegister(variable_) && source.IsScalar();
   uint16_t target =

@@ -63,9 +63,17 @@ void CompileSession::NoteDeclared(const KelString& name) {
 void CompileSession::AddBody(std::unique_ptr<TamberProcedure> procedure, BlockTable blocks) {
   NoteDeclared(procedure->GetName());
   const auto declared = static_cast<uint32_t>(declaredAt_.size());
+  const TamberProcedure* const added = procedure.get();
   bodies_.push_back({procedure.get(), std::move(blocks), declared});
-  bodyOf_.emplace(procedure.get(), &bodies_.back());
-  host_.Procedures().AddProcedure(std::move(procedure));
+  try {
+    bodyOf_.emplace(added, &bodies_.back());
+    host_.Procedures().AddProcedure(std::move(procedure));
+  } catch (...) {
+    // Without memory the procedure is gone, so nobody may look for it here.
+    bodyOf_.erase(added);
+    bodies_.pop_back();
+    throw;
+  }
 }
 
 bool CompileSession::CompileNow(TamberProcedure& procedure) {

@@ -220,6 +220,8 @@ Operand CodeBuilder::Constant(Kind kind, Cell cell) {
 }
 
 Operand CodeBuilder::TextConstant(std::string_view text) {
+  code_.constants.reserve(code_.constants.size() + 1);
+  code_.constantKinds.reserve(code_.constantKinds.size() + 1);
   Cell cell = ZeroCell();
   if (!text.empty()) cell.s = StrBuf::New(text);
   return Constant(Kind::String, cell);
@@ -276,6 +278,16 @@ void CodeBuilder::MoveInto(uint16_t reg, const Operand& operand) {
     Emit(Op::MovO, reg, operand.reg);
     if (alias) aliases_.push_back(reg);
   }
+}
+
+Operand CodeBuilder::Independent(const Operand& operand) {
+  const bool aggregate = operand.kind == Kind::Struct || operand.kind == Kind::Array;
+  if (!aggregate || Owns(operand)) return operand;
+  Operand own = operand;
+  own.reg = NewTemp();
+  MoveInto(own.reg, operand);
+  Free(operand);
+  return own;
 }
 
 Operand CodeBuilder::Unary(Op op, Kind kind, const Operand& operand) {

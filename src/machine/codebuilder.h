@@ -114,6 +114,9 @@ class CodeBuilder {
   Operand ToReg(const Operand& operand);
   /// The value moved into this very register (a fresh temporary), owned when managed.
   void MoveInto(uint16_t reg, const Operand& operand);
+  /// A structure or an array as a value of its own, where it could be what it is stored into a part
+  /// of; every other operand as it is.
+  Operand Independent(const Operand& operand);
   /// The value converted as an assignment to `to` does it; nothing: it never can be.
   std::optional<Operand> Convert(const Operand& operand, const TypeDesc& to);
   /// As an integer register that a condition tests; a value that is no number counts as 0.

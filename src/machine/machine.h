@@ -160,6 +160,7 @@ class Machine {
   bool BoxMember(Cell& structure, uint32_t member, Cell& out);
   /// Raises what a store says; throws when there is no memory.
   bool Check(Stored stored, std::string_view name);
+  std::string_view TargetName() const;
   bool HasElement(const ArrayData* array, int32_t index);
   static void PutMember(Cell& structure, uint32_t member, Cell value);
   bool SelectMember(Cell& variable, uint32_t member, const TypeDesc& type);

@@ -170,12 +170,36 @@ bool Machine::AssignTo(Variable& target, const TypeDesc& type, Cell value) {
   return Check(Assign(tamber::PlaceOf(target), type, value), target.OwnName().View());
 }
 
+/// The variable that the register at hand was reached from: elements and cells have no names.
+std::string_view Machine::TargetName() const {
+  const Frame& frame = frames_[frameCount_ - 1];
+  const Code& code = *frame.code;
+  uint16_t reg = frame.pc->a;
+  for (const Instr* at = frame.pc; at-- > code.instrs.data();) {
+    const OpInfo& info = InfoOf(at->op);
+    if (at->a != reg || !info.a.IsWritten()) continue;
+    switch (info.b.holds) {
+      case Holds::Global:
+        return code.globals[at->b].name.View();
+      case Holds::Name:
+        return code.names[at->b].View();
+      case Holds::Local:
+      case Holds::Object:
+        return code.procedure->Locals().At(at->b).name.View();
+      default:
+        if (!info.b.IsRegister()) return {};
+        reg = at->b;
+    }
+  }
+  return {};
+}
+
 bool Machine::Check(Stored stored, std::string_view name) {
   switch (stored) {
     case Stored::Done:
       return true;
     case Stored::Mismatch:
-      return Raise(ERR_ASSIGNMISMATCH, name);
+      return Raise(ERR_ASSIGNMISMATCH, name.empty() ? TargetName() : name);
     case Stored::Bounds:
       return Raise(ERR_VARARRAYBOUNDS, name);
     case Stored::NoMemory:

@@ -92,7 +92,8 @@ class ProcedureLowering {
   Operand StartString(const Operand& operand);
   void AppendTo(Op op, uint16_t string, const Operand& part);
   void LowerArrayOp(uint32_t i, const ExpressionBase& expression);
-  void LowerArrayChange(uint32_t i, const Operand& value);
+  TypeRef AppendedType(uint32_t i) const;
+  void LowerArrayChange(uint32_t i, const Operand& operand);
   void LowerSelectedAssign(uint32_t i, const ExpressionBase& target);
   size_t LowerSelectedStore(const SelectedAssign& parts, Selecting selecting, Label& noTarget);
   void LowerValueAlone(const SelectedAssign& parts);

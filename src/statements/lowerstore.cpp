@@ -135,24 +135,31 @@ void ProcedureLowering::LowerArrayOp(uint32_t i, const ExpressionBase& expressio
   value = builder_.ToReg(value);
   // An array that grows or shrinks by nothing stays as it is.
   if (appends) {
-    const bool isKnown = value.kind != Kind::Any;
-    const TypeRef type = Plain(value.type);
-    AddPad(entry, i + 1, state, mark, LabelOf(i + 3), [this, i, type, isKnown] {
-      if (isKnown) LowerArrayChange(i, builder_.ToReg(builder_.EmptyValue(type)));
-    });
+    const TypeRef type = value.kind != Kind::Any ? Plain(value.type) : AppendedType(i);
+    AddPad(entry, i + 1, state, mark, LabelOf(i + 3),
+           [this, i, type] { LowerArrayChange(i, builder_.ToReg(builder_.EmptyValue(type))); });
   }
   CheckError(expression);
   BeginEntry(i + 1);
   LowerArrayChange(i, value);
 }
 
+/// What an empty value that is appended is of, where only the run knows: the array says it, or it
+/// is the number that a division leaves.
+TypeRef ProcedureLowering::AppendedType(uint32_t i) const {
+  const auto* push = dynamic_cast<const StatementPushVar*>(&statements_.Get(i + 1));
+  const TypeRef& array = push != nullptr ? push->Variable().type : ExpressionAt(i + 1).Type();
+  return array->Element() ? Plain(array->Element()) : TypeDesc::Of(Kind::Int);
+}
+
 /// Finds the array, the second part of the group, and changes it with the value.
-void ProcedureLowering::LowerArrayChange(uint32_t i, const Operand& value) {
+void ProcedureLowering::LowerArrayChange(uint32_t i, const Operand& operand) {
   const auto kind = statements_.Get(i + 2).GetKind();
   const auto* push = dynamic_cast<const StatementPushVar*>(&statements_.Get(i + 1));
   const ExpressionVariable* selected =
       push != nullptr ? nullptr : static_cast<const ExpressionVariable*>(&ExpressionAt(i + 1));
   const TypeRef& type = push != nullptr ? push->Variable().type : selected->Type();
+  const Operand value = selected != nullptr ? builder_.Independent(operand) : operand;
   const bool whole =
       push != nullptr ? builder_.IsStoredWhole(push->Variable()) : selected->IsDynamic(builder_);
   if (whole) {
