@@ -54,8 +54,10 @@ class ProcedureLowering {
     const ExpressionBase& value;
     Label& end;
   };
-  /// Whether it shows before the value is computed that there is no such target.
-  enum class Selecting { Early, Late };
+  /// How the target is selected: by the store itself (Late); by a look before the value is computed
+  /// whether it is there (Early); or as the object that it is, which a handler cannot pull away any
+  /// more (Held).
+  enum class Selecting { Late, Early, Held };
 
   // --- the parts of a group (lower.cpp) ---
   template <class T>

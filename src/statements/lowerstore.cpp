@@ -212,7 +212,7 @@ void ProcedureLowering::LowerSelectedAssign(uint32_t i, const ExpressionBase& ta
     builder_.EndStatement();
     builder_.Jump(parts.end);
     builder_.Bind(again);
-    LowerSelectedStore(parts, Selecting::Early, alone);
+    LowerSelectedStore(parts, Selecting::Held, alone);
   }
   builder_.EndStatement();
   builder_.Jump(parts.end);
@@ -234,9 +234,11 @@ size_t ProcedureLowering::LowerSelectedStore(const SelectedAssign& parts, Select
   ResumeAt(BeginEntry(parts.statement), noTarget);
   const std::vector<Operand> indexes = parts.target.LowerIndexes(builder_);
   Operand held;
-  if (parts.value.IsImpure() || SelectingCalls(parts.target))
+  const bool early = selecting == Selecting::Early;
+  if (parts.value.IsImpure() || SelectingCalls(parts.target) || selecting == Selecting::Held ||
+      (early && parts.target.IsDynamic(builder_)))
     held = parts.target.LowerReference(builder_, indexes);
-  else if (selecting == Selecting::Early)
+  else if (early)
     parts.target.LowerCheck(builder_, indexes);
   CheckError(parts.target);
   const size_t valueEntry = BeginEntry(parts.statement + 1);

@@ -769,9 +769,10 @@ class Grower {
 
 Features Features::Sound() {
   Features features;
-  for (const char* name : {"anyDivision", "runTimeTypes", "genericStores", "absentLocals",
-                           "exports", "partReferences", "handlers", "targetCalls", "realLogic"})
-    features.Set(name, false);
+  // The model takes the global for the local that is exported, and lets a reference parameter take
+  // whatever the name of an absent local stands for.
+  features.exports = false;
+  features.absentLocals = false;
   return features;
 }
 

@@ -74,6 +74,9 @@ class Model {
       if (end.code == 0) throw Unspecified();  // whether a context runs again after `exit`
     } catch (const Fatal& fatal) {
       expected_.error = fatal.code;
+      // The next run finds the code in ErrCode, and this model does not always know which it is.
+      if (fatal.code == kAnyFatal) throw Unspecified();
+      globals_["ErrCode"]->value.whole = fatal.code;
     }
   }
 
