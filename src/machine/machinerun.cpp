@@ -749,6 +749,9 @@ L_CallN : {
   if (run_.stopFlag || unwinding_) goto stopped;
   NEXT();
 }
+L_JOk:
+  pc += run_.errorCode == 0 ? pc->Wide() : 1;
+  DISPATCH();
 L_ChkErr:
   if (run_.errorCode == 0) NEXT();
   SAVE();

@@ -83,7 +83,7 @@ size_t ProcedureLowering::BeginEntry(uint32_t statement) {
 void ProcedureLowering::AddPad(size_t entry, uint32_t statement, const FrameState& state,
                                uint32_t mark, Label& end, std::function<void()> lower) {
   if (!builder_.MayDivideByZero(code_->statements[entry].begin)) return;
-  pads_.push_back({entry, statement, builder_.Source(), mark, state, std::move(lower), &end});
+  pads_.push_back({entry, statement, mark, state, std::move(lower), &end, false});
 }
 
 void ProcedureLowering::LowerPad(const Pad& pad) {
@@ -91,7 +91,10 @@ void ProcedureLowering::LowerPad(const Pad& pad) {
   builder_.Restore(pad.state, pad.mark);
   code_->statements[pad.entry].resumeEmpty = builder_.Pc();
   code_->statements[pad.entry].keep = static_cast<uint16_t>(pad.mark);
-  ResumeAt(BeginEntry(pad.statement), *pad.end);
+  const size_t entry = BeginEntry(pad.statement);
+  ResumeAt(entry, *pad.end);
+  // What a handler has pulled away takes no value, and that is all.
+  if (pad.mayBeGone) exits_.push_back({&StatementEntry::retry, entry, pad.end});
   pad.lower();
   builder_.EndStatement();
   builder_.Jump(*pad.end);

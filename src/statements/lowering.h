@@ -42,11 +42,11 @@ class ProcedureLowering {
   struct Pad {
     size_t entry;  ///< of the value
     uint32_t statement;
-    uint32_t source;
     uint32_t mark;
     FrameState state;  ///< when the value was begun
     std::function<void()> lower;
     Label* end;
+    bool mayBeGone;  ///< what it stores into
   };
   struct SelectedAssign {
     uint32_t statement;
@@ -98,6 +98,8 @@ class ProcedureLowering {
   void LowerArrayChange(uint32_t i, const Operand& operand);
   void LowerSelectedAssign(uint32_t i, const ExpressionBase& target);
   size_t LowerSelectedStore(const SelectedAssign& parts, Selecting selecting, Label& noTarget);
+  void LowerStoreAfterError(const SelectedAssign& parts, const std::vector<Operand>& indexes,
+                            const Operand& value);
   void LowerValueAlone(const SelectedAssign& parts);
   void StoreEmpty(const VarUse& target, const TypeRef& type);
   void Clear(const Operand& variable);

@@ -160,8 +160,8 @@ void ProcedureLowering::LowerArrayChange(uint32_t i, const Operand& operand) {
       push != nullptr ? nullptr : static_cast<const ExpressionVariable*>(&ExpressionAt(i + 1));
   const TypeRef& type = push != nullptr ? push->Variable().type : selected->Type();
   const Operand value = selected != nullptr ? builder_.Independent(operand) : operand;
-  const bool whole =
-      push != nullptr ? builder_.IsStoredWhole(push->Variable()) : selected->IsDynamic(builder_);
+  const bool whole = push != nullptr ? builder_.IsStoredWhole(push->Variable())
+                                     : selected->IsDynamic(builder_) || SelectingCalls(*selected);
   if (whole) {
     const Operand variable = push != nullptr ? builder_.LoadVariable(push->Variable(), true)
                                              : selected->LowerReference(builder_);
@@ -227,6 +227,24 @@ void ProcedureLowering::LowerValueAlone(const SelectedAssign& parts) {
   builder_.Free(unused);
 }
 
+/// A handler for an error that the value left could pull the target away, so then it is held first.
+/// Without an error, which is the rule, control goes on behind this.
+void ProcedureLowering::LowerStoreAfterError(const SelectedAssign& parts,
+                                             const std::vector<Operand>& indexes,
+                                             const Operand& value) {
+  Label& noError = NewLabel();
+  builder_.EmitJump(Op::JOk, 0, 0, noError);
+  const uint32_t mark = builder_.Mark();
+  const FrameState state = builder_.State();
+  const Operand held = parts.target.LowerReference(builder_, indexes);
+  CheckError(parts.value);
+  builder_.AssignVariable(held, value);
+  builder_.EndStatement();
+  builder_.Jump(parts.end);
+  builder_.Bind(noError);
+  builder_.Restore(state, mark);
+}
+
 /// `noTarget`: where to go on when the target could not be selected. Returns the entry of the
 /// value.
 size_t ProcedureLowering::LowerSelectedStore(const SelectedAssign& parts, Selecting selecting,
@@ -252,13 +270,19 @@ size_t ProcedureLowering::LowerSelectedStore(const SelectedAssign& parts, Select
   };
   const Operand result = parts.value.Lower(builder_);
   const TypeRef type = Plain(result.type);
+  const size_t pads = pads_.size();
   AddPad(valueEntry, parts.statement + 2, state, mark, parts.end,
          [this, store, type, held, indexes, &target = parts.target] {
            if (type->GetKind() != Kind::Any) return store(builder_.EmptyValue(type));
            const bool isHeld = held.place == Operand::Place::Reg;
            Clear(isHeld ? held : target.LowerReference(builder_, indexes));
          });
-  CheckError(parts.value);
+  if (pads_.size() > pads) pads_.back().mayBeGone = held.place != Operand::Place::Reg;
+  const bool pulledAway = parts.value.CallsFunction() && held.place != Operand::Place::Reg;
+  if (pulledAway)
+    LowerStoreAfterError(parts, indexes, result);
+  else
+    CheckError(parts.value);
   BeginEntry(parts.statement + 2);
   store(result);
   return valueEntry;
