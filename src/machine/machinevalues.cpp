@@ -270,6 +270,13 @@ bool Machine::StoreElement(Cell& place, int32_t index, Cell value) {
 }
 
 bool Machine::ElementAddress(Cell& place, int32_t index, Cell& out) {
+  // The common case of what follows, without a call: an array of its own, no element of it held.
+  ArrayData* array = place.a;
+  const uint32_t at = static_cast<uint32_t>(index) - 1;
+  if (array != nullptr && at < array->Count() && !array->IsShared() && !array->HasBoxes()) {
+    out.p = array->Data<Cell>() + at;
+    return true;
+  }
   if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
   Place part{&place, TypeDesc::Of(Kind::Array).Get()};
   if (!Check(EnterElement(part, index), "")) return false;
