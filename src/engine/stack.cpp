@@ -227,6 +227,15 @@ void Stack::PushTyped(const TypeDesc& type, Cell cell) {
   Append(type.GetKind(), cell, &type);
 }
 
+void Stack::MakeText(uint32_t depth) {
+  StackEntry& entry = entries_[size_ - 1 - depth];
+  const char value =
+      entry.kind == Kind::Any ? entry.cell.v->GetCharValue() : static_cast<char>(entry.cell.i);
+  tamber::StrBuf* const text = tamber::StrBuf::New({&value, 1});
+  Release(entry);
+  entry = {Kind::String, {.s = text}, nullptr};
+}
+
 StackEntry Stack::Take() {
   const StackEntry& top = entries_[--size_];
   return {top.kind, top.cell, top.type};

@@ -77,6 +77,9 @@ class TAMBER_API Stack {
   void PushTyped(const tamber::TypeDesc& type, tamber::Cell cell);
   /// The entry `depth` below the top; only while GetSize() > depth.
   const tamber::StackEntry& Peek(uint32_t depth) const { return entries_[size_ - 1 - depth]; }
+  /// Makes a text of one character of the character `depth` below the top: typed pops would read it
+  /// as "".
+  TAMBER_LOCAL void MakeText(uint32_t depth);
   /// Forgets the top entry without a release: its cell and type are the caller's from now on.
   void Forget() { --size_; }
   /// Takes the top entry off together with what it owns; only on a stack that is not empty. A

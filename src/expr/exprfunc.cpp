@@ -8,9 +8,17 @@ using tamber::Kind;
 using tamber::Op;
 using tamber::Operand;
 
-ExpressionFunction::ExpressionFunction(std::shared_ptr<const TamberFunction> function)
+ExpressionFunction::ExpressionFunction(std::shared_ptr<const TamberFunction> function,
+                                       const tamber::TypeRef& type)
     : ExpressionBase(EXPRESSION_FUNCTION), function_(std::move(function)) {
-  SetType(function_->ReturnType());
+  SetType(type);
+}
+
+bool ExpressionFunction::HasUnknownArgument() const {
+  for (uint32_t i = 0; i < GetChildCount(); ++i) {
+    if (GetChild(i)->Type()->GetKind() == Kind::Any) return true;
+  }
+  return false;
 }
 
 void ExpressionFunction::PushArgument(tamber::CodeBuilder& builder, uint32_t at) const {
@@ -42,12 +50,13 @@ Operand ExpressionFunction::LowerNode(tamber::CodeBuilder& builder) const {
   uint32_t count = GetChildCount();
   for (uint32_t i = 0; i < count; ++i) PushArgument(builder, i);
   const FunctionTraits& traits = function_->Traits();
-  const tamber::TypeRef& type = function_->ReturnType();
+  const tamber::TypeRef& type = Type();
   Kind kind = traits.exactResult ? type->GetKind() : Kind::Any;
   if (kind == Kind::EString) kind = Kind::String;
   tamber::CallSite site;
   site.function = function_;
   site.arguments = count;
+  site.choosesWhenRun = HasUnknownArgument();
   site.resultKind = kind;
   uint16_t reg = builder.NewTemp();
   builder.Emit(Op::CallN, reg, builder.SiteIndex(std::move(site)));

@@ -3,10 +3,11 @@
 #include "expr/exprbase.h"
 #include "functions/function.h"
 
-/// A call of a built-in function, bound to one overload. The children are the arguments.
+/// A call of a built-in function. The children are the arguments. It is bound to one overload, or,
+/// when the type of an argument is known only when it runs, to the first that may be called.
 class ExpressionFunction final : public ExpressionBase {
  public:
-  explicit ExpressionFunction(std::shared_ptr<const TamberFunction> function);
+  ExpressionFunction(std::shared_ptr<const TamberFunction> function, const tamber::TypeRef& type);
 
   const TamberFunction& Function() const { return *function_; }
 
@@ -15,6 +16,7 @@ class ExpressionFunction final : public ExpressionBase {
  private:
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   void PushArgument(tamber::CodeBuilder& builder, uint32_t at) const;
+  bool HasUnknownArgument() const;
 
   std::shared_ptr<const TamberFunction> function_;
 };

@@ -1,5 +1,6 @@
 #include "expr/exprparser.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "expr/exprcnst.h"
@@ -517,7 +518,12 @@ bool ExpressionParser::HandleFunction(std::string_view name) {
   if (index == 0) return Fail(ERR_EXPRSIGNATURE, name);
   if (!scope_.names.Functions().TakesArguments(index, types)) return Fail(ERR_EXPRPARMTYPE, name);
   auto function = scope_.names.Functions().ShareFunction(index);
-  auto call = std::make_unique<ExpressionFunction>(function);
+  const bool unknown = std::any_of(types.begin(), types.end(), [](const TypeDesc* type) {
+    return type->GetKind() == Kind::Any;
+  });
+  const bool oneResult = !unknown || scope_.names.Functions().HasOneResult(index);
+  auto call = std::make_unique<ExpressionFunction>(
+      function, oneResult ? function->ReturnType() : TypeDesc::Of(Kind::Any));
   for (size_t i = 0; i < arguments.size(); ++i) {
     tamber::AdaptLiterals(*arguments[i], *function->ParameterTypes()[i]);
     call->AddChild(std::move(arguments[i]));

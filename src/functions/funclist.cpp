@@ -5,6 +5,7 @@
 
 #include "kel/dumpselection.h"
 #include "values/cellops.h"
+#include "values/errcodes.h"
 #include "values/varholder.h"
 #include "values/varlist.h"
 
@@ -283,6 +284,32 @@ bool FunctionList::TakesArguments(uint32_t index, Arguments arguments) const {
                        (arguments[i]->GetKind() == Kind::Any || IsGenericArray(parameter) ||
                         arguments[i]->IsSame(parameter) || parameter.Accepts(*arguments[i]));
     if (!takes) return false;
+  }
+  return true;
+}
+
+std::shared_ptr<const TamberFunction> FunctionList::ChooseOverload(const TamberFunction& bound,
+                                                                   Arguments arguments,
+                                                                   int32_t& error) const {
+  const uint32_t index = FindBestSignature(bound.GetName(), arguments);
+  error = index == 0 ? ERR_EXPRSIGNATURE : ERR_EXPRPARMTYPE;
+  if (index == 0 || !TakesArguments(index, arguments)) return nullptr;
+  const FunctionTraits& promised = bound.Traits();
+  const FunctionTraits& traits = GetFunction(index)->Traits();
+  const bool keeps = traits.localsBlind == promised.localsBlind &&
+                     traits.writesArgument == promised.writesArgument;
+  return keeps ? ShareFunction(index) : nullptr;
+}
+
+bool FunctionList::HasOneResult(uint32_t index) const {
+  const TamberFunction& function = *GetFunction(index);
+  for (uint32_t other = FindFirstOverload(function.GetName()); other != 0;
+       other = NextOverload(other)) {
+    const TamberFunction& overload = *GetFunction(other);
+    if (overload.GetParameterCount() == function.GetParameterCount() &&
+        !overload.ReturnType()->IsSame(*function.ReturnType())) {
+      return false;
+    }
   }
   return true;
 }

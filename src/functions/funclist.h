@@ -69,6 +69,14 @@ class TAMBER_API FunctionList {
   /// whether an argument's type could be assigned from the parameter's, this asks for the other
   /// direction. False: error 20505.
   bool TakesArguments(uint32_t index, std::span<const tamber::TypeDesc* const> arguments) const;
+  /// For a call that was compiled with `bound` although types of arguments were unknown: the
+  /// overload for the types that have come. It promises what `bound` promises. Null: none, and
+  /// `error` is why.
+  TAMBER_LOCAL std::shared_ptr<const TamberFunction> ChooseOverload(
+      const TamberFunction& bound, std::span<const tamber::TypeDesc* const> arguments,
+      int32_t& error) const;
+  /// Whether all overloads with as many parameters have results of the same type.
+  TAMBER_LOCAL bool HasOneResult(uint32_t index) const;
 
   /// Takes an entry out, or puts `former`, which has the same name, in its place. False when the
   /// entry is not in the list any more.

@@ -28,6 +28,8 @@ struct CallSite {
   std::shared_ptr<const TamberFunction> function;
   uint32_t arguments = 0;
   Kind resultKind = Kind::Any;  ///< Any: the result is taken as a variable
+  /// The type of an argument was unknown: the overload is chosen, and checked, by what comes.
+  bool choosesWhenRun = false;
 };
 
 struct AppendSite {

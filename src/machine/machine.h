@@ -177,6 +177,7 @@ class Machine {
   void KeepConverted(Kind kind, Cell value);
   bool Execute(int32_t operatorIndex, Cell& out);
   bool CallFunction(const CallSite& site, Cell& out);
+  bool CallChosen(const CallSite& site, Cell& out);
   bool TakeResult(const CallSite& site, uint32_t height, Cell& out);
   bool AppendAsText(StrBuf*& slot, Kind kind, Cell value);
   bool SameText(const StrBuf* a, const StrBuf* b);

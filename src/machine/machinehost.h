@@ -6,6 +6,7 @@
 #include "kel/kelstring.h"
 #include "values/name.h"
 
+class FunctionList;
 class TamberContext;
 class TamberOperators;
 class Variable;
@@ -23,6 +24,7 @@ class MachineHost {
   /// What built-ins are given as their context.
   virtual TamberContext& Context() = 0;
   virtual TamberOperators& Operators() = 0;
+  virtual FunctionList& Functions() = 0;
 
   /// The variable that a name means outside of any procedure, on loan; null when there is none.
   virtual Variable* FindOuter(const Name& name) = 0;

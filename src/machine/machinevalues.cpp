@@ -2,6 +2,7 @@
 
 #include "engine/arith.h"
 #include "engine/tambops.h"
+#include "functions/funclist.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
 #include "machine/machinehost.h"
@@ -395,10 +396,35 @@ bool Machine::TakeResult(const CallSite& site, uint32_t height, Cell& out) {
   return true;
 }
 
+bool Machine::CallChosen(const CallSite& site, Cell& out) {
+  std::vector<TypeRef> held;
+  std::vector<const TypeDesc*> types;
+  for (uint32_t depth = site.arguments; depth-- > 0;) {
+    const StackEntry& entry = stack_->Peek(depth);
+    held.push_back(entry.kind == Kind::Any ? TypeOf(*entry.cell.v)
+                   : entry.type != nullptr ? TypeRef(entry.type)
+                                           : TypeDesc::Of(entry.kind));
+    types.push_back(held.back().Get());
+  }
+  int32_t error = 0;
+  const auto function = host_.Functions().ChooseOverload(*site.function, types, error);
+  if (!function) {
+    stack_->CutTo(stack_->GetSize() - site.arguments);
+    return Raise(error, site.function->GetName().View());
+  }
+  for (uint32_t i = 0; i < site.arguments; ++i) {
+    const bool wantsText = function->ParameterTypes()[i]->TypeId() == Variable::String;
+    if (wantsText && types[i]->GetKind() == Kind::Char) stack_->MakeText(site.arguments - 1 - i);
+  }
+  return CallFunction({function, site.arguments, site.resultKind}, out);
+}
+
 bool Machine::CallFunction(const CallSite& site, Cell& out) {
   const TamberFunction& function = *site.function;
   if (stack_->GetSize() < site.arguments)
     return Raise(ERR_EXPRFUNCPARCOUNT, function.GetName().View());
+  if (site.choosesWhenRun) [[unlikely]]
+    return CallChosen(site, out);
   uint32_t height = stack_->GetSize() - site.arguments;
   Stack* stack = stack_;
   FunctionCallInfo call{&context_, stack, 0, KelString(), function.Target()};

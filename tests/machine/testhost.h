@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/tambops.h"
+#include "functions/funclist.h"
 #include "machine/callable.h"
 #include "machine/code.h"
 #include "machine/machine.h"
@@ -22,6 +23,7 @@ class TestHost final : public tamber::MachineHost {
 
   TamberContext& Context() override { return *static_cast<TamberContext*>(handedOn_); }
   TamberOperators& Operators() override { return operators_; }
+  FunctionList& Functions() override { return functions_; }
   Variable* FindOuter(const tamber::Name& name) override {
     return variables.GetVariable(name.View());
   }
@@ -53,4 +55,5 @@ class TestHost final : public tamber::MachineHost {
   alignas(std::max_align_t) char nothing_[16] = {};
   void* handedOn_ = nothing_;
   TamberOperators operators_;
+  FunctionList functions_;
 };
