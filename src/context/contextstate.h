@@ -133,6 +133,8 @@ class ContextState final : public MachineHost, public CompileHost {
   KelDebug debug{KelString("Tamber"), KelString("Tamber Context")};
 
   bool HasScriptFile();
+  /// Takes over what the other's host and INI file have set, its session included.
+  void CopySettings(const ContextState& from);
 
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
   std::set<std::string> loading;

@@ -194,9 +194,11 @@ void TamberContext::SetReportSink(bool (*sink)(const KelString&, std::string_vie
   State().output.reportUser = user;
 }
 
-void TamberContext::SetCodeVerification(bool verify) { State().run.verifiesCode = verify; }
+void TamberContext::SetCodeVerification(bool verify) { State().run.settings.verifiesCode = verify; }
 
-void TamberContext::SetProcedureTrace(bool trace) { State().run.procedureTrace = trace ? 1 : 0; }
+void TamberContext::SetProcedureTrace(bool trace) {
+  State().run.settings.procedureTrace = trace ? 1 : 0;
+}
 void TamberContext::SetStatementDump(bool dump) { State().config.dumpStatements = dump ? 1 : 0; }
 void TamberContext::SetCodeDump(bool dump) { State().config.dumpCode = dump; }
 

@@ -148,15 +148,15 @@ void TamberContext::SetIniPath(const KelString& path) {
     tamber::ContextState& state = State();
     state.config.iniPath = path;
     const IniFile ini(path);
-    state.run.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
-    state.run.verifiesCode =
-        ini.ReadInteger("TamberConfig", "VerifyCode", state.run.verifiesCode) != 0;
+    state.run.settings.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
+    state.run.settings.verifiesCode =
+        ini.ReadInteger("TamberConfig", "VerifyCode", state.run.settings.verifiesCode) != 0;
     state.config.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
     state.config.dumpCode = ini.ReadInteger("TamberDebug", "DumpCode", 0) != 0;
     state.config.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
-    state.run.dumpsLocals = false;
+    state.run.settings.dumpsLocals = false;
     for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})
-      state.run.dumpsLocals |= !ini.ReadString(section, "DumpLocals", "").IsEmpty();
+      state.run.settings.dumpsLocals |= !ini.ReadString(section, "DumpLocals", "").IsEmpty();
   } catch (const std::bad_alloc&) {
   }
 }

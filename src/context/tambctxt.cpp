@@ -46,6 +46,15 @@ bool ContextState::HasScriptFile() {
   return scopes.scriptFile != nullptr && scopes.scriptFile->GetLength() > 0;
 }
 
+void ContextState::CopySettings(const ContextState& from) {
+  config = from.config;
+  run.settings = from.run.settings;
+  debug = from.debug;
+  session.id = from.session.id;
+  session.path = from.session.path;
+  session.store = from.session.store;
+}
+
 int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
   if (!machine->IsRunning()) ForgetDiagnostic();
   if (!HasScriptFile()) context.SetScriptFile(procedure.GetScript()->Name(), 0);
@@ -80,24 +89,7 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->nested = true;
   state_->nesting = from.nesting + 1;
   state_->errors.list = from.errors.list;
-  state_->session.id = from.session.id;
-  state_->session.path = from.session.path;
-  state_->session.store = from.session.store;
-  state_->config.debugContext = from.config.debugContext;
-  state_->debug = from.debug;
-  state_->config.proxy = from.config.proxy;
-  state_->config.exePath = from.config.exePath;
-  state_->config.appInstance = from.config.appInstance;
-  state_->config.scriptKey = from.config.scriptKey;
-  state_->config.filePolicy = from.config.filePolicy;
-  state_->config.ownLogFile = from.config.ownLogFile;
-  state_->config.iniPath = from.config.iniPath;
-  state_->run.procedureTrace = from.run.procedureTrace;
-  state_->run.verifiesCode = from.run.verifiesCode;
-  state_->config.compileOnly = from.config.compileOnly;
-  state_->config.dumpStatements = from.config.dumpStatements;
-  state_->config.dumpCode = from.config.dumpCode;
-  state_->run.dumpsLocals = from.run.dumpsLocals;
+  state_->CopySettings(from);
   state_->errors.diagnosticHandler = from.errors.diagnosticHandler;
   state_->errors.diagnosticUser = from.errors.diagnosticUser;
   state_->output.sink = from.output.sink;
@@ -113,24 +105,10 @@ TamberContext::TamberContext(TamberContext& parent)
 }
 
 TamberContext& TamberContext::operator=(const TamberContext& other) {
-  const ContextState& from = *other.state_;
-  state_->config.iniPath = from.config.iniPath;
-  state_->run.procedureTrace = from.run.procedureTrace;
-  state_->run.verifiesCode = from.run.verifiesCode;
-  state_->config.compileOnly = from.config.compileOnly;
-  state_->config.dumpStatements = from.config.dumpStatements;
-  state_->config.dumpCode = from.config.dumpCode;
-  state_->run.dumpsLocals = from.run.dumpsLocals;
-  state_->config.exePath = from.config.exePath;
-  state_->config.appInstance = from.config.appInstance;
-  state_->config.proxy = from.config.proxy;
-  state_->config.debugContext = from.config.debugContext;
-  state_->debug = from.debug;
-  state_->session.id = from.session.id;
-  state_->session.path = from.session.path;
-  state_->session.store = from.session.store;
-  state_->config.scriptKey = from.config.scriptKey;
-  state_->config.filePolicy = from.config.filePolicy;
+  // Where the host's script reports to is a matter of that script.
+  const KelString ownLogFile = state_->config.ownLogFile;
+  state_->CopySettings(*other.state_);
+  state_->config.ownLogFile = ownLogFile;
   SetCaseSwitch(other.GetCaseSwitch());
   return *this;
 }

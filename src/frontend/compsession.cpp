@@ -19,7 +19,7 @@ thread_local CompileSession* innermost = nullptr;
 void EraseCalled(const StatementList& statements, ProcedureList::Set& procedures) {
   std::vector<const ExpressionBase*> nodes;
   for (uint32_t i = 1; i <= statements.GetCount(); ++i) {
-    const auto* const statement = dynamic_cast<const StatementExpression*>(&statements.Get(i));
+    const auto* const statement = statements.Get(i).As<StatementExpression>();
     if (statement != nullptr) nodes.push_back(&statement->Expression());
   }
   while (!nodes.empty()) {

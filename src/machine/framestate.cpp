@@ -144,8 +144,6 @@ void FrameState::Rename(uint32_t from, uint32_t to) {
   Set(to, state);
 }
 
-void FrameState::AssumeLocals() { std::fill(written_.begin(), written_.end(), ~uint64_t{0}); }
-
 void FrameState::FindOwned(const Instr& at, std::vector<OwnedRegister>& owned) const {
   const bool calls = at.op == Op::Call;
   const uint32_t end = calls ? at.a + code_->procedures[at.b]->GetParameterCount() : 0;
@@ -420,6 +418,15 @@ uint32_t FrameState::Popped(const Instr& at) const {
   }
 }
 
+/// The address was found before the value is taken: a copy that shares with the whole would end up
+/// inside it. Values borrowed from elsewhere were made independent on the way in.
+bool FrameState::PutsIntoItself(const Instr& at) const {
+  const bool appends = at.op == Op::AAppend;
+  if (!appends && at.op != Op::SSetPO && at.op != Op::ASetPO) return false;
+  const RegisterState address = Get(at.a);
+  return address.isInside && address.lender == (appends ? at.b : at.c);
+}
+
 std::string_view FrameState::Check(const Instr& at) const {
   if (static_cast<uint16_t>(at.op) >= kOpCount) return "no instruction";
   const OpInfo& op = InfoOf(at.op);
@@ -428,6 +435,7 @@ std::string_view FrameState::Check(const Instr& at) const {
   if (wrong.empty()) wrong = CheckOperand(op.b, at, at.b);
   if (wrong.empty()) wrong = CheckOperand(op.a, at, at.a);
   if (wrong.empty() && Popped(at) > depth_) wrong = "pops more than was pushed";
+  if (wrong.empty() && PutsIntoItself(at)) wrong = "puts a value into a part of itself";
   return wrong;
 }
 
@@ -436,8 +444,11 @@ std::string_view FrameState::Check(const Instr& at) const {
 RegisterState FrameState::Result(const OperandInfo& info, const Instr& at) const {
   const TypeDesc* type = TypeFor(info.holds, at);
   if (type == nullptr) return {};
-  if (info.holds >= Holds::AddressOfString && info.holds <= Holds::AddressOfElementB)
-    return {Hold::Address, RegisterState::kOutside, type};
+  if (info.holds >= Holds::AddressOfString && info.holds <= Holds::AddressOfElementB) {
+    if (at.op == Op::LeaL) return {Hold::Address, at.b, type};
+    const bool enters = InfoOf(at.op).Has(OpInfo::Enters);
+    return {Hold::Address, enters ? Get(at.b).lender : RegisterState::kOutside, type, enters};
+  }
   if (!IsManaged(type->GetKind())) return {Hold::Scalar, RegisterState::kOutside, type};
   if (info.role == Role::Write) return {Hold::Owned, RegisterState::kOutside, type};
   RegisterState lent{Hold::Borrowed, RegisterState::kOutside, type};

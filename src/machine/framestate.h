@@ -26,8 +26,11 @@ struct RegisterState {
   static constexpr uint16_t kConstant = 0xFFFE;
 
   Hold hold = Hold::Empty;
-  uint16_t lender = kOutside;      ///< of a borrowed value: the register that it is a part of
+  /// Of a borrowed value: the register that it is a part of. Of an address: the register in which
+  /// its cell lies.
+  uint16_t lender = kOutside;
   const TypeDesc* type = nullptr;  ///< of the value, or of the cell at the address
+  bool isInside = false;           ///< the cell is a part of what the lender holds
 
   bool operator==(const RegisterState&) const = default;
 };
@@ -65,8 +68,9 @@ class FrameState {
   void Drop(uint32_t reg);
   /// What one register holds is in another one instead.
   void Rename(uint32_t from, uint32_t to);
-  /// Takes every local for written: for whoever knows by other means.
-  void AssumeLocals();
+  /// Takes every local for written, for whoever knows by other means. Copies of the state then cost
+  /// nothing but what the temporaries hold.
+  void AssumeLocals() { written_.clear(); }
 
  private:
   struct Temp {
@@ -76,8 +80,12 @@ class FrameState {
   };
   const Temp* Find(uint32_t reg) const;
   void Set(uint32_t reg, const RegisterState& state);
-  bool IsWritten(uint32_t slot) const { return (written_[slot / 64] >> (slot % 64) & 1) != 0; }
-  void SetWritten(uint32_t slot) { written_[slot / 64] |= uint64_t{1} << (slot % 64); }
+  bool IsWritten(uint32_t slot) const {
+    return written_.empty() || (written_[slot / 64] >> (slot % 64) & 1) != 0;
+  }
+  void SetWritten(uint32_t slot) {
+    if (!written_.empty()) written_[slot / 64] |= uint64_t{1} << (slot % 64);
+  }
   bool IsObject(uint32_t slot) const;
   const TypeDesc* LocalType(uint32_t slot) const;
   std::string_view CheckRead(const OperandInfo& info, const Instr& at, uint32_t reg) const;
@@ -85,6 +93,7 @@ class FrameState {
   std::string_view CheckIndex(const OperandInfo& info, const Instr& at, uint32_t index) const;
   std::string_view CheckOperand(const OperandInfo& info, const Instr& at, uint32_t value) const;
   std::string_view CheckArguments(const Instr& at) const;
+  bool PutsIntoItself(const Instr& at) const;
   bool Fits(Holds holds, const Instr& at, const RegisterState& state) const;
   /// The type that a register or index of this kind has; null where the table does not tell.
   const TypeDesc* TypeFor(Holds holds, const Instr& at) const;
@@ -97,7 +106,7 @@ class FrameState {
 
   const Code* code_;
   uint32_t localCount_;
-  std::vector<uint64_t> written_;  ///< by slot: a value is there
+  std::vector<uint64_t> written_;  ///< by slot: a value is there; empty: in every slot
   std::vector<Temp> temps_;        ///< those that are not empty, by register
   uint32_t depth_ = 0;             ///< entries of the evaluation stack
 };

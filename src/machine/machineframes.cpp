@@ -28,7 +28,8 @@ class Machine::StackScope {
       : machine_(machine), stack_(machine.stack_), observed_(machine.observed_) {
     machine.stack_ = &stack;
     machine.wake_ = machine.run_.rootWake;
-    machine.observed_ = machine.run_.procedureTrace != 0 || machine.run_.dumpsLocals;
+    machine.observed_ =
+        machine.run_.settings.procedureTrace != 0 || machine.run_.settings.dumpsLocals;
     ++machine.nativeDepth_;
   }
   StackScope(const StackScope&) = delete;
@@ -145,7 +146,7 @@ const Code* Machine::Prepare(Callable& procedure) {
 }
 
 bool Machine::IsSound(const Code& code, std::string_view name) {
-  if (!run_.verifiesCode) return true;
+  if (!run_.settings.verifiesCode) return true;
   const std::string wrong = VerifyCode(code);
   return wrong.empty() || Raise(ERR_INTERNAL, std::string(name) + ": " + wrong);
 }
@@ -276,7 +277,7 @@ int32_t Machine::Evaluate(const Code* code, Stack& stack) {
 
 void Machine::TraceEnter(Frame& frame) {
   frame.statementCount = 0;
-  if (frame.code->procedure == nullptr || run_.procedureTrace == 0) return;
+  if (frame.code->procedure == nullptr || run_.settings.procedureTrace == 0) return;
   frame.started = kel::MonotonicNanoseconds();
   Attempt([&] {  // the frame is there, and stays, whether this can be told or not
     host_.Trace(KelString(kel::Format("Entering %S%s", frame.code->procedure->GetName(), "\r\n")));
@@ -284,7 +285,7 @@ void Machine::TraceEnter(Frame& frame) {
 }
 
 void Machine::TraceLeave(const Frame& frame) {
-  if (frame.code->procedure == nullptr || unwinding_ || run_.procedureTrace == 0) return;
+  if (frame.code->procedure == nullptr || unwinding_ || run_.settings.procedureTrace == 0) return;
   float milliseconds =
       static_cast<float>(kel::MonotonicNanoseconds() - frame.started) / 1e9f * 1000.0f;
   Attempt([&] {

@@ -446,10 +446,16 @@ L_StGT:
   SAVE();
   CHECK(StoreGlobal(const_cast<GlobalSlot&>(code->globals[pc->b]), A, true));
   NEXT();
-L_LeaG:
-  SAVE();
-  CHECK(GlobalAddress(const_cast<GlobalSlot&>(code->globals[pc->b]), A));
+L_LeaG : {
+  GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
+  if (slot.epoch == run_.epoch && slot.cell != nullptr) {
+    A.p = slot.cell;
+  } else {
+    SAVE();
+    CHECK(GlobalAddress(slot, A));
+  }
   NEXT();
+}
 L_VarG : {
   GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
   SAVE();

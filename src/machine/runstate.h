@@ -36,9 +36,12 @@ struct RunState {
   uint64_t epoch = NextEpoch();
   void ScopeChanged() { epoch = NextEpoch(); }
 
-  int32_t procedureTrace = 0;
-  bool verifiesCode = VerifiesByDefault();
-  bool dumpsLocals = false;  ///< some report shows the local variables
+  struct Settings {
+    int32_t procedureTrace = 0;
+    bool verifiesCode = VerifiesByDefault();
+    bool dumpsLocals = false;  ///< some report shows the local variables
+  };
+  Settings settings;
 };
 
 }  // namespace tamber

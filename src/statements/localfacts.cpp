@@ -69,17 +69,17 @@ class FactFinder {
   }
 
   void Visit(const StatementBase& statement, uint32_t index) {
-    if (const auto* jump = dynamic_cast<const StatementGoto*>(&statement)) {
+    if (const auto* jump = statement.As<StatementGoto>()) {
       int64_t target = int64_t{index} + jump->GetOffset();
       if (jump->GetOffset() > 0 && reachable_) JumpTo(static_cast<uint32_t>(target));
       if (!jump->IsConditional()) reachable_ = false;
-    } else if (const auto* declare = dynamic_cast<const StatementDeclare*>(&statement)) {
+    } else if (const auto* declare = statement.As<StatementDeclare>()) {
       declared_[declare->GetSlot()] = true;
-    } else if (const auto* expression = dynamic_cast<const StatementExpression*>(&statement)) {
+    } else if (const auto* expression = statement.As<StatementExpression>()) {
       VisitTree(expression->Expression());
-    } else if (const auto* pop = dynamic_cast<const StatementPopVar*>(&statement)) {
+    } else if (const auto* pop = statement.As<StatementPopVar>()) {
       Use(pop->Variable());
-    } else if (const auto* push = dynamic_cast<const StatementPushVar*>(&statement)) {
+    } else if (const auto* push = statement.As<StatementPushVar>()) {
       Use(push->Variable());
     }
   }

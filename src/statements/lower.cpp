@@ -114,15 +114,15 @@ void ProcedureLowering::CountStatements(uint32_t i, uint32_t count) {
 /// Returns the number of statements in the group.
 uint32_t ProcedureLowering::LowerGroup(uint32_t i) {
   const StatementBase& statement = statements_.Get(i);
-  if (const auto* expression = dynamic_cast<const StatementExpression*>(&statement))
+  if (const auto* expression = statement.As<StatementExpression>())
     return LowerExpressionGroup(i, *expression);
   CountStatements(i, 1);
   BeginEntry(i);
-  if (const auto* jump = dynamic_cast<const StatementGoto*>(&statement))
+  if (const auto* jump = statement.As<StatementGoto>())
     LowerJump(i, *jump);
-  else if (const auto* declare = dynamic_cast<const StatementDeclare*>(&statement))
+  else if (const auto* declare = statement.As<StatementDeclare>())
     LowerDeclare(declare->GetSlot());
-  else if (dynamic_cast<const StatementExit*>(&statement) != nullptr)
+  else if (statement.As<StatementExit>() != nullptr)
     builder_.Emit(Op::Exit);
   else if (i == 1)
     LowerParameters();

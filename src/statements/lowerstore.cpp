@@ -147,7 +147,7 @@ void ProcedureLowering::LowerArrayOp(uint32_t i, const ExpressionBase& expressio
 /// What an empty value that is appended is of, where only the run knows: the array says it, or it
 /// is the number that a division leaves.
 TypeRef ProcedureLowering::AppendedType(uint32_t i) const {
-  const auto* push = dynamic_cast<const StatementPushVar*>(&statements_.Get(i + 1));
+  const auto* push = statements_.Get(i + 1).As<StatementPushVar>();
   const TypeRef& array = push != nullptr ? push->Variable().type : ExpressionAt(i + 1).Type();
   return array->Element() ? Plain(array->Element()) : TypeDesc::Of(Kind::Int);
 }
@@ -155,7 +155,7 @@ TypeRef ProcedureLowering::AppendedType(uint32_t i) const {
 /// Finds the array, the second part of the group, and changes it with the value.
 void ProcedureLowering::LowerArrayChange(uint32_t i, const Operand& operand) {
   const auto kind = statements_.Get(i + 2).GetKind();
-  const auto* push = dynamic_cast<const StatementPushVar*>(&statements_.Get(i + 1));
+  const auto* push = statements_.Get(i + 1).As<StatementPushVar>();
   const ExpressionVariable* selected =
       push != nullptr ? nullptr : static_cast<const ExpressionVariable*>(&ExpressionAt(i + 1));
   const TypeRef& type = push != nullptr ? push->Variable().type : selected->Type();

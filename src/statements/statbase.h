@@ -26,8 +26,11 @@ enum enum_StatementKind : uint32_t {
 /// the code that the list is lowered to when its procedure first runs (statements/lower.h).
 class StatementBase {
  public:
-  explicit StatementBase(uint32_t line, uint32_t kind = STATEMENT_PLAIN)
-      : line_(line), kind_(kind) {}
+  /// Which class it is, for those that are told apart when they are lowered.
+  enum class Form : uint8_t { Other, Expression, Goto, Declare, Exit, PopVar, PushVar };
+
+  explicit StatementBase(uint32_t line, uint32_t kind = STATEMENT_PLAIN, Form form = Form::Other)
+      : line_(line), kind_(kind), form_(form) {}
   StatementBase(const StatementBase&) = delete;
   StatementBase& operator=(const StatementBase&) = delete;
   virtual ~StatementBase() = default;
@@ -38,6 +41,11 @@ class StatementBase {
   /// First physical line of the logical line that it was compiled from, 1-based.
   uint32_t GetLine() const { return line_; }
   uint32_t GetKind() const { return kind_; }
+  /// The statement as one of a class that has a Form of its own; null when it is another.
+  template <class T>
+  const T* As() const {
+    return form_ == T::kForm ? static_cast<const T*>(this) : nullptr;
+  }
   /// Where it begins in the logical line, from 0: elsewhere than there in a part of a `for`.
   uint32_t SourceOffset() const { return sourceOffset_; }
   void SetSourceOffset(uint32_t offset) { sourceOffset_ = offset; }
@@ -46,4 +54,5 @@ class StatementBase {
   uint32_t line_;
   uint32_t kind_;
   uint32_t sourceOffset_ = 0;
+  Form form_;
 };

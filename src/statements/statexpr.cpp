@@ -4,7 +4,7 @@
 
 StatementExpression::StatementExpression(uint32_t line, std::unique_ptr<ExpressionBase> expression,
                                          Use use)
-    : StatementBase(line), expression_(std::move(expression)), use_(use) {}
+    : StatementBase(line, STATEMENT_PLAIN, kForm), expression_(std::move(expression)), use_(use) {}
 
 StatementExpression::~StatementExpression() = default;
 

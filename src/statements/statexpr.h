@@ -9,6 +9,7 @@ class ExpressionBase;
 /// Evaluates an expression for the statement that follows it.
 class StatementExpression final : public StatementBase {
  public:
+  static constexpr Form kForm = Form::Expression;
   /// What the statements after it do with the value. Together they are one group, which is lowered
   /// to code as a whole.
   enum class Use {

@@ -5,8 +5,9 @@
 /// A jump: always, or when the value of the expression before it is false (or true).
 class StatementGoto final : public StatementBase {
  public:
+  static constexpr Form kForm = Form::Goto;
   StatementGoto(uint32_t line, bool conditional, bool jumpOnTrue, int32_t offset)
-      : StatementBase(line, STATEMENT_GOTO),
+      : StatementBase(line, STATEMENT_GOTO, kForm),
         conditional_(conditional),
         jumpOnTrue_(jumpOnTrue),
         offset_(offset) {}

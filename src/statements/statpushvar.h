@@ -6,8 +6,9 @@
 /// Puts the array that the next statement changes at its disposal.
 class StatementPushVar final : public StatementBase {
  public:
+  static constexpr Form kForm = Form::PushVar;
   StatementPushVar(uint32_t line, tamber::VarUse variable)
-      : StatementBase(line), variable_(std::move(variable)) {}
+      : StatementBase(line, STATEMENT_PLAIN, kForm), variable_(std::move(variable)) {}
   void Dump(KelString& out, uint32_t index) const override;
   const tamber::VarUse& Variable() const { return variable_; }
 

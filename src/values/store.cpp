@@ -37,12 +37,16 @@ bool ConvertElement(const TypeRef& type, const TypeDesc& from, Cell in, OwnedCel
   return true;
 }
 
-Stored AppendTo(ArrayData*& slot, const TypeRef& declared, const TypeRef& from, Cell in) {
+Stored AppendTo(ArrayData*& slot, const TypeRef& declared, const TypeDesc& from, Cell in) {
+  if (slot != nullptr && slot->ElementType().Get() == &from && !IsManaged(from.GetKind())) {
+    Unshare(slot, declared)->Append(in);
+    return Stored::Done;
+  }
   const bool empty = slot == nullptr || slot->Count() == 0;
   TypeRef type = slot != nullptr && slot->ElementType() ? slot->ElementType() : declared;
-  if (!type && empty) type = from;
+  if (!type && empty) type = TypeRef(&from);
   OwnedCell value(ArrayData::StorageOf(type), ZeroCell());
-  if (!ConvertElement(type, *from, in, value)) return Stored::Mismatch;
+  if (!ConvertElement(type, from, in, value)) return Stored::Mismatch;
   ArrayData* array = Unshare(slot, declared);
   if (empty && !array->ElementType()) array->SetElementType(type);
   array->Append(value.cell);
@@ -73,8 +77,7 @@ Stored Assign(const Place& place, const TypeDesc& from, Cell in) {
 Stored Append(const Place& array, const TypeDesc& from, Cell in) {
   if (IsVariable(from, in)) return Append(array, *TypeOf(*in.v), *CellOf(*in.v));
   if (!array.declared->IsArray() || from.GetKind() == Kind::None) return Stored::Mismatch;
-  return Try(
-      [&] { return AppendTo(array.cell->a, array.declared->Element(), TypeRef(&from), in); });
+  return Try([&] { return AppendTo(array.cell->a, array.declared->Element(), from, in); });
 }
 
 Stored Resize(const Place& array, int64_t delta) {
