@@ -33,9 +33,11 @@ TEST_F(Scopes, RemovedAndReplacedVariables) {
   EXPECT_EQ(context_.RunProcedure("main", nullptr), 1);
   EXPECT_EQ(Printed(), "17");
   EXPECT_EQ(IntegerOf("x"), 8) << "and store into it";
-  auto* nowhere = new VarInteger("x", 0);
-  context_.ReplaceVariable(4711, nowhere, VARLIST_GLOBAL);
-  Variable::Delete(nowhere);
+  removed = context_.RemoveVariable("x", VARLIST_GLOBAL);
+  EXPECT_EQ(context_.RunProcedure("main", nullptr), 0);
+  EXPECT_EQ(removed->GetIntegerValue(), 8) << "what a host has taken out is out of reach";
+  context_.ReplaceVariable(4711, removed, VARLIST_GLOBAL);
+  Variable::Delete(removed);
 }
 
 // ErrCode is written by the reporters whatever a host has done to the variable.
