@@ -1,9 +1,9 @@
 #include "generator/grow.h"
 
 #include <algorithm>
-#include <functional>
 #include <random>
 #include <set>
+#include <utility>
 
 namespace generator {
 
@@ -14,16 +14,14 @@ constexpr Kind kScalars[] = {Kind::Bool,   Kind::Char,   Kind::Int,    Kind::Flo
 
 class Grower {
  public:
-  Grower(uint64_t seed, const Features& features) : random_(seed), features_(features) {}
+  explicit Grower(uint64_t seed) : random_(seed) {}
 
   Program Grown() {
     const size_t structures = Below(4);
     for (size_t i = 0; i < structures; ++i) AddStructure();
     AddGlobals();
-    if (features_.handlers) {
-      AddHandler("OnError", true);
-      AddHandler("OnTrouble", false);
-    }
+    AddHandler("OnError", true);
+    AddHandler("OnTrouble", false);
     AddTouch("Touch1");
     AddTouch("Touch2");
     const size_t procedures = 1 + Below(5);
@@ -34,16 +32,6 @@ class Grower {
   }
 
  private:
-  /// Sets a switch back at the end of its scope.
-  struct Kept {
-    explicit Kept(bool& kept) : value(kept), before(kept) {}
-    Kept(const Kept&) = delete;
-    Kept& operator=(const Kept&) = delete;
-    ~Kept() { value = before; }
-    bool& value;
-    const bool before;
-  };
-
   // --- chance ---
 
   size_t Below(size_t limit) { return static_cast<size_t>(random_() % limit); }
@@ -87,9 +75,7 @@ class Grower {
   void AddGlobals() {
     using GlobalScope = Global::Scope;
     const auto add = [&](const std::string& name, Type type, GlobalScope scope, ExprPtr value) {
-      // The host provides a plain value.
-      if (value && scope == GlobalScope::Extern && value->form != Expr::Form::Literal)
-        value = nullptr;
+      if (scope == GlobalScope::Extern) value = nullptr;
       program_.globals.push_back({{name, type}, scope, std::move(value)});
       if (scope != GlobalScope::Constant) globals_.push_back({name, type});
     };
@@ -112,7 +98,7 @@ class Grower {
           OneIn(6) ? GlobalScope::Session : GlobalScope::Plain, nullptr);
     focus_ = globals_.back();
     add("twin", focus_.type, GlobalScope::Plain, nullptr);
-    if (features_.runTimeTypes) add("generic", kGeneric, GlobalScope::Plain, nullptr);
+    add("generic", kGeneric, GlobalScope::Plain, nullptr);
   }
 
   /// A handler changes what the failed statement may be using.
@@ -122,7 +108,7 @@ class Grower {
     made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
     // The errors of one go to the other.
     made.body.push_back(SetPolicy(careful ? "INLINE_HANDLER" : "OnError"));
-    made.body.push_back(MakePrint("<" + name + " ", MakeName("ErrCode", Plain(Kind::Int))));
+    made.body.push_back(MakePrint("<" + name + " ", MakeInt("ErrCode")));
     AddDamage(made.body);
     program_.procedures.push_back(std::move(made));
   }
@@ -145,7 +131,7 @@ class Grower {
   }
 
   ExprPtr CallTouch() {
-    const bool known = program_.procedures.size() > (features_.handlers ? 3 : 1) && calls_++ < 5;
+    const bool known = program_.procedures.size() > 3 && calls_++ < 5;
     return known ? MakeCall(AnyOf({"Touch1", "Touch2"}), Plain(Kind::Int), {}) : nullptr;
   }
 
@@ -165,8 +151,7 @@ class Grower {
       parameter.name = "p" + std::to_string(i + 1);
       parameter.type = OneIn(2) ? PartOfFocus() : AnyType();
       parameter.reference = OneIn(2);
-      if (!parameter.type.IsScalar() && !features_.aggregates) parameter.reference = true;
-      if (parameter.reference && features_.genericStores && OneIn(6)) parameter.type = kGeneric;
+      if (parameter.reference && OneIn(6)) parameter.type = kGeneric;
       made.parameters.push_back(parameter);
       locals_.push_back(parameter);
     }
@@ -184,11 +169,10 @@ class Grower {
   void AddMain() {
     Procedure made{"main", kNoType, {}, {}};
     Begin();
-    const bool handled = features_.handlers && OneIn(2);
+    const bool handled = OneIn(2);
     if (!OneIn(5))
       made.body.push_back(SetPolicy(handled ? AnyOf({"OnError", "OnTrouble"}) : "INLINE_HANDLER"));
-    if (OneIn(5))
-      made.body.push_back(MakeAssign(MakeName("StrCase", Plain(Kind::Int)), "=", Number(1)));
+    if (OneIn(5)) made.body.push_back(MakeAssign(MakeInt("StrCase"), "=", Number(1)));
     AddLocals(made.body, 3 + Below(4));
     for (const Named& variable : globals_)
       if (variable.type.array && variable.type != kGeneric && !IsLocal(variable.name) && OneIn(2))
@@ -215,14 +199,13 @@ class Grower {
   static Statement SetPolicy(const std::string& name) {
     const Type type = Plain(Kind::String);
     return MakeAssign(MakeName("ErrHandler", type), "=",
-                      name == "INLINE_HANDLER" ? MakeName(name, type)
-                                               : MakeLiteral(Scalar::Text(Kind::String, name)));
+                      name == "INLINE_HANDLER" ? MakeName(name, type) : MakeText(name));
   }
 
   void AddLocals(std::vector<Statement>& body, size_t count) {
     for (size_t i = 0; i < count; ++i) {
       Named local{"l" + std::to_string(++names_), AnyType()};
-      if (features_.absentLocals && OneIn(6)) {
+      if (OneIn(12)) {
         // Has the name of a global, and the declaration does not always run.
         const Named& global = Any(globals_);
         if (global.type == kGeneric || IsLocal(global.name)) continue;
@@ -262,14 +245,13 @@ class Grower {
       case Kind::Float:
         return MakeLiteral(Scalar::Real(kind, sign * Any(kReals) + 0.0));
       default:
-        return MakeLiteral(
-            Scalar::Text(Kind::String, AnyOf({"", "a", "A", "abc", "ABC", "abd", "say \"x\"",
-                                              "a text that is too long to be kept in place"})));
+        return MakeText(AnyOf({"", "a", "A", "abc", "ABC", "abd", "say \"x\"",
+                               "a text that is too long to be kept in place"}));
     }
   }
 
   /// The place of some variable, element or member of the type; null when none was found.
-  ExprPtr FindPlace(Type type, bool target = false, bool parts = true) {
+  ExprPtr FindPlace(Type type, bool target = false) {
     for (int attempt = 0; attempt < 12; ++attempt) {
       const auto& list = !locals_.empty() && OneIn(2) ? locals_ : globals_;
       const Named& variable = OneIn(3) ? focus_ : Any(list);
@@ -278,9 +260,8 @@ class Grower {
       if (!target && place->type == kGeneric && type.IsScalar()) return nullptr;
       for (int level = 0; level < 6; ++level) {
         if (place->type == type) return place;
-        if (!parts) break;
         if (place->type.array && place->type != kGeneric) {
-          place = MakeExpr(Expr::Form::Element, place->type.Element(), "", {place, Index(target)});
+          place = MakeExpr(Expr::Form::Element, place->type.Element(), "", {place, Index()});
         } else if (place->type.kind == Kind::Struct) {
           const Named& member = Any(program_.structures[place->type.structure].members);
           place = MakeExpr(Expr::Form::Member, member.type, member.name, {place});
@@ -292,13 +273,10 @@ class Grower {
     return nullptr;
   }
 
-  ExprPtr Index(bool target) {
-    if (!features_.bounds || !OneIn(5) || indexes_ > 1) return Number(1 + Below(2));
-    if (!counters_.empty() && OneIn(2))
-      return MakeBinary("+", MakeName(Any(counters_), Plain(Kind::Int)), Number(1));
-    const Kept kept(pure_);
-    pure_ = pure_ || (target && !features_.targetCalls);
-    if (features_.failingCalls && !pure_ && OneIn(3))
+  ExprPtr Index() {
+    if (!OneIn(5) || indexes_ > 1) return Number(1 + Below(2));
+    if (!counters_.empty() && OneIn(2)) return MakeBinary("+", MakeInt(Any(counters_)), Number(1));
+    if (!pure_ && OneIn(3))
       return MakeBinary("+", Number(1 + Below(2)), FailingCall("FileGetSize", "/no/such/file"));
     ++indexes_;
     ExprPtr index = Make(Kind::Int, 2);
@@ -307,10 +285,10 @@ class Grower {
   }
 
   static ExprPtr FailingCall(const char* name, const char* argument) {
-    return MakeCall(name, Plain(Kind::Int), {MakeLiteral(Scalar::Text(Kind::String, argument))});
+    return MakeCall(name, Plain(Kind::Int), {MakeText(argument)});
   }
 
-  ExprPtr Leaf(Kind kind, bool wantsDouble) {
+  ExprPtr Leaf(Kind kind) {
     if (slots_ != nullptr) {
       std::vector<ExprPtr> fitting;
       for (const ExprPtr& slot : *slots_)
@@ -321,8 +299,7 @@ class Grower {
         return MakeName(Any(counters_), Plain(kind));
       if (const ExprPtr place = FindPlace(Plain(kind))) return place;
     }
-    const bool literal =
-        kind != Kind::Double && !(kind == Kind::Float && wantsDouble && !features_.doubleLiterals);
+    const bool literal = kind != Kind::Double;
     if (literal && !OneIn(4)) return Literal(kind);
     for (const Named& constant : constants_)
       if (constant.type.kind == kind && literal) return MakeName(constant.name, constant.type);
@@ -342,25 +319,19 @@ class Grower {
   }
 
   /// An expression whose value has the kind, as far as the compiler knows.
-  ExprPtr Make(Kind kind, int depth, bool wantsDouble = false) {
-    if (kind == Kind::EString) return Leaf(kind, false);
+  ExprPtr Make(Kind kind, int depth) {
+    if (kind == Kind::EString) return Leaf(kind);
     ExprPtr made;
     if (depth > 0 && !OneIn(4))
-      made = OneIn(3) ? MakeOdd(kind, depth - 1) : MakeOperation(kind, depth - 1, wantsDouble);
-    return made ? made : Leaf(kind, wantsDouble);
+      made = OneIn(3) ? MakeOdd(kind, depth - 1) : MakeOperation(kind, depth - 1);
+    return made ? made : Leaf(kind);
   }
 
-  ExprPtr MakeOperation(Kind kind, int depth, bool wantsDouble) {
-    const Kept kept(divisions_);
-    if (kind == Kind::Bool || kind == Kind::String)
-      divisions_ = divisions_ && features_.anyDivision;
+  ExprPtr MakeOperation(Kind kind, int depth) {
     const auto join = [&](const std::string& op, Kind left, Kind right) -> ExprPtr {
-      const bool wants = wantsDouble || left == Kind::Double || right == Kind::Double;
-      const ExprPtr a = Make(left, depth, wants);
-      ExprPtr b = Make(right, depth, wants);
-      if (op == "/" && !divisions_) b = NotZero(right, b);
+      const ExprPtr a = Make(left, depth);
+      ExprPtr b = Make(right, depth);
       if (op == "%") b = NotZero(right, b);
-      if (!b) return nullptr;
       ExprPtr joined = MakeBinary(op, a, b);
       return joined->type.kind == kind ? joined : nullptr;
     };
@@ -368,9 +339,7 @@ class Grower {
       case Kind::Bool: {
         if (OneIn(5))
           return MakeExpr(Expr::Form::Unary, Plain(kind), "!", {Make(AnyNumber(true), depth)});
-        if (OneIn(4))
-          return join(AnyOf({"&&", "||"}), AnyLogical(),
-                      features_.realLogic ? AnyNumber(true) : AnyLogical());
+        if (OneIn(4)) return join(AnyOf({"&&", "||"}), AnyLogical(), AnyNumber(true));
         const std::string op = AnyOf({"==", "!=", "<", ">", "<=", ">="});
         if (OneIn(4)) return join(op, AnyText(), AnyText());
         if (OneIn(5)) return join(op, Kind::Bool, kScalars[Below(3)]);
@@ -385,8 +354,7 @@ class Grower {
                     kind, kind);
       case Kind::Float:
       case Kind::Double: {
-        if (OneIn(8))
-          return MakeExpr(Expr::Form::Unary, Plain(kind), "-", {Make(kind, depth, wantsDouble)});
+        if (OneIn(8)) return MakeExpr(Expr::Form::Unary, Plain(kind), "-", {Make(kind, depth)});
         const Kind other = kind == Kind::Double && OneIn(3) ? Kind::Float
                            : OneIn(2)                       ? Kind::Int
                                                             : kind;
@@ -399,14 +367,13 @@ class Grower {
   }
 
   static constexpr Kind kLogical[] = {Kind::Bool, Kind::Int, Kind::Float, Kind::Double};
-  Kind AnyLogical() { return kLogical[Below(features_.realLogic ? 4 : 2)]; }
+  Kind AnyLogical() { return kLogical[Below(4)]; }
   Kind AnyNumber(bool withBool) { return kScalars[withBool ? Below(5) : 1 + Below(4)]; }
   Kind AnyText() { return OneIn(4) ? Kind::EString : Kind::String; }
 
   /// A divisor that cannot be 0.
   ExprPtr NotZero(Kind kind, const ExprPtr& value) {
     if (kind == Kind::Char) return MakeLiteral(Scalar::Whole(kind, AnyOf({"a", " ", "~"})[0]));
-    if (kind != Kind::Int) return nullptr;
     return OneIn(3) ? MakeBinary("|", value, Number(1)) : Number(1 + Below(9));
   }
 
@@ -416,9 +383,9 @@ class Grower {
     const auto call = [&](const char* name, std::vector<ExprPtr> args) {
       return MakeCall(name, Plain(kind), std::move(args));
     };
-    if (features_.evaluated && OneIn(5)) return MakeEvaluated(kind, depth);
+    if (OneIn(5)) return MakeEvaluated(kind, depth);
     if (slots_ != nullptr) return nullptr;
-    if (kind == Kind::Int && features_.failingCalls && OneIn(6))
+    if (kind == Kind::Int && OneIn(6))
       return OneIn(2) ? FailingCall("MakeInt", "zz") : FailingCall("FileGetSize", "/no/such/file");
     if (kind == Kind::Int && OneIn(3)) return CallTouch();
     if (kind == Kind::Int && OneIn(5)) return call("StrLen", {Make(Kind::String, depth)});
@@ -426,16 +393,16 @@ class Grower {
       const ExprPtr array = FindPlace(Plain(AnyKind()).Array());
       return array ? call("ArrayGetSize", {array}) : nullptr;
     }
-    if (kind == Kind::Int && features_.runTimeTypes && OneIn(4))
+    if (kind == Kind::Int && OneIn(4))
       return call(OneIn(2) ? "Max" : "Min", {Make(kind, depth), Make(kind, depth)});
     return MakeUserCall(Plain(kind), depth);
   }
 
   ExprPtr MakeEvaluated(Kind kind, int depth) {
-    const Kept kept(pure_), keptToo(divisions_);
-    pure_ = true;
-    divisions_ = divisions_ && features_.anyDivision;
-    return Evaluated(Make(kind, depth, kind == Kind::Double), kind);
+    const bool before = std::exchange(pure_, true);
+    ExprPtr made = Evaluated(Make(kind, depth), kind);
+    pure_ = before;
+    return made;
   }
 
   ExprPtr MakeUserCall(Type result, int depth) {
@@ -443,8 +410,6 @@ class Grower {
       const Procedure& procedure = program_.procedures[index];
       if (procedure.result != result || OneIn(2) || calls_ > 4) continue;
       std::vector<ExprPtr> args;
-      const Kept kept(divisions_);
-      divisions_ = divisions_ && features_.anyDivision;
       for (const Parameter& parameter : procedure.parameters)
         args.push_back(MakeArgument(parameter, depth));
       if (std::count(args.begin(), args.end(), nullptr) != 0) continue;
@@ -457,12 +422,11 @@ class Grower {
   ExprPtr MakeArgument(const Parameter& parameter, int depth) {
     if (!parameter.reference) return MakeOf(parameter.type, depth);
     const Type type = parameter.type == kGeneric ? Plain(AnyKind()).Array() : parameter.type;
-    return FindPlace(type, true, features_.partReferences);
+    return FindPlace(type, true);
   }
 
   ExprPtr MakeOf(Type type, int depth) {
-    if (type.IsScalar())
-      return Make(OneIn(4) ? Converted(type.kind) : type.kind, depth, type.kind == Kind::Double);
+    if (type.IsScalar()) return Make(OneIn(4) ? Converted(type.kind) : type.kind, depth);
     if (depth > 0 && OneIn(3))
       if (ExprPtr call = MakeUserCall(type, depth - 1)) return call;
     return FindPlace(type);
@@ -479,9 +443,7 @@ class Grower {
   // --- statements ---
 
   ExprPtr AnyResult(Type type) {
-    divisions_ = features_.anyDivision;
-    const ExprPtr made = features_.aggregates || type.IsScalar() ? MakeOf(type, 2) : nullptr;
-    divisions_ = false;
+    const ExprPtr made = MakeOf(type, 2);
     return made ? made : type.IsScalar() ? Literal(type.kind) : AnyTemporary(type);
   }
 
@@ -501,7 +463,6 @@ class Grower {
 
   void AddStatement(std::vector<Statement>& body, int depth) {
     calls_ = 0;
-    divisions_ = features_.anyDivision;
     const size_t pick = Below(depth > 0 ? 12 : 9);
     if (pick < 5) {
       AddChange(body);
@@ -510,8 +471,8 @@ class Grower {
     } else if (pick == 7) {
       AddCall(body);
     } else if (pick == 8) {
-      body.push_back(OneIn(2) ? MakePrint("ErrCode ", MakeName("ErrCode", Plain(Kind::Int)))
-                              : MakeAssign(MakeName("ErrCode", Plain(Kind::Int)), "=", Number(0)));
+      body.push_back(OneIn(2) ? MakePrint("ErrCode ", MakeInt("ErrCode"))
+                              : MakeAssign(MakeInt("ErrCode"), "=", Number(0)));
     } else if (pick < 11) {
       Statement branch = MakeIf(Make(OneIn(4) ? AnyKind() : Kind::Bool, 3), {});
       AddStatements(branch.body, 1 + Below(3), depth - 1);
@@ -520,7 +481,6 @@ class Grower {
     } else {
       AddLoop(body, depth - 1);
     }
-    divisions_ = false;
   }
 
   void AddLoop(std::vector<Statement>& body, int depth) {
@@ -548,7 +508,7 @@ class Grower {
     if (callable_.empty()) return;
     const Type result = program_.procedures[Any(callable_)].result;
     if (const ExprPtr call = MakeUserCall(result, 3)) body.push_back(MakeCallStatement(call));
-    if (features_.exports && OneIn(3)) AddExport(body);
+    if (OneIn(8)) AddExport(body);
   }
 
   void AddExport(std::vector<Statement>& body) {
@@ -559,13 +519,12 @@ class Grower {
     locals_.push_back(local);
     hidden_.insert(local.name);
     AddChange(body);
-    body.push_back(MakeCallStatement(MakeCall(
-        "Export", Plain(Kind::Int), {MakeLiteral(Scalar::Text(Kind::String, local.name))})));
+    body.push_back(MakeCallStatement(MakeCall("Export", Plain(Kind::Int), {MakeText(local.name)})));
   }
 
   /// An assignment of some kind.
   void AddChange(std::vector<Statement>& body) {
-    if (features_.aggregates && OneIn(6) && !IsLocal(focus_.name) && !IsLocal("twin")) {
+    if (OneIn(6) && !IsLocal(focus_.name) && !IsLocal("twin")) {
       const ExprPtr focus = MakeName(focus_.name, focus_.type);
       const ExprPtr twin = MakeName("twin", focus_.type);
       const bool back = OneIn(2);
@@ -573,37 +532,30 @@ class Grower {
       return;
     }
     const Type type = AnyType();
-    const bool generic = features_.runTimeTypes || features_.genericStores;
-    ExprPtr target = FindPlace(generic && OneIn(6) ? kGeneric : type, true);
+    ExprPtr target = FindPlace(OneIn(6) ? kGeneric : type, true);
     if (!target) return;
     if (target->type.array && OneIn(2)) return AddResize(body, target);
     if (target->type == kGeneric) return AddGeneric(body, target);
     if (!target->type.IsScalar()) {
-      const ExprPtr value = features_.aggregates ? MakeOf(target->type, 2) : nullptr;
+      const ExprPtr value = MakeOf(target->type, 2);
       if (value) body.push_back(MakeAssign(target, "=", value));
       return;
     }
     const Kind kind = target->type.kind;
     const bool number = kind >= Kind::Char && kind <= Kind::Double;
-    divisions_ = features_.anyDivision || number;
     if (number && OneIn(4)) {
-      const ExprPtr value = Make(kind, 2, kind == Kind::Double);
-      body.push_back(MakeAssign(target, AnyOf({"+=", "-=", "*="}), value));
+      body.push_back(MakeAssign(target, AnyOf({"+=", "-=", "*="}), Make(kind, 2)));
     } else if (kind == Kind::String && OneIn(4)) {
       body.push_back(MakeAssign(target, "+=", Make(AnyKind(), 2)));
     } else {
-      divisions_ = features_.anyDivision || (number && target->form == Expr::Form::Name);
       body.push_back(MakeAssign(target, "=", MakeOf(target->type, 3)));
     }
-    divisions_ = features_.anyDivision;
   }
 
   void AddResize(std::vector<Statement>& body, const ExprPtr& array) {
     const Type element = array->type.Element();
-    if (array->type == kGeneric && !features_.genericStores) return AddGeneric(body, array);
     const bool append = array->type != kGeneric && OneIn(3);
-    ExprPtr value = append ? MakeOf(element, 2) : nullptr;
-    if (!element.IsScalar() && !features_.aggregates) value = nullptr;
+    const ExprPtr value = append ? MakeOf(element, 2) : nullptr;
     if (value) {
       body.push_back(MakeAssign(array, "<<=", value));
     } else {
@@ -614,11 +566,9 @@ class Grower {
   void AddGeneric(std::vector<Statement>& body, const ExprPtr& array) {
     const ExprPtr source = FindPlace(Plain(AnyKind()).Array());
     if (source) body.push_back(MakeAssign(array, "=", source));
-    if (features_.genericStores && OneIn(3))
-      body.push_back(MakeAssign(array, "<<=", Make(AnyKind(), 1)));
-    const ExprPtr element = MakeExpr(Expr::Form::Element, kNoType, "", {array, Index(false)});
-    if (features_.genericStores && OneIn(3))
-      body.push_back(MakeAssign(element, "=", Make(AnyKind(), 1)));
+    if (OneIn(3)) body.push_back(MakeAssign(array, "<<=", Make(AnyKind(), 1)));
+    const ExprPtr element = MakeExpr(Expr::Form::Element, kNoType, "", {array, Index()});
+    if (OneIn(3)) body.push_back(MakeAssign(element, "=", Make(AnyKind(), 1)));
     body.push_back(MakePrint("generic ", element));
   }
 
@@ -633,8 +583,8 @@ class Grower {
       const std::string counter = "n" + std::to_string(++names_);
       body.push_back(MakeDeclare(counter, Plain(Kind::Int)));
       Statement loop{Statement::Form::Loop, {}, counter, size, nullptr, {}, {}, true};
-      AddShow(loop.body, MakeExpr(Expr::Form::Element, type.Element(), "",
-                                  {place, MakeName(counter, Plain(Kind::Int))}));
+      AddShow(loop.body,
+              MakeExpr(Expr::Form::Element, type.Element(), "", {place, MakeInt(counter)}));
       body.push_back(std::move(loop));
     } else {
       for (const Named& member : program_.structures[type.structure].members)
@@ -644,82 +594,63 @@ class Grower {
 
   // --- one meaning along different roads ---
 
-  static ExprPtr Replace(const ExprPtr& expr, const std::function<ExprPtr(const Expr&)>& other) {
-    if (ExprPtr replaced = other(*expr)) return replaced;
-    if (expr->args.empty()) return expr;
-    Expr copy = *expr;
-    for (ExprPtr& arg : copy.args) arg = Replace(arg, other);
-    return std::make_shared<const Expr>(std::move(copy));
-  }
-
   /// Computes one expression of a few values, which each time lie somewhere else.
   void AddRoads(std::vector<Statement>& body) {
-    const std::string base = "r" + std::to_string(++names_);
-    std::vector<ExprPtr> slots;
+    std::vector<Kind> kinds;
     std::vector<ExprPtr> values;
-    const size_t count = 2 + Below(3);
-    for (size_t i = 0; i < count; ++i) {
-      const Kind kind = AnyKind();
-      slots.push_back(MakeName("?" + std::to_string(i), Plain(kind)));
-      values.push_back(Literal(kind == Kind::Double ? Kind::Float : kind));
+    for (size_t count = 2 + Below(3); count > 0; --count) {
+      kinds.push_back(AnyKind());
+      values.push_back(Literal(kinds.back() == Kind::Double ? Kind::Float : kinds.back()));
     }
-    divisions_ = features_.anyDivision;
-    slots_ = &slots;
-    Kind kind = AnyKind();
-    if (kind == Kind::EString) kind = Kind::String;
-    const ExprPtr expr = Make(kind, 4);
-    slots_ = nullptr;
-    divisions_ = false;
-    const size_t roads = 2 + Below(4);
-    for (size_t i = 0; i < roads; ++i) AddRoad(body, base + "x" + std::to_string(i), expr, values);
+    const Kind kind = AnyKind();
+    const std::mt19937_64 shape(random_());
+    for (size_t roads = 2 + Below(4); roads > 0; --roads) {
+      Procedure procedure{"Road" + std::to_string(++names_), Plain(kind), {}, {}};
+      const bool inside = OneIn(3);
+      std::vector<ExprPtr> slots, args;
+      for (size_t i = 0; i < kinds.size(); ++i) {
+        const Type type = Plain(kinds[i]);
+        if (values[i]->type == type && OneIn(5)) {
+          slots.push_back(values[i]);
+          continue;
+        }
+        slots.push_back(AddHome(body, "h" + std::to_string(++names_), type, values[i]));
+        if (!inside) continue;
+        const Named parameter{"p" + std::to_string(i), type};
+        procedure.parameters.push_back({parameter, OneIn(2)});
+        args.push_back(std::exchange(slots.back(), MakeName(parameter.name, type)));
+      }
+      ExprPtr value = MakeFrom(shape, slots, kind);
+      if (inside) {
+        procedure.body.push_back(MakeReturn(value));
+        program_.procedures.push_back(procedure);
+        value = MakeCall(procedure.name, procedure.result, args);
+      } else if (OneIn(4)) {
+        value = Evaluated(value, kind);
+      }
+      AddResult(body, value);
+    }
   }
 
-  void AddRoad(std::vector<Statement>& body, const std::string& prefix, const ExprPtr& expr,
-               const std::vector<ExprPtr>& values) {
-    Procedure procedure{"Road" + prefix, expr->type, {}, {}};
-    std::vector<ExprPtr> args;
-    const bool inside = OneIn(3);
-    const auto replaced = Replace(expr, [&](const Expr& each) -> ExprPtr {
-      if (each.form != Expr::Form::Name || each.text[0] != '?') return nullptr;
-      const size_t slot = std::stoul(each.text.substr(1));
-      const std::string name = prefix + "v" + std::to_string(slot);
-      const ExprPtr value = values[slot];
-      const bool exact = value->type.kind == each.type.kind;
-      const bool literal = each.type.kind != Kind::Float || features_.doubleLiterals;
-      if (exact && literal && OneIn(5)) return value;
-      if (inside) {
-        const auto same = [&](const Parameter& known) { return known.name == name; };
-        if (std::none_of(procedure.parameters.begin(), procedure.parameters.end(), same)) {
-          Parameter parameter;
-          parameter.name = name;
-          parameter.type = each.type;
-          parameter.reference = OneIn(2);
-          args.push_back(AddHome(body, prefix + "a" + std::to_string(slot), each.type, value,
-                                 !parameter.reference || features_.partReferences));
-          procedure.parameters.push_back(parameter);
-        }
-        return MakeName(name, each.type);
-      }
-      return AddHome(body, prefix + "h" + std::to_string(names_++), each.type, value, true);
-    });
-    const Kind kind = expr->type.kind;
-    ExprPtr value = replaced;
-    if (inside) {
-      procedure.body.push_back(MakeReturn(replaced));
-      program_.procedures.push_back(procedure);
-      value = MakeCall(procedure.name, procedure.result, args);
-    } else if (features_.evaluated && OneIn(4)) {
-      value = Evaluated(replaced, kind);
-    }
-    if (kind == Kind::Bool && OneIn(3)) {
-      Statement branch = MakeIf(value, {MakePrint("road ", MakeLiteral(Scalar::Whole(kind, 1)))});
-      branch.other.push_back(MakePrint("road ", MakeLiteral(Scalar::Whole(kind, 0))));
-      body.push_back(std::move(branch));
+  /// The expression that this state of chance makes of these operands.
+  ExprPtr MakeFrom(std::mt19937_64 shape, const std::vector<ExprPtr>& slots, Kind kind) {
+    std::swap(random_, shape);
+    slots_ = &slots;
+    ExprPtr made = Make(kind, 4);
+    slots_ = nullptr;
+    std::swap(random_, shape);
+    return made;
+  }
+
+  void AddResult(std::vector<Statement>& body, const ExprPtr& value) {
+    if (value->type.kind == Kind::Bool && OneIn(3)) {
+      body.push_back(MakeIf(value, {MakePrint("road ", MakeText("yes"))}));
+      body.back().other.push_back(MakePrint("road ", MakeText("no")));
     } else if (OneIn(2)) {
-      const std::string name = prefix + "result";
-      body.push_back(MakeDeclare(name, expr->type));
-      body.push_back(MakeAssign(MakeName(name, expr->type), "=", value));
-      body.push_back(MakePrint("road ", MakeName(name, expr->type)));
+      const ExprPtr result = MakeName("l" + std::to_string(++names_), value->type);
+      body.push_back(MakeDeclare(result->text, result->type));
+      body.push_back(MakeAssign(result, "=", value));
+      body.push_back(MakePrint("road ", result));
     } else {
       body.push_back(MakePrint("road ", value));
     }
@@ -727,9 +658,9 @@ class Grower {
 
   /// Puts the value into a new variable, element or member.
   ExprPtr AddHome(std::vector<Statement>& body, const std::string& name, Type type,
-                  const ExprPtr& value, bool parts) {
+                  const ExprPtr& value) {
     ExprPtr place = MakeName(name, type);
-    const size_t pick = parts ? Below(4) : 0;
+    const size_t pick = Below(4);
     if (pick == 1) {
       program_.globals.push_back({{name, type}, Global::Scope::Plain, nullptr});
     } else if (pick == 2) {
@@ -750,7 +681,6 @@ class Grower {
   }
 
   std::mt19937_64 random_;
-  const Features& features_;
   Program program_;
   std::vector<Named> globals_, constants_, locals_;
   std::vector<std::string> counters_;
@@ -758,7 +688,6 @@ class Grower {
   Named focus_;  // what most of the program is about
   std::vector<size_t> callable_;
   const std::vector<ExprPtr>* slots_ = nullptr;
-  bool divisions_ = false;
   bool pure_ = false;
   int names_ = 0;
   int indexes_ = 0;
@@ -767,33 +696,6 @@ class Grower {
 
 }  // namespace
 
-Features Features::Sound() {
-  Features features;
-  // The model takes the global for the local that is exported, and lets a reference parameter take
-  // whatever the name of an absent local stands for.
-  features.exports = false;
-  features.absentLocals = false;
-  return features;
-}
-
-bool Features::Set(const std::string& name, bool on) {
-  const std::pair<const char*, bool Features::*> kAll[] = {
-      {"anyDivision", &Features::anyDivision},       {"doubleLiterals", &Features::doubleLiterals},
-      {"runTimeTypes", &Features::runTimeTypes},     {"genericStores", &Features::genericStores},
-      {"absentLocals", &Features::absentLocals},     {"exports", &Features::exports},
-      {"partReferences", &Features::partReferences}, {"handlers", &Features::handlers},
-      {"failingCalls", &Features::failingCalls},     {"bounds", &Features::bounds},
-      {"targetCalls", &Features::targetCalls},       {"evaluated", &Features::evaluated},
-      {"aggregates", &Features::aggregates},         {"realLogic", &Features::realLogic}};
-  bool known = false;
-  for (const auto& [feature, member] : kAll) {
-    if (name != feature && name != "all") continue;
-    this->*member = on;
-    known = true;
-  }
-  return known;
-}
-
-Program Grow(uint64_t seed, const Features& features) { return Grower(seed, features).Grown(); }
+Program Grow(uint64_t seed) { return Grower(seed).Grown(); }
 
 }  // namespace generator

@@ -1,10 +1,8 @@
 // Random programs, each run by the engine and by a model of it; what they print must be the same,
 // and nothing may break.
 //
-//   generator [--seconds N] [--seed S] [--count N] [--with FEATURE] [--without FEATURE]
-//             [--only] [--keep-going] [--print]
+//   generator [--seconds N] [--seed S] [--keep-going]
 
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +13,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 
 #include "generator/grow.h"
 #include "generator/model.h"
@@ -27,16 +26,7 @@ using namespace generator;
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kSecondsForOne = 30;
-constexpr uint64_t kProgramsPerProcess = 200;
-
-struct Options {
-  double seconds = 5;
-  uint64_t seed = 1;
-  uint64_t count = 0;
-  bool keepGoing = false;
-  bool print = false;
-  Features features = Features::Sound();
-};
+constexpr uint64_t kProgramsPerProcess = 100;
 
 /// How the engine's run differs from what it must be; empty when it does not. The first word is the
 /// kind of fault.
@@ -53,40 +43,23 @@ std::string Shown(const std::string& text) {
 }
 
 Fault CompareOutput(const std::string& wanted, const std::string& got, bool open) {
-  if (open ? got.compare(0, wanted.size(), wanted) == 0 : got == wanted) return "";
-  size_t start = 0;
-  int line = 1;
-  for (size_t i = 0; i < wanted.size() && i < got.size() && wanted[i] == got[i]; ++i) {
-    if (wanted[i] != '\n') continue;
-    start = i + 1;
-    ++line;
+  if (open ? got.starts_with(wanted) : got == wanted) return "";
+  std::istringstream wantedLines(wanted), gotLines(got);
+  std::string must, is;
+  for (int line = 1;; ++line) {
+    const bool more = !std::getline(wantedLines, must).fail();
+    const bool same = !std::getline(gotLines, is).fail() == more && must == is;
+    if (more && same) continue;
+    return "output: line " + std::to_string(line) + " must be \"" + Shown(must) + "\" and is \"" +
+           Shown(is) + "\"";
   }
-  const auto lineOf = [&](const std::string& text) {
-    return Shown(text.substr(start, text.find('\n', start) - start));
-  };
-  return "output: line " + std::to_string(line) + " must be \"" + lineOf(wanted) + "\" and is \"" +
-         lineOf(got) + "\"";
 }
 
 void ProvideExterns(TamberContext& context, const Program& program) {
   for (const Global& global : program.globals) {
-    if (global.scope != Global::Scope::Extern || !global.value) continue;
+    if (global.scope != Global::Scope::Extern) continue;
     const Variable* declared = context.GetVariable(global.name, VARLIST_EXTERNAL);
-    if (declared == nullptr) continue;
-    Variable* provided = declared->Clone();
-    const Scalar& value = global.value->value;
-    if (value.IsText()) {
-      provided->SetStringValue(value.text);
-    } else if (value.kind >= Kind::Float) {
-      provided->SetFloatValue(static_cast<float>(value.real));
-    } else if (value.kind == Kind::Bool) {
-      provided->SetBoolValue(value.whole);
-    } else if (value.kind == Kind::Char) {
-      provided->SetCharValue(static_cast<char>(value.whole));
-    } else {
-      provided->SetIntegerValue(value.whole);
-    }
-    context.AddVariable(provided, VARLIST_GLOBAL);
+    if (declared != nullptr) context.AddVariable(declared->Clone(), VARLIST_GLOBAL);
   }
 }
 
@@ -167,13 +140,11 @@ std::string KindOf(const Fault& fault) {
   return fault.substr(0, fault.find_first_of(fault.starts_with("output") ? " " : ","));
 }
 
-void Report(uint64_t seed, const Options& options) {
-  const Program program = Grow(seed, options.features);
+/// Whether the program of a seed runs as it must; shrinks one that does not.
+bool Check(uint64_t seed) {
+  const Program program = Grow(seed);
   const Fault fault = InProcess(false, [&] { return Run(program); });
-  if (fault.empty()) {
-    std::cout << "seed " << seed << ": fails only behind other programs\n";
-    return;
-  }
+  if (fault.empty()) return true;
   const std::string kind = KindOf(fault);
   const Program small = Shrink(program, [&](const Program& candidate) {
     return KindOf(InProcess(true, [&] { return Run(candidate); })) == kind;
@@ -182,81 +153,53 @@ void Report(uint64_t seed, const Options& options) {
   const Fault last = InProcess(true, [&] { return Run(small); });
   std::ofstream(name) << "// " << last << "\n" << Render(small);
   std::cout << "seed " << seed << ": " << last << "\n" << Render(small) << "(in " << name << ")\n";
-}
-
-/// Runs programs from `first` on; returns how many, or that one failed.
-bool RunBatch(uint64_t first, uint64_t count, Clock::time_point end, uint64_t* current,
-              const Options& options) {
-  const Fault fault = InProcess(true, [&]() -> Fault {
-    for (*current = first; *current < first + count && Clock::now() < end; ++*current) {
-      const Fault found = Run(Grow(*current, options.features));
-      if (!found.empty()) return found;
-    }
-    return "";
-  });
-  if (fault.empty()) return true;
-  // A leak shows when the process ends, whoever made it.
-  const uint64_t last = *current;
-  for (*current = fault.starts_with("sanitizer") ? first : last; *current < last; ++*current) {
-    const auto run = [&] { return Run(Grow(*current, options.features)); };
-    if (!InProcess(true, run).empty()) break;
-  }
   return false;
 }
 
-bool Read(int argc, char** argv, Options& options) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string option = argv[i];
-    const std::string value = i + 1 < argc ? argv[i + 1] : "";
-    const bool isSwitch = option == "--keep-going" || option == "--print";
-    i += isSwitch ? 0 : 1;
-    if (isSwitch) {
-      (option == "--print" ? options.print : options.keepGoing) = true;
-    } else if (option == "--seconds") {
-      options.seconds = std::atof(value.c_str());
-    } else if (option == "--seed") {
-      options.seed = std::strtoull(value.c_str(), nullptr, 10);
-    } else if (option == "--count") {
-      options.count = std::strtoull(value.c_str(), nullptr, 10);
-    } else if ((option != "--with" && option != "--without") ||
-               !options.features.Set(value, option == "--with")) {
-      std::cerr << "generator: what is " << option << " " << value << "?\n";
-      return false;
-    }
-  }
-  return true;
+/// Many in one process, which is faster; how many went well alone if something is wrong with them.
+uint64_t RunBatch(uint64_t first) {
+  const Fault fault = InProcess(true, [&]() -> Fault {
+    for (uint64_t seed = first; seed < first + kProgramsPerProcess; ++seed)
+      if (const Fault found = Run(Grow(seed)); !found.empty()) return found;
+    return "";
+  });
+  if (fault.empty()) return kProgramsPerProcess;
+  uint64_t good = 0;
+  while (good < kProgramsPerProcess && Check(first + good)) ++good;
+  if (good == kProgramsPerProcess)
+    std::cout << "seeds from " << first << " fail only together: " << fault << "\n";
+  return std::min(good, kProgramsPerProcess - 1);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  if (!Read(argc, argv, options)) return 2;
-  if (options.print) {
-    const Program program = Grow(options.seed, options.features);
-    std::cout << Render(program) << "\n// prints\n" << Predict(program).output;
-    return 0;
-  }
-  void* shared =
-      mmap(nullptr, sizeof(uint64_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (shared == MAP_FAILED) return 2;
-  auto* current = static_cast<uint64_t*>(shared);
-  const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                      std::chrono::duration<double>(options.seconds));
-  const uint64_t last = options.count == 0 ? UINT64_MAX : options.seed + options.count;
-  int faults = 0;
-  uint64_t seed = options.seed;
-  while (seed < last && Clock::now() < end) {
-    if (RunBatch(seed, std::min(kProgramsPerProcess, last - seed), end, current, options)) {
-      seed = *current;
-      continue;
+  double seconds = 5;
+  uint64_t seed = 1;
+  bool keepGoing = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string option = argv[i];
+    if (option == "--keep-going") {
+      keepGoing = true;
+    } else if (option == "--seconds" && i + 1 < argc) {
+      seconds = std::atof(argv[++i]);
+    } else if (option == "--seed" && i + 1 < argc) {
+      seed = std::strtoull(argv[++i], nullptr, 10);
+    } else {
+      std::cerr << "generator: what is " << option << "?\n";
+      return 2;
     }
-    ++faults;
-    Report(*current, options);
-    seed = *current + 1;
-    if (!options.keepGoing) break;
   }
-  std::cout << seed - options.seed << " programs from seed " << options.seed << ", " << faults
-            << " faults" << std::endl;
+  const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+  const uint64_t first = seed;
+  int faults = 0;
+  while (Clock::now() < end && (faults == 0 || keepGoing)) {
+    const uint64_t good = RunBatch(seed);
+    const bool failed = good < kProgramsPerProcess;
+    faults += failed ? 1 : 0;
+    seed += failed ? good + 1 : good;
+  }
+  std::cout << seed - first << " programs from seed " << first << ", " << faults << " faults"
+            << std::endl;
   return faults == 0 ? 0 : 1;
 }

@@ -27,7 +27,7 @@ struct Node {
 struct Fatal {
   int code;
 };
-/// The end of the run: an error under the default policy, or with code 0 `exit`.
+/// The end of the run by an error under the default policy.
 struct Ended {
   int code;
 };
@@ -71,7 +71,6 @@ class Model {
       Call(program_.procedures.back(), {});
     } catch (const Ended& end) {
       expected_.error = end.code;
-      if (end.code == 0) throw Unspecified();  // whether a context runs again after `exit`
     } catch (const Fatal& fatal) {
       expected_.error = fatal.code;
       // The next run finds the code in ErrCode, and this model does not always know which it is.
@@ -236,9 +235,18 @@ class Model {
     }
   }
 
+  /// A text is compiled as it runs, with what its names mean by then.
+  void CheckNames(const Expr& expr) {
+    if (expr.form == Expr::Form::Name && expr.type != kGeneric &&
+        Find(expr.text)->type != expr.type)
+      throw Unspecified();
+    for (const ExprPtr& arg : expr.args) CheckNames(*arg);
+  }
+
   NodePtr EvalText(const Expr& expr) {
     pending_ = 0;
     try {
+      CheckNames(*expr.args[0]);
       const auto value = Convert(EvalScalar(*expr.args[0], IsDouble(expr)), expr.type.kind);
       if (!value) throw Unspecified();
       return Leaf(*value);
@@ -260,6 +268,10 @@ class Model {
     for (size_t i = 0; i < expr.args.size(); ++i) {
       if (found != procedures.end() && found->parameters[i].reference) {
         args.push_back(Place(*expr.args[i]));
+        // The name of a local whose declaration did not run means something else.
+        const Type wanted = found->parameters[i].type;
+        const Type type = args.back()->type;
+        if (wanted == kGeneric ? !type.array : type != wanted) throw Unspecified();
       } else {
         const Type wanted = found != procedures.end() ? found->parameters[i].type : kNoType;
         args.push_back(Clone(*Eval(*expr.args[i], wanted == Plain(Kind::Double))));
@@ -298,21 +310,20 @@ class Model {
     return less == (name == "Max") ? args[1] : args[0];
   }
 
+  /// From here on the local is the global, or a new one.
   bool Export(const std::string& name) {
     const auto local = locals_->find(name);
-    bool taken = local != locals_->end();
-    NodePtr& global = globals_[name];
-    if (taken && !global) global = Clone(*local->second);
-    if (taken && global != local->second) {
-      try {
-        Store(*global, *local->second);
-        local->second = global;
-      } catch (const Fatal&) {
-        taken = false;
-      }
+    if (local == locals_->end()) {
+      pending_ = kFunctionFailed;
+      return false;
     }
-    if (!taken) pending_ = kFunctionFailed;
-    return taken;
+    NodePtr& global = globals_[name];
+    if (!global) global = Empty(local->second->type);
+    // What was compiled for the type of the local goes on with another one.
+    if (global->type != local->second->type) throw Unspecified();
+    Store(*global, *local->second);
+    local->second = global;
+    return true;
   }
 
   NodePtr Call(const Procedure& procedure, const std::vector<NodePtr>& args) {
@@ -401,7 +412,6 @@ class Model {
       case Form::Loop:
         return Repeat(statement, result);
       case Form::Return: {
-        if (!statement.value) return Flow::Return;
         const bool wants = result->type == Plain(Kind::Double);
         const NodePtr value =
             Guarded([&] { return Clone(*Eval(*statement.value, wants)); }, statement.value->type);
@@ -412,8 +422,6 @@ class Model {
         return Flow::Break;
       case Form::Continue:
         return Flow::Continue;
-      case Form::Exit:
-        throw Ended{0};
     }
     return Flow::Next;
   }
@@ -467,7 +475,7 @@ class Model {
   }
 
   Flow Repeat(const Statement& loop, Node* result) {
-    const auto counter = MakeName(loop.text, Plain(Kind::Int));
+    const auto counter = MakeInt(loop.text);
     ExprPtr condition = MakeBinary("<", counter, loop.target);
     if (loop.value) condition = MakeBinary("&&", condition, loop.value);
     Find(loop.text)->value.whole = 0;

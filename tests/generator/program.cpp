@@ -84,13 +84,11 @@ class Renderer {
       case Form::Loop:
         return WriteLoop(statement);
       case Form::Return:
-        return Line(statement.value ? "return " + Text(*statement.value) : "return");
+        return Line("return " + Text(*statement.value));
       case Form::Break:
         return Line("break");
       case Form::Continue:
         return Line("continue");
-      case Form::Exit:
-        return Line("exit");
     }
   }
 
@@ -200,6 +198,10 @@ ExprPtr MakeName(const std::string& name, Type type) {
   return MakeExpr(Expr::Form::Name, type, name, {});
 }
 
+ExprPtr MakeText(const std::string& text) { return MakeLiteral(Scalar::Text(Kind::String, text)); }
+
+ExprPtr MakeInt(const std::string& name) { return MakeName(name, Plain(Kind::Int)); }
+
 ExprPtr MakeCall(const std::string& name, Type type, std::vector<ExprPtr> args) {
   return MakeExpr(Expr::Form::Call, type, name, std::move(args));
 }
@@ -230,10 +232,9 @@ Statement MakeIf(ExprPtr condition, std::vector<Statement> body) {
 }
 
 Statement MakePrint(const std::string& label, ExprPtr value) {
-  const auto text = [](const std::string& s) { return MakeLiteral(Scalar::Text(Kind::String, s)); };
-  const ExprPtr joined = MakeBinary("+", text(label), std::move(value));
+  const ExprPtr joined = MakeBinary("+", MakeText(label), std::move(value));
   return MakeCallStatement(
-      MakeCall("Print", Plain(Kind::Int), {MakeBinary("+", joined, text("\n"))}));
+      MakeCall("Print", Plain(Kind::Int), {MakeBinary("+", joined, MakeText("\n"))}));
 }
 
 std::string Render(const Program& program) { return Renderer(program).All(); }

@@ -42,7 +42,7 @@ struct Expr {
 };
 
 struct Statement {
-  enum class Form : uint8_t { Declare, Assign, Call, If, Loop, Return, Break, Continue, Exit };
+  enum class Form : uint8_t { Declare, Assign, Call, If, Loop, Return, Break, Continue };
   Form form;
   Type type = {};         // of what is declared
   std::string text = {};  // the name that is declared or counts; the operator of an assignment
@@ -82,6 +82,9 @@ struct Program {
 };
 
 ExprPtr MakeLiteral(const Scalar& value);
+ExprPtr MakeText(const std::string& text);
+/// An integer variable.
+ExprPtr MakeInt(const std::string& name);
 ExprPtr MakeName(const std::string& name, Type type);
 ExprPtr MakeExpr(Expr::Form form, Type type, std::string text, std::vector<ExprPtr> args);
 /// A call of a procedure or built-in.

@@ -63,22 +63,17 @@ template <class T>
 std::string RealText(T value) {
   if (std::isnan(value)) return "nan";
   if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
-  const double size = std::fabs(value);
+  const T size = std::fabs(value);
+  const bool plain = size == 0 || (size >= T(1e-5) && size < 1e15);
   char buffer[64];
-  const char* end =
-      std::to_chars(buffer, std::end(buffer), value, std::chars_format::scientific).ptr;
-  const std::string text(buffer, static_cast<size_t>(end - buffer));
-  const bool plain = size == 0 || (size >= static_cast<double>(T(1e-5)) && size < 1e15);
-  if (!plain) return text;
-  const size_t mark = text.find('e');
-  const int exponent = std::stoi(text.substr(mark + 1));
-  const std::string sign = text[0] == '-' ? "-" : "";
-  std::string digits = text.substr(sign.size(), mark - sign.size());
-  if (digits.size() > 1) digits.erase(1, 1);
-  if (exponent < 0) return sign + "0." + std::string(-exponent - 1, '0') + digits;
-  const size_t whole = static_cast<size_t>(exponent) + 1;
-  if (digits.size() <= whole) return sign + digits + std::string(whole - digits.size(), '0');
-  return sign + digits.substr(0, whole) + "." + digits.substr(whole);
+  const auto last = std::to_chars(buffer, std::end(buffer), value, std::chars_format::scientific);
+  std::string text(buffer, last.ptr);
+  // The double with these digits has no more of them, a float may have.
+  if (plain)
+    text.assign(
+        buffer,
+        std::to_chars(buffer, std::end(buffer), std::stod(text), std::chars_format::fixed).ptr);
+  return text;
 }
 
 }  // namespace

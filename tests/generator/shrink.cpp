@@ -1,37 +1,10 @@
 #include "generator/shrink.h"
 
-#include <algorithm>
-#include <optional>
-
 namespace generator {
 
 namespace {
 
-using Block = std::vector<Statement>;
-
-template <class Visitor>
-void ForEachBlock(Block& block, const Visitor& visit) {
-  visit(block);
-  for (Statement& statement : block) {
-    if (!statement.body.empty()) ForEachBlock(statement.body, visit);
-    if (!statement.other.empty()) ForEachBlock(statement.other, visit);
-  }
-}
-
-template <class Visitor>
-void ForEachBlock(Program& program, const Visitor& visit) {
-  for (Procedure& procedure : program.procedures) ForEachBlock(procedure.body, visit);
-}
-
-template <class Visitor>
-void ForEachExpr(Program& program, const Visitor& visit) {
-  ForEachBlock(program, [&](Block& block) {
-    for (Statement& statement : block) {
-      if (statement.target) visit(statement.target);
-      if (statement.value) visit(statement.value);
-    }
-  });
-}
+constexpr int kMostAttempts = 4000;
 
 /// Counts down in `number` to a part of the expression that an operand of the same type, or a
 /// plain value, can stand for; null when there are not so many.
@@ -51,132 +24,63 @@ ExprPtr Simpler(const ExprPtr& expr, size_t& number) {
   return nullptr;
 }
 
-class Shrinker {
- public:
-  Shrinker(Program program, const std::function<bool(const Program&)>& fails)
-      : program_(std::move(program)), fails_(fails) {}
-
-  Program Shrunk() {
-    bool smaller = true;
-    while (smaller && attempts_ > 0) {
-      smaller = RemoveStatements();
-      smaller = Unwrap() || smaller;
-      smaller = RemoveDeclarations() || smaller;
-      smaller = Simplify() || smaller;
+/// Makes the change of this number, counted down, in the statements: one of them is left out, its
+/// body stands in its place, or an expression becomes simpler. False when there are not so many.
+bool Change(std::vector<Statement>& block, size_t& number) {
+  for (size_t i = 0; i < block.size(); ++i) {
+    const auto at = block.begin() + static_cast<std::ptrdiff_t>(i);
+    if (number-- == 0) return block.erase(at), true;
+    for (const auto member : {&Statement::body, &Statement::other}) {
+      std::vector<Statement> inner = block[i].*member;
+      if (inner.empty()) continue;
+      if (number-- == 0) return block.insert(block.erase(at), inner.begin(), inner.end()), true;
+      if (Change(block[i].*member, number)) return true;
     }
-    return std::move(program_);
-  }
-
- private:
-  bool Take(Program candidate) {
-    if (--attempts_ < 0 || !fails_(candidate)) return false;
-    program_ = std::move(candidate);
-    return true;
-  }
-
-  bool RemoveStatements() {
-    bool any = false;
-    for (size_t chunk = 32; chunk > 0; chunk /= 2)
-      for (size_t start = 0; start < Count(); start += chunk)
-        while (start < Count() && Take(Without(start, chunk))) any = true;
-    return any;
-  }
-
-  size_t Count() {
-    size_t count = 0;
-    ForEachBlock(program_, [&](const Block& block) { count += block.size(); });
-    return count;
-  }
-
-  Program Without(size_t start, size_t count) const {
-    Program copy = program_;
-    size_t number = 0;
-    ForEachBlock(copy, [&](Block& block) {
-      const auto gone = [&](const Statement&) {
-        const size_t own = number++;
-        return own >= start && own < start + count;
-      };
-      block.erase(std::remove_if(block.begin(), block.end(), gone), block.end());
-    });
-    return copy;
-  }
-
-  /// Puts the bodies of branches and loops in their place.
-  bool Unwrap() {
-    bool any = false;
-    for (size_t start = 0; start < Count(); ++start) {
-      for (const auto member : {&Statement::body, &Statement::other}) {
-        Program copy = program_;
-        size_t number = 0;
-        bool done = false;
-        ForEachBlock(copy, [&](Block& block) {
-          if (done || start < number || start >= number + block.size()) {
-            number += block.size();
-            return;
-          }
-          const auto at = block.begin() + static_cast<std::ptrdiff_t>(start - number);
-          const Block inner = std::move((*at).*member);
-          number += block.size();
-          if (inner.empty()) return;
-          done = true;
-          block.insert(block.erase(at), inner.begin(), inner.end());
-        });
-        any = (done && Take(std::move(copy))) || any;
-      }
+    for (const auto member : {&Statement::target, &Statement::value}) {
+      ExprPtr& expr = block[i].*member;
+      const ExprPtr simpler = expr ? Simpler(expr, number) : nullptr;
+      if (simpler) return expr = simpler, true;
     }
-    return any;
   }
+  return false;
+}
 
-  bool RemoveDeclarations() {
-    bool any = false;
-    const auto remove = [&](auto member, size_t last) {
-      for (size_t i = (program_.*member).size() - last; i-- > 0;) {
-        Program copy = program_;
-        auto& list = copy.*member;
-        list.erase(list.begin() + static_cast<std::ptrdiff_t>(i));
-        any = Take(std::move(copy)) || any;
-      }
-    };
-    remove(&Program::procedures, 1);  // main stays
-    remove(&Program::globals, 0);
-    for (size_t i = 0; i < program_.structures.size(); ++i) {
-      if (program_.structures[i].name.empty()) continue;
-      Program copy = program_;
-      copy.structures[i].name.clear();
-      any = Take(std::move(copy)) || any;
-    }
-    return any;
-  }
+template <class List>
+bool Remove(List& list, size_t& number, size_t kept) {
+  const size_t count = list.size() - kept;
+  if (number >= count) return number -= count, false;
+  return list.erase(list.begin() + static_cast<std::ptrdiff_t>(number)), true;
+}
 
-  bool Simplify() {
-    bool any = false;
-    for (size_t wanted = 0; attempts_ > 0;) {
-      Program copy = program_;
-      size_t number = wanted;
-      bool found = false;
-      ForEachExpr(copy, [&](ExprPtr& expr) {
-        if (found) return;
-        const ExprPtr simpler = Simpler(expr, number);
-        found = simpler != nullptr;
-        if (found) expr = simpler;
-      });
-      if (!found) break;
-      const bool taken = Take(std::move(copy));
-      any = taken || any;
-      if (!taken) ++wanted;
-    }
-    return any;
-  }
-
-  Program program_;
-  const std::function<bool(const Program&)>& fails_;
-  int attempts_ = 1500;
-};
+bool Change(Program& program, size_t number) {
+  if (Remove(program.procedures, number, 1)) return true;  // main stays
+  for (Procedure& procedure : program.procedures)
+    if (Change(procedure.body, number)) return true;
+  if (Remove(program.globals, number, 0)) return true;
+  // Types know structures by their positions.
+  for (Structure& structure : program.structures)
+    if (!structure.name.empty() && number-- == 0) return structure.name.clear(), true;
+  return false;
+}
 
 }  // namespace
 
 Program Shrink(Program program, const std::function<bool(const Program&)>& fails) {
-  return Shrinker(std::move(program), fails).Shrunk();
+  int attempts = kMostAttempts;
+  for (bool smaller = true; smaller;) {
+    smaller = false;
+    for (size_t number = 0; attempts > 0; --attempts) {
+      Program copy = program;
+      if (!Change(copy, number)) break;
+      if (!fails(copy)) {
+        ++number;
+      } else {
+        program = std::move(copy);
+        smaller = true;
+      }
+    }
+  }
+  return program;
 }
 
 }  // namespace generator
