@@ -17,7 +17,7 @@
 
 namespace {
 
-enum ExitStatus { kWell = 0, kScriptFailed = 1 };
+enum ExitStatus { kWell = 0, kScriptFailed = 1, kStoreFailed = 2 };
 
 constexpr size_t kLongestScript = size_t{256} << 20;
 
@@ -146,6 +146,18 @@ bool ShowDebug(const KelString& section, std::string_view text, void* /*user*/) 
   return true;
 }
 
+/// Says on standard error what became of the session, if its store has failed. The script's own
+/// status stands otherwise.
+int StatusWithSession(const TamberContext& context, const Options& options, int status) {
+  const KelString fault = options.session ? context.GetSessionFault() : KelString();
+  if (fault.IsEmpty()) {
+    return status;
+  }
+  std::fprintf(stderr, "tamber: the store of session %u failed, variables were not kept: %s\n",
+               static_cast<unsigned>(*options.session), fault.GetString());
+  return kStoreFailed;
+}
+
 int Run(const Options& options) {
   std::optional<Log> log;
   TamberContext context(nullptr);
@@ -177,23 +189,21 @@ int Run(const Options& options) {
   }
   // A text compiles although the value of a variable failed; a file does not.
   if (!Compile(&context, options) || context.GetContextError() != 0) {
-    return kScriptFailed;
+    return StatusWithSession(context, options, kScriptFailed);
   }
   if (options.checkOnly) {
-    return kWell;
+    return StatusWithSession(context, options, kWell);
   }
   AddArguments(&context, options.args);
   Stack stack;
   const int ran = context.RunProcedure("main", &stack);
-  if (options.session) {
-    context.ResetContext();
-  }
+  context.SaveSession();
   if (output.Fault() != 0) {
     std::fprintf(stderr, "tamber: cannot write to standard output: %s\n",
                  std::strerror(output.Fault()));
     return kScriptFailed;
   }
-  return ran ? kWell : kScriptFailed;
+  return StatusWithSession(context, options, ran ? kWell : kScriptFailed);
 }
 
 }  // namespace

@@ -5,9 +5,11 @@ import ctypes.util
 import os
 import pathlib
 import re
+import sqlite3
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 HELLO = 'proc main()\n  Print("hello\\n")\nendproc\n'
@@ -181,6 +183,30 @@ class CommandTest(unittest.TestCase):
             self.assertIn("--help", errors)
         self.assertEqual(self.run_tamber("--session", "1", "--color", name)[2].splitlines()[0],
                          "tamber: --color 'a.tam': it is auto, always or never")
+
+    def test_a_session_that_could_not_be_loaded_is_not_saved(self):
+        script = self.script("session int n = 1\nproc main()\n  Print(n + \"\\n\")\n  n += 1\n"
+                             "  FileCreate(\"loaded\")\n  while !FileExists(\"go\")\n    Sleep(5)\n"
+                             "  wend\nendproc\n")
+        go = self.folder / "go"
+        go.touch()
+        for n in "12":
+            self.assertEqual(self.run_tamber("--session", "7", script), (0, n + "\n", ""))
+        for name in ("go", "loaded"):
+            (self.folder / name).unlink()
+        other = sqlite3.connect(self.folder / "TamberSessions", isolation_level=None)
+        other.execute("PRAGMA journal_mode=DELETE")
+        other.execute("BEGIN EXCLUSIVE")
+        with subprocess.Popen([self.command, "--session", "7", script], cwd=self.folder, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE) as run:
+            while not (self.folder / "loaded").exists() and run.poll() is None:
+                time.sleep(0.01)
+            other.close()
+            go.touch()
+            output, errors = run.communicate(timeout=60)
+        self.assertEqual((run.returncode, output), (2, b"1\n"))
+        self.assertRegex(errors, rb"\Atamber: the store of session 7 failed, .*: database is locked\n\Z")
+        self.assertEqual(self.run_tamber("--session", "7", script), (0, "3\n", ""))
 
     def test_help_and_version(self):
         status, output, errors = self.run_tamber("--help")

@@ -71,6 +71,7 @@ void ContextState::CallScript(const KelString& path) {
   int32_t code = called.GetContextError();
   context.SetContextError(code, code != 0 ? called.GetContextErrorText() : KelString());
   run.errorDetail = called.State().run.errorDetail;
+  if (!called.State().session.fault.IsEmpty()) session.fault = called.State().session.fault;
   context.FlushOutput();
 }
 

@@ -78,7 +78,10 @@ struct SessionState {
   uint32_t id = 0;
   KelString path;
   std::shared_ptr<SessionStore> store;
+  KelString fault;       ///< why the store failed last
+  KelString stampFault;  ///< why the time of the last use is still to be written
   bool reading = false;
+  bool isUnloaded = false;  ///< what the store holds could not be read, so it is not overwritten
 };
 
 /// Where prints and reports go. Written by output.cpp.

@@ -51,10 +51,11 @@ KelString StoreSpecOf(const ContextState& state) {
   return BesideIni(state, kSessionFile);
 }
 
-/// A store that fails costs the sessions' values of the moment and nothing else. True when it did.
-bool LogFault(ContextState& state) {
+/// Notes why the store has failed since the last look, and logs it. True when it did.
+bool NoteFault(ContextState& state) {
   const std::string fault = state.session.store->TakeFault();
   if (fault.empty()) return false;
+  state.session.fault = fault;
   state.debug.Logf(KelDebug::Level::Error, "Session store %S: %S", state.session.path, fault);
   return true;
 }
@@ -64,14 +65,15 @@ void SelectSession(ContextState& state, uint32_t id) {
   state.session.path = StoreSpecOf(state);
   state.session.store = kel::OpenSessionStore(state.session.path);
   if (id != 0) state.session.store->SetInteger(KeyOf(id), kel::UnixSeconds());
-  LogFault(state);
+  state.session.stampFault.Clear();
+  if (NoteFault(state) && id != 0) state.session.stampFault = state.session.fault;
 }
 
 bool IsSessionStored(ContextState& state, uint32_t id) {
   SelectSession(state, state.session.id);
   SessionStore& store = *state.session.store;
   const bool stored = store.Exists(KeyOf(id)) || !store.SubKeys(KeyOf(id)).empty();
-  LogFault(state);
+  NoteFault(state);
   return stored;
 }
 
@@ -83,10 +85,10 @@ void Expire(ContextState& state, uint32_t maxAgeSeconds) {
     int64_t stamp = 0;
     store.GetInteger(session, stamp);
     // No stamp is an old one, unless it only could not be read.
-    if (LogFault(state)) return;
+    if (NoteFault(state)) return;
     if (static_cast<uint32_t>(stamp) < cutoff) store.DeleteTree(session);
   }
-  LogFault(state);
+  NoteFault(state);
 }
 
 }  // namespace
@@ -103,39 +105,60 @@ SessionReading::~SessionReading() {
   store_->EndReading();
   state_.session.reading = false;
   try {
-    LogFault(state_);
+    if (NoteFault(state_)) state_.session.isUnloaded = true;
   } catch (const std::bad_alloc&) {
+    state_.session.isUnloaded = true;
   }
 }
+
 namespace {
 
 bool HasSession(const ContextState& state) {
   return state.session.id != 0 && state.session.store != nullptr && state.scopes.globals != nullptr;
 }
 
+template <class Action>
+void ForSessionVariables(const ContextState& state, Action&& action) {
+  for (uint32_t i = 0; i < state.scopes.globals->GetSize(); ++i) {
+    Variable& variable = *state.scopes.globals->GetVariable(i);
+    if ((variable.GetVarFlags() & Variable::Session) != 0) action(variable);
+  }
+}
+
 }  // namespace
 
 bool SaveSessionVariables(ContextState& state) {
   if (!HasSession(state)) return false;
-  state.session.store->Begin();
-  for (uint32_t i = 0; i < state.scopes.globals->GetSize(); ++i) {
-    Variable* variable = state.scopes.globals->GetVariable(i);
-    if ((variable->GetVarFlags() & Variable::Session) != 0) {
-      variable->StoreToSession(state.session.id, state.session.store.get());
-    }
+  SessionState& session = state.session;
+  if (session.isUnloaded) {
+    // The store still holds what these variables should have begun with.
+    state.debug.Logf(KelDebug::Level::Error,
+                     "Session store %S: not saved, because it could not be loaded", session.path);
+    return false;
   }
-  const bool saved = state.session.store->Commit();
-  return !LogFault(state) && saved;
+  session.store->Begin();
+  if (!session.stampFault.IsEmpty())
+    session.store->SetInteger(KeyOf(session.id), kel::UnixSeconds());
+  ForSessionVariables(
+      state, [&](Variable& variable) { variable.StoreToSession(session.id, session.store.get()); });
+  const bool saved = session.store->Commit();
+  if (NoteFault(state) || !saved) return false;
+  if (session.fault == session.stampFault) session.fault.Clear();
+  session.stampFault.Clear();
+  return true;
 }
 
 bool LoadSessionVariables(ContextState& state) {
-  for (uint32_t i = 0; i < state.scopes.globals->GetSize(); ++i) {
-    Variable* variable = state.scopes.globals->GetVariable(i);
-    if ((variable->GetVarFlags() & Variable::Session) != 0) {
-      variable->LoadFromSession(state.session.id, state.session.store.get());
-    }
-  }
-  return !LogFault(state);
+  SessionState& session = state.session;
+  // Until all of them are there, they are worth nothing.
+  session.isUnloaded = true;
+  session.store->BeginReading(KeyOf(session.id));
+  ForSessionVariables(state, [&](Variable& variable) {
+    variable.LoadFromSession(session.id, session.store.get());
+  });
+  session.store->EndReading();
+  session.isUnloaded = NoteFault(state);
+  return !session.isUnloaded;
 }
 
 }  // namespace tamber
@@ -175,11 +198,14 @@ KelString TamberContext::GetIniPath() const { return state_->config.iniPath; }
 uint32_t TamberContext::GetSessionId() const { return state_->session.id; }
 
 void TamberContext::SetSessionId(uint32_t id) {
+  state_->session.fault.Clear();
   try {
     tamber::SelectSession(State(), id);
   } catch (const std::bad_alloc&) {
   }
 }
+
+KelString TamberContext::GetSessionFault() const { return state_->session.fault; }
 
 bool TamberContext::DoesSessionExist(uint32_t id) {
   try {

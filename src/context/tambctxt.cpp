@@ -190,6 +190,7 @@ void TamberContext::ResetContext() {
     tamber::SaveSessionVariables(*state_);
   } catch (const std::bad_alloc&) {
   }
+  state_->session.isUnloaded = false;
   state_->machine->ClearLocals();
   state_->scopes.externals.reset();
   state_->scopes.keptGlobals.reset();

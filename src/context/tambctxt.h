@@ -109,14 +109,18 @@ class TAMBER_API TamberContext : public TamberOperators,
   void ExpireOldSessions(uint32_t maxAgeSeconds);
   // One compiled context can serve many sessions, one after the other: KeepGlobals once, then for
   // each request SetSessionId, RestoreGlobals, LoadSession, the call, SaveSession.
-  /// Saves the `session` variables under the current session, as ResetContext does, and forgets
-  /// nothing. 0 when there is no session, or when its store failed, which the log tells: what the
-  /// store held stays.
+  /// Saves the `session` variables under the current session, as ResetContext does, and keeps them.
+  /// 0 when there is no session, or when its store failed: what the store held stays. It fails too
+  /// when the store failed while the variables were loaded, by their declarations or by
+  /// LoadSession, until LoadSession has succeeded: they would overwrite what they never saw.
   int32_t SaveSession();
   /// Gives the `session` variables the values that the current session holds; one that it does not
-  /// hold keeps its own. 0 when there is no session, or when its store failed: some may have kept
-  /// their own then, and a host that saves them loses what the session holds.
+  /// hold keeps its own. 0 when there is no session, or when its store failed; some may have kept
+  /// their own then.
   int32_t LoadSession();
+  /// Returns why the store has failed last since SetSessionId, also for a script that was called;
+  /// empty when it has not, or when only the time of use could not be written until SaveSession.
+  KelString GetSessionFault() const;
   /// Remembers the values of the globals as they are now.
   void KeepGlobals();
   /// Gives the globals the values that KeepGlobals found, `session` variables among them. The

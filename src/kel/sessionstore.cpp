@@ -122,7 +122,14 @@ class BackedStore final : public SessionStore {
     if (readPrefix_.empty() || !key.starts_with(readPrefix_)) return nullptr;
     if (!tree_) {
       StoreTree tree;
-      if (!Use([&] { return backend_->Tree(readPrefix_, tree); })) return nullptr;
+      bool isUnknown = false;
+      Use([&] {
+        const bool isKnown = backend_->Tree(readPrefix_, tree);
+        isUnknown = !isKnown && backend_->fault.empty();
+        return isKnown;
+      });
+      // A store that fails is not asked for each value: it would be waited for as often.
+      if (isUnknown) return nullptr;
       tree_ = std::move(tree);
     }
     return &*tree_;

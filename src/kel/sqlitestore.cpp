@@ -67,6 +67,10 @@ class Query {
   bool Run() { return Step() == SQLITE_DONE; }
   int Type(int column) { return sqlite3_column_type(statement_, column); }
   int64_t Integer(int column) { return sqlite3_column_int64(statement_, column); }
+  StoreValue Value(int column) {
+    if (Type(column) == SQLITE_INTEGER) return Integer(column);
+    return Bytes(column);
+  }
   std::string Bytes(int column) {
     const void* bytes = sqlite3_column_blob(statement_, column);
     const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_, column));
@@ -89,12 +93,22 @@ class SqliteBackend final : public StoreBackend {
     query.Bind(1, key);
     const int status = query.Step();
     if (status != SQLITE_ROW) return status == SQLITE_DONE ? false : Fail();
-    if (query.Type(0) == SQLITE_INTEGER) {
-      value = query.Integer(0);
-    } else {
-      value = query.Bytes(0);
-    }
+    value = query.Value(0);
     return true;
+  }
+
+  bool Tree(std::string_view prefix, StoreTree& tree) override {
+    const std::string end = EndOfPrefix(prefix);
+    if (end.empty()) return false;
+    if (!Open(false)) return fault.empty();
+    Query query(tree_.get());
+    query.Bind(1, prefix);
+    query.Bind(2, end);
+    int status = query.Step();
+    for (; status == SQLITE_ROW; status = query.Step()) {
+      tree.emplace_hint(tree.end(), query.Bytes(0), query.Value(1));
+    }
+    return status == SQLITE_DONE || Fail();
   }
 
   bool Apply(std::span<const StoreChange> changes) override {
@@ -227,6 +241,7 @@ class SqliteBackend final : public StoreBackend {
   bool Prepare() {
     return Prepare(get_, "SELECT value FROM store WHERE key=?1") &&
            Prepare(set_, "INSERT OR REPLACE INTO store VALUES(?1,?2)") &&
+           Prepare(tree_, "SELECT key,value FROM store WHERE key>=?1 AND key<?2 ORDER BY key") &&
            Prepare(keys_, "SELECT key FROM store WHERE key>=?1 AND key<?2 ORDER BY key") &&
            Prepare(keysToEnd_, "SELECT key FROM store WHERE key>=?1 ORDER BY key") &&
            Prepare(first_, "SELECT key FROM store WHERE key>=?1 ORDER BY key LIMIT 1") &&
@@ -306,7 +321,7 @@ class SqliteBackend final : public StoreBackend {
 
   void Forget() {
     for (Statement* statement :
-         {&get_, &set_, &keys_, &keysToEnd_, &first_, &remove_, &removeToEnd_}) {
+         {&get_, &set_, &tree_, &keys_, &keysToEnd_, &first_, &remove_, &removeToEnd_}) {
       statement->reset();
     }
     database_.reset();
@@ -314,7 +329,7 @@ class SqliteBackend final : public StoreBackend {
 
   std::string path_;
   std::unique_ptr<sqlite3, CloseDatabase> database_;
-  Statement get_, set_, keys_, keysToEnd_, first_, remove_, removeToEnd_;
+  Statement get_, set_, tree_, keys_, keysToEnd_, first_, remove_, removeToEnd_;
   uint64_t device_ = 0;
   uint64_t inode_ = 0;
   bool refused_ = false;
