@@ -217,23 +217,4 @@ endproc
   EXPECT_STREQ(context_->GetVariable("result", VARLIST_GLOBAL)->GetStringValue(), wanted.c_str());
 }
 
-TEST_F(Modules, StructuresThatNestTooDeepAreRefused) {
-  // The script says where.
-  std::string script;
-  for (int i = 0; i < 2000; ++i) {
-    const std::string number = std::to_string(i);
-    const std::string member = i == 0 ? "int a" : "S" + std::to_string(i - 1) + " m";
-    script += "struct S" + number + "\n" + member + "\nendstruct\n";
-  }
-  EXPECT_EQ(context_->CompileScriptBuffer("deep", script, 1), 0);
-  EXPECT_EQ(context_->GetContextError(), 20113);
-  EXPECT_THAT(Get("tamber.log"), testing::ContainsRegex("line [1-9]"));
-  // A module gets its answer.
-  uint32_t depth = 0;
-  while (context_->FindType("S" + KelString(std::to_string(depth))) != TypeList::kNotFound) ++depth;
-  ASSERT_GT(depth, 1u);
-  const std::string members = "S" + std::to_string(depth - 1) + " m;";
-  EXPECT_EQ(context_->RegisterStructure("TooDeep", members, nullptr), 0);
-}
-
 }  // namespace

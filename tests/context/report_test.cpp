@@ -80,17 +80,6 @@ TEST_F(Reports, OnceForAFatalErrorHoweverDeep) {
 
 class Policies : public Reports {};
 
-// A handler may fail by itself, without end: a script's mistake, not the host's end.
-TEST_F(Policies, AHandlerThatFailsForEver) {
-  EXPECT_EQ(Run("proc Mend()\nint i\ni = 1 / 0\nendproc\n"
-                "proc main()\nint i\nErrHandler = \"Mend\"\ni = 1 / 0\nendproc\n"),
-            0);
-  EXPECT_EQ(context_.GetContextError(), ERR_NOMEMORY);
-  EXPECT_EQ(told_.size(), 1u);
-  context_.ResetContext();
-  EXPECT_EQ(Run("Print(\"fine\")\n"), 1) << "the context stays usable";
-}
-
 TEST_F(Policies, InlineLeavesNoErrorBehind) {
   EXPECT_EQ(Run("int i\nErrHandler = INLINE_HANDLER\ni = 1 / 0\n"), 1);
   EXPECT_EQ(context_.GetContextError(), 0);

@@ -9,7 +9,6 @@
 #include "values/vararray.h"
 #include "values/varint.h"
 #include "values/varref.h"
-#include "values/varstring.h"
 #include "values/varstruct.h"
 
 namespace {
@@ -134,51 +133,6 @@ TEST_F(Arrays, ReferencesFollowTheirElement) {
   b.SwapArrayElements(1, 2);
   held.SetIntegerValue(6);
   EXPECT_EQ(Joined(b), "6 0 ");
-}
-
-TEST_F(Arrays, SweepingKeepsHeldObjectsOnly) {
-  VarStringArray a("a", 0);
-  a.SetArraySize(3);
-  for (uint32_t i = 1; i <= 3; ++i) a.GetArrayElement(i)->SetStringValue("text", 0);
-  Held<Variable> kept(a.GetArrayElement(2)->Duplicate());
-  DataOf(a)->SweepBoxes();
-  EXPECT_TRUE(DataOf(a)->HasBoxes());
-  EXPECT_EQ(a.GetArrayElement(2), kept.get());
-  kept.reset();
-  DataOf(a)->SweepBoxes();
-  EXPECT_FALSE(DataOf(a)->HasBoxes());
-  EXPECT_STREQ(a.GetArrayElement(3)->GetStringValue(), "text");
-}
-
-TEST_F(Arrays, TheGenericArrayTakesOnATypeFromWhatItIsGiven) {
-  VarArray g("g", 0);
-  EXPECT_EQ(g.GetArrayElementType(), nullptr);
-  VarIntegerArray ints("i", 0);
-  Fill(ints, 2);
-  EXPECT_EQ(g.Assign(&ints), 1);
-  EXPECT_EQ(g.GetArrayElementType()->GetTypeId(), Variable::Integer);
-  g.AdjustArraySize(1);
-  EXPECT_EQ(Joined(g), "10 20 0 ");
-  VarDoubleArray doubles("d", 0);
-  EXPECT_EQ(doubles.Assign(&g), 1);
-  EXPECT_EQ(doubles.GetArrayElement(2)->GetTypeId(), Variable::Double);
-  EXPECT_EQ(doubles.GetArrayElement(2)->GetDoubleValue(), 20.0);
-  VarStringArray strings("s", 0);
-  EXPECT_EQ(strings.Assign(&g), 0);  // integers are no texts
-  EXPECT_EQ(g.Assign(&strings), 1);
-  EXPECT_EQ(g.GetElementCount(), 0u);
-  EXPECT_EQ(g.GetArrayElementType()->GetTypeId(), Variable::String);
-
-  VarArray appended("a", 0);
-  const tamber::Place place = tamber::PlaceOf(appended);
-  EXPECT_EQ(tamber::Append(place, *tamber::TypeDesc::Of(tamber::Kind::Int), tamber::IntCell(4)),
-            tamber::Stored::Done);
-  EXPECT_EQ(appended.GetArrayElementType()->GetTypeId(), Variable::Integer);
-  tamber::OwnedCell text(tamber::Kind::String, tamber::ZeroCell());
-  text.cell.s = tamber::StrBuf::New("no");
-  EXPECT_EQ(tamber::Append(place, *tamber::TypeDesc::Of(tamber::Kind::String), text.cell),
-            tamber::Stored::Mismatch);
-  EXPECT_EQ(appended.GetElementCount(), 1u);
 }
 
 TEST_F(Arrays, AnyDepthOfNestingIsDestroyedDumpedAndCopied) {

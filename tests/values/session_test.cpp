@@ -1,5 +1,7 @@
 #include <string>
 
+#include "kel/sessionstore.h"
+#include "kel/tempdir.h"
 #include "value_testing.h"
 #include "values/vararray.h"
 #include "values/varestring.h"
@@ -10,22 +12,33 @@
 
 namespace {
 
-class Sessions : public ValueTest {
+class Sessions : public TempDirTest {
  protected:
-  void Store(Variable& variable) { variable.StoreToSession(7u, &store); }
-  void Load(Variable& variable) { variable.LoadFromSession(7u, &store); }
-  MapStore store;
+  void Store(Variable& variable) { variable.StoreToSession(7u, store_.get()); }
+  void Load(Variable& variable) { variable.LoadFromSession(7u, store_.get()); }
+  std::string Kept(const char* key) {
+    std::string text;
+    int64_t number = 0;
+    return store_->GetInteger(key, number) ? std::to_string(number)
+           : store_->GetText(key, text)    ? text
+                                           : "none";
+  }
+  void SetUp() override {
+    TempDirTest::SetUp();
+    store_ = kel::OpenSessionStore("sessions");
+  }
+  std::shared_ptr<SessionStore> store_;
 };
 
 TEST_F(Sessions, EStringsStayEnciphered) {
   VarEString e("e", 0);
   e.SetStringValue("quiet words", 0);
   Store(e);
-  EXPECT_EQ(store.texts["session/7/e"].find("quiet"), std::string::npos);
+  EXPECT_EQ(Kept("session/7/e").find("quiet"), std::string::npos);
   VarEString back("E", 0);
   Load(back);
   EXPECT_STREQ(back.GetStringValue(), "quiet words");
-  store.SetText("session/7/e", "short");
+  store_->SetText("session/7/e", "short");
   Load(back);
   EXPECT_STREQ(back.GetStringValue(), "quiet words");
 }
@@ -42,16 +55,16 @@ TEST_F(Sessions, ArraysAndStructuresElementWise) {
   names->SetArraySize(1);
   names->GetArrayElement(1)->SetStringValue("Ann", 0);
   Store(points);
-  EXPECT_EQ(store.integers["session/7/points"], 2);
-  EXPECT_EQ(store.integers["session/7/points/2/x"], 8);
-  EXPECT_EQ(store.texts["session/7/points/2/names/1"], "Ann");
+  EXPECT_EQ(Kept("session/7/points"), "2");
+  EXPECT_EQ(Kept("session/7/points/2/x"), "8");
+  EXPECT_EQ(Kept("session/7/points/2/names/1"), "Ann");
   VarStructArray back(&point, "points", 0);
   VarReference through("other", &back);
   Load(through);
   EXPECT_EQ(DumpOf(back).substr(6), DumpOf(points).substr(6));
   points.SetArraySize(1);
   Store(points);
-  EXPECT_TRUE(store.SubKeys("session/7/points/2/").empty());
+  EXPECT_TRUE(store_->SubKeys("session/7/points/2/").empty());
   Load(back);
   EXPECT_EQ(back.GetElementCount(), 1u);
 }
