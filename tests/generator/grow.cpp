@@ -303,10 +303,6 @@ class Grower {
     if (literal && !OneIn(4)) return Literal(kind);
     for (const Named& constant : constants_)
       if (constant.type.kind == kind && literal) return MakeName(constant.name, constant.type);
-    if (slots_ == nullptr)
-      for (const Named& global : globals_)
-        if (global.type == Plain(kind) && !IsLocal(global.name))
-          return MakeName(global.name, global.type);
     // No literal is a double by itself.
     return kind == Kind::Double ? Evaluated(Number(Below(9)), kind) : Literal(kind);
   }
@@ -328,47 +324,24 @@ class Grower {
   }
 
   ExprPtr MakeOperation(Kind kind, int depth) {
-    const auto join = [&](const std::string& op, Kind left, Kind right) -> ExprPtr {
-      const ExprPtr a = Make(left, depth);
-      ExprPtr b = Make(right, depth);
-      if (op == "%") b = NotZero(right, b);
-      ExprPtr joined = MakeBinary(op, a, b);
-      return joined->type.kind == kind ? joined : nullptr;
-    };
-    switch (kind) {
-      case Kind::Bool: {
-        if (OneIn(5))
-          return MakeExpr(Expr::Form::Unary, Plain(kind), "!", {Make(AnyNumber(true), depth)});
-        if (OneIn(4)) return join(AnyOf({"&&", "||"}), AnyLogical(), AnyNumber(true));
-        const std::string op = AnyOf({"==", "!=", "<", ">", "<=", ">="});
-        if (OneIn(4)) return join(op, AnyText(), AnyText());
-        if (OneIn(5)) return join(op, Kind::Bool, kScalars[Below(3)]);
-        return join(op, AnyNumber(false), AnyNumber(false));
-      }
-      case Kind::Char:
-      case Kind::Int:
-        if (OneIn(8))
-          return MakeExpr(Expr::Form::Unary, Plain(kind),
-                          kind == Kind::Int ? AnyOf({"-", "~"}) : "-", {Make(kind, depth)});
-        return join(AnyOf({"+", "-", "*", "/", "%", "&", "|", "^", "<<", ">>", "+", "-", "/"}),
-                    kind, kind);
-      case Kind::Float:
-      case Kind::Double: {
-        if (OneIn(8)) return MakeExpr(Expr::Form::Unary, Plain(kind), "-", {Make(kind, depth)});
-        const Kind other = kind == Kind::Double && OneIn(3) ? Kind::Float
-                           : OneIn(2)                       ? Kind::Int
-                                                            : kind;
-        return OneIn(2) ? join(AnyOf({"+", "-", "*", "/"}), kind, other)
-                        : join(AnyOf({"+", "-", "*", "/"}), other, kind);
-      }
-      default:
-        return OneIn(3) ? join("+", AnyNumber(false), AnyText()) : join("+", AnyText(), AnyKind());
+    if (kind <= Kind::Double && OneIn(8)) {
+      const char* op = kind == Kind::Bool ? "!" : kind == Kind::Int && OneIn(2) ? "~" : "-";
+      return MakeExpr(Expr::Form::Unary, Plain(kind), op,
+                      {Make(kind == Kind::Bool ? kScalars[Below(5)] : kind, depth)});
     }
+    for (int attempt = 0; attempt < 100; ++attempt) {
+      const std::string op = AnyOf({"+",  "-", "*", "/",  "%",  "&",  "|",  "^", "<<", ">>", "==",
+                                    "!=", "<", ">", "<=", ">=", "&&", "||", "+", "-",  "/"});
+      const Kind left = AnyKind(), right = OneIn(3) ? left : AnyKind();
+      const bool mixed = left != right && (left == Kind::Char || right == Kind::Char);
+      if (ResultOf(op, left, right) != kind || (mixed && kind >= Kind::Char && kind < Kind::String))
+        continue;
+      const ExprPtr a = Make(left, depth), b = Make(right, depth);
+      return MakeBinary(op, a, op == "%" ? NotZero(right, b) : b);
+    }
+    return nullptr;
   }
 
-  static constexpr Kind kLogical[] = {Kind::Bool, Kind::Int, Kind::Float, Kind::Double};
-  Kind AnyLogical() { return kLogical[Below(4)]; }
-  Kind AnyNumber(bool withBool) { return kScalars[withBool ? Below(5) : 1 + Below(4)]; }
   Kind AnyText() { return OneIn(4) ? Kind::EString : Kind::String; }
 
   /// A divisor that cannot be 0.
@@ -410,19 +383,15 @@ class Grower {
       const Procedure& procedure = program_.procedures[index];
       if (procedure.result != result || OneIn(2) || calls_ > 4) continue;
       std::vector<ExprPtr> args;
-      for (const Parameter& parameter : procedure.parameters)
-        args.push_back(MakeArgument(parameter, depth));
+      for (const Parameter& parameter : procedure.parameters) {
+        const Type type = parameter.type == kGeneric ? Plain(AnyKind()).Array() : parameter.type;
+        args.push_back(parameter.reference ? FindPlace(type, true) : MakeOf(type, depth));
+      }
       if (std::count(args.begin(), args.end(), nullptr) != 0) continue;
       ++calls_;
       return MakeCall(procedure.name, result, std::move(args));
     }
     return nullptr;
-  }
-
-  ExprPtr MakeArgument(const Parameter& parameter, int depth) {
-    if (!parameter.reference) return MakeOf(parameter.type, depth);
-    const Type type = parameter.type == kGeneric ? Plain(AnyKind()).Array() : parameter.type;
-    return FindPlace(type, true);
   }
 
   ExprPtr MakeOf(Type type, int depth) {
@@ -489,7 +458,7 @@ class Grower {
     Statement loop{
         Statement::Form::Loop, {}, counter, Number(1 + Below(3)), nullptr, {}, {}, OneIn(2)};
     // The header of a `for` ends at the first parenthesis behind the condition, which is none here.
-    if (OneIn(3)) loop.value = Make(AnyLogical(), 2);
+    if (OneIn(3)) loop.value = Make(OneIn(2) ? Kind::Bool : Kind::Float, 2);
     counters_.push_back(counter);
     const size_t outer = locals_.size();
     if (OneIn(3)) AddLocals(loop.body, 1);
@@ -628,7 +597,13 @@ class Grower {
       } else if (OneIn(4)) {
         value = Evaluated(value, kind);
       }
-      AddResult(body, value);
+      if (OneIn(2)) {
+        const ExprPtr result = MakeName("l" + std::to_string(++names_), value->type);
+        body.push_back(MakeDeclare(result->text, result->type));
+        body.push_back(MakeAssign(result, "=", value));
+        value = result;
+      }
+      body.push_back(MakePrint("road ", value));
     }
   }
 
@@ -640,20 +615,6 @@ class Grower {
     slots_ = nullptr;
     std::swap(random_, shape);
     return made;
-  }
-
-  void AddResult(std::vector<Statement>& body, const ExprPtr& value) {
-    if (value->type.kind == Kind::Bool && OneIn(3)) {
-      body.push_back(MakeIf(value, {MakePrint("road ", MakeText("yes"))}));
-      body.back().other.push_back(MakePrint("road ", MakeText("no")));
-    } else if (OneIn(2)) {
-      const ExprPtr result = MakeName("l" + std::to_string(++names_), value->type);
-      body.push_back(MakeDeclare(result->text, result->type));
-      body.push_back(MakeAssign(result, "=", value));
-      body.push_back(MakePrint("road ", result));
-    } else {
-      body.push_back(MakePrint("road ", value));
-    }
   }
 
   /// Puts the value into a new variable, element or member.
