@@ -9,7 +9,6 @@
 #include "kel/importlist.h"
 #include "kel/pefile.h"
 #include "kel/versioninfo.h"
-#include "pebuilder.h"
 #include "tempdir.h"
 
 namespace kel {
@@ -18,43 +17,122 @@ namespace {
 namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 
-VersionInfo InfoOf(const std::string& image) {
-  const MemorySource source(image);
-  PeFile file;
-  return VersionInfo(file.Open(source) ? file.VersionResource() : "");
-}
+/// A file made of little-endian numbers and bytes.
+struct Image {
+  std::string bytes;
 
-Names ImportsOf(const std::string& image) {
-  const MemorySource source(image);
-  PeFile file;
-  return file.Open(source) ? file.Imports() : Names();
-}
-
-TEST(PeFile, CutOrTwistedFilesAreSurvived) {
-  const std::string image =
-      pe::Image(pe::Version("040904b0", {{"ProductVersion", "1.2.3.4"}}, {{0x409, 0x4B0}}),
-                {"a.dll", "b.dll"}, false);
-  for (size_t size = 0; size < image.size(); ++size) {
-    const std::string cut = image.substr(0, size);
-    InfoOf(cut).VersionString();
-    EXPECT_LE(ImportsOf(cut).size(), 2U);
+  Image& Numbers(size_t width, std::initializer_list<uint64_t> values) {
+    for (uint64_t value : values)
+      for (size_t i = 0; i < width; ++i, value >>= 8) bytes += static_cast<char>(value);
+    return *this;
   }
+  Image& Bytes(std::string_view text) {
+    bytes += text;
+    return *this;
+  }
+  Image& PadTo(size_t size) {
+    bytes.resize(std::max(bytes.size(), size));
+    return *this;
+  }
+};
+
+/// One block of a version resource: lengths, name, value and the blocks inside.
+std::string Block(std::string_view name, std::string_view value,
+                  const std::vector<std::string>& inside = {}, bool isText = false) {
+  Image body;
+  for (const char c : name) body.Numbers(2, {static_cast<unsigned char>(c)});
+  body.Numbers(2, {0});
+  // The head of 6 bytes goes before it.
+  const auto align = [&] { body.PadTo(body.bytes.size() + 3 - (body.bytes.size() + 1) % 4); };
+  align();
+  body.Bytes(value);
+  for (const std::string& block : inside) {
+    align();
+    body.Bytes(block);
+  }
+  return Image()
+      .Numbers(2, {body.bytes.size() + 6, isText ? value.size() / 2 : value.size(), isText})
+      .Bytes(body.bytes)
+      .bytes;
+}
+
+/// A Windows executable of one section, at address 0x1000, with a version and these imports.
+std::string Executable(std::string_view version, const Names& imports) {
+  constexpr uint32_t kBase = 0x1000;
+  constexpr uint32_t kVersion = 88, kEntry = 20;
+  const auto table = static_cast<uint32_t>(kVersion + (version.size() + 3) / 4 * 4);
+  const auto tableSize = static_cast<uint32_t>(imports.size() * kEntry);
+  Image section;
+  section.PadTo(14).Numbers(2, {1}).Numbers(4, {16, 0x80000000U + 24});  // resources by type,
+  section.PadTo(38).Numbers(2, {1}).Numbers(4, {1, 0x80000000U + 48});   // name
+  section.PadTo(62).Numbers(2, {1}).Numbers(4, {1033, 72});              // and language
+  section.Numbers(4, {kBase + kVersion, version.size()}).PadTo(kVersion).Bytes(version);
+  section.PadTo(table);
+  std::string names;
+  for (const std::string& name : imports) {
+    section.PadTo(section.bytes.size() + 12);
+    section.Numbers(4, {kBase + table + tableSize + kEntry + names.size(), 0});
+    names += name + '\0';
+  }
+  section.PadTo(table + tableSize + kEntry).Bytes(names);
+  Image image;
+  image.Bytes("MZ").PadTo(60).Numbers(4, {64}).Bytes(std::string_view("PE\0\0", 4));
+  image.Numbers(2, {0x8664, 1}).PadTo(64 + 20).Numbers(2, {240, 2});
+  image.Numbers(2, {0x20B}).PadTo(88 + 108).Numbers(4, {16, 0, 0, kBase + table, tableSize});
+  const uint64_t size = section.bytes.size();
+  image.Numbers(4, {kBase, size}).PadTo(88 + 240).Bytes(".rsrc").PadTo(88 + 240 + 8);
+  image.Numbers(4, {size, kBase, size, 88 + 240 + 40}).PadTo(88 + 240 + 40);
+  return image.Bytes(section.bytes).bytes;
+}
+
+/// Calls `look` with the file cut short everywhere, and with every byte changed.
+template <class Look>
+void Damage(const std::string& image, const Look& look) {
+  for (size_t size = 0; size < image.size(); ++size) look(image.substr(0, size));
   for (size_t at = 0; at < image.size(); ++at) {
     for (const int value : {0, 1, 0x7F, 0x80, 0xFF}) {
       std::string twisted = image;
       twisted[at] = static_cast<char>(value);
-      InfoOf(twisted).Languages();
-      ImportsOf(twisted);
+      look(twisted);
     }
   }
+}
+
+TEST(PeFile, CutOrTwistedFilesAreSurvived) {
+  const std::string_view text(
+      "1\0.\0"
+      "2\0\0\0",
+      8);
+  const std::string strings = Block(
+      "StringFileInfo", "", {Block("040904b0", "", {Block("ProductVersion", text, {}, true)})});
+  const std::string translations =
+      Block("VarFileInfo", "", {Block("Translation", std::string_view("\x09\x04\xB0\x04", 4))});
+  const std::string image = Executable(
+      Block("VS_VERSION_INFO", std::string(52, 'x'), {strings, translations}), {"a.dll", "b.dll"});
+  std::string version;
+  Names languages, imports;
+  const auto look = [&](const std::string& bytes) {
+    const MemorySource source(bytes);
+    PeFile file;
+    const bool open = file.Open(source);
+    const VersionInfo info(open ? file.VersionResource() : "");
+    version = info.VersionString();
+    languages = info.Languages();
+    imports = open ? file.Imports() : Names();
+  };
+  look(image);
+  EXPECT_EQ(version, "1.2");
+  EXPECT_EQ(languages, Names{"040904b0"});
+  EXPECT_EQ(imports, (Names{"a.dll", "b.dll"}));
+  Damage(image, look);
 }
 
 class ExecutableTest : public TempDirTest {};
 
 TEST_F(ExecutableTest, ImportsOfImports) {
-  Put("main.exe", pe::Image("", {"A.dll", "missing.dll"}, true));
-  Put("a.dll", pe::Image("", {"b.dll", "MAIN.exe"}, true));
-  Put("b.dll", pe::Image("", {"a.dll", "../outside.dll"}, true));
+  Put("main.exe", Executable("", {"A.dll", "missing.dll"}));
+  Put("a.dll", Executable("", {"b.dll", "MAIN.exe"}));
+  Put("b.dll", Executable("", {"a.dll", "../outside.dll"}));
   Names modules;
   const FilePolicy all;
   EXPECT_EQ(ListImports(all, "main.exe", {}, modules), FileStatus::Ok);
@@ -114,16 +192,7 @@ TEST_F(ExecutableTest, CutOrTwistedLibrariesAreSurvived) {
     return modules;
   };
   EXPECT_EQ(needed(image), Names{"liba.so"});
-  for (size_t size = 0; size < image.size(); ++size) {
-    EXPECT_LE(needed(image.substr(0, size)).size(), 1U);
-  }
-  for (size_t at = 0; at < image.size(); ++at) {
-    for (const int value : {0, 1, 0x7F, 0x80, 0xFF}) {
-      std::string twisted = image;
-      twisted[at] = static_cast<char>(value);
-      EXPECT_LE(needed(twisted).size(), 3U) << at;
-    }
-  }
+  Damage(image, [&](const std::string& damaged) { EXPECT_LE(needed(damaged).size(), 3U); });
 }
 
 TEST_F(ExecutableTest, AFileThatClaimsToBeHugeIsNotBelieved) {

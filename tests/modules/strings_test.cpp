@@ -17,15 +17,6 @@ std::string RandomBytes(std::mt19937& random, size_t length) {
   return bytes;
 }
 
-TEST_F(Strings, LimitsAreErrorsOfTheCall) {
-  EXPECT_FALSE(IsTrue("StrMatchPcre", std::string(100, 'a'), "(a+)+[bc]", true));
-  EXPECT_EQ(code_, ERR_FUNCFAILED);
-  EXPECT_EQ(text_, "(a+)+[bc]");
-  const std::string value(100, 'a');
-  EXPECT_EQ(Text("StrReplacePcre", value, "(a+)+[bc]", "", true), value);
-  EXPECT_EQ(code_, ERR_FUNCFAILED);
-}
-
 TEST_F(Strings, MorePatternsThanTheCacheHolds) {
   for (int round = 0; round < 2; ++round) {
     for (int i = 0; i < 100; ++i) {

@@ -49,19 +49,6 @@ TEST_F(Structures, MembersAreMatchedByNameWhenDescriptionsDiffer) {
   EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 7);
 }
 
-TEST_F(Structures, CopiesShareDescriptionAndValuesUntilChanged) {
-  auto p = Point(1, "one");
-  tamber::CellOf(*p)->st->SweepBoxes();
-  Held<Variable> copy(p->Clone());
-  EXPECT_EQ(tamber::CellOf(*copy)->st, tamber::CellOf(*p)->st);
-  copy->GetStructElement("x")->SetIntegerValue(5);
-  EXPECT_EQ(p->GetStructElement("x")->GetIntegerValue(), 1);
-  EXPECT_EQ(tamber::CellOf(*copy)->st->Layout().Get(), tamber::CellOf(*p)->st->Layout().Get());
-  copy->AddStructElement(new VarInteger("y", 0), 1);
-  EXPECT_EQ(p->GetElementCount(), 2u);
-  EXPECT_EQ(copy->GetStructElement("x")->GetIntegerValue(), 5);
-}
-
 TEST_F(Structures, InnerReferencesSurviveAnOuterAssignment) {
   auto p = Point(1, "one");
   VarStruct box("b", 0);
