@@ -13,6 +13,7 @@
 #include "frontend/compilehost.h"
 #include "kel/keldebug.h"
 #include "kel/sessionstore.h"
+#include "kel/stop.h"
 #include "machine/machine.h"
 #include "machine/machinehost.h"
 #include "machine/runstate.h"
@@ -177,6 +178,7 @@ class ContextState final : public MachineHost, public CompileHost {
   void CallHost(Handler&& handler) {
     try {
       const ErrorRecord kept(*this);
+      const kel::Interruptible interruptible(false);
       handler();
     } catch (...) {
     }

@@ -8,6 +8,7 @@
 #include "kel/filestat.h"
 #include "kel/inifile.h"
 #include "kel/notice.h"
+#include "kel/stop.h"
 #include "machine/disassemble.h"
 #include "machine/machine.h"
 #include "statements/lower.h"
@@ -204,6 +205,7 @@ void TamberContext::SetCodeDump(bool dump) { State().config.dumpCode = dump; }
 
 void TamberContext::AppendOutput(std::string_view text) {
   if (State().output.sink != nullptr) {
+    const kel::Interruptible interruptible(false);
     State().output.sink(text, State().output.sinkUser);
     return;
   }

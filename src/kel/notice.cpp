@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "kel/file.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -42,6 +43,7 @@ void Notice(const KelString& caption, const KelString& text) {
   try {
     const Registration current = CurrentRegistration();
     if (current.handler != nullptr) {
+      const Interruptible interruptible(false);
       current.handler(current.user, caption, text);
     } else {
       WriteLine(caption, text);

@@ -67,11 +67,16 @@ class Regex {
  public:
   virtual ~Regex() = default;
   /// Finds the first match that begins at or after `from` (at most the length). `subjectIsUtf8`
-  /// says whether the subject is well-formed UTF-8. Never gives kBadPattern.
+  /// says whether the subject is well-formed UTF-8. `wanted` says of how many groups, the whole
+  /// match included, the caller wants to know the places: with 0 only whether there is a match.
+  /// Each can make the search dearer. Never gives kBadPattern. Looks for a stop (kel/stop.h).
   virtual RegexStatus Find(std::string_view subject, size_t from, bool subjectIsUtf8,
-                           const RegexBudget& budget) = 0;
-  /// After a match: the whole match, then the groups in order.
+                           const RegexBudget& budget, size_t wanted = kAllGroups) = 0;
+  static constexpr size_t kAllGroups = std::string_view::npos;
+  /// After a match: the whole match, then the groups in order, as many as were wanted or more.
   const std::vector<RegexSpan>& Groups() const { return groups_; }
+  /// How many groups the pattern has, the whole match included.
+  virtual size_t GroupCount() const = 0;
   /// Whether characters of several bytes count as one in such a subject.
   virtual bool CountsCharacters(bool subjectIsUtf8) const = 0;
 

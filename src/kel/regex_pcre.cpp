@@ -11,6 +11,7 @@
 
 #include "kel/kelascii.h"
 #include "kel/lazylibrary.h"
+#include "kel/stop.h"
 #include "kel/utf8.h"
 
 namespace kel {
@@ -44,6 +45,8 @@ constexpr uint32_t kDepthLimit = 250'000;
 constexpr uint32_t kHeapLimitKiB = 64 * 1024;
 constexpr size_t kJitStackStart = size_t{32} * 1024;
 constexpr size_t kJitStackLimit = size_t{8} * 1024 * 1024;
+/// What a match may use that needs more; given back with the match.
+constexpr size_t kLargeJitStack = size_t{256} * 1024 * 1024;
 /// Steps between two looks at the clock in a guarded match.
 constexpr uint32_t kStepsPerLook = 512;
 
@@ -86,8 +89,8 @@ struct Guard {
 int OnStep(pcre2_callout_block*, void* data) {
   Guard& guard = *static_cast<Guard*>(data);
   if (--guard.stepsLeft == 0) return PCRE2_ERROR_MATCHLIMIT;
-  const bool spent = guard.stepsLeft % kStepsPerLook == 0 && guard.budget->IsSpent();
-  return spent ? PCRE2_ERROR_MATCHLIMIT : 0;
+  if (guard.stepsLeft % kStepsPerLook != 0) return 0;
+  return IsStopRequested() || guard.budget->IsSpent() ? PCRE2_ERROR_MATCHLIMIT : 0;
 }
 
 /// The limits of matching, and the stack that compiled code runs on; one for each thread.
@@ -107,6 +110,10 @@ class Matching {
   pcre2_match_context* Guarded(Guard& guard) {
     pcre2_set_callout(context_.get(), OnStep, &guard);
     return context_.get();
+  }
+  /// Compiled code runs on a stack of its own choice of size.
+  void UseStack(pcre2_jit_stack* stack) {
+    pcre2_jit_stack_assign(context_.get(), nullptr, stack != nullptr ? stack : stack_.get());
   }
   static Matching& OfThread() {
     thread_local Matching matching;
@@ -147,11 +154,12 @@ struct PatternShape {
 ///
 /// Compiled code counts the rounds of groups but not those of single items: `x?a*a*a*[bc]` takes
 /// cubic time within its limits and cannot be interrupted. Each loop adds a factor of the length,
-/// so the length is bounded by the number of loops such that the worst case stays near a second;
-/// the few matches that reach further are made with the guard that looks in at every item.
+/// so the length is bounded by the number of loops such that the worst case stays near a twentieth
+/// of a second, after which somebody may want to stop; the few matches that reach further are made
+/// with the guard that looks in at every item.
 size_t PlainReach(const PatternShape& shape) {
-  constexpr std::array<size_t, 6> kSimple = {SIZE_MAX, 65536, 2048, 512, 192, 128};
-  constexpr std::array<size_t, 3> kNested = {65536, 1024, 256};
+  constexpr std::array<size_t, 6> kSimple = {size_t{1} << 24, 16384, 768, 256, 112, 80};
+  constexpr std::array<size_t, 3> kNested = {16384, 384, 128};
   if (shape.nested) return shape.loops < kNested.size() ? kNested[shape.loops] : 0;
   return shape.loops < kSimple.size() ? kSimple[shape.loops] : 0;
 }
@@ -182,6 +190,7 @@ class Code {
     return pcre2_match(code_.get(), Units(subject), subject.size(), from,
                        flags | PCRE2_NO_UTF_CHECK, data_.get(), context);
   }
+  size_t GroupCount() const { return pcre2_get_ovector_count(data_.get()); }
   size_t MatchStart() const { return pcre2_get_ovector_pointer(data_.get())[0]; }
   void GetGroups(std::vector<RegexSpan>& groups) const {
     const PCRE2_SIZE* offsets = pcre2_get_ovector_pointer(data_.get());
@@ -211,7 +220,8 @@ class PcreRegex final : public Regex {
   }
 
   RegexStatus Find(std::string_view subject, size_t from, bool subjectIsUtf8,
-                   const RegexBudget& budget) override {
+                   const RegexBudget& budget, size_t /*wanted*/) override {
+    CheckStop();
     const bool utf8 = CountsCharacters(subjectIsUtf8);
     Code* code = Get(plain_, utf8, 0);
     if (code == nullptr) return RegexStatus::kNoMatch;
@@ -234,10 +244,13 @@ class PcreRegex final : public Regex {
       } else {
         return Settle(*code, result);
       }
+      CheckStop();
       if (budget.IsSpent()) return RegexStatus::kLimit;
     }
     return Settle(*code, code->Match(subject, from, 0, Matching::OfThread().Plain()));
   }
+
+  size_t GroupCount() const override { return plain_[patternIsUtf8_]->GroupCount(); }
 
   bool CountsCharacters(bool subjectIsUtf8) const override {
     return patternIsUtf8_ && subjectIsUtf8;
@@ -281,7 +294,16 @@ class PcreRegex final : public Regex {
     Code* code = Get(guarded_, utf8, PCRE2_AUTO_CALLOUT);
     if (code == nullptr) return RegexStatus::kLimit;
     Guard guard{&budget, kMatchLimit + uint64_t{16} * (subject.size() - from)};
-    return Settle(*code, code->Match(subject, from, 0, Matching::OfThread().Guarded(guard)));
+    Matching& matching = Matching::OfThread();
+    int result = code->Match(subject, from, 0, matching.Guarded(guard));
+    if (result == PCRE2_ERROR_JIT_STACKLIMIT) {
+      const JitStackPtr large(pcre2_jit_stack_create(kJitStackStart, kLargeJitStack, nullptr));
+      matching.UseStack(large.get());
+      result = code->Match(subject, from, 0, matching.Guarded(guard));
+      matching.UseStack(nullptr);
+    }
+    CheckStop();
+    return Settle(*code, result);
   }
 
   RegexStatus Settle(const Code& code, int result) {

@@ -3,6 +3,7 @@
 #include "kel/clock.h"
 #include "kel/kelformat.h"
 #include "kel/nativestack.h"
+#include "kel/stop.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
 #include "machine/machinehost.h"
@@ -25,7 +26,10 @@ constexpr size_t kChunkCells = 8192;
 class Machine::StackScope {
  public:
   StackScope(Machine& machine, Stack& stack)
-      : machine_(machine), stack_(machine.stack_), observed_(machine.observed_) {
+      : machine_(machine),
+        stack_(machine.stack_),
+        observed_(machine.observed_),
+        stopWord_(machine.run_.rootWake) {
     machine.stack_ = &stack;
     machine.wake_ = machine.run_.rootWake;
     machine.observed_ =
@@ -46,6 +50,7 @@ class Machine::StackScope {
   Machine& machine_;
   Stack* stack_;
   bool observed_;
+  kel::StopWord stopWord_;
 };
 
 Machine::Machine(RunState& run, MachineHost& host)

@@ -3,6 +3,7 @@
 #include "engine/arith.h"
 #include "engine/tambops.h"
 #include "functions/funclist.h"
+#include "kel/stop.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
 #include "machine/machinehost.h"
@@ -436,6 +437,8 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
         function.GetImplementation()(&call);
       else
         function.GetExtendedImplementation()(&call, &context_);
+    } catch (const kel::Interrupted&) {
+      run_.stopFlag = true;
     } catch (const std::bad_alloc&) {
       call.errorCode = ERR_NOMEMORY;
     } catch (const std::exception& failure) {

@@ -9,6 +9,7 @@
 #include "context/handletable.h"
 #include "engine/stack.h"
 #include "functions/function.h"
+#include "kel/stop.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
@@ -21,8 +22,9 @@
 ///     ... {"int StrFind (string Value, string SubString)", Wrap<Find>, ...}
 ///
 /// `Wrap` reads the arguments from the stack by the types of the body's parameters, calls the body,
-/// takes the arguments off and pushes the result by its type. A body that can fail, or that needs
-/// the context, takes a `Call&` first.
+/// takes the arguments off and pushes the result by its type. A body that can fail, that needs the
+/// context or that can take long takes a `Call&` first; it may be left by any call of
+/// kel::CheckStop.
 ///
 /// | parameter | what it gets |
 /// |---|---|
@@ -276,6 +278,7 @@ int32_t Dispatch(FunctionCallInfo& info, Result (*)(Args...)) {
 template <auto Body, class Result, class... Args>
 int32_t Dispatch(FunctionCallInfo& info, Result (*)(Call&, Args...)) {
   Call call(info);
+  const kel::Interruptible interruptible(true);
   return Run<Body>(info, std::index_sequence_for<Args...>(), std::type_identity<void(Args...)>(),
                    call);
 }

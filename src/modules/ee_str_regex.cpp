@@ -28,14 +28,11 @@ class Scan {
                                             fault.offset + 1, Excerpt(pattern)));
   }
 
-  bool Next() {
-    if (failed_ || next_ > subject_.size()) return false;
-    const kel::RegexStatus status = regex_->Find(subject_, next_, utf8_, budget_);
-    if (status == kel::RegexStatus::kLimit) {
-      failed_ = true;
-      call_.Fail(ERR_FUNCFAILED, Excerpt(pattern_));
-    }
-    if (status != kel::RegexStatus::kMatch) return false;
+  /// Whether there is a match; not to be mixed with Next.
+  bool HasAny() { return !failed_ && Find(0); }
+  /// Finds the next match with the places of so many groups, the whole match included.
+  bool Next(size_t wanted) {
+    if (failed_ || next_ > subject_.size() || !Find(wanted)) return false;
     const kel::RegexSpan& whole = Whole();
     // An expression may look back and match before the place where the search began.
     next_ = std::max(whole.end, next_);
@@ -43,10 +40,19 @@ class Scan {
     return true;
   }
   bool Failed() const { return failed_; }
+  size_t GroupCount() const { return failed_ ? 0 : regex_->GroupCount(); }
   const std::vector<kel::RegexSpan>& Groups() const { return regex_->Groups(); }
   const kel::RegexSpan& Whole() const { return regex_->Groups().front(); }
 
  private:
+  bool Find(size_t wanted) {
+    const kel::RegexStatus status = regex_->Find(subject_, next_, utf8_, budget_, wanted);
+    if (status == kel::RegexStatus::kLimit) {
+      failed_ = true;
+      call_.Fail(ERR_FUNCFAILED, Excerpt(pattern_));
+    }
+    return status == kel::RegexStatus::kMatch;
+  }
   size_t CharacterAt(size_t at) const {
     if (at >= subject_.size() || !regex_->CountsCharacters(utf8_)) return 1;
     return kel::CharacterLength(subject_, at);
@@ -74,6 +80,14 @@ class Replacement {
       AddLiteral(text.substr(at, sign - at));
       at = sign == text.size() ? sign : sign + AddSign(text.substr(sign, 3));
     }
+  }
+  /// How many groups, the whole match included, have to be known.
+  size_t Wanted() const {
+    size_t wanted = 1;
+    for (const Piece& piece : pieces_) {
+      if (piece.group > 0) wanted = std::max(wanted, static_cast<size_t>(piece.group) + 1);
+    }
+    return wanted;
   }
   void AppendTo(TextBuilder& out, std::string_view subject,
                 const std::vector<kel::RegexSpan>& groups) const {
@@ -115,8 +129,9 @@ class Replacement {
 Text ReplaceAll(Call& call, std::string_view value, std::string_view pattern,
                 std::string_view replacement, PatternKind kind) {
   Scan scan(call, value, pattern, kind);
-  if (!scan.Next()) return Text(value);
-  const Replacement pieces(replacement, scan.Groups().size());
+  const Replacement pieces(replacement, scan.GroupCount());
+  const size_t wanted = pieces.Wanted();
+  if (!scan.Next(wanted)) return Text(value);
   TextBuilder out(value.size());
   size_t copied = 0;
   do {
@@ -125,7 +140,7 @@ Text ReplaceAll(Call& call, std::string_view value, std::string_view pattern,
     out.Append(value.substr(copied, begin - copied));
     pieces.AppendTo(out, value, scan.Groups());
     copied = std::max(whole.end, copied);
-  } while (scan.Next());
+  } while (scan.Next(wanted));
   if (scan.Failed()) return Text(value);
   out.Append(value.substr(copied));
   return out.Finish();
@@ -165,7 +180,7 @@ bool FindFirst(Call& call, std::string_view value, std::string_view pattern, Var
                PatternKind kind) {
   std::vector<std::string_view> texts;
   Scan scan(call, value, pattern, kind);
-  const bool found = scan.Next();
+  const bool found = scan.Next(kel::Regex::kAllGroups);
   if (found) {
     for (const kel::RegexSpan& group : scan.Groups()) texts.push_back(group.In(value));
   }
@@ -217,14 +232,14 @@ std::string SafePattern(std::string_view pattern, bool safe) {
 }  // namespace
 
 bool MatchRegEx(Call& call, std::string_view value, std::string_view pattern, bool caseSensitive) {
-  return Scan(call, value, pattern, Posix(caseSensitive)).Next();
+  return Scan(call, value, pattern, Posix(caseSensitive)).HasAny();
 }
 
 ArrayResult FindRegEx(Call& call, std::string_view value, std::string_view pattern,
                       bool caseSensitive) {
   ArrayResult texts(StringArrayType());
   Scan scan(call, value, pattern, Posix(caseSensitive));
-  while (scan.Next()) texts.AppendText(scan.Whole().In(value));
+  while (scan.Next(1)) texts.AppendText(scan.Whole().In(value));
   return scan.Failed() ? ArrayResult(StringArrayType()) : std::move(texts);
 }
 
@@ -233,7 +248,7 @@ ArrayResult FindRegEx2(Call& call, std::string_view value, std::string_view patt
   const TypeRef type = ResultTypeOf(call, "StrFindRegEx2");
   ArrayResult places(type);
   Scan scan(call, value, pattern, Posix(caseSensitive));
-  while (scan.Next()) {
+  while (scan.Next(1)) {
     const kel::RegexSpan& whole = scan.Whole();
     StructData* place = StructData::New(type->Element()->Layout());
     place->Put(0, IntCell(static_cast<int32_t>(whole.begin + 1)));
@@ -272,7 +287,7 @@ bool MatchPcre(Call& call, std::string_view value, std::string_view pattern) {
 
 bool MatchPcreCase(Call& call, std::string_view value, std::string_view pattern,
                    bool caseSensitive) {
-  return Scan(call, value, pattern, Pcre(caseSensitive)).Next();
+  return Scan(call, value, pattern, Pcre(caseSensitive)).HasAny();
 }
 
 bool MatchPcreSafe(Call& call, std::string_view value, std::string_view pattern, bool caseSensitive,

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <random>
 
 #include "kel/regex_pcre.h"
 #include "kel/regex_posix.h"
+#include "kel/stop.h"
 #include "kel/utf8.h"
 
 namespace {
@@ -113,14 +115,56 @@ TEST(Posix, ExplainsMalformedPatternsAndStaysLinear) {
   EXPECT_EQ(kel::CompilePosix("ab[z-a]", true, fault), nullptr);
   EXPECT_NE(fault.message, "");
   EXPECT_EQ(fault.offset, 3U);
-  const std::string bombs[] = {"((a{1,255}){1,255}){1,255}", std::string(100'000, '('), "a**)",
-                               "(a\\1)"};
-  for (const std::string& bomb : bombs) {
+  const std::string deep(251, '(');
+  std::string many;
+  for (int i = 0; i < 1001; ++i) many += "()";
+  const std::pair<std::string, const char*> bombs[] = {{"((a{1,255}){1,255}){1,255}", ""},
+                                                       {std::string(100'000, '('), "65536 bytes"},
+                                                       {"a**)", ""},
+                                                       {"(a\\1)", ""},
+                                                       {many, "1000 groups"},
+                                                       {deep, "deeper than 250"}};
+  for (const auto& [bomb, message] : bombs) {
     EXPECT_EQ(kel::CompilePosix(bomb, true, fault), nullptr) << bomb.substr(0, 30);
+    EXPECT_NE(fault.message.find(message), std::string::npos) << fault.message;
   }
   const std::string subject(1'000'000, 'a');
   EXPECT_EQ(Find(*Posix("(a+)+b"), subject), RegexStatus::kNoMatch);
   EXPECT_EQ(Find(*Posix("(x+x+)+y|(.*)(.*)(.*)(.*)[bc]"), subject), RegexStatus::kNoMatch);
+}
+
+/// Long texts are searched in parts, which must not show, nor what the caller leaves out.
+TEST(Posix, FindsInLongSubjectsWhatItFindsInShortOnes) {
+  const auto regex = Posix("([a-z]+|\xC3\xA9{2})=([0-9]*)[^;]*;|k$", false);
+  const std::string gap = std::string(400'000, '.') + '\n';
+  const std::string subject = gap + "ab=12" + gap + ";" + gap + "\xC3\x89\xC3\xA9=;" + gap + "K";
+  size_t from = 0;
+  for (const char* begin : {"ab=12", "\xC3\x89\xC3\xA9=", "K"}) {
+    ASSERT_EQ(Find(*regex, subject, from), RegexStatus::kMatch) << begin;
+    EXPECT_EQ(regex->Groups()[0].begin, subject.find(begin));
+    from = regex->Groups()[0].end;
+    EXPECT_TRUE(from == subject.size() || subject[from - 1] == ';');
+  }
+  EXPECT_EQ(Find(*regex, subject, from), RegexStatus::kNoMatch);
+  // A match that may reach through all of the text costs too much in a large automaton.
+  EXPECT_EQ(Find(*Posix("(a|b)*\\.[a.]{200}c"), subject), RegexStatus::kNoMatch);
+  EXPECT_EQ(Find(*Posix("(.|\n)*\\.[a.]{200}c"), subject), RegexStatus::kLimit);
+}
+
+TEST(Regex, LooksForAStopWithinASearch) {
+  std::atomic<uint32_t> word{1};
+  const std::string subject = std::string(1'000'000, 'a') + '"';
+  for (const auto& regex : {Pcre("(?:[^\"x]|\\\\.)*\\d"), Pcre("a*a*q"), Posix("[ab]{200}c")}) {
+    const kel::StopWord stops(&word);
+    EXPECT_EQ(Find(*Pcre("b"), "ab"), RegexStatus::kMatch) << "not interruptible yet";
+    const kel::Interruptible interruptible(true);
+    EXPECT_THROW(Find(*regex, subject), kel::Interrupted);
+  }
+}
+
+TEST(Pcre, TakesMoreStackForLongMatches) {
+  const std::string subject = '"' + std::string(800'000, 'x') + '"';
+  EXPECT_EQ(Found(*Pcre("\"(?:[^\"\\\\]|\\\\.)*\""), subject), subject);
 }
 
 }  // namespace

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+/// How long work learns that it is to end.
+///
+/// The layers above say which word asks the current thread to stop (StopWord) and where work may be
+/// left at any step (Interruptible). Work that can take long calls CheckStop every few thousand
+/// steps or some hundred kilobytes, so that less than a few milliseconds lie between two looks; it
+/// is left by an exception, and its destructors put away what was half done. Callbacks of C
+/// libraries, which no exception may cross, look with IsStopRequested.
+namespace kel {
+
+/// Thrown by CheckStop. Never leaves the function that made its work Interruptible by more than
+/// what calls it, which catches it.
+struct Interrupted {};
+
+/// The word by which the current thread is asked to stop, as long as this object lives; work is not
+/// interruptible until somebody says so.
+class StopWord {
+ public:
+  explicit StopWord(const std::atomic<uint32_t>* word);
+  StopWord(const StopWord&) = delete;
+  StopWord& operator=(const StopWord&) = delete;
+  ~StopWord();
+
+ private:
+  const std::atomic<uint32_t>* word_;
+  bool armed_;
+};
+
+/// Whether CheckStop may throw, as long as this object lives. Code of the host that runs inside is
+/// entered with false: it expects no exception of ours from what it calls.
+class Interruptible {
+ public:
+  explicit Interruptible(bool is);
+  Interruptible(const Interruptible&) = delete;
+  Interruptible& operator=(const Interruptible&) = delete;
+  ~Interruptible();
+
+ private:
+  bool armed_;
+};
+
+/// Whether interruptible work has been asked to stop.
+bool IsStopRequested();
+/// Throws Interrupted then.
+void CheckStop();
+
+/// CheckStop for loops whose steps are too small to look at each of them.
+class StopPoll {
+ public:
+  explicit StopPoll(uint64_t stepsPerLook) : stepsPerLook_(stepsPerLook), left_(stepsPerLook) {}
+  void Step(uint64_t steps = 1) {
+    if (steps < left_) {
+      left_ -= steps;
+      return;
+    }
+    left_ = stepsPerLook_;
+    CheckStop();
+  }
+
+ private:
+  uint64_t stepsPerLook_;
+  uint64_t left_;
+};
+
+}  // namespace kel
