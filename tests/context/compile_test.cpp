@@ -70,31 +70,4 @@ TEST_F(Compiling, RunTimeErrorsOfInitialisers) {
   }
 }
 
-// Arguments come from the host's stack and the result goes there.
-TEST_F(Compiling, ArgumentsAndResults) {
-  ASSERT_EQ(Compile("int add(int a, int b)\nreturn a + b\nendproc\n"
-                    "proc fill(int &out)\nout = 9\nendproc\n"),
-            1);
-  Stack stack;
-  stack.PushString("below");
-  stack.PushInteger(2);
-  stack.PushDouble(3.9);
-  EXPECT_EQ(context_.RunProcedure("add", &stack), 1);
-  EXPECT_EQ(stack.GetSize(), 2u);
-  EXPECT_EQ(stack.PopInteger(), 5);
-  EXPECT_EQ(context_.RunProcedure("add", &stack), 0) << "too few";
-  EXPECT_EQ(context_.GetContextError(), ERR_EXPRFUNCPARCOUNT);
-  EXPECT_EQ(stack.GetSize(), 1u) << "nothing is taken off";
-  stack.PushString("x");
-  EXPECT_EQ(context_.RunProcedure("add", &stack), 0) << "no numbers";
-  EXPECT_EQ(context_.GetContextError(), ERR_ASSIGNMISMATCH);
-  auto* target = new VarInteger("target", 0);
-  stack.PopAll();
-  stack.PushVariable(target->Duplicate());
-  EXPECT_EQ(context_.RunProcedure("fill", &stack), 1);
-  EXPECT_EQ(target->GetIntegerValue(), 9);
-  EXPECT_EQ(stack.GetSize(), 0u);
-  Variable::Delete(target);
-}
-
 }  // namespace

@@ -8,7 +8,6 @@
 #include "functions/modulelist.h"
 #include "kel/notice.h"
 #include "kel/tempdir.h"
-#include "modules/functioncaller.h"
 #include "values/cellops.h"
 #include "values/vararray.h"
 #include "values/varestring.h"

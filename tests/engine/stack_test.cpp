@@ -68,18 +68,4 @@ TEST(StackTest, CopiesShareVariablesAndOwnTheRest) {
   EXPECT_EQ(PopText(stack), "text");
 }
 
-TEST(StackTest, EntriesTravelWithWhatTheyOwn) {
-  Stack stack;
-  stack.PushString("moved", 0);
-  tamber::StackEntry entry = stack.Take();
-  EXPECT_EQ(stack.GetSize(), 0u);
-  stack.PushCell(entry.kind, entry.cell);
-  EXPECT_EQ(PopText(stack), "moved");
-  stack.PushHandle("FileFindInfo", nullptr);
-  entry = stack.Take();
-  Stack::Release(entry);
-  Stack::Release(entry);  // an entry that owns nothing
-  EXPECT_EQ(stack.GetSize(), 0u);
-}
-
 }  // namespace
