@@ -198,7 +198,6 @@ proc main()
     Full[1] ls
     result = result + Of(l) + Of(ls[1])
     l.s = "changed"
-    l.d[2] = 0
     l.d += 1
     ls[1].e = "changed"
     l.m[1] = "changed"

@@ -36,21 +36,4 @@ TEST_F(Reset, ForgetsTheScriptAndKeepsThePredefined) {
   EXPECT_EQ(Printed(), "ran");
 }
 
-// A built-in of a host may reset the context from within a run; what runs ends as if by itself.
-TEST_F(Reset, FromWithinARun) {
-  context_.RegisterFunction("int ResetNow ()",
-                            static_cast<TamberFunctionPtr>([](FunctionCallInfo* call) {
-                              call->context->ResetContext();
-                              call->stack->PushInteger(1);
-                              return 1;
-                            }),
-                            FunctionList::FUNCTYPE_NORMAL, false);
-  Compile(
-      "int total = 1\nproc inner()\nint[] a\na <<= 1\nResetNow()\nPrint(\"after\")\nendproc\n"
-      "proc main()\nstring s\ns = \"kept\"\ninner()\nPrint(s)\nendproc\n");
-  context_.RunProcedure("main", nullptr);
-  EXPECT_EQ(context_.GetProcedureCount(), 0u);
-  ASSERT_EQ(Run("Print(\"next\")\n"), 1);
-}
-
 }  // namespace

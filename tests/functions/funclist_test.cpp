@@ -87,23 +87,6 @@ TEST_F(FuncListTest, TheFirstRegistrationWinsUnlessReplaced) {
   EXPECT_EQ(Add("int F (estring a)"), text);
 }
 
-TEST_F(FuncListTest, CopiesShareUntilTheyChange) {
-  Add("int F ()");
-  const FunctionList defaults = list_;
-  FunctionList one = defaults;
-  FunctionList other = defaults;
-  EXPECT_EQ(one.GetFunction(1), other.GetFunction(1));
-  const std::shared_ptr<const TamberFunction> kept = one.ShareFunction(1);
-  one.AddFunction("G", new VarInteger("", 0), &First, new VarList, 1, false);
-  EXPECT_EQ(one.FindFunction("G"), 2u);
-  EXPECT_EQ(other.FindFunction("G"), 0u);
-  EXPECT_EQ(defaults.FindFunction("G"), 0u);
-  EXPECT_EQ(one.GetFunction(1), kept.get()) << "the entries themselves stay shared";
-  one.ClearList();
-  EXPECT_EQ(one.GetFunctionCount(), 0u);
-  EXPECT_EQ(other.FindFunction("F"), 1u);
-}
-
 // --- overloads ---
 
 TEST_F(FuncListTest, AnExactArgumentWins) {

@@ -286,26 +286,6 @@ TEST_F(Storing, AValueInItselfIsWhatItWas) {
   EXPECT_EQ(ValueOf(*node), before);
 }
 
-TEST_F(Storing, AnArrayInItselfIsWhatItWas) {
-  VarArray array("a", 0);
-  VarArray empty("e", 0);
-  ASSERT_EQ(AppendTo(array, empty), Stored::Done);
-  for (uint32_t i = 2; i <= 4; ++i) {
-    const std::string before = ValueOf(array);
-    ASSERT_EQ(i == 3 ? (array.AddArrayElement(&array) == 1 ? Stored::Done : Stored::Mismatch)
-                     : AppendTo(array, array),
-              Stored::Done);
-    EXPECT_EQ(array.GetElementCount(), i);
-    EXPECT_EQ(Part(array, i).GetElementCount(), i - 1);
-  }
-  Held<Variable> kept(Part(array, 3).Duplicate());
-  ASSERT_EQ(kept->Assign(&array), 1);
-  EXPECT_EQ(Part(array, 3).GetElementCount(), 4U);
-  ASSERT_EQ(array.Assign(&Part(array, 3)), 1);
-  EXPECT_EQ(array.GetElementCount(), 4U);
-  EXPECT_EQ(Part(array, 3).GetElementCount(), 2U) << "what it was before the array went into it";
-}
-
 // What a procedure returns may hold objects that somebody still has.
 TEST_F(Storing, ObjectsStayBehindWhenAValueBecomesAPart) {
   Held<Variable> made = Sample(PointType());
