@@ -1,9 +1,9 @@
-#include "generator/grow.h"
-
 #include <algorithm>
 #include <random>
 #include <set>
 #include <utility>
+
+#include "generator/generator.h"
 
 namespace generator {
 
@@ -20,10 +20,10 @@ class Grower {
     const size_t structures = Below(4);
     for (size_t i = 0; i < structures; ++i) AddStructure();
     AddGlobals();
-    AddHandler("OnError", true);
-    AddHandler("OnTrouble", false);
-    AddTouch("Touch1");
-    AddTouch("Touch2");
+    AddMeddler("OnError", "INLINE_HANDLER");
+    AddMeddler("OnTrouble", "OnError");
+    AddMeddler("Touch1", nullptr);
+    AddMeddler("Touch2", nullptr);
     const size_t procedures = 1 + Below(5);
     for (size_t i = 0; i < procedures; ++i) AddProcedure("Proc" + std::to_string(i + 1));
     AddMain();
@@ -101,18 +101,6 @@ class Grower {
     add("generic", kGeneric, GlobalScope::Plain, nullptr);
   }
 
-  /// A handler changes what the failed statement may be using.
-  void AddHandler(const std::string& name, bool careful) {
-    Procedure made{name, kNoType, {}, {}};
-    Begin();
-    made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
-    // The errors of one go to the other.
-    made.body.push_back(SetPolicy(careful ? "INLINE_HANDLER" : "OnError"));
-    made.body.push_back(MakePrint("<" + name + " ", MakeInt("ErrCode")));
-    AddDamage(made.body);
-    program_.procedures.push_back(std::move(made));
-  }
-
   /// Changes to the variable that the failed statement is likely about, and to others.
   void AddDamage(std::vector<Statement>& body) {
     const size_t count = 1 + Below(3);
@@ -121,12 +109,18 @@ class Grower {
     for (size_t i = 0; i < count; ++i) AddChange(body);
   }
 
-  /// A function that changes what the expression around its call may be using.
-  void AddTouch(const std::string& name) {
-    Procedure made{name, Plain(Kind::Int), {}, {}};
+  /// A procedure that changes what a failed statement, or the expression around its call, may be
+  /// using.
+  void AddMeddler(const std::string& name, const char* policy) {
+    Procedure made{name, policy == nullptr ? Plain(Kind::Int) : kNoType, {}, {}};
     Begin();
+    if (policy != nullptr) {
+      made.body.push_back(MakeDeclare("ErrHandler", Plain(Kind::String)));
+      made.body.push_back(SetPolicy(policy));
+      made.body.push_back(MakePrint("<" + name + " ", MakeInt("ErrCode")));
+    }
     AddDamage(made.body);
-    made.body.push_back(MakeReturn(Number(Below(3))));
+    if (policy == nullptr) made.body.push_back(MakeReturn(Number(Below(3))));
     program_.procedures.push_back(std::move(made));
   }
 

@@ -15,9 +15,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "generator/grow.h"
-#include "generator/model.h"
-#include "generator/shrink.h"
+#include "generator/generator.h"
 #include "tamber.h"
 
 namespace {

@@ -1,7 +1,7 @@
-#include "generator/model.h"
-
 #include <algorithm>
 #include <map>
+
+#include "generator/generator.h"
 
 namespace generator {
 

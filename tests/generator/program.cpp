@@ -194,41 +194,9 @@ ExprPtr MakeLiteral(const Scalar& value) {
   return std::make_shared<const Expr>(std::move(literal));
 }
 
-ExprPtr MakeName(const std::string& name, Type type) {
-  return MakeExpr(Expr::Form::Name, type, name, {});
-}
-
-ExprPtr MakeText(const std::string& text) { return MakeLiteral(Scalar::Text(Kind::String, text)); }
-
-ExprPtr MakeInt(const std::string& name) { return MakeName(name, Plain(Kind::Int)); }
-
-ExprPtr MakeCall(const std::string& name, Type type, std::vector<ExprPtr> args) {
-  return MakeExpr(Expr::Form::Call, type, name, std::move(args));
-}
-
 ExprPtr MakeBinary(const std::string& op, ExprPtr left, ExprPtr right) {
   const Type type = Plain(ResultOf(op, left->type.kind, right->type.kind));
   return MakeExpr(Expr::Form::Binary, type, op, {std::move(left), std::move(right)});
-}
-
-Statement MakeDeclare(const std::string& name, Type type) {
-  return {Statement::Form::Declare, type, name};
-}
-
-Statement MakeAssign(ExprPtr target, const std::string& op, ExprPtr value) {
-  return {Statement::Form::Assign, {}, op, std::move(target), std::move(value)};
-}
-
-Statement MakeCallStatement(ExprPtr call) {
-  return {Statement::Form::Call, {}, {}, {}, std::move(call)};
-}
-
-Statement MakeReturn(ExprPtr value) {
-  return {Statement::Form::Return, {}, {}, {}, std::move(value)};
-}
-
-Statement MakeIf(ExprPtr condition, std::vector<Statement> body) {
-  return {Statement::Form::If, {}, {}, {}, std::move(condition), std::move(body)};
 }
 
 Statement MakePrint(const std::string& label, ExprPtr value) {

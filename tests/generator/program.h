@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "generator/scalars.h"
@@ -81,21 +82,38 @@ struct Program {
   int runs = 1;
 };
 
-ExprPtr MakeLiteral(const Scalar& value);
-ExprPtr MakeText(const std::string& text);
-/// An integer variable.
-ExprPtr MakeInt(const std::string& name);
-ExprPtr MakeName(const std::string& name, Type type);
 ExprPtr MakeExpr(Expr::Form form, Type type, std::string text, std::vector<ExprPtr> args);
-/// A call of a procedure or built-in.
-ExprPtr MakeCall(const std::string& name, Type type, std::vector<ExprPtr> args);
+ExprPtr MakeLiteral(const Scalar& value);
 ExprPtr MakeBinary(const std::string& op, ExprPtr left, ExprPtr right);
 
-Statement MakeDeclare(const std::string& name, Type type);
-Statement MakeAssign(ExprPtr target, const std::string& op, ExprPtr value);
-Statement MakeCallStatement(ExprPtr call);
-Statement MakeReturn(ExprPtr value);
-Statement MakeIf(ExprPtr condition, std::vector<Statement> body);
+inline ExprPtr MakeText(const std::string& text) {
+  return MakeLiteral(Scalar::Text(Kind::String, text));
+}
+inline ExprPtr MakeName(const std::string& name, Type type) {
+  return MakeExpr(Expr::Form::Name, type, name, {});
+}
+/// An integer variable.
+inline ExprPtr MakeInt(const std::string& name) { return MakeName(name, Plain(Kind::Int)); }
+/// A call of a procedure or built-in.
+inline ExprPtr MakeCall(const std::string& name, Type type, std::vector<ExprPtr> args) {
+  return MakeExpr(Expr::Form::Call, type, name, std::move(args));
+}
+
+inline Statement MakeDeclare(const std::string& name, Type type) {
+  return {Statement::Form::Declare, type, name};
+}
+inline Statement MakeAssign(ExprPtr target, const std::string& op, ExprPtr value) {
+  return {Statement::Form::Assign, {}, op, std::move(target), std::move(value)};
+}
+inline Statement MakeCallStatement(ExprPtr call) {
+  return {Statement::Form::Call, {}, {}, {}, std::move(call)};
+}
+inline Statement MakeReturn(ExprPtr value) {
+  return {Statement::Form::Return, {}, {}, {}, std::move(value)};
+}
+inline Statement MakeIf(ExprPtr condition, std::vector<Statement> body) {
+  return {Statement::Form::If, {}, {}, {}, std::move(condition), std::move(body)};
+}
 /// Prints the text and the value, and ends the line.
 Statement MakePrint(const std::string& label, ExprPtr value);
 

@@ -1,4 +1,4 @@
-#include "generator/shrink.h"
+#include "generator/generator.h"
 
 namespace generator {
 

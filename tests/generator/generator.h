@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 
 #include "generator/program.h"
@@ -17,7 +19,11 @@ struct Expectation {
 
 constexpr int kAnyFatal = 20000;
 
+/// The program of a seed; the same one every time.
+Program Grow(uint64_t seed);
 /// Runs the program without the engine.
 Expectation Predict(const Program& program);
+/// The program without what it can do without while `fails` still holds.
+Program Shrink(Program program, const std::function<bool(const Program&)>& fails);
 
 }  // namespace generator
