@@ -24,13 +24,4 @@ TEST_F(EStrings, NoPlainTextInMemoryOrDumps) {
   EXPECT_EQ(DumpOf(*clone).find("nobody"), std::string::npos);
 }
 
-TEST_F(EStrings, ChangingACopyLeavesTheOther) {
-  VarEString e("e", 0);
-  e.SetStringValue("one", 0);
-  Held<Variable> copy(e.Clone());
-  e.SetStringValue("two", 0);
-  EXPECT_STREQ(copy->GetStringValue(), "one");
-  EXPECT_STREQ(e.GetStringValue(), "two");
-}
-
 }  // namespace
