@@ -50,20 +50,12 @@ int32_t Rand(FunctionCallInfo* info) {
   return 1;
 }
 
-int32_t StrLen(FunctionCallInfo* info) {
-  const auto length = static_cast<int32_t>(info->stack->GetEntryLength(0));
-  std::free(info->stack->PopString());
-  info->stack->PushInteger(length);
-  return 1;
-}
-
 const FUNCMOD_FUNCTION kFunctions[] = {{"int Print (string Text)", Print, "", {}},
                                        {"int ArrayGetSize (array Array)", ArrayGetSize, "", {}},
                                        {"int DebugDump (string Section)", DebugDump, "", {}},
                                        {"int LeaveError (int Code)", LeaveError, "", {}},
                                        {"int Max (int First, int Second)", Max, "", {}},
                                        {"int Rand ()", Rand, "", {}},
-                                       {"int StrLen (string Value)", StrLen, "", {}},
                                        {"", nullptr, "", {}}};
 const FUNCMOD_REGISTRATION kModule[] = {{FUNCMOD_FUNCTIONS, kFunctions}, {FUNCMOD_END, nullptr}};
 
