@@ -112,6 +112,9 @@ std::string ErrorDisplay::Report(const TamberDiagnostic& error) const {
 }
 
 void ErrorDisplay::Show(const TamberDiagnostic& error, void* user) {
+  // Only the command stops a script, and it says why.
+  constexpr int32_t kStopped = 20120;
+  if (error.code == kStopped) return;
   const std::string report = static_cast<const ErrorDisplay*>(user)->Report(error);
   std::fwrite(report.data(), 1, report.size(), stderr);
 }

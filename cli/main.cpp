@@ -85,11 +85,15 @@ void SetOwnPath(TamberContext* context) {
   }
 }
 
-/// Confines the scripts to one directory and keeps them off the network.
+/// Confines the scripts to one directory, keeps them off the network and shows them nothing of the
+/// process.
 bool Confine(TamberContext* context, const std::string& directory) {
   kel::FilePolicy policy;
   policy.SetAccess(kel::Access::None);
   policy.SetNetwork(false);
+  policy.SetEnvironment(false);
+  policy.SetDirectoryName(false);
+  policy.SetProcesses(false);
   if (!policy.AddDirectory(directory, kel::Access::Write)) return false;
   context->SetFilePolicy(policy);
   return true;

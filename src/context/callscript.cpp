@@ -68,6 +68,10 @@ void ContextState::CallScript(const KelString& path) {
     SetGlobalText(called, "ErrHandler", TextOfGlobal(context, "ErrHandler"));
     called.RunProcedure(KelString("main"), nullptr);
   }
+  if (called.State().run.isInterrupted) {
+    run.isInterrupted = true;
+    errors.diagnostic = called.GetDiagnostic();
+  }
   int32_t code = called.GetContextError();
   context.SetContextError(code, code != 0 ? called.GetContextErrorText() : KelString());
   run.errorDetail = called.State().run.errorDetail;

@@ -68,7 +68,9 @@ int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place
     if (!text) return FailFile(context, ::CodeOf(status), path, ScriptText::Reason(status));
     auto script = std::make_unique<TamberScript>(&context, text);
     CompilePlace failed;
-    if (!tamber::CompileScript(*this, *script, failed)) return FailAt(*this, failed);
+    const bool compiled = tamber::CompileScript(*this, *script, failed);
+    if (run.isInterrupted) return EndStopped();
+    if (!compiled) return FailAt(*this, failed);
     context.AddScript(std::move(script));
     DumpScriptStatements();
     return 1;
@@ -105,6 +107,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     tamber::CompilePlace place;
     // A run-time error that an initialiser left behind does not fail a text, only a file.
     bool compiled = tamber::CompileScript(*state_, *script, place, tamber::LeftError::Reported);
+    if (state_->run.isInterrupted) return state_->EndStopped();
     if (state_->run.errorCode >= tamber::kFirstFatalError) return FailAt(*state_, place);
     // Nothing may stay unsaid: an include that the host's policy refuses leaves a smaller code.
     if (!compiled) FailAt(*state_, place);

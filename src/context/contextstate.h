@@ -164,6 +164,9 @@ class ContextState final : public MachineHost, public CompileHost {
   /// The constants to look a name up in; null when it is certainly not there.
   const VarList* ConstantsFor(std::string_view name) const;
   VarList& OwnConstants();
+  /// What ran, or would run now, was stopped by the host: error 20120, which nobody handles.
+  /// Returns 0.
+  int32_t EndStopped();
   /// Runs a procedure; 1 when it ended well.
   int32_t RunFound(TamberProcedure& procedure, Stack& stack);
   /// A call of the host that compiles or runs begins: there was no error yet.
@@ -194,6 +197,7 @@ class ContextState final : public MachineHost, public CompileHost {
   /// Reports a fatal error or a failed compilation at a place.
   void HandleParseError(const SourcePlace& place) override;
   KelString HandleRunError(const SourcePlace& place) override;
+  void NoteStop(const SourcePlace& place) override;
   void CallScript(const KelString& path) override;
 
   // --- what compiling asks for ---

@@ -162,6 +162,15 @@ void ContextState::ReportRunError(const SourcePlace& place) {
   run.errorCode = 0;
 }
 
+void ContextState::NoteStop(const SourcePlace& place) {
+  run.errorText.Clear();
+  run.SetError(ERR_STOPPED, KelString());
+  TellHost(*this, place);
+  const bool reported = IniFile(config.iniPath).ReadInteger(kRunErrors, "ReportStops", 0) != 0;
+  if (reported) WriteReport(*this, kRunErrors, KelString("Run time"), place);
+  run.errorCode = ERR_SUCCESS;
+}
+
 int32_t ContextState::LastReported(KelString& detail) {
   detail = errors.diagnostic.detail;
   return errors.diagnostic.code;

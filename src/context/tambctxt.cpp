@@ -55,11 +55,24 @@ void ContextState::CopySettings(const ContextState& from) {
   session.store = from.session.store;
 }
 
+int32_t ContextState::EndStopped() {
+  run.errorText.Clear();
+  run.SetError(ERR_STOPPED, KelString());
+  run.errorReported = true;
+  return 0;
+}
+
 int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
   if (!machine->IsRunning()) ForgetDiagnostic();
   if (!HasScriptFile()) context.SetScriptFile(procedure.GetScript()->Name(), 0);
+  if (run.IsStopRequested()) {
+    run.isInterrupted = true;
+    NoteStop({procedure.GetScript(), procedure.GetStartLine()});
+    return EndStopped();
+  }
   const RunMark running(context);
   const enum_ProcStatus status = machine->RunProcedure(procedure, stack);
+  if (run.isInterrupted) return EndStopped();
   if (status != PROCSTATUS_ENDED && run.errorCode >= kFirstFatalError)
     HandleParseError({procedure.GetScript(), procedure.GetStartLine()});
   return status == PROCSTATUS_ENDED ? 1 : 0;
@@ -158,8 +171,8 @@ void TamberContext::SetScriptFile(const KelString& name, int32_t overwrite) {
 }
 
 int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
-  if (state_->run.stopFlag || state_->run.IsStopRequested() || state_->config.compileOnly != 0)
-    return 1;
+  const bool exited = state_->run.stopFlag && !state_->run.isInterrupted;
+  if (exited || state_->config.compileOnly != 0) return 1;
   try {
     TamberProcedure* procedure = GetProcedure(name.View());
     bool isMain = kel::EqualsNoCase(name.View(), "main");
@@ -185,6 +198,16 @@ void TamberContext::RequestStop() {
   kel::WakeSleepers(&wake);
 }
 
+bool TamberContext::IsStopRequested() const { return state_->run.IsStopRequested(); }
+
+void TamberContext::CancelStop() {
+  state_->run.rootWake->store(0, std::memory_order_relaxed);
+  if (std::exchange(state_->run.isInterrupted, false)) state_->run.stopFlag = false;
+  if (state_->run.errorCode != ERR_STOPPED) return;
+  state_->run.SetError(ERR_SUCCESS, KelString());
+  state_->ForgetDiagnostic();
+}
+
 void TamberContext::ResetContext() {
   try {
     tamber::SaveSessionVariables(*state_);
@@ -203,6 +226,7 @@ void TamberContext::ResetContext() {
   state_->scopes.inherited.clear();
   state_->config.ownLogFile.Clear();
   state_->run.stopFlag = false;
+  state_->run.isInterrupted = false;
   if (!state_->nested) state_->run.wake.store(0, std::memory_order_relaxed);
   state_->run.errorCode = 0;
   state_->run.errorText.Clear();

@@ -144,13 +144,25 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// The same for a text, whose lines count from 1 in reports under the name.
   int32_t ScriptBufferIsStructured(const KelString& name, const KelString& text);
   /// Runs a procedure. Its arguments are taken from `stack`, and its result is left there; null
-  /// runs on a stack of its own.
+  /// runs on a stack of its own. Nonzero when it ended well, by "exit" included; after that nothing
+  /// runs until ResetContext, and this returns nonzero at once.
   int32_t RunProcedure(const KelString& name, Stack* stack);
-  /// Ends what this context runs as "exit" does, also in scripts that it calls, and waits of
-  /// built-ins at once. From then on nothing runs until ResetContext. May be called from any thread
-  /// and from a signal handler, also for a run that has not begun yet; on a nested context it stops
-  /// the outermost one.
+  /// Ends what this context runs, also in scripts that it calls, and waits of built-ins at once.
+  /// Whoever runs something is told so: it fails with error 20120, `ERR_STOPPED`, which no error
+  /// policy of a script sees. The diagnostic says where the script was; a report is written only
+  /// when the INI's `ReportStops` in the section "TamberRunErrors" is 1. From then on every run
+  /// fails in this way until CancelStop or ResetContext. A run that ends by itself at the same time
+  /// ends well.
+  ///
+  /// May be called from any thread and from a signal handler, also for a run that has not begun
+  /// yet; on a nested context it stops the outermost one.
   void RequestStop();
+  /// Whether a stop was requested and not cancelled since. From any thread.
+  bool IsStopRequested() const;
+  /// Takes a request to stop back, and forgets its error; scripts and globals stay as the stopped
+  /// run left them. For a host that limits the time of each run: call it before the next one, when
+  /// its timer cannot fire for the last one any more. Not while something runs.
+  void CancelStop();
   void ResetContext();
   int32_t CompactScriptBuffer(const KelString& file, KelString& out);
 

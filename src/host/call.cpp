@@ -95,7 +95,7 @@ std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context, std::string_vi
   }
   if (auto refused = CheckCall(context, *procedure, stack, arguments, result)) return refused;
   if (!state.RunFound(*procedure, stack)) return Failure(context);
-  // A script that was stopped, by itself or by its host, has ended without a value.
+  // A script that has ended itself gives no value.
   if (result != Kind::None && stack.GetSize() <= base)
     return Refuse(context, *procedure, ERR_PROCNORETURN, procedure->GetName());
   return nullptr;

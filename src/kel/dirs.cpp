@@ -15,6 +15,7 @@
 
 #include "kel/fileio.h"
 #include "kel/filestat.h"
+#include "kel/hostpath.h"
 #include "kel/pathparser.h"
 #include "kel/treewalk.h"
 
@@ -219,7 +220,7 @@ FileStatus SetCurrentDirectory(const Place& place) {
   const Descriptor dir(
       ::openat(place.Dir(), place.Name(), O_PATH | O_DIRECTORY | O_CLOEXEC | follow));
   if (!dir.IsOpen()) return StatusOfErrno(errno, FileStatus::Failed);
-  return Done(::fchdir(dir.Get()));
+  return Done(MoveForScript(dir.Get()));
 }
 
 }  // namespace kel

@@ -39,6 +39,7 @@ FileStatus MoveByCopy(const Place& from, const Place& to);
 
 /// The current directory; "" when it is gone.
 std::string CurrentDirectory();
+/// For scripts; see hostpath.h.
 FileStatus SetCurrentDirectory(const Place& place);
 
 }  // namespace kel

@@ -14,6 +14,7 @@ namespace kel {
 namespace {
 
 constexpr int kOpenDirectory = O_PATH | O_DIRECTORY | O_CLOEXEC;
+constexpr std::string_view kProcesses = "/proc";
 
 /// The path without links, "." and ".."; "" when it does not exist.
 std::string RealPath(const std::string& path) {
@@ -102,9 +103,15 @@ const FilePolicy::Root* FilePolicy::RootOf(std::string_view canonical) const {
   return best;
 }
 
+bool FilePolicy::HidesProcesses(std::string_view canonical) const {
+  if (processes_ || !IsWithin(canonical, kProcesses)) return false;
+  const Root* root = RootOf(canonical);
+  return root == nullptr || !IsWithin(root->path, kProcesses);
+}
+
 bool FilePolicy::Permits(std::string_view canonical, Access wanted) const {
   const Root* root = RootOf(canonical);
-  return (root != nullptr ? root->access : elsewhere_) >= wanted;
+  return !HidesProcesses(canonical) && (root != nullptr ? root->access : elsewhere_) >= wanted;
 }
 
 bool FilePolicy::IsAboveRoot(std::string_view canonical) const {
@@ -118,20 +125,24 @@ Place FilePolicy::Find(std::string_view path, Access wanted, Links links) const 
   while (links == Links::Keep && place.name_.size() > 1 && place.name_.back() == '/') {
     place.name_.pop_back();
   }
-  if (!place.IsFound() || (roots_.empty() && elsewhere_ >= wanted)) return place;
+  if (!place.IsFound() || AllowsEveryFile(wanted)) return place;
   place.state_ = Place::State::Missing;
   if (place.name_.size() >= PATH_MAX) return place;
   // Out of a directory that scripts may not look into there is no way up but for those on the way
   // to one that they may: else they could try out which names there are.
-  const PathEnd end = WalkPath(place.name_, links == Links::Follow, [this](std::string_view dir) {
+  const auto mayClimb = [this](std::string_view dir) {
     return Permits(dir, Access::Read) || IsAboveRoot(dir);
-  });
+  };
+  // What is hidden is no way to anywhere else either: its links tell of processes, too.
+  bool isHidden = false;
+  const auto note = [&](std::string_view dir) { isHidden = isHidden || HidesProcesses(dir); };
+  const PathEnd end = WalkPath(place.name_, links == Links::Follow, mayClimb, note);
   // Whoever removes or renames a directory does it to all that is below, where the host may have
   // allowed less; and what is elsewhere afterwards would be known by another name.
   const bool takesRoots = links == Links::Keep && wanted == Access::Write && IsAboveRoot(end.path);
   const Root* root = RootOf(end.path);
   const bool permitted = end.path.empty() ? elsewhere_ >= wanted : Permits(end.path, wanted);
-  if (!permitted || (takesRoots && end.isReached)) {
+  if (!permitted || isHidden || (takesRoots && end.isReached)) {
     place.state_ = Place::State::Refused;
     return place;
   }
@@ -141,7 +152,23 @@ Place FilePolicy::Find(std::string_view path, Access wanted, Links links) const 
                    ? OpenParent(top.Get(), std::string_view(end.path).substr(1), place.name_)
                    : OpenParent(root->dir.Get(), root->Relative(end.path), place.name_);
   if (place.dir_.IsOpen()) place.state_ = Place::State::Found;
+  place.realPath_ = end.path;
   return place;
+}
+
+bool FilePolicy::CanReplace(std::string_view path) const {
+  if (AllowsEveryFile(Access::Write)) return true;
+  const Place place(path);
+  if (!place.IsFound()) return false;
+  bool can = false;
+  const auto note = [&](std::string_view dir) { can = can || Permits(dir, Access::Write); };
+  const PathEnd end = WalkPath(
+      place.name_, true, [](std::string_view) { return true; }, note);
+  return can || (end.isReached && Permits(end.path, Access::Write));
+}
+
+Place FilePolicy::FindForHost(std::string_view path, Access wanted) const {
+  return CanReplace(path) ? Find(path, wanted) : Place(path);
 }
 
 }  // namespace kel

@@ -38,6 +38,8 @@ class Place {
   bool IsConfined() const { return dir_.IsOpen(); }
   /// The path as the script gave it.
   const std::string& Path() const { return path_; }
+  /// Of a confined place: the path without links, "." and "..".
+  const std::string& RealPath() const { return realPath_; }
 
  private:
   friend class FilePolicy;
@@ -48,9 +50,11 @@ class Place {
   Descriptor dir_;
   std::string name_;
   std::string path_;
+  std::string realPath_;
 };
 
-/// What a host allows its scripts to do with files and with the network. The default allows all.
+/// What a host allows its scripts to do with files and with the network, and what of its process
+/// they may see. The default allows all.
 ///
 /// A directory's own level counts below it, whatever is allowed elsewhere; of nested directories
 /// the innermost counts.
@@ -67,25 +71,51 @@ class TAMBER_API FilePolicy {
   /// the directory itself that is remembered, not its name.
   bool AddDirectory(std::string_view path, Access access);
   void SetNetwork(bool allowed) { network_ = allowed; }
+  /// Whether scripts see the environment of the process; if not, they find no variable in it.
+  void SetEnvironment(bool visible) { environment_ = visible; }
+  /// Whether scripts learn which directory is the current one.
+  void SetDirectoryName(bool visible) { directoryName_ = visible; }
+  /// Whether scripts see "/proc", what other processes are and do. A directory in there that is
+  /// allowed by name is allowed all the same.
+  void SetProcesses(bool visible) { processes_ = visible; }
 
   bool AllowsNetwork() const { return network_; }
+  bool ShowsEnvironment() const { return environment_; }
+  bool ShowsDirectoryName() const { return directoryName_; }
+  bool ShowsProcesses() const { return processes_; }
   /// Whether nothing at all is forbidden.
-  bool AllowsAll() const { return roots_.empty() && elsewhere_ == Access::Write && network_; }
+  bool AllowsAll() const {
+    return AllowsEveryFile(Access::Write) && network_ && environment_ && directoryName_;
+  }
   bool Allows(std::string_view path, Access wanted) const;
   /// Whether this is one of the directories named above, and nothing below it may be read.
   bool Hides(uint64_t device, uint64_t inode) const;
   /// Finds out where a path leads and whether the wanted access is allowed there.
   Place Find(std::string_view path, Access wanted, Links links = Links::Follow) const;
+  /// Whether scripts can decide what a path leads to: they may write the file, or put another one,
+  /// or a link, into its place or into that of a directory on the way.
+  bool CanReplace(std::string_view path) const;
+  /// Where a path of the host's own leads: wherever the host likes, but where scripts can decide
+  /// it, no further than they may go themselves.
+  Place FindForHost(std::string_view path, Access wanted) const;
 
  private:
   struct Root;
+  bool AllowsEveryFile(Access wanted) const {
+    return roots_.empty() && elsewhere_ >= wanted && processes_;
+  }
   TAMBER_LOCAL const Root* RootOf(std::string_view canonical) const;
+  /// Whether this is what other processes are and do, and scripts may not see that.
+  TAMBER_LOCAL bool HidesProcesses(std::string_view canonical) const;
   TAMBER_LOCAL bool Permits(std::string_view canonical, Access wanted) const;
   /// Whether one of the directories named is this one or below it.
   TAMBER_LOCAL bool IsAboveRoot(std::string_view canonical) const;
 
   Access elsewhere_ = Access::Write;
   bool network_ = true;
+  bool environment_ = true;
+  bool directoryName_ = true;
+  bool processes_ = true;
   std::vector<std::shared_ptr<const Root>> roots_;
 };
 

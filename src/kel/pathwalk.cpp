@@ -19,8 +19,13 @@ constexpr int kMaxLinks = 40;  // as the system has it
 
 class PathWalk {
  public:
-  PathWalk(const std::string& path, bool followLast, const ClimbTest& mayClimb)
-      : rest_(path), own_(path.size()), followLast_(followLast), mayClimb_(mayClimb) {}
+  PathWalk(const std::string& path, bool followLast, const ClimbTest& mayClimb,
+           const LookUpNote& lookUp)
+      : rest_(path),
+        own_(path.size()),
+        followLast_(followLast),
+        mayClimb_(mayClimb),
+        lookUp_(lookUp) {}
 
   PathEnd Run() {
     if (!rest_.starts_with('/')) here_ = CurrentDirectory();
@@ -41,6 +46,7 @@ class PathWalk {
         continue;
       }
       hasDescended_ = hasDescended_ || isOwn;
+      if (lookUp_) lookUp_(Here());
       const bool isLast = rest_.find_first_not_of('/', at_) == std::string::npos;
       if (isLast && !followLast_) return {here_ + "/" + part, true};
       const Step step = Descend(part);
@@ -98,6 +104,7 @@ class PathWalk {
   size_t own_;        // bytes at its end that stood in the path itself
   const bool followLast_;
   const ClimbTest& mayClimb_;
+  const LookUpNote& lookUp_;
   Descriptor dir_;
   std::string here_;  // "" for "/"
   bool hasDescended_ = false;
@@ -106,8 +113,9 @@ class PathWalk {
 
 }  // namespace
 
-PathEnd WalkPath(const std::string& path, bool followLast, const ClimbTest& mayClimb) {
-  return PathWalk(path, followLast, mayClimb).Run();
+PathEnd WalkPath(const std::string& path, bool followLast, const ClimbTest& mayClimb,
+                 const LookUpNote& lookUp) {
+  return PathWalk(path, followLast, mayClimb, lookUp).Run();
 }
 
 }  // namespace kel

@@ -19,8 +19,12 @@ struct PathEnd {
 /// it; false ends the walk there.
 using ClimbTest = std::function<bool(std::string_view dir)>;
 
+/// Told each directory in which a name is looked up, those that links lead through included.
+using LookUpNote = std::function<void(std::string_view dir)>;
+
 /// Follows a path as the system does, one name after the other, in time that grows with its length.
 /// The last name may be missing; whether it is followed when it is a link is the caller's choice.
-PathEnd WalkPath(const std::string& path, bool followLast, const ClimbTest& mayClimb);
+PathEnd WalkPath(const std::string& path, bool followLast, const ClimbTest& mayClimb,
+                 const LookUpNote& lookUp = nullptr);
 
 }  // namespace kel

@@ -65,6 +65,16 @@ std::vector<SourcePlace> Machine::CallStack() const {
   return calls;
 }
 
+void Machine::Interrupt() {
+  run_.stopFlag = true;
+  if (std::exchange(run_.isInterrupted, true)) return;
+  Attempt([&] {
+    SourcePlace place;
+    CurrentPlace(place);
+    host_.NoteStop(place);
+  });
+}
+
 Machine::After Machine::UnwindAll(enum_ProcStatus status) {
   bool failed = status == PROCSTATUS_FAILED;
   unwinding_ = failed;

@@ -824,7 +824,8 @@ L_CallScript:
   if (run_.errorCode != 0) goto fail;
   NEXT();
 L_Exit:
-  goto interrupted;
+  run_.stopFlag = true;
+  goto stopped;
 L_Fail:
   Raise(code->constants[static_cast<uint32_t>(pc->Wide())].i, code->texts[pc->a]);
   goto fail;
@@ -854,7 +855,8 @@ fail:
   RELOAD();
   DISPATCH();
 interrupted:
-  run_.stopFlag = true;
+  SAVE();
+  Interrupt();
 stopped:
   SAVE();
   UnwindAll(unwinding_ ? PROCSTATUS_FAILED : PROCSTATUS_ENDED);

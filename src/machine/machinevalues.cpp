@@ -453,7 +453,7 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
     run_.SetError(call.errorCode, call.errorText);
     failedCall_ = frames_[frameCount_ - 1].pc;
   }
-  if (run_.IsStopRequested()) run_.stopFlag = true;
+  if (run_.IsStopRequested()) Interrupt();
   if (unwinding_ || run_.stopFlag || run_.errorCode >= kFirstFatalError) {
     // Nothing takes the result any more.
     if (stack->GetSize() > height) stack->CutTo(height);

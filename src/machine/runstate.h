@@ -25,6 +25,7 @@ struct RunState {
   }
 
   bool stopFlag = false;
+  bool isInterrupted = false;  ///< it was the host that set the stop flag, by a request to stop
   /// Nonzero ends waiting built-ins early and stops what runs. Set from any thread, and only in the
   /// state of the outermost context of a chain of called scripts.
   std::atomic<uint32_t> wake{0};

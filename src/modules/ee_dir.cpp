@@ -46,7 +46,15 @@ bool Delete(Call& call, std::string_view name) { return DeleteForced(call, name,
 
 bool Exists(Call& call, std::string_view name) { return IsDirectory(call, WithoutSeparator(name)); }
 
+/// Whether the script may learn where it is.
+bool ShowsCurrent(Call& call) {
+  if (PolicyOf(call).ShowsDirectoryName()) return true;
+  FailRefused(call, "the name of the current directory");
+  return false;
+}
+
 std::string GetCurrent(Call& call) {
+  if (!ShowsCurrent(call)) return {};
   std::string current = kel::CurrentDirectory();
   if (!current.empty() && current.size() <= kMaxPath) return current;
   call.Fail(current.empty() ? ERR_FUNCFAILED : ERR_STRINGTOOBIG, {});
@@ -117,6 +125,7 @@ std::string GetShort(Call& call, std::string_view path) {
 }
 
 std::string Complete(Call& call, std::string_view path) {
+  if (kel::PathIsRelative(path) && !ShowsCurrent(call)) return {};
   std::string complete = kel::CompletePath(path);
   if (!kel::PathIsRelative(complete)) return complete;
   // The current directory has been deleted: there is nothing to put in front.

@@ -65,7 +65,7 @@ Text ToAscii(std::string_view value);
 Text ToBinary(std::string_view value);
 Text EscapeHtml(std::string_view value);
 Text EscapeHtmlUrl(std::string_view value);
-Text ExpandEnvironment(std::string_view path);
+Text ExpandEnvironment(Call& call, std::string_view path);
 
 // ee_str_number.cpp
 std::string FormatChar(Call& call, char value, std::string_view format);

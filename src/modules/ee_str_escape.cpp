@@ -2,6 +2,7 @@
 #include <array>
 #include <charconv>
 
+#include "context/tambctxt.h"
 #include "kel/environment.h"
 #include "kel/escape.h"
 #include "kel/kelascii.h"
@@ -126,8 +127,9 @@ Text EscapeHtml(std::string_view value) {
 
 Text EscapeHtmlUrl(std::string_view value) { return EscapeBytes(value, kUrlKept, "%"); }
 
-Text ExpandEnvironment(std::string_view path) {
+Text ExpandEnvironment(Call& call, std::string_view path) {
   if (path.empty()) return {};
+  const bool visible = call.Context().GetFilePolicy().ShowsEnvironment();
   TextBuilder out(path.size());
   size_t at = 0;
   while (at < path.size()) {
@@ -135,7 +137,7 @@ Text ExpandEnvironment(std::string_view path) {
     out.Append(path.substr(at, sign - at));
     if (sign == std::string_view::npos) break;
     const Mention mention = MentionAt(path.substr(sign));
-    const auto value = kel::GetEnvironment(mention.name);
+    const auto value = visible ? kel::GetEnvironment(mention.name) : std::nullopt;
     if (value) {
       out.Append(*value);
       at = sign + mention.length;

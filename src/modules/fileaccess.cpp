@@ -1,6 +1,7 @@
 #include "modules/fileaccess.h"
 
 #include "kel/dirs.h"
+#include "kel/movedlinks.h"
 
 namespace tamber {
 namespace {
@@ -61,6 +62,10 @@ bool MovePath(Call& call, std::string_view source, std::string_view target) {
   if (HasFailed(call)) return false;
   if (!kel::Exists(from)) {
     call.Fail(ERR_FILENOTFOUND, source);
+    return false;
+  }
+  if (!kel::LinksStayAllowed(PolicyOf(call), from, to)) {
+    FailRefused(call, std::string(source) + " is or holds a link that would lead outside");
     return false;
   }
   const kel::FileStatus status = kel::Move(from, to);

@@ -97,6 +97,50 @@ TEST_F(Policy, LibrariesComeFromWhereScriptsMayNotWrite) {
   EXPECT_EQ(ErrorOf("include \"box/netutil.so\"", ""), 102);
 }
 
+TEST_F(Policy, LinksAreJudgedByWhereTheyLeadAfterTheirMove) {
+  Put("outside/target.txt", "secret");
+  fs::create_directories("box/a/b/tree");
+  for (const char* link : {"box/a/tool", "box/a/b/tree/tool"})
+    fs::create_symlink("../outside/target.txt", link);
+  fs::create_symlink("b/tree", "box/a/inside");
+  for (const std::string target : {"box/tool", "box/a/../tool"})
+    EXPECT_EQ(ErrorOf("", "FileMove(\"box/a/tool\", \"" + target + "\")"), 102) << target;
+  EXPECT_THAT(ErrorText(), HasSubstr("lead outside"));
+  EXPECT_EQ(ErrorOf("", "DirMove(\"box/a/b/tree\", \"box/tree\")"), 0) << "box/outside/target.txt";
+  EXPECT_EQ(ErrorOf("", "FileMove(\"box/tree/tool\", \"box/a/t\")"), 0);
+  EXPECT_EQ(ErrorOf("", "FileMove(\"box/a/t\", \"box/t\")"), 102);
+  EXPECT_EQ(ErrorOf("", "FileMove(\"box/a/inside\", \"box/inside\")"), 0) << "leads nowhere";
+  fs::create_directories("box/up/tree");
+  fs::create_symlink("../../../outside/target.txt", "box/up/tree/tool");
+  EXPECT_EQ(ErrorOf("", "DirMove(\"box/up\", \"box/down\")"), 102) << "it leads outside already";
+}
+
+TEST_F(Policy, WhatTheProcessIsCanBeHidden) {
+  setenv("TAMBER_TEST_SECRET", "s", 1);
+  const std::string see = "Print(StrExpandEnvString(\"%TAMBER_TEST_SECRET%\"))";
+  const auto prints = [&](const std::string& body) {
+    context_.ResetContext();
+    Run("proc main()\nErrHandler = INLINE_HANDLER\n" + body + "\nendproc\n");
+    return Printed();
+  };
+  EXPECT_EQ(prints(see), "s");
+  EXPECT_EQ(ErrorOf("", "DirGetCurrent()"), 0);
+  policy_.SetEnvironment(false);
+  policy_.SetDirectoryName(false);
+  context_.SetFilePolicy(policy_);
+  EXPECT_EQ(prints(see), "%TAMBER_TEST_SECRET%");
+  EXPECT_EQ(ErrorOf("", "DirGetCurrent()"), 102);
+  EXPECT_EQ(ErrorOf("", "CompletePath(\"x\")"), 102);
+  EXPECT_EQ(ErrorOf("", "CompletePath(\"/x\")"), 0);
+  kel::FilePolicy reading;
+  for (const bool visible : {true, false}) {
+    reading.SetProcesses(visible);
+    context_.SetFilePolicy(reading);
+    for (const std::string path : {"/proc/self/environ", "/dev/fd/0", "/proc/self/root/etc/passwd"})
+      EXPECT_EQ(ErrorOf("", "FileGetSize(\"" + path + "\")") == 102, !visible) << path;
+  }
+}
+
 TEST_F(Policy, ReportsGoWhereTheHostSaysOrTheScriptMayWrite) {
   const auto report = [this](const char* logFile) {
     notices_.clear();
