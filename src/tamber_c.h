@@ -29,10 +29,11 @@ enum {
   TAMBER_OK = 0,
   TAMBER_FAILED = 1,       /**< the script has an error: see tamber_get_error */
   TAMBER_BAD_HANDLE = 2,   /**< the context or call is null or no longer there */
-  TAMBER_BAD_ARGUMENT = 3, /**< a null pointer, or a position that is not there */
-  TAMBER_NOT_FOUND = 4,    /**< no variable of that name, or no result */
+  TAMBER_BAD_ARGUMENT = 3, /**< a null pointer, a position that is not there, a malformed path */
+  TAMBER_NOT_FOUND = 4,    /**< no variable of that name, no such part, or no result */
   TAMBER_WRONG_TYPE = 5,   /**< the value is not of that type */
-  TAMBER_NO_MEMORY = 6
+  TAMBER_NO_MEMORY = 6,
+  TAMBER_STOPPED = 7 /**< the host has stopped it: see tamber_stop */
 };
 
 /** What a value is. */
@@ -44,8 +45,16 @@ enum {
   TAMBER_FLOAT = 5,
   TAMBER_DOUBLE = 6,
   TAMBER_TEXT = 7,
-  TAMBER_OTHER = 8 /**< a handle, a structure or an array: not for this interface */
+  TAMBER_OTHER = 8, /**< a handle: not for this interface */
+  TAMBER_STRUCT = 9,
+  TAMBER_ARRAY = 10
 };
+
+/** What scripts may do with files; each includes the one before it. */
+enum { TAMBER_NO_ACCESS = 0, TAMBER_READ = 1, TAMBER_WRITE = 2 };
+
+/** What scripts see of the process. */
+enum { TAMBER_ENVIRONMENT = 1, TAMBER_DIRECTORY_NAME = 2, TAMBER_PROCESSES = 4 };
 
 /** The last error; `code` is 0 when there was none. The texts are never null. */
 typedef struct tamber_error {
@@ -58,10 +67,22 @@ typedef struct tamber_error {
   const char* file;
   const char* source_line; /**< of a statement of several lines the one that is meant */
   const char* procedure;
+  uint32_t source_line_number; /**< of source_line, from 1; 0 without a line */
+  uint32_t frames;             /**< procedures that were running: see tamber_get_frame */
 } tamber_error;
+
+/** A procedure that was running when an error came up. */
+typedef struct tamber_frame {
+  const char* procedure;
+  const char* file;
+  uint32_t line; /**< of the statement that it was at, from 1 */
+} tamber_frame;
 
 /** Takes what scripts print. */
 typedef void (*tamber_output)(const char* text, size_t length, void* user);
+/** Is shown each report, dump or trace with the section of the INI file that it belongs to. What it
+ * returns 1 for is not written where that file routes it. */
+typedef int (*tamber_report)(const char* section, const char* text, size_t length, void* user);
 /** A function of the host that scripts call. Anything but TAMBER_OK ends the script's run. */
 typedef int (*tamber_function)(tamber_call* call, void* user);
 
@@ -77,6 +98,41 @@ TAMBER_API int tamber_set_ini(tamber_context* context, const char* path);
 /** Where the output of scripts goes; a null function means standard output. */
 TAMBER_API int tamber_set_output(tamber_context* context, tamber_output output, void* user);
 
+/** Where reports go; a null function means where the INI file routes them. */
+TAMBER_API int tamber_set_report(tamber_context* context, tamber_report report, void* user);
+
+/* What scripts may do; at first everything. Each call changes one thing and leaves the others. */
+/** With files outside of the directories below. */
+TAMBER_API int tamber_allow_files(tamber_context* context, int access);
+/** With a directory and what is below it; of nested ones the innermost counts. TAMBER_NOT_FOUND
+ * when there is no such directory. */
+TAMBER_API int tamber_allow_directory(tamber_context* context, const char* path, int access);
+TAMBER_API int tamber_allow_network(tamber_context* context, int allowed);
+/** `what` is a sum of TAMBER_ENVIRONMENT, TAMBER_DIRECTORY_NAME and TAMBER_PROCESSES. */
+TAMBER_API int tamber_show_process(tamber_context* context, int what);
+
+/* Stopping. A stopped run ends with TAMBER_STOPPED and the error 20120, and so does every further
+ * one until the stop is cancelled or the context reset. */
+/** May be called from any thread. */
+TAMBER_API int tamber_stop(tamber_context* context);
+/** May be called from any thread. */
+TAMBER_API int tamber_is_stopped(tamber_context* context, int* stopped);
+/** Takes a stop back; scripts and globals stay. Not while something runs. */
+TAMBER_API int tamber_cancel_stop(tamber_context* context);
+/** Saves the session and forgets scripts, globals, errors and stops. */
+TAMBER_API int tamber_reset(tamber_context* context);
+
+/* Sessions, as TamberContext has them. TAMBER_FAILED: there is no session, or its store failed. */
+TAMBER_API int tamber_set_session(tamber_context* context, uint32_t session);
+TAMBER_API int tamber_session_exists(tamber_context* context, uint32_t session, int* exists);
+TAMBER_API int tamber_expire_sessions(tamber_context* context, uint32_t max_age_seconds);
+TAMBER_API int tamber_load_session(tamber_context* context);
+TAMBER_API int tamber_save_session(tamber_context* context);
+/** Remembers the values of all globals. */
+TAMBER_API int tamber_keep_globals(tamber_context* context);
+/** Gives them back. TAMBER_FAILED when none were kept. */
+TAMBER_API int tamber_restore_globals(tamber_context* context);
+
 TAMBER_API int tamber_compile_file(tamber_context* context, const char* path);
 /** `name` is what errors call the text. */
 TAMBER_API int tamber_compile_text(tamber_context* context, const char* name, const char* text,
@@ -87,30 +143,55 @@ TAMBER_API int tamber_push_bool(tamber_context* context, int value);
 TAMBER_API int tamber_push_int(tamber_context* context, int32_t value);
 TAMBER_API int tamber_push_double(tamber_context* context, double value);
 TAMBER_API int tamber_push_text(tamber_context* context, const char* text, size_t length);
+/** A global variable as an argument, which a reference parameter can change. */
+TAMBER_API int tamber_push_global(tamber_context* context, const char* name);
 /** Runs a procedure with the arguments that were pushed. They are gone afterwards, also when the
  * procedure cannot take them. */
 TAMBER_API int tamber_run(tamber_context* context, const char* procedure);
 
 /* What the last run gave. Numbers are converted from any number, texts from nothing else. */
+/** Lets the functions below read a part of the result, such as "[2].name"; "" is all of it. */
+TAMBER_API int tamber_result_part(tamber_context* context, const char* part);
 TAMBER_API int tamber_result_type(tamber_context* context, int* type);
+/** Elements of an array, or members of a structure. */
+TAMBER_API int tamber_result_size(tamber_context* context, uint32_t* count);
 TAMBER_API int tamber_result_int(tamber_context* context, int32_t* value);
 TAMBER_API int tamber_result_double(tamber_context* context, double* value);
 TAMBER_API int tamber_result_text(tamber_context* context, const char** text, size_t* length);
 
-/* Global variables and constants; constants cannot be set. */
+/* Global variables and constants; constants cannot be set. Wherever a name is asked for, a part may
+ * follow it as in scripts: "order.lines[1].price". Elements count from 1. */
 TAMBER_API int tamber_get_type(tamber_context* context, const char* name, int* type);
+/** Elements of an array, or members of a structure. */
+TAMBER_API int tamber_get_size(tamber_context* context, const char* name, uint32_t* count);
+/** The name of a structure's member, by its position from 0. */
+TAMBER_API int tamber_get_member(tamber_context* context, const char* name, uint32_t position,
+                                 const char** member);
 TAMBER_API int tamber_get_int(tamber_context* context, const char* name, int32_t* value);
 TAMBER_API int tamber_get_double(tamber_context* context, const char* name, double* value);
 TAMBER_API int tamber_get_text(tamber_context* context, const char* name, const char** text,
                                size_t* length);
+/** The numbers of an array: at most `room` of them are copied; `count` is how many it has. */
+TAMBER_API int tamber_get_ints(tamber_context* context, const char* name, int32_t* values,
+                               uint32_t room, uint32_t* count);
+TAMBER_API int tamber_get_doubles(tamber_context* context, const char* name, double* values,
+                                  uint32_t room, uint32_t* count);
 TAMBER_API int tamber_set_int(tamber_context* context, const char* name, int32_t value);
 TAMBER_API int tamber_set_double(tamber_context* context, const char* name, double value);
 TAMBER_API int tamber_set_text(tamber_context* context, const char* name, const char* text,
                                size_t length);
 
+/** Makes an array hold these numbers. */
+TAMBER_API int tamber_set_ints(tamber_context* context, const char* name, const int32_t* values,
+                               uint32_t count);
+TAMBER_API int tamber_set_doubles(tamber_context* context, const char* name, const double* values,
+                                  uint32_t count);
+/** Gives an array another number of elements; new ones are empty. */
+TAMBER_API int tamber_set_size(tamber_context* context, const char* name, uint32_t count);
+
 /** Makes a function of the host a built-in under a prototype in the language's own syntax, such as
- * "double Area (int W, double H)". Parameters and result are scalars and texts. A function that
- * returns nothing gives 0 or "". */
+ * "double Area (int W, double H)". Parameters may be of every type, results are scalars and texts.
+ * A function that returns nothing gives 0 or "". */
 TAMBER_API int tamber_register(tamber_context* context, const char* prototype,
                                tamber_function function, void* user);
 /* The arguments of a call, counted from 0. A text is good until the function returns. */
@@ -119,6 +200,17 @@ TAMBER_API int tamber_arg_int(tamber_call* call, uint32_t position, int32_t* val
 TAMBER_API int tamber_arg_double(tamber_call* call, uint32_t position, double* value);
 TAMBER_API int tamber_arg_text(tamber_call* call, uint32_t position, const char** text,
                                size_t* length);
+/* Parts of arguments that are structures and arrays, as in "[2].name"; "" is the whole. */
+TAMBER_API int tamber_arg_part_type(tamber_call* call, uint32_t position, const char* part,
+                                    int* type);
+TAMBER_API int tamber_arg_part_size(tamber_call* call, uint32_t position, const char* part,
+                                    uint32_t* count);
+TAMBER_API int tamber_arg_part_int(tamber_call* call, uint32_t position, const char* part,
+                                   int32_t* value);
+TAMBER_API int tamber_arg_part_double(tamber_call* call, uint32_t position, const char* part,
+                                      double* value);
+TAMBER_API int tamber_arg_part_text(tamber_call* call, uint32_t position, const char* part,
+                                    const char** text, size_t* length);
 TAMBER_API int tamber_return_int(tamber_call* call, int32_t value);
 TAMBER_API int tamber_return_double(tamber_call* call, double value);
 TAMBER_API int tamber_return_text(tamber_call* call, const char* text, size_t length);
@@ -128,6 +220,8 @@ TAMBER_API int tamber_raise(tamber_call* call, int32_t code, const char* text);
 
 /** The last error of compiling or running. */
 TAMBER_API int tamber_get_error(tamber_context* context, tamber_error* error);
+/** A procedure that was running when it came up, the innermost at position 0. */
+TAMBER_API int tamber_get_frame(tamber_context* context, uint32_t position, tamber_frame* frame);
 
 #ifdef __cplusplus
 }

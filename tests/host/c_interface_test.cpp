@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "tamber_c.h"
 
@@ -57,9 +61,109 @@ TEST_F(CInterfaceTest, ValuesGoInAndComeOut) {
   EXPECT_EQ(length, 3u);
   int type = 0;
   EXPECT_EQ(tamber_get_type(context_, "list", &type), TAMBER_OK);
-  EXPECT_EQ(type, TAMBER_OTHER);
+  EXPECT_EQ(type, TAMBER_ARRAY);
   EXPECT_EQ(tamber_run(context_, "Nothing"), TAMBER_OK);
   EXPECT_EQ(tamber_result_int(context_, &number), TAMBER_NOT_FOUND) << "the old result is gone";
+}
+
+TEST_F(CInterfaceTest, StructuresAndArraysAreReachedByPath) {
+  ASSERT_EQ(Compile("struct Line\n  string name\n  double[] prices\nendstruct\n"
+                    "struct Order\n  Line[2] lines\n  estring key\nendstruct\n"
+                    "Order order\nint[] list\n"
+                    "Order Copy(Order & o, int[] numbers)\n  o.lines[2].name = \"changed\"\n"
+                    "  o.lines[1].prices <<= numbers[3]\n  return o\nendproc\n"),
+            TAMBER_OK);
+  const int32_t numbers[] = {4, 5, 6};
+  EXPECT_EQ(tamber_set_ints(context_, "list", numbers, 3), TAMBER_OK);
+  EXPECT_EQ(tamber_set_int(context_, "list[2]", -5), TAMBER_OK);
+  EXPECT_EQ(tamber_set_text(context_, "order.lines[1].name", "first", 5), TAMBER_OK);
+  EXPECT_EQ(tamber_set_text(context_, "order.key", "k", 1), TAMBER_OK);
+  EXPECT_EQ(tamber_set_size(context_, "order.lines[1].prices", 1), TAMBER_OK);
+  EXPECT_EQ(tamber_push_global(context_, "order"), TAMBER_OK);
+  EXPECT_EQ(tamber_push_global(context_, "list"), TAMBER_OK);
+  ASSERT_EQ(tamber_run(context_, "Copy"), TAMBER_OK) << Error().text;
+  const char* text = nullptr;
+  EXPECT_EQ(tamber_get_text(context_, "order.lines[2].name", &text, nullptr), TAMBER_OK);
+  EXPECT_STREQ(text, "changed") << "by reference";
+  EXPECT_EQ(tamber_get_text(context_, "order.key", &text, nullptr), TAMBER_OK);
+  EXPECT_STREQ(text, "k");
+  EXPECT_EQ(tamber_get_member(context_, "order.lines[1]", 1, &text), TAMBER_OK);
+  EXPECT_STREQ(text, "prices");
+  int32_t copied[2] = {};
+  uint32_t count = 0;
+  EXPECT_EQ(tamber_get_ints(context_, "list", copied, 2, &count), TAMBER_OK);
+  EXPECT_EQ(count, 3u);
+  EXPECT_EQ(copied[1], -5);
+  EXPECT_EQ(tamber_result_size(context_, &count), TAMBER_OK);
+  EXPECT_EQ(count, 2u);
+  EXPECT_EQ(tamber_result_part(context_, ".lines[1].prices[2]"), TAMBER_OK);
+  double price = 0;
+  EXPECT_EQ(tamber_result_double(context_, &price), TAMBER_OK);
+  EXPECT_EQ(price, 6);
+  for (const auto& [path, status] : std::initializer_list<std::pair<const char*, int>>{
+           {"order.lines[0]", TAMBER_NOT_FOUND},
+           {"order.lines[3]", TAMBER_NOT_FOUND},
+           {"order.lines[4294967297]", TAMBER_BAD_ARGUMENT},
+           {"order.none", TAMBER_NOT_FOUND},
+           {"order[1]", TAMBER_WRONG_TYPE},
+           {"list[1].x", TAMBER_WRONG_TYPE},
+           {"list[1", TAMBER_BAD_ARGUMENT},
+           {"list[]", TAMBER_BAD_ARGUMENT},
+           {"list[1]x", TAMBER_BAD_ARGUMENT},
+           {"order.", TAMBER_BAD_ARGUMENT},
+           {"list", TAMBER_WRONG_TYPE}}) {
+    int32_t number = 0;
+    EXPECT_EQ(tamber_get_int(context_, path, &number), status) << path;
+    EXPECT_EQ(tamber_set_int(context_, path, 1), status) << path;
+  }
+}
+
+TEST_F(CInterfaceTest, LimitsAndStopsAreTheHosts) {
+  ASSERT_EQ(Compile("session int n = 1\nproc Read()\n  FileGetSize(\"/etc/passwd\")\nendproc\n"
+                    "proc Inner()\n  n = 5\n  while TRUE\n  wend\nendproc\n"
+                    "proc Deep()\n  Inner()\nendproc\n"),
+            TAMBER_OK);
+  std::string reports;
+  const auto take = [](const char*, const char* text, size_t length, void* user) {
+    static_cast<std::string*>(user)->append(text, length);
+    return 1;
+  };
+  tamber_set_report(context_, take, &reports);
+  EXPECT_EQ(tamber_keep_globals(context_), TAMBER_OK);
+  EXPECT_EQ(tamber_run(context_, "Read"), TAMBER_OK);
+  EXPECT_EQ(tamber_allow_files(context_, TAMBER_NO_ACCESS), TAMBER_OK);
+  EXPECT_EQ(tamber_allow_files(context_, 3), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_allow_directory(context_, "/no such", TAMBER_READ), TAMBER_NOT_FOUND);
+  EXPECT_EQ(tamber_allow_network(context_, 0), TAMBER_OK);
+  EXPECT_EQ(tamber_show_process(context_, 8), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_run(context_, "Read"), TAMBER_FAILED);
+  EXPECT_EQ(Error().code, 102);
+  EXPECT_EQ(Error().source_line_number, 3u);
+  EXPECT_NE(reports.find("Refused"), std::string::npos);
+  std::thread timer([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    tamber_stop(context_);
+  });
+  EXPECT_EQ(tamber_run(context_, "Deep"), TAMBER_STOPPED);
+  timer.join();
+  tamber_frame frame;
+  ASSERT_EQ(Error().frames, 2u);
+  EXPECT_EQ(tamber_get_frame(context_, 1, &frame), TAMBER_OK);
+  EXPECT_STREQ(frame.procedure, "Deep");
+  EXPECT_EQ(frame.line, 11u);
+  EXPECT_EQ(tamber_get_frame(context_, 2, &frame), TAMBER_NOT_FOUND);
+  EXPECT_EQ(tamber_run(context_, "Read"), TAMBER_STOPPED);
+  EXPECT_EQ(tamber_cancel_stop(context_), TAMBER_OK);
+  EXPECT_EQ(tamber_run(context_, "Read"), TAMBER_FAILED);
+  int32_t n = 0;
+  EXPECT_EQ(tamber_get_int(context_, "n", &n), TAMBER_OK);
+  EXPECT_EQ(n, 5);
+  EXPECT_EQ(tamber_restore_globals(context_), TAMBER_OK);
+  EXPECT_EQ(tamber_get_int(context_, "n", &n), TAMBER_OK);
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(tamber_save_session(context_), TAMBER_FAILED) << "there is none";
+  EXPECT_EQ(tamber_reset(context_), TAMBER_OK);
+  EXPECT_EQ(tamber_get_int(context_, "n", &n), TAMBER_NOT_FOUND);
 }
 
 TEST_F(CInterfaceTest, ErrorsSayWhere) {
