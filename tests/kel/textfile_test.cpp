@@ -12,31 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string LineOf(const LineFile& file, int32_t line) {
-  std::string_view text;
-  return file.Get(line, text) ? std::string(text) : "none";
-}
-
-TEST(LineFile, EachLineKeepsItsEnd) {
-  LineFile file("one\r\ntwo\nthree");
-  EXPECT_EQ(file.Count(), 3U);
-  EXPECT_EQ(LineOf(file, 1), "one");
-  EXPECT_EQ(LineOf(file, 2), "two");
-  EXPECT_EQ(LineOf(file, 3), "three");
-  for (const int32_t line : {0, -1, 4, INT32_MIN, INT32_MAX}) {
-    EXPECT_EQ(LineOf(file, line), "none");
-    EXPECT_FALSE(file.Delete(line));
-  }
-  EXPECT_FALSE(file.Insert(5, "x"));
-  EXPECT_FALSE(file.IsChanged());
-  EXPECT_TRUE(file.Insert(2, "new"));
-  EXPECT_TRUE(file.Add("last"));
-  EXPECT_EQ(file.Text(), "one\r\nnew\r\ntwo\nthree\r\nlast");
-  EXPECT_TRUE(file.Delete(1));
-  EXPECT_TRUE(file.Delete(4));
-  EXPECT_EQ(file.Text(), "new\r\ntwo\nthree\r\n");
-}
-
 class TextFileTest : public TempDirTest {};
 
 TEST_F(TextFileTest, RewritingKeepsModeOwnerAndLinks) {
