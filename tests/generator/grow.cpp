@@ -488,11 +488,9 @@ class Grower {
   /// An assignment of some kind.
   void AddChange(std::vector<Statement>& body) {
     if (OneIn(6) && !IsLocal(focus_.name) && !IsLocal("twin")) {
-      const ExprPtr focus = MakeName(focus_.name, focus_.type);
-      const ExprPtr twin = MakeName("twin", focus_.type);
-      const bool back = OneIn(2);
-      body.push_back(MakeAssign(back ? focus : twin, "=", back ? twin : focus));
-      return;
+      ExprPtr from = MakeName(focus_.name, focus_.type), to = MakeName("twin", focus_.type);
+      if (OneIn(2)) std::swap(from, to);
+      return body.push_back(MakeAssign(to, "=", from));
     }
     const Type type = AnyType();
     ExprPtr target = FindPlace(OneIn(6) ? kGeneric : type, true);
@@ -506,13 +504,11 @@ class Grower {
     }
     const Kind kind = target->type.kind;
     const bool number = kind >= Kind::Char && kind <= Kind::Double;
-    if (number && OneIn(4)) {
-      body.push_back(MakeAssign(target, AnyOf({"+=", "-=", "*="}), Make(kind, 2)));
-    } else if (kind == Kind::String && OneIn(4)) {
-      body.push_back(MakeAssign(target, "+=", Make(AnyKind(), 2)));
-    } else {
-      body.push_back(MakeAssign(target, "=", MakeOf(target->type, 3)));
-    }
+    std::string op = "=";
+    if (OneIn(4) && number) op = AnyOf({"+=", "-=", "*="});
+    if (OneIn(4) && kind == Kind::String) op = "+=";
+    const ExprPtr value = op == "=" ? MakeOf(target->type, 3) : Make(number ? kind : AnyKind(), 2);
+    body.push_back(MakeAssign(target, op, value));
   }
 
   void AddResize(std::vector<Statement>& body, const ExprPtr& array) {
