@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "tamber.h"
 #include "values/errcodes.h"
@@ -56,15 +57,11 @@ TEST_F(Generated, ExpressionsAreAsDeepAsTheCompilerBears) {
                    Repeat(close, depth) + "\nPrint(\"\" + x)\n",
                "int f(int n)\nreturn n\nendproc\n");
   };
-  EXPECT_EQ(nested("(", ")", 400), "1");
-  EXPECT_EQ(nested("f(", ")", 400), "1");
-  EXPECT_EQ(nested("a[", "]", 400), "1");
-  EXPECT_EQ(nested("-(", ")", 400), "1");
-  EXPECT_EQ(nested("Max(1, ", ")", 400), "1");
-  EXPECT_EQ(nested("(", ")", 100000), refused);
-  EXPECT_EQ(nested("f(", ")", 100000), refused);
-  EXPECT_EQ(nested("a[", "]", 100000), refused);
-  EXPECT_EQ(nested("Max(1, ", ")", 100000), refused);
+  for (const auto& [open, close] : {std::pair("(", ")"), std::pair("f(", ")"), std::pair("a[", "]"),
+                                    std::pair("-(", ")"), std::pair("Max(1, ", ")")}) {
+    EXPECT_EQ(nested(open, close, 400), "1");
+    EXPECT_EQ(nested(open, close, 100000), refused) << open;
+  }
   EXPECT_EQ(nested("(", "", 100000), refused);
 }
 
