@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "expr/testnames.h"
-#include "values/errcodes.h"
 #include "values/varint.h"
 
 namespace {
@@ -20,15 +19,6 @@ TEST(ExpressionAlone, IsCompiledAndEvaluated) {
   Stack stack;
   ASSERT_TRUE(compiler.EvaluateExpression(&stack));
   EXPECT_EQ(stack.PopInteger(), 42);
-}
-
-TEST(ExpressionAlone, NamesThatNobodyKnowsAreRefused) {
-  TestNames names;
-  ExpressionCompiler compiler(names);
-  ASSERT_FALSE(compiler.CompileExpression("1 + unknown", ""));
-  EXPECT_EQ(compiler.GetError(), ERR_EXPRBADTOKEN);
-  EXPECT_EQ(compiler.GetErrorText(), "unknown");
-  EXPECT_EQ(compiler.GetErrorOffset(), 4u);
 }
 
 }  // namespace
