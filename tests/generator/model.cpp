@@ -258,6 +258,10 @@ class Model {
     return Leaf(Scalar::Empty(expr.type.kind));
   }
 
+  static bool Fits(Type wanted, Type type) {
+    return wanted == kGeneric ? type.array : type == wanted;
+  }
+
   NodePtr EvalCall(const Expr& expr) {
     const auto& procedures = program_.procedures;
     const auto named = [&](const Procedure& each) { return each.name == expr.text; };
@@ -266,16 +270,17 @@ class Model {
     // A built-in forgets earlier errors before its arguments, a procedure behind them.
     if (found == procedures.end()) pending_ = 0;
     for (size_t i = 0; i < expr.args.size(); ++i) {
-      if (found != procedures.end() && found->parameters[i].reference) {
-        args.push_back(Place(*expr.args[i]));
-        // The name of a local whose declaration did not run means something else.
-        const Type wanted = found->parameters[i].type;
-        const Type type = args.back()->type;
-        if (wanted == kGeneric ? !type.array : type != wanted) throw Unspecified();
-      } else {
-        const Type wanted = found != procedures.end() ? found->parameters[i].type : kNoType;
-        args.push_back(Clone(*Eval(*expr.args[i], wanted == Plain(Kind::Double))));
-      }
+      const Expr& arg = *expr.args[i];
+      const Type wanted = found != procedures.end() ? found->parameters[i].type : kNoType;
+      const bool reference = found != procedures.end() && found->parameters[i].reference;
+      const NodePtr value = reference ? Place(arg) : Eval(arg, wanted == Plain(Kind::Double));
+      // The name of a local whose declaration did not run means something else.
+      const bool known = arg.form == Expr::Form::Name || arg.form == Expr::Form::Element ||
+                         arg.form == Expr::Form::Member;
+      const Type type = arg.type == kGeneric ? value->type : arg.type;
+      if (known && type != kNoType && (type != value->type || (reference && !Fits(wanted, type))))
+        throw Unspecified();
+      args.push_back(reference ? value : Clone(*value));
     }
     if (found == procedures.end()) return CallBuiltIn(expr.text, args);
     pending_ = 0;
