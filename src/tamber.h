@@ -4,6 +4,7 @@
 /// All that a host needs to compile and run Tamber scripts.
 
 #include "context/tambctxt.h"
+#include "frontend/script.h"
 #include "functions/module.h"
 #include "host/call.h"
 #include "host/register.h"
@@ -11,6 +12,8 @@
 #include "kel/keldebug.h"
 #include "kel/kelstring.h"
 #include "kel/notice.h"
+#include "kel/sessionstore.h"
+#include "text/tokenise.h"
 #include "values/vararray.h"
 #include "values/varbool.h"
 #include "values/varchar.h"

@@ -223,6 +223,8 @@ class ContextState final : public MachineHost, public CompileHost {
   std::set<std::string>& Loading() override { return loading; }
   KelDebug& Log() override { return debug; }
 
+  /// As TamberContext::EvaluateText, for a value that will be assigned to `target`.
+  Variable* EvaluateText(const KelString& expression, int32_t& code, const TypeDesc& target);
   /// The policy after run-time errors that holds now.
   KelString ErrorHandler();
   /// Reports a run-time error, which is then gone.

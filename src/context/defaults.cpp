@@ -160,6 +160,27 @@ void ApplyDefaults(TamberContext& context) {
   state.run.ScopeChanged();
 }
 
+void RestoreBuiltIns(TamberContext& context) {
+  const TypeList& types = DefaultTypes(nullptr);
+  for (uint32_t i = 0; i < types.GetTypeCount(); ++i) {
+    const KelString name = types.GetTypeName(i);
+    const TamberType* type = types.Lookup(name.View());
+    if (context.FindType(name) == TypeList::kNotFound)
+      context.AddType(name, type->GetVariable()->Clone(), type->GetTypeFlags());
+  }
+  const VarList& constants = DefaultConstants();
+  for (uint32_t i = 0; i < constants.GetSize(); ++i) {
+    const Variable& constant = *constants.GetVariable(i);
+    if (context.PeekConstant(constant.OwnName().View()) != nullptr) continue;
+    Variable* copy = constant.Clone();
+    copy->SetVarFlags(constant.GetVarFlags());
+    context.AddVariable(copy, VARLIST_CONSTANT);
+  }
+  const FunctionList& functions = DefaultFunctions();
+  for (uint32_t i = 1; i <= functions.GetFunctionCount(); ++i)
+    context.AddFunction(functions.ShareFunction(i), false);
+}
+
 namespace {
 
 std::unique_ptr<VarList> CloneScope(const VarList& list) {

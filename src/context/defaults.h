@@ -11,6 +11,9 @@ class ContextState;
 /// own only where it changes something.
 void ApplyDefaults(TamberContext& context);
 
+/// Adds what of these types, constants and functions the context has lost.
+void RestoreBuiltIns(TamberContext& context);
+
 /// Gives a called script's context what the caller's scopes hold, copied.
 void InheritScopes(ContextState& from, ContextState& to);
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "context/contextstate.h"
+#include "context/defaults.h"
 #include "frontend/structdef.h"
 #include "kel/notice.h"
 #include "values/cellops.h"
@@ -296,6 +297,10 @@ void TamberContext::RegisterFunctionModule(const FUNCMOD_REGISTRATION* registrat
   if (registration == nullptr) return;
   const std::lock_guard lock(tamber::ModuleMutex());
   tamber::RegisterLists(*this, registration);
+}
+
+void TamberContext::RegisterDefaultFunctions(bool skip) {
+  if (!skip) tamber::RestoreBuiltIns(*this);
 }
 
 const void* TamberContext::FindRegistrationList(const FUNCMOD_REGISTRATION* registration,

@@ -78,6 +78,35 @@ int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
   return status == PROCSTATUS_ENDED ? 1 : 0;
 }
 
+Variable* ContextState::EvaluateText(const KelString& expression, int32_t& code,
+                                     const TypeDesc& target) {
+  code = 0;
+  if (expression.View().find('\0') != std::string_view::npos) {
+    // Lines end at a NUL, and half of an expression is another one.
+    code = ERR_EXPRBADTOKEN;
+    return nullptr;
+  }
+  ExpressionCompiler compiler(&context, nullptr, true);
+  Tokeniser tokeniser(expression.GetString());
+  if (!compiler.CompileAssigned(&tokeniser, KelString(";"), target, "")) {
+    code = compiler.GetError();
+    return nullptr;
+  }
+  Stack stack;
+  if (compiler.EvaluateExpression(&stack)) return stack.PopVariable();
+  code = run.errorCode != 0 ? run.errorCode : ERR_FUNCFAILED;
+  // What went wrong is the caller's to report or to forget; only without memory the run ends.
+  if (code != ERR_NOMEMORY) {
+    run.errorCode = 0;
+    run.errorText.Clear();
+    run.errorDetail.Clear();
+  } else if (!run.errorReported) {
+    run.errorText = expression.Left(200);
+    run.errorDetail = run.errorText;
+  }
+  return nullptr;
+}
+
 }  // namespace tamber
 
 TamberContext::TamberContext(XmlProxyClient* proxy)
@@ -192,6 +221,20 @@ int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
   }
 }
 
+int32_t TamberContext::ExecuteProcStatements(TamberProcedure* procedure, Stack* stack) {
+  if (state_->run.stopFlag && !state_->run.isInterrupted) return tamber::PROCSTATUS_ENDED;
+  try {
+    Stack own;
+    if (procedure == nullptr)
+      SetContextError(ERR_PROCNOTFOUND, "");
+    else if (state_->RunFound(*procedure, stack != nullptr ? *stack : own) != 0)
+      return tamber::PROCSTATUS_ENDED;
+  } catch (const std::bad_alloc&) {
+    SetContextError(ERR_NOMEMORY, "");
+  }
+  return tamber::PROCSTATUS_FAILED;
+}
+
 void TamberContext::RequestStop() {
   std::atomic<uint32_t>& wake = *state_->run.rootWake;
   wake.store(1, std::memory_order_release);
@@ -236,36 +279,7 @@ void TamberContext::ResetContext() {
 }
 
 Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code) {
-  return EvaluateText(expression, code, *tamber::TypeDesc::Of(tamber::Kind::Any));
-}
-
-Variable* TamberContext::EvaluateText(const KelString& expression, int32_t& code,
-                                      const tamber::TypeDesc& target) {
-  code = 0;
-  if (expression.View().find('\0') != std::string_view::npos) {
-    // Lines end at a NUL, and half of an expression is another one.
-    code = ERR_EXPRBADTOKEN;
-    return nullptr;
-  }
-  ExpressionCompiler compiler(this, nullptr, true);
-  Tokeniser tokeniser(expression.GetString());
-  if (!compiler.CompileAssigned(&tokeniser, KelString(";"), target, "")) {
-    code = compiler.GetError();
-    return nullptr;
-  }
-  Stack stack;
-  if (compiler.EvaluateExpression(&stack)) return stack.PopVariable();
-  code = state_->run.errorCode != 0 ? state_->run.errorCode : ERR_FUNCFAILED;
-  // What went wrong is the caller's to report or to forget; only without memory the run ends.
-  if (code != ERR_NOMEMORY) {
-    state_->run.errorCode = 0;
-    state_->run.errorText.Clear();
-    state_->run.errorDetail.Clear();
-  } else if (!state_->run.errorReported) {
-    state_->run.errorText = expression.Left(200);
-    state_->run.errorDetail = state_->run.errorText;
-  }
-  return nullptr;
+  return state_->EvaluateText(expression, code, *tamber::TypeDesc::Of(tamber::Kind::Any));
 }
 
 int32_t TamberContext::GetSwitch(std::string_view name) {

@@ -147,6 +147,8 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// runs on a stack of its own. Nonzero when it ended well, by "exit" included; after that nothing
   /// runs until ResetContext, and this returns nonzero at once.
   int32_t RunProcedure(const KelString& name, Stack* stack);
+  /// The same for a procedure that has been found: 1 when it ended well, 2 when an error ended it.
+  int32_t ExecuteProcStatements(TamberProcedure* procedure, Stack* stack);
   /// Ends what this context runs, also in scripts that it calls, and waits of built-ins at once.
   /// Whoever runs something is told so: it fails with error 20120, `ERR_STOPPED`, which no error
   /// policy of a script sees. The diagnostic says where the script was; a report is written only
@@ -196,6 +198,12 @@ class TAMBER_API TamberContext : public TamberOperators,
   Variable* RemoveVariable(const KelString& name, enum_VarListType scope);
   void ReplaceVariable(uint32_t index, Variable* variable, enum_VarListType scope);
   void ClearVarList(uint32_t mask);
+  /// Makes a further, empty local scope the one that look-ups and AddVariable mean, until it is
+  /// removed or the procedure that runs ends.
+  void CreateLocalContext();
+  /// Destroys the scope that CreateLocalContext made last, with its variables; nothing when there
+  /// is none.
+  void RemoveLocalContext();
   int32_t CheckUniqueVar(const KelString& name, uint32_t mask);
   /// Reads a type word (with brackets) and makes a variable of it; null with error 20208.
   Variable* CreateVariable(Tokeniser* tokeniser, const KelString& name);
@@ -206,6 +214,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   uint32_t RegisterFunction(const KelString& prototype, TamberFunctionExPtr implementation,
                             FuncType_e type, bool replace, const FunctionTraits& traits = {});
   void RegisterFunctionModule(const FUNCMOD_REGISTRATION* registration);
+  /// Registers what of the built-in modules is missing, unless `skip` is set. A new context has all
+  /// of it; what a host has put in place of it stays.
+  void RegisterDefaultFunctions(bool skip);
   static const void* FindRegistrationList(const FUNCMOD_REGISTRATION* registration,
                                           enum_FuncModRegType type);
   void RegisterBoolean(const KelString& name, int32_t value, enum_VarListType list);
@@ -259,9 +270,6 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// Compiles and evaluates an expression that sees the caller's variables. The result's holder is
   /// the caller's; null with `code` set when it does not compile or ends with an error.
   Variable* EvaluateText(const KelString& expression, int32_t& code);
-  /// The same for a value that will be assigned to `target`.
-  TAMBER_LOCAL Variable* EvaluateText(const KelString& expression, int32_t& code,
-                                      const tamber::TypeDesc& target);
   /// Integer value of a switch such as StrCase or IntBase: a local of that name wins over the
   /// global.
   int32_t GetSwitch(std::string_view name);

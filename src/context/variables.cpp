@@ -122,6 +122,15 @@ void TamberContext::ClearVarList(uint32_t mask) {
     if ((mask & scope) != 0) ListOf(State(), scope)->reset();
 }
 
+void TamberContext::CreateLocalContext() {
+  State().run.ScopeChanged();
+  State().machine->CreateLocalScope();
+}
+
+void TamberContext::RemoveLocalContext() {
+  if (State().machine->RemoveLocalScope()) State().run.ScopeChanged();
+}
+
 int32_t TamberContext::CheckUniqueVar(const KelString& name, uint32_t mask) {
   int32_t error = 0;
   // Types that a script defines refuse a variable only in the very same spelling, so that

@@ -11,6 +11,8 @@
 
 namespace tamber {
 
+class Machine;
+
 /// One entry of the evaluation stack: a value with its kind, or a shared variable.
 /// A scalar or a text gets an object of its own only when somebody asks for one.
 struct StackEntry {
@@ -77,9 +79,6 @@ class TAMBER_API Stack {
   void PushTyped(const tamber::TypeDesc& type, tamber::Cell cell);
   /// The entry `depth` below the top; only while GetSize() > depth.
   const tamber::StackEntry& Peek(uint32_t depth) const { return entries_[size_ - 1 - depth]; }
-  /// Makes a text of one character of the character `depth` below the top: typed pops would read it
-  /// as "".
-  TAMBER_LOCAL void MakeText(uint32_t depth);
   /// Forgets the top entry without a release: its cell and type are the caller's from now on.
   void Forget() { --size_; }
   /// Takes the top entry off together with what it owns; only on a stack that is not empty. A
@@ -104,6 +103,10 @@ class TAMBER_API Stack {
   }
 
  private:
+  friend class tamber::Machine;
+  /// Makes a text of one character of the character `depth` below the top: typed pops would read it
+  /// as "".
+  TAMBER_LOCAL void MakeText(uint32_t depth);
   TAMBER_LOCAL void PushText(std::string_view text);
   /// False, and the entry released, without memory.
   TAMBER_LOCAL bool Append(tamber::Kind kind, tamber::Cell cell, const tamber::TypeDesc* type);

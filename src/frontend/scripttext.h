@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kel/export.h"
 #include "kel/kelstring.h"
 
 namespace kel {
@@ -18,7 +19,7 @@ namespace tamber {
 /// procedures outlive a script of which a later part failed to compile.
 ///
 /// Lines are numbered as reports show them: from `FirstLine()`, which is 1 for files.
-class ScriptText {
+class TAMBER_API ScriptText {
  public:
   static constexpr uint64_t kMaxBytes = uint64_t{256} << 20;
   /// Larger first lines are taken as this one, so that no line number wraps.

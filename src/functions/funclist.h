@@ -14,6 +14,12 @@
 #include "kel/kelstring.h"
 #include "kel/namefilter.h"
 
+class ExpressionParser;
+
+namespace tamber {
+class Machine;
+}
+
 /// The built-in functions that scripts may call, ordered by name.
 ///
 /// Entries are addressed by a 1-based index; 0 means "none". Names ignore case. Overloads of a name
@@ -69,14 +75,6 @@ class TAMBER_API FunctionList {
   /// whether an argument's type could be assigned from the parameter's, this asks for the other
   /// direction. False: error 20505.
   bool TakesArguments(uint32_t index, std::span<const tamber::TypeDesc* const> arguments) const;
-  /// For a call that was compiled with `bound` although types of arguments were unknown: the
-  /// overload for the types that have come. It promises what `bound` promises. Null: none, and
-  /// `error` is why.
-  TAMBER_LOCAL std::shared_ptr<const TamberFunction> ChooseOverload(
-      const TamberFunction& bound, std::span<const tamber::TypeDesc* const> arguments,
-      int32_t& error) const;
-  /// Whether all overloads with as many parameters have results of the same type.
-  TAMBER_LOCAL bool HasOneResult(uint32_t index) const;
 
   /// Takes an entry out, or puts `former`, which has the same name, in its place. False when the
   /// entry is not in the list any more.
@@ -101,6 +99,16 @@ class TAMBER_API FunctionList {
     std::vector<std::shared_ptr<const TamberFunction>> functions;  // entry n is at n - 1
   };
 
+  friend class tamber::Machine;
+  friend class ExpressionParser;
+  /// For a call that was compiled with `bound` although types of arguments were unknown: the
+  /// overload for the types that have come. It promises what `bound` promises. Null: none, and
+  /// `error` is why.
+  TAMBER_LOCAL std::shared_ptr<const TamberFunction> ChooseOverload(
+      const TamberFunction& bound, std::span<const tamber::TypeDesc* const> arguments,
+      int32_t& error) const;
+  /// Whether all overloads with as many parameters have results of the same type.
+  TAMBER_LOCAL bool HasOneResult(uint32_t index) const;
   /// Where a function of that name is inserted.
   TAMBER_LOCAL uint32_t FindNearestFunction(std::string_view name) const;
   /// The overload with exactly the parameter types of `wanted`, or 0.

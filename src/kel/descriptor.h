@@ -2,10 +2,12 @@
 
 #include <utility>
 
+#include "kel/export.h"
+
 namespace kel {
 
 /// Owns a file descriptor and closes it when it leaves scope.
-class Descriptor {
+class TAMBER_API Descriptor {
  public:
   Descriptor() = default;
   explicit Descriptor(int value) : value_(value) {}

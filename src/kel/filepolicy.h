@@ -22,7 +22,7 @@ enum class Links { Follow, Keep };
 /// File functions take places, not paths, so that none of them can forget to ask. Where the policy
 /// confines scripts to directories, the directory is open already and was reached without a single
 /// symbolic link: what another process changes in between cannot lead out.
-class Place {
+class TAMBER_API Place {
  public:
   enum class State { Found, Missing, Refused };
 

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 
-#include "kel/export.h"
 #include "kel/kelstring.h"
 
 /// Reads an INI file; never writes one.
@@ -18,7 +17,7 @@
 /// (UTF-16 is turned into UTF-8). Lines of any other shape are passed over; keys before the first
 /// section belong to the section "". There is no limit on lengths, but a file above 16 MiB, or
 /// anything that is no regular file, reads as if it was not there.
-class TAMBER_API IniFile {
+class IniFile {
  public:
   explicit IniFile(const KelString& path) : path_(path) {}
 

@@ -14,6 +14,6 @@ using NoticeHandler = void (*)(void* user, const KelString& caption, const KelSt
 TAMBER_API void SetNoticeHandler(NoticeHandler handler, void* user);
 
 /// Shows a notice. Exceptions of the handler end here.
-void Notice(const KelString& caption, const KelString& text);
+TAMBER_API void Notice(const KelString& caption, const KelString& text);
 
 }  // namespace kel

@@ -3,14 +3,13 @@
 #include <string>
 #include <string_view>
 
-#include "kel/export.h"
 #include "kel/kelstring.h"
 
 /// Takes a path apart into drive, directory, file root and extension and puts it together again.
 ///
 /// Both "\" and "/" separate, and a letter with ":" in front is a drive, whatever system wrote the
 /// path. The separators that stand in the path are kept; nothing here looks at the disk.
-class TAMBER_API PathParser {
+class PathParser {
  public:
   PathParser() = default;
   explicit PathParser(const KelString& path) { SetPath(path); }

@@ -45,6 +45,6 @@ namespace kel {
 
 /// Opens the store that `spec` names: "redis://host:port/db" a server, anything else a file. Never
 /// null, and never fails: what cannot be opened is an empty store that takes nothing.
-std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec);
+TAMBER_API std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec);
 
 }  // namespace kel

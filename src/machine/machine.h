@@ -68,6 +68,11 @@ class Machine {
   Variable* RemoveLocal(std::string_view name);
   void ReplaceLocal(uint32_t index, Variable* variable);
   void ClearLocals();
+  /// A further, empty local scope, which stands before the names of the running procedure until it
+  /// is removed or the procedure ends.
+  void CreateLocalScope();
+  /// False when there is none of the host's.
+  bool RemoveLocalScope();
   bool HasLocals() const;
   /// The locals with their values as they are now, for dumps.
   VarList SnapshotLocals();
@@ -123,8 +128,11 @@ class Machine {
   void TraceEnter(Frame& frame);
   void TraceLeave(const Frame& frame);
   Frame* ScopeFrame();
+  uint32_t ScopeNumber();
+  VarList* HostScope();
   VarList& ExtraLocals();
   void AppendExtraLocals(VarList& list);
+  static void AppendCopies(VarList& list, const VarList& from);
 
   // --- errors (machineerrors.cpp) ---
   bool Raise(int32_t code, std::string_view text);
@@ -204,6 +212,12 @@ class Machine {
   Cell result_ = ZeroCell();  ///< of the boundary frame that ended last
   std::vector<Converted> converted_;
   std::unordered_map<uint32_t, std::unique_ptr<VarList>> extraLocals_;  ///< by frame number
+  /// Scopes that the host has made, with the number of the frame that each stands before.
+  struct HostScopeEntry {
+    uint32_t frame;
+    std::unique_ptr<VarList> variables;
+  };
+  std::vector<HostScopeEntry> hostScopes_;
   GlobalSlot caseSwitch_;
   const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
   uint32_t evaluationStop_ = 0;

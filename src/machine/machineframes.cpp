@@ -129,6 +129,7 @@ void Machine::LeaveFrame(Frame& frame) {
   for (const OwnedRegister& owned : frame.code->ownedLocals)
     ReleaseCell(owned.kind, frame.base[owned.reg]);
   if (!extraLocals_.empty()) extraLocals_.erase(frameCount_);
+  while (!hostScopes_.empty() && hostScopes_.back().frame >= frameCount_) hostScopes_.pop_back();
   // What an expression outside any procedure leaves on the stack is its value.
   if (frame.code->procedure != nullptr && stack_->GetSize() > frame.stackHeight)
     stack_->CutTo(frame.stackHeight);
@@ -310,18 +311,44 @@ Machine::Frame* Machine::ScopeFrame() {
   return nullptr;
 }
 
+/// Of the frame whose names are the local scope, from 1; 0 outside of all procedures.
+uint32_t Machine::ScopeNumber() {
+  const Frame* frame = ScopeFrame();
+  return frame != nullptr ? static_cast<uint32_t>(frame - frames_.data()) + 1 : 0;
+}
+
+/// The scope that the host has put before the names of the procedure, or null.
+VarList* Machine::HostScope() {
+  const bool current = !hostScopes_.empty() && hostScopes_.back().frame >= ScopeNumber();
+  return current ? hostScopes_.back().variables.get() : nullptr;
+}
+
+void Machine::CreateLocalScope() {
+  hostScopes_.push_back({ScopeNumber(), std::make_unique<VarList>(false)});
+}
+
+bool Machine::RemoveLocalScope() {
+  if (HostScope() == nullptr) return false;
+  hostScopes_.pop_back();
+  return true;
+}
+
 VarList& Machine::ExtraLocals() {
-  Frame* frame = ScopeFrame();
-  auto number = frame ? static_cast<uint32_t>(frame - frames_.data()) + 1 : 0;
-  std::unique_ptr<VarList>& list = extraLocals_[number];
+  std::unique_ptr<VarList>& list = extraLocals_[ScopeNumber()];
   if (!list) list = std::make_unique<VarList>(false);
   return *list;
 }
 
-bool Machine::HasLocals() const { return frameCount_ > 0 || !extraLocals_.empty(); }
+bool Machine::HasLocals() const {
+  return frameCount_ > 0 || !extraLocals_.empty() || !hostScopes_.empty();
+}
 
 int32_t Machine::FindLocal(std::string_view name) {
   if (!HasLocals()) return -1;
+  if (const VarList* scope = HostScope()) {
+    const uint32_t at = scope->FindVariable(name);
+    return at == VarList::kNotFound ? -1 : static_cast<int32_t>(at);
+  }
   Frame* frame = ScopeFrame();
   uint32_t slots = 0;
   if (frame != nullptr) {
@@ -335,6 +362,7 @@ int32_t Machine::FindLocal(std::string_view name) {
 }
 
 Variable* Machine::GetLocal(uint32_t index) {
+  if (const VarList* scope = HostScope()) return scope->GetVariable(index);
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   if (index >= slots)
@@ -345,6 +373,7 @@ Variable* Machine::GetLocal(uint32_t index) {
 }
 
 uint32_t Machine::AddLocal(Variable* variable) {
+  if (VarList* scope = HostScope()) return scope->AddVariable(variable);
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   return slots + ExtraLocals().AddVariable(variable);
@@ -353,6 +382,7 @@ uint32_t Machine::AddLocal(Variable* variable) {
 Variable* Machine::RemoveLocal(std::string_view name) {
   int32_t index = FindLocal(name);
   if (index < 0) return nullptr;
+  if (VarList* scope = HostScope()) return scope->RemoveVariable(static_cast<uint32_t>(index));
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   auto at = static_cast<uint32_t>(index);
@@ -363,6 +393,10 @@ Variable* Machine::RemoveLocal(std::string_view name) {
 }
 
 void Machine::ReplaceLocal(uint32_t index, Variable* variable) {
+  if (VarList* scope = HostScope()) {
+    scope->ReplaceVariable(index, variable);
+    return;
+  }
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   if (index >= slots) {
@@ -383,11 +417,16 @@ void Machine::ReplaceLocal(uint32_t index, Variable* variable) {
 }
 
 void Machine::ClearLocals() {
+  if (VarList* scope = HostScope()) return scope->ClearList();
   if (frameCount_ == 0) extraLocals_.clear();
 }
 
 VarList Machine::SnapshotLocals() {
   VarList list(false);
+  if (const VarList* scope = HostScope()) {
+    AppendCopies(list, *scope);
+    return list;
+  }
   Frame* frame = ScopeFrame();
   if (frame == nullptr) {
     AppendExtraLocals(list);
@@ -415,10 +454,12 @@ VarList Machine::SnapshotLocals() {
 }
 
 void Machine::AppendExtraLocals(VarList& list) {
-  if (extraLocals_.empty()) return;
-  const VarList& extra = ExtraLocals();
-  for (uint32_t i = 0; i < extra.GetSize(); ++i) {
-    const Variable* variable = extra.GetVariable(i);
+  if (!extraLocals_.empty()) AppendCopies(list, ExtraLocals());
+}
+
+void Machine::AppendCopies(VarList& list, const VarList& from) {
+  for (uint32_t i = 0; i < from.GetSize(); ++i) {
+    const Variable* variable = from.GetVariable(i);
     Variable* copy = variable->Clone();
     copy->SetOwnName(variable->OwnName());
     list.AddVariable(copy);

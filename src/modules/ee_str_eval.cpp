@@ -2,7 +2,7 @@
 #include <memory>
 #include <optional>
 
-#include "context/tambctxt.h"
+#include "context/contextstate.h"
 #include "kel/kelascii.h"
 #include "kel/number.h"
 #include "modules/ee_str_bodies.h"
@@ -58,7 +58,7 @@ std::optional<Real> PlainReal(TamberContext& context, std::string_view text,
 Value Evaluate(Call& call, std::string_view expression, Kind target = Kind::Any) {
   int32_t code = 0;
   const KelString text(expression);
-  Value value(call.Context().EvaluateText(text, code, *TypeDesc::Of(target)));
+  Value value(call.Context().State().EvaluateText(text, code, *TypeDesc::Of(target)));
   if (code == 0 && value) return value;
   // Recursion that went too deep has been reported where it did.
   if (code == ERR_NOMEMORY && call.Context().GetContextError() == code) return nullptr;

@@ -46,12 +46,17 @@ TamberProcedure* ProcedureList::GetProcedure(std::string_view name) const {
   return found == byName_.end() ? nullptr : found->second;
 }
 
-bool ProcedureList::DeleteProcedure(std::string_view name) {
-  uint32_t index = FindProcedure(name);
-  if (index == 0) return false;
+TamberProcedure* ProcedureList::RemoveProcedure(std::string_view name) {
+  const uint32_t index = FindProcedure(name);
+  if (index == 0) return nullptr;
+  TamberProcedure* const removed = sorted_[index - 1];
   byName_.erase(byName_.find(name));
   sorted_.erase(sorted_.begin() + (index - 1));
-  return true;
+  return removed;
+}
+
+bool ProcedureList::DeleteProcedure(std::string_view name) {
+  return RemoveProcedure(name) != nullptr;
 }
 
 void ProcedureList::DestroyProcedures(const Set& procedures) {

@@ -12,6 +12,10 @@
 
 class TamberProcedure;
 
+namespace tamber {
+class CompileSession;
+}
+
 /// The procedures of a context, sorted by name without regard to case. Indexes count from 1; 0 is
 /// none, and an index is good until the list next changes.
 ///
@@ -34,11 +38,11 @@ class TAMBER_API ProcedureList {
   TamberProcedure* GetProcedure(uint32_t index) const;
   TamberProcedure* GetProcedure(std::string_view name) const;
   uint32_t GetProcedureCount() const { return static_cast<uint32_t>(sorted_.size()); }
+  /// Takes a procedure out of the list, which goes on owning it, and gives it on loan; null when
+  /// there is none of the name.
+  TamberProcedure* RemoveProcedure(std::string_view name);
   /// Takes the name out of the list; false when there is none.
   bool DeleteProcedure(std::string_view name);
-  /// Destroys procedures of this list that nothing calls. Those that a copy of the list may know
-  /// only leave the list.
-  TAMBER_LOCAL void DestroyProcedures(const Set& procedures);
   void ClearList();
   /// "Procedures dump:" and a line each; `words` limits it to these names ("*" and "" as for the
   /// variable dumps).
@@ -50,6 +54,10 @@ class TAMBER_API ProcedureList {
   }
 
  private:
+  friend class tamber::CompileSession;
+  /// Destroys procedures of this list that nothing calls. Those that a copy of the list may know
+  /// only leave the list.
+  TAMBER_LOCAL void DestroyProcedures(const Set& procedures);
   TAMBER_LOCAL uint32_t FindNearestProcedure(std::string_view name) const;
 
   std::vector<TamberProcedure*> sorted_;

@@ -8,10 +8,10 @@
 namespace tamber {
 
 /// Gives back what a cell of this kind owns.
-void ReleaseCell(Kind kind, Cell cell);
+TAMBER_API void ReleaseCell(Kind kind, Cell cell);
 /// A further, independent value: texts, arrays and structures are shared until changed, variables
 /// are cloned.
-Cell CopyCell(Kind kind, Cell cell);
+TAMBER_API Cell CopyCell(Kind kind, Cell cell);
 /// A further value that shares nothing with the first, neither now nor later: threads may make
 /// such copies of a value that none of them changes.
 Cell SeparateCell(Kind kind, Cell cell);

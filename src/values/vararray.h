@@ -14,6 +14,10 @@ class TAMBER_API VarArray : public Variable {
   VarArray(const tamber::TypeRef& type, const tamber::Name& name, uint32_t flags)
       : Variable(Array, tamber::Kind::Array, name, flags), type_(type) {}
   ~VarArray() override;
+  VarArray& operator=(const VarArray& other) {
+    Variable::operator=(other);
+    return *this;
+  }
 
   Variable* Clone() const override;
   int32_t IsCompatible(const Variable* other) const override;
@@ -73,56 +77,86 @@ class TAMBER_API VarTypedArray : public VarArray {
 
 }  // namespace tamber
 
-class TAMBER_API VarBooleanArray final
+class TAMBER_API VarBooleanArray
     : public tamber::VarTypedArray<VarBooleanArray, tamber::Kind::Bool> {
  public:
   using VarTypedArray::VarTypedArray;
+
+ protected:
+  friend VarTypedArray;
+  VarBooleanArray(const VarBooleanArray&) = default;
 };
 
-class TAMBER_API VarCharArray final
-    : public tamber::VarTypedArray<VarCharArray, tamber::Kind::Char> {
+class TAMBER_API VarCharArray : public tamber::VarTypedArray<VarCharArray, tamber::Kind::Char> {
  public:
   using VarTypedArray::VarTypedArray;
+
+ protected:
+  friend VarTypedArray;
+  VarCharArray(const VarCharArray&) = default;
 };
 
-class TAMBER_API VarIntegerArray final
+class TAMBER_API VarIntegerArray
     : public tamber::VarTypedArray<VarIntegerArray, tamber::Kind::Int> {
  public:
   using VarTypedArray::VarTypedArray;
+
+ protected:
+  friend VarTypedArray;
+  VarIntegerArray(const VarIntegerArray&) = default;
 };
 
-class TAMBER_API VarFloatArray final
-    : public tamber::VarTypedArray<VarFloatArray, tamber::Kind::Float> {
+class TAMBER_API VarFloatArray : public tamber::VarTypedArray<VarFloatArray, tamber::Kind::Float> {
  public:
   using VarTypedArray::VarTypedArray;
+
+ protected:
+  friend VarTypedArray;
+  VarFloatArray(const VarFloatArray&) = default;
 };
 
-class TAMBER_API VarDoubleArray final
+class TAMBER_API VarDoubleArray
     : public tamber::VarTypedArray<VarDoubleArray, tamber::Kind::Double> {
  public:
   using VarTypedArray::VarTypedArray;
+
+ protected:
+  friend VarTypedArray;
+  VarDoubleArray(const VarDoubleArray&) = default;
 };
 
-class TAMBER_API VarStringArray final
+class TAMBER_API VarStringArray
     : public tamber::VarTypedArray<VarStringArray, tamber::Kind::String> {
  public:
   using VarTypedArray::VarTypedArray;
+
+ protected:
+  friend VarTypedArray;
+  VarStringArray(const VarStringArray&) = default;
 };
 
-class TAMBER_API VarEStringArray final
+class TAMBER_API VarEStringArray
     : public tamber::VarTypedArray<VarEStringArray, tamber::Kind::EString> {
  public:
   using VarTypedArray::VarTypedArray;
+
+ protected:
+  friend VarTypedArray;
+  VarEStringArray(const VarEStringArray&) = default;
 };
 
-class TAMBER_API VarHandleArray final
+class TAMBER_API VarHandleArray
     : public tamber::VarTypedArray<VarHandleArray, tamber::Kind::Handle> {
  public:
   using VarTypedArray::VarTypedArray;
+
+ protected:
+  friend VarTypedArray;
+  VarHandleArray(const VarHandleArray&) = default;
 };
 
 /// An array of structures of one structure type.
-class TAMBER_API VarStructArray final
+class TAMBER_API VarStructArray
     : public tamber::VarTypedArray<VarStructArray, tamber::Kind::Struct> {
  public:
   /// New elements will be like `structPrototype` is now, values included; it is only looked at.
@@ -130,4 +164,8 @@ class TAMBER_API VarStructArray final
   VarStructArray(const Variable* structPrototype, const KelString& name, uint32_t flags);
   VarStructArray(const tamber::TypeRef& type, const tamber::Name& name, uint32_t flags)
       : VarTypedArray(type, name, flags) {}
+
+ protected:
+  friend VarTypedArray;
+  VarStructArray(const VarStructArray&) = default;
 };

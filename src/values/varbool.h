@@ -11,12 +11,12 @@ struct tamber::ScalarTraits<VarBoolean> {
 };
 
 /// Script type "bool": holds 0 or 1.
-class TAMBER_API VarBoolean final : public tamber::VarScalar<VarBoolean> {
+class TAMBER_API VarBoolean : public tamber::VarScalar<VarBoolean> {
  public:
   using VarScalar::VarScalar;
   void SetBoolValue(int32_t value) override;
 
- private:
+ protected:
   friend class tamber::VarScalar<VarBoolean>;
   VarBoolean(const VarBoolean&) = default;
 };

@@ -11,12 +11,12 @@ struct tamber::ScalarTraits<VarChar> {
 };
 
 /// Script type "char": one signed byte.
-class TAMBER_API VarChar final : public tamber::VarScalar<VarChar> {
+class TAMBER_API VarChar : public tamber::VarScalar<VarChar> {
  public:
   using VarScalar::VarScalar;
   void SetCharValue(char value) override;
 
- private:
+ protected:
   friend class tamber::VarScalar<VarChar>;
   VarChar(const VarChar&) = default;
 };

@@ -11,12 +11,12 @@ struct tamber::ScalarTraits<VarDouble> {
 };
 
 /// Script type "double".
-class TAMBER_API VarDouble final : public tamber::VarScalar<VarDouble> {
+class TAMBER_API VarDouble : public tamber::VarScalar<VarDouble> {
  public:
   using VarScalar::VarScalar;
   void SetDoubleValue(double value) override;
 
- private:
+ protected:
   friend class tamber::VarScalar<VarDouble>;
   VarDouble(const VarDouble&) = default;
 };

@@ -9,12 +9,16 @@ class TamberContext;
 /// Getters hand out plain text, so that scripts use it like any string; it stands in a buffer of
 /// this variable that is wiped by the next getter, by a change and on destruction. Lengths are
 /// those of the plain text.
-class TAMBER_API VarEString final : public VarString {
+class TAMBER_API VarEString : public VarString {
  public:
   VarEString(const KelString& name, uint32_t flags)
       : VarEString(tamber::Name(name.View()), flags) {}
   VarEString(const tamber::Name& name, uint32_t flags);
   ~VarEString() override;
+  VarEString& operator=(const VarEString& other) {
+    Variable::operator=(other);
+    return *this;
+  }
 
   Variable* Clone() const override;
   void SetStringValue(const char* text, uint32_t len) override;
@@ -43,8 +47,10 @@ class TAMBER_API VarEString final : public VarString {
   /// Takes over what Sealed gave; false for bytes that cannot be such.
   bool SetSealed(std::string_view sealed);
 
- private:
+ protected:
   VarEString(const VarEString& other);
+
+ private:
   TAMBER_LOCAL void Replace(tamber::StrBuf* cipher, uint64_t nonce);
   TAMBER_LOCAL void ForgetPlain() const;
   TAMBER_LOCAL char FirstByte() const;

@@ -6,7 +6,7 @@
 /// A handle that a built-in gave out: an opaque value and the name of its handle type.
 ///
 /// Passing a handle through an integer keeps its low 32 bits only.
-class TAMBER_API VarHandle final : public tamber::OrderedVariable {
+class TAMBER_API VarHandle : public tamber::OrderedVariable {
  public:
   VarHandle(const KelString& name, const KelString& handleTypeName, uint32_t flags);
   /// Of the general type "varhandle".
@@ -14,6 +14,10 @@ class TAMBER_API VarHandle final : public tamber::OrderedVariable {
   VarHandle(const tamber::TypeRef& type, const tamber::Name& name, uint32_t flags)
       : OrderedVariable(Handle, tamber::Kind::Handle, name, flags), type_(type) {}
 
+  VarHandle& operator=(const VarHandle& other) {
+    Variable::operator=(other);
+    return *this;
+  }
   Variable* Clone() const override;
   void SetHandleValue(void* value) override;
   int32_t GetBoolValue() const override;
@@ -23,8 +27,9 @@ class TAMBER_API VarHandle final : public tamber::OrderedVariable {
 
   const tamber::TypeRef& Type() const { return type_; }
 
- private:
+ protected:
   VarHandle(const VarHandle&) = default;
 
+ private:
   tamber::TypeRef type_;
 };

@@ -114,6 +114,11 @@ bool Variable::operator<(const Variable& other) const {
 bool Variable::operator>(const Variable& other) const { return other < *this; }
 bool Variable::operator==(const Variable& other) const { return name_.Equals(other.name_); }
 
+Variable& Variable::operator=(const Variable& other) {
+  if (this != &other) Assign(const_cast<Variable*>(&other));  // only looked at
+  return *this;
+}
+
 uint32_t Variable::GetVarFlags() const {
   const Variable* target = Dereference();
   return target != nullptr ? target->flags_ : flags_;

@@ -88,6 +88,12 @@ class TAMBER_API Variable {
   /// Takes over the value of `source`, converted to this type. Name and flags stay. 0: refused
   /// (null or incompatible source), nothing changed.
   virtual int32_t Assign(Variable* source);
+
+ private:
+  virtual void StoreToSession(const KelString& key, SessionStore* store);
+  virtual void LoadFromSession(const KelString& key, SessionStore* store);
+
+ public:
   virtual KelString GetHandleName() const;
   virtual uint32_t GetElementCount() const;
   virtual int32_t IsArray() const;
@@ -125,7 +131,8 @@ class TAMBER_API Variable {
   bool operator<(const Variable& other) const;
   bool operator>(const Variable& other) const;
   bool operator==(const Variable& other) const;
-  Variable& operator=(const Variable& other) = delete;
+  /// Takes over the value, as Assign does; name, flags and holders stay.
+  Variable& operator=(const Variable& other);
 
   /// A reference answers with its target's flags.
   uint32_t GetVarFlags() const;
@@ -151,8 +158,6 @@ class TAMBER_API Variable {
  private:
   friend struct tamber::VariableAccess;
   friend class VarReference;  // forwards to its target's private slots
-  virtual void StoreToSession(const KelString& key, SessionStore* store);
-  virtual void LoadFromSession(const KelString& key, SessionStore* store);
 
   enum_TypeId typeId_;
   uint32_t flags_;

@@ -11,14 +11,14 @@ struct tamber::ScalarTraits<VarInteger> {
 };
 
 /// Script type "integer": 32 bits, signed.
-class TAMBER_API VarInteger final : public tamber::VarScalar<VarInteger> {
+class TAMBER_API VarInteger : public tamber::VarScalar<VarInteger> {
  public:
   using VarScalar::VarScalar;
   void SetIntegerValue(int32_t value) override;
   /// The integer, sign-extended.
   void* GetHandleValue() const override;
 
- private:
+ protected:
   friend class tamber::VarScalar<VarInteger>;
   VarInteger(const VarInteger&) = default;
 };

@@ -3,7 +3,7 @@
 #include "values/variable.h"
 
 /// No value: what a procedure without a result gives.
-class TAMBER_API VarNone final : public Variable {
+class TAMBER_API VarNone : public Variable {
  public:
   VarNone(const KelString& name, uint32_t flags) : VarNone(tamber::Name(name.View()), flags) {}
   VarNone(const tamber::Name& name, uint32_t flags)
@@ -13,6 +13,6 @@ class TAMBER_API VarNone final : public Variable {
   void DumpValue(KelString& out, const KelString& indent) const override;
   void DumpType(KelString& out, const KelString& indent, int32_t reserved) const override;
 
- private:
+ protected:
   VarNone(const VarNone&) = default;
 };

@@ -28,6 +28,8 @@ VarReference::VarReference(const KelString& name, const Variable* target)
 
 VarReference::VarReference(const Variable* target) : VarReference(Name(), target) {}
 
+VarReference::VarReference(const VarReference& other) : VarReference(other.OwnName(), &other) {}
+
 VarReference::~VarReference() { Delete(cell_.v); }
 
 Variable* VarReference::Dereference() const { return cell_.v; }

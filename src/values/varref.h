@@ -8,12 +8,17 @@
 /// its target, so an array element that is removed lives on as long as a reference to it. Lists
 /// find a reference under the name it was made with; GetVarName answers with the target's. A null
 /// target makes a reference to a VarNone of its own.
-class TAMBER_API VarReference final : public Variable {
+class TAMBER_API VarReference : public Variable {
  public:
   VarReference(const KelString& name, const Variable* target);
   VarReference(const tamber::Name& name, const Variable* target);
   explicit VarReference(const Variable* target);
   ~VarReference() override;
+  /// Assigns to the target.
+  VarReference& operator=(const VarReference& other) {
+    Variable::operator=(other);
+    return *this;
+  }
 
   Variable* Clone() const override;
   void SetBoolValue(int32_t value) override;
@@ -60,6 +65,9 @@ class TAMBER_API VarReference final : public Variable {
   void Dump(KelString& out, const KelString& indent) const override;
   void DumpValue(KelString& out, const KelString& indent) const override;
   void DumpType(KelString& out, const KelString& indent, int32_t reserved) const override;
+
+ protected:
+  VarReference(const VarReference& other);
 
  private:
   void StoreToSession(const KelString& key, SessionStore* store) override;

@@ -9,7 +9,7 @@
 /// Members are reached by 1-based position, in the order of their declaration, or by name.
 /// Structures of one script type share the description of their members; adding a member to one
 /// gives it a description of its own.
-class TAMBER_API VarStruct final : public Variable {
+class TAMBER_API VarStruct : public Variable {
  public:
   /// A structure without members and without a structure name.
   VarStruct(const KelString& name, uint32_t flags);
@@ -17,6 +17,10 @@ class TAMBER_API VarStruct final : public Variable {
   /// Takes over `data`, whose layout is that of `type`.
   VarStruct(const tamber::TypeRef& type, const tamber::Name& name, tamber::StructData* data);
 
+  VarStruct& operator=(const VarStruct& other) {
+    Variable::operator=(other);
+    return *this;
+  }
   Variable* Clone() const override;
   int32_t IsCompatible(const Variable* other) const override;
   int32_t Assign(Variable* source) override;
@@ -34,8 +38,10 @@ class TAMBER_API VarStruct final : public Variable {
 
   const tamber::TypeRef& Type() const { return type_; }
 
- private:
+ protected:
   VarStruct(const VarStruct&) = default;
+
+ private:
   TAMBER_LOCAL void Rebuild(const tamber::Ref<tamber::StructLayout>& layout, Variable* added);
 
   tamber::TypeRef type_;

@@ -40,6 +40,53 @@ TEST_F(Scopes, RemovedAndReplacedVariables) {
   Variable::Delete(removed);
 }
 
+TEST_F(Scopes, LocalContextsOfTheHost) {
+  AddInteger("outer", 1, VARLIST_LOCAL);
+  context_.CreateLocalContext();
+  EXPECT_EQ(context_.GetVariable("outer", VARLIST_LOCAL), nullptr);
+  AddInteger("inner", 2, VARLIST_LOCAL);
+  // What a procedure sees is its own, and what it leaves behind goes with it.
+  context_.RegisterFunction(
+      "int Scope (string Name)",
+      +[](FunctionCallInfo* info) {
+        KelString name;
+        info->stack->PopKelString(name);
+        const bool own = info->context->GetVariable("own", VARLIST_LOCAL) != nullptr;
+        info->context->CreateLocalContext();
+        info->context->AddVariable(new VarInteger(name, 0), VARLIST_LOCAL);
+        const bool hidden = info->context->GetVariable("own", VARLIST_LOCAL) == nullptr &&
+                            info->context->FindVariable(name, VARLIST_LOCAL) == 0;
+        info->stack->PushInteger(own && hidden);
+        return 1;
+      },
+      FunctionList::FUNCTYPE_NORMAL, false);
+  EXPECT_EQ(Run("int own\nown = Scope(\"mine\")\nPrint(\"\" + own)\n"), 1);
+  EXPECT_EQ(Printed(), "1");
+  EXPECT_EQ(context_.FindVariable("inner", VARLIST_LOCAL), 0);
+  context_.RemoveLocalContext();
+  EXPECT_NE(context_.GetVariable("outer", VARLIST_LOCAL), nullptr);
+  context_.RemoveLocalContext();  // there is none any more
+  EXPECT_NE(context_.GetVariable("outer", VARLIST_LOCAL), nullptr);
+}
+
+TEST_F(Scopes, BuiltInsThatWereLostComeBack) {
+  static_cast<FunctionList&>(context_).ClearList();
+  context_.ClearVarList(VARLIST_CONSTANT);
+  context_.RegisterDefaultFunctions(true);
+  EXPECT_EQ(context_.FindFunction("Print"), 0u);
+  context_.RegisterDefaultFunctions(false);
+  const uint32_t count = context_.GetFunctionCount();
+  context_.RegisterDefaultFunctions(false);
+  EXPECT_EQ(context_.GetFunctionCount(), count);
+  EXPECT_EQ(Run("if (TRUE)\n  Print(\"\" + (ERR_INVALIDPARAM - 99))\nendif\n"), 1);
+  TamberProcedure* main = context_.RemoveProcedure("MAIN");
+  EXPECT_EQ(context_.ExecuteProcStatements(main, nullptr), 1);
+  EXPECT_EQ(context_.ExecuteProcStatements(nullptr, nullptr), 2);
+  EXPECT_EQ(Printed(), "22");
+  EXPECT_EQ(context_.RemoveProcedure("main"), nullptr);
+  EXPECT_EQ(context_.RunProcedure("main", nullptr), 0);
+}
+
 // ErrCode is written by the reporters whatever a host has done to the variable.
 TEST_F(Scopes, ErrCodeMayBeReplacedOrGone) {
   context_.SetContextError(101, "");

@@ -106,6 +106,45 @@ class InstallTest(unittest.TestCase):
                 run(compiler, *language, *WARNINGS, *quiet, "-fsyntax-only", "-I", self.include, "-include", header,
                     os.devnull)
 
+    def test_all_that_the_headers_show_can_be_linked(self):
+        if self.compiler_id != "GNU":
+            self.skipTest("only g++ keeps inline functions that nobody calls")
+        program, open_namespaces = ["#include <tamber.h>\nint main() {}\n"], []
+        for header in sorted(self.include.rglob("*.h")):
+            access, before = "", ""
+            declared = re.compile(r"namespace \S+ \{\n(?:(?:class|struct) \w+;\n)+\}\n")
+            for line in declared.sub("", header.read_text()).splitlines():
+                if found := re.match(r"namespace (\S+) \{", line):
+                    open_namespaces.append(found[1])
+                elif line.startswith("}  // namespace"):
+                    open_namespaces.pop()
+                elif found := re.match(r" *(public|protected|private):", line):
+                    access = found[1]
+                elif "TAMBER_LOCAL" in line and "#define" not in line:
+                    self.assertEqual(access, "private", f"{header.name}: {line}")
+                elif (found := re.match(r"class TAMBER_API (\w+)(?! final)", line)) and "template" not in before:
+                    # A class of one's own needs all virtual functions of its base.
+                    program.append("struct My%d : %s { virtual void Key(); virtual ~My%d(); };\nvoid My%d::Key() {}\n"
+                                   "My%d::~My%d() {}\n" % (len(program), "::".join(open_namespaces + [found[1]]),
+                                                           *[len(program)] * 4))
+                before = line
+        self.assertGreater(len(program), 40)
+        source = self.work / "everything.cpp"
+        source.write_text("".join(program))
+        run(self.compiler, "-std=c++20", "-O0", "-fkeep-inline-functions", "-I", self.include, source, "-o",
+            self.work / "everything", self.library, f"-Wl,--no-undefined,-rpath,{self.library.parent}")
+
+    def test_what_is_marked_for_hosts_is_exported(self):
+        shown = public_symbols(self.library)
+        # Every module has a stamp of its own.
+        hidden = {"TamberModuleStamp"}
+        for item in self.build.glob("CMakeFiles/tamber_*.dir/**/*.o"):
+            for line in run("readelf", "-sW", item).splitlines():
+                found = re.search(r" (?:GLOBAL|WEAK) +DEFAULT +\d+ (?!_ZN?K?St|_ZT.St|_ZN9__gnu)(\S+)", line)
+                if found and found[1] not in shown:
+                    hidden.add(found[1])
+        self.assertEqual(hidden, {"TamberModuleStamp"}, "cmake/exports.map.in lacks them")
+
     def test_symbols_are_those_under_review(self):
         if self.compiler_id != "GNU":
             self.skipTest("which inline functions are there is up to the compiler; the list is that of g++")
