@@ -45,12 +45,14 @@ std::unique_ptr<ExpressionBase> ExpressionBase::ReplaceChild(ExpressionBase* chi
   return node;
 }
 
-void ExpressionBase::CollectFacts(bool impure, bool callsFunction) {
+void ExpressionBase::CollectFacts(bool impure, bool callsFunction, bool looksUpLocals) {
   impure_ = impure;
   callsFunction_ = callsFunction;
+  looksUpLocals_ = looksUpLocals;
   for (uint32_t i = 0; i < childCount_; ++i) {
     impure_ = impure_ || GetChild(i)->impure_;
     callsFunction_ = callsFunction_ || GetChild(i)->callsFunction_;
+    looksUpLocals_ = looksUpLocals_ || GetChild(i)->looksUpLocals_;
   }
 }
 

@@ -55,8 +55,10 @@ class ExpressionBase {
   bool IsImpure() const { return impure_; }
   /// Whether it calls a built-in, which may leave a run-time error and still give a value.
   bool CallsFunction() const { return callsFunction_; }
+  /// Whether it calls a built-in that may look for the procedure's locals by name.
+  bool LooksUpLocals() const { return looksUpLocals_; }
   /// Takes over what is true of the children; called once they are complete.
-  void CollectFacts(bool impure, bool callsFunction);
+  void CollectFacts(bool impure, bool callsFunction, bool looksUpLocals);
 
   /// Where its token begins in the logical line, from 0; that of a call is the name.
   uint32_t SourceOffset() const { return sourceOffset_; }
@@ -87,5 +89,6 @@ class ExpressionBase {
   tamber::TypeRef type_;
   bool impure_ = false;
   bool callsFunction_ = false;
+  bool looksUpLocals_ = false;
   bool doubleWanted_ = false;
 };

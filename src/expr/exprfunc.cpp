@@ -21,15 +21,18 @@ bool ExpressionFunction::HasUnknownArgument() const {
   return false;
 }
 
-void ExpressionFunction::PushArgument(tamber::CodeBuilder& builder, uint32_t at) const {
+bool ExpressionFunction::PassesVariable(uint32_t at, Kind kind) const {
   const FunctionTraits& traits = function_->Traits();
+  const bool aggregate = kind == Kind::Array || kind == Kind::Struct || kind == Kind::Handle;
+  return aggregate && ((traits.writesArgument >> at & 1) != 0 || !traits.localsBlind);
+}
+
+void ExpressionFunction::PushArgument(tamber::CodeBuilder& builder, uint32_t at) const {
   const tamber::TypeDesc& parameter = *function_->ParameterTypes()[at];
   const ExpressionBase& argument = *GetChild(at);
   uint32_t mark = builder.Mark();
   Kind kind = argument.Type()->GetKind();
-  bool aggregate = kind == Kind::Array || kind == Kind::Struct || kind == Kind::Handle;
-  bool writes = (traits.writesArgument >> at & 1) != 0;
-  if (argument.GetKind() == EXPRESSION_VARIABLE && aggregate && (writes || !traits.localsBlind)) {
+  if (argument.GetKind() == EXPRESSION_VARIABLE && PassesVariable(at, kind)) {
     // A function that may change what it is given, or keep it, gets the variable itself.
     const auto& variable = static_cast<const ExpressionVariable&>(argument);
     builder.Push(variable.LowerReference(builder));

@@ -12,6 +12,8 @@ class ExpressionFunction final : public ExpressionBase {
   const TamberFunction& Function() const { return *function_; }
 
   void Dump(KelString& out) const override;
+  /// Whether a variable of this kind is passed itself, for the function to change or keep.
+  bool PassesVariable(uint32_t at, tamber::Kind kind) const;
 
  private:
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;

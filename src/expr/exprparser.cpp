@@ -449,7 +449,7 @@ std::unique_ptr<ExpressionVariable> ExpressionParser::ReadVariable(const VarUse&
       break;
     }
   }
-  variable->CollectFacts(false, false);
+  variable->CollectFacts(false, false, false);
   return variable;
 }
 

@@ -45,6 +45,7 @@ bool ResolveOperator(ExpressionOperator& node, int32_t& error, std::string& text
 bool Resolve(ExpressionBase& node, int32_t& error, std::string& text) {
   bool impure = false;
   bool callsFunction = false;
+  bool looksUpLocals = false;
   switch (node.GetKind()) {
     case EXPRESSION_OPERATOR:
       if (!ResolveOperator(static_cast<ExpressionOperator&>(node), error, text)) return false;
@@ -53,7 +54,8 @@ bool Resolve(ExpressionBase& node, int32_t& error, std::string& text) {
       node.SetType(node.GetChild(0)->Type());
       break;
     case EXPRESSION_FUNCTION:
-      impure = !static_cast<ExpressionFunction&>(node).Function().Traits().localsBlind;
+      looksUpLocals = !static_cast<ExpressionFunction&>(node).Function().Traits().localsBlind;
+      impure = looksUpLocals;
       callsFunction = true;
       break;
     case EXPRESSION_PROCEDURE:
@@ -62,7 +64,7 @@ bool Resolve(ExpressionBase& node, int32_t& error, std::string& text) {
     default:
       break;
   }
-  node.CollectFacts(impure, callsFunction);
+  node.CollectFacts(impure, callsFunction, looksUpLocals);
   return true;
 }
 

@@ -297,6 +297,7 @@ std::shared_ptr<const TamberFunction> FunctionList::ChooseOverload(const TamberF
   const FunctionTraits& promised = bound.Traits();
   const FunctionTraits& traits = GetFunction(index)->Traits();
   const bool keeps = traits.localsBlind == promised.localsBlind &&
+                     traits.usesLocals == promised.usesLocals &&
                      traits.writesArgument == promised.writesArgument;
   return keeps ? ShareFunction(index) : nullptr;
 }

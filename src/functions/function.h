@@ -38,6 +38,9 @@ struct FunctionTraits {
   bool localsBlind =
       false;  ///< never reads or changes script variables by name, nor runs script code
   uint32_t writesArgument = 0;  ///< bit n: parameter n (0-based) is changed through its variable
+  /// Replaces or removes locals of its caller, or looks for them so often that they had better be
+  /// kept as objects; without it they become objects while somebody asks for one by name.
+  bool usesLocals = false;
 };
 
 /// One registered built-in: its name, types and implementation.

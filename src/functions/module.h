@@ -68,7 +68,7 @@ struct FUNCMOD_REGISTRATION {
 // --- what a module file was built against ---
 
 /// Raised with every change of the records above or of the classes that they hand over.
-#define TAMBER_MODULE_VERSION 1
+#define TAMBER_MODULE_VERSION 2
 
 namespace tamber {
 

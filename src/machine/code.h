@@ -101,6 +101,8 @@ class Code {
   std::vector<OwnedRegister> ownedLocals;  ///< released when the frame ends; zero at its start
   uint32_t registers = 1;
   uint32_t parameters = 0;
+  /// By slot: the statement that declares the local; it is found by name below it.
+  std::vector<uint32_t> declaredAt;
   /// Locals that live in variables can be found by name while this runs.
   bool localsAreObjects = false;
   /// A local named StrCase decides how texts compare, in place of the global.

@@ -476,7 +476,14 @@ Operand CodeBuilder::LoadVariable(const VarUse& use, bool stored) {
 
 Operand CodeBuilder::Load(const VarUse& use) {
   Kind kind = use.type->GetKind();
-  if (IsRegister(use)) return InReg(kind, static_cast<uint16_t>(use.slot), use.type);
+  if (IsRegister(use)) {
+    auto reg = static_cast<uint16_t>(use.slot);
+    if (localsChange_) {
+      reg = NewTemp();
+      Emit(Op::LdL, reg, static_cast<uint32_t>(use.slot));
+    }
+    return InReg(kind, reg, use.type);
+  }
   const bool typeIsKnown = use.slot < -1 && kind != Kind::Any;
   if (IsDynamic(use) && !typeIsKnown) {
     const Operand variable = LoadVariable(use);

@@ -39,7 +39,9 @@ struct LocalFacts {
   /// By slot: a statement may meet it before its declaration has run, and then its name stands for
   /// something wider, of a type that only the run knows.
   std::vector<bool> absent;
-  bool byName = false;  ///< something it calls may look for its locals by name
+  bool byName = false;  ///< they all do
+  /// By slot: the statement that declares it; 0 for parameters.
+  std::vector<uint32_t> declaredAt;
   /// Names that are a local of the procedure but were understood as something wider where they
   /// stand above the declaration: only the run can tell.
   bool IsMaybeLocal(const VarUse& use, const LocalTable& locals) const {
@@ -129,6 +131,9 @@ class CodeBuilder {
   void Push(const Operand& operand);
 
   // --- variables ---
+  /// While a statement is emitted that calls who may change locals by name: what is read of one is
+  /// read before that.
+  void SetLocalsChange(bool change) { localsChange_ = change; }
   bool IsObject(int32_t slot) const;
   bool IsRegister(const VarUse& use) const;
   bool IsDynamic(const VarUse& use) const;
@@ -173,6 +178,7 @@ class CodeBuilder {
   bool wideJumps_;
   bool jumpOverflow_ = false;
   bool tooLarge_ = false;
+  bool localsChange_ = false;
   uint32_t source_ = 0;
   uint32_t nextTemp_;
   uint32_t lastBound_ = 0;  // a jump may lead to the instruction before this one's end

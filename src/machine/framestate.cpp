@@ -364,7 +364,8 @@ std::string_view FrameState::CheckIndex(const OperandInfo& info, const Instr& at
     case Holds::Global:
       return in(index, code_->globals.size());
     case Holds::Local:
-      return index < localCount_ && !IsObject(index) ? "" : "slot of no local value";
+      if (index >= localCount_ || IsObject(index)) return "slot of no local value";
+      return at.op != Op::LdL || IsWritten(index) ? "" : "reads a register that holds nothing";
     case Holds::Object:
       if (index >= localCount_ || !IsObject(index)) return "slot of no object";
       return at.op == Op::Param || IsWritten(index) ? "" : "uses an argument as an object";
@@ -454,6 +455,8 @@ RegisterState FrameState::Result(const OperandInfo& info, const Instr& at) const
   RegisterState lent{Hold::Borrowed, RegisterState::kOutside, type};
   if (at.op == Op::LoadK) {
     lent.lender = RegisterState::kConstant;
+  } else if (at.op == Op::LdL) {
+    lent.lender = at.b;
   } else if (info.holds == Holds::ElementB || info.holds == Holds::MemberB) {
     const RegisterState whole = Get(at.b);
     lent.lender = whole.hold == Hold::Owned ? at.b : whole.lender;

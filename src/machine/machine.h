@@ -103,6 +103,13 @@ class Machine {
   };
   enum class After { Continue, Leave };
   class StackScope;
+  /// A local's object, made because somebody asked for it by name; it has the value while the
+  /// built-in runs that the frame is in.
+  struct LentLocal {
+    uint32_t frame;
+    uint32_t slot;
+    Variable* variable;
+  };
 
   // --- the run loop (machinerun.cpp) ---
   enum_ProcStatus Run();
@@ -130,6 +137,10 @@ class Machine {
   Frame* ScopeFrame();
   uint32_t ScopeNumber();
   VarList* HostScope();
+  bool IsObject(const Frame& frame, uint32_t slot) const;
+  Variable* LendLocal(Frame& frame, uint32_t slot);
+  void TakeBackLocals();
+  Variable* FindLent(uint32_t frame, uint32_t slot) const;
   VarList& ExtraLocals();
   void AppendExtraLocals(VarList& list);
   static void AppendCopies(VarList& list, const VarList& from);
@@ -218,6 +229,8 @@ class Machine {
     std::unique_ptr<VarList> variables;
   };
   std::vector<HostScopeEntry> hostScopes_;
+  std::vector<LentLocal> lent_;  ///< those of inner frames last
+  uint32_t inBuiltIn_ = 0;       ///< number of the frame whose built-in runs
   GlobalSlot caseSwitch_;
   const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
   uint32_t evaluationStop_ = 0;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "kel/clock.h"
 #include "kel/kelformat.h"
@@ -128,8 +129,10 @@ void Machine::ReleaseArguments(const Callable& procedure, Cell* arguments) {
 void Machine::LeaveFrame(Frame& frame) {
   for (const OwnedRegister& owned : frame.code->ownedLocals)
     ReleaseCell(owned.kind, frame.base[owned.reg]);
-  if (!extraLocals_.empty()) extraLocals_.erase(frameCount_);
-  while (!hostScopes_.empty() && hostScopes_.back().frame >= frameCount_) hostScopes_.pop_back();
+  if (!extraLocals_.empty()) {
+    extraLocals_.erase(frameCount_);
+    while (!hostScopes_.empty() && hostScopes_.back().frame >= frameCount_) hostScopes_.pop_back();
+  }
   // What an expression outside any procedure leaves on the stack is its value.
   if (frame.code->procedure != nullptr && stack_->GetSize() > frame.stackHeight)
     stack_->CutTo(frame.stackHeight);
@@ -324,6 +327,7 @@ VarList* Machine::HostScope() {
 }
 
 void Machine::CreateLocalScope() {
+  ExtraLocals();  // by which the end of the frame knows that there is something to drop
   hostScopes_.push_back({ScopeNumber(), std::make_unique<VarList>(false)});
 }
 
@@ -367,9 +371,63 @@ Variable* Machine::GetLocal(uint32_t index) {
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   if (index >= slots)
     return extraLocals_.empty() ? nullptr : ExtraLocals().GetVariable(index - slots);
-  for (const OwnedRegister& owned : frame->code->ownedLocals)
-    if (owned.reg == index && owned.kind == Kind::Any) return frame->base[index].v;
+  return IsObject(*frame, index) ? frame->base[index].v : LendLocal(*frame, index);
+}
+
+bool Machine::IsObject(const Frame& frame, uint32_t slot) const {
+  const auto& owned = frame.code->ownedLocals;
+  const auto found = std::lower_bound(owned.begin(), owned.end(), slot,
+                                      [](const OwnedRegister& o, uint32_t s) { return o.reg < s; });
+  return found != owned.end() && found->reg == slot && found->kind == Kind::Any;
+}
+
+Variable* Machine::FindLent(uint32_t frame, uint32_t slot) const {
+  for (const LentLocal& lent : lent_)
+    if (lent.frame == frame && lent.slot == slot) return lent.variable;
   return nullptr;
+}
+
+/// The value of a register moves into an object until the built-in that the frame is in returns.
+/// Null outside of such a call, above the local's declaration, and without memory.
+Variable* Machine::LendLocal(Frame& frame, uint32_t slot) {
+  const auto number = static_cast<uint32_t>(&frame - frames_.data()) + 1;
+  if (Variable* known = FindLent(number, slot)) return known;
+  const Code& code = *frame.code;
+  const bool declared =
+      slot < code.parameters || code.declaredAt[slot] < StatementAt(frame).statement;
+  if (inBuiltIn_ < number || !declared) return nullptr;
+  const Local& local = code.procedure->Locals().At(slot);
+  Variable* variable = nullptr;
+  Attempt([&] {
+    lent_.reserve(lent_.size() + 1);
+    variable = MakeVariable(local.type, local.name, frame.base[slot]);
+    lent_.push_back({number, slot, variable});
+    frame.base[slot].bits = 0;
+  });
+  return variable;
+}
+
+/// Back into the registers. Whoever keeps an object keeps a copy.
+void Machine::TakeBackLocals() {
+  while (!lent_.empty() && lent_.back().frame >= frameCount_) {
+    const LentLocal lent = lent_.back();
+    lent_.pop_back();
+    Frame& frame = frames_[lent.frame - 1];
+    const TypeDesc& type = *frame.code->procedure->Locals().At(lent.slot).type;
+    Cell& place = frame.base[lent.slot];
+    Cell& value = *CellOf(*lent.variable);
+    // A host may have added members to a structure, of which the script knows nothing.
+    const bool fits = HasLayoutOf(*lent.variable, type);
+    const bool shared = fits && VariableAccess::Holders(*lent.variable) > 0;
+    const bool copied = Attempt([&] {
+      if (shared)
+        place = CopyCell(type.GetKind(), value);
+      else if (!fits && !ConvertCell(type, *TypeOf(*lent.variable), value, place))
+        place = DefaultCell(type);
+    });
+    if ((fits && !shared) || !copied) place = std::exchange(value, ZeroCell());
+    Variable::Delete(lent.variable);
+  }
 }
 
 uint32_t Machine::AddLocal(Variable* variable) {
@@ -387,6 +445,10 @@ Variable* Machine::RemoveLocal(std::string_view name) {
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   auto at = static_cast<uint32_t>(index);
   if (at >= slots) return ExtraLocals().RemoveVariable(at - slots);
+  if (!IsObject(*frame, at)) {
+    Raise(ERR_FUNCFAILED, name);
+    return nullptr;
+  }
   Variable* variable = frame->base[at].v;
   frame->base[at].bits = 0;
   return variable;
@@ -406,6 +468,11 @@ void Machine::ReplaceLocal(uint32_t index, Variable* variable) {
   // Code reads a local without looking twice; what it would not expect there stands behind a
   // reference, at which it does look.
   const Local& local = frame->code->procedure->Locals().At(index);
+  if (!IsObject(*frame, index)) {
+    Raise(ERR_FUNCFAILED, local.name.View());
+    Variable::Delete(variable);
+    return;
+  }
   if (!VariableAccess::IsReference(*variable) && !HasLayoutOf(*variable, *local.type)) {
     auto* reference = new VarReference(KelString(local.name.View()), variable);
     Variable::Delete(variable);
@@ -435,10 +502,9 @@ VarList Machine::SnapshotLocals() {
   const LocalTable& locals = frame->code->procedure->Locals();
   auto add = [&](uint32_t slot) {
     const Local& local = locals.At(slot);
-    Variable* object = GetLocal(slot);
-    bool isObject = object != nullptr;
-    for (const OwnedRegister& owned : frame->code->ownedLocals)
-      isObject = isObject || (owned.reg == slot && owned.kind == Kind::Any);
+    const bool own = IsObject(*frame, slot);
+    Variable* object = own ? frame->base[slot].v : FindLent(ScopeNumber(), slot);
+    const bool isObject = own || object != nullptr;
     if (isObject && object == nullptr) return;  // not declared yet
     Variable* copy = isObject ? object->Clone()
                               : MakeVariable(local.type, local.name,

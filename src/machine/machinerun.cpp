@@ -85,6 +85,7 @@ L_Nop:
   NEXT();
 L_Mov:
 L_MovO:
+L_LdL:
   A = B;
   NEXT();
 L_LoadI:

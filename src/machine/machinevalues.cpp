@@ -432,6 +432,10 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
   if (!function.IsImplemented()) {
     stack->CutTo(height);
   } else {
+    // While such a built-in runs, its caller's locals can be had by name.
+    const bool looksUp = !function.Traits().localsBlind;
+    const uint32_t outer = inBuiltIn_;
+    if (looksUp) inBuiltIn_ = frameCount_;
     try {
       if (function.GetImplementation() != nullptr)
         function.GetImplementation()(&call);
@@ -447,6 +451,10 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
     } catch (...) {
       call.errorCode = ERR_INTERNAL;
       call.errorText = function.GetName();
+    }
+    if (looksUp) {
+      inBuiltIn_ = outer;
+      if (!lent_.empty()) TakeBackLocals();
     }
   }
   if (call.errorCode != 0) {

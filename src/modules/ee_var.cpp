@@ -181,7 +181,7 @@ bool VarSet(Call& call, std::string_view name, T value) {
 KelString GetErrorName(Call& call, int32_t code) { return call.Context().GetErrorName(code); }
 KelString GetErrorText(Call& call, int32_t code) { return call.Context().GetErrorText(code); }
 
-constexpr FunctionTraits kByName{.exactResult = true, .localsBlind = false};
+constexpr FunctionTraits kByName{.exactResult = true, .usesLocals = true};
 constexpr FunctionTraits kBlind{.exactResult = true, .localsBlind = true};
 /// The declared result is any array, what is pushed is one of the argument's type.
 constexpr FunctionTraits kArray{.exactResult = false, .localsBlind = true};

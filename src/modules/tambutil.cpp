@@ -87,7 +87,7 @@ bool DebugDump(Call& call, std::string_view section) {
 }
 
 constexpr FunctionTraits kExact{.exactResult = true, .localsBlind = true};
-constexpr FunctionTraits kSeesLocals{.exactResult = true, .localsBlind = false};
+constexpr FunctionTraits kSeesLocals{.exactResult = true, .usesLocals = true};
 /// What is pushed is not of the declared type.
 constexpr FunctionTraits kInexact{.exactResult = false, .localsBlind = true};
 

@@ -1,6 +1,7 @@
 #include "statements/localfacts.h"
 
 #include <map>
+#include <utility>
 
 #include "expr/exprfunc.h"
 #include "expr/exprproc.h"
@@ -30,6 +31,7 @@ class FactFinder {
     facts_.object.assign(locals_.Count(), false);
     facts_.absent.assign(locals_.Count(), false);
     declared_.assign(locals_.Count(), false);
+    facts_.declaredAt.assign(locals_.Count(), 0);
   }
 
   LocalFacts Find() {
@@ -43,7 +45,9 @@ class FactFinder {
     const StatementList& statements = procedure_.Statements();
     for (uint32_t i = 1; i <= statements.GetCount(); ++i) {
       Merge(i);
+      looksUp_ = false;
       Visit(statements.Get(i), i);
+      if (looksUp_) NeedsCertainty();
     }
     if (facts_.byName) facts_.object.assign(locals_.Count(), true);
     return std::move(facts_);
@@ -57,6 +61,7 @@ class FactFinder {
     if (jumps == pending_.end()) return;
     for (size_t slot = 0; slot < declared_.size(); ++slot)
       declared_[slot] = (!reachable_ || declared_[slot]) && jumps->second[slot];
+    merged_ = true;
     reachable_ = true;
     pending_.erase(jumps);
   }
@@ -75,6 +80,7 @@ class FactFinder {
       if (!jump->IsConditional()) reachable_ = false;
     } else if (const auto* declare = statement.As<StatementDeclare>()) {
       declared_[declare->GetSlot()] = true;
+      facts_.declaredAt[declare->GetSlot()] = index;
     } else if (const auto* expression = statement.As<StatementExpression>()) {
       VisitTree(expression->Expression());
     } else if (const auto* pop = statement.As<StatementPopVar>()) {
@@ -91,6 +97,14 @@ class FactFinder {
     const bool absent = use.slot >= 0 && reachable_ && !declared_[at];
     if (absent) facts_.absent[at] = true;
     if (use.slot < 0 || absent) facts_.object[at] = true;
+  }
+
+  /// Somebody may look for a local here: one of those whose declaration stands above but may not
+  /// have run must say so itself.
+  void NeedsCertainty() {
+    if (!std::exchange(merged_, false)) return;
+    for (size_t slot = 0; slot < declared_.size(); ++slot)
+      if (!declared_[slot] && facts_.declaredAt[slot] != 0) facts_.object[slot] = true;
   }
 
   void NeedsObject(const ExpressionBase& argument) {
@@ -115,9 +129,14 @@ class FactFinder {
       } else if (node.GetKind() == EXPRESSION_FUNCTION) {
         const FunctionTraits& traits =
             static_cast<const ExpressionFunction&>(node).Function().Traits();
-        if (!traits.localsBlind) facts_.byName = true;
-        for (uint32_t i = 0; i < node.GetChildCount(); ++i)
-          if ((traits.writesArgument >> i & 1) != 0) NeedsObject(*node.GetChild(i));
+        if (traits.usesLocals) facts_.byName = true;
+        if (!traits.localsBlind) looksUp_ = true;
+        const auto& function = static_cast<const ExpressionFunction&>(node);
+        for (uint32_t i = 0; i < node.GetChildCount(); ++i) {
+          const Kind kind = node.GetChild(i)->Type()->GetKind();
+          if ((traits.writesArgument >> i & 1) != 0 || function.PassesVariable(i, kind))
+            NeedsObject(*node.GetChild(i));
+        }
       }
     }
   }
@@ -126,6 +145,8 @@ class FactFinder {
   const LocalTable& locals_;
   LocalFacts facts_;
   std::vector<bool> declared_;
+  bool merged_ = false;  ///< since the last statement that looks up locals
+  bool looksUp_ = false;
   bool reachable_ = true;
   std::map<uint32_t, std::vector<bool>> pending_;
 };

@@ -7,9 +7,9 @@ class TamberProcedure;
 namespace tamber {
 
 /// Works out which locals of a procedure live in objects: those that a reference parameter may
-/// stand for, that a built-in may look for by name or change, that the engine itself reads by name,
-/// and those that a statement may meet before their declaration has run.
-/// `observed`: all of them do.
+/// stand for, that a built-in may change or keep, that the engine itself reads by name, that may be
+/// there or not where somebody may look for them by name, and those that a statement may meet
+/// before their declaration has run. `observed`: all of them do.
 LocalFacts FindLocalFacts(const TamberProcedure& procedure, bool observed);
 
 }  // namespace tamber

@@ -21,6 +21,7 @@ std::unique_ptr<Code> BeginCode(const TamberProcedure& procedure, const LocalFac
   code->returnType = procedure.ReturnType();
   code->parameters = procedure.GetParameterCount();
   code->localsAreObjects = facts.byName;
+  code->declaredAt = facts.declaredAt;
   code->ownsCaseSwitch = procedure.Locals().Find("StrCase") >= 0;
   for (uint32_t slot = 0; slot < procedure.Locals().Count(); ++slot) {
     const Kind kind = facts.object[slot] ? Kind::Any : procedure.Locals().At(slot).type->GetKind();
@@ -95,7 +96,9 @@ void ProcedureLowering::LowerPad(const Pad& pad) {
   ResumeAt(entry, *pad.end);
   // What a handler has pulled away takes no value, and that is all.
   if (pad.mayBeGone) exits_.push_back({&StatementEntry::retry, entry, pad.end});
+  builder_.SetLocalsChange(true);
   pad.lower();
+  builder_.SetLocalsChange(false);
   builder_.EndStatement();
   builder_.Jump(*pad.end);
 }
@@ -129,10 +132,19 @@ uint32_t ProcedureLowering::LowerGroup(uint32_t i) {
   return 1;
 }
 
+bool ProcedureLowering::LooksUpLocals(uint32_t i, uint32_t count) const {
+  for (uint32_t at = i; at < i + count; ++at) {
+    const auto* part = statements_.Get(at).As<StatementExpression>();
+    if (part != nullptr && part->Expression().LooksUpLocals()) return true;
+  }
+  return false;
+}
+
 uint32_t ProcedureLowering::LowerExpressionGroup(uint32_t i, const StatementExpression& first) {
   const ExpressionBase& expression = first.Expression();
   const uint32_t count = StatementExpression::GroupSize(first.GetUse());
   CountStatements(i, count);
+  builder_.SetLocalsChange(LooksUpLocals(i, count));
   switch (first.GetUse()) {
     case StatementExpression::Use::Assigned:
       LowerAssign(i, expression, At<StatementPopVar>(i + 1).Variable());
@@ -158,6 +170,7 @@ uint32_t ProcedureLowering::LowerExpressionGroup(uint32_t i, const StatementExpr
       LowerDropped(i, expression);
       break;
   }
+  builder_.SetLocalsChange(false);
   return count;
 }
 

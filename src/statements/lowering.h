@@ -79,6 +79,8 @@ class ProcedureLowering {
   void CheckError(const ExpressionBase& expression);
   void CountStatements(uint32_t i, uint32_t count);
   uint32_t LowerGroup(uint32_t i);
+  /// Whether one of the statements calls who may look for locals by name.
+  bool LooksUpLocals(uint32_t i, uint32_t count) const;
   uint32_t LowerExpressionGroup(uint32_t i, const StatementExpression& first);
   void LowerJump(uint32_t i, const StatementGoto& jump);
   void LowerDeclare(uint32_t slot);

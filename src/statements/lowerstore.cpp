@@ -84,8 +84,10 @@ bool ProcedureLowering::LowerAppend(const ExpressionBase& expression, const VarU
     node = op->GetChild(0);
   }
   if (chain.empty() || !IsSameVariable(*node, target)) return false;
-  // Script code could change a variable that is not the procedure's own before it is added to.
+  // Script code could change a variable that is not the procedure's own before it is added to, and
+  // who looks for locals by name one that is.
   if (expression.IsImpure() && !builder_.IsRegister(target)) return false;
+  if (expression.LooksUpLocals()) return false;
   Operand tail = chain.back()->GetChild(1)->Lower(builder_);
   if (chain.size() > 1) {
     tail = StartString(tail);
