@@ -14,6 +14,7 @@
 #include "kel/keldebug.h"
 #include "kel/sessionstore.h"
 #include "kel/stop.h"
+#include "kel/transfer.h"
 #include "machine/machine.h"
 #include "machine/machinehost.h"
 #include "machine/runstate.h"
@@ -51,7 +52,9 @@ struct Configuration {
   KelDebugContext* debugContext = nullptr;
   KelString scriptKey;
   kel::FilePolicy filePolicy;
-  KelString ownLogFile;  ///< what `LogFile` was set to for the host's script, not by it
+  kel::TransferLimits transferLimits;
+  bool hostLimitsTransfers = false;  ///< the INI file is not asked any more
+  KelString ownLogFile;              ///< what `LogFile` was set to for the host's script, not by it
   int32_t compileOnly = 0;
   int32_t dumpStatements = 0;
   bool dumpCode = false;

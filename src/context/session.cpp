@@ -1,5 +1,6 @@
 #include "context/session.h"
 
+#include <algorithm>
 #include <new>
 #include <string>
 
@@ -163,6 +164,21 @@ bool LoadSessionVariables(ContextState& state) {
 
 }  // namespace tamber
 
+namespace {
+
+/// Negative values are no limit, as 0 is.
+void ReadTransferLimits(const IniFile& ini, kel::TransferLimits& limits) {
+  constexpr int32_t kHour = 3600;
+  constexpr uint64_t kKilobyte = 1024;
+  const auto read = [&ini](const char* key, int32_t otherwise) {
+    return static_cast<uint32_t>(std::max(ini.ReadInteger("TamberConfig", key, otherwise), 0));
+  };
+  limits.seconds = read("TransferTime", kHour);
+  limits.bytes = read("TransferSize", 0) * kKilobyte;
+}
+
+}  // namespace
+
 // Running out of memory here leaves the settings or sessions as they are; by design none of these
 // calls sets the context error.
 
@@ -177,6 +193,7 @@ void TamberContext::SetIniPath(const KelString& path) {
     state.config.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
     state.config.dumpCode = ini.ReadInteger("TamberDebug", "DumpCode", 0) != 0;
     state.config.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
+    if (!state.config.hostLimitsTransfers) ReadTransferLimits(ini, state.config.transferLimits);
     state.run.settings.dumpsLocals = false;
     for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})
       state.run.settings.dumpsLocals |= !ini.ReadString(section, "DumpLocals", "").IsEmpty();

@@ -176,6 +176,12 @@ void TamberContext::SetScriptKey(const KelString& key) { state_->config.scriptKe
 void TamberContext::SetFilePolicy(const kel::FilePolicy& policy) {
   state_->config.filePolicy = policy;
 }
+void TamberContext::SetTransferLimits(uint32_t seconds, uint64_t bytes) {
+  State().config.transferLimits.seconds = seconds;
+  State().config.transferLimits.bytes = bytes;
+  State().config.hostLimitsTransfers = true;
+}
+
 const kel::FilePolicy& TamberContext::GetFilePolicy() const { return state_->config.filePolicy; }
 
 void TamberContext::SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void*),

@@ -97,6 +97,12 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// loaded only from where scripts may not write.
   void SetFilePolicy(const kel::FilePolicy& policy);
   const kel::FilePolicy& GetFilePolicy() const;
+  /// How long one request of a script to a server may take, in seconds, and how many bytes the file
+  /// may have that it gets or sends; 0: any. A transfer beyond fails with the error of getting or
+  /// of sending, and leaves no part of a file. Takes precedence over the keys `TransferTime` and
+  /// `TransferSize` of the INI file, without which a request may take an hour and files have any
+  /// size. Scripts that are called run under the same limits.
+  void SetTransferLimits(uint32_t seconds, uint64_t bytes);
   /// The key that enciphered scripts are loaded with.
   void SetScriptKey(const KelString& key);
   /// Writes `source` enciphered under the key to `target`.

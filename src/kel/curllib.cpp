@@ -22,7 +22,13 @@ bool Open(CurlLibrary& curl) {
          Find(library, "curl_easy_cleanup", curl.easyCleanup) &&
          Find(library, "curl_easy_setopt", curl.easySetopt) &&
          Find(library, "curl_easy_getinfo", curl.easyGetinfo) &&
-         Find(library, "curl_easy_perform", curl.easyPerform) &&
+         Find(library, "curl_multi_init", curl.multiInit) &&
+         Find(library, "curl_multi_cleanup", curl.multiCleanup) &&
+         Find(library, "curl_multi_add_handle", curl.multiAddHandle) &&
+         Find(library, "curl_multi_remove_handle", curl.multiRemoveHandle) &&
+         Find(library, "curl_multi_perform", curl.multiPerform) &&
+         Find(library, "curl_multi_poll", curl.multiPoll) &&
+         Find(library, "curl_multi_info_read", curl.multiInfoRead) &&
          Find(library, "curl_slist_append", curl.slistAppend) &&
          Find(library, "curl_slist_free_all", curl.slistFreeAll) &&
          Find(library, "curl_url", curl.url) &&

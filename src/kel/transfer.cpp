@@ -1,5 +1,6 @@
 #include "kel/transfer.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,9 +8,11 @@
 #include <initializer_list>
 #include <memory>
 
+#include "kel/clock.h"
 #include "kel/curllib.h"
 #include "kel/fileio.h"
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "kel/url.h"
 
 namespace kel {
@@ -29,6 +32,27 @@ TransferStatus FailureOf(Task task) {
       return TransferStatus::GetFile;
   }
 }
+
+/// What going beyond the limits is called.
+TransferStatus LimitOf(Task task) {
+  switch (task) {
+    case Task::Put:
+    case Task::Rename:
+      return TransferStatus::PutLimit;
+    case Task::Delete:
+      return TransferStatus::Connect;
+    default:
+      return TransferStatus::GetLimit;
+  }
+}
+
+/// How long a transfer that waits for the network goes on without a look at the clock and for a
+/// stop.
+constexpr int kMillisecondsPerLook = 10;
+
+struct MultiCloser {
+  void operator()(CURLM* multi) const { Curl()->multiCleanup(multi); }
+};
 
 /// The library is set up once for the process and never torn down: other threads may use it.
 bool StartLibrary() {
@@ -87,7 +111,8 @@ class Request {
   TransferStatus Run() {
     if (!url_) return TransferStatus::BadFormat;
     if (curl_ == nullptr) return FailureOf(task_);
-    const CURLcode code = Curl()->easyPerform(curl_);
+    const CURLcode code = Perform();
+    if (isLate_ || code == CURLE_FILESIZE_EXCEEDED) return LimitOf(task_);
     long response = 0;
     Curl()->easyGetinfo(curl_, CURLINFO_RESPONSE_CODE, &response);
     if (IsSmb() && IsRefusal(code) && !TakesShare()) return TransferStatus::ShareName;
@@ -106,8 +131,50 @@ class Request {
   bool TakesShare() const {
     const std::string path = url_->Get(Url::Part::Path);
     const std::string share = path.substr(0, path.find_first_of("/\\", 1));
-    const Request request(url_->WithPath(share + "/"), Task::Probe, limits_);
-    return request.curl_ != nullptr && !IsRefusal(Curl()->easyPerform(request.curl_));
+    Request request(url_->WithPath(share + "/"), Task::Probe, limits_);
+    return request.curl_ != nullptr && !IsRefusal(request.Perform());
+  }
+
+  /// As the library's own waiting call, which would not look up more than once in a second.
+  CURLcode Perform() {
+    const std::unique_ptr<CURLM, MultiCloser> multi(Curl()->multiInit());
+    if (!multi || Curl()->multiAddHandle(multi.get(), curl_) != CURLM_OK) {
+      return CURLE_OUT_OF_MEMORY;
+    }
+    const CURLcode code = Drive(multi.get());
+    if (code == CURLE_ABORTED_BY_CALLBACK) {
+      // Nobody waits for a name server that does not answer.
+      Set(CURLOPT_QUICK_EXIT, 1L);
+    }
+    Hush();
+    Curl()->multiRemoveHandle(multi.get(), curl_);
+    CheckStop();
+    return code;
+  }
+
+  CURLcode Drive(CURLM* multi) {
+    const uint64_t end = limits_.seconds == 0
+                             ? UINT64_MAX
+                             : MonotonicNanoseconds() + limits_.seconds * uint64_t{1'000'000'000};
+    int running = 1;
+    while (true) {
+      if (Curl()->multiPerform(multi, &running) != CURLM_OK) return CURLE_OUT_OF_MEMORY;
+      if (running == 0) break;
+      isLate_ = MonotonicNanoseconds() >= end;
+      if (isLate_ || IsStopRequested()) return CURLE_ABORTED_BY_CALLBACK;
+      Curl()->multiPoll(multi, nullptr, 0, kMillisecondsPerLook, nullptr);
+    }
+    int left = 0;
+    const CURLMsg* const message = Curl()->multiInfoRead(multi, &left);
+    return message != nullptr ? message->data.result : CURLE_OUT_OF_MEMORY;
+  }
+
+  /// The library says goodbye to servers of some protocols and would wait for their answer, for
+  /// minutes if need be: it finds that there will be none.
+  void Hush() {
+    curl_socket_t socket = CURL_SOCKET_BAD;
+    Curl()->easyGetinfo(curl_, CURLINFO_ACTIVESOCKET, &socket);
+    if (socket != CURL_SOCKET_BAD) ::shutdown(socket, SHUT_RD);
   }
 
   void SetLimits(const TransferLimits& limits) {
@@ -116,6 +183,8 @@ class Request {
     Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(limits.stallSeconds));
     Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
     Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(limits.stallSeconds));
+    Set(CURLOPT_MAXFILESIZE_LARGE,
+        static_cast<curl_off_t>(std::min<uint64_t>(limits.bytes, INT64_MAX)));
     Set(CURLOPT_PROTOCOLS_STR, scheme_.c_str());
     // Only what is read may be looked for elsewhere, and never with less protection.
     Set(CURLOPT_FOLLOWLOCATION, IsHttp() && (task_ == Task::Get || task_ == Task::Probe) ? 1L : 0L);
@@ -165,6 +234,7 @@ class Request {
       case CURLE_COULDNT_RESOLVE_HOST:
       case CURLE_COULDNT_CONNECT:
       case CURLE_OPERATION_TIMEDOUT:
+        return HasBegun(response) ? Unfinished() : TransferStatus::Connect;
       case CURLE_FTP_ACCEPT_TIMEOUT:
       case CURLE_WEIRD_SERVER_REPLY:
       case CURLE_SSL_CONNECT_ERROR:
@@ -196,8 +266,24 @@ class Request {
       case CURLE_ABORTED_BY_CALLBACK:
         return TransferStatus::LocalRead;
       default:
-        return HasGreeted() ? FailureOf(task_) : TransferStatus::Connect;
+        return HasGreeted() ? Unfinished() : TransferStatus::Connect;
+      case CURLE_QUOTE_ERROR:
+        return FailureOf(task_);
     }
+  }
+
+  /// A deletion without an answer has been done or not; anything else has failed.
+  TransferStatus Unfinished() const {
+    return task_ == Task::Delete ? TransferStatus::Connect : FailureOf(task_);
+  }
+
+  /// Whether the server had begun to answer, or to take what it is sent.
+  bool HasBegun(long response) const {
+    curl_off_t got = 0;
+    curl_off_t sent = 0;
+    Curl()->easyGetinfo(curl_, CURLINFO_SIZE_DOWNLOAD_T, &got);
+    Curl()->easyGetinfo(curl_, CURLINFO_SIZE_UPLOAD_T, &sent);
+    return got > 0 || sent > 0 || (IsHttp() && response != 0);
   }
 
   /// Whether a protected connection came about; an unprotected one always has.
@@ -213,11 +299,23 @@ class Request {
   std::string scheme_;
   CURL* curl_;
   curl_slist* list_ = nullptr;
+  bool isLate_ = false;  ///< the time for all of it is up
 };
 
-size_t WriteToFile(char* data, size_t size, size_t count, void* descriptor) {
+/// Where a download goes.
+struct Target {
+  int descriptor;
+  uint64_t left;  ///< bytes that may still come
+  bool isFull = false;
+};
+
+size_t WriteToFile(char* data, size_t size, size_t count, void* to) {
+  Target& target = *static_cast<Target*>(to);
   const size_t bytes = size * count;
-  return WriteFull(*static_cast<int*>(descriptor), {data, bytes}) ? bytes : 0;
+  target.isFull = bytes > target.left;
+  if (target.isFull || !WriteFull(target.descriptor, {data, bytes})) return 0;
+  target.left -= bytes;
+  return bytes;
 }
 
 /// What is sent: as many bytes as were announced, whatever becomes of the file meanwhile.
@@ -311,12 +409,15 @@ TransferStatus Probe(const std::string& url, bool ask, const TransferLimits& lim
 TransferStatus Download(const std::string& url, int descriptor, const TransferLimits& limits) {
   Request request(url, Task::Get, limits);
   request.Set(CURLOPT_WRITEFUNCTION, &WriteToFile);
-  request.Set(CURLOPT_WRITEDATA, &descriptor);
-  return request.Run();
+  Target target{descriptor, limits.bytes == 0 ? UINT64_MAX : limits.bytes};
+  request.Set(CURLOPT_WRITEDATA, &target);
+  const TransferStatus status = request.Run();
+  return target.isFull ? TransferStatus::GetLimit : status;
 }
 
 TransferStatus Upload(int descriptor, uint64_t size, const std::string& url, bool replace,
                       const TransferLimits& limits) {
+  if (limits.bytes != 0 && size > limits.bytes) return TransferStatus::PutLimit;
   if (::lseek(descriptor, 0, SEEK_SET) != 0) return TransferStatus::LocalRead;
   Request request(url, Task::Put, limits);
   request.Set(CURLOPT_UPLOAD, 1L);

@@ -8,19 +8,23 @@
 
 /// Files by URL: http, https, ftp, ftps and sftp, and smb where the system's library has it.
 ///
-/// Certificates and host keys are checked. Nothing waits for ever. No text that comes out of here
-/// holds the user name, password or query of a URL.
+/// Certificates and host keys are checked. Nothing waits for ever, and all of it looks for a stop
+/// (kel/stop.h) many times a second. No text that comes out of here holds the user name, password
+/// or query of a URL.
 namespace kel {
 
 enum class TransferStatus {
   Ok,
-  Connect,      ///< no such host, nobody answers, no answer in time, or not who it claims to be
+  Connect,      ///< no such host, nobody answers, no answer in time, or not who it claims to be;
+                ///< of a deletion also when the answer is lost: the file may be there or not
   Login,        ///< the server wants to know who it is talking to, or does not know the user
   Password,     ///< the server refuses user and password
   ShareName,    ///< the server refuses the share
-  GetFile,      ///< reading from the source failed
+  GetFile,      ///< reading from the source failed, half-way perhaps
   PutFile,      ///< writing to the destination failed
-  DelFile,      ///< deleting failed
+  GetLimit,     ///< what was read took longer, or was larger, than the limits allow
+  PutLimit,     ///< the same of what was written
+  DelFile,      ///< the server refuses to delete
   BadFormat,    ///< not a URL
   BadProtocol,  ///< a scheme that is not served
   BadPath,      ///< the server has no such path
@@ -44,6 +48,8 @@ std::string UrlWithoutSecrets(std::string_view url);
 struct TransferLimits {
   int32_t connectSeconds = 30;
   int32_t stallSeconds = 60;  ///< without a single byte
+  uint32_t seconds = 0;       ///< for all of a request; 0: as long as bytes come
+  uint64_t bytes = 0;         ///< of the file; 0: any size
 };
 
 /// Fetches what the URL names behind the present end of an open file.

@@ -1,5 +1,6 @@
 #include <optional>
 
+#include "context/contextstate.h"
 #include "kel/dirs.h"
 #include "kel/filecopy.h"
 #include "kel/fileio.h"
@@ -46,6 +47,12 @@ bool Transferred(Call& call, kel::TransferStatus status, const std::string& url,
     case Status::PutFile:
       call.Fail(CodeOf(call, NetError::PutFile), shown);
       break;
+    case Status::GetLimit:
+      call.Fail(CodeOf(call, NetError::GetFile), "Beyond the host's limits: " + shown);
+      break;
+    case Status::PutLimit:
+      call.Fail(CodeOf(call, NetError::PutFile), "Beyond the host's limits: " + shown);
+      break;
     case Status::DelFile:
       call.Fail(CodeOf(call, NetError::DelFile), shown);
       break;
@@ -69,6 +76,10 @@ bool Transferred(Call& call, kel::TransferStatus status, const std::string& url,
       break;
   }
   return false;
+}
+
+const kel::TransferLimits& LimitsOf(Call& call) {
+  return call.Context().State().config.transferLimits;
 }
 
 /// Finds out what a script means by a text; what it cannot mean, or may not, sets the error.
@@ -112,7 +123,7 @@ bool Fetch(Call& call, const std::string& url, const std::string& target, bool f
   kel::ReplacedFile file;
   const auto mode = force ? kel::ReplacedFile::Mode::Force : kel::ReplacedFile::Mode::CreateNew;
   return CanBeMade(call, file.Open(to, mode), target) &&
-         Transferred(call, kel::Download(url, file.Get()), url, target) &&
+         Transferred(call, kel::Download(url, file.Get(), LimitsOf(call)), url, target) &&
          CanBeMade(call, file.Commit(), target);
 }
 
@@ -138,7 +149,7 @@ bool Stage(Call& call, kel::Descriptor& file, uint64_t& size, const std::string&
 
 /// Whether nothing stands in the way of a file at the URL.
 bool IsFree(Call& call, const std::string& url) {
-  return Transferred(call, kel::CheckFree(url), url);
+  return Transferred(call, kel::CheckFree(url, LimitsOf(call)), url);
 }
 
 bool Send(Call& call, const std::string& source, const std::string& url, bool force) {
@@ -149,16 +160,18 @@ bool Send(Call& call, const std::string& source, const std::string& url, bool fo
   // A server is told the size first, which a file that is made up as it is read does not know.
   if (size == 0 && !Stage(call, file, size, source)) return false;
   return (force || IsFree(call, url)) &&
-         Transferred(call, kel::Upload(file.Get(), size, url, force), url, source);
+         Transferred(call, kel::Upload(file.Get(), size, url, force, LimitsOf(call)), url, source);
 }
 
 bool Relay(Call& call, const std::string& source, const std::string& target, bool force) {
   const kel::Descriptor file = OpenStage(call);
   if (!file.IsOpen() || !(force || IsFree(call, target))) return false;
   const std::string local = kel::TemporaryDirectory();
-  if (!Transferred(call, kel::Download(source, file.Get()), source, local)) return false;
+  if (!Transferred(call, kel::Download(source, file.Get(), LimitsOf(call)), source, local))
+    return false;
   const uint64_t size = kel::FileLength(file.Get());
-  return Transferred(call, kel::Upload(file.Get(), size, target, force), target, local);
+  return Transferred(call, kel::Upload(file.Get(), size, target, force, LimitsOf(call)), target,
+                     local);
 }
 
 bool CopyBetween(Call& call, const Endpoint& from, const Endpoint& to, bool force) {
@@ -169,12 +182,32 @@ bool CopyBetween(Call& call, const Endpoint& from, const Endpoint& to, bool forc
 }
 
 bool DeleteAt(Call& call, const Endpoint& file, bool force) {
-  if (file.isRemote) return Transferred(call, kel::DeleteRemote(file.text), file.text);
+  if (file.isRemote) {
+    return Transferred(call, kel::DeleteRemote(file.text, LimitsOf(call)), file.text);
+  }
   const kel::Place place = PlaceOf(call, file.text, kel::Access::Write, kel::Links::Keep);
   const kel::FileStatus status = kel::DeleteFile(place, force);
   const bool isProtected = status == kel::FileStatus::Unwritable;
   return isProtected ? SucceededOr(call, status, ERR_FUNCFAILED, file.text)
                      : Succeeded(call, status, file.text);
+}
+
+/// Deletes the copy that a move has made of a file which then had to stay.
+void Withdraw(Call& call, const Endpoint& copy) {
+  if (copy.isRemote) {
+    kel::DeleteRemote(copy.text, LimitsOf(call));
+  } else {
+    kel::DeleteFile(PolicyOf(call).Find(copy.text, kel::Access::Write, kel::Links::Keep), true);
+  }
+}
+
+/// The second half of a move from a server.
+bool DeleteMoved(Call& call, const Endpoint& source, const Endpoint& copy) {
+  const kel::TransferStatus status = kel::DeleteRemote(source.text, LimitsOf(call));
+  const bool isUnsure = status == kel::TransferStatus::Connect;
+  // Without an answer, the copy may be all that is left.
+  if (status != kel::TransferStatus::Ok && !isUnsure) Withdraw(call, copy);
+  return Transferred(call, status, source.text);
 }
 
 }  // namespace
@@ -198,14 +231,15 @@ bool Move(Call& call, std::string_view source, std::string_view target) {
   if (!from->isRemote && !to->isRemote) return MovePath(call, from->text, to->text);
   if (from->isRemote && to->isRemote && kel::IsSameServer(from->text, to->text)) {
     return IsFree(call, to->text) &&
-           Transferred(call, kel::RenameRemote(from->text, to->text), from->text);
+           Transferred(call, kel::RenameRemote(from->text, to->text, LimitsOf(call)), from->text);
   }
   // A source that cannot be deleted afterwards is not copied for nothing.
   if (from->isRemote && !kel::CanDeleteRemote(from->text)) {
     return Transferred(call, kel::TransferStatus::DelFile, from->text);
   }
   if (!from->isRemote) PlaceOf(call, from->text, kel::Access::Write, kel::Links::Keep);
-  return !HasFailed(call) && CopyBetween(call, *from, *to, false) && DeleteAt(call, *from, true);
+  if (HasFailed(call) || !CopyBetween(call, *from, *to, false)) return false;
+  return from->isRemote ? DeleteMoved(call, *from, *to) : DeleteAt(call, *from, true);
 }
 
 bool DeleteForced(Call& call, std::string_view url, bool force) {

@@ -5,12 +5,14 @@
 #include <pwd.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 #include <vector>
 
 #include "kel/descriptor.h"
 #include "kel/fileio.h"
+#include "kel/stop.h"
 #include "tempdir.h"
 #include "testserver.h"
 
@@ -74,9 +76,9 @@ class TransferTest : public TempDirTest {
     fs::current_path("served");
   }
 
-  Status Fetch(const std::string& url) {
+  Status Fetch(const std::string& url, const TransferLimits& limits = kQuick) {
     const Descriptor file(::open("../fetched", O_RDWR | O_CREAT | O_TRUNC, 0600));
-    const Status status = Download(url, file.Get(), kQuick);
+    const Status status = Download(url, file.Get(), limits);
     fetched_ = Get("../fetched");
     return status;
   }
@@ -144,6 +146,27 @@ TEST_F(TransferTest, Http) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(Fetch(root + "slow"), Status::Connect);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST_F(TransferTest, HttpThatTakesTooMuch) {
+  const TestServer server("http_server.py", {});
+  ASSERT_TRUE(server.IsUp());
+  const std::string root = "http://127.0.0.1:" + server.Port() + "/";
+  EXPECT_EQ(Fetch(root + "stall"), Status::GetFile);
+  EXPECT_EQ(Fetch(root + "drip", {5, 2, 1, 0}), Status::GetLimit);
+  EXPECT_EQ(Fetch(root + "drip", {5, 2, 0, 999'999}), Status::GetLimit);
+  EXPECT_EQ(Fetch(root + "file", {5, 2, 0, 8}), Status::Ok);
+  EXPECT_EQ(Fetch(root + "file", {5, 2, 0, 7}), Status::GetLimit);
+  EXPECT_EQ(Upload(STDIN_FILENO, 8, root + "new", true, {5, 2, 0, 7}), Status::PutLimit);
+  std::atomic<uint32_t> word{0};
+  std::thread host([&word] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    word = 1;
+  });
+  const StopWord stops(&word);
+  const Interruptible interruptible(true);
+  EXPECT_THROW(Fetch(root + "drip", {}), Interrupted);
+  host.join();
 }
 
 TEST_F(TransferTest, HttpAsksWhoIsThere) {

@@ -6,6 +6,7 @@
 #include "context/tambctxt.h"
 #include "kel/filepolicy.h"
 #include "kel/tempdir.h"
+#include "kel/testserver.h"
 
 namespace tamber {
 namespace {
@@ -95,6 +96,29 @@ TEST_F(FilesTest, AnErrorNamesTheFileThatItIsAbout) {
   // A file that is there but cannot be written anew is not missing.
   const std::string made = "/proc/self/status";
   EXPECT_EQ(about("FileConvertToCodePage(\"" + made + "\", \"1252\")"), "FALSE 112 " + made);
+}
+
+TEST_F(FilesTest, AMoveThatTheServerDoesNotFinishLeavesNothing) {
+  Put("kept", "contents");
+  Put("file", "contents");
+  const TestServer server("http_server.py", {});
+  ASSERT_TRUE(server.IsUp());
+  const std::string root = "\"http://127.0.0.1:" + server.Port() + "/";
+  const auto move = [&](const std::string& name) {
+    return Run("FileMove(" + root + name + "\", \"moved\")\nPrint(GetErrorName(ErrCode))");
+  };
+  EXPECT_EQ(move("kept"), "FILENET_ERR_DELFILE");
+  EXPECT_FALSE(fs::exists("moved"));
+  Put("limits.ini", "[TamberConfig]\nTransferSize = 1\n");
+  Put("kept", std::string(1025, 'x'));
+  context_.SetIniPath("limits.ini");
+  EXPECT_EQ(move("kept"), "FILENET_ERR_GETFILE");
+  context_.SetTransferLimits(0, 7);
+  EXPECT_EQ(move("file"), "FILENET_ERR_GETFILE");
+  context_.SetTransferLimits(0, 8);
+  context_.SetIniPath("limits.ini");
+  EXPECT_EQ(move("file"), "");
+  EXPECT_EQ(Get("moved"), "contents");
 }
 
 }  // namespace

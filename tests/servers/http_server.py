@@ -4,16 +4,19 @@
     http_server.py [--user NAME:PASSWORD] [--cert PEM]
 
 Prints its port and serves until standard input ends. /slow never answers, /redirect leads to /file, /away to a file:
-URL, /half ends before the length that it has announced, /hidden may be written but not read, /nohead not asked about.
+URL, /half ends before the length that it has announced, /stall stays silent there, /drip sends single bytes for ever,
+/kept is not deleted, /hidden may be written but not read, /nohead not asked about.
 """
 
 import argparse
 import base64
+import contextlib
 import http.server
 import os
 import ssl
 import sys
 import threading
+import time
 import urllib.parse
 
 
@@ -60,12 +63,18 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.answer(302, Location="file:///etc/passwd")
         elif name in ("forbidden", "hidden"):
             self.answer(403)
-        elif name == "half":
+        elif name in ("half", "stall", "drip"):
             self.send_response(200)
-            self.send_header("Content-Length", "1000")
+            self.send_header("Content-Length", "1000000")
             self.end_headers()
             self.wfile.write(b"half")
             self.close_connection = True
+            with contextlib.suppress(OSError):
+                while name == "drip":
+                    self.wfile.write(b".")
+                    time.sleep(0.01)
+            if name == "stall":
+                self.rfile.read(1)
         elif os.path.isfile(name):
             with open(name, "rb") as file:
                 self.answer(200, file.read())
@@ -97,7 +106,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if self.refused():
             return
         name = self.local(self.path)
-        if name == "forbidden":
+        if name in ("forbidden", "kept"):
             self.answer(403)
         elif os.path.isfile(name):
             os.remove(name)
