@@ -14,6 +14,7 @@
 #include "kel/codec.h"
 #include "kel/fileio.h"
 #include "kel/lazylibrary.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -31,9 +32,10 @@ void ReadAhead(int descriptor) { ::posix_fadvise(descriptor, 0, 0, POSIX_FADV_SE
 
 /// Lets the system copy as much as it can by itself. False when it cannot and nothing was copied.
 bool CopyInSystem(int from, uint64_t length, int to, bool& failed) {
-  constexpr uint64_t kStep = uint64_t{1} << 30;
+  constexpr uint64_t kStep = uint64_t{16} << 20;  // between two looks for a stop
   bool any = false;
   while (length > 0) {
+    CheckStop();
     const ssize_t count = ::copy_file_range(from, nullptr, to, nullptr, std::min(kStep, length), 0);
     // Some systems report files that they generate as empty: those are read instead.
     if (count == 0) return any;

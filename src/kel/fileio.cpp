@@ -13,6 +13,7 @@
 
 #include "kel/cipher.h"
 #include "kel/kelformat.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -146,9 +147,20 @@ bool WriteFull(int descriptor, std::string_view bytes) {
 
 int64_t FileReader::Read(char* buffer, size_t size) {
   if (left_ == 0) return isKnown_ ? 0 : -1;
-  const int64_t count = ReadFull(descriptor_, buffer, std::min<uint64_t>(size, left_));
-  if (count > 0) left_ -= static_cast<uint64_t>(count);
-  return count;
+  constexpr uint64_t kBytesPerLook = uint64_t{4} << 20;
+  int64_t used = 0;
+  uint64_t wanted = 0;
+  int64_t count = 0;
+  do {
+    CheckStop();
+    wanted = std::min({size - static_cast<uint64_t>(used), left_, kBytesPerLook});
+    count = ReadFull(descriptor_, buffer + used, wanted);
+    if (count < 0) return count;
+    used += count;
+    left_ -= static_cast<uint64_t>(count);
+  } while (count > 0 && static_cast<uint64_t>(count) == wanted &&
+           static_cast<uint64_t>(used) < size && left_ > 0);
+  return used;
 }
 
 FileStatus ReadAll(int descriptor, uint64_t length, std::string& out, uint64_t maxBytes) {

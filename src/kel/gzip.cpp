@@ -8,6 +8,7 @@
 
 #include "kel/fileio.h"
 #include "kel/lazylibrary.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -50,6 +51,7 @@ class Stream {
   }
   /// One step; `produced` is good until the next one.
   int Step(std::string_view& produced) {
+    CheckStop();
     z_.next_out = reinterpret_cast<Bytef*>(out_.data());
     z_.avail_out = static_cast<uInt>(out_.size());
     const uInt before = z_.avail_in;

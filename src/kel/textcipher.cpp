@@ -13,6 +13,7 @@
 
 #include "kel/cipher.h"
 #include "kel/lazylibrary.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -37,6 +38,8 @@ KEL_LAZY(nettle, pbkdf2_hmac_sha256);
 KEL_LAZY(nettle, memeql_sec);
 
 constexpr size_t kBlock = DES_BLOCK_SIZE;
+/// Between two looks for a stop; whole blocks.
+constexpr size_t kBytesPerLook = size_t{256} * 1024;
 constexpr size_t kSaltSize = 8;
 constexpr size_t kProofSize = 16;
 
@@ -175,14 +178,22 @@ bool StreamOpen(std::string_view sealed, std::string& plain) {
 std::string DesCbcEncrypt(std::string_view key, std::string_view start, std::string_view blocks) {
   DesState state(key, start);
   std::string out(blocks.size(), '\0');
-  CBC_ENCRYPT(&state.cbc, des_encrypt.Address(), blocks.size(), Bytes(out), Bytes(blocks));
+  for (size_t at = 0; at < blocks.size(); at += kBytesPerLook) {
+    CheckStop();
+    const std::string_view part = blocks.substr(at, kBytesPerLook);
+    CBC_ENCRYPT(&state.cbc, des_encrypt.Address(), part.size(), Bytes(out) + at, Bytes(part));
+  }
   return out;
 }
 
 std::string DesCbcDecrypt(std::string_view key, std::string_view start, std::string_view blocks) {
   DesState state(key, start);
   std::string out(blocks.size(), '\0');
-  CBC_DECRYPT(&state.cbc, des_decrypt.Address(), blocks.size(), Bytes(out), Bytes(blocks));
+  for (size_t at = 0; at < blocks.size(); at += kBytesPerLook) {
+    CheckStop();
+    const std::string_view part = blocks.substr(at, kBytesPerLook);
+    CBC_DECRYPT(&state.cbc, des_decrypt.Address(), part.size(), Bytes(out) + at, Bytes(part));
+  }
   return out;
 }
 

@@ -16,6 +16,7 @@
 #include "kel/fileio.h"
 #include "kel/filestat.h"
 #include "kel/kelformat.h"
+#include "kel/stop.h"
 #include "kel/treewalk.h"
 
 namespace kel {
@@ -213,7 +214,7 @@ FileStatus Flush(int dir, const std::string& name, const struct stat& info) {
   return result == 0 ? FileStatus::Ok : FileStatus::Failed;
 }
 
-/// Copies a file or a tree, and says what was found.
+/// Copies a file or a tree, and says what was found. Left by a stop, it leaves what it has copied.
 FileStatus Copy(const Place& from, const struct stat& info, int target, const std::string& name,
                 TreeSum& sum) {
   if (!S_ISDIR(info.st_mode)) {
@@ -251,7 +252,16 @@ FileStatus MoveByCopy(const Place& from, const Place& to) {
   const std::string copy = NameBeside(to.Name());
   const std::string aside = NameBeside(from.Name());
   TreeSum sum;
-  FileStatus status = Copy(from, info, to.Dir(), copy, sum);
+  FileStatus status = FileStatus::Ok;
+  try {
+    status = Copy(from, info, to.Dir(), copy, sum);
+  } catch (const Interrupted&) {
+    const Interruptible cleaning(false);
+    RemoveTree(to.Dir(), copy.c_str());
+    throw;
+  }
+  // From here on it is done to the end: half-way, there would be neither the one nor the other.
+  const Interruptible moving(false);
   if (status == FileStatus::Ok) status = Flush(to.Dir(), copy, info);
   if (status == FileStatus::Ok) status = Rename(from.Dir(), from.Name(), aside);
   if (status == FileStatus::Ok) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kel/fileio.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -44,6 +45,7 @@ class Walk {
     if (!S_ISDIR(info.st_mode)) return FileStatus::NotValid;
     FileStatus status = Descend(dir, name, info);
     while (status == FileStatus::Ok && !levels_.empty()) {
+      CheckStop();
       if (levels_.back().pending.empty()) {
         status = Ascend(dir);
         continue;
@@ -80,6 +82,7 @@ class Walk {
       return FileStatus::Unreadable;
     }
     while (true) {
+      CheckStop();
       errno = 0;
       const dirent* entry = ::readdir(stream.get());
       if (entry == nullptr) return errno == 0 ? FileStatus::Ok : FileStatus::Unreadable;

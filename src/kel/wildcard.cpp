@@ -3,12 +3,14 @@
 #include <string>
 
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "kel/textsearch.h"
 
 namespace kel {
 namespace {
 
 constexpr size_t kShortPattern = 64;
+constexpr uint64_t kBytesPerLook = uint64_t{1} << 20;
 
 bool SameByte(char value, char pattern, bool caseSensitive) {
   return pattern == '?' || value == pattern ||
@@ -20,6 +22,7 @@ bool MatchShort(std::string_view value, std::string_view pattern, bool caseSensi
   size_t p = 0;
   size_t star = std::string_view::npos;  // where the last "*" stands, and the value when it was met
   size_t resume = 0;
+  StopPoll poll(kBytesPerLook / kShortPattern);
   while (v < value.size()) {
     if (p < pattern.size() && pattern[p] == '*') {
       star = p++;
@@ -30,6 +33,7 @@ bool MatchShort(std::string_view value, std::string_view pattern, bool caseSensi
     } else if (star != std::string_view::npos) {
       p = star + 1;
       v = ++resume;
+      poll.Step();
     } else {
       return false;
     }
@@ -47,7 +51,9 @@ bool MatchesAt(std::string_view value, size_t at, std::string_view piece) {
 
 size_t FindPiece(std::string_view value, size_t from, std::string_view piece) {
   if (piece.find('?') == std::string_view::npos) return FindText(value, piece, true, from);
+  StopPoll poll(kBytesPerLook);
   for (size_t at = from; piece.size() <= value.size() - at; ++at) {
+    poll.Step(piece.size());
     if (MatchesAt(value, at, piece)) return at;
   }
   return kTextNotFound;

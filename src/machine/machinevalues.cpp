@@ -442,7 +442,7 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
       else
         function.GetExtendedImplementation()(&call, &context_);
     } catch (const kel::Interrupted&) {
-      run_.stopFlag = true;
+      Interrupt();
     } catch (const std::bad_alloc&) {
       call.errorCode = ERR_NOMEMORY;
     } catch (const std::exception& failure) {

@@ -163,6 +163,7 @@ class ArrayResult {
   const TypeDesc& Type() const { return *type_; }
   ArrayData* operator->() { return data_; }
   void AppendText(std::string_view text) {
+    kel::CheckStop();
     Text element(text);
     data_->Append(element.TakeCell());
   }

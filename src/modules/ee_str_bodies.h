@@ -24,7 +24,7 @@ ArrayResult Sort(const ArrayData* values, bool ascending, bool caseSensitive);
 // ee_str_search.cpp: finding without expressions, comparing versions
 int32_t Find(Call& call, std::string_view value, std::string_view part);
 bool Match(Call& call, std::string_view value, std::string_view pattern);
-bool MatchCase(std::string_view value, std::string_view pattern, bool caseSensitive);
+bool MatchCase(Call& call, std::string_view value, std::string_view pattern, bool caseSensitive);
 bool CompareVersions(Call& call, std::string_view left, std::string_view comparison,
                      std::string_view right);
 
@@ -55,7 +55,7 @@ Text ToHex(std::string_view value);
 std::string FromHex(Call& call, std::string_view value);
 Text ToBase64(std::string_view value);
 std::string FromBase64(Call& call, std::string_view value);
-std::string ToDesBase64(std::string_view value, std::string_view password);
+std::string ToDesBase64(Call& call, std::string_view value, std::string_view password);
 std::string FromDesBase64(Call& call, std::string_view value, std::string_view password);
 std::string Encrypt(Call& call, std::string_view value, std::string_view cipher);
 std::string Utf16HexToText(std::string_view value, std::string_view tokens);

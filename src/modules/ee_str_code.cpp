@@ -44,7 +44,7 @@ std::string FromBase64(Call& call, std::string_view value) {
   return bytes;
 }
 
-std::string ToDesBase64(std::string_view value, std::string_view password) {
+std::string ToDesBase64(Call&, std::string_view value, std::string_view password) {
   return kel::EncodeBase64(kel::DesSeal(value, password));
 }
 

@@ -43,7 +43,7 @@ bool Match(Call& call, std::string_view value, std::string_view pattern) {
   return kel::WildcardMatch(value, pattern, CaseSwitch(call));
 }
 
-bool MatchCase(std::string_view value, std::string_view pattern, bool caseSensitive) {
+bool MatchCase(Call&, std::string_view value, std::string_view pattern, bool caseSensitive) {
   return kel::WildcardMatch(value, pattern, caseSensitive);
 }
 
