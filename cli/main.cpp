@@ -182,6 +182,8 @@ int Run(const Options& options) {
   if (options.session) {
     context.SetSessionId(*options.session);
   }
+  // What is only tried out leaves no file behind unless the configuration names one.
+  context.SetDefaultReports(!options.text && !options.checkOnly);
   if (options.verify) {
     context.SetCodeVerification(true);
   }

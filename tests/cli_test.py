@@ -184,6 +184,27 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(self.run_tamber("--session", "1", "--color", name)[2].splitlines()[0],
                          "tamber: --color 'a.tam': it is auto, always or never")
 
+    def test_what_is_only_tried_writes_a_report_when_asked(self):
+        name = self.script(BROKEN)
+        for ini, written in (("", False), ("[TamberParseErrors]\nOutputName=tamber.log\n", True)):
+            (self.folder / "tamber.ini").write_text(ini)
+            for args in (("-e", BROKEN), ("--check", name)):
+                self.assertEqual(self.run_tamber(*args)[0], 1)
+                self.assertEqual((self.folder / "tamber.log").exists(), written, (ini, args))
+
+    def test_reports_of_processes_are_whole_and_their_file_is_bounded(self):
+        (self.folder / "tamber.ini").write_text("[TamberRunErrors]\nOutputPrefix=<<\nOutputSuffix=>>\n"
+                                                "DumpSource=0\nDumpGlobals=*\nOutputSize=6000\nOutputKeep=90\n")
+        name = self.script(DIVIDES)
+        runs = [subprocess.Popen([self.command, name], cwd=self.folder, stdout=subprocess.DEVNULL,
+                                 stderr=subprocess.DEVNULL) for _ in range(40)]
+        self.assertEqual({run.wait(60) for run in runs}, {1})
+        files = [file.read_bytes() for file in self.folder.glob("tamber.log*")]
+        for text in files:
+            self.assertRegex(text, rb"\A(<<\r\n[^<>]+Divide by zero error[^<>]+ErrHandler[^<>]+>>\r\n)+\Z")
+        self.assertEqual(sum(text.count(b"<<") for text in files), 40)
+        self.assertLess(max(map(len, files)), 6000 + 2 * len(files[0]) // files[0].count(b"<<"))
+
     def test_a_session_that_could_not_be_loaded_is_not_saved(self):
         script = self.script("session int n = 1\nproc main()\n  Print(n + \"\\n\")\n  n += 1\n"
                              "  FileCreate(\"loaded\")\n  while !FileExists(\"go\")\n    Sleep(5)\n"

@@ -55,6 +55,7 @@ struct Configuration {
   kel::TransferLimits transferLimits;
   bool hostLimitsTransfers = false;  ///< the INI file is not asked any more
   KelString ownLogFile;              ///< what `LogFile` was set to for the host's script, not by it
+  bool defaultReports = true;
   int32_t compileOnly = 0;
   int32_t dumpStatements = 0;
   bool dumpCode = false;
@@ -235,7 +236,7 @@ class ContextState final : public MachineHost, public CompileHost {
   /// Writes text to the output of a section ("TamberDebug", ...) and empties it.
   void ProcessOutputBuffer(KelString& text, const KelString& section);
   bool IsOutputEnabled(const KelString& section) const;
-  void PerformDumps(const KelString& section, const SourcePlace& place);
+  void AppendDumps(KelString& text, const KelString& section, const SourcePlace& place);
   void DumpScriptStatements();
   /// Compiles the script file at a place, which has passed the policy or needs not.
   int32_t CompileFile(const KelString& path, const kel::Place& place);

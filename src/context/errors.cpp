@@ -3,9 +3,9 @@
 
 #include "context/contextstate.h"
 #include "frontend/scripttext.h"
-#include "kel/inifile.h"
 #include "kel/kelascii.h"
 #include "values/errcodes.h"
+#include "values/settings.h"
 #include "values/varstring.h"
 
 namespace tamber {
@@ -41,22 +41,23 @@ void PrintErrorHeader(ContextState& state, KelString& out, const KelString& kind
   out += "\r\n";
 }
 
-/// The three outputs of a report: prefix and header, dumps, suffix.
+/// A report is one text, so that others do not write between its parts.
 void WriteReport(ContextState& state, const KelString& section, const KelString& kind,
                  const SourcePlace& place) {
   if (!state.IsOutputEnabled(section)) return;
-  IniFile ini(state.config.iniPath);
-  KelString text = ini.ReadString(section, KelString("OutputPrefix"), KelString());
+  const Settings ini(state.config.iniPath);
+  KelString text = ini.Text(IniKey::OutputPrefix, section);
   text += "\r\n";
   PrintErrorHeader(state, text, kind, place);
-  state.ProcessOutputBuffer(text, section);
-  // A report that has begun is not made again, even if there is no memory for all of it.
-  Attempt([&] {
-    state.PerformDumps(section, place);
-    text = ini.ReadString(section, KelString("OutputSuffix"), KelString());
-    text += "\r\n";
-    state.ProcessOutputBuffer(text, section);
+  // Without memory for all of it, the report ends with its header.
+  KelString whole;
+  const bool isWhole = Attempt([&] {
+    whole = text;
+    state.AppendDumps(whole, section, place);
+    whole += ini.Text(IniKey::OutputSuffix, section);
+    whole += "\r\n";
   });
+  state.ProcessOutputBuffer(isWhole ? whole : text, section);
 }
 
 /// Two errors have no text of their own in scripts and reports; a host is told what they mean.
@@ -166,7 +167,7 @@ void ContextState::NoteStop(const SourcePlace& place) {
   run.errorText.Clear();
   run.SetError(ERR_STOPPED, KelString());
   TellHost(*this, place);
-  const bool reported = IniFile(config.iniPath).ReadInteger(kRunErrors, "ReportStops", 0) != 0;
+  const bool reported = Settings(config.iniPath).Integer(IniKey::ReportStops) != 0;
   if (reported) WriteReport(*this, kRunErrors, KelString("Run time"), place);
   run.errorCode = ERR_SUCCESS;
 }

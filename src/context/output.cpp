@@ -6,35 +6,39 @@
 #include "kel/dumpselection.h"
 #include "kel/file.h"
 #include "kel/filestat.h"
-#include "kel/inifile.h"
 #include "kel/notice.h"
+#include "kel/rotate.h"
 #include "kel/stop.h"
 #include "machine/disassemble.h"
 #include "machine/machine.h"
 #include "statements/lower.h"
 #include "statements/procedure.h"
+#include "values/settings.h"
 
 namespace tamber {
 namespace {
 
-constexpr int32_t kSourceLines = 10;
-
 KelString OutputTypeOf(const ContextState& state, const KelString& section) {
-  return IniFile(state.config.iniPath).ReadString(section, "OutputType", "file").ToLower();
+  const Settings ini(state.config.iniPath);
+  const bool isWanted = state.config.defaultReports || section == "TamberDebug" ||
+                        !ini.TextOr(IniKey::OutputName, "", section).IsEmpty();
+  if (isWanted) return ini.Text(IniKey::OutputType, section).ToLower();
+  return ini.TextOr(IniKey::OutputType, "none", section).ToLower();
 }
 
 /// The file that a section's reports go to, "stdout" for standard output, "" for nowhere.
 KelString OutputFileOf(const ContextState& state, const KelString& section) {
-  const IniFile ini(state.config.iniPath);
+  const Settings ini(state.config.iniPath);
   const KelString type = OutputTypeOf(state, section);
-  if (type == "file") return ini.ReadString(section, "OutputName", "tamber.log");
+  if (type == "file") return ini.Text(IniKey::OutputName, section);
   if (type == "stdout") return type;
   if (type != "var") return {};
-  const KelString name = ini.ReadString(section, "OutputName", "LogFile");
+  const KelString name = ini.TextOr(IniKey::OutputName, "LogFile", section);
   const Variable* variable = state.context.GetVariable(name, VARLIST_GLOBAL);
   return variable != nullptr ? KelString(variable->GetStringValue()) : KelString();
 }
 
+constexpr int32_t kMaxOldReports = 1000;
 constexpr const char* kOpenFailed = "Internal Error: Failed to open output file";
 
 /// Where a report goes. What the host has not chosen itself must pass its policy: a script sets the
@@ -44,6 +48,16 @@ kel::Place PlaceOfReport(const ContextState& state, const KelString& section,
   const bool isHosts =
       OutputTypeOf(state, section) == "var" ? file == state.config.ownLogFile : state.TrustsIni();
   return isHosts ? kel::Place(file) : state.config.filePolicy.Find(file, kel::Access::Write);
+}
+
+void BoundReports(const ContextState& state, const KelString& section, const kel::Place& place,
+                  uint64_t more) {
+  const Settings ini(state.config.iniPath);
+  const int32_t limit = ini.Integer(IniKey::OutputSize, section);
+  const int32_t kept = std::clamp(ini.Integer(IniKey::OutputKeep, section), 0, kMaxOldReports);
+  if (limit > 0) {
+    kel::RotateFile(place, static_cast<uint64_t>(limit), static_cast<uint32_t>(kept), more);
+  }
 }
 
 /// Every report is one write to a file that is opened for it, so that several processes can share a
@@ -72,30 +86,31 @@ class DumpWriter {
 
   void WriteAll(const SourcePlace& place, KelString& out) const {
     if (place.text != nullptr && place.line != 0) {
-      const int32_t lines = ini_.ReadInteger(section_, "DumpSource", kSourceLines);
+      const int32_t lines = ini_.Integer(IniKey::DumpSource, section_);
       place.text->DumpSource(out, place.line, std::max(lines, 0));
     }
     TamberContext& context = state_.context;
-    const KelString types = Key("DumpTypes");
+    const KelString types = Key(IniKey::DumpTypes);
     if (!types.IsEmpty()) context.DumpTypes(out, types, "");
-    WriteList(out, state_.scopes.globals.get(), "Global variable list dump:", Key("DumpGlobals"));
+    WriteList(out, state_.scopes.globals.get(),
+              "Global variable list dump:", Key(IniKey::DumpGlobals));
     WriteLocals(out);
-    const KelString constants = Key("DumpConstants");
+    const KelString constants = Key(IniKey::DumpConstants);
     if (!constants.IsEmpty()) {
       WriteList(out, state_.Constants(), "Constants list dump:", constants);
     }
-    const KelString functions = Key("DumpFunctions");
+    const KelString functions = Key(IniKey::DumpFunctions);
     if (!functions.IsEmpty()) context.DumpFunctions(out, functions, "");
-    const KelString procedures = Key("DumpProcedures");
+    const KelString procedures = Key(IniKey::DumpProcedures);
     if (!procedures.IsEmpty()) context.DumpProcedures(out, procedures);
   }
 
  private:
-  KelString Key(const KelString& key) const { return ini_.ReadString(section_, key, ""); }
+  KelString Key(IniKey key) const { return ini_.Text(key, section_); }
 
   /// Locals have objects only for this; nobody pays for a dump that was not asked for.
   void WriteLocals(KelString& out) const {
-    const KelString names = Key("DumpLocals");
+    const KelString names = Key(IniKey::DumpLocals);
     if (names.IsEmpty() || !state_.machine->HasLocals()) return;
     const VarList locals = state_.machine->SnapshotLocals();
     WriteList(out, &locals, "Local variable list dump:", names);
@@ -117,7 +132,7 @@ class DumpWriter {
   }
 
   ContextState& state_;
-  IniFile ini_;
+  Settings ini_;
   KelString section_;
 };
 
@@ -135,7 +150,9 @@ void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section
     CallHost([&] { taken = output.reportSink(section, text.View(), output.reportUser); });
   const KelString file = taken ? KelString() : OutputFileOf(*this, section);
   if (!file.IsEmpty() && !text.IsEmpty()) {
-    const char* const fault = WriteReport(file, PlaceOfReport(*this, section, file), text);
+    const kel::Place place = PlaceOfReport(*this, section, file);
+    if (file != "stdout") BoundReports(*this, section, place, text.GetLength());
+    const char* const fault = WriteReport(file, place, text);
     // A report is several pieces, and a script may go on after it: one notice is enough.
     if (fault != nullptr && output.unwritable != file) kel::Notice(file, fault);
     output.unwritable = fault != nullptr ? file : KelString();
@@ -143,13 +160,12 @@ void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section
   text.Clear();
 }
 
-void ContextState::PerformDumps(const KelString& section, const SourcePlace& place) {
+void ContextState::AppendDumps(KelString& text, const KelString& section,
+                               const SourcePlace& place) {
   // A type of output that does not exist is enabled and goes nowhere: nothing needs to be made up.
   if (!IsOutputEnabled(section)) return;
   if (output.reportSink == nullptr && OutputFileOf(*this, section).IsEmpty()) return;
-  KelString text;
   DumpWriter(*this, section).WriteAll(place, text);
-  ProcessOutputBuffer(text, section);
 }
 
 void ContextState::DumpScriptStatements() {
@@ -176,7 +192,9 @@ void TamberContext::ProcessOutputBuffer(KelString& text, const KelString& sectio
 void TamberContext::PerformDumps(const KelString& section, ScriptLine* line) {
   tamber::SourcePlace place;
   if (line != nullptr) place = {line->GetText(), line->GetStatementLine()};
-  State().PerformDumps(section, place);
+  KelString text;
+  State().AppendDumps(text, section, place);
+  State().ProcessOutputBuffer(text, section);
 }
 
 void TamberContext::SetOutput(KelString* buffer) {
@@ -194,6 +212,8 @@ void TamberContext::SetReportSink(bool (*sink)(const KelString&, std::string_vie
   State().output.reportSink = sink;
   State().output.reportUser = user;
 }
+
+void TamberContext::SetDefaultReports(bool enabled) { State().config.defaultReports = enabled; }
 
 void TamberContext::SetCodeVerification(bool verify) { State().run.settings.verifiesCode = verify; }
 

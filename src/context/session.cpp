@@ -6,10 +6,10 @@
 
 #include "context/contextstate.h"
 #include "kel/clock.h"
-#include "kel/inifile.h"
 #include "kel/pathparser.h"
 #include "kel/sessionstore.h"
 #include "values/errcodes.h"
+#include "values/settings.h"
 
 namespace tamber {
 namespace {
@@ -31,8 +31,7 @@ KelString BesideIni(const ContextState& state, const KelString& file) {
 }
 
 KelString SessionFileOf(const ContextState& state) {
-  KelString file =
-      IniFile(state.config.iniPath).ReadString("TamberConfig", "SessionFile", kSessionFile);
+  KelString file = Settings(state.config.iniPath).Text(IniKey::SessionFile);
   if (file.IsEmpty()) file = kSessionFile;
   return IsAbsoluteSessionFile(file) ? file : BesideIni(state, file);
 }
@@ -41,8 +40,7 @@ KelString SessionFileOf(const ContextState& state) {
 /// scripts may write names nothing that they may not use.
 KelString StoreSpecOf(const ContextState& state) {
   const kel::FilePolicy& policy = state.config.filePolicy;
-  const KelString server =
-      IniFile(state.config.iniPath).ReadString("TamberConfig", "SessionStore", "");
+  const KelString server = Settings(state.config.iniPath).Text(IniKey::SessionStore);
   const bool isServer = server.View().starts_with("redis://");
   const KelString spec = isServer ? server : SessionFileOf(state);
   const bool allowed = isServer ? policy.AllowsNetwork() : policy.Allows(spec, kel::Access::Write);
@@ -167,14 +165,13 @@ bool LoadSessionVariables(ContextState& state) {
 namespace {
 
 /// Negative values are no limit, as 0 is.
-void ReadTransferLimits(const IniFile& ini, kel::TransferLimits& limits) {
-  constexpr int32_t kHour = 3600;
+void ReadTransferLimits(const tamber::Settings& ini, kel::TransferLimits& limits) {
   constexpr uint64_t kKilobyte = 1024;
-  const auto read = [&ini](const char* key, int32_t otherwise) {
-    return static_cast<uint32_t>(std::max(ini.ReadInteger("TamberConfig", key, otherwise), 0));
+  const auto read = [&ini](tamber::IniKey key) {
+    return static_cast<uint32_t>(std::max(ini.Integer(key), 0));
   };
-  limits.seconds = read("TransferTime", kHour);
-  limits.bytes = read("TransferSize", 0) * kKilobyte;
+  limits.seconds = read(tamber::IniKey::TransferTime);
+  limits.bytes = read(tamber::IniKey::TransferSize) * kKilobyte;
 }
 
 }  // namespace
@@ -186,17 +183,18 @@ void TamberContext::SetIniPath(const KelString& path) {
   try {
     tamber::ContextState& state = State();
     state.config.iniPath = path;
-    const IniFile ini(path);
-    state.run.settings.procedureTrace = ini.ReadInteger("TamberDebug", "ProcedureTrace", 0);
+    using tamber::IniKey;
+    const tamber::Settings ini(path);
+    state.run.settings.procedureTrace = ini.Integer(IniKey::ProcedureTrace);
     state.run.settings.verifiesCode =
-        ini.ReadInteger("TamberConfig", "VerifyCode", state.run.settings.verifiesCode) != 0;
-    state.config.compileOnly = ini.ReadInteger("TamberDebug", "CompileOnly", 0);
-    state.config.dumpCode = ini.ReadInteger("TamberDebug", "DumpCode", 0) != 0;
-    state.config.dumpStatements = ini.ReadInteger("TamberDebug", "DumpStatements", 0);
+        ini.IntegerOr(IniKey::VerifyCode, state.run.settings.verifiesCode) != 0;
+    state.config.compileOnly = ini.Integer(IniKey::CompileOnly);
+    state.config.dumpCode = ini.Integer(IniKey::DumpCode) != 0;
+    state.config.dumpStatements = ini.Integer(IniKey::DumpStatements);
     if (!state.config.hostLimitsTransfers) ReadTransferLimits(ini, state.config.transferLimits);
     state.run.settings.dumpsLocals = false;
     for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})
-      state.run.settings.dumpsLocals |= !ini.ReadString(section, "DumpLocals", "").IsEmpty();
+      state.run.settings.dumpsLocals |= !ini.Text(IniKey::DumpLocals, section).IsEmpty();
   } catch (const std::bad_alloc&) {
   }
 }

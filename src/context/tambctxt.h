@@ -247,11 +247,14 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// Takes what scripts print, piece by piece as it is printed, in place of SetOutput's buffer and
   /// of standard output. Null: those again.
   void SetOutputSink(void (*sink)(std::string_view text, void* user), void* user);
-  /// Is shown each piece of a report, dump or trace with the INI section that it belongs to
+  /// Is shown each report, dump or line of a trace with the INI section that it belongs to
   /// ("TamberRunErrors", "TamberParseErrors", "TamberDebug", ...). What it returns true for is not
   /// written where the INI routes it. Null: nobody.
   void SetReportSink(bool (*sink)(const KelString& section, std::string_view text, void* user),
                      void* user);
+  /// Whether errors are reported to tamber.log when the INI file does not say where; by default
+  /// they are.
+  void SetDefaultReports(bool enabled);
   /// Whether code is verified before it first runs: that every instruction finds what it assumes,
   /// on every way through. Costs about as much as making the code. Code that fails is error 20101
   /// and does not run. Off by default, but on in builds for debugging; the INI's `VerifyCode` in

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "kel/inifile.h"
 #include "kel/keldebug.h"
 #include "kel/pathparser.h"
+#include "values/settings.h"
 
 namespace tamber {
 namespace {
@@ -18,7 +18,7 @@ bool IsModuleFile(const KelString& file) {
 }
 
 void AppendConfiguredPath(KelString& path, const KelString& iniPath) {
-  const KelString configured = IniFile(iniPath).ReadString("TamberConfig", "ModulePath", "");
+  const KelString configured = Settings(iniPath).Text(IniKey::ModulePath);
   if (configured.IsEmpty()) return;
   path += ";" + configured;
   if (!kel::PathIsRelative(configured)) return;

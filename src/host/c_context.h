@@ -14,6 +14,8 @@ namespace tamber::host {
 
 /// What a tamber_context stands for.
 struct CContext {
+  CContext() { context.SetDefaultReports(false); }
+
   TamberContext context;
   Stack stack;  ///< the arguments of the next run
   VariablePtr result;
