@@ -93,8 +93,8 @@ TAMBER_API const char* tamber_version(void);
 TAMBER_API tamber_context* tamber_new(void);
 /** Ends a context; one that is running is gone when its run has ended. */
 TAMBER_API int tamber_free(tamber_context* context);
-/** The configuration file; initially "./tamber.ini". Reports of errors are written only where it says
- * so. */
+/** The configuration file; initially "./tamber.ini". Reports of errors are written only where it
+ * says so. */
 TAMBER_API int tamber_set_ini(tamber_context* context, const char* path);
 /** Where the output of scripts goes; a null function means standard output. */
 TAMBER_API int tamber_set_output(tamber_context* context, tamber_output output, void* user);

@@ -16,12 +16,14 @@ namespace {
 
 constexpr std::string_view kAllSessions = "session/";
 constexpr const char* kSessionFile = "TamberSessions";
+constexpr int32_t kLongestTimeout = 600'000;
 
 std::string KeyOf(uint32_t id) { return std::string(kAllSessions) + std::to_string(id) + "/"; }
 
-/// A leading "/" or a drive; a leading "\" does not count.
+/// A leading "/" or a drive; a leading "\" does not count. An address is beside nothing.
 bool IsAbsoluteSessionFile(const KelString& file) {
-  return file[0] == '/' || (file.GetLength() > 1 && file[1] == ':');
+  return kel::IsStoreAddress(file.View()) || file[0] == '/' ||
+         (file.GetLength() > 1 && file[1] == ':');
 }
 
 KelString BesideIni(const ContextState& state, const KelString& file) {
@@ -36,18 +38,45 @@ KelString SessionFileOf(const ContextState& state) {
   return IsAbsoluteSessionFile(file) ? file : BesideIni(state, file);
 }
 
-/// Sessions are kept on a server when the INI file names one, else in a file. An INI file that
-/// scripts may write names nothing that they may not use.
-KelString StoreSpecOf(const ContextState& state) {
+/// Which store it is, and what it is called in the log.
+struct StorePlace {
+  KelString spec;
+  KelString shown;
+  kel::StoreAccess access;
+};
+
+kel::StoreAccess StoreAccessOf(const Settings& ini) {
+  kel::StoreAccess access;
+  access.user = ini.Text(IniKey::SessionUser).Str();
+  access.password = ini.Text(IniKey::SessionPassword).Str();
+  access.caFile = ini.Text(IniKey::SessionCaFile).Str();
+  access.certFile = ini.Text(IniKey::SessionCertFile).Str();
+  access.keyFile = ini.Text(IniKey::SessionKeyFile).Str();
+  access.milliseconds = std::clamp(ini.Integer(IniKey::SessionTimeout), 1, kLongestTimeout);
+  return access;
+}
+
+/// Sessions are kept on a server when the INI file names one, else in a file. An address that names
+/// no server stays one, and fails. An INI file that scripts may write names nothing that they may
+/// not use.
+StorePlace StorePlaceOf(const ContextState& state) {
   const kel::FilePolicy& policy = state.config.filePolicy;
-  const KelString server = Settings(state.config.iniPath).Text(IniKey::SessionStore);
-  const bool isServer = server.View().starts_with("redis://");
-  const KelString spec = isServer ? server : SessionFileOf(state);
-  const bool allowed = isServer ? policy.AllowsNetwork() : policy.Allows(spec, kel::Access::Write);
-  if (allowed || state.TrustsIni()) return spec;
+  const Settings ini(state.config.iniPath);
+  StorePlace place{ini.Text(IniKey::SessionStore), {}, StoreAccessOf(ini)};
+  place.access.isServer = !place.spec.IsEmpty();
+  if (place.spec.IsEmpty()) place.spec = SessionFileOf(state);
+  const bool isAddress = kel::IsStoreAddress(place.spec.View());
+  const bool isServer = place.access.isServer || isAddress;
+  place.shown = place.access.isServer && !isAddress
+                    ? KelString("SessionStore")
+                    : KelString(kel::ShownStoreAddress(place.spec.View()));
+  const bool allowed =
+      isServer ? policy.AllowsNetwork() : policy.Allows(place.spec, kel::Access::Write);
+  if (allowed || state.TrustsIni()) return place;
   state.debug.Logf(KelDebug::Level::Error, "Session store %S: refused by the host's file policy",
-                   spec);
-  return BesideIni(state, kSessionFile);
+                   place.shown);
+  const KelString file = BesideIni(state, kSessionFile);
+  return {file, file, {}};
 }
 
 /// Notes why the store has failed since the last look, and logs it. True when it did.
@@ -61,8 +90,9 @@ bool NoteFault(ContextState& state) {
 
 void SelectSession(ContextState& state, uint32_t id) {
   state.session.id = id;
-  state.session.path = StoreSpecOf(state);
-  state.session.store = kel::OpenSessionStore(state.session.path);
+  const StorePlace place = StorePlaceOf(state);
+  state.session.path = place.shown;
+  state.session.store = kel::OpenSessionStore(place.spec.View(), place.access);
   if (id != 0) state.session.store->SetInteger(KeyOf(id), kel::UnixSeconds());
   state.session.stampFault.Clear();
   if (NoteFault(state) && id != 0) state.session.stampFault = state.session.fault;

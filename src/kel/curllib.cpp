@@ -22,6 +22,9 @@ bool Open(CurlLibrary& curl) {
          Find(library, "curl_easy_cleanup", curl.easyCleanup) &&
          Find(library, "curl_easy_setopt", curl.easySetopt) &&
          Find(library, "curl_easy_getinfo", curl.easyGetinfo) &&
+         Find(library, "curl_easy_perform", curl.easyPerform) &&
+         Find(library, "curl_easy_recv", curl.easyRecv) &&
+         Find(library, "curl_easy_send", curl.easySend) &&
          Find(library, "curl_multi_init", curl.multiInit) &&
          Find(library, "curl_multi_cleanup", curl.multiCleanup) &&
          Find(library, "curl_multi_add_handle", curl.multiAddHandle) &&

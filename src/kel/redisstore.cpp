@@ -10,26 +10,24 @@
 #include "kel/clock.h"
 #include "kel/lazylibrary.h"
 #include "kel/number.h"
+#include "kel/rediswire.h"
 #include "kel/storebackend.h"
 
 namespace kel {
 namespace {
 
 LazyLibrary hiredis(KEL_SONAME_HIREDIS);
-KEL_LAZY(hiredis, redisConnectWithTimeout);
-KEL_LAZY(hiredis, redisSetTimeout);
-KEL_LAZY(hiredis, redisAppendCommandArgv);
-KEL_LAZY(hiredis, redisGetReply);
-KEL_LAZY(hiredis, redisFree);
+KEL_LAZY(hiredis, redisReaderCreate);
+KEL_LAZY(hiredis, redisReaderFeed);
+KEL_LAZY(hiredis, redisReaderGetReply);
+KEL_LAZY(hiredis, redisReaderFree);
 KEL_LAZY(hiredis, freeReplyObject);
 
-constexpr timeval kConnectTime{1, 0};
-constexpr timeval kReplyTime{1, 0};
 constexpr uint64_t kPauseNanoseconds = 2'000'000'000;  // after a failure, before the next attempt
 constexpr std::string_view kNamespace = "tamber:";
 
-struct FreeConnection {
-  void operator()(redisContext* connection) const { redisFree(connection); }
+struct FreeReader {
+  void operator()(redisReader* reader) const { redisReaderFree(reader); }
 };
 struct FreeReply {
   void operator()(redisReply* reply) const { freeReplyObject(reply); }
@@ -64,34 +62,16 @@ class NoBrokenPipe {
 
 using Command = std::vector<std::string>;
 
-struct Address {
-  std::string host = "127.0.0.1";
-  int port = 6379;
-  std::string database = "0";
-};
-
-/// "redis://host:port/db", where all behind the host may be missing.
-Address ParseUrl(std::string_view url) {
-  Address address;
-  url.remove_prefix(std::string_view("redis://").size());
-  const size_t slash = url.find('/');
-  if (slash != std::string_view::npos && slash + 1 < url.size()) {
-    address.database = url.substr(slash + 1);
-  }
-  std::string_view host = url.substr(0, slash);
-  const size_t colon = host.rfind(':');
-  int64_t port = 0;
-  if (colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos) {
-    if (ParseInt64Prefix(host.substr(colon + 1), port) && port > 0 && port < 65536) {
-      address.port = static_cast<int>(port);
+std::string Encode(const std::vector<Command>& commands) {
+  std::string bytes;
+  for (const Command& command : commands) {
+    bytes.append("*").append(std::to_string(command.size())).append("\r\n");
+    for (const std::string& part : command) {
+      bytes.append("$").append(std::to_string(part.size())).append("\r\n");
+      bytes.append(part).append("\r\n");
     }
-    host = host.substr(0, colon);
   }
-  if (host.size() > 1 && host.front() == '[' && host.back() == ']') {
-    host = host.substr(1, host.size() - 2);
-  }
-  if (!host.empty()) address.host = host;
-  return address;
+  return bytes;
 }
 
 /// Where a key is kept: "session/7/name" is the field "name" of the hash "tamber:session/7/".
@@ -156,7 +136,11 @@ std::string RefusalIn(const redisReply& reply) {
 
 class RedisBackend final : public StoreBackend {
  public:
-  explicit RedisBackend(const std::string& url) : address_(ParseUrl(url)) {}
+  RedisBackend(std::string_view address, const StoreAccess& access) : access_(access) {
+    badAddress_ = ParseServerAddress(address, address_);
+    if (!access.user.empty()) address_.user = access.user;
+    if (!access.password.empty()) address_.password = access.password;
+  }
 
   bool Get(std::string_view key, StoreValue& value) override {
     const Place place(key);
@@ -275,31 +259,23 @@ class RedisBackend final : public StoreBackend {
     for (int attempt = 0; attempt < 2; ++attempt) {
       if (!Connect()) return nullptr;
       Reply reply = Exchange(commands);
-      if (connection_->err == REDIS_OK) return reply;
-      fault = connection_->errstr;
-      connection_.reset();
+      if (wire_->fault.empty()) return reply;
+      fault = wire_->fault;
+      wire_.reset();
     }
     Pause();
     return nullptr;
   }
 
+  /// Null when a command was refused, or, with a fault of the connection, when that is of no more
+  /// use.
   Reply Exchange(const std::vector<Command>& commands) {
-    for (const Command& command : commands) {
-      std::vector<const char*> parts;
-      std::vector<size_t> sizes;
-      for (const std::string& part : command) {
-        parts.push_back(part.data());
-        sizes.push_back(part.size());
-      }
-      redisAppendCommandArgv(connection_.get(), static_cast<int>(parts.size()), parts.data(),
-                             sizes.data());
-    }
+    if (!wire_->Send(Encode(commands))) return nullptr;
     Reply last;
     std::string refusal;
     for (size_t i = 0; i < commands.size(); ++i) {
-      void* raw = nullptr;
-      if (redisGetReply(connection_.get(), &raw) != REDIS_OK) return nullptr;
-      last.reset(static_cast<redisReply*>(raw));
+      last = ReadReply();
+      if (last == nullptr) return nullptr;
       if (refusal.empty()) refusal = RefusalIn(*last);
     }
     if (refusal.empty()) {
@@ -310,37 +286,74 @@ class RedisBackend final : public StoreBackend {
     return nullptr;
   }
 
+  Reply ReadReply() {
+    for (;;) {
+      void* raw = nullptr;
+      if (redisReaderGetReply(reader_.get(), &raw) != REDIS_OK) {
+        wire_->fault = "what answers is no such server";
+        return nullptr;
+      }
+      if (raw != nullptr) return Reply(static_cast<redisReply*>(raw));
+      char bytes[16384];
+      const size_t count = wire_->Receive(bytes, sizeof bytes);
+      if (count == 0) return nullptr;
+      redisReaderFeed(reader_.get(), bytes, count);
+    }
+  }
+
   bool Connect() {
-    if (connection_ != nullptr) return true;
-    if (MonotonicNanoseconds() < notBefore_) {
-      fault = "the server did not answer a moment ago";
+    if (wire_ != nullptr) return true;
+    if (!badAddress_.empty()) {
+      fault = badAddress_;
       return false;
     }
-    connection_.reset(redisConnectWithTimeout(address_.host.c_str(), address_.port, kConnectTime));
-    if (connection_ == nullptr || connection_->err != REDIS_OK) {
-      fault = connection_ != nullptr ? connection_->errstr : "out of memory";
-    } else {
-      redisSetTimeout(connection_.get(), kReplyTime);
-      if (Exchange({{"SELECT", address_.database}})) return true;
-      if (connection_->err != REDIS_OK) fault = connection_->errstr;
+    if (MonotonicNanoseconds() < notBefore_) {
+      fault = lastFault_;
+      return false;
     }
-    connection_.reset();
+    reader_.reset(redisReaderCreate());
+    wire_ = address_.isSecure ? ConnectSecure(address_, access_, fault)
+                              : ConnectPlain(address_, access_.milliseconds, fault);
+    if (wire_ != nullptr && reader_ != nullptr) {
+      if (Exchange(Greeting())) return true;
+      if (!wire_->fault.empty()) fault = wire_->fault;
+    }
+    wire_.reset();
     Pause();
     return false;
   }
 
-  /// A script with many session variables must not wait for a dead server once for each of them.
-  void Pause() { notBefore_ = MonotonicNanoseconds() + kPauseNanoseconds; }
+  std::vector<Command> Greeting() const {
+    std::vector<Command> commands;
+    if (!address_.password.empty()) {
+      commands.push_back({"AUTH"});
+      if (!address_.user.empty()) commands.back().push_back(address_.user);
+      commands.back().push_back(address_.password);
+    }
+    commands.push_back({"SELECT", address_.database});
+    return commands;
+  }
 
-  Address address_;
-  std::unique_ptr<redisContext, FreeConnection> connection_;
+  /// A script with many session variables must not wait for a dead server once for each of them.
+  void Pause() {
+    notBefore_ = MonotonicNanoseconds() + kPauseNanoseconds;
+    lastFault_ = fault;
+  }
+
+  ServerAddress address_;
+  StoreAccess access_;
+  std::string badAddress_;
+  std::unique_ptr<RedisWire> wire_;
+  std::unique_ptr<redisReader, FreeReader> reader_;
   uint64_t notBefore_ = 0;
+  std::string lastFault_;
 };
 
 }  // namespace
 
-std::shared_ptr<StoreBackend> MakeRedisBackend(const std::string& url) {
-  return std::make_shared<RedisBackend>(url);
+std::shared_ptr<StoreBackend> MakeRedisBackend(std::string_view address,
+                                               const StoreAccess& access) {
+  return std::make_shared<RedisBackend>(address, access);
 }
 
 }  // namespace kel

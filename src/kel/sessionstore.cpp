@@ -160,12 +160,15 @@ class BackedStore final : public SessionStore {
 /// would cost more than the requests, so they stay open.
 class Backends {
  public:
-  std::shared_ptr<StoreBackend> Find(const std::string& name, bool server) {
+  std::shared_ptr<StoreBackend> Find(std::string_view spec, const StoreAccess& access) {
+    const bool isServer = access.isServer || IsStoreAddress(spec);
+    const std::string name = isServer ? std::string(spec) : CompletePath(spec);
     const std::lock_guard lock(mutex_);
     LeaveParentsAlone();
-    std::shared_ptr<StoreBackend>& slot = open_[name];
+    std::shared_ptr<StoreBackend>& slot = open_[{name, access}];
     if (slot == nullptr || IsStale(*slot)) {
-      slot = server ? MakeRedisBackend(name) : MakeSqliteBackend(name);
+      slot =
+          isServer ? MakeRedisBackend(name, access) : MakeSqliteBackend(name, access.milliseconds);
     }
     return slot;
   }
@@ -181,13 +184,13 @@ class Backends {
   void LeaveParentsAlone() {
     if (process_ == ::getpid()) return;
     process_ = ::getpid();
-    for (auto& [name, backend] : open_) parents_.push_back(std::move(backend));
+    for (auto& [place, backend] : open_) parents_.push_back(std::move(backend));
     open_.clear();
   }
 
   std::mutex mutex_;
   pid_t process_ = ::getpid();
-  std::map<std::string, std::shared_ptr<StoreBackend>> open_;
+  std::map<std::pair<std::string, StoreAccess>, std::shared_ptr<StoreBackend>> open_;
   std::vector<std::shared_ptr<StoreBackend>> parents_;
 };
 
@@ -218,9 +221,11 @@ std::string EndOfPrefix(std::string_view prefix) {
 }
 
 std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec) {
-  const bool server = spec.substr(0, 8) == "redis://";
-  const std::string name = server ? std::string(spec) : CompletePath(spec);
-  return std::make_shared<BackedStore>(SharedBackends().Find(name, server));
+  return OpenSessionStore(spec, {});
+}
+
+std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec, const StoreAccess& access) {
+  return std::make_shared<BackedStore>(SharedBackends().Find(spec, access));
 }
 
 }  // namespace kel

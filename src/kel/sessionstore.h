@@ -43,8 +43,28 @@ class TAMBER_API SessionStore {
 
 namespace kel {
 
-/// Opens the store that `spec` names: "redis://host:port/db" a server, anything else a file. Never
-/// null, and never fails: what cannot be opened is an empty store that takes nothing.
+/// What a store needs beside its address.
+struct StoreAccess {
+  std::string user;         ///< before one in the address
+  std::string password;     ///< before one in the address
+  std::string caFile;       ///< trusted certificates in PEM form; "": those of the system
+  std::string certFile;     ///< own certificate in PEM form, if the server wants one
+  std::string keyFile;      ///< its key
+  bool isServer = false;    ///< what is named is no file, whatever it looks like
+  int milliseconds = 1000;  ///< to wait for a server, or for a file that somebody has locked
+
+  auto operator<=>(const StoreAccess&) const = default;
+};
+
+/// Whether the text is an address, "kind://...", and not the name of a file.
+bool IsStoreAddress(std::string_view text);
+/// An address without user and password; other texts as they are.
+std::string ShownStoreAddress(std::string_view text);
+
+/// Opens the store that `spec` names: "redis://host:port/db" or "rediss://..." a server, what is no
+/// address a file. Never null, and never fails: what cannot be opened, addresses of other kinds
+/// among them, is an empty store that takes nothing and says why.
 TAMBER_API std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec);
+std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec, const StoreAccess& access);
 
 }  // namespace kel

@@ -35,7 +35,6 @@ KEL_LAZY(sqlite, sqlite3_exec);
 KEL_LAZY(sqlite, sqlite3_errcode);
 KEL_LAZY(sqlite, sqlite3_errmsg);
 
-constexpr int kBusyMilliseconds = 500;
 constexpr int64_t kApplicationId = 0x546D6253;  // "TmbS" in the file's header
 
 struct CloseDatabase {
@@ -85,7 +84,8 @@ class Query {
 /// change, so that a store that is only looked at leaves nothing behind.
 class SqliteBackend final : public StoreBackend {
  public:
-  explicit SqliteBackend(std::string path) : path_(std::move(path)) {}
+  SqliteBackend(std::string path, int milliseconds)
+      : path_(std::move(path)), milliseconds_(milliseconds) {}
 
   bool Get(std::string_view key, StoreValue& value) override {
     if (!Open(false)) return false;
@@ -185,7 +185,7 @@ class SqliteBackend final : public StoreBackend {
     database_.reset(database);
     if (status != SQLITE_OK) return Fail();
     sqlite3_extended_result_codes(database, 1);
-    sqlite3_busy_timeout(database, kBusyMilliseconds);
+    sqlite3_busy_timeout(database, milliseconds_);
     sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     Execute("PRAGMA cell_size_check=ON");
@@ -328,6 +328,7 @@ class SqliteBackend final : public StoreBackend {
   }
 
   std::string path_;
+  int milliseconds_;
   std::unique_ptr<sqlite3, CloseDatabase> database_;
   Statement get_, set_, tree_, keys_, keysToEnd_, first_, remove_, removeToEnd_;
   uint64_t device_ = 0;
@@ -337,8 +338,8 @@ class SqliteBackend final : public StoreBackend {
 
 }  // namespace
 
-std::shared_ptr<StoreBackend> MakeSqliteBackend(const std::string& path) {
-  return std::make_shared<SqliteBackend>(path);
+std::shared_ptr<StoreBackend> MakeSqliteBackend(const std::string& path, int milliseconds) {
+  return std::make_shared<SqliteBackend>(path, milliseconds);
 }
 
 }  // namespace kel

@@ -53,7 +53,8 @@ std::vector<std::string> ChildrenOf(std::vector<std::string> keys, std::string_v
 /// The first text behind all those that begin with `prefix`; "" when there is none.
 std::string EndOfPrefix(std::string_view prefix);
 
-std::shared_ptr<StoreBackend> MakeSqliteBackend(const std::string& path);
-std::shared_ptr<StoreBackend> MakeRedisBackend(const std::string& url);
+std::shared_ptr<StoreBackend> MakeSqliteBackend(const std::string& path, int milliseconds);
+/// An address that is wrong makes one that always fails and says so.
+std::shared_ptr<StoreBackend> MakeRedisBackend(std::string_view address, const StoreAccess& access);
 
 }  // namespace kel

@@ -11,27 +11,49 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 /// A redis-server of our own on a free port of the loopback device, without files; gone at the end.
 class RedisServer {
  public:
-  RedisServer() : port_(FreePort()) { Start(); }
+  /// `options` for the server come behind those for a plain one; `secure`: by TLS only.
+  explicit RedisServer(std::vector<std::string> options = {}, bool secure = false)
+      : options_(std::move(options)), secure_(secure), port_(FreePort()) {
+    Start();
+  }
   RedisServer(const RedisServer&) = delete;
   RedisServer& operator=(const RedisServer&) = delete;
   ~RedisServer() { Stop(); }
 
-  std::string Url() const { return "redis://127.0.0.1:" + std::to_string(port_) + "/0"; }
+  std::string Url(const std::string& user = "") const {
+    return (secure_ ? "rediss://" : "redis://") + user + "127.0.0.1:" + std::to_string(port_) +
+           "/0";
+  }
   bool IsUp() const { return process_ > 0; }
 
   void Start() {
     const std::string port = std::to_string(port_);
+    std::vector<std::string> words{"redis-server",
+                                   "--bind",
+                                   "127.0.0.1",
+                                   "--save",
+                                   "",
+                                   "--appendonly",
+                                   "no",
+                                   "--port",
+                                   secure_ ? "0" : port,
+                                   "--tls-port",
+                                   secure_ ? port : "0"};
+    words.insert(words.end(), options_.begin(), options_.end());
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
     process_ = ::fork();
     if (process_ == 0) {
       const int null = ::open("/dev/null", O_RDWR);
       ::dup2(null, 1);
       ::dup2(null, 2);
-      ::execlp("redis-server", "redis-server", "--bind", "127.0.0.1", "--port", port.c_str(),
-               "--save", "", "--appendonly", "no", static_cast<char*>(nullptr));
+      ::execvp("redis-server", arguments.data());
       ::_exit(127);
     }
     for (int i = 0; i < 500 && !Answers(); ++i) {
@@ -78,6 +100,8 @@ class RedisServer {
     return up;
   }
 
+  std::vector<std::string> options_;
+  bool secure_;
   int port_;
   pid_t process_ = -1;
 };

@@ -203,4 +203,54 @@ TEST_F(ServerStore, ConnectsAgainOnceAndIsSilentWithoutServer) {
   EXPECT_THAT(store->Children("session/"), IsEmpty());
 }
 
+TEST_F(ServerStore, ChecksWhoIsThere) {
+  // An authority of our own, a certificate by it for the server, and one for us.
+  ASSERT_EQ(std::system("exec >/dev/null 2>&1; "
+                        "openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem "
+                        "-subj /CN=authority -days 2 && for n in server client; do "
+                        "openssl req -newkey rsa:2048 -nodes -keyout $n.key -out $n.req "
+                        "-subj /CN=$n && printf subjectAltName=IP:127.0.0.1 > $n.ext && "
+                        "openssl x509 -req -in $n.req -CA ca.pem -CAkey ca.key -CAcreateserial "
+                        "-out $n.pem -days 2 -extfile $n.ext || exit; done"),
+            0);
+  RedisServer server({"--tls-cert-file", "server.pem", "--tls-key-file", "server.key",
+                      "--tls-ca-cert-file", "ca.pem", "--user", "default", "off", "--user", "ann",
+                      "on", ">p@ss/word", "~tamber:*", "+@all"},
+                     true);
+  ASSERT_TRUE(server.IsUp());
+  kel::StoreAccess access{"ann", "p@ss/word", "ca.pem", "client.pem", "client.key", false, 2000};
+  const std::string big(300000, 'x');
+  EXPECT_TRUE(kel::OpenSessionStore(server.Url(), access)->SetText("session/1/a", big));
+  access.user = access.password = "";
+  const Store store = kel::OpenSessionStore(server.Url("ann:p%40ss/word@"), access);
+  std::string text;
+  EXPECT_TRUE(store->GetText("session/1/a", text)) << store->TakeFault();
+  EXPECT_EQ(text, big);
+
+  const auto fault = [&](const std::string& url, const kel::StoreAccess& with) {
+    const Store refused = kel::OpenSessionStore(url, with);
+    EXPECT_FALSE(refused->SetText("session/1/a", "z"));
+    return refused->TakeFault();
+  };
+  EXPECT_THAT(fault(server.Url("ann:secret@"), access), testing::StartsWith("WRONGPASS"));
+  EXPECT_THAT(fault(server.Url(), access), testing::StartsWith("NOAUTH"));
+  EXPECT_THAT(fault("redis" + server.Url("ann:p%40ss/word@").substr(6), access), Not(IsEmpty()));
+  kel::StoreAccess foreign = access;
+  foreign.caFile = "";
+  EXPECT_THAT(fault(server.Url("ann:p%40ss/word@"), foreign), testing::HasSubstr("certificate"));
+  EXPECT_TRUE(store->GetText("session/1/a", text));
+  EXPECT_EQ(text, big);
+}
+
+TEST(StoreAddress, ThatNamesNoServerIsAnError) {
+  for (const char* address : {"mongodb://a", "https://u:secret@a", "redis://u:secret@a:b/0",
+                              "redis://u:secret@a:70000", "rediss://u:secret@a b/0"}) {
+    const Store store = kel::OpenSessionStore(address);
+    EXPECT_FALSE(store->SetText("session/1/a", "x"));
+    EXPECT_THAT(store->TakeFault(), testing::ContainsRegex("unknown kind|bad port|bad host"));
+    EXPECT_THAT(kel::ShownStoreAddress(address), Not(testing::HasSubstr("secret")));
+  }
+  EXPECT_FALSE(std::filesystem::exists("mongodb:"));
+}
+
 }  // namespace
