@@ -205,6 +205,14 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(sum(text.count(b"<<") for text in files), 40)
         self.assertLess(max(map(len, files)), 6000 + 2 * len(files[0]) // files[0].count(b"<<"))
 
+    def test_sessions_leave_one_file_that_only_its_owner_reads(self):
+        self.script("session int own = 10\nproc main()\n  own += 1\n  Print(\"\" + own)\nendproc\n", "called.tam")
+        script = self.script("session int n\nproc main()\n  n += 1\n  call \"called.tam\"\n  Print(\" \" + n)\nendproc\n")
+        for shown in ("11 1", "12 2"):
+            self.assertEqual(self.run_tamber("--session", "7", script), (0, shown, ""))
+        self.assertEqual([file.name for file in self.folder.glob("TamberSessions*")], ["TamberSessions"])
+        self.assertEqual((self.folder / "TamberSessions").stat().st_mode & 0o777, 0o600)
+
     def test_a_session_that_could_not_be_loaded_is_not_saved(self):
         script = self.script("session int n = 1\nproc main()\n  Print(n + \"\\n\")\n  n += 1\n"
                              "  FileCreate(\"loaded\")\n  while !FileExists(\"go\")\n    Sleep(5)\n"

@@ -1,4 +1,5 @@
 #include "context/contextstate.h"
+#include "context/session.h"
 #include "kel/filestat.h"
 #include "kel/nativestack.h"
 #include "kel/pathparser.h"
@@ -19,6 +20,15 @@ KelString TextOfGlobal(TamberContext& context, const char* name) {
 void SetGlobalText(TamberContext& context, const char* name, const KelString& text) {
   Variable* variable = context.GetVariable(KelString(name), VARLIST_GLOBAL);
   if (variable != nullptr) variable->SetStringValue(text);
+}
+
+/// Only a script with session variables of its own has something to save.
+void SaveOwnSession(ContextState& called) {
+  if (!HasSessionVariables(called)) return;
+  try {
+    SaveSessionVariables(called);
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 /// A script that is called, by its completed path and by where the policy has found it.
@@ -67,6 +77,7 @@ void ContextState::CallScript(const KelString& path) {
     SetGlobalText(called, "LogFile", TextOfGlobal(context, "LogFile"));
     SetGlobalText(called, "ErrHandler", TextOfGlobal(context, "ErrHandler"));
     called.RunProcedure(KelString("main"), nullptr);
+    SaveOwnSession(called.State());
   }
   if (called.State().run.isInterrupted) {
     run.isInterrupted = true;

@@ -1,5 +1,6 @@
 // What the machine and the compilers ask of their context.
 #include "context/contextstate.h"
+#include "context/session.h"
 #include "expr/exprcomp.h"
 #include "frontend/compsession.h"
 #include "kel/kelascii.h"
@@ -54,7 +55,7 @@ void ContextState::AddVariable(Variable* variable, enum_VarListType scope) {
 }
 
 void ContextState::LoadSessionValue(Variable& variable) {
-  if (session.id != 0 && session.store) variable.LoadFromSession(session.id, session.store.get());
+  if (session.id != 0 && session.store) LoadSessionVariable(*this, variable);
 }
 
 int32_t ContextState::CheckUniqueVar(const KelString& name, uint32_t mask) {

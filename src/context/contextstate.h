@@ -19,6 +19,7 @@
 #include "machine/machinehost.h"
 #include "machine/runstate.h"
 #include "machine/sourceplace.h"
+#include "values/varholder.h"
 
 namespace tamber {
 
@@ -85,6 +86,8 @@ struct SessionState {
   std::shared_ptr<SessionStore> store;
   KelString fault;       ///< why the store failed last
   KelString stampFault;  ///< why the time of the last use is still to be written
+  /// The session variables as the store holds them, for saving only what has changed.
+  std::map<std::string, VarHolder> stored;
   bool reading = false;
   bool isUnloaded = false;  ///< what the store holds could not be read, so it is not overwritten
 };

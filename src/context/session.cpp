@@ -6,10 +6,13 @@
 
 #include "context/contextstate.h"
 #include "kel/clock.h"
+#include "kel/kelascii.h"
 #include "kel/pathparser.h"
 #include "kel/sessionstore.h"
+#include "values/cellops.h"
 #include "values/errcodes.h"
 #include "values/settings.h"
+#include "values/valuesession.h"
 
 namespace tamber {
 namespace {
@@ -89,8 +92,9 @@ bool NoteFault(ContextState& state) {
 }
 
 void SelectSession(ContextState& state, uint32_t id) {
-  state.session.id = id;
   const StorePlace place = StorePlaceOf(state);
+  if (state.session.id != id || state.session.path != place.shown) state.session.stored.clear();
+  state.session.id = id;
   state.session.path = place.shown;
   state.session.store = kel::OpenSessionStore(place.spec.View(), place.access);
   if (id != 0) state.session.store->SetInteger(KeyOf(id), kel::UnixSeconds());
@@ -150,11 +154,73 @@ template <class Action>
 void ForSessionVariables(const ContextState& state, Action&& action) {
   for (uint32_t i = 0; i < state.scopes.globals->GetSize(); ++i) {
     Variable& variable = *state.scopes.globals->GetVariable(i);
-    if ((variable.GetVarFlags() & Variable::Session) != 0) action(variable);
+    if ((variable.GetVarFlags() & Variable::Session) == 0) continue;
+    // A called script has copies of its callers' variables, which are theirs to save.
+    if (state.scopes.inherited.count(kel::Lowered(variable.OwnName().View())) != 0) continue;
+    action(variable);
+  }
+}
+
+/// Reads from another store and notes when something is not there.
+class WatchedStore final : public SessionStore {
+ public:
+  explicit WatchedStore(SessionStore& store) : store_(store) {}
+  bool SetInteger(std::string_view, int64_t) override { return false; }
+  bool SetText(std::string_view, std::string_view) override { return false; }
+  bool DeleteTree(std::string_view) override { return false; }
+  bool GetInteger(std::string_view key, int64_t& value) override {
+    return Note(store_.GetInteger(key, value));
+  }
+  bool GetText(std::string_view key, std::string& value) override {
+    return Note(store_.GetText(key, value));
+  }
+  /// A structure has no value under its own key, only below.
+  bool Exists(std::string_view key) override { return store_.Exists(key); }
+  std::vector<std::string> SubKeys(std::string_view prefix) override {
+    std::vector<std::string> keys = store_.SubKeys(prefix);
+    Note(!keys.empty());
+    return keys;
+  }
+  /// Whether everything was there that was asked for.
+  bool IsComplete() const { return isComplete_; }
+
+ private:
+  bool Note(bool found) {
+    isComplete_ = isComplete_ && found;
+    return found;
+  }
+
+  SessionStore& store_;
+  bool isComplete_ = true;
+};
+
+void KeepStored(SessionState& session, const Variable& variable) {
+  session.stored[kel::Lowered(variable.OwnName().View())].reset(variable.Clone());
+}
+
+void StoreVariable(SessionState& session, Variable& variable) {
+  const std::string name = kel::Lowered(variable.OwnName().View());
+  const auto stored = session.stored.find(name);
+  if (stored != session.stored.end() && KindOf(*stored->second) == KindOf(variable)) {
+    StoreChanges(variable, *stored->second, KeyOf(session.id) + name, *session.store);
+  } else {
+    variable.StoreToSession(session.id, session.store.get());
   }
 }
 
 }  // namespace
+
+bool HasSessionVariables(const ContextState& state) {
+  bool found = false;
+  if (HasSession(state)) ForSessionVariables(state, [&](Variable&) { found = true; });
+  return found;
+}
+
+void LoadSessionVariable(ContextState& state, Variable& variable) {
+  WatchedStore store(*state.session.store);
+  variable.LoadFromSession(state.session.id, &store);
+  if (store.IsComplete()) KeepStored(state.session, variable);
+}
 
 bool SaveSessionVariables(ContextState& state) {
   if (!HasSession(state)) return false;
@@ -165,13 +231,21 @@ bool SaveSessionVariables(ContextState& state) {
                      "Session store %S: not saved, because it could not be loaded", session.path);
     return false;
   }
+  if (session.store->Renew()) session.stored.clear();
+  const bool isThere = session.store->Exists(KeyOf(session.id));
+  if (NoteFault(state)) return false;
+  // Removed since it was loaded, with all that it held.
+  if (!isThere) session.stored.clear();
   session.store->Begin();
-  if (!session.stampFault.IsEmpty())
+  if (!isThere || !session.stampFault.IsEmpty())
     session.store->SetInteger(KeyOf(session.id), kel::UnixSeconds());
-  ForSessionVariables(
-      state, [&](Variable& variable) { variable.StoreToSession(session.id, session.store.get()); });
+  ForSessionVariables(state, [&](Variable& variable) { StoreVariable(session, variable); });
   const bool saved = session.store->Commit();
-  if (NoteFault(state) || !saved) return false;
+  if (NoteFault(state) || !saved) {
+    session.stored.clear();  // nobody knows what the store holds now
+    return false;
+  }
+  ForSessionVariables(state, [&](Variable& variable) { KeepStored(session, variable); });
   if (session.fault == session.stampFault) session.fault.Clear();
   session.stampFault.Clear();
   return true;
@@ -181,10 +255,10 @@ bool LoadSessionVariables(ContextState& state) {
   SessionState& session = state.session;
   // Until all of them are there, they are worth nothing.
   session.isUnloaded = true;
+  session.stored.clear();
+  session.store->Renew();
   session.store->BeginReading(KeyOf(session.id));
-  ForSessionVariables(state, [&](Variable& variable) {
-    variable.LoadFromSession(session.id, session.store.get());
-  });
+  ForSessionVariables(state, [&](Variable& variable) { LoadSessionVariable(state, variable); });
   session.store->EndReading();
   session.isUnloaded = NoteFault(state);
   return !session.isUnloaded;
@@ -244,6 +318,7 @@ uint32_t TamberContext::GetSessionId() const { return state_->session.id; }
 
 void TamberContext::SetSessionId(uint32_t id) {
   state_->session.fault.Clear();
+  state_->session.stored.clear();
   try {
     tamber::SelectSession(State(), id);
   } catch (const std::bad_alloc&) {
@@ -272,6 +347,7 @@ int32_t TamberContext::SaveSession() {
     if (!tamber::HasSession(State())) return 0;
     return tamber::SaveSessionVariables(State());
   } catch (const std::bad_alloc&) {
+    state_->session.stored.clear();
     return 0;
   }
 }

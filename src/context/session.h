@@ -3,6 +3,7 @@
 #include <memory>
 
 class SessionStore;
+class Variable;
 
 namespace tamber {
 
@@ -11,6 +12,12 @@ class ContextState;
 /// Writes the globals declared with `session` to the store under the current session, in one step;
 /// nothing without a session. False then, and when the store failed.
 bool SaveSessionVariables(ContextState& state);
+
+/// Whether the script has declared some, in a session.
+bool HasSessionVariables(const ContextState& state);
+
+/// Gives a variable what the current session holds under its name, if there is such.
+void LoadSessionVariable(ContextState& state, Variable& variable);
 
 /// While one exists, session declarations load from one look at the store. What failed is logged at
 /// its end.

@@ -53,6 +53,7 @@ void ContextState::CopySettings(const ContextState& from) {
   session.id = from.session.id;
   session.path = from.session.path;
   session.store = from.session.store;
+  session.stored.clear();
 }
 
 int32_t ContextState::EndStopped() {
@@ -263,6 +264,7 @@ void TamberContext::ResetContext() {
   } catch (const std::bad_alloc&) {
   }
   state_->session.isUnloaded = false;
+  state_->session.stored.clear();
   state_->machine->ClearLocals();
   state_->scopes.externals.reset();
   state_->scopes.keptGlobals.reset();

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <exception>
 #include <map>
 #include <optional>
@@ -18,10 +19,74 @@ std::vector<std::string> SessionStore::Children(std::string_view prefix) {
 namespace kel {
 namespace {
 
+/// The backends of the process by what they stand for. Opening one for every request of a host
+/// would cost more than the requests, so they stay open.
+class Backends {
+ public:
+  /// At the end of the process. Whatever another thread is at work on is left to it.
+  void CloseAll() {
+    const std::unique_lock lock(mutex_, std::try_to_lock);
+    if (!lock.owns_lock() || process_ != ::getpid()) return;
+    for (auto& [place, backend] : open_) {
+      const std::unique_lock work(backend->mutex, std::try_to_lock);
+      if (work.owns_lock()) backend->Close();
+    }
+  }
+
+  std::shared_ptr<StoreBackend> Find(std::string_view spec, const StoreAccess& access) {
+    const bool isServer = access.isServer || IsStoreAddress(spec);
+    const std::string name = isServer ? std::string(spec) : CompletePath(spec);
+    const std::lock_guard lock(mutex_);
+    LeaveParentsAlone();
+    std::shared_ptr<StoreBackend>& slot = open_[{name, access}];
+    if (slot == nullptr || IsStale(*slot)) {
+      slot =
+          isServer ? MakeRedisBackend(name, access) : MakeSqliteBackend(name, access.milliseconds);
+    }
+    return slot;
+  }
+
+ private:
+  /// A backend that another thread is at work on is in order: that thread may be opening it now.
+  static bool IsStale(StoreBackend& backend) {
+    const std::unique_lock lock(backend.mutex, std::try_to_lock);
+    return lock.owns_lock() && !backend.IsCurrent();
+  }
+
+  /// After a fork the parent's connections are not ours to use, nor to close.
+  void LeaveParentsAlone() {
+    if (process_ == ::getpid()) return;
+    process_ = ::getpid();
+    for (auto& [place, backend] : open_) parents_.push_back(std::move(backend));
+    open_.clear();
+  }
+
+  std::mutex mutex_;
+  pid_t process_ = ::getpid();
+  std::map<std::pair<std::string, StoreAccess>, std::shared_ptr<StoreBackend>> open_;
+  std::vector<std::shared_ptr<StoreBackend>> parents_;
+};
+
+Backends& SharedBackends() {
+  // Never destroyed: threads may still hold stores while the process ends.
+  static Backends* const backends = [] {
+    std::atexit([] { SharedBackends().CloseAll(); });
+    return new Backends;
+  }();
+  return *backends;
+}
+
 /// A context's own store: it gathers what belongs together and passes it on to the shared backend.
 class BackedStore final : public SessionStore {
  public:
-  explicit BackedStore(std::shared_ptr<StoreBackend> backend) : backend_(std::move(backend)) {}
+  BackedStore(std::string_view spec, const StoreAccess& access)
+      : spec_(spec), access_(access), backend_(SharedBackends().Find(spec_, access_)) {}
+
+  bool Renew() override {
+    std::shared_ptr<StoreBackend> backend = SharedBackends().Find(spec_, access_);
+    std::swap(backend, backend_);
+    return backend != backend_;
+  }
 
   bool SetInteger(std::string_view key, int64_t value) override { return Set(key, value); }
   bool SetText(std::string_view key, std::string_view value) override {
@@ -148,6 +213,8 @@ class BackedStore final : public SessionStore {
     return Use([&] { return backend_->Apply({&change, 1}); });
   }
 
+  std::string spec_;
+  StoreAccess access_;
   std::shared_ptr<StoreBackend> backend_;
   std::vector<StoreChange> pending_;
   std::string readPrefix_;  ///< empty: everything is read afresh
@@ -155,50 +222,6 @@ class BackedStore final : public SessionStore {
   std::string fault_;
   bool batching_ = false;
 };
-
-/// The backends of the process by what they stand for. Opening one for every request of a host
-/// would cost more than the requests, so they stay open.
-class Backends {
- public:
-  std::shared_ptr<StoreBackend> Find(std::string_view spec, const StoreAccess& access) {
-    const bool isServer = access.isServer || IsStoreAddress(spec);
-    const std::string name = isServer ? std::string(spec) : CompletePath(spec);
-    const std::lock_guard lock(mutex_);
-    LeaveParentsAlone();
-    std::shared_ptr<StoreBackend>& slot = open_[{name, access}];
-    if (slot == nullptr || IsStale(*slot)) {
-      slot =
-          isServer ? MakeRedisBackend(name, access) : MakeSqliteBackend(name, access.milliseconds);
-    }
-    return slot;
-  }
-
- private:
-  /// A backend that another thread is at work on is in order: that thread may be opening it now.
-  static bool IsStale(StoreBackend& backend) {
-    const std::unique_lock lock(backend.mutex, std::try_to_lock);
-    return lock.owns_lock() && !backend.IsCurrent();
-  }
-
-  /// After a fork the parent's connections are not ours to use, nor to close.
-  void LeaveParentsAlone() {
-    if (process_ == ::getpid()) return;
-    process_ = ::getpid();
-    for (auto& [place, backend] : open_) parents_.push_back(std::move(backend));
-    open_.clear();
-  }
-
-  std::mutex mutex_;
-  pid_t process_ = ::getpid();
-  std::map<std::pair<std::string, StoreAccess>, std::shared_ptr<StoreBackend>> open_;
-  std::vector<std::shared_ptr<StoreBackend>> parents_;
-};
-
-Backends& SharedBackends() {
-  // Never destroyed: threads may still hold stores while the process ends.
-  static Backends* const backends = new Backends;
-  return *backends;
-}
 
 }  // namespace
 
@@ -225,7 +248,7 @@ std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec) {
 }
 
 std::shared_ptr<SessionStore> OpenSessionStore(std::string_view spec, const StoreAccess& access) {
-  return std::make_shared<BackedStore>(SharedBackends().Find(spec, access));
+  return std::make_shared<BackedStore>(spec, access);
 }
 
 }  // namespace kel

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
@@ -5,6 +6,7 @@
 #include <utility>
 
 #include "kel/clock.h"
+#include "kel/descriptor.h"
 #include "kel/file.h"
 #include "kel/lazylibrary.h"
 #include "kel/sleep.h"
@@ -150,6 +152,9 @@ class SqliteBackend final : public StoreBackend {
     return children;
   }
 
+  /// The last connection of all processes takes the journal's files along.
+  void Close() override { Forget(); }
+
   bool IsCurrent() const override {
     if (refused_) return false;
     if (database_ == nullptr) return true;
@@ -165,6 +170,7 @@ class SqliteBackend final : public StoreBackend {
     const bool present = ::stat(path_.c_str(), &info) == 0;
     if (!present && !create) return false;
     if (present && !S_ISREG(info.st_mode)) return Refuse("the path does not name a file");
+    if (!present) MakeFile();
     if (!Connect(create) || !Prepare()) {
       Forget();
       return false;
@@ -175,6 +181,13 @@ class SqliteBackend final : public StoreBackend {
       inode_ = stamp.inode;
     }
     return true;
+  }
+
+  /// Sessions are nobody's business but the owner's; the journal's files take over who may read.
+  /// What fails here, fails again when the file is opened.
+  void MakeFile() const {
+    const Descriptor file(
+        ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
   }
 
   bool Connect(bool create) {

@@ -43,6 +43,9 @@ class StoreBackend {
   /// Whether it still stands for what it was opened as; the next store opens it anew if not.
   virtual bool IsCurrent() const = 0;
 
+  /// Gives up what it has open; the next use opens it again.
+  virtual void Close() {}
+
   std::string fault;  ///< why the last operation failed
   std::mutex mutex;
 };

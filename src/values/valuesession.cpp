@@ -1,5 +1,6 @@
 #include "values/valuesession.h"
 
+#include <cstring>
 #include <string>
 
 #include "kel/kelascii.h"
@@ -28,17 +29,26 @@ std::string MemberKey(const std::string& key, const Name& name) {
   return key + "/" + kel::Lowered(name.View());
 }
 
-void StoreArray(const ArrayData* array, const std::string& key, SessionStore& store, int depth) {
-  store.DeleteTree(key + "/");  // an array that was longer when it was last stored
-  const uint32_t count = array != nullptr ? array->Count() : 0;
-  store.SetInteger(key, count);
-  for (uint32_t i = 0; i < count; ++i) {
-    const Cell cell = array->Peek(i);
-    if (array->StorageKind() == Kind::Any) {
+/// The count and the elements from a position on.
+void StoreElements(const ArrayData& array, uint32_t from, const std::string& key,
+                   SessionStore& store, int depth) {
+  store.SetInteger(key, array.Count());
+  for (uint32_t i = from; i < array.Count(); ++i) {
+    const Cell cell = array.Peek(i);
+    if (array.StorageKind() == Kind::Any) {
       StoreAt(*TypeOf(*cell.v), *CellOf(*cell.v), ElementKey(key, i), store, depth);
     } else {
-      StoreAt(*array->ElementType(), cell, ElementKey(key, i), store, depth);
+      StoreAt(*array.ElementType(), cell, ElementKey(key, i), store, depth);
     }
+  }
+}
+
+void StoreArray(const ArrayData* array, const std::string& key, SessionStore& store, int depth) {
+  store.DeleteTree(key + "/");  // an array that was longer when it was last stored
+  if (array != nullptr) {
+    StoreElements(*array, 0, key, store, depth);
+  } else {
+    store.SetInteger(key, 0);
   }
 }
 
@@ -74,6 +84,91 @@ void StoreAt(const TypeDesc& type, Cell cell, const std::string& key, SessionSto
       break;
     default:
       break;
+  }
+}
+
+template <class Real>
+bool IsSameReal(Real left, Real right) {
+  return std::memcmp(&left, &right, sizeof left) == 0;  // the sign of a zero counts
+}
+
+/// Whether a value is certainly as it was. Arrays and structures that were not touched are still
+/// shared with what was kept of them, so that nobody looks at their parts.
+bool IsUnchanged(Kind kind, Cell now, Cell before) {
+  switch (kind) {
+    case Kind::Bool:
+    case Kind::Char:
+    case Kind::Int:
+      return now.i == before.i;
+    case Kind::Float:
+      return IsSameReal(now.f, before.f);
+    case Kind::Double:
+      return IsSameReal(now.d, before.d);
+    case Kind::String:
+      return now.s == before.s || TextOf(now.s) == TextOf(before.s);
+    case Kind::EString:
+      return static_cast<const VarEString&>(*now.v).Sealed() ==
+             static_cast<const VarEString&>(*before.v).Sealed();
+    case Kind::Array:
+      return now.a == before.a;
+    case Kind::Struct:
+      return now.st == before.st;
+    default:
+      return false;
+  }
+}
+
+void ChangeAt(const TypeDesc& type, Cell now, Cell before, const std::string& key,
+              SessionStore& store, int depth);
+
+void ChangeElement(const ArrayData& now, const ArrayData& before, uint32_t index,
+                   const std::string& key, SessionStore& store, int depth) {
+  const Cell cell = now.Peek(index);
+  const Cell old = before.Peek(index);
+  if (now.StorageKind() != Kind::Any) {
+    if (IsUnchanged(now.StorageKind(), cell, old)) return;
+    ChangeAt(*now.ElementType(), cell, old, ElementKey(key, index), store, depth);
+    return;
+  }
+  const TypeDesc& type = *TypeOf(*cell.v);
+  const std::string element = ElementKey(key, index);
+  if (type.GetKind() == TypeOf(*old.v)->GetKind()) {
+    ChangeAt(type, *CellOf(*cell.v), *CellOf(*old.v), element, store, depth);
+  } else {
+    store.DeleteTree(element + "/");
+    StoreAt(type, *CellOf(*cell.v), element, store, depth);
+  }
+}
+
+void ChangeArray(const ArrayData* now, const ArrayData* before, const std::string& key,
+                 SessionStore& store, int depth) {
+  const bool isAlike = now != nullptr && before != nullptr &&
+                       now->StorageKind() == before->StorageKind() &&
+                       now->Count() >= before->Count();
+  if (!isAlike) {
+    StoreArray(now, key, store, depth);
+    return;
+  }
+  for (uint32_t i = 0; i < before->Count(); ++i) {
+    ChangeElement(*now, *before, i, key, store, depth);
+  }
+  if (now->Count() > before->Count()) StoreElements(*now, before->Count(), key, store, depth);
+}
+
+void ChangeAt(const TypeDesc& type, Cell now, Cell before, const std::string& key,
+              SessionStore& store, int depth) {
+  const Kind kind = type.GetKind();
+  if (depth == 0 || IsUnchanged(kind, now, before)) return;
+  if (kind == Kind::Array) {
+    ChangeArray(now.a, before.a, key, store, depth - 1);
+  } else if (kind == Kind::Struct && now.st->Layout().Get() == before.st->Layout().Get()) {
+    for (uint32_t i = 0; i < now.st->Count(); ++i) {
+      const StructLayout::Member& member = now.st->Layout()->Members()[i];
+      ChangeAt(*member.type, now.st->Peek(i), before.st->Peek(i), MemberKey(key, member.name),
+               store, depth - 1);
+    }
+  } else {
+    StoreAt(type, now, key, store, depth);
   }
 }
 
@@ -171,6 +266,12 @@ void LoadAt(const TypeDesc& type, Cell& slot, const std::string& key, SessionSto
 void StoreValue(const Variable& variable, std::string_view key, SessionStore& store) {
   StoreAt(*TypeOf(variable), VariableAccess::CellOf(LookThrough(variable)), std::string(key), store,
           kMaxDepth);
+}
+
+void StoreChanges(const Variable& variable, const Variable& before, std::string_view key,
+                  SessionStore& store) {
+  ChangeAt(*TypeOf(variable), VariableAccess::CellOf(LookThrough(variable)),
+           VariableAccess::CellOf(LookThrough(before)), std::string(key), store, kMaxDepth);
 }
 
 void LoadValue(Variable& variable, std::string_view key, SessionStore& store) {

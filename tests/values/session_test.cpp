@@ -1,16 +1,22 @@
+#include <gmock/gmock.h>
+
 #include <string>
 
 #include "kel/sessionstore.h"
 #include "kel/tempdir.h"
 #include "value_testing.h"
+#include "values/valuesession.h"
 #include "values/vararray.h"
 #include "values/varestring.h"
+#include "values/varholder.h"
 #include "values/varint.h"
 #include "values/varref.h"
 #include "values/varstring.h"
 #include "values/varstruct.h"
 
 namespace {
+
+using testing::ElementsAre;
 
 class Sessions : public TempDirTest {
  protected:
@@ -67,6 +73,32 @@ TEST_F(Sessions, ArraysAndStructuresElementWise) {
   EXPECT_TRUE(store_->SubKeys("session/7/points/2/").empty());
   Load(back);
   EXPECT_EQ(back.GetElementCount(), 1u);
+}
+
+TEST_F(Sessions, OnlyChangesAreWritten) {
+  VarStruct point("p", 0);
+  point.SetStructName("Point");
+  point.AddStructElement(new VarInteger("X", 0), 1);
+  point.AddStructElement(new VarStringArray("Names", 0), 1);
+  VarStructArray points(&point, "points", 0);
+  points.SetArraySize(3);
+  points.GetArrayElement(2)->GetStructElement("names")->SetArraySize(2);
+  const auto written = [&](auto&& change) {
+    const tamber::VarHolder before(points.Clone());
+    change();
+    store_->DeleteTree("k");
+    tamber::StoreChanges(points, *before, "k", *store_);
+    return store_->SubKeys("k");
+  };
+  EXPECT_THAT(written([] {}), ElementsAre());
+  EXPECT_THAT(written([&] {
+                points.GetArrayElement(2)->GetStructElement("x")->SetIntegerValue(8);
+                Variable* names = points.GetArrayElement(2)->GetStructElement("names");
+                names->GetArrayElement(1)->SetStringValue("A", 0);
+              }),
+              ElementsAre("k/2/names/1", "k/2/x"));
+  EXPECT_THAT(written([&] { points.SetArraySize(4); }), ElementsAre("k", "k/4/names", "k/4/x"));
+  EXPECT_THAT(written([&] { points.SetArraySize(1); }), ElementsAre("k", "k/1/names", "k/1/x"));
 }
 
 }  // namespace
