@@ -37,11 +37,11 @@ class TAMBER_API SessionStore {
   /// seen.
   virtual void BeginReading(std::string_view /*prefix*/) {}
   virtual void EndReading() {}
+  /// Why an operation has failed since the last call; "" when none has.
+  virtual std::string TakeFault() { return {}; }
   /// Opens the place anew when something else stands there now, or nothing; true then: what was
   /// read from it may not be there any more.
   virtual bool Renew() { return false; }
-  /// Why an operation has failed since the last call; "" when none has.
-  virtual std::string TakeFault() { return {}; }
 };
 
 namespace kel {
