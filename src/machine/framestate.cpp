@@ -413,6 +413,7 @@ uint32_t FrameState::Popped(const Instr& at) const {
     case Op::Exec:
       return static_cast<uint32_t>(TamberOperators::GetOperatorParamCount(at.b));
     case Op::CallN:
+    case Op::CallL:
       return code_->sites[at.b].arguments;
     default:
       return 0;

@@ -137,6 +137,7 @@ class Machine {
   Frame* ScopeFrame();
   uint32_t ScopeNumber();
   VarList* HostScope();
+  void DropScopes();
   bool IsObject(const Frame& frame, uint32_t slot) const;
   Variable* LendLocal(Frame& frame, uint32_t slot);
   void TakeBackLocals();
@@ -197,6 +198,7 @@ class Machine {
   void KeepConverted(Kind kind, Cell value);
   bool Execute(int32_t operatorIndex, Cell& out);
   bool CallFunction(const CallSite& site, Cell& out);
+  bool CallLooking(const CallSite& site, Cell& out);
   bool CallChosen(const CallSite& site, Cell& out);
   bool TakeResult(const CallSite& site, uint32_t height, Cell& out);
   bool AppendAsText(StrBuf*& slot, Kind kind, Cell value);

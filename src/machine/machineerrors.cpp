@@ -75,6 +75,12 @@ void Machine::Interrupt() {
   });
 }
 
+/// What was added by name to the scope of the frame that ends.
+void Machine::DropScopes() {
+  extraLocals_.erase(frameCount_);
+  while (!hostScopes_.empty() && hostScopes_.back().frame >= frameCount_) hostScopes_.pop_back();
+}
+
 Machine::After Machine::UnwindAll(enum_ProcStatus status) {
   bool failed = status == PROCSTATUS_FAILED;
   unwinding_ = failed;

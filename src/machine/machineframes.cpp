@@ -129,10 +129,7 @@ void Machine::ReleaseArguments(const Callable& procedure, Cell* arguments) {
 void Machine::LeaveFrame(Frame& frame) {
   for (const OwnedRegister& owned : frame.code->ownedLocals)
     ReleaseCell(owned.kind, frame.base[owned.reg]);
-  if (!extraLocals_.empty()) {
-    extraLocals_.erase(frameCount_);
-    while (!hostScopes_.empty() && hostScopes_.back().frame >= frameCount_) hostScopes_.pop_back();
-  }
+  if (!extraLocals_.empty()) DropScopes();
   // What an expression outside any procedure leaves on the stack is its value.
   if (frame.code->procedure != nullptr && stack_->GetSize() > frame.stackHeight)
     stack_->CutTo(frame.stackHeight);

@@ -756,6 +756,16 @@ L_CallN : {
   if (run_.stopFlag || unwinding_) goto stopped;
   NEXT();
 }
+L_CallL : {
+  SAVE();
+  const CallSite& site = code->sites[pc->b];
+  bool done = CallLooking(site, A);
+  // A built-in may have run a script procedure, and so have moved the frames.
+  frame = &frames_[frameCount_ - 1];
+  CHECK(done);
+  if (run_.stopFlag || unwinding_) goto stopped;
+  NEXT();
+}
 L_JOk:
   pc += run_.errorCode == 0 ? pc->Wide() : 1;
   DISPATCH();

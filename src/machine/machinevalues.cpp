@@ -1,4 +1,5 @@
 #include <string>
+#include <utility>
 
 #include "engine/arith.h"
 #include "engine/tambops.h"
@@ -420,6 +421,25 @@ bool Machine::CallChosen(const CallSite& site, Cell& out) {
   return CallFunction({function, site.arguments, site.resultKind}, out);
 }
 
+/// While such a built-in runs, its caller's locals can be had by name.
+bool Machine::CallLooking(const CallSite& site, Cell& out) {
+  Cell result = ZeroCell();
+  bool done = false;
+  bool threw = false;
+  const uint32_t outer = std::exchange(inBuiltIn_, frameCount_);
+  try {
+    done = CallFunction(site, result);
+  } catch (const std::bad_alloc&) {
+    threw = true;
+  }
+  inBuiltIn_ = outer;
+  if (!lent_.empty()) TakeBackLocals();
+  if (threw) throw std::bad_alloc();
+  // The result may go into one of them.
+  if (done && !run_.stopFlag && !unwinding_) out = result;
+  return done;
+}
+
 bool Machine::CallFunction(const CallSite& site, Cell& out) {
   const TamberFunction& function = *site.function;
   if (stack_->GetSize() < site.arguments)
@@ -432,10 +452,6 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
   if (!function.IsImplemented()) {
     stack->CutTo(height);
   } else {
-    // While such a built-in runs, its caller's locals can be had by name.
-    const bool looksUp = !function.Traits().localsBlind;
-    const uint32_t outer = inBuiltIn_;
-    if (looksUp) inBuiltIn_ = frameCount_;
     try {
       if (function.GetImplementation() != nullptr)
         function.GetImplementation()(&call);
@@ -451,10 +467,6 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
     } catch (...) {
       call.errorCode = ERR_INTERNAL;
       call.errorText = function.GetName();
-    }
-    if (looksUp) {
-      inBuiltIn_ = outer;
-      if (!lent_.empty()) TakeBackLocals();
     }
   }
   if (call.errorCode != 0) {
