@@ -8,6 +8,7 @@
 #include "frontend/scriptscan.h"
 #include "kel/cipher.h"
 #include "kel/file.h"
+#include "kel/hostpath.h"
 #include "kel/pathparser.h"
 #include "values/errcodes.h"
 
@@ -85,7 +86,7 @@ int32_t TamberContext::CompileScriptFile(const KelString& path) {
       SetContextError(0, KelString());
       return 1;
     }
-    const KelString full(kel::CompletePath(path));
+    const KelString full(kel::CompletePath(kel::HostPath(path.View())));
     return state_->CompileFile(full, kel::Place(full));
   } catch (const std::bad_alloc&) {
     return FailForMemory(*this, path);
@@ -122,7 +123,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
 int32_t TamberContext::ScriptFileIsStructured(const KelString& path) {
   try {
     SetContextError(0, KelString());
-    const KelString full(kel::CompletePath(path));
+    const KelString full(kel::CompletePath(kel::HostPath(path.View())));
     ScriptText::Status status = ScriptText::Status::Ok;
     const auto text = ScriptText::FromFile(full, state_->config.scriptKey, status);
     return IsStructured(*this, full, text, status);

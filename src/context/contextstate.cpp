@@ -35,7 +35,7 @@ bool ContextState::Refuse(const KelString& what) {
 }
 
 bool ContextState::TrustsIni() const {
-  return !config.filePolicy.Allows(config.iniPath.View(), kel::Access::Write);
+  return config.filePolicy.AllowsAll() || !config.filePolicy.CanReplace(IniFilePath().View());
 }
 
 VarList& ContextState::OwnConstants() {

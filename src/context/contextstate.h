@@ -11,6 +11,7 @@
 
 #include "context/tambctxt.h"
 #include "frontend/compilehost.h"
+#include "kel/hostpath.h"
 #include "kel/keldebug.h"
 #include "kel/sessionstore.h"
 #include "kel/stop.h"
@@ -19,6 +20,7 @@
 #include "machine/machinehost.h"
 #include "machine/runstate.h"
 #include "machine/sourceplace.h"
+#include "values/settings.h"
 #include "values/varholder.h"
 
 namespace tamber {
@@ -46,7 +48,8 @@ class ErrorRecord {
 
 /// What the host and the INI file have set. Written by tambctxt.cpp.
 struct Configuration {
-  KelString iniPath;
+  KelString iniPath;  ///< as the host has given it
+  KelString iniFile;  ///< the same, settled unless it is the default
   KelString exePath;
   void* appInstance = nullptr;
   XmlProxyClient* proxy = nullptr;
@@ -162,7 +165,15 @@ class ContextState final : public MachineHost, public CompileHost {
   bool MayLoad(const KelString& path);
   /// Sets error 102; always false.
   bool Refuse(const KelString& what);
-  /// Whether scripts cannot have written the INI file, so that what it names needs no permission.
+  /// Where the INI file is, wherever scripts have moved the process.
+  KelString IniFilePath() const { return KelString(kel::HostPath(config.iniFile.View())); }
+  Settings Ini() const { return {IniFilePath(), config.filePolicy}; }
+  /// Takes over what the INI file switches on and off.
+  void TakeIniSwitches();
+  /// Until the host names another.
+  void UseDefaultIni();
+  /// Whether scripts cannot have written the INI file, or have put another in its place, so that
+  /// what it names needs no permission.
   bool TrustsIni() const;
   /// The list of a scope, null while it is empty; the local scope is the machine's.
   VarList* Scope(enum_VarListType scope);

@@ -45,7 +45,7 @@ void PrintErrorHeader(ContextState& state, KelString& out, const KelString& kind
 void WriteReport(ContextState& state, const KelString& section, const KelString& kind,
                  const SourcePlace& place) {
   if (!state.IsOutputEnabled(section)) return;
-  const Settings ini(state.config.iniPath);
+  const Settings ini = state.Ini();
   KelString text = ini.Text(IniKey::OutputPrefix, section);
   text += "\r\n";
   PrintErrorHeader(state, text, kind, place);
@@ -167,7 +167,7 @@ void ContextState::NoteStop(const SourcePlace& place) {
   run.errorText.Clear();
   run.SetError(ERR_STOPPED, KelString());
   TellHost(*this, place);
-  const bool reported = Settings(config.iniPath).Integer(IniKey::ReportStops) != 0;
+  const bool reported = Ini().Integer(IniKey::ReportStops) != 0;
   if (reported) WriteReport(*this, kRunErrors, KelString("Run time"), place);
   run.errorCode = ERR_SUCCESS;
 }

@@ -15,7 +15,8 @@ class ContextModuleHost final : public ModuleHost {
 
   TamberContext* GetContext() override { return &state_.context; }
   const KelDebug& Log() const override { return state_.debug; }
-  KelString GetIniPath() const override { return state_.config.iniPath; }
+  KelString GetIniPath() const override { return state_.IniFilePath(); }
+  KelString GetModulePath() const override { return state_.Ini().Text(IniKey::ModulePath); }
   KelString GetExePath() const override { return state_.config.exePath; }
   void SetError(int32_t code, const KelString& text) override {
     state_.context.SetContextError(code, text);

@@ -6,6 +6,7 @@
 #include "kel/dumpselection.h"
 #include "kel/file.h"
 #include "kel/filestat.h"
+#include "kel/hostpath.h"
 #include "kel/notice.h"
 #include "kel/rotate.h"
 #include "kel/stop.h"
@@ -19,7 +20,7 @@ namespace tamber {
 namespace {
 
 KelString OutputTypeOf(const ContextState& state, const KelString& section) {
-  const Settings ini(state.config.iniPath);
+  const Settings ini = state.Ini();
   const bool isWanted = state.config.defaultReports || section == "TamberDebug" ||
                         !ini.TextOr(IniKey::OutputName, "", section).IsEmpty();
   if (isWanted) return ini.Text(IniKey::OutputType, section).ToLower();
@@ -28,7 +29,7 @@ KelString OutputTypeOf(const ContextState& state, const KelString& section) {
 
 /// The file that a section's reports go to, "stdout" for standard output, "" for nowhere.
 KelString OutputFileOf(const ContextState& state, const KelString& section) {
-  const Settings ini(state.config.iniPath);
+  const Settings ini = state.Ini();
   const KelString type = OutputTypeOf(state, section);
   if (type == "file") return ini.Text(IniKey::OutputName, section);
   if (type == "stdout") return type;
@@ -45,14 +46,17 @@ constexpr const char* kOpenFailed = "Internal Error: Failed to open output file"
 /// variable that a file is named by, and may be able to write the INI file.
 kel::Place PlaceOfReport(const ContextState& state, const KelString& section,
                          const KelString& file) {
-  const bool isHosts =
-      OutputTypeOf(state, section) == "var" ? file == state.config.ownLogFile : state.TrustsIni();
-  return isHosts ? kel::Place(file) : state.config.filePolicy.Find(file, kel::Access::Write);
+  const kel::FilePolicy& policy = state.config.filePolicy;
+  const bool isVariable = OutputTypeOf(state, section) == "var";
+  if (isVariable && file != state.config.ownLogFile) return policy.Find(file, kel::Access::Write);
+  const std::string path = kel::HostPath(file);
+  return isVariable || state.TrustsIni() ? policy.FindForHost(path, kel::Access::Write)
+                                         : policy.Find(path, kel::Access::Write);
 }
 
 void BoundReports(const ContextState& state, const KelString& section, const kel::Place& place,
                   uint64_t more) {
-  const Settings ini(state.config.iniPath);
+  const Settings ini = state.Ini();
   const int32_t limit = ini.Integer(IniKey::OutputSize, section);
   const int32_t kept = std::clamp(ini.Integer(IniKey::OutputKeep, section), 0, kMaxOldReports);
   if (limit > 0) {
@@ -62,16 +66,12 @@ void BoundReports(const ContextState& state, const KelString& section, const kel
 
 /// Every report is one write to a file that is opened for it, so that several processes can share a
 /// file and none loses a line when it is moved away. Null, or why it was not written.
-const char* WriteReport(const KelString& file, const kel::Place& place, std::string_view text) {
-  if (file == "stdout") {
-    kel::WriteStandardOutput(text);
-    return nullptr;
-  }
+const char* WriteReport(const kel::Place& place, std::string_view text) {
   if (place.IsRefused()) return "Refused by the host's file policy";
   if (place.IsConfined()) {
     return kel::AppendToFile(place, text) == kel::FileStatus::Ok ? nullptr : kOpenFailed;
   }
-  const int descriptor = kel::OpenForAppend(file);
+  const int descriptor = kel::OpenForAppend(place.Path());
   if (descriptor < 0) return kOpenFailed;
   const bool written = kel::AppendAll(descriptor, text);
   kel::CloseFile(descriptor);
@@ -82,7 +82,7 @@ const char* WriteReport(const KelString& file, const kel::Place& place, std::str
 class DumpWriter {
  public:
   DumpWriter(ContextState& state, const KelString& section)
-      : state_(state), ini_(state.config.iniPath), section_(section) {}
+      : state_(state), ini_(state.Ini()), section_(section) {}
 
   void WriteAll(const SourcePlace& place, KelString& out) const {
     if (place.text != nullptr && place.line != 0) {
@@ -149,11 +149,13 @@ void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section
   if (output.reportSink != nullptr && !text.IsEmpty())
     CallHost([&] { taken = output.reportSink(section, text.View(), output.reportUser); });
   const KelString file = taken ? KelString() : OutputFileOf(*this, section);
-  if (!file.IsEmpty() && !text.IsEmpty()) {
+  if (file == "stdout") {
+    kel::WriteStandardOutput(text);
+  } else if (!file.IsEmpty() && !text.IsEmpty()) {
     const kel::Place place = PlaceOfReport(*this, section, file);
-    if (file != "stdout") BoundReports(*this, section, place, text.GetLength());
-    const char* const fault = WriteReport(file, place, text);
-    // A report is several pieces, and a script may go on after it: one notice is enough.
+    BoundReports(*this, section, place, text.GetLength());
+    const char* const fault = WriteReport(place, text);
+    // A script may go on after its report: one notice is enough.
     if (fault != nullptr && output.unwritable != file) kel::Notice(file, fault);
     output.unwritable = fault != nullptr ? file : KelString();
   }

@@ -6,6 +6,7 @@
 
 #include "context/contextstate.h"
 #include "kel/clock.h"
+#include "kel/hostpath.h"
 #include "kel/kelascii.h"
 #include "kel/pathparser.h"
 #include "kel/sessionstore.h"
@@ -13,6 +14,7 @@
 #include "values/errcodes.h"
 #include "values/settings.h"
 #include "values/valuesession.h"
+#include "values/varstring.h"
 
 namespace tamber {
 namespace {
@@ -30,13 +32,13 @@ bool IsAbsoluteSessionFile(const KelString& file) {
 }
 
 KelString BesideIni(const ContextState& state, const KelString& file) {
-  PathParser beside(state.config.iniPath);
+  PathParser beside(state.IniFilePath());
   beside.SetFileName(file);
   return beside.GetPath();
 }
 
 KelString SessionFileOf(const ContextState& state) {
-  KelString file = Settings(state.config.iniPath).Text(IniKey::SessionFile);
+  KelString file = state.Ini().Text(IniKey::SessionFile);
   if (file.IsEmpty()) file = kSessionFile;
   return IsAbsoluteSessionFile(file) ? file : BesideIni(state, file);
 }
@@ -59,12 +61,23 @@ kel::StoreAccess StoreAccessOf(const Settings& ini) {
   return access;
 }
 
+/// Whether the policy lets the store's file be used: one that the host has named wherever scripts
+/// cannot decide what it is, any other where they may write. Then no link is followed to it.
+bool MayUseFile(const ContextState& state, StorePlace& store, bool isHosts) {
+  const kel::FilePolicy& policy = state.config.filePolicy;
+  const kel::Place place = isHosts ? policy.FindForHost(store.spec.View(), kel::Access::Write)
+                                   : policy.Find(store.spec.View(), kel::Access::Write);
+  if (place.IsRefused()) return false;
+  store.access.followsLinks = place.IsFound() && !place.IsConfined();
+  if (place.IsConfined()) store.spec = KelString(place.RealPath());
+  return true;
+}
+
 /// Sessions are kept on a server when the INI file names one, else in a file. An address that names
 /// no server stays one, and fails. An INI file that scripts may write names nothing that they may
 /// not use.
 StorePlace StorePlaceOf(const ContextState& state) {
-  const kel::FilePolicy& policy = state.config.filePolicy;
-  const Settings ini(state.config.iniPath);
+  const Settings ini = state.Ini();
   StorePlace place{ini.Text(IniKey::SessionStore), {}, StoreAccessOf(ini)};
   place.access.isServer = !place.spec.IsEmpty();
   if (place.spec.IsEmpty()) place.spec = SessionFileOf(state);
@@ -73,13 +86,16 @@ StorePlace StorePlaceOf(const ContextState& state) {
   place.shown = place.access.isServer && !isAddress
                     ? KelString("SessionStore")
                     : KelString(kel::ShownStoreAddress(place.spec.View()));
-  const bool allowed =
-      isServer ? policy.AllowsNetwork() : policy.Allows(place.spec, kel::Access::Write);
-  if (allowed || state.TrustsIni()) return place;
+  const bool trusted = state.TrustsIni();
+  const bool allowed = isServer ? trusted || state.config.filePolicy.AllowsNetwork()
+                                : MayUseFile(state, place, trusted);
+  if (allowed) return place;
   state.debug.Logf(KelDebug::Level::Error, "Session store %S: refused by the host's file policy",
                    place.shown);
   const KelString file = BesideIni(state, kSessionFile);
-  return {file, file, {}};
+  StorePlace fallback{file, file, {}};
+  if (!MayUseFile(state, fallback, true)) fallback.access.isRefused = true;
+  return fallback;
 }
 
 /// Notes why the store has failed since the last look, and logs it. True when it did.
@@ -264,21 +280,40 @@ bool LoadSessionVariables(ContextState& state) {
   return !session.isUnloaded;
 }
 
-}  // namespace tamber
-
 namespace {
 
 /// Negative values are no limit, as 0 is.
-void ReadTransferLimits(const tamber::Settings& ini, kel::TransferLimits& limits) {
+void ReadTransferLimits(const Settings& ini, kel::TransferLimits& limits) {
   constexpr uint64_t kKilobyte = 1024;
-  const auto read = [&ini](tamber::IniKey key) {
+  const auto read = [&ini](IniKey key) {
     return static_cast<uint32_t>(std::max(ini.Integer(key), 0));
   };
-  limits.seconds = read(tamber::IniKey::TransferTime);
-  limits.bytes = read(tamber::IniKey::TransferSize) * kKilobyte;
+  limits.seconds = read(IniKey::TransferTime);
+  limits.bytes = read(IniKey::TransferSize) * kKilobyte;
 }
 
 }  // namespace
+
+void ContextState::TakeIniSwitches() {
+  const Settings ini = Ini();
+  run.settings.procedureTrace = ini.Integer(IniKey::ProcedureTrace);
+  run.settings.verifiesCode = ini.IntegerOr(IniKey::VerifyCode, run.settings.verifiesCode) != 0;
+  config.compileOnly = ini.Integer(IniKey::CompileOnly);
+  config.dumpCode = ini.Integer(IniKey::DumpCode) != 0;
+  config.dumpStatements = ini.Integer(IniKey::DumpStatements);
+  if (!config.hostLimitsTransfers) ReadTransferLimits(ini, config.transferLimits);
+  run.settings.dumpsLocals = false;
+  for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})
+    run.settings.dumpsLocals |= !ini.Text(IniKey::DumpLocals, section).IsEmpty();
+}
+
+void ContextState::UseDefaultIni() {
+  // Nobody has named it; where it is depends on the host's directory of the moment.
+  config.iniPath = config.iniFile = KelString("./tamber.ini");
+  Attempt([this] { TakeIniSwitches(); });
+}
+
+}  // namespace tamber
 
 // Running out of memory here leaves the settings or sessions as they are; by design none of these
 // calls sets the context error.
@@ -287,18 +322,8 @@ void TamberContext::SetIniPath(const KelString& path) {
   try {
     tamber::ContextState& state = State();
     state.config.iniPath = path;
-    using tamber::IniKey;
-    const tamber::Settings ini(path);
-    state.run.settings.procedureTrace = ini.Integer(IniKey::ProcedureTrace);
-    state.run.settings.verifiesCode =
-        ini.IntegerOr(IniKey::VerifyCode, state.run.settings.verifiesCode) != 0;
-    state.config.compileOnly = ini.Integer(IniKey::CompileOnly);
-    state.config.dumpCode = ini.Integer(IniKey::DumpCode) != 0;
-    state.config.dumpStatements = ini.Integer(IniKey::DumpStatements);
-    if (!state.config.hostLimitsTransfers) ReadTransferLimits(ini, state.config.transferLimits);
-    state.run.settings.dumpsLocals = false;
-    for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})
-      state.run.settings.dumpsLocals |= !ini.Text(IniKey::DumpLocals, section).IsEmpty();
+    state.config.iniFile = KelString(kel::SettledHostPath(path.View()));
+    state.TakeIniSwitches();
   } catch (const std::bad_alloc&) {
   }
 }

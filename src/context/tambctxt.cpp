@@ -116,7 +116,7 @@ TamberContext::TamberContext(XmlProxyClient* proxy)
   state_->modules = tamber::MakeModuleList(*state_);
   state_->handles = std::make_unique<tamber::HandleTable>();
   tamber::ApplyDefaults(*this);
-  SetIniPath(KelString("./tamber.ini"));
+  state_->UseDefaultIni();
 }
 
 TamberContext::TamberContext(TamberContext& parent)

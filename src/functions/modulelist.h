@@ -29,6 +29,8 @@ class ModuleHost {
   virtual TamberContext* GetContext() = 0;
   virtual const KelDebug& Log() const = 0;
   virtual KelString GetIniPath() const = 0;
+  /// What the INI file says of where modules are; "" for nothing.
+  virtual KelString GetModulePath() const = 0;
   virtual KelString GetExePath() const = 0;
   virtual void SetError(int32_t code, const KelString& text) = 0;
   /// True also for a script that is being loaded at this moment.

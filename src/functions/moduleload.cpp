@@ -4,7 +4,6 @@
 
 #include "kel/keldebug.h"
 #include "kel/pathparser.h"
-#include "values/settings.h"
 
 namespace tamber {
 namespace {
@@ -17,12 +16,12 @@ bool IsModuleFile(const KelString& file) {
   return extension == ".tbx" || extension == ".dll" || extension == ".so";
 }
 
-void AppendConfiguredPath(KelString& path, const KelString& iniPath) {
-  const KelString configured = Settings(iniPath).Text(IniKey::ModulePath);
+void AppendConfiguredPath(KelString& path, const ModuleHost& host) {
+  const KelString configured = host.GetModulePath();
   if (configured.IsEmpty()) return;
   path += ";" + configured;
   if (!kel::PathIsRelative(configured)) return;
-  PathParser beside(iniPath);
+  PathParser beside(host.GetIniPath());
   beside.SetFileName(configured);
   path += ";";
   path += kel::ResolvePath(beside.GetPath());
@@ -56,7 +55,7 @@ KelString ModuleSearchPath(const ModuleHost& host, const KelString& file,
     const KelString exeDir = PathParser(exePath).GetDriveDir();
     path += ";" + exeDir + ";" + kel::JoinPath(exeDir, "modules");
   }
-  AppendConfiguredPath(path, host.GetIniPath());
+  AppendConfiguredPath(path, host);
   return path;
 }
 

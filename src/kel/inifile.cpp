@@ -9,6 +9,8 @@
 
 #include "kel/bytes.h"
 #include "kel/file.h"
+#include "kel/fileio.h"
+#include "kel/filepolicy.h"
 #include "kel/kelascii.h"
 #include "kel/number.h"
 
@@ -117,18 +119,33 @@ IniCache& Cache() {
   return *cache;
 }
 
+IniDataPtr ReadConfined(const kel::Place& place) {
+  std::string text;
+  if (kel::ReadFile(place, text, kMaxFileSize) != kel::FileStatus::Ok) return nullptr;
+  return std::make_shared<const IniData>(kel::DecodeScriptText(std::move(text)));
+}
+
+IniDataPtr Read(const KelString& path, const kel::FilePolicy* policy) {
+  if (policy != nullptr) {
+    const kel::Place place = policy->FindForHost(path, kel::Access::Read);
+    if (!place.IsFound()) return nullptr;
+    if (place.IsConfined()) return ReadConfined(place);
+  }
+  return Cache().Get(path);
+}
+
 }  // namespace
 
 KelString IniFile::ReadString(const KelString& section, const KelString& key,
                               const KelString& defaultValue) const {
-  const IniDataPtr data = Cache().Get(path_);
+  const IniDataPtr data = Read(path_, policy_);
   const std::string* const value = data != nullptr ? data->Find(section, key) : nullptr;
   return value != nullptr ? KelString(*value) : defaultValue;
 }
 
 int32_t IniFile::ReadInteger(const KelString& section, const KelString& key,
                              int32_t defaultValue) const {
-  const IniDataPtr data = Cache().Get(path_);
+  const IniDataPtr data = Read(path_, policy_);
   const std::string* const value = data != nullptr ? data->Find(section, key) : nullptr;
   int64_t number = 0;
   if (value == nullptr || !kel::ParseInt64Prefix(*value, number)) return defaultValue;

@@ -4,11 +4,17 @@
 
 #include "kel/kelstring.h"
 
+namespace kel {
+class FilePolicy;
+}
+
 /// Reads an INI file; never writes one.
 ///
 /// Every read looks at the file anew, so an edit counts from the next read on; the text is parsed
 /// again only when the file changed. Parsed files are shared by the whole process, safely between
-/// threads. A relative path follows the current directory of the moment.
+/// threads. A relative path follows the current directory of the moment. Under a policy, a file
+/// that scripts can replace is read only where they may read, and never through a link that leads
+/// elsewhere.
 ///
 /// Lines are "[section]" or "key = value"; names ignore ASCII case and the first of two equal keys
 /// wins, also when a section stands in the file in several pieces. ";" and "#" begin a comment only
@@ -19,7 +25,9 @@
 /// anything that is no regular file, reads as if it was not there.
 class IniFile {
  public:
-  explicit IniFile(const KelString& path) : path_(path) {}
+  /// The policy, null for none, outlives the object.
+  explicit IniFile(const KelString& path, const kel::FilePolicy* policy = nullptr)
+      : path_(path), policy_(policy) {}
 
   /// The value, which may be empty, or `defaultValue` when the key is not there.
   KelString ReadString(const KelString& section, const KelString& key,
@@ -30,4 +38,5 @@ class IniFile {
 
  private:
   KelString path_;
+  const kel::FilePolicy* policy_;
 };

@@ -40,8 +40,7 @@ class Backends {
     LeaveParentsAlone();
     std::shared_ptr<StoreBackend>& slot = open_[{name, access}];
     if (slot == nullptr || IsStale(*slot)) {
-      slot =
-          isServer ? MakeRedisBackend(name, access) : MakeSqliteBackend(name, access.milliseconds);
+      slot = isServer ? MakeRedisBackend(name, access) : MakeSqliteBackend(name, access);
     }
     return slot;
   }

@@ -48,13 +48,15 @@ namespace kel {
 
 /// What a store needs beside its address.
 struct StoreAccess {
-  std::string user;         ///< before one in the address
-  std::string password;     ///< before one in the address
-  std::string caFile;       ///< trusted certificates in PEM form; "": those of the system
-  std::string certFile;     ///< own certificate in PEM form, if the server wants one
-  std::string keyFile;      ///< its key
-  bool isServer = false;    ///< what is named is no file, whatever it looks like
-  int milliseconds = 1000;  ///< to wait for a server, or for a file that somebody has locked
+  std::string user;          ///< before one in the address
+  std::string password;      ///< before one in the address
+  std::string caFile;        ///< trusted certificates in PEM form; "": those of the system
+  std::string certFile;      ///< own certificate in PEM form, if the server wants one
+  std::string keyFile;       ///< its key
+  bool isServer = false;     ///< what is named is no file, whatever it looks like
+  int milliseconds = 1000;   ///< to wait for a server, or for a file that somebody has locked
+  bool isRefused = false;    ///< the host's policy lets nothing be opened
+  bool followsLinks = true;  ///< of a file: a symbolic link may lead to it
 
   auto operator<=>(const StoreAccess&) const = default;
 };

@@ -86,8 +86,8 @@ class Query {
 /// change, so that a store that is only looked at leaves nothing behind.
 class SqliteBackend final : public StoreBackend {
  public:
-  SqliteBackend(std::string path, int milliseconds)
-      : path_(std::move(path)), milliseconds_(milliseconds) {}
+  SqliteBackend(std::string path, const StoreAccess& access)
+      : path_(std::move(path)), access_(access) {}
 
   bool Get(std::string_view key, StoreValue& value) override {
     if (!Open(false)) return false;
@@ -164,6 +164,7 @@ class SqliteBackend final : public StoreBackend {
 
  private:
   bool Open(bool create) {
+    if (access_.isRefused) return Refuse("the host's file policy refuses it");
     if (refused_) return Refuse("the file is damaged or is no session store");
     if (database_ != nullptr) return true;
     struct stat info {};
@@ -187,18 +188,19 @@ class SqliteBackend final : public StoreBackend {
   /// What fails here, fails again when the file is opened.
   void MakeFile() const {
     const Descriptor file(
-        ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
+        ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
   }
 
   bool Connect(bool create) {
     sqlite3* database = nullptr;
-    const int flags =
-        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX |
+                      (create ? SQLITE_OPEN_CREATE : 0) |
+                      (access_.followsLinks ? 0 : SQLITE_OPEN_NOFOLLOW);
     const int status = sqlite3_open_v2(path_.c_str(), &database, flags, nullptr);
     database_.reset(database);
     if (status != SQLITE_OK) return Fail();
     sqlite3_extended_result_codes(database, 1);
-    sqlite3_busy_timeout(database, milliseconds_);
+    sqlite3_busy_timeout(database, access_.milliseconds);
     sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     Execute("PRAGMA cell_size_check=ON");
@@ -341,7 +343,7 @@ class SqliteBackend final : public StoreBackend {
   }
 
   std::string path_;
-  int milliseconds_;
+  const StoreAccess access_;
   std::unique_ptr<sqlite3, CloseDatabase> database_;
   Statement get_, set_, tree_, keys_, keysToEnd_, first_, remove_, removeToEnd_;
   uint64_t device_ = 0;
@@ -351,8 +353,9 @@ class SqliteBackend final : public StoreBackend {
 
 }  // namespace
 
-std::shared_ptr<StoreBackend> MakeSqliteBackend(const std::string& path, int milliseconds) {
-  return std::make_shared<SqliteBackend>(path, milliseconds);
+std::shared_ptr<StoreBackend> MakeSqliteBackend(const std::string& path,
+                                                const StoreAccess& access) {
+  return std::make_shared<SqliteBackend>(path, access);
 }
 
 }  // namespace kel

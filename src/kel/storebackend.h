@@ -56,7 +56,7 @@ std::vector<std::string> ChildrenOf(std::vector<std::string> keys, std::string_v
 /// The first text behind all those that begin with `prefix`; "" when there is none.
 std::string EndOfPrefix(std::string_view prefix);
 
-std::shared_ptr<StoreBackend> MakeSqliteBackend(const std::string& path, int milliseconds);
+std::shared_ptr<StoreBackend> MakeSqliteBackend(const std::string& path, const StoreAccess& access);
 /// An address that is wrong makes one that always fails and says so.
 std::shared_ptr<StoreBackend> MakeRedisBackend(std::string_view address, const StoreAccess& access);
 

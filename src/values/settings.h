@@ -31,7 +31,8 @@ std::span<const IniKeyInfo> IniKeys();
 /// table.
 class Settings {
  public:
-  explicit Settings(const KelString& iniPath) : file_(iniPath) {}
+  /// The policy outlives the object; see IniFile.
+  Settings(const KelString& iniPath, const kel::FilePolicy& policy) : file_(iniPath, &policy) {}
 
   /// Output keys need the name of their section.
   KelString Text(IniKey key, const KelString& section = {}) const;

@@ -115,6 +115,47 @@ TEST_F(Policy, LinksAreJudgedByWhereTheyLeadAfterTheirMove) {
   EXPECT_EQ(ErrorOf("", "DirMove(\"box/up\", \"box/down\")"), 102) << "it leads outside already";
 }
 
+TEST_F(Policy, TheHostsPathsStayWhereScriptsCannotMoveThem) {
+  // A script that may write nothing moves the process and fails: its report is the host's.
+  kel::FilePolicy reading;
+  reading.SetAccess(kel::Access::Read);
+  context_.SetFilePolicy(reading);
+  Put("host.ini", "[TamberRunErrors]\nDumpSource=5\n");
+  TamberContext second;
+  second.SetIniPath("host.ini");
+  second.SetFilePolicy(reading);
+  Run("proc main()\n  DirSetCurrent(\"outside\")\n  int i\n  i = 1 / i\nendproc\n");
+  second.SetSessionId(3);
+  second.CompileScriptBuffer("s", "session int n\nproc main()\nendproc\n", 1);
+  EXPECT_NE(second.SaveSession(), 0);
+  EXPECT_EQ(second.CompileScriptFile("lib/none.tam"), 0);
+  EXPECT_THAT(second.GetDiagnostic().detail.Str(), HasSubstr(dir_ + "/lib/none.tam"));
+  EXPECT_TRUE(fs::is_empty("."));
+  fs::current_path(dir_);
+  EXPECT_THAT(Get("tamber.log"), HasSubstr("ERR_DIVIDEBYZERO"));
+  EXPECT_TRUE(fs::exists("TamberSessions"));
+}
+
+TEST_F(Policy, ALinkInPlaceOfAFileOfTheHostLeadsNowhere) {
+  // As a script could move it there.
+  Put("outside/target", "untouched");
+  Put("outside/own.ini", "[TamberRunErrors]\nOutputName=" + dir_ + "/outside/chosen\n");
+  for (const char* name : {"box/tamber.log", "box/TamberSessions"})
+    fs::create_symlink("../outside/target", name);
+  fs::create_symlink("../outside/own.ini", "box/tamber.ini");
+  fs::current_path("box");
+  TamberContext context;
+  context.SetIniPath("tamber.ini");
+  context.SetFilePolicy(policy_);
+  context.OutputErrorText("TamberRunErrors", "report");
+  context.SetSessionId(1);
+  fs::current_path(dir_);
+  EXPECT_EQ(Get("outside/target"), "untouched");
+  EXPECT_FALSE(fs::exists("outside/chosen"));
+  EXPECT_THAT(notices_, HasSubstr("tamber.log: Refused by the host's file policy"));
+  EXPECT_THAT(context.GetSessionFault().Str(), HasSubstr("refuse"));
+}
+
 TEST_F(Policy, WhatTheProcessIsCanBeHidden) {
   setenv("TAMBER_TEST_SECRET", "s", 1);
   const std::string see = "Print(StrExpandEnvString(\"%TAMBER_TEST_SECRET%\"))";
