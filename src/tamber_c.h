@@ -109,6 +109,8 @@ TAMBER_API int tamber_allow_files(tamber_context* context, int access);
  * when there is no such directory. */
 TAMBER_API int tamber_allow_directory(tamber_context* context, const char* path, int access);
 TAMBER_API int tamber_allow_network(tamber_context* context, int allowed);
+/** How long a request to a server may take and how large its file may be; 0: any. */
+TAMBER_API int tamber_limit_transfers(tamber_context* context, uint32_t seconds, uint64_t bytes);
 /** `what` is a sum of TAMBER_ENVIRONMENT, TAMBER_DIRECTORY_NAME and TAMBER_PROCESSES. */
 TAMBER_API int tamber_show_process(tamber_context* context, int what);
 

@@ -93,6 +93,13 @@ int tamber_allow_network(tamber_context* context, int allowed) {
   });
 }
 
+int tamber_limit_transfers(tamber_context* context, uint32_t seconds, uint64_t bytes) {
+  return WithContext(context, [&](CContext& own) -> int {
+    own.context.SetTransferLimits(seconds, bytes);
+    return TAMBER_OK;
+  });
+}
+
 int tamber_show_process(tamber_context* context, int what) {
   return WithPolicy(context, [&](kel::FilePolicy& policy) -> int {
     constexpr int kAll = TAMBER_ENVIRONMENT | TAMBER_DIRECTORY_NAME | TAMBER_PROCESSES;
