@@ -6,10 +6,18 @@
 #include <mutex>
 
 #include "kel/dirs.h"
+#include "kel/file.h"
 #include "kel/pathparser.h"
 
 namespace kel {
 namespace {
+
+/// The current directory itself, whatever scripts call it meanwhile.
+FileStamp Here() {
+  FileStamp stamp;
+  GetFileStamp(".", stamp);
+  return stamp;
+}
 
 /// Where the host was when scripts began to move, and where they went. A current directory that is
 /// another one again was chosen by the host.
@@ -17,7 +25,12 @@ struct Moves {
   std::atomic<bool> any = false;
   std::mutex mutex;
   std::string host;
-  std::string script;
+  FileStamp script;
+
+  bool IsAtScripts() const {
+    const FileStamp here = Here();
+    return any && here.device == script.device && here.inode == script.inode;
+  }
 };
 
 /// Left to the end of the process: contexts may outlive other statics.
@@ -26,11 +39,8 @@ Moves& TheMoves() {
   return *moves;
 }
 
-std::string HostDirectory() {
-  Moves& moves = TheMoves();
-  const std::lock_guard lock(moves.mutex);
-  std::string current = CurrentDirectory();
-  return moves.any && current == moves.script ? moves.host : current;
+std::string HostDirectoryOf(const Moves& moves) {
+  return moves.IsAtScripts() ? moves.host : CurrentDirectory();
 }
 
 }  // namespace
@@ -42,17 +52,19 @@ std::string HostPath(std::string_view path) {
 
 std::string SettledHostPath(std::string_view path) {
   if (path.empty() || !PathIsRelative(path)) return std::string(path);
-  const std::string directory = HostDirectory();
+  Moves& moves = TheMoves();
+  const std::lock_guard lock(moves.mutex);
+  const std::string directory = HostDirectoryOf(moves);
   return directory.empty() ? std::string() : JoinPath(directory, path);
 }
 
 int MoveForScript(int directory) {
   Moves& moves = TheMoves();
   const std::lock_guard lock(moves.mutex);
-  std::string before = CurrentDirectory();
+  std::string host = HostDirectoryOf(moves);
   if (::fchdir(directory) != 0) return -1;
-  if (!moves.any || before != moves.script) moves.host = std::move(before);
-  moves.script = CurrentDirectory();
+  moves.host = std::move(host);
+  moves.script = Here();
   moves.any.store(true, std::memory_order_release);
   return 0;
 }

@@ -125,6 +125,7 @@ TEST_F(Policy, TheHostsPathsStayWhereScriptsCannotMoveThem) {
   second.SetIniPath("host.ini");
   second.SetFilePolicy(reading);
   Run("proc main()\n  DirSetCurrent(\"outside\")\n  int i\n  i = 1 / i\nendproc\n");
+  fs::rename(dir_ + "/outside", dir_ + "/renamed");
   second.SetSessionId(3);
   second.CompileScriptBuffer("s", "session int n\nproc main()\nendproc\n", 1);
   EXPECT_NE(second.SaveSession(), 0);
