@@ -21,8 +21,16 @@ std::string OldName(const Place& place, uint32_t number) {
   return std::string(place.Name()) + "." + std::to_string(number);
 }
 
+/// Whether the old file under a name can give way: nothing else is ours to move or to replace.
+bool MayMove(int dir, const std::string& name) {
+  struct stat info {};
+  return ::fstatat(dir, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 || S_ISREG(info.st_mode);
+}
+
 void MoveAway(const Place& place, uint32_t kept) {
   const int dir = place.Dir();
+  for (uint32_t i = 1; i <= kept; ++i)
+    if (!MayMove(dir, OldName(place, i))) return;
   if (kept == 0) {
     ::unlinkat(dir, place.Name(), 0);
     return;

@@ -7,6 +7,7 @@
 #include "kel/filecopy.h"
 #include "kel/filestat.h"
 #include "kel/gzip.h"
+#include "kel/rotate.h"
 #include "tempdir.h"
 
 namespace kel {
@@ -82,6 +83,21 @@ TEST_F(FileIoTest, APrivateFileStaysPrivate) {
     EXPECT_EQ(GetFileStat(Place("none")).mode, 0U);
   }
   ::umask(before);
+}
+
+TEST_F(FileIoTest, OnlyFilesGiveWayToAnotherLog) {
+  const auto rotated = [] {
+    Put("log", "full");
+    RotateFile(Place("log"), 4, 2, 1);
+    return !fs::exists("log");
+  };
+  Put("log.1", "old");
+  EXPECT_TRUE(rotated());
+  EXPECT_EQ(Get("log.1") + Get("log.2"), "fullold");
+  fs::remove("log.2");
+  fs::create_directory("log.2");
+  EXPECT_FALSE(rotated());
+  EXPECT_EQ(Get("log.1"), "full");
 }
 
 }  // namespace
