@@ -78,14 +78,19 @@ class Machine {
   VarList SnapshotLocals();
 
  private:
+  /// Where the registers of a frame lie: in a chunk, which ends there.
+  struct FrameRoom {
+    Cell* end = nullptr;
+    uint32_t chunk = 0;
+  };
   struct Frame {
     const Code* code;
     const Instr* pc;  ///< saved while something else runs
     Cell* base;
-    Cell* result;          ///< register of the caller that takes the result
+    Cell* result;  ///< register of the caller that takes the result
+    FrameRoom room;
     uint64_t started;      ///< nanoseconds, while tracing
     uint32_t stackHeight;  ///< of the evaluation stack, when it began
-    uint32_t chunk;
     uint32_t statementCount;
     bool boundary;  ///< its end returns to native code
   };
@@ -116,12 +121,15 @@ class Machine {
   enum_ProcStatus Loop();
 
   // --- frames (machineframes.cpp) ---
-  void PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary);
+  void PushFrame(const Code* code, Cell* base, const FrameRoom& room, Cell* result, bool boundary);
+  void FillFrame(const Code* code, Cell* base, Cell* result, const FrameRoom& room, bool boundary);
+  bool TryCall(const Callable& procedure, Cell* arguments);
   bool PushCall(Callable& procedure, Cell* arguments);
   static void ReleaseArguments(const Callable& procedure, Cell* arguments);
-  /// Registers for the code at `wanted` in the chunk, or at the start of the next one.
-  Cell* MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk);
-  void LeaveFrame(Frame& frame);
+  /// Registers for the code at `wanted` in the room, or at the start of the next one's.
+  Cell* MakeRoom(Cell* wanted, const Code* code, FrameRoom& room);
+  void LeaveFrame(const Frame& frame);
+  void LeaveScopes(const Frame& frame);
   /// Releases the temporaries from `first` on that own something at the frame's instruction.
   static void ReleaseLive(const Frame& frame, uint32_t first = 0);
   const Code* Prepare(Callable& procedure);
@@ -214,6 +222,7 @@ class Machine {
   Stack* stack_ = nullptr;                       ///< evaluation stack of the current run
   const std::atomic<uint32_t>* wake_ = nullptr;  ///< the root context's, while something runs
   std::vector<Frame> frames_;
+  uint32_t readyFrames_ = 0;  ///< how many there may be without a further look
   uint32_t frameCount_ = 0;
   std::vector<Chunk> chunks_;
   uint32_t chunk_ = 0;

@@ -6,6 +6,7 @@
 #include "kel/kelascii.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
+#include "machine/machinecalls.h"
 #include "machine/machinehost.h"
 #include "machine/sourceplace.h"
 #include "values/cellops.h"

@@ -7,6 +7,7 @@
 #include "kel/stop.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
+#include "machine/machinecalls.h"
 #include "machine/machinehost.h"
 #include "machine/shape.h"
 #include "machine/verifier.h"
@@ -62,9 +63,9 @@ Machine::Machine(RunState& run, MachineHost& host)
 
 Machine::~Machine() = default;
 
-Cell* Machine::MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk) {
-  if (wanted != nullptr && wanted + code->registers <= chunks_[chunk].end) return wanted;
-  size_t next = wanted == nullptr ? 0 : chunk + 1;
+Cell* Machine::MakeRoom(Cell* wanted, const Code* code, FrameRoom& room) {
+  if (wanted != nullptr && wanted + code->registers <= room.end) return wanted;
+  size_t next = wanted == nullptr ? 0 : room.chunk + 1;
   // What lies above is free; a chunk that is too small for this code is replaced.
   while (next < chunks_.size() && chunks_[next].cells.get() + code->registers > chunks_[next].end) {
     chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(next));
@@ -76,25 +77,20 @@ Cell* Machine::MakeRoom(Cell* wanted, const Code* code, uint32_t& chunk) {
     added.end = added.cells.get() + size;
     chunks_.push_back(std::move(added));
   }
-  chunk = static_cast<uint32_t>(next);
+  room = {chunks_[next].end, static_cast<uint32_t>(next)};
   return chunks_[next].cells.get();
 }
 
-void Machine::PushFrame(const Code* code, Cell* base, uint32_t chunk, Cell* result, bool boundary) {
-  if (frames_.size() == frameCount_) frames_.resize(std::max<size_t>(16, frames_.size() * 2));
-  Frame& frame = frames_[frameCount_++];
-  frame.code = code;
-  frame.pc = code->instrs.data();
-  frame.base = base;
-  frame.result = result;
-  frame.stackHeight = stack_->GetSize();
-  frame.chunk = chunk;
-  frame.boundary = boundary;
-  for (const OwnedRegister& owned : code->ownedLocals)
-    if (owned.reg >= code->parameters) base[owned.reg].bits = 0;
+void Machine::PushFrame(const Code* code, Cell* base, const FrameRoom& room, Cell* result,
+                        bool boundary) {
+  if (frames_.size() == frameCount_) {
+    frames_.resize(std::max<size_t>(16, frames_.size() * 2));
+    readyFrames_ = static_cast<uint32_t>(std::min<size_t>(frames_.size(), kMaxFrames));
+  }
+  FillFrame(code, base, result, room, boundary);
   // An expression outside any procedure leaves the error of the statement that evaluates it alone.
   if (code->procedure != nullptr) run_.errorCode = 0;
-  if (observed_) TraceEnter(frame);
+  if (observed_) TraceEnter(frames_[frameCount_ - 1]);
 }
 
 bool Machine::PushCall(Callable& procedure, Cell* arguments) {
@@ -102,10 +98,10 @@ bool Machine::PushCall(Callable& procedure, Cell* arguments) {
     const Code* code = procedure.FindCode(observed_);
     if (code == nullptr) code = Prepare(procedure);
     if (code != nullptr && frameCount_ < kMaxFrames) {
-      uint32_t chunk = frames_[frameCount_ - 1].chunk;
-      Cell* base = MakeRoom(arguments, code, chunk);
+      FrameRoom room = frames_[frameCount_ - 1].room;
+      Cell* base = MakeRoom(arguments, code, room);
       if (base != arguments) std::copy(arguments, arguments + code->parameters, base);
-      PushFrame(code, base, chunk, arguments, false);
+      PushFrame(code, base, room, arguments, false);
       return true;
     }
     if (code != nullptr) Raise(ERR_NOMEMORY, procedure.GetName().View());
@@ -126,9 +122,8 @@ void Machine::ReleaseArguments(const Callable& procedure, Cell* arguments) {
   }
 }
 
-void Machine::LeaveFrame(Frame& frame) {
-  for (const OwnedRegister& owned : frame.code->ownedLocals)
-    ReleaseCell(owned.kind, frame.base[owned.reg]);
+/// What only some frames have to put away.
+void Machine::LeaveScopes(const Frame& frame) {
   if (!extraLocals_.empty()) DropScopes();
   // What an expression outside any procedure leaves on the stack is its value.
   if (frame.code->procedure != nullptr && stack_->GetSize() > frame.stackHeight)
@@ -232,15 +227,15 @@ enum_ProcStatus Machine::RunBoundary(const Code* code, Callable* procedure, Stac
     return PROCSTATUS_FAILED;
   }
   Cell* wanted = nullptr;
-  uint32_t chunk = 0;
+  FrameRoom room;
   if (frameCount_ > 0) {
     const Frame& below = frames_[frameCount_ - 1];
     wanted = below.base + below.code->registers;
-    chunk = below.chunk;
+    room = below.room;
   }
-  Cell* base = MakeRoom(wanted, code, chunk);
+  Cell* base = MakeRoom(wanted, code, room);
   if (procedure != nullptr && !BindArguments(*procedure, stack, base)) return PROCSTATUS_FAILED;
-  PushFrame(code, base, chunk, nullptr, true);
+  PushFrame(code, base, room, nullptr, true);
   return Run();
 }
 

@@ -6,6 +6,7 @@
 #include "kel/number.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
+#include "machine/machinecalls.h"
 #include "machine/machinehost.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
@@ -738,7 +739,8 @@ L_Call : {
     goto interrupted;
   }
   SAVE();
-  CHECK(PushCall(*code->procedures[pc->b], R + pc->a));
+  Callable& callee = *code->procedures[pc->b];
+  if (!TryCall(callee, R + pc->a)) CHECK(PushCall(callee, R + pc->a));
   RELOAD();
   DISPATCH();
 }
