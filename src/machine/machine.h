@@ -148,6 +148,8 @@ class Machine {
   void DropScopes();
   bool IsObject(const Frame& frame, uint32_t slot) const;
   Variable* LendLocal(Frame& frame, uint32_t slot);
+  Variable* LendReference(Frame& frame, uint32_t slot);
+  static void TakeBack(const TypeDesc& type, Variable& object, Cell& place);
   void TakeBackLocals();
   Variable* FindLent(uint32_t frame, uint32_t slot) const;
   VarList& ExtraLocals();
@@ -184,6 +186,7 @@ class Machine {
   bool ElementAt(ArrayData* array, int32_t index, Cell& out);
   bool ElementAsVariable(ArrayData* array, int32_t index, Cell& out);
   bool StoreElement(Cell& array, int32_t index, Cell value);
+  bool StoreElementCopy(Cell& array, int32_t index, Cell value);
   bool ElementAddress(Cell& array, int32_t index, Cell& out);
   bool BoxElement(Cell& array, int32_t index, Cell& out);
   bool BoxMember(Cell& structure, uint32_t member, Cell& out);

@@ -363,7 +363,9 @@ Variable* Machine::GetLocal(uint32_t index) {
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
   if (index >= slots)
     return extraLocals_.empty() ? nullptr : ExtraLocals().GetVariable(index - slots);
-  return IsObject(*frame, index) ? frame->base[index].v : LendLocal(*frame, index);
+  if (!IsObject(*frame, index)) return LendLocal(*frame, index);
+  const bool isForeign = frame->code->procedure->Locals().At(index).isReference;
+  return isForeign ? LendReference(*frame, index) : frame->base[index].v;
 }
 
 bool Machine::IsObject(const Frame& frame, uint32_t slot) const {
@@ -377,6 +379,23 @@ Variable* Machine::FindLent(uint32_t frame, uint32_t slot) const {
   for (const LentLocal& lent : lent_)
     if (lent.frame == frame && lent.slot == slot) return lent.variable;
   return nullptr;
+}
+
+/// A reference parameter holds the variable that it refers to, which has a name of its own. By the
+/// name of the parameter it is found while a built-in runs.
+Variable* Machine::LendReference(Frame& frame, uint32_t slot) {
+  Variable* const own = frame.base[slot].v;
+  const auto number = static_cast<uint32_t>(&frame - frames_.data()) + 1;
+  if (Variable* known = FindLent(number, slot)) return known;
+  const Name& name = frame.code->procedure->Locals().At(slot).name;
+  if (own == nullptr || inBuiltIn_ < number || own->OwnName().Equals(name.View())) return own;
+  Variable* variable = own;
+  Attempt([&] {
+    lent_.reserve(lent_.size() + 1);
+    variable = new VarReference(name, own);
+    lent_.push_back({number, slot, variable});
+  });
+  return variable;
 }
 
 /// The value of a register moves into an object until the built-in that the frame is in returns.
@@ -399,25 +418,30 @@ Variable* Machine::LendLocal(Frame& frame, uint32_t slot) {
   return variable;
 }
 
-/// Back into the registers. Whoever keeps an object keeps a copy.
+/// Moves the value of a local's object into its register. Whoever keeps the object keeps a copy:
+/// what a statement has selected in the value goes on being a part of the local.
+void Machine::TakeBack(const TypeDesc& type, Variable& object, Cell& place) {
+  Cell& value = *CellOf(object);
+  // A host may have added members to a structure, of which the script knows nothing.
+  const bool fits = HasLayoutOf(object, type);
+  Cell left = ZeroCell();
+  const bool made = Attempt([&] {
+    if (fits && VariableAccess::Holders(object) > 0)
+      left = CopyCell(type.GetKind(), value);
+    else if (!fits && !ConvertCell(type, *TypeOf(object), value, place))
+      place = DefaultCell(type);
+  });
+  if (fits || !made) place = std::exchange(value, left);
+}
+
+/// Back into the registers.
 void Machine::TakeBackLocals() {
   while (!lent_.empty() && lent_.back().frame >= frameCount_) {
     const LentLocal lent = lent_.back();
     lent_.pop_back();
     Frame& frame = frames_[lent.frame - 1];
-    const TypeDesc& type = *frame.code->procedure->Locals().At(lent.slot).type;
-    Cell& place = frame.base[lent.slot];
-    Cell& value = *CellOf(*lent.variable);
-    // A host may have added members to a structure, of which the script knows nothing.
-    const bool fits = HasLayoutOf(*lent.variable, type);
-    const bool shared = fits && VariableAccess::Holders(*lent.variable) > 0;
-    const bool copied = Attempt([&] {
-      if (shared)
-        place = CopyCell(type.GetKind(), value);
-      else if (!fits && !ConvertCell(type, *TypeOf(*lent.variable), value, place))
-        place = DefaultCell(type);
-    });
-    if ((fits && !shared) || !copied) place = std::exchange(value, ZeroCell());
+    const Local& local = frame.code->procedure->Locals().At(lent.slot);
+    if (!local.isReference) TakeBack(*local.type, *lent.variable, frame.base[lent.slot]);
     Variable::Delete(lent.variable);
   }
 }

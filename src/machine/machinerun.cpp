@@ -573,17 +573,10 @@ L_ASetP32:
   ARRAY_SET(*static_cast<Cell*>(A.p), int32_t, i)
 L_ASetP64:
   ARRAY_SET(*static_cast<Cell*>(A.p), uint64_t, bits)
-L_ASetPO : {
+L_ASetPO:
   SAVE();
-  Cell& place = *static_cast<Cell*>(A.p);
-  CHECK(HasElement(place.a, B.i));
-  // What is put there may be a part of the array, so it comes first.
-  OwnedCell value(place.a->StorageKind(), CopyCell(place.a->StorageKind(), C));
-  const bool stored = StoreElement(place, B.i, value.cell);
-  if (stored) value.Take();
-  CHECK(stored);
+  CHECK(StoreElementCopy(*static_cast<Cell*>(A.p), B.i, C));
   NEXT();
-}
 L_ASetPT:
   SAVE();
   CHECK(StoreElement(*static_cast<Cell*>(A.p), B.i, C));

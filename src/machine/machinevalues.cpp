@@ -263,6 +263,16 @@ bool Machine::ElementAsVariable(ArrayData* array, int32_t index, Cell& out) {
   return Check(CopyElement(array, index, out.v), "");
 }
 
+/// Stores a value of its own like `value`, which may be a part of the array.
+bool Machine::StoreElementCopy(Cell& place, int32_t index, Cell value) {
+  if (!HasElement(place.a, index)) return false;
+  const Kind kind = place.a->StorageKind();
+  OwnedCell copy(kind, CopyCell(kind, value));
+  if (!StoreElement(place, index, copy.cell)) return false;
+  copy.Take();
+  return true;
+}
+
 bool Machine::StoreElement(Cell& place, int32_t index, Cell value) {
   uint32_t at = static_cast<uint32_t>(index) - 1;
   if (!HasElement(place.a, index)) return false;

@@ -65,6 +65,8 @@ const struct {
     {"Show(Get(\"none\"))\nShow(Deeper(4))\n", "-1 4 "},
     {"int x\nx = 2\nShow(Eval(\"x * Set(\\\"x\\\", 7) + x\"))\nShow(x)\n", "21 7 "},
     {"int x\nx = 2\nShow(Keep(\"x\"))\nx = 3\nShow(Get(\"x\"))\n", "2 3 "},
+    {"int a[2]\na[1] = 4 + Keep(\"a\")\nShow(a[1])\n", "4 "},
+    {"int k\nk = 7\nShow(ByName(k))\nint g\ng = 8\nShow(ByName(g))\n", "7 8 "},
 };
 
 TEST(Locals, AreFoundAndChangedByNameWhereverTheyAreKept) {
@@ -105,6 +107,7 @@ TEST(Locals, AreFoundAndChangedByNameWhereverTheyAreKept) {
               "int Add(int a, int b)\n  return a + b\nendproc\n"
               "int Deeper(int n)\n  int r\n  if (n > 0)\n    r = Deeper(n - 1) + 1\n  endif\n"
               "  int unused\n  unused = Set(\"n\", 0)\n  return r + n\nendproc\n"
+              "int ByName(int & i)\n  return Eval(\"i\")\nendproc\n"
               "proc Show(int n)\n  Print(\"\" + n + \" \")\nendproc\nproc main()\n") +
           body + "endproc\n";
       ASSERT_EQ(context.CompileScriptBuffer("locals", script, 1), 1) << script;
