@@ -13,6 +13,7 @@
 #include "frontend/compilehost.h"
 #include "kel/hostpath.h"
 #include "kel/keldebug.h"
+#include "kel/nativestack.h"
 #include "kel/sessionstore.h"
 #include "kel/stop.h"
 #include "kel/transfer.h"
@@ -194,9 +195,11 @@ class ContextState final : public MachineHost, public CompileHost {
   }
   void PrepareReports();
   void ClearDiagnostic();
-  /// Runs a handler of the host. It may use the context, and what it throws ends here.
+  /// Runs a handler of the host. It may use the context, and what it throws ends here. One that
+  /// fails itself, and is told of that, and so on, is told no more when little stack is left.
   template <class Handler>
   void CallHost(Handler&& handler) {
+    if (kel::NativeStackLeft() < Machine::kStackReserve / 2) return;
     try {
       const ErrorRecord kept(*this);
       const kel::Interruptible interruptible(false);

@@ -202,6 +202,16 @@ TEST_F(RegisterTest, ExceptionsBecomeErrorsOfTheScript) {
   EXPECT_EQ(Call<int32_t>(context_, "HalfOrNothing", 7).Value(), 0) << "not the argument";
 }
 
+TEST_F(CallTest, AHandlerThatFailsWhenItIsToldEndsWithTheStack) {
+  Compile("int Div(int n)\n  return 1 / n\nendproc\n");
+  context_.SetDiagnosticHandler(
+      [](const TamberDiagnostic&, void* user) {
+        EXPECT_FALSE(Call<int32_t>(*static_cast<TamberContext*>(user), "Div", 0));
+      },
+      &context_);
+  EXPECT_EQ(Call<int32_t>(context_, "Div", 0).Error().code, ERR_DIVIDEBYZERO);
+}
+
 TEST_F(CallTest, AHandlerMayUseTheContextAndWhatItThrowsIsDropped) {
   struct Told {
     TamberContext* context;
