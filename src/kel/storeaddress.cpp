@@ -14,9 +14,7 @@ constexpr std::string_view kMark = "://";
 size_t KindLength(std::string_view text) {
   const size_t end = text.find(kMark);
   if (end == std::string_view::npos || end < 2) return 0;
-  const bool isKind = std::all_of(text.begin(), text.begin() + static_cast<ptrdiff_t>(end),
-                                  [](char c) { return IsAlnum(c) || c == '+' || c == '-'; });
-  return isKind ? end : 0;
+  return text.find_first_of("/\\") > end ? end : 0;
 }
 
 /// Everything before it are user and password: neither hosts nor databases have an "@".
@@ -69,7 +67,10 @@ std::string ShownStoreAddress(std::string_view text) {
   const size_t kind = KindLength(text);
   if (kind == 0) return std::string(text);
   const std::string_view rest = text.substr(kind + kMark.size());
-  return std::string(text.substr(0, kind)).append(kMark).append(rest.substr(HostBegin(rest)));
+  const std::string_view host = rest.substr(HostBegin(rest));
+  return std::string(text.substr(0, kind))
+      .append(kMark)
+      .append(host.substr(0, host.find_first_of("?#")));
 }
 
 std::string ParseServerAddress(std::string_view text, ServerAddress& address) {

@@ -243,8 +243,9 @@ TEST_F(ServerStore, ChecksWhoIsThere) {
 }
 
 TEST(StoreAddress, ThatNamesNoServerIsAnError) {
-  for (const char* address : {"mongodb://a", "https://u:secret@a", "redis://u:secret@a:b/0",
-                              "redis://u:secret@a:70000", "rediss://u:secret@a b/0"}) {
+  for (const char* address :
+       {"mongodb://a", "https://u:secret@a", "redis://u:secret@a:b/0", "redis://u:secret@a:70000",
+        "rediss://u:secret@a b/0", "my.store://u:secret@a", "redis://a:1?p=secret"}) {
     const Store store = kel::OpenSessionStore(address);
     EXPECT_FALSE(store->SetText("session/1/a", "x"));
     EXPECT_THAT(store->TakeFault(), testing::ContainsRegex("unknown kind|bad port|bad host"));
