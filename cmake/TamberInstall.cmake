@@ -37,7 +37,6 @@ install(TARGETS KelTamber EXPORT TamberTargets
 if(TARGET tamber)
   install(TARGETS tamber RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT command)
 endif()
-install(FILES docs/tamber.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT command)
 
 # A static library needs the libraries below it from whoever links it.
 set(TAMBER_STATIC_MODULES)
@@ -66,13 +65,17 @@ file(RELATIVE_PATH TAMBER_PC_INCLUDEDIR "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTA
 configure_file(cmake/tamber.pc.in "${PROJECT_BINARY_DIR}/tamber.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/tamber.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT dev)
 
-set(TAMBER_DOC_FILES README.md)
-foreach(file LICENSE CHANGELOG.md SECURITY.md NOTICE.md)
-  if(EXISTS "${PROJECT_SOURCE_DIR}/${file}")
-    list(APPEND TAMBER_DOC_FILES ${file})
-  endif()
-endforeach()
-install(FILES ${TAMBER_DOC_FILES} DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT dev)
-install(DIRECTORY docs/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs" COMPONENT dev FILES_MATCHING PATTERN "*.md")
-install(DIRECTORY examples DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT dev
-  PATTERN "__pycache__" EXCLUDE)
+# tamber_install_manual(<folder> <component> [FILE...]): the manual, the examples and these files beside them.
+function(tamber_install_manual folder component)
+  install(FILES README.md ${ARGN} DESTINATION "${folder}" COMPONENT ${component})
+  install(DIRECTORY docs/ DESTINATION "${folder}/docs" COMPONENT ${component} FILES_MATCHING PATTERN "*.md"
+    PATTERN abi EXCLUDE)
+  install(DIRECTORY examples DESTINATION "${folder}" COMPONENT ${component}
+    PATTERN "__pycache__" EXCLUDE)
+endfunction()
+
+# Packages have these in folders of their own names, compressed: see TamberPackages.
+if(NOT TAMBER_PACKAGING)
+  tamber_install_manual("${CMAKE_INSTALL_DOCDIR}" dev LICENSE CHANGELOG.md SECURITY.md NOTICE.md)
+  install(FILES docs/tamber.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT command)
+endif()

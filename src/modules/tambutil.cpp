@@ -104,7 +104,7 @@ const FUNCMOD_FUNCTION* Functions() {
       {"string ReadLine ()", Wrap<ReadLine>, "One line from standard input, without its end.",
        kExact},
       {"int Print (string Text)", Wrap<Print>,
-       "Writes a text to the script's output and gives its length in bytes.", kExact},
+       "Writes a string to the script's output and returns its length in bytes.", kExact},
       {"bool DebugFlushOutput ()", Wrap<DebugFlushOutput>,
        "Pushes the script's output to standard output.", kExact},
       {"bool DebugDump (string SectionName)", Wrap<DebugDump>,

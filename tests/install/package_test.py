@@ -48,6 +48,17 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(run(program, env=environment), "41\n")
         self.assertEqual(run(root / "usr/bin/tamber", "-e", 'Print("hi\\n")', env=environment, cwd=self.work), "hi\n")
 
+    def test_documentation_lies_under_the_packages_names(self):
+        manual = ["README.md", "docs/README.md", "docs/builtins/README.md", "docs/language/types.md", "examples/tour.tam"]
+        for package, more in zip(PACKAGES, ([], manual, manual)):
+            root = self.work / f"{package}.files"
+            run("dpkg-deb", "-x", self.files[package], root)
+            self.assertEqual([p.name for p in (root / "usr/share/doc").iterdir()], [package])
+            for name in ["copyright", "changelog.gz", "changelog.Debian.gz", *more]:
+                self.assertTrue((root / "usr/share/doc" / package / name).is_file(), f"{package}: {name}")
+            self.assertRegex(run("dpkg-deb", "-f", self.files[package], "Maintainer"), r"^[\w ]+ <\S+@\S+>$")
+        self.assertTrue((root / "usr/share/man/man1/tamber.1.gz").is_file())
+
     def test_they_work(self):
         if os.geteuid() != 0 or any(map(installed, PACKAGES)):
             root = self.work / "root"

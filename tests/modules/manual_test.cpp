@@ -27,6 +27,11 @@ struct Manual {
   std::vector<const FUNCMOD_REGISTRATION* (*)()> modules;
 };
 
+const std::vector<Manual> kManuals{{"core.md", {&::GetCoreModule, &::GetSystemModule}},
+                                   {"strings.md", {&GetStringModule}},
+                                   {"directories.md", {&GetDirectoryModule}},
+                                   {"files.md", {&GetFileModule}}};
+
 class ManualTest : public testing::TestWithParam<Manual> {};
 
 /// The name that a prototype declares: the word before its parameters.
@@ -53,13 +58,53 @@ std::map<std::string, ManualEntry> ReadManual(const std::string& page) {
   return entries;
 }
 
+const FUNCMOD_FUNCTION* FunctionsOf(const FUNCMOD_REGISTRATION* (*module)()) {
+  return static_cast<const FUNCMOD_FUNCTION*>(
+      TamberContext::FindRegistrationList(module(), FUNCMOD_FUNCTIONS));
+}
+
+/// Links of a section of the index in their order, the rest of the row behind them.
+std::vector<std::string> ReadIndex(const std::string& section) {
+  std::vector<std::string> links;
+  std::ifstream file(TAMBER_SOURCE_DIR "/docs/builtins/README.md");
+  bool inside = false;
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with("## ")) inside = line == "## " + section;
+    for (size_t at = line.find(".md#"); inside && at != std::string::npos;) {
+      const size_t begin = line.rfind('[', at);
+      at = line.find(".md#", at + 1);
+      links.push_back(line.substr(
+          begin, (section == "By task" ? line.find(')', begin) + 1 : line.npos) - begin));
+    }
+  }
+  return links;
+}
+
+TEST(ManualIndexTest, HasEveryFunctionOnceByTaskAndOnceByName) {
+  std::map<std::string, std::string> rows;
+  std::vector<std::string> links;
+  for (const Manual& manual : kManuals) {
+    for (const auto module : manual.modules) {
+      for (const auto* row = FunctionsOf(module); !row->prototype.IsEmpty(); ++row) {
+        const std::string name = NameIn(row->prototype.Str());
+        const std::string lower = KelString(name).ToLower().Str();
+        const std::string link = "[" + name + "](" + manual.page + "#" + lower + ")";
+        const bool isNew = rows.emplace(lower, link + " | " + std::string(row->help) + " |").second;
+        if (isNew) links.push_back(link);
+      }
+    }
+  }
+  std::vector<std::string> byName;
+  for (const auto& row : rows) byName.push_back(row.second);
+  EXPECT_THAT(ReadIndex("By task"), testing::UnorderedElementsAreArray(links));
+  EXPECT_EQ(ReadIndex("By name"), byName);
+}
+
 TEST_P(ManualTest, SaysWhatIsRegistered) {
   std::map<std::string, std::vector<std::string>> registered;
   TamberContext context;
   for (const auto module : GetParam().modules) {
-    const auto* row = static_cast<const FUNCMOD_FUNCTION*>(
-        TamberContext::FindRegistrationList(module(), FUNCMOD_FUNCTIONS));
-    for (; !row->prototype.IsEmpty(); ++row) {
+    for (const auto* row = FunctionsOf(module); !row->prototype.IsEmpty(); ++row) {
       const std::string name = NameIn(row->prototype.Str());
       registered[name].push_back(row->prototype.Str());
       EXPECT_FALSE(row->help.empty()) << row->prototype.Str();
@@ -80,11 +125,7 @@ TEST_P(ManualTest, SaysWhatIsRegistered) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Pages, ManualTest,
-                         testing::Values(Manual{"core.md", {&::GetCoreModule, &::GetSystemModule}},
-                                         Manual{"strings.md", {&GetStringModule}},
-                                         Manual{"directories.md", {&GetDirectoryModule}},
-                                         Manual{"files.md", {&GetFileModule}}));
+INSTANTIATE_TEST_SUITE_P(Pages, ManualTest, testing::ValuesIn(kManuals));
 
 }  // namespace
 }  // namespace tamber
