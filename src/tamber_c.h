@@ -7,9 +7,9 @@
  *
  * Functions return TAMBER_OK or say what was wrong. Contexts and calls are numbers in the shape of
  * pointers: null, and one that has been freed or has ended, is refused and never followed. A
- * context is used by one thread at a time. Texts are bytes with a length and may hold NULs; texts
- * that are handed out end with a NUL as well, belong to the context, and are good until the next
- * function is called with it.
+ * context is used by one thread at a time. Strings are bytes with a length and may hold NULs;
+ * strings that are returned end with a NUL as well, belong to the context, and are valid until the
+ * next function is called with it.
  */
 
 #include <stddef.h>
@@ -56,7 +56,7 @@ enum { TAMBER_NO_ACCESS = 0, TAMBER_READ = 1, TAMBER_WRITE = 2 };
 /** What scripts see of the process. */
 enum { TAMBER_ENVIRONMENT = 1, TAMBER_DIRECTORY_NAME = 2, TAMBER_PROCESSES = 4 };
 
-/** The last error; `code` is 0 when there was none. The texts are never null. */
+/** The last error; `code` is 0 when there was none. The strings are never null. */
 typedef struct tamber_error {
   int32_t code;
   uint32_t line;   /**< where the statement begins, from 1; 0 when no line was read */
@@ -91,7 +91,7 @@ TAMBER_API const char* tamber_version(void);
 
 /** A new context; null without memory. */
 TAMBER_API tamber_context* tamber_new(void);
-/** Ends a context; one that is running is gone when its run has ended. */
+/** Ends a context; one that is running ends with its run. */
 TAMBER_API int tamber_free(tamber_context* context);
 /** The configuration file; initially "./tamber.ini". Reports of errors are written only where it
  * says so. */
@@ -122,7 +122,7 @@ TAMBER_API int tamber_stop(tamber_context* context);
 TAMBER_API int tamber_is_stopped(tamber_context* context, int* stopped);
 /** Takes a stop back; scripts and globals stay. Not while something runs. */
 TAMBER_API int tamber_cancel_stop(tamber_context* context);
-/** Saves the session and forgets scripts, globals, errors and stops. */
+/** Saves the session and clears scripts, globals, errors and stops. */
 TAMBER_API int tamber_reset(tamber_context* context);
 
 /* Sessions, as TamberContext has them. TAMBER_FAILED: there is no session, or its store failed. */
@@ -133,11 +133,11 @@ TAMBER_API int tamber_load_session(tamber_context* context);
 TAMBER_API int tamber_save_session(tamber_context* context);
 /** Remembers the values of all globals. */
 TAMBER_API int tamber_keep_globals(tamber_context* context);
-/** Gives them back. TAMBER_FAILED when none were kept. */
+/** Restores them. TAMBER_FAILED when none were kept. */
 TAMBER_API int tamber_restore_globals(tamber_context* context);
 
 TAMBER_API int tamber_compile_file(tamber_context* context, const char* path);
-/** `name` is what errors call the text. */
+/** `name` is what errors call the source text. */
 TAMBER_API int tamber_compile_text(tamber_context* context, const char* name, const char* text,
                                    size_t length);
 
@@ -148,11 +148,11 @@ TAMBER_API int tamber_push_double(tamber_context* context, double value);
 TAMBER_API int tamber_push_text(tamber_context* context, const char* text, size_t length);
 /** A global variable as an argument, which a reference parameter can change. */
 TAMBER_API int tamber_push_global(tamber_context* context, const char* name);
-/** Runs a procedure with the arguments that were pushed. They are gone afterwards, also when the
+/** Runs a procedure with the arguments that were pushed. They are removed afterwards, also when the
  * procedure cannot take them. */
 TAMBER_API int tamber_run(tamber_context* context, const char* procedure);
 
-/* What the last run gave. Numbers are converted from any number, texts from nothing else. */
+/* What the last run returned. Numbers are converted from any number, strings from nothing else. */
 /** Lets the functions below read a part of the result, such as "[2].name"; "" is all of it. */
 TAMBER_API int tamber_result_part(tamber_context* context, const char* part);
 TAMBER_API int tamber_result_type(tamber_context* context, int* type);
@@ -189,15 +189,15 @@ TAMBER_API int tamber_set_ints(tamber_context* context, const char* name, const 
                                uint32_t count);
 TAMBER_API int tamber_set_doubles(tamber_context* context, const char* name, const double* values,
                                   uint32_t count);
-/** Gives an array another number of elements; new ones are empty. */
+/** Sets the number of elements of an array; new ones are empty. */
 TAMBER_API int tamber_set_size(tamber_context* context, const char* name, uint32_t count);
 
 /** Makes a function of the host a built-in under a prototype in the language's own syntax, such as
- * "double Area (int W, double H)". Parameters may be of every type, results are scalars and texts.
- * A function that returns nothing gives 0 or "". */
+ * "double Area (int W, double H)". Parameters may be of every type, results are scalars and
+ * strings. A function that returns nothing yields 0 or "". */
 TAMBER_API int tamber_register(tamber_context* context, const char* prototype,
                                tamber_function function, void* user);
-/* The arguments of a call, counted from 0. A text is good until the function returns. */
+/* The arguments of a call, counted from 0. A string is valid until the function returns. */
 TAMBER_API int tamber_arg_count(tamber_call* call, uint32_t* count);
 TAMBER_API int tamber_arg_int(tamber_call* call, uint32_t position, int32_t* value);
 TAMBER_API int tamber_arg_double(tamber_call* call, uint32_t position, double* value);

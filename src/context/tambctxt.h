@@ -31,7 +31,7 @@ struct TamberCallFrame {
   uint32_t line = 0;  ///< of the statement that it was at
 };
 
-/// One failure, as it is told to the host.
+/// One failure, as it is reported to the host.
 struct TamberDiagnostic {
   int32_t code = 0;
   KelString name;    ///< "" for a code without a name
@@ -42,7 +42,7 @@ struct TamberDiagnostic {
   uint32_t line = 0;
   /// 1-based byte of `sourceLine` at which what is wrong begins; 0 without a line.
   uint32_t column = 0;
-  /// The line with what is wrong and its number: `line`, or one on which the statement goes on.
+  /// The line with what is wrong and its number: `line`, or one on which the statement continues.
   KelString sourceLine;
   uint32_t sourceLineNumber = 0;
   /// The procedure that was running or being compiled; "" outside of any.
@@ -103,9 +103,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// `TransferSize` of the INI file, without which a request may take an hour and files have any
   /// size. Scripts that are called run under the same limits.
   void SetTransferLimits(uint32_t seconds, uint64_t bytes);
-  /// The key that enciphered scripts are loaded with.
+  /// The key that encrypted scripts are loaded with.
   void SetScriptKey(const KelString& key);
-  /// Writes `source` enciphered under the key to `target`.
+  /// Writes `source` encrypted under the key to `target`.
   int32_t EncryptScript(const KelString& source, const KelString& target, const KelString& key);
 
   // --- sessions ---
@@ -120,16 +120,16 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// when the store failed while the variables were loaded, by their declarations or by
   /// LoadSession, until LoadSession has succeeded: they would overwrite what they never saw.
   int32_t SaveSession();
-  /// Gives the `session` variables the values that the current session holds; one that it does not
-  /// hold keeps its own. 0 when there is no session, or when its store failed; some may have kept
-  /// their own then.
+  /// Sets the `session` variables to the values that the current session holds; one that it does
+  /// not hold keeps its own. 0 when there is no session, or when its store failed; some may have
+  /// kept their own then.
   int32_t LoadSession();
   /// Returns why the store has failed last since SetSessionId, also for a script that was called;
   /// empty when it has not, or when only the time of use could not be written until SaveSession.
   KelString GetSessionFault() const;
   /// Remembers the values of the globals as they are now.
   void KeepGlobals();
-  /// Gives the globals the values that KeepGlobals found, `session` variables among them. The
+  /// Sets the globals to the values that KeepGlobals found, `session` variables among them. The
   /// variables stay the same objects; those that came later are left alone. 0 when nothing was kept
   /// since the last ResetContext.
   int32_t RestoreGlobals();
@@ -139,15 +139,15 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// and has been reported. What the script declared above the error stays, but nothing of a
   /// procedure that did not compile.
   ///
-  /// A run-time error in the value of a global fails a file. A text goes on: the error is reported
-  /// at its line, and is the context error afterwards.
+  /// A run-time error in the value of a global fails a file. A buffer continues: the error is
+  /// reported at its line, and is the context error afterwards.
   int32_t CompileScriptFile(const KelString& path);
   int32_t CompileScriptBuffer(const KelString& name, const KelString& text, uint32_t firstLine);
   /// 1 for a script of declarations and procedures, 0 for a plain list of statements, whose types
   /// are those that the context knows now. 0 with the context error set when the file is none that
   /// can be read, or a line that would have to decide is broken, which is reported.
   int32_t ScriptFileIsStructured(const KelString& path);
-  /// The same for a text, whose lines count from 1 in reports under the name.
+  /// The same for a buffer, whose lines count from 1 in reports under the name.
   int32_t ScriptBufferIsStructured(const KelString& name, const KelString& text);
   /// Runs a procedure. Its arguments are taken from `stack`, and its result is left there; null
   /// runs on a stack of its own. Nonzero when it ended well, by "exit" included; after that nothing
@@ -156,7 +156,7 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// The same for a procedure that has been found: 1 when it ended well, 2 when an error ended it.
   int32_t ExecuteProcStatements(TamberProcedure* procedure, Stack* stack);
   /// Ends what this context runs, also in scripts that it calls, and waits of built-ins at once.
-  /// Whoever runs something is told so: it fails with error 20120, `ERR_STOPPED`, which no error
+  /// What is running fails with error 20120, `ERR_STOPPED`, which no error
   /// policy of a script sees. The diagnostic says where the script was; a report is written only
   /// when the INI's `ReportStops` in the section "TamberRunErrors" is 1. From then on every run
   /// fails in this way until CancelStop or ResetContext. A run that ends by itself at the same time
@@ -167,7 +167,7 @@ class TAMBER_API TamberContext : public TamberOperators,
   void RequestStop();
   /// Whether a stop was requested and not cancelled since. From any thread.
   bool IsStopRequested() const;
-  /// Takes a request to stop back, and forgets its error; scripts and globals stay as the stopped
+  /// Takes a request to stop back, and clears its error; scripts and globals stay as the stopped
   /// run left them. For a host that limits the time of each run: call it before the next one, when
   /// its timer cannot fire for the last one any more. Not while something runs.
   void CancelStop();
@@ -186,13 +186,13 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// The error that was reported last, with code 0 when there was none since the last call that
   /// compiles or runs began.
   const TamberDiagnostic& GetDiagnostic() const;
-  /// Tells the host of each reported error, beside the written report. Null: nobody. The handler
+  /// Reports each error to the host, beside the written report. Null: nobody. The handler
   /// may use the context; an error that it makes there is not the one that is kept afterwards.
   void SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&, void* user), void* user);
 
   // --- variables ---
   int32_t FindVariable(const KelString& name, uint32_t mask);
-  /// The variable, on loan; null when none of the scopes holds it.
+  /// The variable, borrowed; null when none of the scopes holds it.
   Variable* GetVariable(const KelString& name, uint32_t mask);
   Variable* GetVariable(uint32_t index, enum_VarListType scope);
   /// A constant, only to be looked at; null when there is none. Unlike GetVariable it never copies

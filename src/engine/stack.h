@@ -14,7 +14,7 @@ namespace tamber {
 class Machine;
 
 /// One entry of the evaluation stack: a value with its kind, or a shared variable.
-/// A scalar or a text gets an object of its own only when somebody asks for one.
+/// A scalar or a string gets an object of its own only when somebody asks for one.
 struct StackEntry {
   Kind kind;             ///< Any: cell.v is a variable, one holder
   Cell cell;             ///< owned
@@ -35,14 +35,14 @@ class TAMBER_API Stack {
   virtual ~Stack();
 
   uint32_t GetSize() const { return size_; }
-  /// The entry at `index` from the bottom, on loan; null out of range.
+  /// The entry at `index` from the bottom, borrowed; null out of range.
   Variable* GetVariable(uint32_t index);
   /// Type of the entry `depth` below the top; None out of range.
   Variable::enum_TypeId GetTypeId(uint32_t depth) const;
-  /// Length in bytes of the text `depth` below the top; 0 for other types and out of range.
+  /// Length in bytes of the string `depth` below the top; 0 for other types and out of range.
   uint32_t GetEntryLength(uint32_t depth) const;
 
-  /// Takes over one holder of the variable; returns 1 (null: 0, nothing pushed).
+  /// Takes ownership of one holder of the variable; returns 1 (null: 0, nothing pushed).
   int32_t PushVariable(Variable* variable);
   /// Hands the top entry's holder to the caller; null on an empty stack.
   Variable* PopVariable();
@@ -54,32 +54,32 @@ class TAMBER_API Stack {
   void PushInteger(int32_t value);
   void PushFloat(float value);
   void PushDouble(double value);
-  /// `len` bytes; 0 takes the text up to its NUL.
+  /// `len` bytes; 0 takes the string up to its NUL.
   void PushString(const char* text, uint32_t len);
   void PushString(const KelString& text);
   void PushHandle(const KelString& handleTypeName, void* value);
 
   // The typed pops read the entry through the getter of the wanted type; on an empty stack they
-  // give 0 or "" and change nothing.
+  // return 0 or "" and change nothing.
   int32_t PopBoolean();
   char PopChar();
   int32_t PopInteger();
   float PopFloat();
   double PopDouble();
   void* PopHandle();
-  /// The bytes of a text and a closing NUL, in a buffer that the caller releases with free(). An
-  /// entry that is no text gives "". Null only when there is no memory.
+  /// The bytes of a string and a closing NUL, in a buffer that the caller releases with free(). An
+  /// entry that is no string gives "". Null only when there is no memory.
   char* PopString();
   void PopKelString(KelString& text);
 
   // What running code uses: values with their kinds, no objects in between.
-  /// Takes over the cell (kind Bool to Double, or String).
+  /// Takes ownership of the cell (kind Bool to Double, or String).
   void PushCell(tamber::Kind kind, tamber::Cell cell) { Place(kind, cell, nullptr); }
-  /// Takes over the cell of a handle, structure or array of this type.
+  /// Takes ownership of the cell of a handle, structure or array of this type.
   void PushTyped(const tamber::TypeDesc& type, tamber::Cell cell);
   /// The entry `depth` below the top; only while GetSize() > depth.
   const tamber::StackEntry& Peek(uint32_t depth) const { return entries_[size_ - 1 - depth]; }
-  /// Forgets the top entry without a release: its cell and type are the caller's from now on.
+  /// Drops the top entry without a release: the caller owns its cell and type from now on.
   void Forget() { --size_; }
   /// Takes the top entry off together with what it owns; only on a stack that is not empty. A
   /// variable of kind Any that nobody else holds stays a variable.
@@ -104,8 +104,8 @@ class TAMBER_API Stack {
 
  private:
   friend class tamber::Machine;
-  /// Makes a text of one character of the character `depth` below the top: typed pops would read it
-  /// as "".
+  /// Makes a string of one character of the character `depth` below the top: typed pops would read
+  /// it as "".
   TAMBER_LOCAL void MakeText(uint32_t depth);
   TAMBER_LOCAL void PushText(std::string_view text);
   /// False, and the entry released, without memory.

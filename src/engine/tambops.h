@@ -74,14 +74,14 @@ class TAMBER_API TamberOperators {
   static int32_t ComparePrecedence(Operator_e a, Operator_e b);
 
   /// A prototype of the result for operands of these types (a unary operator has no right one), on
-  /// loan and never to be changed. Null when the operator does not take them, with error 20504;
+  /// borrowed and never to be changed. Null when the operator does not take them, with error 20504;
   /// null without an error for an element of an array whose element type is known only when it
   /// runs.
   const Variable* GetReturnType(Operator_e code, const Variable* left, const Variable* right);
 
   /// Applies the operator with this index to the top of the stack: 1, or 0 with an error code.
   int32_t ExecuteOperator(int32_t index, Stack* stack);
-  /// Replaces the top entry by its text: TRUE or FALSE, the character, a number in decimal.
+  /// Replaces the top entry by its string: TRUE or FALSE, the character, a number in decimal.
   void MakeStr(Stack* stack);
 
   /// Why the last ExecuteOperator failed, 0 when it did not, and the object of that error. "+" that
@@ -89,7 +89,7 @@ class TAMBER_API TamberOperators {
   int32_t GetOperatorError() const { return operatorError_; }
   const KelString& GetOperatorErrorText() const { return operatorErrorText_; }
 
-  /// Nonzero: comparisons of strings tell upper from lower case.
+  /// Nonzero: comparisons of strings distinguish upper from lower case.
   void SetCaseSwitch(int32_t value) { caseSwitch_ = value; }
   int32_t GetCaseSwitch() const { return caseSwitch_; }
 
@@ -97,7 +97,7 @@ class TAMBER_API TamberOperators {
   /// The result type of an operator, or a null reference with `error` set when it does not take
   /// these types. `right` is null for a unary operator. Kind Any is taken everywhere, with result
   /// Any: it is checked when it runs. A member named by a literal is MemberType's business; here
-  /// "." gives Any.
+  /// "." yields Any.
   static tamber::TypeRef ResultType(Operator_e code, const tamber::TypeDesc* left,
                                     const tamber::TypeDesc* right, int32_t& error);
   /// The type of a structure's member; null with `error` set when there is none.

@@ -21,7 +21,7 @@ class TAMBER_API ScriptList {
   /// Takes ownership; returns the script's position, from 0. A second script of a name is kept too,
   /// and found by that name from then on.
   uint32_t AddScript(std::unique_ptr<TamberScript> script);
-  /// The script of exactly this name, on loan; null when there is none.
+  /// The script of exactly this name, borrowed; null when there is none.
   TamberScript* FindScript(std::string_view name) const;
   TamberScript* GetScript(uint32_t position) const { return scripts_[position].get(); }
   uint32_t GetScriptCount() const { return static_cast<uint32_t>(scripts_.size()); }

@@ -33,18 +33,18 @@ class TAMBER_API ScriptText {
     NotRegular,  ///< a device, a pipe, or too large
     Unreadable,
     NoText,     ///< NUL bytes inside
-    NotOpened,  ///< enciphered, and the key is missing or wrong
+    NotOpened,  ///< encrypted, and the key is missing or wrong
   };
   /// What is wrong with the file, to go behind its name in a message; "" for Ok and Missing.
   static std::string_view Reason(Status status);
 
-  /// Reads a script file; one that was stored enciphered is opened with `key`.
+  /// Reads a script file; one that was stored encrypted is opened with `key`.
   static std::shared_ptr<const ScriptText> FromFile(const KelString& path, std::string_view key,
                                                     Status& status);
   /// The same from a place that a policy has let through, under a name.
   static std::shared_ptr<const ScriptText> FromFile(const KelString& name, const kel::Place& place,
                                                     std::string_view key, Status& status);
-  /// Takes a text under a name or label. Null when it is too large or has a NUL byte inside.
+  /// Takes source text under a name or label. Null when it is too large or has a NUL byte inside.
   static std::shared_ptr<const ScriptText> FromBuffer(const KelString& name, std::string text,
                                                       uint32_t firstLine = 1);
 

@@ -48,7 +48,7 @@ class TAMBER_API ScriptLine {
   /// A physical line, without its end; "" when there is none of that number.
   KelString GetLineText(uint32_t line) const { return KelString(text_->Line(line)); }
 
-  /// Where reading stands; taken before a look-ahead and given back after it.
+  /// Where reading stands; taken before a look-ahead and restored after it.
   struct Position {
     uint32_t nextLine;
     uint32_t statementLine;

@@ -31,7 +31,7 @@ class TAMBER_API FunctionList {
   enum FuncType_e : uint16_t {
     FUNCTYPE_HIDDEN = 0,  ///< an unnamed string parameter comes before the declared ones
     FUNCTYPE_NORMAL = 1,
-    FUNCTYPE_CONTEXT = 2,  ///< the implementation is also handed the context
+    FUNCTYPE_CONTEXT = 2,  ///< the implementation also receives the context
   };
 
   FunctionList() = default;
@@ -50,9 +50,9 @@ class TAMBER_API FunctionList {
   /// Order of two entries by name without regard to case; null comes after everything.
   virtual int32_t SortCompare(const TamberFunction* a, const TamberFunction* b) const;
 
-  /// Adds a function and returns its index; 0 for an empty name. Takes over the return value and
-  /// the parameters, also when it refuses. A function of the same name and parameter types stays,
-  /// and its index is returned, unless `replace` is set.
+  /// Adds a function and returns its index; 0 for an empty name. Takes ownership of the return
+  /// value and the parameters, also when it refuses. A function of the same name and parameter
+  /// types stays, and its index is returned, unless `replace` is set.
   uint32_t AddFunction(const KelString& name, Variable* returnValue,
                        TamberFunctionPtr implementation, VarList* parameters, uint16_t type,
                        bool replace);
@@ -80,7 +80,7 @@ class TAMBER_API FunctionList {
   /// entry is not in the list any more.
   bool ExchangeFunction(const TamberFunction* entry, std::shared_ptr<const TamberFunction> former);
 
-  /// On loan until the list changes; null for 0 and out of range.
+  /// Borrowed until the list changes; null for 0 and out of range.
   const TamberFunction* GetFunction(uint32_t index) const;
   /// As above, for whoever keeps it.
   std::shared_ptr<const TamberFunction> ShareFunction(uint32_t index) const;

@@ -29,7 +29,7 @@ struct FunctionCallInfo {
 /// Implementation of a built-in. It pops its arguments in reverse order and pushes one result. The
 /// returned integer is not looked at; built-ins return 1.
 using TamberFunctionPtr = int32_t (*)(FunctionCallInfo*);
-/// As above, for functions that are also handed the context.
+/// As above, for functions that also receive the context.
 using TamberFunctionExPtr = int32_t (*)(FunctionCallInfo*, TamberContext*);
 
 /// What the engine may take for granted about a built-in. The default promises nothing.
@@ -46,11 +46,11 @@ struct FunctionTraits {
 /// One registered built-in: its name, types and implementation.
 class TAMBER_API TamberFunction {
  public:
-  /// Takes over the return value and the parameters.
+  /// Takes ownership of the return value and the parameters.
   TamberFunction(const KelString& name, Variable* returnValue, VarList* parameters, uint16_t type);
   /// A function whose prototype is read when its types are first asked for, from any thread: few
-  /// scripts call more than a handful of the built-ins. The text and the types, which must hold
-  /// every type that it names, are on loan for good; a prototype that is malformed declares no
+  /// scripts call more than a handful of the built-ins. The string and the types, which must hold
+  /// every type that it names, are borrowed for good; a prototype that is malformed declares no
   /// parameters and no result.
   TamberFunction(const KelString& prototype, const TypeList& types, uint16_t type);
   TamberFunction(const TamberFunction& other);
@@ -62,7 +62,7 @@ class TAMBER_API TamberFunction {
 
   const KelString& GetName() const { return name_; }
   uint16_t GetFunctionType() const { return type_; }
-  /// An empty value of the declared return type, on loan; also the result of a call when there is
+  /// An empty value of the declared return type, borrowed; also the result of a call when there is
   /// no implementation.
   Variable* GetVariable() const;
   uint32_t GetParameterCount() const;
@@ -75,7 +75,7 @@ class TAMBER_API TamberFunction {
   TamberFunctionExPtr GetExtendedImplementation() const { return extended_; }
   bool IsImplemented() const { return plain_ != nullptr || extended_ != nullptr; }
 
-  /// An object of the host's that every call is handed; kept as long as the function.
+  /// An object of the host's that every call receives; kept as long as the function.
   void SetTarget(std::shared_ptr<void> target) { target_ = std::move(target); }
   void* Target() const { return target_.get(); }
 

@@ -35,7 +35,7 @@ struct FUNCMOD_OBJECT {
   KelString name;
 };
 /// A structure type: its members as declarations ended by ";". The prototype made at registration
-/// is handed out through whichever of the two pointers is set.
+/// is returned through whichever of the two pointers is set.
 struct FUNCMOD_STRUCT {
   KelString name;
   KelString members;
@@ -52,7 +52,7 @@ struct FUNCMOD_ERROR {
 struct FUNCMOD_FUNCTION {
   KelString prototype;
   TamberFunctionPtr implementation;
-  std::string_view help;  ///< one line for documentation and tools, on loan; may be empty
+  std::string_view help;  ///< one line for documentation and tools, borrowed; may be empty
   FunctionTraits traits;  ///< what the engine may take for granted; the default promises nothing
   TamberFunctionExPtr contextImplementation = nullptr;  ///< used instead in lists of type 8
 };

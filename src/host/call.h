@@ -16,7 +16,7 @@
 
 namespace tamber {
 
-/// What a call gave: a value, or the error that ended it.
+/// What a call returned: a value, or the error that ended it.
 template <class T>
 class Result {
  public:

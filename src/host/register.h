@@ -113,7 +113,7 @@ struct Wrapped {
       Push(stack, int32_t{0});
     } else {
       R result = call();
-      // A text may be on loan from an argument: it is copied before that goes.
+      // A string may be borrowed from an argument: it is copied before that goes.
       if constexpr (std::is_same_v<R, std::string_view> || std::is_same_v<R, const char*>) {
         const KelString own{std::string_view(result)};
         stack.CutTo(base);
@@ -142,8 +142,8 @@ struct WrapOf {
 
 /// Registers a C++ function (or a lambda, or an object with one call operator) under a prototype
 /// in the language's own syntax. Its types must be those of the prototype, as host/value.h lists
-/// them; "void" functions are registered with the result type `int` and give 0. A first parameter
-/// of type `TamberContext&` is given the running context and is no parameter of the prototype.
+/// them; "void" functions are registered with the result type `int` and return 0. A first parameter
+/// of type `TamberContext&` receives the running context and is no parameter of the prototype.
 ///
 /// An exception becomes an error of the script: `tamber::ScriptError` the one that it says,
 /// std::bad_alloc error 20113, any other error 20101 with the function's name and the exception's

@@ -11,13 +11,13 @@
 #include "values/strbuf.h"
 #include "values/variable.h"
 
-/// How C++ values and script values stand for each other in calls between hosts and scripts.
+/// How C++ values and script values are converted in calls between hosts and scripts.
 ///
 /// | C++ | script |
 /// |---|---|
 /// | `bool` `char` `int32_t` `float` `double` | `bool` `char` `int` `float` `double` |
 /// | `std::string_view` `std::string` `KelString` `const char*` | `string`, `estring` |
-/// | `Variable*` as an argument (on loan), `VariablePtr` as a result (owned) | anything |
+/// | `Variable*` as an argument (borrowed), `VariablePtr` as a result (owned) | anything |
 ///
 /// A `std::string_view` that a script hands to a C++ function is good until that function returns.
 namespace tamber {
@@ -60,7 +60,7 @@ constexpr bool kIsVariable = std::is_same_v<T, Variable*> || std::is_same_v<T, c
 template <class T>
 concept Argument = KindFor<T>()
 != Kind::None && (KindFor<T>() != Kind::Any || kIsVariable<std::decay_t<T>>);
-/// What a host may take from a script: nothing, a scalar, a text of its own, a variable.
+/// What a host may take from a script: nothing, a scalar, a string of its own, a variable.
 template <class T>
 concept Taken =
     !std::is_reference_v<T> && (KindFor<T>() != Kind::Any || std::is_same_v<T, VariablePtr>)&&(
@@ -75,8 +75,8 @@ concept ReceivedByValue = (!std::is_reference_v<T> ||
                            std::is_same_v<std::remove_cvref_t<T>, std::string_view> ||
                            std::is_same_v<std::remove_cvref_t<T>, std::string> ||
                            std::is_same_v<std::remove_cvref_t<T>, KelString>);
-/// What a C++ function may take from a script that calls it: as above, or a text or a variable on
-/// loan, all by value or by reference to const.
+/// What a C++ function may take from a script that calls it: as above, or a borrowed string or
+/// variable, all by value or by reference to const.
 template <class T>
 concept Received = kIsVariable<T> || ReceivedByValue<T>;
 
@@ -116,7 +116,7 @@ inline void Push(Stack& stack, Variable* value) {
   Push(stack, static_cast<const Variable*>(value));
 }
 
-/// The entry at `index` from the bottom as a C++ value; texts and variables are on loan.
+/// The entry at `index` from the bottom as a C++ value; strings and variables are borrowed.
 template <class T>
 auto Read(Stack& stack, uint32_t index) {
   using V = std::remove_cvref_t<T>;

@@ -13,7 +13,7 @@ namespace kel {
 template <class T>
 class Cow {
  public:
-  /// Gives what a deferred value starts from; good for good.
+  /// Returns what a deferred value starts from; valid for good.
   using Source = const Cow& (*)();
 
   Cow() : value_(std::make_shared<T>()) {}

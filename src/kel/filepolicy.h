@@ -19,7 +19,7 @@ enum class Links { Follow, Keep };
 
 /// Where a path leads, after the host's policy has let it through: a directory and a name in it.
 ///
-/// File functions take places, not paths, so that none of them can forget to ask. Where the policy
+/// File functions take places, not paths, so that none of them can fail to ask. Where the policy
 /// confines scripts to directories, the directory is open already and was reached without a single
 /// symbolic link: what another process changes in between cannot lead out.
 class TAMBER_API Place {
@@ -36,7 +36,7 @@ class TAMBER_API Place {
   const char* Name() const { return name_.c_str(); }
   /// True when a link under this name must not be followed by whoever opens it.
   bool IsConfined() const { return dir_.IsOpen(); }
-  /// The path as the script gave it.
+  /// The path as the script passed it.
   const std::string& Path() const { return path_; }
   /// Of a confined place: the path without links, "." and "..".
   const std::string& RealPath() const { return realPath_; }

@@ -112,7 +112,7 @@ inline std::string Uppered(std::string_view text) {
   return result;
 }
 
-/// The text without white space at both ends.
+/// The string without white space at both ends.
 constexpr std::string_view Trimmed(std::string_view text) {
   while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
   while (!text.empty() && IsSpace(text.back())) text.remove_suffix(1);

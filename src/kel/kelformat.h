@@ -17,23 +17,23 @@
 ///
 /// | conversion | argument |
 /// |---|---|
-/// | `%S` `%s` | text: `KelString`, `std::string`, `std::string_view`, C string (null is empty) |
+/// | `%S` `%s` | string: `KelString`, `std::string`, `std::string_view`, C string (null is empty) |
 /// | `%d` `%i` `%u` `%x` `%X` `%c` | any integer, `bool` or enumeration |
 /// | `%f` | `float` or `double` of any magnitude; "inf", "-inf", "nan" |
 /// | `%%` | none: a percent sign |
 ///
-/// Between "%" and the letter: "-" and "0", a width and, for `%f` and text, "." and a precision of
-/// up to two digits, then any number of "l" (ignored: an integer prints in its own width, 32-bit
+/// Between "%" and the letter: "-" and "0", a width and, for `%f` and strings, "." and a precision
+/// of up to two digits, then any number of "l" (ignored: an integer prints in its own width, 32-bit
 /// ones as 32 bits, 64-bit ones in full). Signedness is the conversion's, as in C.
 ///
 /// A conversion that is unknown is copied as it stands and consumes nothing; one that finds no
 /// argument, or one of the wrong kind, is copied as well (the wrong argument counts as used, so
 /// that those after it keep their places). The locale is never asked.
 ///
-/// Texts that come from scripts or files are arguments, never formats.
+/// Strings that come from scripts or files are arguments, never formats.
 namespace kel {
 
-/// One argument. Borrows texts: it must not outlive the call.
+/// One argument. Borrows strings: it must not outlive the call.
 class FormatArg {
  public:
   enum class Kind : uint8_t { kInteger, kDouble, kText };
@@ -69,8 +69,8 @@ class FormatArg {
   std::string_view text_;
 };
 
-/// Appends the formatted text. No argument may borrow from `out`. Visible to hosts, whose own code
-/// holds the templates that call it.
+/// Appends the formatted string. No argument may borrow from `out`. Visible to hosts, whose own
+/// code holds the templates that call it.
 TAMBER_API void FormatAppend(std::string& out, std::string_view format,
                              std::span<const FormatArg> args);
 

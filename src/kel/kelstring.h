@@ -14,11 +14,11 @@ class KelString;
 
 namespace kel {
 
-/// Whatever can be looked at as text: `KelString`, `std::string`, `std::string_view`, C strings.
+/// Whatever can be viewed as a string: `KelString`, `std::string`, `std::string_view`, C strings.
 template <class T>
 concept TextLike = std::convertible_to<const T&, std::string_view>;
 
-/// The text of any of these; a null C string is empty.
+/// The bytes of any of these; a null C string is empty.
 template <TextLike T>
 std::string_view ViewOf(const T& text) {
   if constexpr (std::is_pointer_v<T>) {
@@ -49,7 +49,7 @@ class TAMBER_API KelString {
 
   operator std::string_view() const { return text_; }
 
-  /// The text with a closing NUL, never null.
+  /// The string with a closing NUL, never null.
   const char* GetString() const { return text_.c_str(); }
   size_t GetLength() const { return text_.size(); }
   bool IsEmpty() const { return text_.empty(); }
@@ -82,10 +82,11 @@ class TAMBER_API KelString {
   size_t Find(std::string_view text, size_t from = 0) const { return text_.find(text, from); }
   /// Replaces every occurrence, left to right; an empty `from` changes nothing. Linear.
   void Replace(std::string_view from, std::string_view to);
-  /// The text without white space at both ends.
+  /// The string without white space at both ends.
   KelString Trim() const;
 
-  /// Replaces the text by a formatted one (see kelformat.h); arguments may be parts of this string.
+  /// Replaces the string by a formatted one (see kelformat.h); arguments may be parts of this
+  /// string.
   template <class... Args>
   void Printf(std::string_view format, const Args&... args) {
     text_ = kel::Format(format, args...);

@@ -7,7 +7,7 @@
 
 namespace kel {
 
-/// Tells of most names at once that a set does not hold them, without having the set. Case is
+/// Says of most names at once that a set does not hold them, without having the set. Case is
 /// ignored.
 class NameFilter {
  public:

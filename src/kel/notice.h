@@ -6,7 +6,7 @@
 /// Notices to the operator: what another system would show in a message box. They never wait.
 namespace kel {
 
-/// `user` is what was given with the handler. May be called from any thread.
+/// `user` is what was passed with the handler. May be called from any thread.
 using NoticeHandler = void (*)(void* user, const KelString& caption, const KelString& text);
 
 /// Installs the handler of the process; null brings back the default, one line "CAPTION: TEXT" on

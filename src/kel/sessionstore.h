@@ -8,10 +8,10 @@
 
 #include "kel/export.h"
 
-/// A store of values under text keys ("session/7/counter") that outlives the process.
+/// A store of values under string keys ("session/7/counter") that outlives the process.
 ///
-/// An operation gives false when the key is absent or the store failed; outputs are then untouched.
-/// Texts are bytes with a length, NULs included. One thread at a time.
+/// An operation returns false when the key is absent or the store failed; outputs are then
+/// untouched. Strings are bytes with a length, NULs included. One thread at a time.
 class TAMBER_API SessionStore {
  public:
   virtual ~SessionStore() = default;
@@ -61,9 +61,9 @@ struct StoreAccess {
   auto operator<=>(const StoreAccess&) const = default;
 };
 
-/// Whether the text is an address, "kind://...", and not the name of a file.
+/// Whether the string is an address, "kind://...", and not the name of a file.
 bool IsStoreAddress(std::string_view text);
-/// An address without user and password; other texts as they are.
+/// An address without user and password; other strings as they are.
 std::string ShownStoreAddress(std::string_view text);
 
 /// Opens the store that `spec` names: "redis://host:port/db" or "rediss://..." a server, what is no

@@ -38,7 +38,7 @@ class TAMBER_API ProcedureList {
   TamberProcedure* GetProcedure(uint32_t index) const;
   TamberProcedure* GetProcedure(std::string_view name) const;
   uint32_t GetProcedureCount() const { return static_cast<uint32_t>(sorted_.size()); }
-  /// Takes a procedure out of the list, which goes on owning it, and gives it on loan; null when
+  /// Takes a procedure out of the list, which still owns it, and returns it borrowed; null when
   /// there is none of the name.
   TamberProcedure* RemoveProcedure(std::string_view name);
   /// Takes the name out of the list; false when there is none.

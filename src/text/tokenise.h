@@ -39,7 +39,7 @@ class TAMBER_API Tokeniser {
   char* GetNextToken(int convertEscapes, int reportErrors);
   /// The token last read.
   char* GetCurrentToken();
-  /// Steps back one token: gives the one before the last, and the last is read again next. Takes
+  /// Steps back one token: returns the one before the last, and the last is read again next. Takes
   /// time in proportion to the line, and goes back one step only.
   char* GetPreviousToken();
 
@@ -52,11 +52,11 @@ class TAMBER_API Tokeniser {
 
   /// The read position: a pointer into the private copy, null without a line.
   const char* GetSearchPtr() const { return search_; }
-  /// Moves to a position that `GetSearchPtr` gave on this line, or any between the line's start and
-  /// its NUL; other pointers change nothing.
+  /// Moves to a position that `GetSearchPtr` returned on this line, or any between the line's start
+  /// and its NUL; other pointers change nothing.
   void SetSearch(const char* position);
 
-  /// Whether `//`, `;` and `#` between tokens end the line; they do at first.
+  /// Whether `//`, `;` and `#` between tokens end the line; they do by default.
   void SetHandleComments(bool handle) { handleComments_ = handle; }
 
   int GetLastError() const { return lastError_; }
@@ -115,6 +115,6 @@ class TAMBER_API Tokeniser {
   const char* previous_ = nullptr;
   bool handleComments_ = true;
   uint32_t origin_ = 0;
-  char noToken_ = 0;  // what is handed out while there is no buffer
+  char noToken_ = 0;  // what is returned while there is no buffer
   const char* lineEnd_ = nullptr;
 };

@@ -17,8 +17,8 @@ struct Place;
 /// to `a[2]` stays a reference to `a[2]`. Boxes are made from the outside inwards (Whole, in
 /// store.h), and values that come in lose theirs: an array without boxes has none further inside.
 ///
-/// The elements of arrays of enciphered strings and of generic arrays are objects already. What
-/// Peek gives may then be read only, as two arrays can share them. Positions in this class are
+/// The elements of arrays of encrypted strings and of generic arrays are objects already. What
+/// Peek returns may then be read only, as two arrays can share them. Positions in this class are
 /// 0-based; scripts count from 1.
 class ArrayData final : public RefObject {
  public:

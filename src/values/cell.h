@@ -12,8 +12,8 @@ struct StrBuf;
 class ArrayData;
 class StructData;
 
-/// What a value is, one step finer than `Variable::enum_TypeId`: it tells strings from enciphered
-/// strings and has a word for "known only when it runs".
+/// What a value is, one step finer than `Variable::enum_TypeId`: it distinguishes strings from
+/// encrypted strings and has a kind for "known only when it runs".
 enum class Kind : uint8_t {
   None,     ///< no value: a procedure without a result
   Bool,     ///< Cell::i is 0 or 1
@@ -21,7 +21,7 @@ enum class Kind : uint8_t {
   Int,      ///< Cell::i
   Float,    ///< Cell::f
   Double,   ///< Cell::d
-  String,   ///< Cell::s, one reference; null is the empty text
+  String,   ///< Cell::s, one reference; null is the empty string
   Handle,   ///< Cell::p
   Struct,   ///< Cell::st, one reference; never null
   Array,    ///< Cell::a, one reference; null is an empty array

@@ -7,9 +7,9 @@
 
 namespace tamber {
 
-/// Gives back what a cell of this kind owns.
+/// Releases what a cell of this kind owns.
 TAMBER_API void ReleaseCell(Kind kind, Cell cell);
-/// A further, independent value: texts, arrays and structures are shared until changed, variables
+/// A further, independent value: strings, arrays and structures are shared until changed, variables
 /// are cloned.
 TAMBER_API Cell CopyCell(Kind kind, Cell cell);
 /// A further value that shares nothing with the first, neither now nor later: threads may make
@@ -25,7 +25,7 @@ Cell DefaultCell(const TypeDesc& type);
 void KeepForever(Kind kind, Cell cell);
 
 /// Stores a new value, taking it over, in a cell whose objects others may hold: a structure with
-/// boxes takes it member by member, an enciphered string keeps its variable. Everything else
+/// boxes takes it member by member, an encrypted string keeps its variable. Everything else
 /// releases the old value. Both cells are of `kind`; structures are of one layout.
 void StoreCell(Kind kind, Cell& slot, Cell value);
 
@@ -47,7 +47,7 @@ struct OwnedCell {
 
 /// Reads a cell of any kind as the variables' getters do (`GetIntegerValue` and so on).
 int32_t CellToInt(Kind kind, Cell cell);
-int32_t CellToBool(Kind kind, Cell cell);  ///< what `GetBoolValue` gives: an integer gives itself
+int32_t CellToBool(Kind kind, Cell cell);  ///< what `GetBoolValue` returns: an integer itself
 int32_t CellToChar(Kind kind, Cell cell);
 float CellToFloat(Kind kind, Cell cell);
 double CellToDouble(Kind kind, Cell cell);
@@ -59,16 +59,16 @@ void* HandleOfInt(int32_t value);
 /// `to`'s kind that the caller owns. False: `to` cannot take a value of `from`.
 [[nodiscard]] bool ConvertCell(const TypeDesc& to, const TypeDesc& from, Cell in, Cell& out);
 
-/// The text that "+" joins to a string: TRUE/FALSE, the character, decimal numbers. `cell` is of a
-/// numeric kind, Handle or String.
+/// The string that "+" joins to a string: TRUE/FALSE, the character, decimal numbers. `cell` is of
+/// a numeric kind, Handle or String.
 void AppendCellText(std::string& out, Kind kind, Cell cell);
 
-/// A variable of the type that takes over the cell.
+/// A variable of the type that takes ownership of the cell.
 Variable* MakeVariable(const TypeRef& type, const Name& name, Cell cell);
 /// An empty variable of the type.
 Variable* MakeVariable(const TypeRef& type, const Name& name);
 
-/// The type of a variable's value (a reference gives its target's).
+/// The type of a variable's value (for a reference, its target's).
 const TypeRef& TypeOf(const Variable& variable);
 /// The type of a structure, or one like it whose new values begin as this one is now.
 TypeRef TypeLike(const Variable& structure);
@@ -79,8 +79,8 @@ inline const Variable& LookThrough(const Variable& variable) {
 inline Variable& LookThrough(Variable& variable) {
   return VariableAccess::IsReference(variable) ? *VariableAccess::CellOf(variable).v : variable;
 }
-/// The live cell of a variable and its kind; a reference gives its target's. The cell of an
-/// enciphered string is the variable itself, on loan: it changes by Assign, never by another cell
+/// The live cell of a variable and its kind; for a reference, its target's. The cell of an
+/// encrypted string is the variable itself, borrowed: it changes by Assign, never by another cell
 /// in its place.
 inline Cell* CellOf(Variable& variable) { return &VariableAccess::CellOf(LookThrough(variable)); }
 inline Kind KindOf(const Variable& variable) {

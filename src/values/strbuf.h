@@ -7,7 +7,7 @@
 
 namespace tamber {
 
-/// A counted text: length bytes and a NUL, with at least 20 spare bytes behind.
+/// A counted string: length bytes and a NUL, with at least 20 spare bytes behind.
 struct StrBuf : RefObject {
   static constexpr uint8_t kSecret = 1;  ///< wiped before its memory goes back
   static constexpr uint64_t kMaxLength = 0xFFFFFFE0u;
@@ -20,11 +20,11 @@ struct StrBuf : RefObject {
   const char* Data() const { return reinterpret_cast<const char*>(this + 1); }
   std::string_view View() const { return {Data(), length}; }
 
-  /// A new text of `length` bytes that the caller fills in; the NUL is set. One reference.
+  /// A new string of `length` bytes that the caller fills in; the NUL is set. One reference.
   /// Throws std::bad_alloc when the length is beyond kMaxLength or there is no memory.
   static StrBuf* NewRaw(uint64_t length);
   static StrBuf* New(std::string_view text);
-  /// The joined text; null when both are empty.
+  /// The joined string; null when both are empty.
   static StrBuf* Join(std::string_view left, std::string_view right);
 
  private:
@@ -39,9 +39,9 @@ inline std::string_view TextOf(const StrBuf* text) {
   return text ? text->View() : std::string_view("", 0);
 }
 
-/// Appends to the text in place when nobody else holds it, else to a copy; amortised linear.
-/// Takes the reference in `slot` and leaves the new one there. `tail` may point into the text.
-/// Throws std::bad_alloc and leaves the text as it was.
+/// Appends to the string in place when nobody else holds it, else to a copy; amortised linear.
+/// Takes the reference in `slot` and leaves the new one there. `tail` may point into the string.
+/// Throws std::bad_alloc and leaves the string as it was.
 void AppendText(StrBuf*& slot, std::string_view tail);
 
 }  // namespace tamber

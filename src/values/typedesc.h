@@ -40,7 +40,7 @@ template <class T>
 class Ref {
  public:
   Ref() = default;
-  /// Takes over the reference that `new` created.
+  /// Takes ownership of the reference that `new` created.
   static Ref Adopt(const T* object) {
     Ref ref;
     ref.object_ = object;
@@ -78,7 +78,7 @@ class TypeDesc final : public Shared {
  public:
   /// A scalar type, the generic array (Array), None or Any. Lives as long as the process.
   static const TypeRef& Of(Kind kind);
-  /// "element[]". A null element gives the generic array.
+  /// "element[]". A null element means the generic array.
   static TypeRef ArrayOf(const TypeRef& element);
   static TypeRef HandleOf(const Name& handleTypeName);
   static TypeRef StructOf(const Ref<StructLayout>& layout);
@@ -89,7 +89,7 @@ class TypeDesc final : public Shared {
   const TypeRef& Element() const { return element_; }
   const Ref<StructLayout>& Layout() const { return layout_; }
   const Name& HandleName() const { return handleName_; }
-  /// The number that `Variable::GetTypeId` gives for values of this type.
+  /// The number that `Variable::GetTypeId` returns for values of this type.
   int32_t TypeId() const;
   /// The word that dumps show: "integer", "string[]", "struct Point", a handle's type name.
   std::string Word() const;

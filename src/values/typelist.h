@@ -22,7 +22,7 @@ class TAMBER_API TamberType {
   KelString GetTypeName() const { return KelString(name_.View()); }
   /// Renames a type that is in no list; a list finds its types by the name they were added with.
   void SetTypeName(const KelString& name) { name_ = tamber::Name(name.View()); }
-  /// The prototype, on loan: to be looked at and cloned, never kept with a holder.
+  /// The prototype, borrowed: to be looked at and cloned, never kept with a holder.
   Variable* GetVariable() const { return prototype_; }
   uint32_t GetTypeFlags() const { return flags_; }
   void SetTypeFlags(uint32_t flags) { flags_ = flags; }
@@ -61,16 +61,16 @@ class TAMBER_API TypeList {
   TypeList& operator=(const TypeList& other);
   virtual ~TypeList();
 
-  /// Adds a type and gives its position; the prototype passes to the list. A type of that name that
-  /// is there already is replaced.
+  /// Adds a type and returns its position; the prototype passes to the list. A type of that name
+  /// that is there already is replaced.
   uint32_t AddType(const KelString& name, Variable* prototype, uint32_t flags);
   /// The same for an entry, which passes to the list. Without `replace`, an entry of that name that
-  /// is there already stays: its position is given, and the new one remains the caller's.
+  /// is there already stays: its position is returned, and the caller still owns the new one.
   uint32_t AddType(TamberType* type, int32_t replace);
   uint32_t GetTypeCount() const;
   /// Position of a type, or kNotFound.
   uint32_t FindType(const KelString& name) const;
-  /// The entry, on loan; null when there is none.
+  /// The entry, borrowed; null when there is none.
   TamberType* GetType(uint32_t position);
   TamberType* GetType(const KelString& name);
   const TamberType* GetType(uint32_t position) const;

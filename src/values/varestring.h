@@ -4,11 +4,11 @@
 
 class TamberContext;
 
-/// Script type "estring": a string whose text lies enciphered in memory, in dumps and in sessions.
+/// Script type "estring": a string that is encrypted in memory, in dumps and in sessions.
 ///
-/// Getters hand out plain text, so that scripts use it like any string; it stands in a buffer of
-/// this variable that is wiped by the next getter, by a change and on destruction. Lengths are
-/// those of the plain text.
+/// Getters return the plain string, so that scripts use it like any string; it stands in a buffer
+/// of this variable that is wiped by the next getter, by a change and on destruction. Lengths are
+/// those of the plain string.
 class TAMBER_API VarEString : public VarString {
  public:
   VarEString(const KelString& name, uint32_t flags)
@@ -29,22 +29,22 @@ class TAMBER_API VarEString : public VarString {
   uint32_t GetLength() override;
   bool IsEString() const override;
 
-  /// Enciphers the text anew, so that equal texts cannot be told by equal bytes.
+  /// Encrypts the string anew, so that equal strings do not show as equal bytes.
   void EncryptString(TamberContext* context);
 
-  /// Takes over a text. Throws std::bad_alloc and keeps the old one then.
+  /// Takes a string. Throws std::bad_alloc and keeps the old one then.
   void SetPlain(std::string_view text);
   /// Threads may copy this variable from now on; it is not changed again.
   void KeepTextForever();
-  /// Shares the enciphered text of another.
+  /// Shares the encrypted string of another.
   void ShareText(const VarEString& other);
-  /// The plain text, in the buffer that getters use. Throws std::bad_alloc.
+  /// The plain string, in the buffer that getters use. Throws std::bad_alloc.
   std::string_view Plain() const;
-  /// The enciphered bytes as they lie in memory, on loan.
+  /// The encrypted bytes as they lie in memory, borrowed.
   std::string_view CipherBytes() const { return tamber::TextOf(cipher_); }
-  /// What sessions keep: the number the cipher started from and the enciphered bytes.
+  /// What sessions keep: the number the cipher started from and the encrypted bytes.
   std::string Sealed() const;
-  /// Takes over what Sealed gave; false for bytes that cannot be such.
+  /// Takes what Sealed returned; false for bytes that cannot be such.
   bool SetSealed(std::string_view sealed);
 
  protected:

@@ -3,7 +3,7 @@
 #include "values/typedesc.h"
 #include "values/varordered.h"
 
-/// A handle that a built-in gave out: an opaque value and the name of its handle type.
+/// A handle that a built-in returned: an opaque value and the name of its handle type.
 ///
 /// Passing a handle through an integer keeps its low 32 bits only.
 class TAMBER_API VarHandle : public tamber::OrderedVariable {

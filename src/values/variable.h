@@ -18,12 +18,12 @@ struct VariableAccess;
 /// a constant or a temporary.
 ///
 /// Values are shared by counting holders: a new object has one holder, `Duplicate` adds one,
-/// `Delete` gives one back and destroys the object with the last. A pointer handed out by a list, a
-/// stack or an element access is a loan: whoever keeps it beyond the call takes a holder. `Clone`
+/// `Delete` releases one and destroys the object with the last. A pointer returned by a list, a
+/// stack or an element access is borrowed: whoever keeps it beyond the call takes a holder. `Clone`
 /// makes an independent copy. Values belong to one context and so to one thread at a time.
 ///
 /// A class overrides the operations that concern it; the others keep the base's behaviour: setters
-/// are ignored, getters give 0, "" or null, element operations refuse.
+/// are ignored, getters return 0, "" or null, element operations refuse.
 class TAMBER_API Variable {
  public:
   enum enum_TypeId : int32_t {
@@ -63,7 +63,8 @@ class TAMBER_API Variable {
   virtual void SetFloatValue(float value);
   virtual void SetDoubleValue(double value);
   virtual void SetHandleValue(void* value);
-  /// `len` bytes of `text`, NULs included; 0 takes the text up to its NUL. Null is the empty text.
+  /// `len` bytes of `text`, NULs included; 0 takes the string up to its NUL. Null is the empty
+  /// string.
   virtual void SetStringValue(const char* text, uint32_t len);
   virtual void SetStringValue(const KelString& text);
   virtual int32_t GetBoolValue() const;
@@ -78,14 +79,14 @@ class TAMBER_API Variable {
   virtual void SetVarName(const KelString& name);
   virtual KelString GetVarName() const;
   virtual enum_TypeId GetTypeId() const;
-  /// Length of a text in bytes; 0 for everything else.
+  /// Length of a string in bytes; 0 for everything else.
   virtual uint32_t GetLength();
   /// Nonzero when Assign would take a value of `other`'s type.
   virtual int32_t IsCompatible(const Variable* other) const;
   virtual int32_t IsSameType(const Variable* other) const;
-  /// The variable that a reference stands for, on loan; null for every other class.
+  /// The variable that a reference refers to, borrowed; null for every other class.
   virtual Variable* Dereference() const;
-  /// Takes over the value of `source`, converted to this type. Name and flags stay. 0: refused
+  /// Assigns the value of `source`, converted to this type. Name and flags stay. 0: refused
   /// (null or incompatible source), nothing changed.
   virtual int32_t Assign(Variable* source);
 
@@ -97,7 +98,7 @@ class TAMBER_API Variable {
   virtual KelString GetHandleName() const;
   virtual uint32_t GetElementCount() const;
   virtual int32_t IsArray() const;
-  /// Element `index`, 1-based, on loan; null when out of range.
+  /// Element `index`, 1-based, borrowed; null when out of range.
   virtual Variable* GetArrayElement(uint32_t index) const;
   /// Appends; ownership passes to the array when the result is 1.
   virtual int32_t AddArrayElement(Variable* element);
@@ -105,7 +106,7 @@ class TAMBER_API Variable {
   /// Takes the element out; its holder becomes the caller's.
   virtual Variable* RemoveArrayElement(uint32_t index);
   virtual void SwapArrayElements(uint32_t first, uint32_t second);
-  /// A prototype of the elements, on loan; null for the generic array and for other classes.
+  /// A prototype of the elements, borrowed; null for the generic array and for other classes.
   virtual const Variable* GetArrayElementType() const;
   /// Appends `delta` empty elements, or removes the last -delta.
   virtual void AdjustArraySize(int32_t delta);
@@ -115,7 +116,7 @@ class TAMBER_API Variable {
   virtual KelString GetStructName() const;
   /// 1-based position of a member; 0 when there is none.
   virtual uint32_t GetStructElementIndex(const KelString& name) const;
-  /// A member by 1-based position or by name, on loan; null when there is none.
+  /// A member by 1-based position or by name, borrowed; null when there is none.
   virtual Variable* GetStructElement(uint32_t index) const;
   virtual Variable* GetStructElement(const KelString& name) const;
   /// Adds a member; ownership passes when the result is 1. With `unique`, a second member of a name
@@ -131,7 +132,7 @@ class TAMBER_API Variable {
   bool operator<(const Variable& other) const;
   bool operator>(const Variable& other) const;
   bool operator==(const Variable& other) const;
-  /// Takes over the value, as Assign does; name, flags and holders stay.
+  /// Takes the value, as Assign does; name, flags and holders stay.
   Variable& operator=(const Variable& other);
 
   /// A reference answers with its target's flags.
@@ -140,14 +141,14 @@ class TAMBER_API Variable {
 
   /// Adds a holder and returns this object.
   Variable* Duplicate();
-  /// Gives a holder back; destroys the object with the last one. Null is ignored.
+  /// Releases a holder; destroys the object with the last one. Null is ignored.
   static void Delete(Variable* variable);
 
   /// Saves to, or loads from, the session with this id under the variable's name.
   void StoreToSession(uint32_t sessionId, SessionStore* store);
   void LoadFromSession(uint32_t sessionId, SessionStore* store);
 
-  /// The name that lists look it up by: a reference's own, where GetVarName gives its target's.
+  /// The name that lists look it up by: a reference's own, where GetVarName returns its target's.
   const tamber::Name& OwnName() const { return name_; }
   void SetOwnName(const tamber::Name& name) { name_ = name; }
 

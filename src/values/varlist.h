@@ -40,13 +40,14 @@ class TAMBER_API VarList {
   /// Position of the first variable of this name, or kNotFound.
   uint32_t FindVariable(std::string_view name) const;
   uint32_t FindVariable(const tamber::Name& name) const;
-  /// The variable, on loan; null when there is none.
+  /// The variable, borrowed; null when there is none.
   Variable* GetVariable(uint32_t position) const;
   Variable* GetVariable(std::string_view name) const;
 
-  /// Takes the variable over and gives its position: the sorted place in sort mode, else the end.
-  /// With `unique`, a variable of that name that is there already stays: its position is given,
-  /// `*inserted` is false, and the new one remains the caller's. Null gives kNotFound.
+  /// Takes ownership of the variable and returns its position: the sorted place in sort mode, else
+  /// the end. With `unique`, a variable of that name that is there already stays: its position is
+  /// returned,
+  /// `*inserted` is false, and the caller still owns the new one. Null: kNotFound.
   uint32_t AddVariable(Variable* variable, bool unique = false, bool* inserted = nullptr);
   /// Takes a variable out; its holder becomes the caller's. Null when out of range.
   Variable* RemoveVariable(uint32_t position);

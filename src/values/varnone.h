@@ -2,7 +2,7 @@
 
 #include "values/variable.h"
 
-/// No value: what a procedure without a result gives.
+/// No value: what a procedure without a result returns.
 class TAMBER_API VarNone : public Variable {
  public:
   VarNone(const KelString& name, uint32_t flags) : VarNone(tamber::Name(name.View()), flags) {}

@@ -7,7 +7,7 @@
 
 namespace tamber {
 
-/// Order of two values of one type; unordered when their types differ (and for a NaN). Texts are
+/// Order of two values of one type; unordered when their types differ (and for a NaN). Strings are
 /// compared by bytes up to the first NUL.
 TAMBER_API std::partial_ordering OrderOfValues(const Variable& left, const Variable& right);
 

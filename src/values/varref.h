@@ -2,7 +2,7 @@
 
 #include "values/variable.h"
 
-/// Stands for another variable and behaves in every respect like it.
+/// Refers to another variable and behaves in every respect like it.
 ///
 /// References never chain: one to a reference refers to what that one refers to. A reference holds
 /// its target, so an array element that is removed lives on as long as a reference to it. Lists

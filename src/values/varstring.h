@@ -33,7 +33,7 @@ class TAMBER_API VarString : public tamber::OrderedVariable {
 
 namespace tamber {
 
-/// The bytes meant by a pair of the interface: length 0 takes the text up to its NUL, null is
+/// The bytes meant by a pair of the interface: length 0 takes the string up to its NUL, null is
 /// empty.
 std::string_view GivenText(const char* text, uint32_t len);
 

@@ -8,13 +8,13 @@
 ///
 /// Members are reached by 1-based position, in the order of their declaration, or by name.
 /// Structures of one script type share the description of their members; adding a member to one
-/// gives it a description of its own.
+/// makes it a description of its own.
 class TAMBER_API VarStruct : public Variable {
  public:
   /// A structure without members and without a structure name.
   VarStruct(const KelString& name, uint32_t flags);
   VarStruct(const tamber::TypeRef& type, const tamber::Name& name, uint32_t flags);
-  /// Takes over `data`, whose layout is that of `type`.
+  /// Takes ownership of `data`, whose layout is that of `type`.
   VarStruct(const tamber::TypeRef& type, const tamber::Name& name, tamber::StructData* data);
 
   VarStruct& operator=(const VarStruct& other) {
