@@ -38,10 +38,11 @@
 ///
 /// | result | what is pushed |
 /// |---|---|
-/// | `int32_t` `bool` `char` `float` `double` | the value, of that type whatever the prototype says
-/// | | `std::string_view` `std::string` `KelString` | a text | | `Text` | a text, handed over
-/// without a copy | | `ArrayResult` | an array, handed over | | `Variable*` | its holder is handed
-/// over |
+/// | `int32_t` `bool` `char` `float` `double` | the value, whatever type the prototype says |
+/// | `std::string_view` `std::string` `KelString` | a text |
+/// | `Text` | a text, handed over without a copy |
+/// | `ArrayResult` | an array, handed over |
+/// | `Variable*` | its holder is handed over |
 namespace tamber {
 
 /// The running call, as a body sees it.
