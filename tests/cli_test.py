@@ -205,6 +205,13 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(sum(text.count(b"<<") for text in files), 40)
         self.assertLess(max(map(len, files)), 6000 + 2 * len(files[0]) // files[0].count(b"<<"))
 
+    def test_a_store_that_is_away_is_no_new_one(self):
+        script = self.script("session int n\nproc main()\n  n += 1\n  Print(\"\" + n)\nendproc\n")
+        (self.folder / "tamber.ini").write_text("[TamberConfig]\nSessionFile=away/store\n")
+        status, output, error = self.run_tamber("--session", "7", script)
+        self.assertEqual((status, output), (2, "1"))
+        self.assertIn("the file cannot be reached", error)
+
     def test_sessions_leave_one_file_that_only_its_owner_reads(self):
         self.script("session int own = 10\nproc main()\n  own += 1\n  Print(\"\" + own)\nendproc\n", "called.tam")
         script = self.script("session int n\nproc main()\n  n += 1\n  call \"called.tam\"\n  Print(\" \" + n)\nendproc\n")

@@ -92,6 +92,10 @@ StorePlace StorePlaceOf(const ContextState& state) {
   if (allowed) return place;
   state.debug.Logf(KelDebug::Level::Error, "Session store %S: refused by the host's file policy",
                    place.shown);
+  if (isServer) {
+    place.access.isRefused = true;
+    return place;
+  }
   const KelString file = BesideIni(state, kSessionFile);
   StorePlace fallback{file, file, {}};
   if (!MayUseFile(state, fallback, true)) fallback.access.isRefused = true;

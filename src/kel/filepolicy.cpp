@@ -23,8 +23,8 @@ std::string RealPath(const std::string& path) {
   return real != nullptr ? std::string(real.get()) : std::string();
 }
 
-/// Opens the directory that holds the last name of a relative path, one level at a time and through
-/// no link.
+}  // namespace
+
 Descriptor OpenParent(int root, std::string_view relative, std::string& name) {
   Descriptor dir(::openat(root, ".", kOpenDirectory));
   while (dir.IsOpen()) {
@@ -37,6 +37,8 @@ Descriptor OpenParent(int root, std::string_view relative, std::string& name) {
   name = relative.empty() ? "." : std::string(relative);
   return dir;
 }
+
+namespace {
 
 /// Whether a canonical path is the directory or leads below it.
 bool IsWithin(std::string_view path, std::string_view dir) {
@@ -104,7 +106,7 @@ const FilePolicy::Root* FilePolicy::RootOf(std::string_view canonical) const {
 }
 
 bool FilePolicy::HidesProcesses(std::string_view canonical) const {
-  if (processes_ || !IsWithin(canonical, kProcesses)) return false;
+  if (ShowsProcesses() || !IsWithin(canonical, kProcesses)) return false;
   const Root* root = RootOf(canonical);
   return root == nullptr || !IsWithin(root->path, kProcesses);
 }

@@ -53,6 +53,11 @@ class TAMBER_API Place {
   std::string realPath_;
 };
 
+/// Opens the directory that holds the last name of a path relative to an open directory, one level
+/// at a time and through no link; `name` gets that last name. Not open when it cannot be reached
+/// so.
+Descriptor OpenParent(int root, std::string_view relative, std::string& name);
+
 /// What a host allows its scripts to do with files and with the network, and what of its process
 /// they may see. The default allows all.
 ///
@@ -75,18 +80,17 @@ class TAMBER_API FilePolicy {
   void SetEnvironment(bool visible) { environment_ = visible; }
   /// Whether scripts learn which directory is the current one.
   void SetDirectoryName(bool visible) { directoryName_ = visible; }
-  /// Whether scripts see "/proc", what other processes are and do. A directory in there that is
-  /// allowed by name is allowed all the same.
+  /// Whether scripts see "/proc", what other processes are and do. It is hidden with the two above
+  /// as well, for it tells of them too. A directory in there that is allowed by name is allowed all
+  /// the same.
   void SetProcesses(bool visible) { processes_ = visible; }
 
   bool AllowsNetwork() const { return network_; }
   bool ShowsEnvironment() const { return environment_; }
   bool ShowsDirectoryName() const { return directoryName_; }
-  bool ShowsProcesses() const { return processes_; }
+  bool ShowsProcesses() const { return processes_ && environment_ && directoryName_; }
   /// Whether nothing at all is forbidden.
-  bool AllowsAll() const {
-    return AllowsEveryFile(Access::Write) && network_ && environment_ && directoryName_;
-  }
+  bool AllowsAll() const { return AllowsEveryFile(Access::Write) && network_; }
   bool Allows(std::string_view path, Access wanted) const;
   /// Whether this is one of the directories named above, and nothing below it may be read.
   bool Hides(uint64_t device, uint64_t inode) const;
@@ -102,7 +106,7 @@ class TAMBER_API FilePolicy {
  private:
   struct Root;
   bool AllowsEveryFile(Access wanted) const {
-    return roots_.empty() && elsewhere_ >= wanted && processes_;
+    return roots_.empty() && elsewhere_ >= wanted && ShowsProcesses();
   }
   TAMBER_LOCAL const Root* RootOf(std::string_view canonical) const;
   /// Whether this is what other processes are and do, and scripts may not see that.

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <string>
@@ -18,14 +19,14 @@ namespace {
 class LinkJudge : public TreeVisitor {
  public:
   LinkJudge(const FilePolicy& policy, const std::string& target)
-      : policy_(policy), here_(target.substr(0, target.rfind('/'))), top_(target) {}
+      : policy_(policy), here_(target.substr(0, target.rfind('/'))), target_(target) {}
 
   FileStatus Entry(int dir, const char* name, const struct stat& info) override {
     return !S_ISLNK(info.st_mode) || MayStand(dir, name) ? FileStatus::Ok : FileStatus::Failed;
   }
   FileStatus Enter(int, const char* name, const struct stat&, bool&) override {
-    here_ = top_.empty() ? here_ + "/" + name : std::move(top_);
-    top_.clear();
+    here_ = isEntered_ ? here_ + "/" + name : target_;
+    isEntered_ = true;
     return FileStatus::Ok;
   }
   FileStatus Leave(int, const char*, const struct stat&) override {
@@ -38,15 +39,26 @@ class LinkJudge : public TreeVisitor {
     std::array<char, PATH_MAX> link;
     const ssize_t length = ::readlinkat(dir, name, link.data(), link.size());
     if (length <= 0) return false;
-    const std::string_view target(link.data(), static_cast<size_t>(length));
-    return policy_.Allows(
-        target.front() == '/' ? std::string(target) : ResolvePath(JoinPath(here_ + "/", target)),
-        Access::Read);
+    std::string_view target(link.data(), static_cast<size_t>(length));
+    if (target.front() == '/') return policy_.Allows(target, Access::Read);
+    std::string from = here_;
+    while (target == ".." || target.starts_with("../")) {
+      from.erase(std::min(from.rfind('/'), from.size()));
+      target.remove_prefix(std::min(target.find_first_not_of('/', 2), target.size()));
+    }
+    // What is moved along is not there yet to be walked through.
+    if (isEntered_ && (from + "/").starts_with(target_ + "/")) return !Climbs(target);
+    return policy_.Allows(JoinPath(from + "/", target), Access::Read);
+  }
+
+  static bool Climbs(std::string_view path) {
+    return ("/" + std::string(path) + "/").find("/../") != std::string::npos;
   }
 
   const FilePolicy& policy_;
   std::string here_;  // the directory, canonical, that the entry will be in
-  std::string top_;   // until the top of the tree is entered
+  const std::string target_;
+  bool isEntered_ = false;  // it is a tree
 };
 
 }  // namespace

@@ -137,7 +137,8 @@ std::string RefusalIn(const redisReply& reply) {
 class RedisBackend final : public StoreBackend {
  public:
   RedisBackend(std::string_view address, const StoreAccess& access) : access_(access) {
-    badAddress_ = ParseServerAddress(address, address_);
+    badAddress_ = access.isRefused ? "the host's file policy refuses it"
+                                   : ParseServerAddress(address, address_);
     if (!access.user.empty()) address_.user = access.user;
     if (!access.password.empty()) address_.password = access.password;
   }

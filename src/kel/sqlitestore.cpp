@@ -2,12 +2,14 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <memory>
 #include <utility>
 
 #include "kel/clock.h"
 #include "kel/descriptor.h"
 #include "kel/file.h"
+#include "kel/filepolicy.h"
 #include "kel/lazylibrary.h"
 #include "kel/sleep.h"
 #include "kel/storebackend.h"
@@ -168,10 +170,15 @@ class SqliteBackend final : public StoreBackend {
     if (refused_) return Refuse("the file is damaged or is no session store");
     if (database_ != nullptr) return true;
     struct stat info {};
-    const bool present = ::stat(path_.c_str(), &info) == 0;
+    std::string name;
+    const Descriptor dir = OpenDirectory(name);
+    const int links = access_.followsLinks ? 0 : AT_SYMLINK_NOFOLLOW;
+    const bool present = dir.IsOpen() && ::fstatat(dir.Get(), name.c_str(), &info, links) == 0;
+    // Whatever hides a file is no sign that there is none: its sessions would be overwritten.
+    if (!present && !IsMissing(dir, name)) return Refuse("the file cannot be reached");
     if (!present && !create) return false;
     if (present && !S_ISREG(info.st_mode)) return Refuse("the path does not name a file");
-    if (!present) MakeFile();
+    if (!present) MakeFile(dir, name);
     if (!Connect(create) || !Prepare()) {
       Forget();
       return false;
@@ -184,11 +191,30 @@ class SqliteBackend final : public StoreBackend {
     return true;
   }
 
+  Descriptor OpenDirectory(std::string& name) const {
+    constexpr int kFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    const size_t begin = path_.rfind('/') + 1;
+    if (access_.followsLinks) {
+      name = path_.substr(begin);
+      return Descriptor(::open(begin == 0 ? "." : path_.substr(0, begin).c_str(), kFlags));
+    }
+    const Descriptor top(::open("/", kFlags));
+    return OpenParent(top.Get(), std::string_view(path_).substr(1), name);
+  }
+
+  /// Whether the directory is there and nothing in it has the name.
+  static bool IsMissing(const Descriptor& dir, const std::string& name) {
+    struct stat info {};
+    return dir.IsOpen() && ::fstatat(dir.Get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 &&
+           errno == ENOENT;
+  }
+
   /// Sessions are nobody's business but the owner's; the journal's files take over who may read.
   /// What fails here, fails again when the file is opened.
-  void MakeFile() const {
+  static void MakeFile(const Descriptor& dir, const std::string& name) {
     const Descriptor file(
-        ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
+        ::openat(dir.Get(), name.c_str(),
+                 O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
   }
 
   bool Connect(bool create) {

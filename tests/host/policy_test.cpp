@@ -110,7 +110,10 @@ TEST_F(Policy, LinksAreJudgedByWhereTheyLeadAfterTheirMove) {
   EXPECT_EQ(ErrorOf("", "FileMove(\"box/tree/tool\", \"box/a/t\")"), 0);
   EXPECT_EQ(ErrorOf("", "FileMove(\"box/a/t\", \"box/t\")"), 102);
   EXPECT_EQ(ErrorOf("", "FileMove(\"box/a/inside\", \"box/inside\")"), 0) << "leads nowhere";
-  fs::create_directories("box/up/tree");
+  for (const char* dir : {"box/p", "box/q", "box/up/tree"}) fs::create_directories(dir);
+  fs::create_symlink("../a", "box/p/x");
+  fs::create_symlink("x/../../outside/target.txt", "box/q/later");
+  EXPECT_EQ(ErrorOf("", "FileMove(\"box/q/later\", \"box/p/later\")"), 102) << "by way of x";
   fs::create_symlink("../../../outside/target.txt", "box/up/tree/tool");
   EXPECT_EQ(ErrorOf("", "DirMove(\"box/up\", \"box/down\")"), 102) << "it leads outside already";
 }
