@@ -3,6 +3,7 @@
 #include "kel/filestat.h"
 #include "kel/nativestack.h"
 #include "kel/pathparser.h"
+#include "kel/stop.h"
 #include "values/errcodes.h"
 
 namespace tamber {
@@ -45,6 +46,8 @@ struct CalledScript {
 }  // namespace
 
 void ContextState::CallScript(const KelString& path) {
+  // What the called script does looks for a stop itself.
+  const kel::Interruptible interruptible(false);
   // The path as given, or beside the calling script.
   CalledScript script(*this, path);
   if (!script.Exists()) {

@@ -1,4 +1,5 @@
 #include <new>
+#include <utility>
 
 #include "context/contextstate.h"
 #include "context/session.h"
@@ -10,6 +11,7 @@
 #include "kel/file.h"
 #include "kel/hostpath.h"
 #include "kel/pathparser.h"
+#include "kel/stop.h"
 #include "values/errcodes.h"
 
 using tamber::ContextState;
@@ -32,6 +34,25 @@ int32_t FailForMemory(TamberContext& context, const KelString& name) {
   } catch (const std::bad_alloc&) {
     return 0;  // not enough for the report either; the code stands
   }
+}
+
+void NoteStop(ContextState& state, const tamber::SourcePlace& place) {
+  const kel::Interruptible noting(false);
+  state.run.stopFlag = true;
+  if (!std::exchange(state.run.isInterrupted, true)) state.NoteStop(place);
+}
+
+/// Whether the host has stopped what was compiled, or code that ran for it; the stop is noted.
+bool IsStopped(ContextState& state, const tamber::CompilePlace& place) {
+  if (state.run.errorCode == ERR_STOPPED)
+    NoteStop(state, {place.text, place.line, place.offset, place.procedure});
+  return state.run.isInterrupted;
+}
+
+/// The text was still being read.
+int32_t EndUnread(ContextState& state, const KelString& name) {
+  NoteStop(state, {ScriptText::FromBuffer(name, std::string()), 0});
+  return state.EndStopped();
 }
 
 int32_t FailAt(ContextState& state, const tamber::CompilePlace& place) {
@@ -58,6 +79,8 @@ int32_t IsStructured(TamberContext& context, const KelString& name,
 }  // namespace
 
 int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place) {
+  const kel::StopWord stops(run.rootWake);
+  const kel::Interruptible interruptible(true);
   try {
     context.SetContextError(0, KelString());
     const SessionReading reading(*this);
@@ -70,11 +93,13 @@ int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place
     auto script = std::make_unique<TamberScript>(&context, text);
     CompilePlace failed;
     const bool compiled = tamber::CompileScript(*this, *script, failed);
-    if (run.isInterrupted) return EndStopped();
+    if (IsStopped(*this, failed)) return EndStopped();
     if (!compiled) return FailAt(*this, failed);
     context.AddScript(std::move(script));
     DumpScriptStatements();
     return 1;
+  } catch (const kel::Interrupted&) {
+    return EndUnread(*this, path);
   } catch (const std::bad_alloc&) {
     return FailForMemory(context, path);
   }
@@ -95,6 +120,8 @@ int32_t TamberContext::CompileScriptFile(const KelString& path) {
 
 int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelString& text,
                                            uint32_t firstLine) {
+  const kel::StopWord stops(state_->run.rootWake);
+  const kel::Interruptible interruptible(true);
   try {
     SetContextError(0, KelString());
     const tamber::SessionReading reading(*state_);
@@ -108,13 +135,15 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     tamber::CompilePlace place;
     // A run-time error that an initialiser left behind does not fail a text, only a file.
     bool compiled = tamber::CompileScript(*state_, *script, place, tamber::LeftError::Reported);
-    if (state_->run.isInterrupted) return state_->EndStopped();
+    if (IsStopped(*state_, place)) return state_->EndStopped();
     if (state_->run.errorCode >= tamber::kFirstFatalError) return FailAt(*state_, place);
     // Nothing may stay unsaid: an include that the host's policy refuses leaves a smaller code.
     if (!compiled) FailAt(*state_, place);
     AddScript(std::move(script));
     state_->DumpScriptStatements();
     return compiled;
+  } catch (const kel::Interrupted&) {
+    return EndUnread(*state_, name);
   } catch (const std::bad_alloc&) {
     return FailForMemory(*this, name);
   }

@@ -4,6 +4,7 @@
 #include "expr/exprcomp.h"
 #include "frontend/compsession.h"
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "machine/code.h"
 #include "statements/lower.h"
 #include "statements/procedure.h"
@@ -81,11 +82,15 @@ std::shared_ptr<const ScriptText> ContextState::ReadScript(const KelString& path
 }
 
 bool ContextState::LoadModule(const KelString& file, const KelString& callingScript) {
+  const kel::Interruptible interruptible(false);  // a module's own code runs
   void* handle = nullptr;
   return context.LoadFunctionModule(file, callingScript, &handle);
 }
 
-void ContextState::Trace(KelString text) { ProcessOutputBuffer(text, KelString("TamberDebug")); }
+void ContextState::Trace(KelString text) {
+  const kel::Interruptible interruptible(false);  // a frame is being made or left
+  ProcessOutputBuffer(text, KelString("TamberDebug"));
+}
 
 }  // namespace tamber
 

@@ -167,7 +167,13 @@ void ContextState::AppendDumps(KelString& text, const KelString& section,
   // A type of output that does not exist is enabled and goes nowhere: nothing needs to be made up.
   if (!IsOutputEnabled(section)) return;
   if (output.reportSink == nullptr && OutputFileOf(*this, section).IsEmpty()) return;
-  DumpWriter(*this, section).WriteAll(place, text);
+  // The report of a stop is whole; another one says that it is not.
+  const kel::Interruptible interruptible(!run.isInterrupted);
+  try {
+    DumpWriter(*this, section).WriteAll(place, text);
+  } catch (const kel::Interrupted&) {
+    text += "\r\nDump stopped.\r\n";
+  }
 }
 
 void ContextState::DumpScriptStatements() {

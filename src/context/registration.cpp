@@ -196,7 +196,9 @@ void RegisterBuiltInFunctions(FunctionList& functions, const FUNCMOD_REGISTRATIO
                               const TypeList& types) {
   ForEachFunction(record, [&](const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type, bool) {
     auto function = std::make_shared<TamberFunction>(entry.prototype, types, type);
-    function->SetTraits(entry.traits);
+    FunctionTraits traits = entry.traits;
+    traits.interruptible = true;
+    function->SetTraits(traits);
     if (TakesContext(entry, type)) {
       function->SetImplementation(entry.contextImplementation);
     } else {

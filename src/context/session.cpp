@@ -10,6 +10,7 @@
 #include "kel/kelascii.h"
 #include "kel/pathparser.h"
 #include "kel/sessionstore.h"
+#include "kel/stop.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
 #include "values/settings.h"
@@ -238,9 +239,36 @@ bool HasSessionVariables(const ContextState& state) {
 
 void LoadSessionVariable(ContextState& state, Variable& variable) {
   WatchedStore store(*state.session.store);
-  variable.LoadFromSession(state.session.id, &store);
+  try {
+    variable.LoadFromSession(state.session.id, &store);
+  } catch (const kel::Interrupted&) {
+    // Half of a value must not take the place of the whole one.
+    state.session.isUnloaded = true;
+    throw;
+  }
   if (store.IsComplete()) KeepStored(state.session, variable);
 }
+
+namespace {
+
+/// Between the store's beginning and its commit.
+bool SaveChanges(ContextState& state, bool isThere) {
+  SessionState& session = state.session;
+  if (!isThere || !session.stampFault.IsEmpty())
+    session.store->SetInteger(KeyOf(session.id), kel::UnixSeconds());
+  ForSessionVariables(state, [&](Variable& variable) { StoreVariable(session, variable); });
+  const bool saved = session.store->Commit();
+  if (NoteFault(state) || !saved) {
+    session.stored.clear();  // nobody knows what the store holds now
+    return false;
+  }
+  ForSessionVariables(state, [&](Variable& variable) { KeepStored(session, variable); });
+  if (session.fault == session.stampFault) session.fault.Clear();
+  session.stampFault.Clear();
+  return true;
+}
+
+}  // namespace
 
 bool SaveSessionVariables(ContextState& state) {
   if (!HasSession(state)) return false;
@@ -257,18 +285,18 @@ bool SaveSessionVariables(ContextState& state) {
   // Removed since it was loaded, with all that it held.
   if (!isThere) session.stored.clear();
   session.store->Begin();
-  if (!isThere || !session.stampFault.IsEmpty())
-    session.store->SetInteger(KeyOf(session.id), kel::UnixSeconds());
-  ForSessionVariables(state, [&](Variable& variable) { StoreVariable(session, variable); });
-  const bool saved = session.store->Commit();
-  if (NoteFault(state) || !saved) {
-    session.stored.clear();  // nobody knows what the store holds now
+  // What was asked for before may be the reason for saving now.
+  const kel::StopWord stops(state.run.rootWake);
+  const kel::Interruptible interruptible(!state.run.IsStopRequested());
+  try {
+    return SaveChanges(state, isThere);
+  } catch (const kel::Interrupted&) {
+    session.store->Begin();  // forgets what has been gathered
+    session.store->Commit();
+    session.stored.clear();
+    session.fault = "saving was stopped";
     return false;
   }
-  ForSessionVariables(state, [&](Variable& variable) { KeepStored(session, variable); });
-  if (session.fault == session.stampFault) session.fault.Clear();
-  session.stampFault.Clear();
-  return true;
 }
 
 bool LoadSessionVariables(ContextState& state) {

@@ -9,6 +9,7 @@
 #include "expr/exprsub.h"
 #include "functions/funclist.h"
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "machine/callable.h"
 #include "machine/shape.h"
 #include "text/tokenise.h"
@@ -153,6 +154,7 @@ std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view termina
   while (true) {
     char next = tokeniser_.PeekNextChar();
     if (next == '\0' || terminators.find(next) != std::string_view::npos) break;
+    kel::CheckStop();
     tokeniser_.GetNextToken(1, 1);
     at_ = tokeniser_.TokenOffset();
     if (tokeniser_.GetLastError() != 0) {

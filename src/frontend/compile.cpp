@@ -4,12 +4,14 @@
 #include "frontend/firstpass.h"
 #include "frontend/prochead.h"
 #include "frontend/script.h"
+#include "kel/stop.h"
+#include "values/errcodes.h"
 
 namespace tamber {
 
 namespace {
 
-bool ReadScript(CompileSession& session, TamberScript& script) {
+bool ReadScript(CompileSession& session, TamberScript& script) try {
   const ScriptShape shape = ShapeOf(session.Host(), script);
   if (shape == ScriptShape::Unreadable) {
     return session.Fail(script, script.GetTokeniser().GetLastError(), "");
@@ -17,6 +19,8 @@ bool ReadScript(CompileSession& session, TamberScript& script) {
   script.SetNextLine(script.GetText()->FirstLine());
   return shape == ScriptShape::Plain ? ReadPlainScript(session, script)
                                      : RunFirstPass(session, script);
+} catch (const kel::Interrupted&) {
+  return session.Fail(script, ERR_STOPPED, "");
 }
 
 }  // namespace
@@ -35,7 +39,7 @@ bool CompileScript(CompileHost& host, TamberScript& script, CompilePlace& place,
   bool compiled = ReadScript(session, script);
   if (compiled) {
     compiled = session.CompileBodies();
-  } else {
+  } else if (host.Error() != ERR_STOPPED) {
     session.SalvageBodies();
   }
   compiled = session.End(compiled, script);

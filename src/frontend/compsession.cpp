@@ -7,6 +7,7 @@
 #include "frontend/compilehost.h"
 #include "frontend/jumppatch.h"
 #include "frontend/stmtcomp.h"
+#include "kel/stop.h"
 #include "statements/statexpr.h"
 #include "values/errcodes.h"
 
@@ -84,6 +85,7 @@ bool CompileSession::CompileBodies() {
   for (Body& body : bodies_) {
     if (body.procedure->GetState() != TamberProcedure::State::Declared) continue;
     if (CompileBody(body)) continue;
+    if (host_.Error() == ERR_STOPPED) return false;  // all of them go together
     // What stands behind the error was never reached.
     for (const Body& rest : bodies_) {
       if (rest.procedure->GetState() == TamberProcedure::State::Declared) Drop(*rest.procedure);
@@ -129,7 +131,19 @@ bool CompileSession::CompileStatements(Body& body) {
                                const auto found = declaredAt_.find(name);
                                return found != declaredAt_.end() && found->second >= declared;
                              });
-  if (!compiler.CompileBlock(procedure.GetEndLine(), 0)) {
+  bool compiled = false;
+  uint32_t stoppedAt = 0;
+  try {
+    compiled = compiler.CompileBlock(procedure.GetEndLine(), 0);
+  } catch (const kel::Interrupted&) {
+    host_.SetError(ERR_STOPPED, KelString());
+    stoppedAt = script.GetStatementLine();
+  }
+  if (stoppedAt != 0) {
+    NotePlace({procedure.GetScript(), stoppedAt, 0, procedure.GetName()});
+    return false;
+  }
+  if (!compiled) {
     NotePlace(
         {procedure.GetScript(), compiler.ErrorLine(), compiler.ErrorOffset(), procedure.GetName()});
     return false;
@@ -162,7 +176,7 @@ void CompileSession::FreeDropped() {
   ProcedureList::Set dropped;
   for (const Body& body : bodies_) {
     if (body.procedure->GetState() == TamberProcedure::State::Compiled) continue;
-    Drop(*body.procedure);
+    body.procedure->SetState(TamberProcedure::State::Failed);
     body.procedure->Discard();
     dropped.insert(body.procedure);
   }
@@ -170,6 +184,11 @@ void CompileSession::FreeDropped() {
   // Nothing else was compiled meanwhile.
   for (const CompileSession* session = this; session != nullptr; session = session->outer_) {
     for (const Body& body : session->bodies_) EraseCalled(body.procedure->Statements(), dropped);
+  }
+  for (const Body& body : bodies_) {
+    const bool stays = body.procedure->GetState() == TamberProcedure::State::Failed &&
+                       !dropped.contains(body.procedure);
+    if (stays) Drop(*body.procedure);
   }
   host_.Procedures().DestroyProcedures(dropped);
 }
@@ -241,6 +260,7 @@ bool EnsureCompiled(CompileHost& host, TamberProcedure& procedure) {
     return false;
   }
   if (session->CompileNow(procedure)) return true;
+  if (session->Host().Error() == ERR_STOPPED) throw kel::Interrupted();
   const CompilePlace& place = session->Place();
   session->Host().HandleParseError({place.text, place.line, place.offset, place.procedure});
   if (&session->Host() != &host) {

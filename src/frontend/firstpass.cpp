@@ -9,6 +9,7 @@
 #include "frontend/scriptscan.h"
 #include "frontend/structdef.h"
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "values/errcodes.h"
 
 namespace tamber {
@@ -99,11 +100,15 @@ bool RunFirstPass(CompileSession& session, TamberScript& script) {
     return session.Fail(script, ERR_INTERNAL, script.GetName());
   }
   const Loading loading(host, script.GetName());
-  while (script.ReadLogicalLine()) {
-    if (!ReadTopLevelLine(session, script)) return false;
-    if (host.Error() != ERR_SUCCESS && !session.GoOn(script, script.GetOffset(""))) {
-      return false;
+  try {
+    while (script.ReadLogicalLine()) {
+      if (!ReadTopLevelLine(session, script)) return false;
+      if (host.Error() != ERR_SUCCESS && !session.GoOn(script, script.GetOffset(""))) {
+        return false;
+      }
     }
+  } catch (const kel::Interrupted&) {
+    return session.Fail(script, ERR_STOPPED, "");
   }
   return true;
 }

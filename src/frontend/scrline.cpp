@@ -1,6 +1,7 @@
 #include "frontend/scrline.h"
 
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "values/errcodes.h"
 
 // The tokeniser knows no list of errors; what it leaves is reported by these numbers.
@@ -35,6 +36,7 @@ ScriptLine::ScriptLine(std::shared_ptr<const tamber::ScriptText> text, uint32_t 
 ScriptLine::~ScriptLine() = default;
 
 bool ScriptLine::ReadLogicalLine() {
+  kel::CheckStop();
   statementLine_ = nextLine_;
   if (!text_->HasLine(nextLine_)) {
     tokeniser_.SetLine("");

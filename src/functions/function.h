@@ -41,6 +41,8 @@ struct FunctionTraits {
   /// Replaces or removes locals of its caller, or looks for them so often that they had better be
   /// kept as objects; without it they become objects while somebody asks for one by name.
   bool usesLocals = false;
+  /// May be left by an exception of the engine's when the run is stopped: for its own built-ins.
+  bool interruptible = false;
 };
 
 /// One registered built-in: its name, types and implementation.

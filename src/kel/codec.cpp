@@ -6,6 +6,7 @@
 #include "kel/bytes.h"
 #include "kel/kelascii.h"
 #include "kel/lazylibrary.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -22,13 +23,19 @@ const uint8_t* Bytes(std::string_view text) {
   return text.empty() ? &empty : reinterpret_cast<const uint8_t*>(text.data());
 }
 
+/// Whole groups of Base64.
+constexpr uint64_t kBytesPerLook = 3 * (uint64_t{1} << 18);
+
 constexpr bool IsHighSurrogate(uint16_t unit) { return (unit & 0xFC00) == 0xD800; }
 constexpr bool IsLowSurrogate(uint16_t unit) { return (unit & 0xFC00) == 0xDC00; }
 
 }  // namespace
 
 void EncodeHex(std::string_view bytes, char* out) {
-  base16_encode_update(out, bytes.size(), Bytes(bytes));
+  ForSteps(0, bytes.size(), kBytesPerLook, [&](uint64_t at, uint64_t end) {
+    base16_encode_update(out + at * 2, end - at, Bytes(bytes) + at);
+    return true;
+  });
 }
 
 std::string EncodeHex(std::string_view bytes) {
@@ -40,7 +47,9 @@ std::string EncodeHex(std::string_view bytes) {
 bool DecodeHex(std::string_view text, std::string& bytes) {
   bytes.assign(text.size() / 2, '\0');
   size_t at = 0;
+  StopPoll poll(kBytesPerLook);
   for (size_t i = 0; i + 1 < text.size(); i += 2) {
+    poll.Step();
     const int high = HexValue(text[i]);
     const int low = HexValue(text[i + 1]);
     if (high < 0 || low < 0) break;
@@ -52,7 +61,10 @@ bool DecodeHex(std::string_view text, std::string& bytes) {
 }
 
 void EncodeBase64(std::string_view bytes, char* out) {
-  base64_encode_raw(out, bytes.size(), Bytes(bytes));
+  ForSteps(0, bytes.size(), kBytesPerLook, [&](uint64_t at, uint64_t end) {
+    base64_encode_raw(out + at / 3 * 4, end - at, Bytes(bytes) + at);
+    return true;
+  });
 }
 
 std::string EncodeBase64(std::string_view bytes) {
@@ -65,19 +77,26 @@ bool DecodeBase64(std::string_view text, std::string& bytes) {
   base64_decode_ctx context;
   base64_decode_init(&context);
   bytes.assign(BASE64_DECODE_LENGTH(text.size()), '\0');
-  size_t length = bytes.size();
-  const bool valid =
-      base64_decode_update(&context, &length, reinterpret_cast<uint8_t*>(bytes.data()), text.size(),
-                           text.data()) != 0 &&
-      base64_decode_final(&context) != 0;
-  bytes.resize(valid ? length : 0);
+  size_t used = 0;
+  bool valid = true;
+  ForSteps(0, text.size(), kBytesPerLook, [&](uint64_t at, uint64_t end) {
+    size_t length = bytes.size() - used;
+    valid = base64_decode_update(&context, &length, reinterpret_cast<uint8_t*>(bytes.data()) + used,
+                                 end - at, text.data() + at) != 0;
+    used += valid ? length : 0;
+    return valid;
+  });
+  valid = valid && base64_decode_final(&context) != 0;
+  bytes.resize(valid ? used : 0);
   return valid;
 }
 
 std::string Utf16UnitsToUtf8(std::span<const uint16_t> units) {
   std::string text;
   text.reserve(units.size());
+  StopPoll poll(kBytesPerLook);
   for (size_t i = 0; i < units.size(); ++i) {
+    poll.Step();
     const uint16_t unit = units[i];
     if (IsHighSurrogate(unit) && i + 1 < units.size() && IsLowSurrogate(units[i + 1])) {
       const uint32_t high = static_cast<uint32_t>(unit & 0x3FF) << 10;

@@ -7,6 +7,7 @@
 
 #include "kel/kelascii.h"
 #include "kel/number.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -88,6 +89,7 @@ bool ConvertCodePage(std::string_view text, const std::string& from, const std::
   std::array<char, 16384> buffer;
   bool flushing = false;
   while (true) {
+    CheckStop();
     char* next = buffer.data();
     size_t room = buffer.size();
     const size_t result = flushing ? ::iconv(converter.Get(), nullptr, nullptr, &next, &room)

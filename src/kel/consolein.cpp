@@ -1,33 +1,60 @@
 #include "kel/consolein.h"
 
+#include <poll.h>
+
 #include <cstdio>
+#include <utility>
+
+#include "kel/sleep.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
 
+constexpr int kMillisecondsPerLook = 10;
+
+/// What a reader that was stopped had of its line, for the next one; used with the stream locked.
+std::string& Begun() {
+  static std::string& begun = *new std::string;
+  return begun;
+}
+
 /// Other threads of the host may read too: a line is read as a whole.
 class StandardInput {
  public:
-  StandardInput() { ::flockfile(stdin); }
+  StandardInput() {
+    while (::ftrylockfile(stdin) != 0) {
+      CheckStop();
+      SleepFor(kMillisecondsPerLook, nullptr);
+    }
+  }
   StandardInput(const StandardInput&) = delete;
   StandardInput& operator=(const StandardInput&) = delete;
   ~StandardInput() { ::funlockfile(stdin); }
 
-  int Next() { return ::getc_unlocked(stdin); }
+  int Next() {
+    if (stdin->_IO_read_ptr == stdin->_IO_read_end) Await();
+    return ::getc_unlocked(stdin);
+  }
   void PutBack(int c) {
     if (c != EOF) std::ungetc(c, stdin);
   }
+
+ private:
+  /// Whoever waits for a terminal or a pipe can be stopped.
+  static void Await() {
+    pollfd input{::fileno(stdin), POLLIN, 0};
+    do {
+      CheckStop();
+    } while (::poll(&input, 1, kMillisecondsPerLook) == 0);
+  }
 };
 
-}  // namespace
-
-bool ReadConsoleLine(std::string& line, size_t limit) {
-  line.clear();
-  StandardInput input;
+bool ReadRest(StandardInput& input, std::string& line, size_t limit) {
   int c = input.Next();
   if (c == EOF) {
     std::clearerr(stdin);  // a terminal may go on after its end-of-file key
-    return false;
+    return !line.empty();
   }
   for (; c != EOF; c = input.Next()) {
     if (c == '\n') return true;
@@ -43,6 +70,19 @@ bool ReadConsoleLine(std::string& line, size_t limit) {
     line.push_back(static_cast<char>(c));
   }
   return true;
+}
+
+}  // namespace
+
+bool ReadConsoleLine(std::string& line, size_t limit) {
+  StandardInput input;
+  line = std::exchange(Begun(), {});
+  try {
+    return ReadRest(input, line, limit);
+  } catch (const Interrupted&) {
+    Begun() = std::move(line);
+    throw;
+  }
 }
 
 }  // namespace kel

@@ -12,6 +12,7 @@
 #include "kel/filepolicy.h"
 #include "kel/lazylibrary.h"
 #include "kel/sleep.h"
+#include "kel/stop.h"
 #include "kel/storebackend.h"
 
 namespace kel {
@@ -110,6 +111,7 @@ class SqliteBackend final : public StoreBackend {
     query.Bind(2, end);
     int status = query.Step();
     for (; status == SQLITE_ROW; status = query.Step()) {
+      CheckStop();
       tree.emplace_hint(tree.end(), query.Bytes(0), query.Value(1));
     }
     return status == SQLITE_DONE || Fail();
@@ -120,6 +122,10 @@ class SqliteBackend final : public StoreBackend {
     if (changes.size() == 1) return ApplyOne(changes[0]) || Fail();
     if (!Execute("BEGIN IMMEDIATE")) return Fail();
     for (const StoreChange& change : changes) {
+      if (IsStopRequested()) {
+        Execute("ROLLBACK");
+        throw Interrupted();
+      }
       if (!ApplyOne(change)) return FailAndRollBack();
     }
     return Execute("COMMIT") || FailAndRollBack();

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 /// How long work learns that it is to end.
 ///
@@ -65,5 +67,33 @@ class StopPoll {
   uint64_t stepsPerLook_;
   uint64_t left_;
 };
+
+/// How much is copied or cleared between two looks, so that it takes less than a millisecond even
+/// when the memory is touched for the first time.
+constexpr size_t kBytesPerStep = size_t{1} << 20;
+
+/// memcpy that calls CheckStop on the way; what is behind the last look is not copied then.
+void CopyLarge(void* to, const void* from, size_t size);
+inline void CopyInSteps(void* to, const void* from, size_t size) {
+  if (size > kBytesPerStep) [[unlikely]] {
+    CopyLarge(to, from, size);
+  } else if (size > 0) {
+    std::memcpy(to, from, size);
+  }
+}
+/// Sets bytes to zero in the same way.
+void ClearInSteps(void* to, size_t size);
+
+/// Calls `work(from, to)` for positions from `begin` to `end`, with a look after so many; ends when
+/// one of them returns false.
+template <class Work>
+void ForSteps(uint64_t begin, uint64_t end, uint64_t stepsPerLook, Work&& work) {
+  while (begin < end) {
+    const uint64_t next = end - begin > stepsPerLook ? begin + stepsPerLook : end;
+    if (!work(begin, next)) return;
+    begin = next;
+    if (begin < end) CheckStop();
+  }
+}
 
 }  // namespace kel

@@ -103,7 +103,15 @@ class PasswordKeys {
   std::string Proof(std::string_view text) const {
     hmac_sha256_ctx context;
     hmac_sha256_set_key(&context, 32, keys_.bytes.data() + 16);
-    hmac_sha256_update(&context, text.size(), Bytes(text));
+    try {
+      ForSteps(0, text.size(), kBytesPerStep, [&](uint64_t at, uint64_t end) {
+        hmac_sha256_update(&context, end - at, Bytes(text) + at);
+        return true;
+      });
+    } catch (const Interrupted&) {
+      Wipe(&context, sizeof context);
+      throw;
+    }
     std::string proof(kProofSize, '\0');
     hmac_sha256_digest(&context, proof.size(), Bytes(proof));
     Wipe(&context, sizeof context);
@@ -136,8 +144,13 @@ class FixedKeys {
   /// Made from the text itself: equal texts give equal results, different ones never share it.
   std::string NonceFor(std::string_view plain, size_t size) const {
     std::array<uint8_t, crypto_generichash_BYTES> digest{};
-    crypto_generichash(digest.data(), digest.size(), Bytes(plain), plain.size(),
-                       keys_.bytes.data() + 32, 32);
+    crypto_generichash_state state;
+    crypto_generichash_init(&state, keys_.bytes.data() + 32, 32, digest.size());
+    ForSteps(0, plain.size(), kBytesPerStep, [&](uint64_t at, uint64_t end) {
+      crypto_generichash_update(&state, Bytes(plain) + at, end - at);
+      return true;
+    });
+    crypto_generichash_final(&state, digest.data(), digest.size());
     return {reinterpret_cast<const char*>(digest.data()), std::min(size, digest.size())};
   }
   static const FixedKeys& Get() {

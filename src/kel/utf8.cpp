@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kel/stop.h"
+
 namespace kel {
 namespace {
 
@@ -10,15 +12,15 @@ constexpr bool InRange(unsigned char byte, unsigned low, unsigned high) {
   return byte >= low && byte <= high;
 }
 
-/// Position of the first byte from 0x80 up, or the length.
-size_t SkipAscii(std::string_view text, size_t at) {
+/// Position of the first byte from 0x80 up, or `end`, or where `at` is beyond it.
+size_t SkipAscii(std::string_view text, size_t at, size_t end) {
   constexpr uint64_t kHighBits = 0x8080808080808080U;
-  for (; at + 32 <= text.size(); at += 32) {
+  for (; at + 32 <= end; at += 32) {
     uint64_t words[4];
     std::memcpy(words, text.data() + at, sizeof words);
     if (((words[0] | words[1] | words[2] | words[3]) & kHighBits) != 0) break;
   }
-  while (at < text.size() && static_cast<unsigned char>(text[at]) < 0x80) ++at;
+  while (at < end && static_cast<unsigned char>(text[at]) < 0x80) ++at;
   return at;
 }
 
@@ -47,12 +49,17 @@ size_t Utf8Length(std::string_view text, size_t at) {
 }
 
 bool IsUtf8(std::string_view text) {
-  for (size_t at = SkipAscii(text, 0); at < text.size(); at = SkipAscii(text, at)) {
-    const size_t length = Utf8Length(text, at);
-    if (length == 0) return false;
-    at += length;
-  }
-  return true;
+  size_t at = 0;
+  bool valid = true;
+  ForSteps(0, text.size(), kBytesPerStep, [&](uint64_t, uint64_t end) {
+    for (at = SkipAscii(text, at, end); at < end && valid; at = SkipAscii(text, at, end)) {
+      const size_t length = Utf8Length(text, at);
+      valid = length != 0;
+      at += length;
+    }
+    return valid;
+  });
+  return valid;
 }
 
 }  // namespace kel

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
 #include "machine/machinecalls.h"
@@ -69,6 +70,7 @@ std::vector<SourcePlace> Machine::CallStack() const {
 void Machine::Interrupt() {
   run_.stopFlag = true;
   if (std::exchange(run_.isInterrupted, true)) return;
+  const kel::Interruptible noting(false);
   Attempt([&] {
     SourcePlace place;
     CurrentPlace(place);
@@ -113,6 +115,8 @@ bool Machine::RunHandler(std::string_view name) {
 }
 
 Machine::After Machine::ApplyPolicy(bool statementFailed) {
+  // A frame in the middle of its error is left by nothing else.
+  const kel::Interruptible interruptible(false);
   Frame* frame = &frames_[frameCount_ - 1];
   bool zero = leftZero_;
   leftZero_ = false;

@@ -105,7 +105,7 @@ bool Machine::PushCall(Callable& procedure, Cell* arguments) {
       return true;
     }
     if (code != nullptr) Raise(ERR_NOMEMORY, procedure.GetName().View());
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     ReleaseArguments(procedure, arguments);
     throw;
   }

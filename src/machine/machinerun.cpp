@@ -4,6 +4,7 @@
 #include "engine/arith.h"
 #include "kel/fault.h"
 #include "kel/number.h"
+#include "kel/stop.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
 #include "machine/machinecalls.h"
@@ -27,9 +28,14 @@ Kind KindIn(uint16_t operand) { return static_cast<Kind>(operand); }
 }  // namespace
 
 enum_ProcStatus Machine::Run() {
+  const kel::Interruptible interruptible(true);
   while (true) {
     try {
       return Loop();
+    } catch (const kel::Interrupted&) {
+      Interrupt();
+      UnwindAll(unwinding_ ? PROCSTATUS_FAILED : PROCSTATUS_ENDED);
+      return status_;
     } catch (const std::bad_alloc&) {
       Raise(ERR_NOMEMORY, "");
     } catch (const std::length_error&) {

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -28,6 +30,27 @@ bool HasText(Kind kind) {
 /// Whether a value can lie in the cell as it is: a host may have added members to a structure.
 bool FitsAsItIs(Kind kind, const Cell& place, Cell value) {
   return kind != Kind::Struct || place.st->Layout().Get() == value.st->Layout().Get();
+}
+
+/// Texts end at their first NUL here, too.
+int32_t CompareLargeTexts(std::string_view left, std::string_view right, bool caseSensitive) {
+  while (true) {
+    const std::string_view part = left.substr(0, kel::kBytesPerStep);
+    const std::string_view other = right.substr(0, kel::kBytesPerStep);
+    const int32_t difference = CompareText(part, other, caseSensitive);
+    const bool ends = part.size() < kel::kBytesPerStep || part.find('\0') != std::string_view::npos;
+    if (difference != 0 || ends) return difference;
+    left.remove_prefix(part.size());
+    right.remove_prefix(std::min(other.size(), part.size()));
+    kel::CheckStop();
+  }
+}
+
+void CallImplementation(const TamberFunction& function, FunctionCallInfo& call) {
+  if (function.GetImplementation() != nullptr)
+    function.GetImplementation()(&call);
+  else
+    function.GetExtendedImplementation()(&call, call.context);
 }
 
 }  // namespace
@@ -286,7 +309,7 @@ bool Machine::ElementAddress(Cell& place, int32_t index, Cell& out) {
   // The common case of what follows, without a call: an array of its own, no element of it held.
   ArrayData* array = place.a;
   const uint32_t at = static_cast<uint32_t>(index) - 1;
-  if (array != nullptr && at < array->Count() && !array->IsShared() && !array->HasBoxes()) {
+  if (array != nullptr && at < array->Written() && !array->IsShared() && !array->HasBoxes()) {
     out.p = array->Data<Cell>() + at;
     return true;
   }
@@ -435,16 +458,16 @@ bool Machine::CallChosen(const CallSite& site, Cell& out) {
 bool Machine::CallLooking(const CallSite& site, Cell& out) {
   Cell result = ZeroCell();
   bool done = false;
-  bool threw = false;
+  std::exception_ptr thrown;
   const uint32_t outer = std::exchange(inBuiltIn_, frameCount_);
   try {
     done = CallFunction(site, result);
-  } catch (const std::bad_alloc&) {
-    threw = true;
+  } catch (...) {
+    thrown = std::current_exception();
   }
   inBuiltIn_ = outer;
   if (!lent_.empty()) TakeBackLocals();
-  if (threw) throw std::bad_alloc();
+  if (thrown) std::rethrow_exception(thrown);
   // The result may go into one of them.
   if (done && !run_.stopFlag && !unwinding_) out = result;
   return done;
@@ -463,10 +486,12 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
     stack->CutTo(height);
   } else {
     try {
-      if (function.GetImplementation() != nullptr)
-        function.GetImplementation()(&call);
-      else
-        function.GetExtendedImplementation()(&call, &context_);
+      if (function.Traits().interruptible) {
+        CallImplementation(function, call);
+      } else {
+        const kel::Interruptible host(false);
+        CallImplementation(function, call);
+      }
     } catch (const kel::Interrupted&) {
       Interrupt();
     } catch (const std::bad_alloc&) {
@@ -530,7 +555,11 @@ bool Machine::SameText(const StrBuf* a, const StrBuf* b) {
 }
 
 int32_t Machine::CompareTexts(const StrBuf* a, const StrBuf* b) {
-  return CompareText(TextOf(a), TextOf(b), IsCaseSensitive());
+  const std::string_view left = TextOf(a);
+  const std::string_view right = TextOf(b);
+  if (std::min(left.size(), right.size()) > kel::kBytesPerStep) [[unlikely]]
+    return CompareLargeTexts(left, right, IsCaseSensitive());
+  return CompareText(left, right, IsCaseSensitive());
 }
 
 }  // namespace tamber

@@ -280,7 +280,6 @@ int32_t Dispatch(FunctionCallInfo& info, Result (*)(Args...)) {
 template <auto Body, class Result, class... Args>
 int32_t Dispatch(FunctionCallInfo& info, Result (*)(Call&, Args...)) {
   Call call(info);
-  const kel::Interruptible interruptible(true);
   return Run<Body>(info, std::index_sequence_for<Args...>(), std::type_identity<void(Args...)>(),
                    call);
 }

@@ -96,13 +96,14 @@ const TypeRef& StringArrayType();
 /// What an error tells of a text that may be of any length.
 std::string_view Excerpt(std::string_view text);
 
-/// A text of known length, filled in by `fill(char*)`.
+/// A text of known length, filled in by `fill(char*)`, which may be left by an exception.
 template <class Fill>
 Text MakeText(uint64_t length, Fill fill) {
   if (length == 0) return {};
-  StrBuf* buffer = StrBuf::NewRaw(length);
+  StrBuf* const buffer = StrBuf::NewRaw(length);
+  Text text(buffer);
   fill(buffer->Data());
-  return Text(buffer);
+  return text;
 }
 
 }  // namespace tamber::strings

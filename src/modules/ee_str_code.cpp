@@ -72,14 +72,17 @@ std::string Encrypt(Call& call, std::string_view value, std::string_view cipher)
 
 std::string Utf16HexToText(std::string_view value, std::string_view tokens) {
   std::vector<uint16_t> units;
+  kel::StopPoll poll(65536);
   if (tokens.empty()) {
     for (size_t at = 0; at < value.size(); at += 4) {
+      poll.Step();
       const std::string_view digits = value.substr(at, 4);
       units.push_back(digits.size() == 4 ? UnitOf(digits) : '?');
     }
     return kel::Utf16UnitsToUtf8(units);
   }
   for (size_t at = 0; at < value.size(); ++at) {
+    poll.Step();
     const size_t begin = at;
     at = std::min(value.find_first_of(tokens, at), value.size());
     if (at > begin) units.push_back(UnitOf(value.substr(begin, at - begin)));

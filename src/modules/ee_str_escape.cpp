@@ -12,6 +12,8 @@
 namespace tamber::strings {
 namespace {
 
+constexpr uint64_t kPiecesPerLook = 16384;
+
 using ByteSet = std::array<bool, 256>;
 
 constexpr ByteSet MakeSet(std::string_view others) {
@@ -34,19 +36,25 @@ constexpr ByteSet kAsciiKept = MakePrintable();
 /// Every byte that is not kept becomes the prefix and two hexadecimal digits.
 Text EscapeBytes(std::string_view value, const ByteSet& kept, std::string_view prefix) {
   uint64_t escaped = 0;
-  for (const char c : value) escaped += kept[static_cast<unsigned char>(c)] ? 0 : 1;
+  kel::ForSteps(0, value.size(), kel::kBytesPerStep, [&](uint64_t at, uint64_t end) {
+    for (; at < end; ++at) escaped += kept[static_cast<unsigned char>(value[at])] ? 0 : 1;
+    return true;
+  });
   return MakeText(value.size() + escaped * (prefix.size() + 1), [&](char* out) {
     constexpr std::string_view kDigits = "0123456789abcdef";
-    for (const char c : value) {
-      const unsigned char byte = static_cast<unsigned char>(c);
-      if (kept[byte]) {
-        *out++ = c;
-        continue;
+    kel::ForSteps(0, value.size(), kel::kBytesPerStep, [&](uint64_t at, uint64_t end) {
+      for (const char c : value.substr(at, end - at)) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        if (kept[byte]) {
+          *out++ = c;
+          continue;
+        }
+        out = std::copy(prefix.begin(), prefix.end(), out);
+        *out++ = kDigits[byte >> 4];
+        *out++ = kDigits[byte & 15];
       }
-      out = std::copy(prefix.begin(), prefix.end(), out);
-      *out++ = kDigits[byte >> 4];
-      *out++ = kDigits[byte & 15];
-    }
+      return true;
+    });
   });
 }
 
@@ -92,11 +100,18 @@ Text ToAscii(std::string_view value) { return EscapeBytes(value, kAsciiKept, "\\
 Text ToBinary(std::string_view value) {
   if (value.empty()) return {};
   TextBuilder out(value.size());
+  kel::StopPoll poll(kPiecesPerLook);
   size_t at = 0;
   while (at < value.size()) {
-    const size_t slash = value.find('\\', at);
+    poll.Step();
+    const std::string_view part = value.substr(at, kel::kBytesPerStep);
+    const size_t slash = at + std::min(part.find('\\'), part.size());
     out.Append(value.substr(at, slash - at));
-    if (slash == std::string_view::npos) break;
+    if (slash == at + part.size()) {
+      kel::CheckStop();
+      at = slash;
+      continue;
+    }
     at = slash + 1;
     if (at == value.size()) {
       out.Append('\\');
@@ -112,8 +127,10 @@ Text ToBinary(std::string_view value) {
 Text EscapeHtml(std::string_view value) {
   if (value.empty()) return {};
   TextBuilder out(value.size() + value.size() / 4);
+  kel::StopPoll poll(kPiecesPerLook);
   size_t at = 0;
   while (at < value.size()) {
+    poll.Step();
     const size_t begin = at;
     while (at < value.size() && kHtmlKept[static_cast<unsigned char>(value[at])]) ++at;
     // A character of several bytes goes along with the kept ones.
@@ -131,11 +148,18 @@ Text ExpandEnvironment(Call& call, std::string_view path) {
   if (path.empty()) return {};
   const bool visible = call.Context().GetFilePolicy().ShowsEnvironment();
   TextBuilder out(path.size());
+  kel::StopPoll poll(kPiecesPerLook);
   size_t at = 0;
   while (at < path.size()) {
-    const size_t sign = path.find_first_of("%$", at);
+    poll.Step();
+    const std::string_view part = path.substr(at, kel::kBytesPerStep);
+    const size_t sign = at + std::min(part.find_first_of("%$"), part.size());
     out.Append(path.substr(at, sign - at));
-    if (sign == std::string_view::npos) break;
+    if (sign == at + part.size()) {
+      kel::CheckStop();
+      at = sign;
+      continue;
+    }
     const Mention mention = MentionAt(path.substr(sign));
     const auto value = visible ? kel::GetEnvironment(mention.name) : std::nullopt;
     if (value) {

@@ -64,7 +64,9 @@ std::string IntToHex(int32_t value) { return kel::Format("%x", value); }
 ArrayResult ToNumbers(std::string_view value) {
   static const TypeRef type = TypeDesc::ArrayOf(TypeDesc::Of(Kind::Int));
   ArrayResult numbers(type);
+  kel::StopPoll poll(65536);
   for (size_t at = 0; at < value.size(); ++at) {
+    poll.Step();
     const size_t begin = at;
     while (at < value.size() && kel::IsDigit(value[at])) ++at;
     if (at == begin) continue;

@@ -24,7 +24,9 @@ uint64_t TakeField(std::string_view& version) {
 
 /// Below 0, 0 or above 0. A missing field is 0.
 int Compare(std::string_view left, std::string_view right) {
+  kel::StopPoll poll(16384);
   while (!left.empty() || !right.empty()) {
+    poll.Step();
     const uint64_t a = TakeField(left);
     const uint64_t b = TakeField(right);
     if (a != b) return a < b ? -1 : 1;

@@ -4,9 +4,24 @@
 
 #include "kel/kelascii.h"
 #include "modules/ee_str_bodies.h"
+#include "modules/stepsort.h"
 
 namespace tamber::strings {
 namespace {
+
+constexpr uint64_t kTextsPerLook = 16384;
+constexpr uint64_t kBytesPerText = 256;
+
+/// A text of the same length with every byte replaced.
+Text Replaced(std::string_view value, char (*replace)(char)) {
+  return MakeText(value.size(), [&](char* out) {
+    kel::ForSteps(0, value.size(), kel::kBytesPerStep, [&](uint64_t begin, uint64_t end) {
+      const std::string_view part = value.substr(begin, end - begin);
+      out = std::transform(part.begin(), part.end(), out, replace);
+      return true;
+    });
+  });
+}
 
 /// A count as scripts give it: below 1 it is nothing.
 size_t CountOf(int32_t count) { return count > 0 ? static_cast<size_t>(count) : 0; }
@@ -45,17 +60,9 @@ std::string_view Right(std::string_view value, int32_t count) {
   return value.substr(value.size() - std::min(value.size(), CountOf(count)));
 }
 
-Text Lower(std::string_view value) {
-  return MakeText(value.size(), [&](char* out) {
-    std::transform(value.begin(), value.end(), out, kel::ToLower);
-  });
-}
+Text Lower(std::string_view value) { return Replaced(value, kel::ToLower); }
 
-Text Upper(std::string_view value) {
-  return MakeText(value.size(), [&](char* out) {
-    std::transform(value.begin(), value.end(), out, kel::ToUpper);
-  });
-}
+Text Upper(std::string_view value) { return Replaced(value, kel::ToUpper); }
 
 int32_t Length(std::string_view value) { return static_cast<int32_t>(value.size()); }
 
@@ -65,7 +72,10 @@ ArrayResult Tokenise(std::string_view value, std::string_view tokens) {
   ArrayResult pieces(StringArrayType());
   for (size_t at = 0; at < value.size(); ++at) {
     const size_t begin = at;
-    while (at < value.size() && !separates[static_cast<unsigned char>(value[at])]) ++at;
+    kel::ForSteps(begin, value.size(), kel::kBytesPerStep, [&](uint64_t, uint64_t end) {
+      while (at < end && !separates[static_cast<unsigned char>(value[at])]) ++at;
+      return at == end;
+    });
     if (at > begin) pieces.AppendText(value.substr(begin, at - begin));
   }
   return pieces;
@@ -76,11 +86,13 @@ ArrayResult Sort(const ArrayData* values, bool ascending, bool caseSensitive) {
   if (values == nullptr) return sorted;
   std::vector<std::string_view> texts(values->Count());
   for (uint32_t i = 0; i < values->Count(); ++i) texts[i] = ElementText(*values, i);
+  kel::StopPoll poll(kTextsPerLook);
   const auto before = [&](std::string_view a, std::string_view b) {
+    poll.Step(1 + a.size() / kBytesPerText);
     if (!ascending) std::swap(a, b);
     return caseSensitive ? a < b : kel::CompareNoCase(a, b) < 0;
   };
-  std::stable_sort(texts.begin(), texts.end(), before);
+  SortInSteps(texts.begin(), texts.end(), before);
   sorted->Reserve(texts.size());
   for (const std::string_view text : texts) sorted.AppendText(text);
   return sorted;

@@ -7,10 +7,14 @@
 
 #include "context/tambctxt.h"
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "values/structdata.h"
 
 namespace tamber {
 namespace {
+
+constexpr uint64_t kElementsPerLook = 4096;
+constexpr uint64_t kNumbersPerLook = uint64_t{1} << 20;
 
 uint32_t CountOf(const ArrayOperand& array) {
   return array.data != nullptr ? array.data->Count() : 0;
@@ -150,7 +154,9 @@ std::vector<uint32_t> FirstOfEquals(const ArrayData& array, const ValueIdentity&
   std::vector<uint32_t> table(size, kFree);
   std::vector<uint32_t> firsts;
   const Kind kind = array.StorageKind();
+  kel::StopPoll poll(kElementsPerLook);
   for (uint32_t i = 0; i < array.Count(); ++i) {
+    poll.Step();
     const Cell cell = array.Peek(i);
     size_t slot = identity.Hash(kind, cell) & (size - 1);
     while (table[slot] != kFree && !identity.Equal(kind, array.Peek(table[slot]), cell)) {
@@ -239,9 +245,13 @@ bool MatchesCell(Kind kind, Cell cell, const Equal& equal) {
 template <class Stored, class Equal>
 uint32_t ScanStored(const ArrayData& array, uint32_t from, const Equal& equal) {
   const Stored* elements = array.Data<Stored>();
-  const uint32_t count = array.Count();
-  while (from < count && !equal(elements[from])) ++from;
-  return from;
+  uint64_t at = from;
+  kel::ForSteps(from, array.Count(), kNumbersPerLook, [&](uint64_t begin, uint64_t end) {
+    at = begin;
+    while (at < end && !equal(elements[at])) ++at;
+    return at == end;
+  });
+  return static_cast<uint32_t>(at);
 }
 
 /// 0-based position of the first match at or after `from`, the count when there is none.
@@ -253,7 +263,11 @@ uint32_t Scan(const ArrayData& array, uint32_t from, const Equal& equal) {
     if (kind == Kind::Float) return ScanStored<float>(array, from, equal);
     if (kind == Kind::Double) return ScanStored<double>(array, from, equal);
   }
-  while (from < array.Count() && !MatchesCell(kind, array.Peek(from), equal)) ++from;
+  kel::StopPoll poll(kElementsPerLook);
+  while (from < array.Count() && !MatchesCell(kind, array.Peek(from), equal)) {
+    poll.Step();
+    ++from;
+  }
   return from;
 }
 
@@ -328,7 +342,9 @@ ArrayResult ArrayRemoveDupCase(Call& call, ArrayOperand array, bool caseSensitiv
   if (firsts.size() == array.data->Count()) return SameArray(array);
   ArrayResult result(array.type, ArrayData::New(array.data->ElementType()));
   result->Reserve(firsts.size());
+  kel::StopPoll poll(kElementsPerLook);
   for (const uint32_t at : firsts) {
+    poll.Step();
     result->Append(CopyCell(array.data->StorageKind(), array.data->Peek(at)));
   }
   return result;
@@ -352,7 +368,9 @@ int32_t ArrayFindMember(Call& call, ArrayOperand array, std::string_view member,
   }
   const auto equal = MakeEqual(call, value);
   uint32_t at = FirstPosition(start);
+  kel::StopPoll poll(kElementsPerLook);
   for (; at < array.data->Count(); ++at) {
+    poll.Step();
     const std::optional<Cell> cell = reader.Read(at);
     if (cell && MatchesCell(reader.GetKind(), *cell, equal)) break;
   }

@@ -7,10 +7,14 @@
 #include "kel/cipher.h"
 #include "kel/kelascii.h"
 #include "modules/ee_var_array.h"
+#include "modules/stepsort.h"
 
 /// Sorting is stable in both directions: elements that compare equal keep the order they had.
 namespace tamber {
 namespace {
+
+constexpr uint64_t kTextsPerLook = 16384;
+constexpr uint64_t kBytesPerText = 256;
 
 struct Order {
   bool ascending;
@@ -26,7 +30,11 @@ template <class It, class KeyOf>
 It PartOff(It first, It last, KeyOf keyOf) {
   using Key = std::decay_t<decltype(keyOf(*first))>;
   if constexpr (std::is_floating_point_v<Key>) {
-    return std::stable_partition(first, last, [&](const auto& e) { return !std::isnan(keyOf(e)); });
+    kel::StopPoll poll(kSortedRun);
+    return std::stable_partition(first, last, [&](const auto& e) {
+      poll.Step();
+      return !std::isnan(keyOf(e));
+    });
   } else {
     return last;
   }
@@ -37,17 +45,17 @@ template <class It, class KeyOf>
 void SortNumbers(It first, It last, KeyOf keyOf, Order order) {
   last = PartOff(first, last, keyOf);
   if (order.ascending) {
-    std::stable_sort(first, last,
-                     [&](const auto& a, const auto& b) { return keyOf(a) < keyOf(b); });
+    SortInSteps(first, last, [&](const auto& a, const auto& b) { return keyOf(a) < keyOf(b); });
   } else {
-    std::stable_sort(first, last,
-                     [&](const auto& a, const auto& b) { return keyOf(b) < keyOf(a); });
+    SortInSteps(first, last, [&](const auto& a, const auto& b) { return keyOf(b) < keyOf(a); });
   }
 }
 
 template <class It, class KeyOf>
 void SortTexts(It first, It last, KeyOf keyOf, Order order) {
-  std::stable_sort(first, last, [&](const auto& a, const auto& b) {
+  kel::StopPoll poll(kTextsPerLook);
+  SortInSteps(first, last, [&](const auto& a, const auto& b) {
+    poll.Step(1 + keyOf(a).size() / kBytesPerText);
     const int difference = order.Compare(keyOf(a), keyOf(b));
     return order.ascending ? difference < 0 : difference > 0;
   });
@@ -64,16 +72,27 @@ class PlainTexts {
  public:
   explicit PlainTexts(const std::vector<Keyed>& elements) {
     texts_.reserve(elements.size());
-    for (const Keyed& e : elements) texts_.emplace_back(Operand{Kind::EString, e.key}.AsText());
+    kel::StopPoll poll(kTextsPerLook);
+    try {
+      for (const Keyed& e : elements) {
+        poll.Step();
+        texts_.emplace_back(Operand{Kind::EString, e.key}.AsText());
+      }
+    } catch (...) {
+      WipeAll();
+      throw;
+    }
   }
   PlainTexts(const PlainTexts&) = delete;
   PlainTexts& operator=(const PlainTexts&) = delete;
-  ~PlainTexts() {
-    for (std::string& text : texts_) kel::Wipe(text.data(), text.size());
-  }
+  ~PlainTexts() { WipeAll(); }
   std::string_view Of(const Keyed& element) const { return texts_[element.at]; }
 
  private:
+  void WipeAll() {
+    for (std::string& text : texts_) kel::Wipe(text.data(), text.size());
+  }
+
   std::vector<std::string> texts_;
 };
 
@@ -122,6 +141,8 @@ bool SortKeyed(std::vector<Keyed>& elements, Kind kind, Order order) {
 /// Brings the cells of an array, which has no boxes, into the order of `elements`.
 void Arrange(ArrayData& array, const std::vector<Keyed>& elements) {
   Cell* cells = array.Data<Cell>();
+  // Elements have one place at a time: from here on nothing is left.
+  const kel::Interruptible whole(false);
   const std::vector<Cell> before(cells, cells + array.Count());
   for (size_t i = 0; i < elements.size(); ++i) cells[i] = before[elements[i].at];
 }
@@ -153,7 +174,11 @@ bool SortElements(ArrayData& array, Order order) {
       break;
   }
   std::vector<Keyed> elements(array.Count());
-  for (uint32_t i = 0; i < array.Count(); ++i) elements[i] = {array.Data<Cell>()[i], i};
+  kel::StopPoll poll(kTextsPerLook);
+  for (uint32_t i = 0; i < array.Count(); ++i) {
+    poll.Step();
+    elements[i] = {array.Data<Cell>()[i], i};
+  }
   if (!SortKeyed(elements, array.StorageKind(), order)) return false;
   Arrange(array, elements);
   return true;
@@ -174,7 +199,9 @@ ArrayResult SortedByMember(Call& call, const ArrayOperand& array, std::string_vi
   const MemberReader reader(array, member);
   std::vector<Keyed> elements;
   elements.reserve(array.data->Count());
+  kel::StopPoll poll(kTextsPerLook);
   for (uint32_t i = 0; reader.IsFound() && i < array.data->Count(); ++i) {
+    poll.Step();
     const std::optional<Cell> key = reader.Read(i);
     if (!key) break;
     elements.push_back({*key, i});

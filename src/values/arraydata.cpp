@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kel/memory.h"
+#include "kel/stop.h"
 #include "values/cellops.h"
 #include "values/nesting.h"
 #include "values/store.h"
@@ -22,6 +23,7 @@ constexpr uint64_t kMaxCount = 0xFFFFFFFEu;
 constexpr uint32_t kSharedDefaults = 65536;
 /// What an element that is an object costs at least.
 constexpr uint64_t kObjectSize = 64;
+constexpr uint64_t kElementsPerLook = 4096;
 
 /// Room for arrays that grow: repeated appends must cost linear time altogether.
 uint64_t GrownCount(uint32_t count) { return std::min(uint64_t{count} + count / 2 + 8, kMaxCount); }
@@ -131,11 +133,13 @@ void ArrayData::Put(uint32_t at, Cell value) {
     StoreRaw(at, value);
     return;
   }
+  written_ = std::max(written_, at + 1);
   StoreCell(kind_, Data<Cell>()[at], WithoutBoxes(kind_, value));
 }
 
 Place ArrayData::Enter(uint32_t at) {
   if (Variable* box = FindBox(at)) return PlaceOf(*box);
+  written_ = std::max(written_, at + 1);
   Cell& cell = Data<Cell>()[at];
   return kind_ == Kind::Any ? PlaceOf(*cell.v) : Place{&cell, element_.Get()};
 }
@@ -143,22 +147,21 @@ Place ArrayData::Enter(uint32_t at) {
 void ArrayData::Grow(uint64_t count) {
   if (count > kMaxCount) throw std::bad_alloc();
   const auto wanted = static_cast<size_t>(count);
-  const size_t used = size_t{count_} * CellSize();
-  void* memory = nullptr;
   if (!kel::CanAllocate(wanted * CellSize())) throw std::bad_alloc();
   if (wanted > size_t{capacity_} * 2) {
     // Fresh zeroed pages cost nothing until they are touched, so that a huge empty array is cheap.
-    memory = std::calloc(wanted, CellSize());
+    std::unique_ptr<void, decltype(&std::free)> memory(std::calloc(wanted, CellSize()), &std::free);
     if (memory == nullptr) throw std::bad_alloc();
-    if (used > 0) std::memcpy(memory, data_, used);
+    kel::CopyInSteps(memory.get(), data_, size_t{count_} * CellSize());
     std::free(data_);
+    data_ = memory.release();
   } else {
     const size_t before = size_t{capacity_} * CellSize();
-    memory = std::realloc(data_, wanted * CellSize());
+    void* memory = std::realloc(data_, wanted * CellSize());
     if (memory == nullptr) throw std::bad_alloc();
-    std::memset(static_cast<char*>(memory) + before, 0, wanted * CellSize() - before);
+    data_ = memory;
+    kel::ClearInSteps(static_cast<char*>(memory) + before, wanted * CellSize() - before);
   }
-  data_ = memory;
   capacity_ = static_cast<uint32_t>(wanted);
 }
 
@@ -172,7 +175,7 @@ void ArrayData::Append(Cell value) {
     Grow(GrownCount(count_));
   }
   StoreRaw(count_, WithoutBoxes(kind_, value));
-  ++count_;
+  written_ = ++count_;
 }
 
 void ArrayData::Resize(uint64_t count) {
@@ -189,6 +192,7 @@ void ArrayData::Resize(uint64_t count) {
     return;
   }
   count_ = static_cast<uint32_t>(count);
+  if (!IsManaged(kind_)) written_ = count_;
 }
 
 void ArrayData::CheckRoomForObjects(uint64_t count) {
@@ -198,8 +202,10 @@ void ArrayData::CheckRoomForObjects(uint64_t count) {
 void ArrayData::AppendDefaults(uint32_t count) {
   const uint32_t before = count_;
   OwnedCell sample(kind_, ZeroCell());
+  kel::StopPoll poll(kElementsPerLook);
   try {
     while (count_ < count) {
+      poll.Step();
       if (kind_ != Kind::Struct) {
         Append(DefaultElement());
         continue;
@@ -224,16 +230,32 @@ Cell ArrayData::DefaultElement() const {
   return cell;
 }
 
+/// Brings the cells behind the first `count` back to zero. Many are given back instead, which takes
+/// no time.
+void ArrayData::ClearFrom(uint32_t count) {
+  const size_t kept = size_t{count} * CellSize();
+  const size_t cleared = size_t{count_ - count} * CellSize();
+  void* const shorter = cleared > kel::kBytesPerStep ? std::realloc(data_, kept) : nullptr;
+  if (shorter != nullptr) {
+    data_ = shorter;
+    capacity_ = count;
+  } else {
+    std::memset(static_cast<char*>(data_) + kept, 0, cleared);
+  }
+}
+
+/// Elements that are objects or texts are let go one by one. The rest need only be cleared when
+/// their memory stays.
 void ArrayData::DropFrom(uint32_t count) {
+  const bool stays = count > 0;
   if (IsManaged(kind_)) {
-    for (uint32_t at = count; at < count_; ++at) {
+    for (uint32_t at = count; at < written_; ++at) {
       const Cell old = LoadRaw(at);
       StoreRaw(at, ZeroCell());
       ReleaseCell(kind_, old);
     }
-  } else if (count < count_) {
-    std::memset(static_cast<char*>(data_) + size_t{count} * CellSize(), 0,
-                size_t{count_ - count} * CellSize());
+  } else if (stays && count < count_) {
+    ClearFrom(count);
   }
   if (boxes_ != nullptr) {
     for (auto box = boxes_->begin(); box != boxes_->end();) {
@@ -247,7 +269,8 @@ void ArrayData::DropFrom(uint32_t count) {
     }
   }
   count_ = count;
-  if (count > 0) return;
+  written_ = std::min(written_, count);
+  if (stays) return;
   boxes_.reset();
   std::free(data_);
   data_ = nullptr;
@@ -256,6 +279,7 @@ void ArrayData::DropFrom(uint32_t count) {
 
 void ArrayData::Swap(uint32_t a, uint32_t b) {
   if (a == b) return;
+  written_ = std::max({written_, a + 1, b + 1});
   const Cell first = LoadRaw(a);
   StoreRaw(a, LoadRaw(b));
   StoreRaw(b, first);
@@ -274,6 +298,7 @@ void ArrayData::CloseGap(uint32_t at) {
   char* gap = static_cast<char*>(data_) + size_t{at} * size;
   std::memmove(gap, gap + size, static_cast<size_t>(count_ - at - 1) * size);
   --count_;
+  written_ = std::min(written_, count_);
   StoreRaw(count_, ZeroCell());
   if (boxes_ == nullptr || boxes_->empty()) return;
   BoxMap moved;
@@ -299,10 +324,14 @@ ArrayData* ArrayData::Copy() const {
   ArrayData* array = copy.cell.a = New(element_);
   array->Reserve(count_);
   if (!IsManaged(kind_) && boxes_ == nullptr) {
-    if (count_ > 0) std::memcpy(array->data_, data_, size_t{count_} * CellSize());
-    array->count_ = count_;
+    kel::CopyInSteps(array->data_, data_, size_t{count_} * CellSize());
+    array->written_ = array->count_ = count_;
   } else {
-    for (uint32_t at = 0; at < count_; ++at) array->Append(CopyCell(kind_, Peek(at)));
+    kel::StopPoll poll(kElementsPerLook);
+    for (uint32_t at = 0; at < count_; ++at) {
+      poll.Step();
+      array->Append(CopyCell(kind_, Peek(at)));
+    }
   }
   return copy.Take().a;
 }
@@ -353,7 +382,7 @@ void ArrayData::AppendBox(Variable* element) {
   try {
     (*boxes_)[count_ - 1] = element;
   } catch (...) {
-    --count_;
+    written_ = --count_;
     throw;
   }
 }
@@ -380,6 +409,7 @@ void ArrayData::SweepBoxes() {
       ++box;
       continue;
     }
+    written_ = std::max(written_, box->first + 1);
     StoreRaw(box->first, Unbox(box->second));
     box = boxes_->erase(box);
   }

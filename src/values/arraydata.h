@@ -33,6 +33,8 @@ class ArrayData final : public RefObject {
   /// Kind of the stored cells: that of the element type, Any for generic and odd ones.
   Kind StorageKind() const { return kind_; }
   uint32_t Count() const { return count_; }
+  /// The cells from here on have not been written to since the array grew over them.
+  uint32_t Written() const { return written_; }
   bool HasBoxes() const { return boxes_ != nullptr; }
 
   /// Raw storage of an array without boxes: int8_t for Bool and Char, int32_t for Int, float,
@@ -93,11 +95,13 @@ class ArrayData final : public RefObject {
   void StoreRaw(uint32_t at, Cell value);
   Variable* FindBox(uint32_t at) const;
   void DropFrom(uint32_t count);
+  void ClearFrom(uint32_t count);
 
   using BoxMap = std::unordered_map<uint32_t, Variable*>;
   Kind kind_ = Kind::Any;
   uint32_t count_ = 0;
   uint32_t capacity_ = 0;
+  uint32_t written_ = 0;
   void* data_ = nullptr;  // zero from count_ to capacity_
   std::unique_ptr<BoxMap> boxes_;
   TypeRef element_;

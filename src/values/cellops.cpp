@@ -9,6 +9,7 @@
 
 #include "kel/cipher.h"
 #include "kel/number.h"
+#include "kel/stop.h"
 #include "values/arraydata.h"
 #include "values/nesting.h"
 #include "values/store.h"
@@ -28,6 +29,8 @@
 
 namespace tamber {
 namespace {
+
+constexpr uint64_t kElementsPerLook = 4096;
 
 // --- destruction -------------------------------------------------------------------------------
 
@@ -94,13 +97,12 @@ bool AsksVariable(Kind kind, Cell cell) { return HoldsObjects(kind) && cell.v !=
 
 StrBuf* TextOfChars(const ArrayData* chars) {
   if (chars == nullptr || chars->Count() == 0) return nullptr;
+  if (!chars->HasBoxes()) {
+    return StrBuf::New({reinterpret_cast<const char*>(chars->Data<int8_t>()), chars->Count()});
+  }
   StrBuf* text = StrBuf::NewRaw(chars->Count());
-  if (chars->HasBoxes()) {
-    for (uint32_t i = 0; i < chars->Count(); ++i) {
-      text->Data()[i] = static_cast<char>(chars->Peek(i).i);
-    }
-  } else {
-    std::memcpy(text->Data(), chars->Data<int8_t>(), chars->Count());
+  for (uint32_t i = 0; i < chars->Count(); ++i) {
+    text->Data()[i] = static_cast<char>(chars->Peek(i).i);
   }
   return text;
 }
@@ -152,7 +154,9 @@ bool ConvertElements(const TypeRef& to, const ArrayData& from, OwnedCell& made) 
   const TypeDesc& source = from.StorageKind() == Kind::Any ? unknown : *from.ElementType();
   made.cell.a = ArrayData::New(to);
   made.cell.a->Reserve(from.Count());
+  kel::StopPoll poll(kElementsPerLook);
   for (uint32_t i = 0; i < from.Count(); ++i) {
+    poll.Step();
     Cell element = ZeroCell();
     if (!ConvertCell(*to, source, from.Peek(i), element)) return false;
     made.cell.a->Append(element);
@@ -266,7 +270,9 @@ bool IsSameArray(const ArrayData* left, const ArrayData* right) {
   if (left == right || count != (right != nullptr ? right->Count() : 0)) return left == right;
   if (count == 0) return true;
   if (left->StorageKind() != right->StorageKind()) return false;
+  kel::StopPoll poll(kElementsPerLook);
   for (uint32_t i = 0; i < count; ++i) {
+    poll.Step();
     if (!IsSameCell(left->StorageKind(), left->Peek(i), right->Peek(i))) return false;
   }
   return true;

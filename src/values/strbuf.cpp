@@ -7,6 +7,7 @@
 #include <new>
 
 #include "kel/memory.h"
+#include "kel/stop.h"
 
 namespace tamber {
 namespace {
@@ -38,6 +39,34 @@ void Terminate(StrBuf* text, uint64_t length) {
   text->Data()[length] = '\0';
 }
 
+/// Copies into a buffer that nobody else knows yet, which goes when the copying is left.
+void Fill(StrBuf* fresh, size_t at, std::string_view text) {
+  if (text.size() <= kel::kBytesPerStep) {
+    if (!text.empty()) std::memcpy(fresh->Data() + at, text.data(), text.size());
+    return;
+  }
+  try {
+    kel::CopyLarge(fresh->Data() + at, text.data(), text.size());
+  } catch (const kel::Interrupted&) {
+    std::free(static_cast<void*>(fresh));
+    throw;
+  }
+}
+
+/// Copies behind a text, which stays as it was when the copying is left.
+void CopyBehind(StrBuf* text, std::string_view tail) {
+  if (tail.size() <= kel::kBytesPerStep) {
+    std::memcpy(text->Data() + text->length, tail.data(), tail.size());
+    return;
+  }
+  try {
+    kel::CopyLarge(text->Data() + text->length, tail.data(), tail.size());
+  } catch (const kel::Interrupted&) {
+    Terminate(text, text->length);
+    throw;
+  }
+}
+
 }  // namespace
 
 StrBuf* StrBuf::WithCapacity(uint64_t length, uint64_t capacity) {
@@ -57,22 +86,22 @@ StrBuf* StrBuf::NewRaw(uint64_t length) {
 
 StrBuf* StrBuf::New(std::string_view text) {
   StrBuf* buffer = NewRaw(text.size());
-  if (!text.empty()) std::memcpy(buffer->Data(), text.data(), text.size());
+  Fill(buffer, 0, text);
   return buffer;
 }
 
 StrBuf* StrBuf::Join(std::string_view left, std::string_view right) {
   if (left.empty() && right.empty()) return nullptr;
   StrBuf* buffer = NewRaw(uint64_t{left.size()} + right.size());
-  if (!left.empty()) std::memcpy(buffer->Data(), left.data(), left.size());
-  if (!right.empty()) std::memcpy(buffer->Data() + left.size(), right.data(), right.size());
+  Fill(buffer, 0, left);
+  Fill(buffer, left.size(), right);
   return buffer;
 }
 
 StrBuf* StrBuf::Extended(StrBuf* text, std::string_view tail, uint64_t length) {
   StrBuf* longer = WithCapacity(text->length, GrownCapacity(length));
-  std::memcpy(longer->Data(), text->Data(), text->length);
-  std::memcpy(longer->Data() + text->length, tail.data(), tail.size());
+  Fill(longer, 0, text->View());
+  Fill(longer, text->length, tail);
   Terminate(longer, length);
   return longer;
 }
@@ -110,7 +139,7 @@ void AppendText(StrBuf*& slot, std::string_view tail) {
     slot = text;
     if (inside) tail = {text->Data() + offset, tail.size()};
   }
-  std::memcpy(text->Data() + text->length, tail.data(), tail.size());
+  CopyBehind(text, tail);
   Terminate(text, length);
 }
 

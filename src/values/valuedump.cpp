@@ -2,6 +2,7 @@
 
 #include "kel/kelformat.h"
 #include "kel/number.h"
+#include "kel/stop.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/strbuf.h"
@@ -84,7 +85,9 @@ void AppendNamed(std::string& out, std::string_view name, const TypeDesc& type, 
 }
 
 void AppendElements(std::string& out, const ArrayData& array, const std::string& indent) {
+  kel::StopPoll poll(256);
   for (uint32_t i = 0; i < array.Count(); ++i) {
+    poll.Step();
     Cell cell = array.Peek(i);
     const TypeDesc* type = array.ElementType().Get();
     if (array.StorageKind() == Kind::Any) {

@@ -5,6 +5,7 @@
 
 #include "kel/kelascii.h"
 #include "kel/number.h"
+#include "kel/stop.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/store.h"
@@ -55,6 +56,7 @@ void StoreArray(const ArrayData* array, const std::string& key, SessionStore& st
 void StoreAt(const TypeDesc& type, Cell cell, const std::string& key, SessionStore& store,
              int depth) {
   if (depth == 0) return;
+  kel::CheckStop();
   switch (type.GetKind()) {
     case Kind::Bool:
     case Kind::Char:
@@ -149,7 +151,9 @@ void ChangeArray(const ArrayData* now, const ArrayData* before, const std::strin
     StoreArray(now, key, store, depth);
     return;
   }
+  kel::StopPoll poll(4096);
   for (uint32_t i = 0; i < before->Count(); ++i) {
+    poll.Step();
     ChangeElement(*now, *before, i, key, store, depth);
   }
   if (now->Count() > before->Count()) StoreElements(*now, before->Count(), key, store, depth);
@@ -225,6 +229,7 @@ void LoadArray(const Place& place, const std::string& key, SessionStore& store, 
 void LoadAt(const TypeDesc& type, Cell& slot, const std::string& key, SessionStore& store,
             int depth) {
   if (depth == 0) return;
+  kel::CheckStop();
   const Kind kind = type.GetKind();
   Cell number = ZeroCell();
   std::string text;

@@ -2,9 +2,11 @@
 
 #include <chrono>
 #include <filesystem>
+#include <future>
 #include <thread>
 
 #include "host/call.h"
+#include "host/register.h"
 #include "kel/tempdir.h"
 #include "values/errcodes.h"
 
@@ -55,6 +57,100 @@ TEST_F(Stop, EndsWhateverRuns) {
   Interrupt(
       "proc Handle()\nWait(1000000)\nendproc\nproc main()\nErrHandler = \"Handle\"\n"
       "int i\ni = 1 / i\nPrint(\"late\")\nendproc\n");
+}
+
+constexpr const char* kNumbers =
+    "int a[]\na += 8000000\nfor (i = 1; i <= 8000000; i += 1)\na[i] = i * 7919\nendfor\n";
+constexpr const char* kText =
+    "t = \"word, and a + 1;\"\nfor (i = 1; i <= 22; i += 1)\nt += t\nendfor\n";
+constexpr const char* kSum = "t = \"1\"\nfor (i = 1; i <= 600000; i += 1)\nt += \"+1\"\nendfor\n";
+
+TEST_F(Stop, ComesToAllThatTakesLong) {
+  struct Case {
+    const char* before;  ///< not counted
+    const char* work;    ///< takes many seconds when it is not stopped
+  };
+  const Case cases[] = {
+      {kNumbers, "while 1\na = ArraySort(a, (i % 2) == 0)\ni += 1\nwend\n"},
+      {kNumbers, "while 1\na = ArrayRemoveDup(a)\nwend\n"},
+      {kNumbers, "while 1\ni = ArrayFind(a, 5.5, 1)\nwend\n"},
+      {"", "estring e[]\ne += 100000000\n"},
+      {kText, "while 1\nt = t + \"\"\nwend\n"},
+      {kText, "string b[]\nwhile 1\nb = StrTokenise(t, \" \")\nwend\n"},
+      {kText, "while 1\nt = StrToLower(t)\nwend\n"},
+      {kText, "while 1\nt = StrDecodeBase64(StrEncodeBase64(t))\nwend\n"},
+      {kText, "while 1\nt = ConvertFromHex(ConvertToHex(t))\nwend\n"},
+      {kText, "while 1\nStrEscapeHtml(t)\nwend\n"},
+      {kText, "while 1\ni = StrFind(t, \"absent, and long enough for a folded copy\")\nwend\n"},
+      {kText, "bool c\nwhile 1\nc = CompareVersions(t, \"<\", t)\nwend\n"},
+      {kSum, "while 1\ni = MakeInt(t)\nwend\n"},
+  };
+  for (const Case& each : cases) {
+    std::string work = each.work;
+    std::promise<void> begun;
+    TamberContext context;
+    RegisterFunction(context, "int Begin ()", [&] {
+      begun.set_value();
+      return 1;
+    });
+    const std::string script = std::string("proc main()\nint i\nstring t\n") + each.before +
+                               "Begin()\n" + work + "endproc\n";
+    ASSERT_NE(context.CompileScriptBuffer("long", KelString(script), 1), 0) << work;
+    Clock::time_point asked;
+    std::thread host([&] {
+      begun.get_future().wait();
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      asked = Clock::now();
+      context.RequestStop();
+    });
+    EXPECT_EQ(context.RunProcedure("main", nullptr), 0) << work;
+    host.join();
+    EXPECT_LT(Clock::now() - asked, std::chrono::seconds(2)) << work;
+    EXPECT_EQ(context.GetContextError(), ERR_STOPPED) << work;
+  }
+}
+
+TEST_F(Stop, LeavesNothingHalfChanged) {
+  // The stop is there when the work begins, so that its first look ends it.
+  TamberContext context;
+  RegisterFunction(context, "int Stop ()", [&] {
+    context.RequestStop();
+    return 1;
+  });
+  const std::string script =
+      "string t = \"x\"\nint a[]\nproc main()\nint i\nfor (i = 1; i <= 23; i += 1)\nt += "
+      "t\nendfor\n"
+      "a += 3\na[3] = 7\nendproc\n"
+      "proc Longer()\nt += StrLeft(t, StrLen(t) - Stop())\nendproc\n"
+      "proc Larger()\na += Stop() * 100000000\nendproc\n"
+      "int Sum()\nreturn StrLen(t) - 8388608 + ArrayGetSize(a) + a[3]\nendproc\n";
+  ASSERT_NE(context.CompileScriptBuffer("whole", KelString(script), 1), 0);
+  ASSERT_NE(context.RunProcedure("main", nullptr), 0);
+  for (const char* change : {"Longer", "Larger"}) {
+    EXPECT_EQ(context.RunProcedure(change, nullptr), 0) << change;
+    EXPECT_EQ(context.GetContextError(), ERR_STOPPED);
+    context.CancelStop();
+    EXPECT_EQ(Call<int32_t>(context, "Sum").ValueOr(-1), 10) << change;
+  }
+}
+
+TEST_F(Stop, EndsCompiling) {
+  std::string script;
+  for (int i = 0; i < 150'000; ++i)
+    script += "int f" + std::to_string(i) + "(int n)\nint m\nm = n * 2\nreturn m\nendproc\n";
+  for (const int delay : {0, 30, 150}) {
+    TamberContext context;
+    std::thread host([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+      context.RequestStop();
+    });
+    EXPECT_EQ(context.CompileScriptBuffer("many", KelString(script), 1), 0);
+    host.join();
+    EXPECT_EQ(context.GetContextError(), ERR_STOPPED) << delay;
+    context.CancelStop();
+    EXPECT_NE(context.CompileScriptBuffer("one", KelString("int f1()\nreturn 1\nendproc\n"), 1), 0);
+    EXPECT_EQ(Call<int32_t>(context, "f1").ValueOr(-1), 1) << "nothing stays of what was stopped";
+  }
 }
 
 TEST_F(Stop, ReachesCalledScripts) {
