@@ -50,7 +50,7 @@ int32_t CounterNext(FunctionCallInfo* info) {
   const std::lock_guard lock(mutex);
   Counter* counter = PopCounter(info);
   if (counter != nullptr && counter->value >= kHighest) {
-    info->errorCode = errors[0].code;
+    info->errorCode = info->context->FindErrorCode("COUNTER_ERR_FULL");
   } else if (counter != nullptr) {
     ++counter->value;
     ++counter->calls;

@@ -188,6 +188,8 @@ class ContextState final : public MachineHost, public CompileHost {
   int32_t EndStopped();
   /// Runs a procedure; 1 when it ended well.
   int32_t RunFound(TamberProcedure& procedure, Stack& stack);
+  /// The procedure that a host names; null, with the error reported, when there is none.
+  TamberProcedure* FindToRun(const KelString& name);
   /// A call of the host that compiles or runs begins: there was no error yet.
   void ForgetDiagnostic() {
     if (errors.diagnostic.code != 0) ClearDiagnostic();

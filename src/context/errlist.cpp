@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "kel/kelascii.h"
+
 namespace {
 
 struct BuiltInError {
@@ -77,6 +79,13 @@ KelString ErrorList::GetErrorText(int32_t code) const {
 KelString ErrorList::GetErrorName(int32_t code) const {
   const ERRORINFO* error = GetError(code);
   return error != nullptr ? error->name : KelString();
+}
+
+int32_t ErrorList::FindErrorCode(std::string_view name) const {
+  for (const ERRORINFO& record : table_.Read().records) {
+    if (kel::EqualsNoCase(record.name.View(), name)) return record.code;
+  }
+  return 0;
 }
 
 // The records stay sorted as they are added, so that look-ups never change a table that other

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "kel/cow.h"
@@ -54,6 +55,8 @@ class TAMBER_API ErrorList {
   /// The message or name of a code; "" when the list does not hold it.
   KelString GetErrorText(int32_t code) const;
   KelString GetErrorName(int32_t code) const;
+  /// The lowest code of this name, in any case; 0 when the list does not hold it.
+  int32_t FindErrorCode(std::string_view name) const;
 
  private:
   struct Table {

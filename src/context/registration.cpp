@@ -77,6 +77,29 @@ void AddType(TamberContext& context, const KelString& name, const TypeRef& type)
 
 using Prototypes = std::map<const TamberContext*, const Variable*>;
 
+/// Keeps the error that a context has: what is refused of a module is no error of the script that
+/// includes it.
+class ErrorKeeper {
+ public:
+  explicit ErrorKeeper(TamberContext& context)
+      : context_(context), code_(context.GetContextError()), text_(context.GetContextErrorText()) {}
+  ErrorKeeper(const ErrorKeeper&) = delete;
+  ErrorKeeper& operator=(const ErrorKeeper&) = delete;
+  ~ErrorKeeper() {
+    if (context_.GetContextError() != code_) context_.SetContextError(code_, text_);
+  }
+
+ private:
+  TamberContext& context_;
+  int32_t code_;
+  KelString text_;
+};
+
+bool IsTypeName(std::string_view name) {
+  return !name.empty() &&
+         std::all_of(name.begin(), name.end(), [](char c) { return kel::IsAlnum(c) || c == '_'; });
+}
+
 /// A record without a place for the prototype wants the type all the same.
 void RegisterStructureRecord(TamberContext& context, const FUNCMOD_STRUCT& entry) {
   const Variable* prototype = nullptr;
@@ -108,6 +131,7 @@ void RegisterErrors(TamberContext& context, const FUNCMOD_REGISTRATION* record) 
   ForEachNamed<FUNCMOD_ERROR>(record, FUNCMOD_ERRORS, [&](const FUNCMOD_ERROR& entry) {
     const int32_t code = context.RegisterErrorCode(0, entry.name, entry.text);
     context.RegisterInteger(entry.name, static_cast<uint32_t>(code), VARLIST_CONSTANT);
+    // Contexts that count differently disagree about it: see TamberContext::FindErrorCode.
     const_cast<FUNCMOD_ERROR&>(entry).code = code;
   });
 }
@@ -138,6 +162,7 @@ bool TakesContext(const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type) 
 
 /// The whole of a record in the fixed order: what prototypes name comes before the prototypes.
 void RegisterLists(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
+  const ErrorKeeper keeper(context);
   RegisterConstants(context, record);
   RegisterTypes(context, record);
   RegisterErrors(context, record);
@@ -336,6 +361,11 @@ void TamberContext::RegisterString(const KelString& name, const KelString& value
 }
 
 uint32_t TamberContext::RegisterObjectType(const KelString& name) {
+  const TypeRef present = FindTypeRef(name);
+  if (!tamber::IsTypeName(name.View()) || (present && present->GetKind() != Kind::Handle)) {
+    SetContextError(present ? ERR_VAREXISTS : ERR_VARBADNAME, name);
+    return TypeList::kNotFound;
+  }
   const TypeRef type = TypeDesc::HandleOf(tamber::Name(name.View()));
   const uint32_t before = FindType(name);
   if (before == TypeList::kNotFound) tamber::AddType(*this, name, type);
@@ -346,16 +376,14 @@ uint32_t TamberContext::RegisterObjectType(const KelString& name) {
 int32_t TamberContext::RegisterStructure(const KelString& name, const KelString& members,
                                          const Variable** prototype) try {
   const TypeRef present = FindTypeRef(name);
-  if (!present) {
-    // A module that is refused is no error of the script that includes it.
-    const int32_t code = GetContextError();
-    const KelString text = GetContextErrorText();
-    if (tamber::DefineStructureText(*state_, name, members, tamber::kModuleStruct) != 0) {
-      SetContextError(code, text);
-    }
+  int32_t refused = ERR_SUCCESS;
+  if (!present && tamber::IsTypeName(name.View())) {
+    refused = tamber::DefineStructureText(*state_, name, members, tamber::kModuleStruct);
+  } else if (!present || present->GetKind() != Kind::Struct) {
+    refused = present ? ERR_VAREXISTS : ERR_VARBADNAME;
+    SetContextError(refused, name);
   }
-  const TypeRef type = FindTypeRef(name);
-  if (!type || type->GetKind() != Kind::Struct) {
+  if (refused != ERR_SUCCESS) {
     RegistrationError("Error trying to create structure '%S'", name);
     return 0;
   }
@@ -369,12 +397,16 @@ int32_t TamberContext::RegisterStructure(const KelString& name, const KelString&
 int32_t TamberContext::RegisterStructure(Variable* structure) {
   if (structure == nullptr || structure->IsStruct() == 0) {
     Variable::Delete(structure);
+    SetContextError(ERR_VARNOTSTRUCT, "");
     return 0;
   }
   const tamber::VarHolder owner(structure);
   try {
     const KelString name = structure->GetStructName();
-    if (name.IsEmpty()) return 0;
+    if (!tamber::IsTypeName(name.View())) {
+      SetContextError(ERR_VARBADNAME, name);
+      return 0;
+    }
     // The type has the values of the members: they are there wherever one of it is made.
     const TypeRef type = tamber::TypeLike(*structure);
     AddType(name, MakeVariable(type, tamber::Name()), tamber::kModuleStruct);
@@ -397,6 +429,10 @@ int32_t TamberContext::RegisterErrorCode(int32_t code, const KelString& name,
   }
   errors.AddError(code, name, text);
   return code;
+}
+
+int32_t TamberContext::FindErrorCode(std::string_view name) const {
+  return state_->errors.list.FindErrorCode(name);
 }
 
 void TamberContext::ShowRegistrationError(const KelString& message) {

@@ -63,6 +63,20 @@ int32_t ContextState::EndStopped() {
   return 0;
 }
 
+TamberProcedure* ContextState::FindToRun(const KelString& name) {
+  TamberProcedure* procedure = context.GetProcedure(name.View());
+  const bool isMain = kel::EqualsNoCase(name.View(), "main");
+  if (isMain && scopes.inherited.count("main") != 0) procedure = nullptr;
+  if (procedure != nullptr) return procedure;
+  context.SetContextError(isMain ? ERR_PROCNOMAIN : ERR_PROCNOTFOUND, name);
+  SourcePlace place;
+  if (const uint32_t scripts = context.GetScriptCount()) {
+    place.text = context.GetScript(scripts - 1)->GetText();
+  }
+  HandleParseError(place);
+  return nullptr;
+}
+
 int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
   if (!machine->IsRunning()) ForgetDiagnostic();
   if (!HasScriptFile()) context.SetScriptFile(procedure.GetScript()->Name(), 0);
@@ -210,16 +224,8 @@ int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
   const bool exited = state_->run.stopFlag && !state_->run.isInterrupted;
   if (exited || state_->config.compileOnly != 0) return 1;
   try {
-    TamberProcedure* procedure = GetProcedure(name.View());
-    bool isMain = kel::EqualsNoCase(name.View(), "main");
-    if (isMain && state_->scopes.inherited.count("main") != 0) procedure = nullptr;
-    if (procedure == nullptr) {
-      SetContextError(isMain ? ERR_PROCNOMAIN : ERR_PROCNOTFOUND, name);
-      tamber::SourcePlace place;
-      if (GetScriptCount() > 0) place.text = GetScript(GetScriptCount() - 1)->GetText();
-      state_->HandleParseError(place);
-      return 0;
-    }
+    TamberProcedure* procedure = state_->FindToRun(name);
+    if (procedure == nullptr) return 0;
     Stack own;
     return state_->RunFound(*procedure, stack != nullptr ? *stack : own);
   } catch (const std::bad_alloc&) {
@@ -259,6 +265,10 @@ void TamberContext::CancelStop() {
 }
 
 void TamberContext::ResetContext() {
+  if (state_->machine->IsRunning() && state_->modules->OwnsAny()) {
+    SetContextError(ERR_FUNCFAILED, "A context with modules cannot be reset while it runs");
+    return;
+  }
   try {
     tamber::SaveSessionVariables(*state_);
   } catch (const std::bad_alloc&) {

@@ -171,6 +171,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// run left them. For a host that limits the time of each run: call it before the next one, when
   /// its timer cannot fire for the last one any more. Not while something runs.
   void CancelStop();
+  /// Back to how the context was made, but for its settings: saves the session, forgets scripts,
+  /// variables and handles, and unloads modules. While a procedure runs and modules are loaded it
+  /// does nothing but leave error 102, for it could be a module's function that asks.
   void ResetContext();
   int32_t CompactScriptBuffer(const KelString& file, KelString& out);
 
@@ -180,6 +183,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   KelString GetContextErrorText() const;
   void UpdateErrCodeVar();
   int32_t RegisterErrorCode(int32_t code, const KelString& name, const KelString& text);
+  /// The number that an error has in this context, by its name; 0 when it has none. Functions of
+  /// modules ask for theirs here: other contexts may have given the same module other numbers.
+  int32_t FindErrorCode(std::string_view name) const;
   KelString GetErrorName(int32_t code);
   KelString GetErrorText(int32_t code);
   ErrorList& GetErrorList();
@@ -202,6 +208,9 @@ class TAMBER_API TamberContext : public TamberOperators,
   uint32_t AddVariable(Variable* variable, enum_VarListType scope);
   /// Hands the variable to the caller; null when absent.
   Variable* RemoveVariable(const KelString& name, enum_VarListType scope);
+  /// Puts a variable in the place of the one at an index, which is released. Takes ownership
+  /// whatever happens: where no variable is in that place, or none that can be replaced, the new
+  /// one is destroyed.
   void ReplaceVariable(uint32_t index, Variable* variable, enum_VarListType scope);
   void ClearVarList(uint32_t mask);
   /// Makes a further, empty local scope the one that look-ups and AddVariable mean, until it is
@@ -228,13 +237,21 @@ class TAMBER_API TamberContext : public TamberOperators,
   void RegisterBoolean(const KelString& name, int32_t value, enum_VarListType list);
   void RegisterInteger(const KelString& name, uint32_t value, enum_VarListType list);
   void RegisterString(const KelString& name, const KelString& value, enum_VarListType list);
+  /// Makes a handle type and the type of its arrays. Returns 0 for a new type, and for one that was
+  /// there the place that it had; `TypeList::kNotFound` with error 20201 for what is no name and
+  /// 20203 for the name of a type that is no handle type.
   uint32_t RegisterObjectType(const KelString& name);
+  /// Makes a structure of members that are declared as in scripts and parted by ";", and the type
+  /// of its arrays; `*prototype`, if wanted, is its prototype, on loan. Returns 1, also for a
+  /// structure that was there already, which stays as it is whatever the members say. Returns 0
+  /// with an error and a notice for what is no name (20201), for the name of another type (20203)
+  /// and for members that no script could declare.
   int32_t RegisterStructure(const KelString& name, const KelString& members,
                             const Variable** prototype);
   /// Makes a structure that has been built already the prototype of the type of its name, and takes
   /// ownership of it. Everything of the type begins with the values that its members have now: the
   /// variables, elements, members and results of scripts, and what `TamberType::CreateVariable`
-  /// makes. Returns 0 for what is no structure or has no structure name.
+  /// makes. Returns 0 for what is no structure (error 20013) or has no structure name (20201).
   int32_t RegisterStructure(Variable* structure);
   template <class... Args>
   void RegistrationError(std::string_view format, const Args&... args) {

@@ -105,13 +105,15 @@ Variable* TamberContext::RemoveVariable(const KelString& name, enum_VarListType 
 
 void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_VarListType scope) {
   enum_VarListType lowest;
-  if (!LowestScope(scope, lowest)) return;
-  State().run.ScopeChanged();
-  if (lowest == VARLIST_LOCAL) {
-    State().machine->ReplaceLocal(index, variable);
-  } else if (VarList* list = State().Scope(lowest)) {
-    list->ReplaceVariable(index, variable);
+  bool taken = false;
+  if (LowestScope(scope, lowest) && variable != nullptr) {
+    State().run.ScopeChanged();
+    VarList* list = lowest != VARLIST_LOCAL ? State().Scope(lowest) : nullptr;
+    taken = list != nullptr
+                ? list->ReplaceVariable(index, variable)
+                : lowest == VARLIST_LOCAL && State().machine->ReplaceLocal(index, variable);
   }
+  if (!taken) Variable::Delete(variable);
 }
 
 void TamberContext::ClearVarList(uint32_t mask) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -78,6 +79,11 @@ class ModuleList {
   void ClearModuleList();
   ModuleHost& Host() const { return *host_; }
   uint32_t GetCount() const { return static_cast<uint32_t>(modules_.size()); }
+  /// Whether there is a module that unloading all would free.
+  bool OwnsAny() const {
+    return std::any_of(modules_.begin(), modules_.end(),
+                       [](const Module& module) { return module.borrowed == 0; });
+  }
 
   /// Name of an entry point of a module file: "netutil.so" has InitialiseNetutilModule.
   static KelString GetModuleFunctionName(const KelString& path, FunctionNameEnum function);

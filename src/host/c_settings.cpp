@@ -137,7 +137,7 @@ int tamber_reset(tamber_context* context) {
   return WithContext(context, [](CContext& own) -> int {
     own.result.reset();
     own.context.ResetContext();
-    return TAMBER_OK;
+    return Said(own.context.GetContextError() == ERR_SUCCESS);
   });
 }
 

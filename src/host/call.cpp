@@ -87,12 +87,8 @@ std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context, std::string_vi
   ContextState& state = context.State();
   const uint32_t base = stack.GetSize() - arguments;
   state.ForgetDiagnostic();
-  TamberProcedure* procedure = context.GetProcedure(name);
-  if (procedure == nullptr) {
-    context.SetContextError(ERR_PROCNOTFOUND, KelString(name));
-    state.HandleParseError(SourcePlace());
-    return Failure(context);
-  }
+  TamberProcedure* procedure = state.FindToRun(KelString(name));
+  if (procedure == nullptr) return Failure(context);
   if (auto refused = CheckCall(context, *procedure, stack, arguments, result)) return refused;
   if (!state.RunFound(*procedure, stack)) return Failure(context);
   // A script that has ended itself gives no value.

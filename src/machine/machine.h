@@ -66,7 +66,8 @@ class Machine {
   Variable* GetLocal(uint32_t index);
   uint32_t AddLocal(Variable* variable);
   Variable* RemoveLocal(std::string_view name);
-  void ReplaceLocal(uint32_t index, Variable* variable);
+  /// False: no variable that can be replaced is in this place, and nothing was taken over.
+  bool ReplaceLocal(uint32_t index, Variable* variable);
   void ClearLocals();
   /// A further, empty local scope, which stands before the names of the running procedure until it
   /// is removed or the procedure ends.

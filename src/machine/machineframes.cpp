@@ -470,24 +470,17 @@ Variable* Machine::RemoveLocal(std::string_view name) {
   return variable;
 }
 
-void Machine::ReplaceLocal(uint32_t index, Variable* variable) {
-  if (VarList* scope = HostScope()) {
-    scope->ReplaceVariable(index, variable);
-    return;
-  }
+bool Machine::ReplaceLocal(uint32_t index, Variable* variable) {
+  if (VarList* scope = HostScope()) return scope->ReplaceVariable(index, variable);
   Frame* frame = ScopeFrame();
   uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
-  if (index >= slots) {
-    ExtraLocals().ReplaceVariable(index - slots, variable);
-    return;
-  }
+  if (index >= slots) return ExtraLocals().ReplaceVariable(index - slots, variable);
   // Code reads a local without looking twice; what it would not expect there stands behind a
   // reference, at which it does look.
   const Local& local = frame->code->procedure->Locals().At(index);
   if (!IsObject(*frame, index)) {
     Raise(ERR_FUNCFAILED, local.name.View());
-    Variable::Delete(variable);
-    return;
+    return false;
   }
   if (!VariableAccess::IsReference(*variable) && !HasLayoutOf(*variable, *local.type)) {
     auto* reference = new VarReference(KelString(local.name.View()), variable);
@@ -497,6 +490,7 @@ void Machine::ReplaceLocal(uint32_t index, Variable* variable) {
   Variable* old = frame->base[index].v;
   frame->base[index].v = variable;
   Variable::Delete(old);
+  return true;
 }
 
 void Machine::ClearLocals() {

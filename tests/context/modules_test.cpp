@@ -84,10 +84,23 @@ TEST_F(Modules, RegistersEveryListAndTakesItBack) {
   EXPECT_EQ(context_->GetErrorText(Constant("NET_ERR_DOWN")), "The net is down");
   EXPECT_EQ(context_->FindFunction("NetBroken"), 0u);
   EXPECT_NE(context_->FindFunction("NetFind"), 0u) << "its types were there before it";
-  EXPECT_EQ(context_->GetFunctionCount(), before + 4) << "one was refused, one replaced another";
+  EXPECT_EQ(context_->GetFunctionCount(), before + 5) << "one was refused, one replaced another";
   EXPECT_EQ(Run("Rand"), 42);
   Run("NetFail");
-  EXPECT_EQ(code_, Constant("NET_ERR_SLOW")) << "the codes came back into the module's record";
+  EXPECT_EQ(code_, Constant("NET_ERR_SLOW")) << "as this context counts";
+  TamberContext other;
+  other.RegisterErrorCode(0, "ERR_MINE", "mine");
+  ASSERT_TRUE(other.LoadFunctionModule("netutil.so", "", nullptr));
+  EXPECT_EQ(other.GetContextError(), 0) << "what was refused is no error of the script";
+  EXPECT_EQ(other.FindErrorCode("NET_ERR_SLOW"), Constant("NET_ERR_SLOW") + 1);
+  Run("NetFail");
+  EXPECT_EQ(code_, Constant("NET_ERR_SLOW")) << "as this context counts";
+  KelString output;
+  other.SetOutput(&output);
+  other.CompileScriptBuffer("s", "proc main()\n  Print(\"\" + NetReset() + NetTwice(2))\nendproc\n",
+                            1);
+  EXPECT_EQ(other.RunProcedure("main", nullptr), 1);
+  EXPECT_EQ(output.Str(), "1024") << "refused, and the module still there";
   const int32_t code = Constant("NET_ERR_DOWN");
 
   context_->ResetContext();
@@ -157,6 +170,30 @@ TEST_F(Modules, RefusesWhatIsNoModule) {
   EXPECT_EQ(context_->GetFunctionCount(), functions);
   context_.reset();
   EXPECT_EQ(cleanupCount, 0) << "what was not initialised is not cleaned up";
+}
+
+TEST_F(Modules, TypesThatAreRefusedSayWhy) {
+  EXPECT_EQ(context_->RegisterObjectType("Obj"), 0u);
+  EXPECT_EQ(context_->RegisterObjectType("Obj"), context_->FindType("Obj"));
+  EXPECT_EQ(context_->RegisterStructure("Pt", "int X;", nullptr), 1);
+  EXPECT_EQ(context_->RegisterStructure("Pt", "string Z;", nullptr), 1);
+  EXPECT_EQ(context_->GetContextError(), 0);
+  const auto failed = [this](int64_t result, int64_t failure) {
+    EXPECT_EQ(result, failure);
+    const int32_t code = context_->GetContextError();
+    context_->SetContextError(0, "");
+    return code;
+  };
+  for (const auto& [name, code] :
+       {std::pair("Pt", 20203), {"int", 20203}, {"", 20201}, {"a b", 20201}})
+    EXPECT_EQ(failed(context_->RegisterObjectType(name), TypeList::kNotFound), code) << name;
+  EXPECT_EQ(context_->FindTypeRef("Pt[]")->Element()->GetKind(), tamber::Kind::Struct);
+  for (const auto& [name, code] : {std::pair("Obj", 20203), {"", 20201}, {"a\nb", 20201}})
+    EXPECT_EQ(failed(context_->RegisterStructure(name, "int X;", nullptr), 0), code) << name;
+  EXPECT_NE(failed(context_->RegisterStructure("R", "nosuch X;", nullptr), 0), 0);
+  EXPECT_EQ(failed(context_->RegisterStructure(new VarString("s", 0)), 0), 20013);
+  EXPECT_EQ(failed(context_->RegisterStructure(new VarStruct("", 0)), 0), 20201);
+  EXPECT_EQ(notices_.size(), 4u);
 }
 
 // A host's structure with values of every sort, and everything that can be made of it.

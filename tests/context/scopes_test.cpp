@@ -36,8 +36,9 @@ TEST_F(Scopes, RemovedAndReplacedVariables) {
   removed = context_.RemoveVariable("x", VARLIST_GLOBAL);
   EXPECT_EQ(context_.RunProcedure("main", nullptr), 0);
   EXPECT_EQ(removed->GetIntegerValue(), 8) << "what a host has taken out is out of reach";
-  context_.ReplaceVariable(4711, removed, VARLIST_GLOBAL);
-  Variable::Delete(removed);
+  context_.ReplaceVariable(4711, removed, VARLIST_GLOBAL);  // takes it all the same
+  context_.ReplaceVariable(4711, new VarInteger("y", 0), VARLIST_LOCAL);
+  context_.ReplaceVariable(0, new VarInteger("y", 0), static_cast<enum_VarListType>(0));
 }
 
 TEST_F(Scopes, LocalContextsOfTheHost) {

@@ -259,7 +259,7 @@ TEST_F(CallTest, AResetInTheMiddleOfARunEndsItWell) {
   const auto result = Call(context_, "main");
   ASSERT_FALSE(result);
   EXPECT_EQ(result.Error().name, "ERR_VARNOTDECLARED");
-  EXPECT_EQ(Call(context_, "main").Error().name, "ERR_PROCNOTFOUND");
+  EXPECT_EQ(Call(context_, "main").Error().name, "ERR_PROCNOMAIN");
 }
 
 // What the compiler can know, it refuses.

@@ -22,6 +22,14 @@ int32_t ContextOf(FunctionCallInfo* info, TamberContext* context) {
   return 1;
 }
 
+/// Asks for what would unload the code that asks.
+int32_t Reset(FunctionCallInfo* info) {
+  info->context->ResetContext();
+  info->stack->PushInteger(info->context->GetContextError());
+  info->context->SetContextError(0, "");
+  return 1;
+}
+
 const Variable* addressPrototype = nullptr;
 std::map<const TamberContext*, const Variable*> rangePrototypes;
 
@@ -39,6 +47,7 @@ const FUNCMOD_FUNCTION functions[] = {
     {"int NetBroken (Unknown Value)", Twice, "", {}},
     {"NetAddress NetFind (NetHandle Handle, NetAddress From)", nullptr, "", {}},
     {"int NetFail ()", Failing, "", {}},
+    {"int NetReset ()", Reset, "", {}},
     {"", nullptr, "", {}}};
 const FUNCMOD_FUNCTION replacing[] = {{"int Rand ()", FixedRand, "", {}}, {"", nullptr, "", {}}};
 const FUNCMOD_FUNCTION withContext[] = {{"bool NetContext ()", nullptr, "", {}, ContextOf},
@@ -55,7 +64,7 @@ const FUNCMOD_REGISTRATION registration[] = {{FUNCMOD_CONTEXT_FUNCTIONS, withCon
                                              {FUNCMOD_END, nullptr}};
 
 int32_t Failing(FunctionCallInfo* info) {
-  info->errorCode = errors[1].code;
+  info->errorCode = info->context->FindErrorCode("net_err_slow");
   info->stack->PushInteger(0);
   return 1;
 }
