@@ -55,7 +55,7 @@ int Compile(TamberContext* context, const Options& options) {
   return context->CompileScriptBuffer("<stdin>", text, 1);
 }
 
-/// Gives the arguments to a script that asked for them. The global is added after compiling, so
+/// Passes the arguments to a script that declares them. The global is added after compiling, so
 /// that it collides with no name of the script's own; a look-up finds it before the external
 /// declaration.
 void AddArguments(TamberContext* context, const std::vector<std::string>& args) {
@@ -107,7 +107,7 @@ bool WantsColor(const std::string& when) {
   return (refused == nullptr || *refused == '\0') && isatty(STDERR_FILENO) != 0;
 }
 
-/// Writes what scripts print to standard output, each text at once. When that cannot be written,
+/// Writes what scripts print to standard output, each string at once. When that cannot be written,
 /// the script ends: nobody would see the rest.
 class Output {
  public:
@@ -193,7 +193,7 @@ int Run(const Options& options) {
     context.SetCodeDump(options.dumpCode);
     context.SetProcedureTrace(options.trace);
   }
-  // A text compiles although the value of a variable failed; a file does not.
+  // A string compiles although the value of a variable failed; a file does not.
   if (!Compile(&context, options) || context.GetContextError() != 0) {
     return StatusWithSession(context, options, kScriptFailed);
   }
