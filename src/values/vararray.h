@@ -70,6 +70,7 @@ class TAMBER_API VarTypedArray : public VarArray {
   VarTypedArray(const TypeRef& type, const Name& name, uint32_t flags)
       : VarArray(type, name, flags) {}
   Variable* Clone() const override { return new Self(static_cast<const Self&>(*this)); }
+  VarTypedArray& operator=(const VarTypedArray&) = default;
 
  protected:
   VarTypedArray(const VarTypedArray&) = default;
@@ -81,6 +82,7 @@ class TAMBER_API VarBooleanArray
     : public tamber::VarTypedArray<VarBooleanArray, tamber::Kind::Bool> {
  public:
   using VarTypedArray::VarTypedArray;
+  VarBooleanArray& operator=(const VarBooleanArray&) = default;
 
  protected:
   friend VarTypedArray;
@@ -90,6 +92,7 @@ class TAMBER_API VarBooleanArray
 class TAMBER_API VarCharArray : public tamber::VarTypedArray<VarCharArray, tamber::Kind::Char> {
  public:
   using VarTypedArray::VarTypedArray;
+  VarCharArray& operator=(const VarCharArray&) = default;
 
  protected:
   friend VarTypedArray;
@@ -100,6 +103,7 @@ class TAMBER_API VarIntegerArray
     : public tamber::VarTypedArray<VarIntegerArray, tamber::Kind::Int> {
  public:
   using VarTypedArray::VarTypedArray;
+  VarIntegerArray& operator=(const VarIntegerArray&) = default;
 
  protected:
   friend VarTypedArray;
@@ -109,6 +113,7 @@ class TAMBER_API VarIntegerArray
 class TAMBER_API VarFloatArray : public tamber::VarTypedArray<VarFloatArray, tamber::Kind::Float> {
  public:
   using VarTypedArray::VarTypedArray;
+  VarFloatArray& operator=(const VarFloatArray&) = default;
 
  protected:
   friend VarTypedArray;
@@ -119,6 +124,7 @@ class TAMBER_API VarDoubleArray
     : public tamber::VarTypedArray<VarDoubleArray, tamber::Kind::Double> {
  public:
   using VarTypedArray::VarTypedArray;
+  VarDoubleArray& operator=(const VarDoubleArray&) = default;
 
  protected:
   friend VarTypedArray;
@@ -129,6 +135,7 @@ class TAMBER_API VarStringArray
     : public tamber::VarTypedArray<VarStringArray, tamber::Kind::String> {
  public:
   using VarTypedArray::VarTypedArray;
+  VarStringArray& operator=(const VarStringArray&) = default;
 
  protected:
   friend VarTypedArray;
@@ -139,6 +146,7 @@ class TAMBER_API VarEStringArray
     : public tamber::VarTypedArray<VarEStringArray, tamber::Kind::EString> {
  public:
   using VarTypedArray::VarTypedArray;
+  VarEStringArray& operator=(const VarEStringArray&) = default;
 
  protected:
   friend VarTypedArray;
@@ -149,6 +157,7 @@ class TAMBER_API VarHandleArray
     : public tamber::VarTypedArray<VarHandleArray, tamber::Kind::Handle> {
  public:
   using VarTypedArray::VarTypedArray;
+  VarHandleArray& operator=(const VarHandleArray&) = default;
 
  protected:
   friend VarTypedArray;
@@ -164,6 +173,7 @@ class TAMBER_API VarStructArray
   VarStructArray(const Variable* structPrototype, const KelString& name, uint32_t flags);
   VarStructArray(const tamber::TypeRef& type, const tamber::Name& name, uint32_t flags)
       : VarTypedArray(type, name, flags) {}
+  VarStructArray& operator=(const VarStructArray&) = default;
 
  protected:
   friend VarTypedArray;

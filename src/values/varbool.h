@@ -15,6 +15,7 @@ class TAMBER_API VarBoolean : public tamber::VarScalar<VarBoolean> {
  public:
   using VarScalar::VarScalar;
   void SetBoolValue(int32_t value) override;
+  VarBoolean& operator=(const VarBoolean&) = default;
 
  protected:
   friend class tamber::VarScalar<VarBoolean>;

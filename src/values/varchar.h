@@ -15,6 +15,7 @@ class TAMBER_API VarChar : public tamber::VarScalar<VarChar> {
  public:
   using VarScalar::VarScalar;
   void SetCharValue(char value) override;
+  VarChar& operator=(const VarChar&) = default;
 
  protected:
   friend class tamber::VarScalar<VarChar>;

@@ -15,6 +15,7 @@ class TAMBER_API VarDouble : public tamber::VarScalar<VarDouble> {
  public:
   using VarScalar::VarScalar;
   void SetDoubleValue(double value) override;
+  VarDouble& operator=(const VarDouble&) = default;
 
  protected:
   friend class tamber::VarScalar<VarDouble>;

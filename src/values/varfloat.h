@@ -15,6 +15,7 @@ class TAMBER_API VarFloat : public tamber::VarScalar<VarFloat> {
  public:
   using VarScalar::VarScalar;
   void SetFloatValue(float value) override;
+  VarFloat& operator=(const VarFloat&) = default;
 
  protected:
   friend class tamber::VarScalar<VarFloat>;

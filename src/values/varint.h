@@ -17,6 +17,7 @@ class TAMBER_API VarInteger : public tamber::VarScalar<VarInteger> {
   void SetIntegerValue(int32_t value) override;
   /// The integer, sign-extended.
   void* GetHandleValue() const override;
+  VarInteger& operator=(const VarInteger&) = default;
 
  protected:
   friend class tamber::VarScalar<VarInteger>;

@@ -11,6 +11,7 @@ class VarLiteral final : public VarFloat {
   Variable* Clone() const override;
   /// The double. Whoever stored another float has changed this, too.
   double Exact() const;
+  VarLiteral& operator=(const VarLiteral&) = default;
 
  private:
   VarLiteral(const VarLiteral&) = default;

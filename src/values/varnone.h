@@ -12,6 +12,7 @@ class TAMBER_API VarNone : public Variable {
   void Dump(KelString& out, const KelString& indent) const override;
   void DumpValue(KelString& out, const KelString& indent) const override;
   void DumpType(KelString& out, const KelString& indent, int32_t reserved) const override;
+  VarNone& operator=(const VarNone&) = default;
 
  protected:
   VarNone(const VarNone&) = default;

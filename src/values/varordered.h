@@ -20,6 +20,7 @@ class TAMBER_API OrderedVariable : public Variable {
   void Dump(KelString& out, const KelString& indent) const override;
   void DumpValue(KelString& out, const KelString& indent) const override;
   void DumpType(KelString& out, const KelString& indent, int32_t reserved) const override;
+  OrderedVariable& operator=(const OrderedVariable&) = default;
 
  protected:
   using Variable::Variable;

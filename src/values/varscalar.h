@@ -26,6 +26,7 @@ class TAMBER_API VarScalar : public OrderedVariable {
   int32_t GetIntegerValue() const override { return CellToInt(Traits::kKind, cell_); }
   float GetFloatValue() const override { return CellToFloat(Traits::kKind, cell_); }
   double GetDoubleValue() const override { return CellToDouble(Traits::kKind, cell_); }
+  VarScalar& operator=(const VarScalar&) = default;
 
  protected:
   VarScalar(const VarScalar&) = default;

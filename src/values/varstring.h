@@ -21,6 +21,7 @@ class TAMBER_API VarString : public tamber::OrderedVariable {
   char GetCharValue() const override;
   uint32_t GetLength() override;
   virtual bool IsEString() const;
+  VarString& operator=(const VarString&) = default;
 
  protected:
   VarString(tamber::Kind kind, const tamber::Name& name, uint32_t flags)
