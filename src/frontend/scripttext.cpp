@@ -73,7 +73,7 @@ std::string_view ScriptText::Reason(Status status) {
     case Status::NoText:
       return " holds NUL bytes, or too much text";
     case Status::NotOpened:
-      return " is enciphered under another key";
+      return " is encrypted with another key";
     default:
       return "";
   }

@@ -70,7 +70,7 @@ std::unique_ptr<TamberDiagnostic> CheckCall(TamberContext& context,
     return Refuse(context, procedure, ERR_EXPRPARMMATCH, text);
   }
   if (!GivesResult(procedure, result)) {
-    text.Printf("%S gives %S, wanted %S", procedure.GetName(),
+    text.Printf("%S returns %S, wanted %S", procedure.GetName(),
                 procedure.ReturnType() ? procedure.ReturnType()->Word() : Word(Kind::None),
                 Word(result));
     return Refuse(context, procedure, ERR_PROCBADRETTYPE, text);

@@ -90,7 +90,7 @@ const FUNCMOD_FUNCTION* Functions() {
       {"bool FileCompare (string File1, string File2)", Wrap<Compare>,
        "Whether two files hold the same bytes.", kPlain},
       {"bool FileAddLine (string FilePath, string LineText)", Wrap<PathAddLine>,
-       "Adds a text at the end of a file, as it stands.", kPlain},
+       "Adds a string at the end of a file, unchanged.", kPlain},
       {"bool FileInsertLine (string FilePath, int LineNum, string LineText)", Wrap<PathInsertLine>,
        "Puts a line before line LineNum of a file.", kPlain},
       {"bool FileDeleteLine (string FilePath, int LineNum)", Wrap<PathDeleteLine>,

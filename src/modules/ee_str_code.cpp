@@ -54,7 +54,7 @@ std::string FromDesBase64(Call& call, std::string_view value, std::string_view p
   if (!kel::DecodeBase64(value, sealed)) {
     call.Fail(ERR_INVALIDPARAM, Excerpt(value));
   } else if (!kel::DesOpen(sealed, password, plain)) {
-    call.Fail(ERR_FUNCFAILED, "wrong password or damaged text");
+    call.Fail(ERR_FUNCFAILED, "wrong password or damaged value");
   }
   return plain;
 }

@@ -257,7 +257,7 @@ const FUNCMOD_FUNCTION* Functions() {
        "Index of the first structure from StartIndex on whose member equals an integer, or 0.",
        kBlind},
       {"int ArrayFind (array Var, string Value, int StartIndex)", Wrap<ArrayFind<std::string_view>>,
-       "Index of the first element from StartIndex on that equals a text, or 0.", kBlind},
+       "Index of the first element from StartIndex on that equals a string, or 0.", kBlind},
       {"int ArrayFind (array Var, double Value, int StartIndex)", Wrap<ArrayFind<double>>,
        "Index of the first element from StartIndex on that equals a double, or 0.", kBlind},
       {"int ArrayFind (array Var, float Value, int StartIndex)", Wrap<ArrayFind<float>>,

@@ -69,9 +69,9 @@ TEST_F(CallTest, WhatDoesNotFitIsRefusedWithItsReason) {
   EXPECT_EQ(error(Call(context_, "Grow", static_cast<Variable*>(nullptr))),
             "ERR_EXPRPARMMATCH: Grow, parameter 1 takes a variable of type integer, given nothing");
   EXPECT_EQ(error(Call<std::string>(context_, "Add", 1, 2)),
-            "ERR_PROCBADRETTYPE: Add gives integer, wanted string");
+            "ERR_PROCBADRETTYPE: Add returns integer, wanted string");
   EXPECT_EQ(error(Call<int32_t>(context_, "Stops")),
-            "ERR_PROCBADRETTYPE: Stops gives nothing, wanted integer");
+            "ERR_PROCBADRETTYPE: Stops returns nothing, wanted integer");
   EXPECT_EQ(context_.GetVariable("calls", VARLIST_GLOBAL)->GetIntegerValue(), 0) << "nothing ran";
   EXPECT_EQ(Call<int32_t>(context_, "Add", 1, 2).Value(), 3) << "and the context is as before";
 }
