@@ -1,9 +1,10 @@
 #include "errors.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 #include <string_view>
+
+#include "output.h"
 
 namespace {
 
@@ -116,5 +117,5 @@ void ErrorDisplay::Show(const TamberDiagnostic& error, void* user) {
   constexpr int32_t kStopped = 20120;
   if (error.code == kStopped) return;
   const std::string report = static_cast<const ErrorDisplay*>(user)->Report(error);
-  std::fwrite(report.data(), 1, report.size(), stderr);
+  Output::ShowError(report);
 }

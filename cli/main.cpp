@@ -1,24 +1,26 @@
 // The tamber command: compiles a script and runs its main procedure, as any host would.
 
-#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "errors.h"
 #include "options.h"
+#include "output.h"
 #include "tamber.h"
 
 namespace {
 
 enum ExitStatus { kWell = 0, kScriptFailed = 1, kStoreFailed = 2 };
 
+constexpr int32_t kHighestStatus = 255;
 constexpr size_t kLongestScript = size_t{256} << 20;
 
 /// Shows messages of the asked level and of those above it on standard error.
@@ -29,7 +31,7 @@ class Log final : public KelDebugContext {
   void Write(Level level, const KelString& channel, const KelString& text) override {
     const std::string line =
         channel.Str() + ": " + KelDebugLevelName(level) + ": " + text.Str() + "\n";
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    Output::ShowError(line);
   }
 
  private:
@@ -55,9 +57,8 @@ int Compile(TamberContext* context, const Options& options) {
   return context->CompileScriptBuffer("<stdin>", text, 1);
 }
 
-/// Passes the arguments to a script that declares them. The global is added after compiling, so
-/// that it collides with no name of the script's own; a look-up finds it before the external
-/// declaration.
+/// Gives a script what it has declared as `extern`. The global is added after compiling, so that it
+/// collides with no name of the script's own; a look-up finds it before the external declaration.
 void AddArguments(TamberContext* context, const std::vector<std::string>& args) {
   const Variable* declared = context->GetVariable("Args", VARLIST_EXTERNAL);
   if (declared == nullptr || !declared->IsArray()) {
@@ -74,6 +75,40 @@ void AddArguments(TamberContext* context, const std::vector<std::string>& args) 
     values->AddArrayElement(value);
   }
   context->AddVariable(values, VARLIST_GLOBAL);
+}
+
+void AddExitCode(TamberContext* context) {
+  const Variable* declared = context->GetVariable("ExitCode", VARLIST_EXTERNAL);
+  if (declared != nullptr && declared->GetTypeId() == Variable::Integer) {
+    context->AddVariable(declared->Clone(), VARLIST_GLOBAL);
+  }
+}
+
+/// The status that a script which ran well has chosen.
+int StatusOfScript(TamberContext* context) {
+  if (context->GetVariable("ExitCode", VARLIST_EXTERNAL) == nullptr) {
+    return kWell;
+  }
+  const Variable* chosen = context->GetVariable("ExitCode", VARLIST_GLOBAL);
+  const int32_t status = chosen != nullptr ? chosen->GetIntegerValue() : 0;
+  if (status >= 0 && status <= kHighestStatus) {
+    return status;
+  }
+  Output::ShowError("tamber: ExitCode is " + std::to_string(status) +
+                    ", and the statuses of programs are 0 to 255\n");
+  return kScriptFailed;
+}
+
+int32_t PrintError(std::string_view text) {
+  Output::ShowError(text);
+  return static_cast<int32_t>(text.size());
+}
+
+void ShowNotice(void* /*user*/, const KelString& caption, const KelString& text) {
+  std::string line = caption.Str() + ": " + text.Str();
+  std::replace_if(
+      line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  Output::ShowError(line + "\n");
 }
 
 /// Modules beside the program are found by way of its own path.
@@ -107,46 +142,13 @@ bool WantsColor(const std::string& when) {
   return (refused == nullptr || *refused == '\0') && isatty(STDERR_FILENO) != 0;
 }
 
-/// Writes what scripts print to standard output, each string at once. When that cannot be written,
-/// the script ends: nobody would see the rest.
-class Output {
- public:
-  explicit Output(TamberContext* context) : context_(context) {
-    context->SetOutputSink(Write, this);
-  }
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
-  /// 0, or the system's number for what went wrong.
-  int Fault() const { return fault_; }
-
- private:
-  static void Write(std::string_view text, void* user) { static_cast<Output*>(user)->Put(text); }
-  void Put(std::string_view text) {
-    while (!text.empty() && fault_ == 0) {
-      const ssize_t count = ::write(STDOUT_FILENO, text.data(), text.size());
-      if (count >= 0) {
-        text.remove_prefix(static_cast<size_t>(count));
-      } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-        pollfd waiting{STDOUT_FILENO, POLLOUT, 0};
-        ::poll(&waiting, 1, -1);
-      } else if (errno != EINTR) {
-        fault_ = errno;
-        context_->RequestStop();
-      }
-    }
-  }
-
-  TamberContext* context_;
-  int fault_ = 0;
-};
-
 /// Dumps and traces that the command line asks for go to standard error; all else where the
 /// configuration sends it.
 bool ShowDebug(const KelString& section, std::string_view text, void* /*user*/) {
   if (section != "TamberDebug") {
     return false;
   }
-  std::fwrite(text.data(), 1, text.size(), stderr);
+  Output::ShowError(text);
   return true;
 }
 
@@ -157,12 +159,14 @@ int StatusWithSession(const TamberContext& context, const Options& options, int 
   if (fault.IsEmpty()) {
     return status;
   }
-  std::fprintf(stderr, "tamber: the store of session %u failed, variables were not kept: %s\n",
-               static_cast<unsigned>(*options.session), fault.GetString());
+  Output::ShowError("tamber: the store of session " + std::to_string(*options.session) +
+                    " failed, variables were not kept: " + fault.Str() + "\n");
   return kStoreFailed;
 }
 
 int Run(const Options& options) {
+  Output output;
+  kel::SetNoticeHandler(ShowNotice, nullptr);
   std::optional<Log> log;
   TamberContext context(nullptr);
   if (options.log) {
@@ -170,13 +174,14 @@ int Run(const Options& options) {
   }
   ErrorDisplay display(WantsColor(options.color));
   context.SetDiagnosticHandler(ErrorDisplay::Show, &display);
-  const Output output(&context);
+  output.Serve(context, ErrorDisplay::Show, &display);
+  RegisterFunction(context, "int PrintError (string Text)", PrintError, {.localsBlind = true});
   SetOwnPath(&context);
   if (!options.iniPath.empty()) {
     context.SetIniPath(options.iniPath);
   }
   if (!options.sandbox.empty() && !Confine(&context, options.sandbox)) {
-    std::fprintf(stderr, "tamber: cannot use the directory %s\n", options.sandbox.c_str());
+    Output::ShowError("tamber: cannot use the directory " + options.sandbox + "\n");
     return kScriptFailed;
   }
   if (options.session) {
@@ -201,15 +206,17 @@ int Run(const Options& options) {
     return StatusWithSession(context, options, kWell);
   }
   AddArguments(&context, options.args);
+  AddExitCode(&context);
   Stack stack;
   const int ran = context.RunProcedure("main", &stack);
   context.SaveSession();
+  output.Flush();
   if (output.Fault() != 0) {
-    std::fprintf(stderr, "tamber: cannot write to standard output: %s\n",
-                 std::strerror(output.Fault()));
+    Output::ShowError(std::string("tamber: cannot write to standard output: ") +
+                      std::strerror(output.Fault()) + "\n");
     return kScriptFailed;
   }
-  return StatusWithSession(context, options, ran ? kWell : kScriptFailed);
+  return StatusWithSession(context, options, ran ? StatusOfScript(&context) : kScriptFailed);
 }
 
 }  // namespace

@@ -38,9 +38,9 @@ Options:
       --verify    Check the code of each procedure before it first runs
 
 SCRIPT is a file, or - for standard input. The ARGs reach a script that declares
-"extern string[] Args". The exit status is 0 when the script ran well, 1 when it did not
-compile, ended with an error or printed what could not be written, and 2 when the command
-line was wrong or the session could not be loaded or saved.
+"extern string[] Args". The exit status is 0 when the script ran well, or the value of its
+"extern int ExitCode"; 1 when it did not compile, ended with an error or printed what could not
+be written, and 2 when the command line was wrong or the session could not be loaded or saved.
 )";
 
 enum Option : int {

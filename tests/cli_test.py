@@ -74,6 +74,45 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(self.run_tamber("--check", self.script(HELLO)), (0, "", ""))
         self.assertEqual(self.run_tamber("--check", self.script(BROKEN))[0], 1)
 
+    def test_a_remainder_by_zero_in_a_declaration_is_an_error_of_compiling(self):
+        main = "proc main()\nendproc\n"
+        for text, line in ((f"const int X = 5 % 0\n{main}", 1), (f"const int Z = 0\nint g = 3 + 7 % Z\n{main}", 2),
+                           (f"int F(int n)\n  array a\n  a <<= n\n  return 5 % a[1]\nendproc\nint g = F(0)\n{main}", 4)):
+            status, _, errors = self.run_tamber("--check", self.script(text))
+            self.assertEqual(status, 1, text)
+            self.assertRegex(errors, rf"\A\S+a\.tam:{line}: error ERR_DIVIDEBYZERO", text)
+
+    def test_a_script_that_calls_itself_is_told_once(self):
+        errors = self.run_tamber(self.script('proc main()\n  call "a.tam"\nendproc\n'))[2]
+        self.assertRegex(errors, r"\A\S+a\.tam:2: error .*\n.*\n.*\n  called by main at \S+ \(64 times\)\n\Z")
+
+    def test_a_status_of_the_script_s_own(self):
+        for value, status in (("0", 0), ("7", 7), ("255", 255), ("256", 1), ("-1", 1), ('7 + FileGetSize("/none")', 1)):
+            text = f"extern int ExitCode\nproc main()\n  ExitCode = {value}\nendproc\n"
+            done = self.run_tamber(self.script(text))
+            self.assertEqual(done[0], status, value)
+            self.assertEqual("ExitCode is" in done[2], value in ("256", "-1"))
+
+    def test_output_is_collected_and_none_is_lost(self):
+        text = 'proc main()\n  int z\n  Print("a\\n")\n  PrintError("b\\n")\n  Print("c\\n")\n  %s\nendproc\n'
+        for statement, status, shown in (("z = 5 % z", -8, r"\S+a\.tam:6: error ERR_DIVIDEBYZERO .*\n.*\n +\^ column 9\n"),
+                                         ("z = 5 / z", 1, r"\S+a\.tam:6: error .*\n.*\n.*\n"), ("z = 1", 0, "")):
+            name = self.script(text % statement)
+            done = subprocess.run([self.command, name], cwd=self.folder, stdout=subprocess.PIPE, check=False,
+                                  stderr=subprocess.STDOUT, timeout=60)
+            self.assertEqual(done.returncode, status)
+            self.assertRegex(done.stdout.decode(), rf"\Aa\nb\nc\n{shown}\Z")
+        asks = self.script('proc main()\n  Print("name? ")\n  Print("hi " + ReadLine())\n  FileCreate("x")\n  Sleep(60000)\n'
+                           "endproc\n")
+        with subprocess.Popen([self.command, asks], cwd=self.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE) as run:
+            self.assertEqual(run.stdout.read(6), b"name? ")
+            run.stdin.write(b"bob\n")
+            run.stdin.flush()
+            while not (self.folder / "x").exists() and run.poll() is None:
+                time.sleep(0.01)
+            run.terminate()
+            self.assertEqual((run.stdout.read(), run.wait(60)), (b"hi bob", -15))
+
     def test_arguments(self):
         name = self.script(SHOWS_ARGS)
         self.assertEqual(self.run_tamber(name, "--check", "[a,b]", ""), (0, "--check\n[a,b]\n\n", ""))

@@ -75,7 +75,9 @@ void ContextState::CallScript(const KelString& path) {
   }
   TamberContext called(context);
   called.State().caller = this;
-  if (called.State().CompileFile(full, script.place)) {
+  called.State().run.isDeclaring = run.isDeclaring;
+  const bool compiled = called.State().CompileFile(full, script.place) != 0;
+  if (compiled) {
     called.SetScriptFile(full, 1);
     SetGlobalText(called, "LogFile", TextOfGlobal(context, "LogFile"));
     SetGlobalText(called, "ErrHandler", TextOfGlobal(context, "ErrHandler"));
@@ -89,6 +91,12 @@ void ContextState::CallScript(const KelString& path) {
   int32_t code = called.GetContextError();
   context.SetContextError(code, code != 0 ? called.GetContextErrorText() : KelString());
   run.errorDetail = called.State().run.errorDetail;
+  // The innermost script that ran reports what ends all of them.
+  if (compiled && code >= kFirstFatalError && called.State().run.errorReported) {
+    run.errorReported = true;
+    errors.diagnostic = called.GetDiagnostic();
+    context.UpdateErrCodeVar();
+  }
   if (!called.State().session.fault.IsEmpty()) session.fault = called.State().session.fault;
   context.FlushOutput();
 }

@@ -221,6 +221,7 @@ class ContextState final : public MachineHost, public CompileHost {
   void HandleParseError(const SourcePlace& place) override;
   KelString HandleRunError(const SourcePlace& place) override;
   void NoteStop(const SourcePlace& place) override;
+  void RaiseFault(const SourcePlace& place) override;
   void CallScript(const KelString& path) override;
 
   // --- what compiling asks for ---

@@ -3,6 +3,7 @@
 
 #include "context/contextstate.h"
 #include "frontend/scripttext.h"
+#include "kel/fault.h"
 #include "kel/kelascii.h"
 #include "values/errcodes.h"
 #include "values/settings.h"
@@ -175,6 +176,20 @@ void ContextState::NoteStop(const SourcePlace& place) {
 int32_t ContextState::LastReported(KelString& detail) {
   detail = errors.diagnostic.detail;
   return errors.diagnostic.code;
+}
+
+/// A handler of the signal finds the place in the diagnostic; nobody is told otherwise, as it may
+/// go on.
+void ContextState::RaiseFault(const SourcePlace& place) {
+  std::optional<ErrorRecord> own, outermost;
+  Attempt([&] {
+    own.emplace(*this);
+    outermost.emplace(root->State());
+    run.SetError(ERR_DIVIDEBYZERO, "% by zero");
+    NoteDiagnostic(*this, place);
+    if (nested) root->State().errors.diagnostic = errors.diagnostic;
+  });
+  kel::RaiseArithmeticFault();
 }
 
 bool ContextState::PassInline(const SourcePlace& place) {

@@ -232,6 +232,7 @@ void TamberContext::SetStatementDump(bool dump) { State().config.dumpStatements 
 void TamberContext::SetCodeDump(bool dump) { State().config.dumpCode = dump; }
 
 void TamberContext::AppendOutput(std::string_view text) {
+  if (text.empty()) return;
   if (State().output.sink != nullptr) {
     const kel::Interruptible interruptible(false);
     State().output.sink(text, State().output.sinkUser);
@@ -250,5 +251,9 @@ void TamberContext::AppendOutput(std::string_view text) {
 }
 
 /// What goes to standard output goes there at once, in one write for each text, and what goes to a
-/// host's buffer stays there: nothing waits to be pushed out.
-void TamberContext::FlushOutput() {}
+/// host's buffer stays there: only a sink may have collected something.
+void TamberContext::FlushOutput() {
+  if (State().output.sink == nullptr) return;
+  const kel::Interruptible interruptible(false);
+  State().output.sink({}, State().output.sinkUser);
+}

@@ -171,7 +171,6 @@ TamberContext& TamberContext::operator=(const TamberContext& other) {
 }
 
 TamberContext::~TamberContext() {
-  FlushOutput();
   // Modules clean up while the context that they are handed still is one.
   state_->modules.reset();
 }

@@ -282,7 +282,7 @@ int32_t TamberOperators::OpRemain(Stack* stack, Variable::enum_TypeId, Variable:
   const Kind kind = ValueKind(OP_REMAIN, left.GetKind(), right.GetKind());
   if (kind == Kind::None) return Fail(ERR_EXPRPARMMATCH);
   if (right.AsInt() == 0) {
-    kel::RaiseArithmeticFault();
+    if (remainderFaults_) kel::RaiseArithmeticFault();
     stack->PushInteger(0);
     return Fail(ERR_DIVIDEBYZERO);
   }

@@ -93,6 +93,9 @@ class TAMBER_API TamberOperators {
   void SetCaseSwitch(int32_t value) { caseSwitch_ = value; }
   int32_t GetCaseSwitch() const { return caseSwitch_; }
 
+  /// Whether `%` by zero raises the arithmetic fault (by default) or is only the error of `/`.
+  void SetRemainderFaults(bool faults) { remainderFaults_ = faults; }
+
   // What the expression compiler uses.
   /// The result type of an operator, or a null reference with `error` set when it does not take
   /// these types. `right` is null for a unary operator. Kind Any is taken everywhere, with result
@@ -146,5 +149,6 @@ class TAMBER_API TamberOperators {
 
   int32_t operatorError_ = 0;
   int32_t caseSwitch_ = 0;
+  bool remainderFaults_ = true;
   KelString operatorErrorText_;
 };

@@ -1,5 +1,7 @@
 #include "frontend/evaluate.h"
 
+#include <utility>
+
 #include "engine/stack.h"
 #include "expr/exprcomp.h"
 #include "frontend/compilehost.h"
@@ -23,6 +25,19 @@ std::optional<double> EvaluateAsDouble(CompileHost& host, ExpressionCompiler& co
   return std::nullopt;
 }
 
+/// Tells what runs that it computes a value of a declaration.
+class Declaring {
+ public:
+  explicit Declaring(RunState& run) : run_(run), before_(std::exchange(run.isDeclaring, true)) {}
+  Declaring(const Declaring&) = delete;
+  Declaring& operator=(const Declaring&) = delete;
+  ~Declaring() { run_.isDeclaring = before_; }
+
+ private:
+  RunState& run_;
+  bool before_;
+};
+
 }  // namespace
 
 VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString& terminators,
@@ -38,6 +53,7 @@ VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString&
     session.FailHere(script, compiler.GetErrorOffset());
     return nullptr;
   }
+  const Declaring declaring(host.Run());
   Stack stack;
   const bool evaluated = compiler.EvaluateExpression(&stack) != 0 && stack.GetSize() != 0;
   const bool stopped = host.Run().stopFlag && host.Error() == ERR_SUCCESS;

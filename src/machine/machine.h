@@ -162,6 +162,7 @@ class Machine {
   After ApplyPolicy(bool statementFailed);
   /// Ends all frames down to the boundary.
   After UnwindAll(enum_ProcStatus status);
+  void FaultRemainder();
   void Interrupt();
   bool RunHandler(std::string_view name);
   SourcePlace PlaceOf(const Frame& frame) const;

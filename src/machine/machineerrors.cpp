@@ -67,6 +67,15 @@ std::vector<SourcePlace> Machine::CallStack() const {
   return calls;
 }
 
+/// The language leaves this one to the processor, on purpose: the fault is delivered as such, and
+/// only a host that handles it sees what follows.
+void Machine::FaultRemainder() {
+  if (run_.isDeclaring) return;
+  SourcePlace place;
+  CurrentPlace(place);
+  host_.RaiseFault(place);
+}
+
 void Machine::Interrupt() {
   run_.stopFlag = true;
   if (std::exchange(run_.isInterrupted, true)) return;

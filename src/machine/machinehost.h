@@ -41,6 +41,8 @@ class MachineHost {
   virtual KelString HandleRunError(const SourcePlace& place) = 0;
   /// Reports a fatal error at a place.
   virtual void HandleParseError(const SourcePlace& place) = 0;
+  /// Raises the arithmetic fault of `%` by zero, at this place. Returns when the host handles it.
+  virtual void RaiseFault(const SourcePlace& place) = 0;
   /// A request to stop ends what runs; it was at this place.
   virtual void NoteStop(const SourcePlace& place) = 0;
   /// Writes a line of a trace.

@@ -2,7 +2,6 @@
 #include <stdexcept>
 
 #include "engine/arith.h"
-#include "kel/fault.h"
 #include "kel/number.h"
 #include "kel/stop.h"
 #include "machine/callable.h"
@@ -855,9 +854,7 @@ L_Param : {
 
 remainderByZero:
   SAVE();
-  // The language leaves this one to the processor, on purpose: the fault is delivered as such, and
-  // only a host that handles it sees what follows.
-  kel::RaiseArithmeticFault();
+  FaultRemainder();
 divideByZero:
   Raise(ERR_DIVIDEBYZERO, "");
   leftZero_ = true;

@@ -389,8 +389,13 @@ bool Machine::AppendToVariable(Variable& array, const TypeDesc& type, Cell value
 
 bool Machine::Execute(int32_t operatorIndex, Cell& out) {
   operators_.SetCaseSwitch(IsCaseSensitive());
+  operators_.SetRemainderFaults(false);
   bool done = operators_.ExecuteOperator(operatorIndex, stack_) != 0;
+  operators_.SetRemainderFaults(true);
   int32_t error = operators_.GetOperatorError();
+  if (error == ERR_DIVIDEBYZERO &&
+      operatorIndex == TamberOperators::GetOperatorIndex(TamberOperators::OP_REMAIN))
+    FaultRemainder();
   if (!done || error != 0) {
     leftZero_ = error == ERR_DIVIDEBYZERO;
     return Raise(error, operators_.GetOperatorErrorText().View());

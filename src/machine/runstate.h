@@ -24,6 +24,10 @@ struct RunState {
     errorReported = false;
   }
 
+  /// Values of declarations are being computed: nothing runs that a fault would belong to, so `%`
+  /// by zero is an error like `/` by zero.
+  bool isDeclaring = false;
+
   bool stopFlag = false;
   bool isInterrupted = false;  ///< it was the host that set the stop flag, by a request to stop
   /// Nonzero ends waiting built-ins early and stops what runs. Set from any thread, and only in the

@@ -65,7 +65,9 @@ int32_t Rand() {
   return static_cast<int32_t>((next / 65536) % 32768);
 }
 
-std::string ReadLine() {
+std::string ReadLine(Call& call) {
+  // Whoever is to answer sees the question first.
+  call.Context().FlushOutput();
   std::string line;
   kel::ReadConsoleLine(line, kLongestLine);
   return line;
