@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -223,8 +224,17 @@ int Run(const Options& options) {
 
 int main(int argc, char** argv) {
   Options options;
-  if (const std::optional<int> status = ParseOptions(argc, argv, &options)) {
-    return *status;
+  if (const std::optional<int> ended = ParseOptions(argc, argv, &options)) {
+    return *ended;
   }
-  return Run(options);
+  int status = kScriptFailed;
+  try {
+    status = Run(options);
+  } catch (const std::bad_alloc&) {
+  }
+  // Only without memory does an error go unsaid; this line needs none.
+  if (status == kScriptFailed && !Output::HasShownErrors()) {
+    Output::ShowError("tamber: out of memory\n");
+  }
+  return status;
 }

@@ -17,6 +17,7 @@ constexpr int kSignals[] = {SIGHUP,  SIGINT,  SIGQUIT, SIGILL,  SIGABRT, SIGBUS,
 }  // namespace
 
 Output* Output::current = nullptr;
+bool Output::hasShownErrors = false;
 
 Output::Output() : room_(isatty(STDOUT_FILENO) != 0 ? 0 : kRoom) {
   // Here and not when something is printed: there may be no memory then.
@@ -99,4 +100,5 @@ void Output::WriteAll(std::string_view text) {
 void Output::ShowError(std::string_view text) {
   if (current != nullptr) current->Flush();
   std::fwrite(text.data(), 1, text.size(), stderr);
+  hasShownErrors = true;
 }

@@ -26,6 +26,8 @@ class Output {
 
   /// Writes to standard error, behind what has been printed so far.
   static void ShowError(std::string_view text);
+  /// Whether anything has been written there.
+  static bool HasShownErrors() { return hasShownErrors; }
 
  private:
   static void Write(std::string_view text, void* user) { static_cast<Output*>(user)->Put(text); }
@@ -35,6 +37,7 @@ class Output {
   void WriteAll(std::string_view text);
 
   static Output* current;
+  static bool hasShownErrors;
 
   TamberContext* context_ = nullptr;
   void (*showFault_)(const TamberDiagnostic&, void*) = nullptr;

@@ -261,8 +261,8 @@ class TAMBER_API TamberContext : public TamberOperators,
 
   // --- output ---
   void SetOutput(KelString* buffer);
-  /// Takes what scripts print, piece by piece, in place of SetOutput's buffer and of standard output
-  /// (null: those again). Is given an empty text when what it has collected should be shown.
+  /// Takes what scripts print in place of SetOutput's buffer and of standard output; null: those
+  /// again. An empty text asks to show what was collected.
   void SetOutputSink(void (*sink)(std::string_view text, void* user), void* user);
   /// Is shown each report, dump or line of a trace with the INI section that it belongs to
   /// ("TamberRunErrors", "TamberParseErrors", "TamberDebug", ...). What it returns true for is not
