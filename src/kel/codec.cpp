@@ -3,6 +3,8 @@
 #include <nettle/base16.h>
 #include <nettle/base64.h>
 
+#include <algorithm>
+
 #include "kel/bytes.h"
 #include "kel/kelascii.h"
 #include "kel/lazylibrary.h"
@@ -74,6 +76,13 @@ std::string EncodeBase64(std::string_view bytes) {
 }
 
 bool DecodeBase64(std::string_view text, std::string& bytes) {
+  // A single character of a group is no byte, even when the bits that are left over are 0.
+  const size_t last = text.find_last_not_of(" \t\r\n\v\f=");
+  const size_t padding = last == std::string_view::npos ? 0 : last + 1;
+  if (std::count(text.begin() + static_cast<ptrdiff_t>(padding), text.end(), '=') > 2) {
+    bytes.clear();
+    return false;
+  }
   base64_decode_ctx context;
   base64_decode_init(&context);
   bytes.assign(BASE64_DECODE_LENGTH(text.size()), '\0');

@@ -203,7 +203,9 @@ FileStatus Move(const Place& from, const Place& to) {
     return StatusOfErrno(errno, FileStatus::Failed);
   }
   if (RenameToFree(from.Dir(), from.Name(), to.Dir(), to.Name()) == 0) return FileStatus::Ok;
-  if (errno == EACCES || errno == EPERM || errno == EROFS) return FileStatus::Unwritable;
+  if (errno == EACCES || errno == EPERM || errno == EROFS) {
+    return FailedBySystem(FileStatus::Unwritable);
+  }
   if (errno != EXDEV) return Done(-1);
   return IsUndeletable(from) ? FileStatus::Failed : MoveByCopy(from, to);
 }

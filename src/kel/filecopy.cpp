@@ -55,7 +55,7 @@ bool CopyInSystem(int from, uint64_t length, int to, bool& failed) {
 bool CopyContents(int from, uint64_t length, int to, FileStatus& status) {
   bool failed = false;
   if (CopyInSystem(from, length, to, failed)) {
-    if (failed) status = FileStatus::Unwritable;
+    if (failed) status = FailedBySystem(FileStatus::Unwritable);
     return !failed;
   }
   const auto block = NewBlock();
@@ -64,11 +64,11 @@ bool CopyContents(int from, uint64_t length, int to, FileStatus& status) {
     const int64_t count = reader.Read(block.get(), kBlock);
     if (count == 0) return true;
     if (count < 0) {
-      status = FileStatus::Unreadable;
+      status = FailedBySystem(FileStatus::Unreadable);
       return false;
     }
     if (!WriteFull(to, {block.get(), static_cast<size_t>(count)})) {
-      status = FileStatus::Unwritable;
+      status = FailedBySystem(FileStatus::Unwritable);
       return false;
     }
   }

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <system_error>
+#include <utility>
 
 #include "kel/cipher.h"
 #include "kel/kelformat.h"
@@ -25,6 +27,8 @@ std::string FinalPath(const char* path) {
   return real != nullptr ? std::string(real.get()) : std::string(path);
 }
 
+thread_local int lastError = 0;
+
 constexpr mode_t kOwnerOnly = 0600;
 constexpr mode_t kUsual = 0666;
 
@@ -33,7 +37,7 @@ Descriptor CreateBeside(int dir, const std::string& name, mode_t mode, std::stri
   // A long name keeps its start, so that the temporary one fits too.
   const std::string_view start = std::string_view(name).substr(0, 200);
   for (int attempt = 0; attempt < 16; ++attempt) {
-    temporary = Format("%S.%lx.tmp", start, RandomNonce());
+    temporary = Format(".%S.%lx.tmp", start, RandomNonce());
     Descriptor file(
         ::openat(dir, temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
     if (file.IsOpen() || errno != EEXIST) return file;
@@ -51,7 +55,18 @@ bool RenameNew(int dir, const char* from, const char* to) {
 
 }  // namespace
 
+FileStatus FailedBySystem(FileStatus status) {
+  lastError = errno;
+  return status;
+}
+
+std::string TakeReason() {
+  const int error = std::exchange(lastError, 0);
+  return error != 0 ? ": " + std::generic_category().message(error) : std::string();
+}
+
 FileStatus StatusOfErrno(int error, FileStatus otherwise) {
+  lastError = error;
   switch (error) {
     case ENOENT:
     case ENOTDIR:
@@ -173,7 +188,7 @@ FileStatus ReadAll(int descriptor, uint64_t length, std::string& out, uint64_t m
   for (size_t room = length != 0 ? length : kRoom; room != 0;) {
     out.resize(used + room);
     const int64_t count = reader.Read(out.data() + used, room);
-    if (count < 0) status = FileStatus::Unreadable;
+    if (count < 0) status = FailedBySystem(FileStatus::Unreadable);
     if (count > 0) used += static_cast<size_t>(count);
     if (used > maxBytes) status = FileStatus::TooLarge;
     const bool more = status == FileStatus::Ok && length == 0 && used == out.size();
@@ -215,7 +230,7 @@ FileStatus ReplacedFile::Open(const Place& place, Mode mode, std::optional<uint3
   if (exists_ && !S_ISREG(old.st_mode)) return FileStatus::NotValid;
   if (exists_ && mode == Mode::Replace &&
       ::faccessat(dir_.Get(), name_.c_str(), W_OK, AT_EACCESS) != 0) {
-    return FileStatus::Unwritable;
+    return FailedBySystem(FileStatus::Unwritable);
   }
   permissions_ = newMode;
   if (exists_) {
@@ -241,7 +256,7 @@ FileStatus ReplacedFile::Commit(bool flush) {
   if (permissions_) good = good && ::fchmod(file_.Get(), *permissions_) == 0;
   good = good && (!flush || ::fsync(file_.Get()) == 0);
   good = file_.Close() && good;
-  FileStatus status = good ? FileStatus::Ok : FileStatus::Unwritable;
+  FileStatus status = good ? FileStatus::Ok : FailedBySystem(FileStatus::Unwritable);
   if (good) {
     good = mode_ == Mode::CreateNew
                ? RenameNew(dir_.Get(), temporary_.c_str(), name_.c_str())
@@ -256,7 +271,7 @@ FileStatus ReplaceFile(const Place& place, std::string_view bytes) {
   ReplacedFile file;
   const FileStatus status = file.Open(place);
   if (status != FileStatus::Ok) return status;
-  return file.Write(bytes) ? file.Commit() : FileStatus::Unwritable;
+  return file.Write(bytes) ? file.Commit() : FailedBySystem(FileStatus::Unwritable);
 }
 
 }  // namespace kel

@@ -12,8 +12,14 @@
 /// Opening, reading and writing regular files by place.
 namespace kel {
 
-/// The status that the last failed system call of an operation stands for.
+/// The status that the last failed system call of an operation stands for. Remembers the call's
+/// error for TakeReason.
 FileStatus StatusOfErrno(int error, FileStatus otherwise);
+/// Gives the status, and remembers that the system's last error led to it.
+FileStatus FailedBySystem(FileStatus status);
+/// What the system said when the last operation of this thread failed, as ": Permission denied"; ""
+/// when it was not the system that refused. Asking forgets it.
+std::string TakeReason();
 
 /// Whether the place holds a regular file: NotValid for anything else. Looks before anybody opens
 /// it, for a pipe notices that, and a device may begin to work.

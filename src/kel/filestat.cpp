@@ -110,9 +110,9 @@ FileStatus AppendToFile(const Place& place, std::string_view bytes) {
   struct stat info;
   if (::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return FileStatus::NotValid;
   if (WriteFull(file.Get(), bytes)) return FileStatus::Ok;
+  const FileStatus status = FailedBySystem(FileStatus::Unwritable);
   // What did fit would be half a line to whoever reads the file next.
-  if (::ftruncate(file.Get(), info.st_size) != 0) return FileStatus::Failed;
-  return FileStatus::Unwritable;
+  return ::ftruncate(file.Get(), info.st_size) == 0 ? status : FileStatus::Failed;
 }
 
 }  // namespace kel

@@ -187,7 +187,7 @@ class TreeCopier : public TreeVisitor {
 std::string NameBeside(const std::string& path) {
   // A long name keeps its start, so that the new one fits too.
   const size_t name = path.rfind('/') + 1;  // 0 without a separator
-  return Format("%S.%lx.tmp", path.substr(0, name + 200), RandomNonce());
+  return Format("%S.%S.%lx.tmp", path.substr(0, name), path.substr(name, 200), RandomNonce());
 }
 
 FileStatus Rename(int dir, const std::string& from, const std::string& to) {

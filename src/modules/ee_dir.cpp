@@ -37,7 +37,8 @@ bool DeleteForced(Call& call, std::string_view name, bool force) {
   name = WithoutSeparator(name);
   const kel::Place place = PlaceOf(call, name, kel::Access::Write, kel::Links::Keep);
   if (HasFailed(call)) return false;
-  const kel::Place followed = PolicyOf(call).Find(name, kel::Access::Read);
+  const kel::Place followed = PlaceOf(call, name, kel::Access::Read);
+  if (HasFailed(call)) return false;
   if (kel::GetFileStat(followed).kind != kel::FileKind::Directory) return true;
   return SucceededOr(call, kel::DeleteDirectory(place, force), ERR_FUNCFAILED, name);
 }

@@ -35,11 +35,14 @@ Text WithBlanksForLineEnds(std::string_view text) {
 }
 
 /// Writes a file anew in another code page, or leaves it as it is.
-bool Convert(Call& call, std::string_view path, const std::string& from, const std::string& to) {
-  if (from.empty() || to.empty()) {
-    call.Fail(ERR_INVALIDPARAM, path);
+bool Convert(Call& call, std::string_view path, std::string_view page, bool toPage) {
+  const std::string other = kel::CodePageName(page);
+  if (other.empty()) {
+    call.Fail(ERR_INVALIDPARAM, page);
     return false;
   }
+  const std::string from(toPage ? kUtf8 : std::string_view(other));
+  const std::string to(toPage ? std::string_view(other) : kUtf8);
   std::string bytes;
   if (!ReadWhole(call, path, bytes)) return false;
   std::string_view text = bytes;
@@ -84,11 +87,11 @@ Text ToText(Call& call, std::string_view path, bool singleLine) {
 }
 
 bool ToCodePage(Call& call, std::string_view path, std::string_view page) {
-  return Convert(call, path, std::string(kUtf8), kel::CodePageName(page));
+  return Convert(call, path, page, true);
 }
 
 bool ToUtf8(Call& call, std::string_view path, std::string_view page) {
-  return Convert(call, path, kel::CodePageName(page), std::string(kUtf8));
+  return Convert(call, path, page, false);
 }
 
 bool Compare(Call& call, std::string_view first, std::string_view second) {

@@ -80,15 +80,14 @@ ArrayResult FindPcre(Call& call, std::string_view pattern, std::string_view page
       if (status == kel::RegexStatus::kMatch) found.push_back(std::string(dir) + name);
     }
   }
-  for (std::string& path : found) {
+  if (page.empty()) return TextArray(found);
+  // One name that another program has made in its own way must not hide all the others.
+  std::erase_if(found, [&](std::string& path) {
     std::string converted;
-    if (page.empty()) continue;
-    if (!kel::ConvertCodePage(path, "UTF-8", codePage, converted)) {
-      call.Fail(ERR_FUNCFAILED, path);
-      return TextArray({});
-    }
+    const bool converts = kel::ConvertCodePage(path, "UTF-8", codePage, converted);
     path = std::move(converted);
-  }
+    return !converts;
+  });
   return TextArray(found);
 }
 

@@ -1,4 +1,5 @@
 #include "kel/dirs.h"
+#include "kel/kelformat.h"
 #include "kel/linefile.h"
 #include "kel/pathparser.h"
 #include "modules/ee_file_bodies.h"
@@ -14,8 +15,8 @@ struct TextFile {
   kel::LineFile lines;
 };
 
-bool HasLine(Call& call, bool found, std::string_view path) {
-  if (!found) call.Fail(ERR_INVALIDPARAM, path);
+bool HasLine(Call& call, bool found, std::string_view path, int32_t line) {
+  if (!found) call.Fail(ERR_INVALIDPARAM, kel::Format("%S: line %d", path, line));
   return found;
 }
 
@@ -62,14 +63,14 @@ int32_t HandleLineCount(Call& call, Handle handle) {
 std::string_view HandleLine(Call& call, Handle handle, int32_t line) {
   std::string_view text;
   if (const TextFile* file = ObjectOf<TextFile>(call, handle)) {
-    HasLine(call, file->lines.Get(line, text), file->givenPath);
+    HasLine(call, file->lines.Get(line, text), file->givenPath, line);
   }
   return text;
 }
 
 bool HandleDeleteLine(Call& call, Handle handle, int32_t line) {
   TextFile* file = ObjectOf<TextFile>(call, handle);
-  return file != nullptr && HasLine(call, file->lines.Delete(line), file->givenPath);
+  return file != nullptr && HasLine(call, file->lines.Delete(line), file->givenPath, line);
 }
 
 bool HandleAddLine(Call& call, Handle handle, std::string_view text) {
@@ -79,7 +80,7 @@ bool HandleAddLine(Call& call, Handle handle, std::string_view text) {
 
 bool HandleInsertLine(Call& call, Handle handle, int32_t line, std::string_view text) {
   TextFile* file = ObjectOf<TextFile>(call, handle);
-  return file != nullptr && HasLine(call, file->lines.Insert(line, text), file->givenPath);
+  return file != nullptr && HasLine(call, file->lines.Insert(line, text), file->givenPath, line);
 }
 
 /// Adds bytes, not a line: what is written is what was given, and a file that is not there is made.
@@ -90,13 +91,13 @@ bool PathAddLine(Call& call, std::string_view path, std::string_view text) {
 
 bool PathInsertLine(Call& call, std::string_view path, int32_t line, std::string_view text) {
   kel::LineFile lines;
-  return Load(call, path, lines) && HasLine(call, lines.Insert(line, text), path) &&
+  return Load(call, path, lines) && HasLine(call, lines.Insert(line, text), path, line) &&
          Save(call, path, lines);
 }
 
 bool PathDeleteLine(Call& call, std::string_view path, int32_t line) {
   kel::LineFile lines;
-  return Load(call, path, lines) && HasLine(call, lines.Delete(line), path) &&
+  return Load(call, path, lines) && HasLine(call, lines.Delete(line), path, line) &&
          Save(call, path, lines);
 }
 
@@ -105,7 +106,7 @@ std::string PathLine(Call& call, std::string_view path, int32_t line) {
   std::string text;
   bool found = false;
   const kel::FileStatus status = kel::LineFile::GetLine(place, line, text, found);
-  if (Succeeded(call, status, path)) HasLine(call, found, path);
+  if (Succeeded(call, status, path)) HasLine(call, found, path, line);
   return text;
 }
 

@@ -10,6 +10,14 @@
 /// in docs/builtins/strings.md. Positions count from 1, lengths in bytes.
 namespace tamber::strings {
 
+/// A length or a position as scripts get it: an integer, the largest with error 113 when it does
+/// not fit.
+inline int32_t PositionResult(Call& call, size_t position) {
+  if (position <= INT32_MAX) return static_cast<int32_t>(position);
+  call.Fail(ERR_VALUEOVERFLOW, std::to_string(position));
+  return INT32_MAX;
+}
+
 // ee_str_sub.cpp: parts of a text, case, pieces, order
 std::string_view Mid(std::string_view value, int32_t offset, int32_t count);
 std::string_view TruncateRight(std::string_view value, int32_t count);
@@ -17,7 +25,7 @@ std::string_view Left(std::string_view value, int32_t count);
 std::string_view Right(std::string_view value, int32_t count);
 Text Lower(std::string_view value);
 Text Upper(std::string_view value);
-int32_t Length(std::string_view value);
+int32_t Length(Call& call, std::string_view value);
 ArrayResult Tokenise(std::string_view value, std::string_view tokens);
 ArrayResult Sort(const ArrayData* values, bool ascending, bool caseSensitive);
 

@@ -38,7 +38,7 @@ int Compare(std::string_view left, std::string_view right) {
 
 int32_t Find(Call& call, std::string_view value, std::string_view part) {
   const size_t at = kel::FindText(value, part, CaseSwitch(call));
-  return at == kel::kTextNotFound ? 0 : static_cast<int32_t>(at + 1);
+  return at == kel::kTextNotFound ? 0 : PositionResult(call, at + 1);
 }
 
 bool Match(Call& call, std::string_view value, std::string_view pattern) {

@@ -64,7 +64,7 @@ Text Lower(std::string_view value) { return Replaced(value, kel::ToLower); }
 
 Text Upper(std::string_view value) { return Replaced(value, kel::ToUpper); }
 
-int32_t Length(std::string_view value) { return static_cast<int32_t>(value.size()); }
+int32_t Length(Call& call, std::string_view value) { return PositionResult(call, value.size()); }
 
 ArrayResult Tokenise(std::string_view value, std::string_view tokens) {
   std::array<bool, 256> separates{};

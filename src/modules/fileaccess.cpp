@@ -1,10 +1,17 @@
 #include "modules/fileaccess.h"
 
 #include "kel/dirs.h"
+#include "kel/fileio.h"
 #include "kel/movedlinks.h"
 
 namespace tamber {
 namespace {
+
+/// A path with what the system said about it. When there is no such file, the error says the rest.
+std::string WithReason(int32_t code, std::string_view path) {
+  const std::string reason = kel::TakeReason();
+  return std::string(path) + (code == ERR_FILENOTFOUND ? std::string() : reason);
+}
 
 int32_t CodeOf(kel::FileStatus status) {
   switch (status) {
@@ -39,6 +46,7 @@ void FailRefused(Call& call, std::string_view what) {
 }
 
 kel::Place PlaceOf(Call& call, std::string_view path, kel::Access access, kel::Links links) {
+  kel::TakeReason();  // what an operation before this one has left
   kel::Place place = PolicyOf(call).Find(path, access, links);
   if (place.IsRefused()) FailRefused(call, path);
   return place;
@@ -48,7 +56,7 @@ bool HasFailed(const Call& call) { return call.Info().errorCode != 0; }
 
 bool SucceededOr(Call& call, kel::FileStatus status, int32_t code, std::string_view path) {
   if (status == kel::FileStatus::Ok) return true;
-  if (!HasFailed(call)) call.Fail(code, path);
+  if (!HasFailed(call)) call.Fail(code, WithReason(code, path));
   return false;
 }
 

@@ -18,8 +18,8 @@ TEST(Base64, SkipsWhiteSpaceAndRefusesTheRest) {
   std::string bytes;
   EXPECT_TRUE(kel::DecodeBase64(" Zm9v\r\n\tYmFy\n", bytes));
   EXPECT_EQ(bytes, "foobar");
-  const std::string_view malformed[] = {"Zg",   "Zg=", "Z",       "Zg==Zg==", "Zm9v!",
-                                        "Z===", "=",   "Zm9\xC3", "Zh==",     "Zm9vYg==="};
+  const std::string_view malformed[] = {"Zg", "Zg=",     "Z",    "Zg==Zg==",  "Zm9v!", "Z===",
+                                        "=",  "Zm9\xC3", "Zh==", "Zm9vYg===", "A===",  "A= =\n="};
   for (const std::string_view text : malformed) {
     bytes = "left over";
     EXPECT_FALSE(kel::DecodeBase64(text, bytes)) << text;

@@ -52,6 +52,7 @@ TEST_F(FilesTest, AHostConfinesItsScripts) {
   Put("secret", "secret");
   Put("box/own", "own");
   fs::create_symlink("../secret", "box/link");
+  fs::create_symlink("..", "box/out");
   Confine(true, true);
   const auto refused = [this](std::initializer_list<const char*> calls) {
     for (const char* call : calls) {
@@ -65,8 +66,8 @@ TEST_F(FilesTest, AHostConfinesItsScripts) {
            "FileMove(\"box/own\", \"x\")", "FileDelete(\"secret\", TRUE)", "FileCreate(\"x\")",
            "FileAddLine(\"x\", \"y\")", "FileCompare(\"box/own\", \"secret\")"});
   refused({"FileSetMode(\"secret\", 0)", "FileHasVersionInfo(\"secret\")", "DirCreate(\"x\")",
-           "DirDelete(\"../x\", TRUE)", "DirExists(\"/etc\")", "PathCreate(\"x/y\")",
-           "DirSetCurrent(\"/\")", "FileConvertToUTF8(\"secret\", \"1252\")",
+           "DirDelete(\"../x\", TRUE)", "DirDelete(\"box/out\")", "DirExists(\"/etc\")",
+           "PathCreate(\"x/y\")", "DirSetCurrent(\"/\")", "FileConvertToUTF8(\"secret\", \"1252\")",
            "FileDelete(\"box/sub/../../secret\", TRUE)", "FileDelete(\"file:///etc/passwd\")"});
   EXPECT_EQ(Eval("FileCompress(\"secret\", \"box/x\")"), "-1 102");
   EXPECT_EQ(Eval("FileToString(\"secret\", TRUE)"), " 102");
@@ -87,15 +88,23 @@ TEST_F(FilesTest, AnErrorNamesTheFileThatItIsAbout) {
   };
   EXPECT_EQ(about("FileCopy(\"file\", \"dir\", TRUE)"), "FALSE 104 dir");
   EXPECT_EQ(about("FileCopy(\"dir\", \"file\", TRUE)"), "FALSE 104 dir");
-  EXPECT_EQ(about("FileCopy(\"file\", \"none/file\")"), "FALSE 105 none/file");
+  EXPECT_EQ(about("FileCopy(\"file\", \"none/file\")"),
+            "FALSE 105 none/file: No such file or directory");
   EXPECT_EQ(about("FileCopy(\"none/file\", \"file\")"), "FALSE 103 none/file");
   EXPECT_EQ(about("FileCompare(\"dir\", \"file\")"), "FALSE 104 dir");
   EXPECT_EQ(about("FileCompare(\"file\", \"dir\")"), "FALSE 104 dir");
-  EXPECT_EQ(about("FileCompress(\"file\", \"none/file\")"), "-1 102 none/file");
+  EXPECT_EQ(about("FileCompress(\"file\", \"none/file\")"),
+            "-1 102 none/file: No such file or directory");
   EXPECT_EQ(about("FileDecompress(\"file\", \"out\")"), "-1 102 file");
+  EXPECT_EQ(about("FileGetLine(\"file\", 99)"), " 101 file: line 99");
+  EXPECT_EQ(about("FileConvertToUTF8(\"file\", \"none\")"), "FALSE 101 none");
+  Put("b\xFF", "");
+  Put("b\xC3\xA9", "");
+  EXPECT_EQ(about("ArrayGetSize(FileFindPcre(\"./b.*\", \"1252\", TRUE))"), "1 0 ");
   // A file that is there but cannot be written anew is not missing.
   const std::string made = "/proc/self/status";
-  EXPECT_EQ(about("FileConvertToCodePage(\"" + made + "\", \"1252\")"), "FALSE 112 " + made);
+  EXPECT_EQ(about("FileConvertToCodePage(\"" + made + "\", \"1252\")"),
+            "FALSE 112 " + made + ": No such file or directory");
 }
 
 TEST_F(FilesTest, AMoveThatTheServerDoesNotFinishLeavesNothing) {
