@@ -1,52 +1,19 @@
 #include "errors.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <string>
 #include <string_view>
 
 #include "output.h"
+#include "shownline.h"
 
 namespace {
 
-/// Code points from `first` to `last` that a terminal shows `width` columns wide.
-struct WidthRange {
-  uint32_t first, last, width;
-};
-constexpr WidthRange kWidths[] = {
-    {0x300, 0x36F, 0},   {0x1100, 0x115F, 2}, {0x200B, 0x200F, 0},   {0x2E80, 0xA4CF, 2},
-    {0xAC00, 0xD7A3, 2}, {0xF900, 0xFAFF, 2}, {0xFE00, 0xFE0F, 0},   {0xFE30, 0xFE6F, 2},
-    {0xFF00, 0xFF60, 2}, {0xFFE0, 0xFFE6, 2}, {0x1F300, 0x1FAFF, 2}, {0x20000, 0x3FFFD, 2},
-};
-
-uint32_t WidthOf(uint32_t code) {
-  for (const WidthRange& range : kWidths) {
-    if (code >= range.first && code <= range.last) return range.width;
-  }
-  return 1;
-}
-
-bool IsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
-/// Under the column, whatever the width of the tabs and letters before it.
-std::string Indent(std::string_view line, size_t column) {
-  std::string indent;
-  const size_t end = std::min(column - 1, line.size());
-  for (size_t at = 0; at < end;) {
-    const auto lead = static_cast<unsigned char>(line[at]);
-    uint32_t code = lead < 0xC0   ? lead
-                    : lead < 0xE0 ? lead & 0x1F
-                    : lead < 0xF0 ? lead & 0xF
-                                  : lead & 7;
-    while (++at < end && lead >= 0xC0 && IsContinuation(line[at])) {
-      code = code << 6 | (static_cast<unsigned char>(line[at]) & 0x3F);
-    }
-    indent.append(code == '\t' ? 1 : WidthOf(code), code == '\t' ? '\t' : ' ');
-  }
-  return indent;
-}
-
 std::string Where(const TamberDiagnostic& error) {
-  const std::string file = error.file.IsEmpty() ? "tamber" : error.file.Str();
+  const std::string file = error.file.IsEmpty() ? "tamber" : Printable(error.file);
   return file + (error.line != 0 ? ":" + std::to_string(error.line) : "");
 }
 
@@ -60,7 +27,7 @@ std::string Message(const TamberDiagnostic& error) {
   }
   std::string message = error.text.Str();
   if (!message.empty() && !detail.empty()) message += ": ";
-  return message.append(detail);
+  return message + Printable(detail);
 }
 
 bool IsSameCall(const TamberCallFrame& a, const TamberCallFrame& b) {
@@ -73,13 +40,31 @@ std::string Calls(const TamberDiagnostic& error) {
     const TamberCallFrame& frame = error.callStack[i];
     size_t next = i + 1;
     while (next < error.callStack.size() && IsSameCall(frame, error.callStack[next])) ++next;
-    calls += "  called by " + frame.procedure.Str() + " at " + frame.file.Str() + ":" +
+    calls += "  called by " + Printable(frame.procedure) + " at " + Printable(frame.file) + ":" +
              std::to_string(frame.line);
     if (next - i > 1) calls += " (" + std::to_string(next - i) + " times)";
     calls += "\n";
     i = next;
   }
   return calls;
+}
+
+std::string Notes(const TamberDiagnostic& error) {
+  std::string notes;
+  for (const TamberNote& note : error.notes) {
+    notes += note.kind == TamberNote::Kind::Hint ? "hint: " : "note: ";
+    notes += Printable(note.text) + "\n";
+  }
+  return notes;
+}
+
+/// How long a source line may be.
+size_t LineWidth() {
+  constexpr size_t kUsual = 120;
+  constexpr size_t kLeast = 40;
+  winsize size{};
+  if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsual;
+  return std::max<size_t>(size.ws_col, kLeast);
 }
 
 }  // namespace
@@ -100,15 +85,17 @@ std::string ErrorDisplay::Report(const TamberDiagnostic& error) const {
   std::string report =
       Where(error) + ": " + Styled(Style::kError, kind) + " " + Message(error) + "\n";
   if (!error.sourceLine.IsEmpty()) {
-    report += error.sourceLine.Str() + "\n";
+    const ShownLine line = ShowLine(error.sourceLine, error.column, LineWidth());
+    report += line.text + "\n";
     if (error.column != 0) {
       std::string mark = "^ column " + std::to_string(error.column);
       if (error.sourceLineNumber != error.line) {
         mark.insert(2, "line " + std::to_string(error.sourceLineNumber) + ", ");
       }
-      report += Indent(error.sourceLine.View(), error.column) + Styled(Style::kMark, mark) + "\n";
+      report += line.indent + Styled(Style::kMark, mark) + "\n";
     }
   }
+  report += Notes(error);
   return report + Calls(error);
 }
 

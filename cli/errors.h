@@ -3,8 +3,8 @@
 #include "tamber.h"
 
 /// Shows errors on standard error: FILE:LINE: error NAME (CODE): message: detail, then the source
-/// line with a mark under the place, then the calls that led there. An error that is about no line
-/// has no LINE.
+/// line with a mark under the place, notes and hints, then the calls that led there. An error that
+/// is about no line has no LINE.
 class ErrorDisplay {
  public:
   explicit ErrorDisplay(bool colored) : colored_(colored) {}

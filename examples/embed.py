@@ -12,7 +12,7 @@ FUNCTION = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p)
 class Error(ctypes.Structure):
     _fields_ = [("code", ctypes.c_int32), ("line", ctypes.c_uint32), ("column", ctypes.c_uint32)] + [
         (name, ctypes.c_char_p) for name in ("name", "text", "detail", "file", "source_line", "procedure")] + [
-        ("source_line_number", ctypes.c_uint32), ("frames", ctypes.c_uint32)]
+        ("source_line_number", ctypes.c_uint32), ("frames", ctypes.c_uint32), ("notes", ctypes.c_uint32)]
 
 
 tamber.tamber_new.restype = ctypes.c_void_p

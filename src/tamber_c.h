@@ -69,6 +69,7 @@ typedef struct tamber_error {
   const char* procedure;
   uint32_t source_line_number; /**< of source_line, from 1; 0 without a line */
   uint32_t frames;             /**< procedures that were running: see tamber_get_frame */
+  uint32_t notes;              /**< lines to show below it: see tamber_get_note */
 } tamber_error;
 
 /** A procedure that was running when an error came up. */
@@ -77,6 +78,13 @@ typedef struct tamber_frame {
   const char* file;
   uint32_t line; /**< of the statement that it was at, from 1 */
 } tamber_frame;
+
+/** A line to show below an error: what was found, or what may have been meant. For people; the
+ * wording may change. */
+typedef struct tamber_note {
+  int is_hint; /**< 1: what may have been meant */
+  const char* text;
+} tamber_note;
 
 /** Takes what scripts print. */
 typedef void (*tamber_output)(const char* text, size_t length, void* user);
@@ -225,6 +233,8 @@ TAMBER_API int tamber_raise(tamber_call* call, int32_t code, const char* text);
 TAMBER_API int tamber_get_error(tamber_context* context, tamber_error* error);
 /** A procedure that was running when it came up, the innermost at position 0. */
 TAMBER_API int tamber_get_frame(tamber_context* context, uint32_t position, tamber_frame* frame);
+/** A line to show below it, the first at position 0. */
+TAMBER_API int tamber_get_note(tamber_context* context, uint32_t position, tamber_note* note);
 
 #ifdef __cplusplus
 }

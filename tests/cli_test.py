@@ -148,6 +148,27 @@ class CommandTest(unittest.TestCase):
             self.assertRegex(errors[0], r"a\.tam:3: error ERR_DIVIDEBYZERO")
             self.assertEqual(errors[2], mark)
 
+    def test_notes_and_hints_below_errors(self):
+        procedure = "proc F(int a)\nendproc\nproc main()\n  int count\n  int[3] list\n  %s\nendproc\n"
+        for line, told in (('count = "x"', "note: the target is of type int.*, the value of type string"),
+                           ("count = cuont", 'hint: did you mean "count"\\?'), ("Prnt(1)", 'hint: did you mean "Print"\\?'),
+                           ("list[5] = 1", "note: the index is 5, the array has 3 elements"),
+                           ("F(1, 2)", "note: the call has 2 arguments, the procedure is F\\(int.* a\\)"),
+                           ("StrLeft(count)", "note: the call has 1 argument: int.*\nnote: there is .*StrLeft"),
+                           ("int x = 1", "hint: a local declaration takes no value"),
+                           ("int F", "note: it is the procedure of .*/a.tam, line 1"),
+                           ("if 1", 'note: there is no "endif" for the "if" of line 6 before line 7')):
+            errors = self.run_tamber(self.script(procedure % line))[2]
+            self.assertRegex(errors, rf"\^.*\n{told}", line)
+
+    def test_long_lines_are_cut_and_control_bytes_escaped(self):
+        line = "  Print(\"" + "x" * 400 + "\x1b[31m\" + unknown)"
+        shown = self.run_tamber(self.script(f"proc main()\n{line}\nendproc\n"))[2].splitlines()
+        self.assertLessEqual(len(shown[1]), 120)
+        self.assertTrue(shown[1].startswith("...x"))
+        self.assertIn("\\x1b[31m", shown[1])
+        self.assertEqual(shown[1][shown[2].index("^"):][:7], "unknown")
+
     def test_output_that_cannot_be_written(self):
         endless = self.script('while 1\n  Print("x")\nwend\n')
         with open("/dev/full", "wb") as full:

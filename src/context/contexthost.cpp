@@ -4,6 +4,7 @@
 #include "expr/exprcomp.h"
 #include "frontend/compsession.h"
 #include "kel/kelascii.h"
+#include "kel/nearestname.h"
 #include "kel/stop.h"
 #include "machine/code.h"
 #include "statements/lower.h"
@@ -38,6 +39,22 @@ Variable* ContextState::FindOuter(const Name& name) {
     if (at != VarList::kNotFound) return list->GetVariable(at);
   }
   return nullptr;
+}
+
+void ContextState::OfferNames(kel::NearestName& nearest, bool callable) {
+  if (!run.wantsNotes) return;
+  if (callable) {
+    for (uint32_t i = 1; i <= context.GetProcedureCount(); ++i)
+      nearest.Offer(context.ProcedureList::GetProcedure(i)->GetName());
+    for (uint32_t i = 1; i <= context.GetFunctionCount(); ++i)
+      nearest.Offer(context.GetFunction(i)->GetName());
+    return;
+  }
+  const VarList* const lists[] = {scopes.globals.get(), scopes.externals.get(), Constants()};
+  for (const VarList* list : lists) {
+    for (uint32_t i = 0; list != nullptr && i < list->GetSize(); ++i)
+      nearest.Offer(list->GetVariable(i)->OwnName().View());
+  }
 }
 
 int32_t ContextState::SwitchValue(std::string_view name) { return context.GetSwitch(name); }

@@ -44,6 +44,7 @@ class ErrorRecord {
   bool reported_;
   KelString text_;
   KelString detail_;
+  ErrorNotes notes_;
   TamberDiagnostic diagnostic_;
 };
 
@@ -230,6 +231,7 @@ class ContextState final : public MachineHost, public CompileHost {
   void ReportLeft(const SourcePlace& place) override;
   Variable* FindVariable(const KelString& name, uint32_t mask) override;
   const Variable* FindConstant(std::string_view name) override;
+  void OfferNames(kel::NearestName& nearest, bool callable) override;
   FunctionList& Functions() override;
   Machine& Evaluator() override { return *machine; }
   RunState& Run() override { return run; }

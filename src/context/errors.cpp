@@ -85,6 +85,7 @@ void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
     diagnostic.sourceLineNumber = at.line;
     diagnostic.column = at.column;
   }
+  diagnostic.notes = state.run.notes.Texts();
   diagnostic.procedure = place.procedure;
   if (!place.procedure.IsEmpty()) return;
   for (const ContextState* at = &state; at != nullptr; at = at->caller) {
@@ -109,6 +110,7 @@ ErrorRecord::ErrorRecord(ContextState& state)
       reported_(state.run.errorReported),
       text_(state.run.errorText),
       detail_(state.run.errorDetail),
+      notes_(state.run.notes),
       diagnostic_(state.errors.diagnostic) {}
 
 ErrorRecord::~ErrorRecord() {
@@ -116,6 +118,7 @@ ErrorRecord::~ErrorRecord() {
   state_.run.errorReported = reported_;
   state_.run.errorText = std::move(text_);
   state_.run.errorDetail = std::move(detail_);
+  state_.run.notes = std::move(notes_);
   state_.errors.diagnostic = std::move(diagnostic_);
 }
 

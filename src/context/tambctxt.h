@@ -14,6 +14,7 @@
 #include "kel/kelformat.h"
 #include "kel/kelstring.h"
 #include "statements/proclist.h"
+#include "values/errnotes.h"
 #include "values/typelist.h"
 #include "values/varlist.h"
 
@@ -50,6 +51,9 @@ struct TamberDiagnostic {
   /// The procedures that were running, the innermost first, those of the scripts that called this
   /// one behind its own; empty for errors of compiling.
   std::vector<TamberCallFrame> callStack;
+  /// What is to be told below: the types on both sides, the prototypes that exist, what may have
+  /// been meant. For people; the wording may change.
+  std::vector<TamberNote> notes;
 };
 
 namespace tamber {

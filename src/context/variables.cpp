@@ -1,6 +1,10 @@
+#include <algorithm>
+
 #include "context/contextstate.h"
 #include "frontend/declread.h"
+#include "frontend/scripttext.h"
 #include "kel/kelascii.h"
+#include "statements/procedure.h"
 #include "text/tokenise.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
@@ -33,6 +37,32 @@ std::unique_ptr<VarList>* ListOf(tamber::ContextState& state, enum_VarListType s
   return scope == VARLIST_GLOBAL     ? &state.scopes.globals
          : scope == VARLIST_CONSTANT ? &state.scopes.constants
                                      : &state.scopes.externals;
+}
+
+/// What has the name already, and where that is.
+std::string ClashOf(TamberContext& context, const KelString& name, int32_t error) {
+  switch (error) {
+    case ERR_VAREXISTS:
+      if (const Variable* constant = context.PeekConstant(name.View())) {
+        const bool isOurs = (constant->GetVarFlags() & Variable::Predefined) != 0;
+        return isOurs ? "it is a constant of the language" : "it is a constant of the script";
+      }
+      return context.Lookup(name.View()) != nullptr ? "it is a type"
+                                                    : "it is a variable of the script";
+    case ERR_VARISFUNC:
+      return "it is the function " + context.PrototypeText(context.FindFunction(name.View())).Str();
+    case ERR_VARISSTATEMENT:
+      return "it is a word of the language";
+    case ERR_VARISPROC: {
+      const TamberProcedure& procedure = *context.ProcedureList::GetProcedure(name.View());
+      const auto& text = procedure.GetScript();
+      if (text == nullptr) return "it is a procedure";
+      return "it is the procedure of " + text->Name().Str() + ", line " +
+             std::to_string(std::max(procedure.GetStartLine(), 2U) - 1);
+    }
+    default:
+      return {};
+  }
 }
 
 /// The scope that the lowest bit names; false: none.
@@ -153,6 +183,8 @@ int32_t TamberContext::CheckUniqueVar(const KelString& name, uint32_t mask) {
     error = ERR_VARISPROC;
   if (error == 0) return 1;
   SetContextError(error, name);
+  const std::string clash = ClashOf(*this, name, error);
+  if (!clash.empty()) State().run.notes.Note(clash);
   return 0;
 }
 

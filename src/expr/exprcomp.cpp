@@ -1,6 +1,7 @@
 #include "expr/exprcomp.h"
 
 #include "expr/exprnames.h"
+#include "expr/exprnotes.h"
 #include "expr/exprparser.h"
 #include "expr/lowerexpr.h"
 #include "machine/code.h"
@@ -23,6 +24,7 @@ bool ExpressionCompiler::Fail(int32_t code, std::string_view text, uint32_t offs
   error_ = code;
   errorOffset_ = offset;
   errorText_ = KelString(text);
+  notes_.Clear();
   return false;
 }
 
@@ -60,6 +62,7 @@ int32_t ExpressionCompiler::CompileAssigned(Tokeniser* tokeniser, const KelStrin
   if (!Compile(*tokeniser, terminators.View(), false)) return 0;
   if (root_->Type()->GetKind() == tamber::Kind::None) {
     Fail(ERR_ASSIGNMISMATCH, name, root_->SourceOffset());
+    notes_.Note("what is assigned is a call of a procedure without result");
     return 0;
   }
   tamber::AdaptLiterals(*root_, target);
@@ -96,6 +99,7 @@ int32_t ExpressionCompiler::Combine(std::unique_ptr<ExpressionBase> left, std::s
   std::string text;
   if (const ExpressionBase* wrong = tamber::ResolveTypes(*node, error, text)) {
     Fail(error, text, wrong->SourceOffset());
+    tamber::NoteOperands(*wrong, notes_);
     return 0;
   }
   root_ = std::move(node);

@@ -6,6 +6,7 @@
 #include "expr/exprbase.h"
 #include "kel/kelstring.h"
 #include "machine/locals.h"
+#include "values/errnotes.h"
 
 class Stack;
 class TamberContext;
@@ -67,6 +68,8 @@ class ExpressionCompiler {
   const KelString& GetErrorText() const { return errorText_; }
   /// Where it stands in the logical line, from 0; also of what failed to be evaluated.
   uint32_t GetErrorOffset() const { return errorOffset_; }
+  /// What is to be told beside it.
+  const tamber::ErrorNotes& Notes() const { return notes_; }
 
   /// Wraps a finished value into `target op (value)`, for compound assignment. Takes both over.
   /// `opOffset`: where the operator stands.
@@ -85,5 +88,6 @@ class ExpressionCompiler {
   int32_t error_ = 0;
   KelString errorText_;
   uint32_t errorOffset_ = 0;
+  tamber::ErrorNotes notes_;
   mutable std::unique_ptr<Variable, void (*)(Variable*)> prototype_;
 };

@@ -4,6 +4,9 @@
 
 #include "kel/kelstring.h"
 
+namespace kel {
+class NearestName;
+}
 class FunctionList;
 class Variable;
 
@@ -22,6 +25,9 @@ class ExpressionNames {
   virtual const Variable* FindConstant(std::string_view name) = 0;
   virtual Callable* FindCallable(std::string_view name) = 0;
   virtual FunctionList& Functions() = 0;
+  /// Offers the names that it knows, for one that it does not: of what can be called, or of all
+  /// that has a value. Nothing when nobody will be told.
+  virtual void OfferNames(kel::NearestName& nearest, bool callable) = 0;
   virtual Machine& Evaluator() = 0;
 
  protected:

@@ -5,6 +5,7 @@
 
 #include "expr/exprcnst.h"
 #include "expr/exprfunc.h"
+#include "expr/exprnotes.h"
 #include "expr/exprproc.h"
 #include "expr/exprsub.h"
 #include "functions/funclist.h"
@@ -143,6 +144,15 @@ bool ExpressionParser::Fail(int32_t code, std::string_view text, uint32_t offset
   return compiler_.Fail(code, text, offset);
 }
 
+bool ExpressionParser::FailUnknown(std::string_view name) {
+  const bool isCall = tokeniser_.PeekNextChar() == '(';
+  Fail(ERR_EXPRBADTOKEN, name);
+  // Text that a script evaluates may fail over and over, and nobody is told of its names.
+  if (!scope_.runtimeLocals)
+    tamber::NoteUnknownName(scope_.names, scope_.locals, name, isCall, Notes());
+  return false;
+}
+
 std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view terminators,
                                                         bool needsValue) {
   at_ = tokeniser_.NextOffset();
@@ -181,6 +191,7 @@ std::unique_ptr<ExpressionBase> ExpressionParser::TakeRoot() {
   std::string text;
   if (const ExpressionBase* wrong = tamber::ResolveTypes(*root_, error, text)) {
     Fail(error, text, wrong->SourceOffset());
+    tamber::NoteOperands(*wrong, Notes());
     return nullptr;
   }
   return std::move(root_);
@@ -388,7 +399,14 @@ bool ExpressionParser::HandleName(std::string_view token) {
   if (tamber::Callable* procedure = scope_.names.FindCallable(token))
     return HandleProcedure(procedure);
   if (scope_.names.Functions().FindFunction(token) != 0) return HandleFunction(token);
-  return Fail(ERR_EXPRBADTOKEN, token);
+  return FailUnknown(token);
+}
+
+bool ExpressionParser::FailType(int32_t code, const ExpressionVariable& variable,
+                                uint32_t selected) {
+  Fail(code, variable.Variable().name.View(), selected);
+  Notes().Note("what is selected from is of type " + variable.Type()->Word());
+  return false;
 }
 
 bool ExpressionParser::ReadIndex(ExpressionVariable& variable, uint32_t selected) {
@@ -396,13 +414,16 @@ bool ExpressionParser::ReadIndex(ExpressionVariable& variable, uint32_t selected
   const uint32_t bracket = tokeniser_.NextOffset();
   tokeniser_.TakeChar('[');
   if (!from->IsArray() && from->GetKind() != Kind::Any)
-    return Fail(ERR_VARNOTARRAY, variable.Variable().name.View(), selected);
+    return FailType(ERR_VARNOTARRAY, variable, selected);
   Node index = ParseNested("]");
   if (!index) return false;
   if (!tokeniser_.TakeChar(']')) return Fail(ERR_EXPRBADFORMAT, "[", bracket);
   Kind kind = index->Type()->GetKind();
-  if (kind != Kind::Int && kind != Kind::Any)
-    return Fail(ERR_EXPRPARMMATCH, variable.Variable().name.View(), index->SourceOffset());
+  if (kind != Kind::Int && kind != Kind::Any) {
+    Fail(ERR_EXPRPARMMATCH, variable.Variable().name.View(), index->SourceOffset());
+    Notes().Note("the index is of type " + index->Type()->Word());
+    return false;
+  }
   ExpressionVariable::Selector selector;
   selector.isIndex = true;
   selector.sourceOffset = bracket;
@@ -426,10 +447,13 @@ bool ExpressionParser::ReadMember(ExpressionVariable& variable, uint32_t& select
   selector.from = from;
   selector.to = TypeDesc::Of(Kind::Any);
   if (from->GetKind() != Kind::Any) {
-    if (from->GetKind() != Kind::Struct)
-      return Fail(ERR_VARNOTSTRUCT, variable.Variable().name.View(), selected);
+    if (from->GetKind() != Kind::Struct) return FailType(ERR_VARNOTSTRUCT, variable, selected);
     selector.member = from->Layout()->Find(member);
-    if (selector.member < 0) return Fail(ERR_BADSTRUCTEL, member, named);
+    if (selector.member < 0) {
+      Fail(ERR_BADSTRUCTEL, member, named);
+      tamber::NoteMembers(*from->Layout(), member, Notes());
+      return false;
+    }
     selector.to = from->Layout()->Members()[static_cast<size_t>(selector.member)].type;
   }
   variable.AddMember(std::move(selector));
@@ -475,17 +499,25 @@ bool ExpressionParser::CheckProcedureArguments(tamber::Callable& procedure,
                                                std::vector<Node>& arguments) {
   std::string_view name = procedure.GetName().View();
   if (kel::EqualsNoCase(name, "main")) return Fail(ERR_PROCCALLMAIN, name);
-  if (arguments.size() != procedure.GetParameterCount()) return Fail(ERR_PROCPARMCOUNT, name);
+  if (arguments.size() != procedure.GetParameterCount()) {
+    Fail(ERR_PROCPARMCOUNT, name);
+    tamber::NoteParameters(procedure, arguments.size(), Notes());
+    return false;
+  }
   for (size_t i = 0; i < arguments.size(); ++i) {
     const tamber::Local& parameter = procedure.Locals().At(static_cast<uint32_t>(i));
     ExpressionBase& argument = *arguments[i];
     const TypeDesc& type = *argument.Type();
     bool unknown = type.GetKind() == Kind::Any;
     const uint32_t at = argument.SourceOffset();
+    const auto refuse = [&] {
+      Fail(ERR_EXPRPARMTYPE, name, at);
+      tamber::NoteArgument(procedure, i, *argument.Type(), Notes());
+      return false;
+    };
     if (!parameter.isReference) {
       tamber::AdaptLiterals(argument, *parameter.type);
-      if (!unknown && !parameter.type->Accepts(*argument.Type()))
-        return Fail(ERR_EXPRPARMTYPE, name, at);
+      if (!unknown && !parameter.type->Accepts(*argument.Type())) return refuse();
       continue;
     }
     bool isVariable = argument.GetKind() == EXPRESSION_VARIABLE;
@@ -497,7 +529,7 @@ bool ExpressionParser::CheckProcedureArguments(tamber::Callable& procedure,
     }
     if (!isVariable) return Fail(ERR_REFPARAMNOTVAR, name, at);
     bool same = tamber::HasLayoutOf(type, *parameter.type);
-    if (!unknown && !same) return Fail(ERR_EXPRPARMTYPE, name, at);
+    if (!unknown && !same) return refuse();
   }
   return true;
 }
@@ -517,8 +549,12 @@ bool ExpressionParser::HandleFunction(std::string_view name) {
   std::vector<const TypeDesc*> types;
   for (const Node& argument : arguments) types.push_back(argument->Type().Get());
   uint32_t index = scope_.names.Functions().FindBestSignature(name, types);
-  if (index == 0) return Fail(ERR_EXPRSIGNATURE, name);
-  if (!scope_.names.Functions().TakesArguments(index, types)) return Fail(ERR_EXPRPARMTYPE, name);
+  if (index == 0 || !scope_.names.Functions().TakesArguments(index, types)) {
+    Fail(index == 0 ? ERR_EXPRSIGNATURE : ERR_EXPRPARMTYPE, name);
+    if (!scope_.runtimeLocals)
+      tamber::NotePrototypes(scope_.names.Functions(), name, types, Notes());
+    return false;
+  }
   auto function = scope_.names.Functions().ShareFunction(index);
   const bool unknown = std::any_of(types.begin(), types.end(), [](const TypeDesc* type) {
     return type->GetKind() == Kind::Any;

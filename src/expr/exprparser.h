@@ -63,6 +63,11 @@ class ExpressionParser {
   /// Refuses the token at `at_`, or what begins at `offset`.
   bool Fail(int32_t code, std::string_view text);
   bool Fail(int32_t code, std::string_view text, uint32_t offset);
+  /// Refuses a selection from a value of the wrong type.
+  bool FailType(int32_t code, const ExpressionVariable& variable, uint32_t selected);
+  /// Refuses a name that means nothing.
+  bool FailUnknown(std::string_view name);
+  tamber::ErrorNotes& Notes() { return compiler_.notes_; }
   Node TakeRoot();
 
   ExpressionCompiler& compiler_;

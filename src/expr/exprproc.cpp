@@ -38,7 +38,7 @@ Operand ExpressionProcedure::LowerNode(tamber::CodeBuilder& builder) const {
     if (!value) {
       builder.Free(argument);
       // Only a name that means another variable when it runs comes here.
-      builder.EmitFail(ERR_ASSIGNMISMATCH, procedure_->GetName().View());
+      builder.EmitFail(ERR_ASSIGNMISMATCH, procedure_->GetName().View(), *parameter.type, argument);
       continue;
     }
     builder.MoveInto(reg, *value);

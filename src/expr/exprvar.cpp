@@ -218,7 +218,7 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
   std::optional<Operand> converted = b.Convert(value, *last.to);
   if (!converted) {
     b.Free(value);
-    b.EmitFail(ERR_ASSIGNMISMATCH, variable_.name.View());
+    b.EmitFail(ERR_ASSIGNMISMATCH, variable_.name.View(), *last.to, value);
     return;
   }
   const size_t steps = selectors_.size() - 1;

@@ -143,7 +143,12 @@ bool CompileAssignment(StatementCompiler& compiler) {
   if (mayBeArray || (target->Type()->IsArray() && operation != STATEMENT_PLAIN)) {
     return CompileArrayChange(compiler, std::move(target), operation);
   }
-  if (appends) return compiler.Fail(ERR_ASSIGNMISMATCH, name);
+  if (appends) {
+    compiler.Fail(ERR_ASSIGNMISMATCH, name);
+    compiler.Host().Run().notes.Note("what \"<<=\" appends to is of type " +
+                                     target->Type()->Word());
+    return false;
+  }
   return CompileCompound(compiler, std::move(target), op);
 }
 

@@ -1,5 +1,6 @@
 #include "frontend/compcall.h"
 
+#include "frontend/compilehost.h"
 #include "frontend/stmtcomp.h"
 #include "statements/statcall.h"
 #include "statements/statpopstack.h"
@@ -17,7 +18,10 @@ bool CompileReturnValue(StatementCompiler& compiler, const TypeDesc& type) {
     return compiler.FailExpression();
   }
   if (!type.Accepts(*expressions.ResultType())) {
-    return compiler.Fail(ERR_RETURNWRONGTYPE, "");
+    const TypeRef value = expressions.ResultType();
+    compiler.Fail(ERR_RETURNWRONGTYPE, "");
+    compiler.Host().Run().notes.Note(MismatchText(type, *value));
+    return false;
   }
   compiler.AppendExpression(StatementExpression::Use::Returned);
   return true;

@@ -1,5 +1,6 @@
 #include "frontend/compdecl.h"
 
+#include "frontend/compilehost.h"
 #include "frontend/declread.h"
 #include "frontend/stmtcomp.h"
 #include "statements/statdecl.h"
@@ -28,13 +29,17 @@ bool CompileLocals(StatementCompiler& compiler) {
     DeclaredName declared;
     error = reader.ReadName(declared);
     if (error != ERR_SUCCESS) break;
-    if (!compiler.IsFreeLocalName(declared.name)) {
-      return compiler.Fail(ERR_VAREXISTS, declared.name);
-    }
+    if (!compiler.CheckLocalName(declared.name)) return false;
     Declare(compiler, reader.TypeWord(declared), declared);
     error = reader.ReadSeparator(more);
   }
-  return error == ERR_SUCCESS || compiler.Fail(error, reader.ErrorText());
+  if (error == ERR_SUCCESS) return true;
+  compiler.Fail(error, reader.ErrorText());
+  if (error == ERR_VARNOCOMMA && reader.ErrorText() == "=") {
+    compiler.Host().Run().notes.Hint(
+        "a local declaration takes no value; assign it in a line of its own");
+  }
+  return false;
 }
 
 }  // namespace tamber

@@ -45,7 +45,7 @@ bool CompileFor(StatementCompiler& compiler, uint32_t flags) {
   const KelString keyword(compiler.Tokens().Token());
   uint32_t end = 0;
   if (!compiler.FindBlockEnd(end)) return false;
-  if (end == 0) return compiler.Fail(ERR_FORNOENDFOR, keyword);
+  if (end == 0) return compiler.FailNoEnd(ERR_FORNOENDFOR, "endfor");
   ForHeader header;
   if (!SplitHeader(compiler.Tokens(), header)) return compiler.Fail(ERR_FORBADSYNTAX, keyword);
 

@@ -18,7 +18,7 @@ bool CompileBranch(StatementCompiler& compiler, uint32_t flags) {
   const bool first = compiler.Tokens().TokenIs("if");
   uint32_t next = 0;
   if (!compiler.FindBlockEnd(next)) return false;
-  if (next == 0) return compiler.Fail(ERR_ENDIFUNMATCHED, compiler.Tokens().Token());
+  if (next == 0) return compiler.FailNoEnd(ERR_ENDIFUNMATCHED, "endif");
   uint32_t jump = 0;
   if (!compiler.CompileCondition(compiler.Tokens(), jump)) return false;
   if (!compiler.CompileBlock(next, flags | kInIf)) return false;
@@ -34,7 +34,7 @@ bool CompileBranch(StatementCompiler& compiler, uint32_t flags) {
 bool CompileElse(StatementCompiler& compiler, uint32_t flags) {
   uint32_t end = 0;
   if (!compiler.FindBlockEnd(end)) return false;
-  if (end == 0) return compiler.Fail(ERR_ELSENOEND, compiler.Tokens().Token());
+  if (end == 0) return compiler.FailNoEnd(ERR_ELSENOEND, "endif");
   if (!compiler.CompileBlock(end, flags | kInIf)) return false;
   compiler.Script().ReadLineAt(end);
   return true;

@@ -1,6 +1,7 @@
 #include "frontend/compsession.h"
 
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "expr/exprproc.h"
@@ -101,6 +102,9 @@ void CompileSession::SalvageBodies() {
   const bool reported = run.errorReported;
   const KelString text = run.errorText;
   const KelString detail = run.errorDetail;
+  const ErrorNotes notes = run.notes;
+  // Nobody is told of the errors in here.
+  const bool wantsNotes = std::exchange(run.wantsNotes, false);
   for (Body& body : bodies_) {
     run.errorCode = ERR_SUCCESS;
     if (body.procedure->GetState() == TamberProcedure::State::Declared &&
@@ -112,6 +116,8 @@ void CompileSession::SalvageBodies() {
   run.errorReported = reported;
   run.errorText = text;
   run.errorDetail = detail;
+  run.notes = notes;
+  run.wantsNotes = wantsNotes;
 }
 
 bool CompileSession::CompileBody(Body& body) {

@@ -11,7 +11,7 @@ bool CompileWhile(StatementCompiler& compiler, uint32_t flags) {
   const uint32_t line = compiler.Line();
   uint32_t end = 0;
   if (!compiler.FindBlockEnd(end)) return false;
-  if (end == 0) return compiler.Fail(ERR_WHILENOWEND, compiler.Tokens().Token());
+  if (end == 0) return compiler.FailNoEnd(ERR_WHILENOWEND, "wend");
   const uint32_t top = compiler.Count() + 1;
   uint32_t jump = 0;
   if (!compiler.CompileCondition(compiler.Tokens(), jump)) return false;

@@ -115,7 +115,10 @@ bool Declaration::ReadEqual() {
 bool Declaration::Initialise(Variable& variable, const DeclaredName& declared) {
   const VarHolder value = Evaluate(session_, script_, ",;", &declared);
   if (!value) return false;
-  return variable.Assign(value.get()) != 0 || Fail(ERR_ASSIGNMISMATCH, variable.GetVarName());
+  if (variable.Assign(value.get()) != 0) return true;
+  Fail(ERR_ASSIGNMISMATCH, variable.GetVarName());
+  host_.Run().notes.Note(MismatchText(*declared.type, *TypeOf(*value)));
+  return false;
 }
 
 void Declaration::Add(VarHolder variable, enum_VarListType scope) {

@@ -23,7 +23,9 @@ bool CheckProcedureName(CompileHost& host, const KelString& name) {
   if (host.CheckUniqueVar(name, VARLIST_GLOBAL) != 0) return true;
   const int32_t code = host.Error();
   if (code == ERR_VARISSTATEMENT || code == ERR_VARISPROC) {
+    const ErrorNotes notes = host.Run().notes;
     host.SetError(ERR_PROCDUPLICATE, name);
+    host.Run().notes = notes;
   }
   return false;
 }

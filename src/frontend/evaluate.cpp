@@ -50,6 +50,7 @@ VarHolder Evaluate(CompileSession& session, ScriptLine& script, const KelString&
              : compiler.CompileExpression(tokeniser, terminators);
   if (!compiled) {
     host.SetError(compiler.GetError(), compiler.GetErrorText());
+    host.Run().notes = compiler.Notes();
     session.FailHere(script, compiler.GetErrorOffset());
     return nullptr;
   }

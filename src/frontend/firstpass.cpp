@@ -1,5 +1,9 @@
 #include "frontend/firstpass.h"
 
+#include <algorithm>
+#include <iterator>
+
+#include "expr/exprnotes.h"
 #include "frontend/compilehost.h"
 #include "frontend/compsession.h"
 #include "frontend/declare.h"
@@ -7,8 +11,11 @@
 #include "frontend/prochead.h"
 #include "frontend/script.h"
 #include "frontend/scriptscan.h"
+#include "frontend/stmtcomp.h"
 #include "frontend/structdef.h"
+#include "functions/funclist.h"
 #include "kel/kelascii.h"
+#include "kel/nearestname.h"
 #include "kel/stop.h"
 #include "values/errcodes.h"
 
@@ -62,6 +69,25 @@ constexpr Keyword kKeywords[] = {
     {"/*", SkipComment},
 };
 
+void NoteUnknownWord(CompileHost& host, const KelString& word) {
+  ErrorNotes& notes = host.Run().notes;
+  constexpr std::string_view kStatements[] = {"if",    "while",    "for",  "return",
+                                              "break", "continue", "exit", "call"};
+  const bool isStatement =
+      std::any_of(std::begin(kStatements), std::end(kStatements),
+                  [&](std::string_view statement) { return kel::EqualsNoCase(word, statement); });
+  constexpr uint32_t kScopes = VARLIST_GLOBAL | VARLIST_CONSTANT | VARLIST_EXTERNAL;
+  if (isStatement || host.Functions().FindFunction(word) != 0 ||
+      host.Procedures().FindProcedure(word) != 0 || host.FindVariable(word, kScopes) != nullptr) {
+    notes.Hint("outside of procedures there are only declarations; statements stand in procedures");
+    return;
+  }
+  kel::NearestName nearest(word);
+  for (const Keyword& keyword : kKeywords) nearest.Offer(keyword.word);
+  OfferTypes(host.Types(), nearest);
+  NoteNearest(nearest, notes);
+}
+
 bool ReadTopLevelLine(CompileSession& session, TamberScript& script) {
   Tokeniser& tokeniser = script.GetTokeniser();
   tokeniser.GetNextToken(1, 1);
@@ -75,7 +101,9 @@ bool ReadTopLevelLine(CompileSession& session, TamberScript& script) {
   for (const Keyword& keyword : kKeywords) {
     if (kel::EqualsNoCase(word, keyword.word)) return keyword.handler(session, script);
   }
-  return session.Fail(script, ERR_BADSTATEMENT, word);
+  session.Fail(script, ERR_BADSTATEMENT, word);
+  NoteUnknownWord(session.Host(), word);
+  return false;
 }
 
 /// Counts a script among those that are being loaded while it lives.

@@ -108,9 +108,14 @@ bool HeaderReader::ReadReferenceMark() {
 
 bool HeaderReader::AddParameter(const DeclaredName& declared, bool isReference) {
   LocalTable& locals = procedure_->Locals();
-  const bool isFree = !declared.name.IsEmpty() && locals.Find(declared.name) < 0 &&
-                      session_.Host().CheckUniqueVar(declared.name, 0) != 0;
-  if (!isFree) return Fail(ERR_VAREXISTS, declared.name);
+  CompileHost& host = session_.Host();
+  const bool isNew = !declared.name.IsEmpty() && locals.Find(declared.name) < 0;
+  if (!isNew || host.CheckUniqueVar(declared.name, 0) == 0) {
+    const ErrorNotes notes = isNew ? host.Run().notes : ErrorNotes();
+    Fail(ERR_VAREXISTS, declared.name);
+    host.Run().notes = notes;
+    return false;
+  }
   Local local;
   local.name = Name(declared.name);
   local.type = declared.type;

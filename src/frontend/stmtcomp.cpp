@@ -1,5 +1,6 @@
 #include "frontend/stmtcomp.h"
 
+#include "expr/exprnotes.h"
 #include "frontend/compassign.h"
 #include "frontend/compcall.h"
 #include "frontend/compdecl.h"
@@ -10,6 +11,7 @@
 #include "frontend/compwhile.h"
 #include "functions/funclist.h"
 #include "kel/kelascii.h"
+#include "kel/nearestname.h"
 #include "statements/statexit.h"
 #include "statements/statexpr.h"
 #include "statements/statgoto.h"
@@ -28,7 +30,9 @@ using Handler = bool (*)(StatementCompiler&, uint32_t flags);
 
 template <int32_t kCode>
 bool Unmatched(StatementCompiler& compiler, uint32_t) {
-  return compiler.Fail(kCode, compiler.Tokens().Token());
+  compiler.Fail(kCode, compiler.Tokens().Token());
+  compiler.NoteOpenBlock();
+  return false;
 }
 
 template <enum_StatementKind kKind, int32_t kCode>
@@ -106,9 +110,12 @@ StatementCompiler::StatementCompiler(CompileHost& host, TamberProcedure& procedu
 bool StatementCompiler::CompileBlock(uint32_t endLine, uint32_t flags) {
   if (depth_ > kMaxDepth) return Fail(ERR_INTERNAL, Tokens().Token());
   ++depth_;
+  // The line before the block opens it; the procedure itself is no block.
+  const uint32_t outer = std::exchange(blockLine_, depth_ > 1 ? Line() : 0);
   bool compiled = true;
   while (compiled && script_->GetNextLine() < endLine) compiled = CompileStatement(flags);
   --depth_;
+  blockLine_ = outer;
   return compiled;
 }
 
@@ -147,7 +154,26 @@ bool StatementCompiler::CompileKeyword(std::string_view word, uint32_t flags) {
     if (kel::EqualsNoCase(word, keyword.word)) return keyword.handler(*this, flags);
   }
   if (host_.Types().Lookup(word) != nullptr) return CompileLocals(*this);
-  return Fail(ERR_BADSTATEMENT, word);
+  return FailUnknown(std::string(word));
+}
+
+bool StatementCompiler::FailUnknown(std::string_view word) {
+  const bool isCall = Tokens().PeekNextChar() == '(';
+  Fail(ERR_BADSTATEMENT, word);
+  ErrorNotes& notes = host_.Run().notes;
+  kel::NearestName nearest(word);
+  for (const Keyword& keyword : kKeywords) nearest.Offer(keyword.word);
+  for (const std::string_view other : {"endfor", "elif", "elseif"}) nearest.Offer(other);
+  if (!isCall) OfferTypes(host_.Types(), nearest);
+  NoteNearest(nearest, notes);
+  if (nearest.Found().empty()) {
+    NoteUnknownName(host_, &procedure_.Locals(), word, isCall, notes);
+  }
+  return false;
+}
+
+void OfferTypes(const TypeList& types, kel::NearestName& nearest) {
+  for (uint32_t i = 0; i < types.GetTypeCount(); ++i) nearest.Offer(types.GetTypeName(i));
 }
 
 bool StatementCompiler::IsVariable(const KelString& name) const {
@@ -156,10 +182,22 @@ bool StatementCompiler::IsVariable(const KelString& name) const {
   return procedure_.Locals().Find(name) >= 0 || host_.FindVariable(name, kScopes) != nullptr;
 }
 
-bool StatementCompiler::IsFreeLocalName(const KelString& name) {
-  if (!IsNameText(name) || procedure_.Locals().Find(name) >= 0) return false;
-  // What the script declares further down was no obstacle when scripts were compiled line by line.
-  return declaredLater_(name) || host_.CheckUniqueVar(name, 0) != 0;
+bool StatementCompiler::CheckLocalName(const KelString& name) {
+  ErrorNotes notes;
+  const int32_t slot = procedure_.Locals().Find(name);
+  if (slot >= 0) {
+    const bool isParameter = procedure_.Locals().At(static_cast<uint32_t>(slot)).isParameter;
+    notes.Note(isParameter ? "it is a parameter of this procedure"
+                           : "this procedure has declared it above");
+  } else if (IsNameText(name)) {
+    // What the script declares further down was no obstacle when scripts were compiled line by
+    // line.
+    if (declaredLater_(name) || host_.CheckUniqueVar(name, 0) != 0) return true;
+    notes = host_.Run().notes;
+  }
+  Fail(ERR_VAREXISTS, name);
+  host_.Run().notes = std::move(notes);
+  return false;
 }
 
 bool StatementCompiler::CompileCondition(Tokeniser& tokeniser, uint32_t& jump) {
@@ -180,6 +218,22 @@ bool StatementCompiler::FindBlockEnd(uint32_t& line) {
   return true;
 }
 
+void StatementCompiler::NoteOpenBlock() {
+  if (blockLine_ == 0) return;
+  host_.Run().notes.Note("the block that is open here begins in line " +
+                         std::to_string(blockLine_));
+}
+
+bool StatementCompiler::FailNoEnd(int32_t code, std::string_view end) {
+  const uint32_t line = Line();
+  const std::string word(Tokens().Token());
+  Fail(code, word);
+  host_.Run().notes.Note("there is no \"" + std::string(end) + "\" for the \"" + word +
+                         "\" of line " + std::to_string(line) + " before line " +
+                         std::to_string(procedure_.GetEndLine()) + ", where the procedure ends");
+  return false;
+}
+
 bool StatementCompiler::FailAt(uint32_t line, uint32_t offset, int32_t code,
                                std::string_view text) {
   host_.SetError(code, KelString(text));
@@ -198,7 +252,9 @@ bool StatementCompiler::Fail(int32_t code, std::string_view text, uint32_t offse
 }
 
 bool StatementCompiler::FailExpression() {
-  return Fail(expressions_.GetError(), expressions_.GetErrorText(), expressions_.GetErrorOffset());
+  Fail(expressions_.GetError(), expressions_.GetErrorText(), expressions_.GetErrorOffset());
+  host_.Run().notes = expressions_.Notes();
+  return false;
 }
 
 }  // namespace tamber

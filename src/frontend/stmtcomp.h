@@ -11,9 +11,18 @@
 #include "statements/procedure.h"
 #include "statements/statexpr.h"
 
+class TypeList;
+
+namespace kel {
+class NearestName;
+}
+
 namespace tamber {
 
 class CompileHost;
+
+/// Offers the names of all types.
+void OfferTypes(const TypeList& types, kel::NearestName& nearest);
 
 /// Where a statement stands; the blocks around it are or-ed together.
 enum BlockFlags : uint32_t { kInIf = 1, kInFor = 2, kInWhile = 4 };
@@ -46,8 +55,8 @@ class StatementCompiler {
   [[nodiscard]] bool CompileCondition(Tokeniser& tokeniser, uint32_t& jump);
   /// The line that the block opened on the current line leads to; 0 when there is none.
   [[nodiscard]] bool FindBlockEnd(uint32_t& line);
-  /// Whether a local may have this name.
-  bool IsFreeLocalName(const KelString& name);
+  /// Whether a local may have this name; if not, the error is set.
+  [[nodiscard]] bool CheckLocalName(const KelString& name);
 
   CompileHost& Host() const { return host_; }
   TamberProcedure& Procedure() const { return procedure_; }
@@ -73,6 +82,10 @@ class StatementCompiler {
   /// it, or else what begins at `offset`.
   bool Fail(int32_t code, std::string_view text);
   bool Fail(int32_t code, std::string_view text, uint32_t offset);
+  /// The same for the block that the current line opens, whose keyword is the token last read.
+  bool FailNoEnd(int32_t code, std::string_view end);
+  /// Tells beside the error where the block around it begins.
+  void NoteOpenBlock();
   /// Sets the error of the expression that did not compile; always false.
   bool FailExpression();
 
@@ -80,6 +93,7 @@ class StatementCompiler {
   bool CompileStatement(uint32_t flags);
   bool CompileKeyword(std::string_view word, uint32_t flags);
   bool IsVariable(const KelString& name) const;
+  bool FailUnknown(std::string_view word);
   bool FailAt(uint32_t line, uint32_t offset, int32_t code, std::string_view text);
 
   CompileHost& host_;
@@ -90,6 +104,7 @@ class StatementCompiler {
   TypeWordTest typeWords_;
   ExpressionCompiler expressions_;
   uint32_t depth_ = 0;
+  uint32_t blockLine_ = 0;  ///< that opened the innermost block; 0: none is open
   uint32_t errorLine_ = 0;
   uint32_t errorOffset_ = 0;
 };

@@ -196,7 +196,8 @@ int tamber_get_error(tamber_context* context, tamber_error* error) {
               last.sourceLine.GetString(),
               last.procedure.GetString(),
               last.sourceLineNumber,
-              static_cast<uint32_t>(last.callStack.size())};
+              static_cast<uint32_t>(last.callStack.size()),
+              static_cast<uint32_t>(last.notes.size())};
     return TAMBER_OK;
   });
 }
@@ -208,6 +209,17 @@ int tamber_get_frame(tamber_context* context, uint32_t position, tamber_frame* f
     if (position >= calls.size()) return TAMBER_NOT_FOUND;
     const TamberCallFrame& call = calls[position];
     *frame = {call.procedure.GetString(), call.file.GetString(), call.line};
+    return TAMBER_OK;
+  });
+}
+
+int tamber_get_note(tamber_context* context, uint32_t position, tamber_note* note) {
+  return WithContext(context, [&](CContext& own) -> int {
+    if (note == nullptr) return TAMBER_BAD_ARGUMENT;
+    const auto& notes = own.context.GetDiagnostic().notes;
+    if (position >= notes.size()) return TAMBER_NOT_FOUND;
+    *note = {notes[position].kind == TamberNote::Kind::Hint ? 1 : 0,
+             notes[position].text.GetString()};
     return TAMBER_OK;
   });
 }

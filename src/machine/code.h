@@ -88,6 +88,7 @@ class Code {
   std::vector<Cell> constants;  ///< texts are owned, see constantKinds
   std::vector<Kind> constantKinds;
   std::vector<std::string> texts;
+  std::vector<std::string> failNotes;  ///< of each of the texts: what is told beside it
   std::vector<Name> names;
   std::vector<TypeRef> types;
   std::vector<GlobalSlot> globals;  ///< caches; the code is otherwise unchanging

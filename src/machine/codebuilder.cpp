@@ -524,10 +524,13 @@ void CodeBuilder::AssignVariable(const Operand& target, const Operand& value) {
   Free(target);
 }
 
-void CodeBuilder::EmitFail(int32_t code, std::string_view text) {
+void CodeBuilder::EmitFail(int32_t code, std::string_view text, const TypeDesc& target,
+                           const Operand& value) {
   Operand number = Constant(Kind::Int, IntCell(code));
   EmitWide(Op::Fail, Checked(code_.texts.size()), static_cast<int32_t>(number.index));
   code_.texts.emplace_back(text);
+  code_.failNotes.push_back(
+      MismatchText(target, value.type ? *value.type : *TypeDesc::Of(Kind::None)));
 }
 
 bool CodeBuilder::Store(const VarUse& use, const Operand& value) {
@@ -538,7 +541,7 @@ bool CodeBuilder::Store(const VarUse& use, const Operand& value) {
   std::optional<Operand> converted = Convert(value, *use.type);
   if (!converted) {
     Free(value);
-    EmitFail(ERR_ASSIGNMISMATCH, use.name.View());
+    EmitFail(ERR_ASSIGNMISMATCH, use.name.View(), *use.type, value);
     return false;
   }
   const auto kind = static_cast<uint32_t>(converted->kind);

@@ -149,7 +149,8 @@ class CodeBuilder {
   bool Store(const VarUse& use, const Operand& value);
   /// Assigns through the variable in `target` (kind Any, owned; given up).
   void AssignVariable(const Operand& target, const Operand& value);
-  void EmitFail(int32_t code, std::string_view text);
+  /// `value` never becomes a `target`, and the error says so.
+  void EmitFail(int32_t code, std::string_view text, const TypeDesc& target, const Operand& value);
 
   // --- tables ---
   uint32_t GlobalIndex(const VarUse& use);

@@ -159,6 +159,11 @@ class Machine {
 
   // --- errors (machineerrors.cpp) ---
   bool Raise(int32_t code, std::string_view text);
+  /// Raises that a value does not fit, or that there is no such element; always false.
+  bool RaiseMismatch(std::string_view name, const TypeDesc& target, const TypeDesc& value);
+  /// Has it told beside the error that was just raised.
+  void NoteBeside(const std::string& note);
+  bool RaiseBounds(const ArrayData* array, int32_t index);
   After ApplyPolicy(bool statementFailed);
   /// Ends all frames down to the boundary.
   After UnwindAll(enum_ProcStatus status);
@@ -194,6 +199,7 @@ class Machine {
   bool BoxMember(Cell& structure, uint32_t member, Cell& out);
   /// Raises what a store says; throws when there is no memory.
   bool Check(Stored stored, std::string_view name);
+  bool CheckElement(Stored stored, const ArrayData* array, int32_t index);
   std::string_view TargetName() const;
   bool HasElement(const ArrayData* array, int32_t index);
   static void PutMember(Cell& structure, uint32_t member, Cell value);

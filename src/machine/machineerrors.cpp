@@ -10,6 +10,7 @@
 #include "machine/machinecalls.h"
 #include "machine/machinehost.h"
 #include "machine/sourceplace.h"
+#include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
 #include "values/varstring.h"
@@ -18,6 +19,23 @@ namespace tamber {
 
 bool Machine::Raise(int32_t code, std::string_view text) {
   run_.SetError(code, KelString(text));
+  return false;
+}
+
+bool Machine::RaiseMismatch(std::string_view name, const TypeDesc& target, const TypeDesc& value) {
+  Raise(ERR_ASSIGNMISMATCH, name);
+  Attempt([&] { run_.notes.Note(MismatchText(target, value)); });
+  return false;
+}
+
+void Machine::NoteBeside(const std::string& note) {
+  // Without memory the error is told alone.
+  Attempt([&] { run_.notes.Note(note); });
+}
+
+bool Machine::RaiseBounds(const ArrayData* array, int32_t index) {
+  Raise(ERR_VARARRAYBOUNDS, "");
+  run_.notes.BadIndex(index, array != nullptr ? array->Count() : 0);
   return false;
 }
 

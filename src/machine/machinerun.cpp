@@ -706,7 +706,7 @@ L_AnyTo : {
   const TypeDesc& type = *code->types[pc->c];
   Cell value = ZeroCell();
   if (!ConvertCell(type, *TypeOf(*B.v), *CellOf(*B.v), value)) {
-    Raise(ERR_ASSIGNMISMATCH, "");
+    RaiseMismatch("", type, *TypeOf(*B.v));
     goto fail;
   }
   A = value;
@@ -839,6 +839,7 @@ L_Exit:
   goto stopped;
 L_Fail:
   Raise(code->constants[static_cast<uint32_t>(pc->Wide())].i, code->texts[pc->a]);
+  NoteBeside(code->failNotes[pc->a]);
   goto fail;
 L_Stat:
   frame->statementCount += static_cast<uint32_t>(pc->Wide());

@@ -76,7 +76,7 @@ Variable* Machine::FindByName(const Name& name) {
 bool Machine::LoadVariableAs(const TypeDesc& type, Variable& variable, Cell& out) {
   Cell value = ZeroCell();
   if (!ConvertCell(type, *TypeOf(variable), *CellOf(variable), value))
-    return Raise(ERR_ASSIGNMISMATCH, variable.OwnName().View());
+    return RaiseMismatch(variable.OwnName().View(), type, *TypeOf(variable));
   out = value;
   return true;
 }
@@ -126,7 +126,8 @@ bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
 
 bool Machine::GlobalAddress(GlobalSlot& slot, Cell& out) {
   if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.name, true);
-  if (slot.cell == nullptr) return Raise(ERR_ASSIGNMISMATCH, slot.name.View());
+  if (slot.cell == nullptr)
+    return RaiseMismatch(slot.name.View(), *slot.type, *TypeOf(*slot.variable));
   out.p = slot.cell;
   return true;
 }
@@ -183,7 +184,8 @@ bool Machine::ObjectAddress(const Code& code, Cell* registers, uint32_t slot, Ce
   Variable* variable = LocalObject(code, registers, slot, true);
   if (variable == nullptr) return false;
   if (!HasLayoutOf(*variable, *code.procedure->Locals().At(slot).type))
-    return Raise(ERR_ASSIGNMISMATCH, variable->OwnName().View());
+    return RaiseMismatch(variable->OwnName().View(), *code.procedure->Locals().At(slot).type,
+                         *TypeOf(*variable));
   out.p = CellOf(*variable);
   return true;
 }
@@ -193,7 +195,12 @@ bool Machine::CheckReference(Variable& variable, const TypeDesc& type) {
 }
 
 bool Machine::AssignTo(Variable& target, const TypeDesc& type, Cell value) {
-  return Check(Assign(tamber::PlaceOf(target), type, value), target.OwnName().View());
+  const Place place = tamber::PlaceOf(target);
+  const Stored stored = Assign(place, type, value);
+  if (stored == Stored::Mismatch)
+    return RaiseMismatch(target.OwnName().IsEmpty() ? TargetName() : target.OwnName().View(),
+                         *place.declared, type);
+  return Check(stored, target.OwnName().View());
 }
 
 /// The variable that the register at hand was reached from: elements and cells have no names.
@@ -232,6 +239,10 @@ bool Machine::Check(Stored stored, std::string_view name) {
       break;
   }
   throw std::bad_alloc();
+}
+
+bool Machine::CheckElement(Stored stored, const ArrayData* array, int32_t index) {
+  return stored == Stored::Bounds ? RaiseBounds(array, index) : Check(stored, "");
 }
 
 bool Machine::ClearVariable(Variable& variable) {
@@ -273,17 +284,17 @@ void Machine::SweepArray(ArrayData& array) {
 
 bool Machine::HasElement(const ArrayData* array, int32_t index) {
   const bool has = array != nullptr && static_cast<uint32_t>(index) - 1 < array->Count();
-  return has || Raise(ERR_VARARRAYBOUNDS, "");
+  return has || RaiseBounds(array, index);
 }
 
 bool Machine::ElementAt(ArrayData* array, int32_t index, Cell& out) {
   if (array != nullptr && array->HasBoxes()) SweepArray(*array);
-  return Check(ReadElement(array, index, out), "");
+  return CheckElement(ReadElement(array, index, out), array, index);
 }
 
 bool Machine::ElementAsVariable(ArrayData* array, int32_t index, Cell& out) {
   if (array != nullptr && array->HasBoxes()) SweepArray(*array);
-  return Check(CopyElement(array, index, out.v), "");
+  return CheckElement(CopyElement(array, index, out.v), array, index);
 }
 
 /// Stores a value of its own like `value`, which may be a part of the array.
@@ -315,7 +326,7 @@ bool Machine::ElementAddress(Cell& place, int32_t index, Cell& out) {
   }
   if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
   Place part{&place, TypeDesc::Of(Kind::Array).Get()};
-  if (!Check(EnterElement(part, index), "")) return false;
+  if (!CheckElement(EnterElement(part, index), place.a, index)) return false;
   out.p = part.cell;
   return true;
 }
@@ -323,7 +334,7 @@ bool Machine::ElementAddress(Cell& place, int32_t index, Cell& out) {
 bool Machine::BoxElement(Cell& place, int32_t index, Cell& out) {
   if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
   Whole array = Whole::Register(place);
-  if (!Check(array.HoldElement(index), "")) return false;
+  if (!CheckElement(array.HoldElement(index), place.a, index)) return false;
   out.v = array.Object()->Duplicate();
   return true;
 }
@@ -364,7 +375,7 @@ bool Machine::SelectElement(Cell& variable, int32_t index) {
   Cell& place = *CellOf(*variable.v);
   if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
   Whole array(*variable.v);
-  if (!Check(array.HoldElement(index), "")) return false;
+  if (!CheckElement(array.HoldElement(index), place.a, index)) return false;
   Variable* selected = array.Object()->Duplicate();
   Variable::Delete(variable.v);
   variable.v = selected;

@@ -6,6 +6,7 @@
 #include "kel/kelstring.h"
 #include "machine/epoch.h"
 #include "machine/verifier.h"
+#include "values/errnotes.h"
 
 namespace tamber {
 
@@ -16,8 +17,11 @@ struct RunState {
   KelString errorText;
   KelString errorDetail;       ///< as errorText, but empty for an error that came without a text
   bool errorReported = false;  ///< the code in errorCode has had its report
+  ErrorNotes notes;            ///< beside the error that was set last
+  bool wantsNotes = true;      ///< its error will be reported, so names may be searched for it
   void SetError(int32_t code, const KelString& text) {
     errorCode = code;
+    notes.Clear();
     // An empty text leaves the previous one in place: a code alone says nothing about its object.
     if (!text.IsEmpty()) errorText = text;
     errorDetail = text;

@@ -236,7 +236,7 @@ void ProcedureLowering::LowerReturn(uint32_t i, const ExpressionBase& expression
   const std::optional<Operand> result = builder_.Convert(value, type);
   if (!result) {
     builder_.Free(value);
-    builder_.EmitFail(ERR_RETURNWRONGTYPE, "");
+    builder_.EmitFail(ERR_RETURNWRONGTYPE, "", type, value);
     return;
   }
   if (result->IsScalar()) {

@@ -127,6 +127,11 @@ std::string TypeDesc::Word() const {
   return std::string(RowOf(kind_).word);
 }
 
+std::string MismatchText(const TypeDesc& target, const TypeDesc& value) {
+  return "the target is of type " + target.Word() + ", the value " +
+         (value.GetKind() == Kind::None ? "is none" : "of type " + value.Word());
+}
+
 bool TypeDesc::IsSame(const TypeDesc& other) const {
   if (this == &other) return true;
   if (TypeId() != other.TypeId()) return false;

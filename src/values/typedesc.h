@@ -111,6 +111,9 @@ class TypeDesc final : public Shared {
   Name handleName_;
 };
 
+/// What is told below the error of a store: the types on both sides.
+std::string MismatchText(const TypeDesc& target, const TypeDesc& value);
+
 /// The members of a structure type, shared by all its values.
 class StructLayout final : public Shared {
  public:

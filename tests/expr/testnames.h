@@ -12,6 +12,7 @@ class TestNames final : public tamber::ExpressionNames {
   }
   const Variable* FindConstant(std::string_view) override { return nullptr; }
   tamber::Callable* FindCallable(std::string_view) override { return nullptr; }
+  void OfferNames(kel::NearestName&, bool) override {}
   FunctionList& Functions() override { return functions_; }
   tamber::Machine& Evaluator() override { return machine; }
 

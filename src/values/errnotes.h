@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kel/kelstring.h"
+
+/// A line below an error: what its text, which is always the same, cannot tell of this one.
+struct TamberNote {
+  enum class Kind {
+    Note,  ///< what was found: types, prototypes, numbers
+    Hint,  ///< what the script may have meant
+  };
+  Kind kind = Kind::Note;
+  KelString text;
+};
+
+namespace tamber {
+
+/// What is to be told beside one error. Only errors that a script cannot handle come with finished
+/// texts; for the others numbers are kept, since a script may handle them over and over.
+class ErrorNotes {
+ public:
+  void Clear() {
+    notes_.clear();
+    hasIndex_ = false;
+  }
+  void Note(std::string text) { notes_.push_back({TamberNote::Kind::Note, std::move(text)}); }
+  void Hint(std::string text) { notes_.push_back({TamberNote::Kind::Hint, std::move(text)}); }
+  /// An element was asked for that the array does not have.
+  void BadIndex(int32_t index, uint32_t size) {
+    hasIndex_ = true;
+    index_ = index;
+    size_ = size;
+  }
+
+  std::vector<TamberNote> Texts() const {
+    std::vector<TamberNote> texts = notes_;
+    if (hasIndex_) {
+      const std::string size = size_ == 0 ? "the array is empty"
+                               : size_ == 1
+                                   ? "the array has 1 element"
+                                   : "the array has " + std::to_string(size_) + " elements";
+      texts.push_back(
+          {TamberNote::Kind::Note, "the index is " + std::to_string(index_) + ", " + size});
+    }
+    return texts;
+  }
+
+ private:
+  std::vector<TamberNote> notes_;
+  bool hasIndex_ = false;
+  int32_t index_ = 0;
+  uint32_t size_ = 0;
+};
+
+}  // namespace tamber
