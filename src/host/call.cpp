@@ -97,4 +97,15 @@ std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context, std::string_vi
   return nullptr;
 }
 
+std::unique_ptr<TamberDiagnostic> RefuseCall(TamberContext& context, std::string_view name,
+                                             int32_t code, std::string_view text) {
+  context.State().ForgetDiagnostic();
+  const KelString what = KelString(name) + ": " + KelString(text);
+  if (const TamberProcedure* procedure = context.GetProcedure(name))
+    return Refuse(context, *procedure, code, what);
+  context.SetContextError(code, what);
+  context.State().HandleParseError(SourcePlace());
+  return Failure(context);
+}
+
 }  // namespace tamber::host

@@ -29,6 +29,7 @@ class Result {
   T& Value() & { return *value_; }
   const T& Value() const& { return *value_; }
   T&& Value() && { return *std::move(value_); }
+  T ValueOr(T other) const& { return value_ ? *value_ : std::move(other); }
   T ValueOr(T other) && { return value_ ? *std::move(value_) : std::move(other); }
   /// Only when it did not.
   const TamberDiagnostic& Error() const { return *error_; }
@@ -63,6 +64,11 @@ TAMBER_API std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context,
                                                      std::string_view procedure, Stack& stack,
                                                      uint32_t arguments, Kind result);
 
+/// Reports an argument, or a result, that cannot be converted.
+TAMBER_API std::unique_ptr<TamberDiagnostic> RefuseCall(TamberContext& context,
+                                                        std::string_view procedure, int32_t code,
+                                                        std::string_view text);
+
 /// Takes entries off again, however a call ends.
 class StackMark {
  public:
@@ -95,13 +101,26 @@ tamber::Result<R> Call(TamberContext& context, std::string_view procedure, const
   constexpr tamber::Kind kResult = host::KindFor<R>();
   Stack& stack = host::CallStack(context);
   const host::StackMark mark(stack);
-  (host::Push(stack, args), ...);
+  try {
+    (host::Push(stack, args), ...);
+  } catch (const tamber::ScriptError& error) {
+    return host::RefuseCall(context, procedure, error.Code(), error.what());
+  }
   constexpr auto kCount = static_cast<uint32_t>(sizeof...(Args));
   if (auto error = host::RunCall(context, procedure, stack, kCount, kResult)) return error;
   if constexpr (kResult == tamber::Kind::None) {
     return {};
   } else if constexpr (kResult == tamber::Kind::Any) {
-    return tamber::VariablePtr(stack.PopVariable());
+    tamber::VariablePtr value(stack.PopVariable());
+    if constexpr (host::Composed<R>) {
+      try {
+        return host::FromScript<R>(*value);
+      } catch (const tamber::ScriptError& error) {
+        return host::RefuseCall(context, procedure, error.Code(), error.what());
+      }
+    } else {
+      return value;
+    }
   } else {
     return host::Read<R>(stack, mark.Size());
   }

@@ -20,17 +20,6 @@
 
 namespace tamber {
 
-/// Thrown by a registered function to raise one of the errors of the language: below 20000 the
-/// script may handle it, from 20000 up it ends the run.
-class ScriptError : public std::runtime_error {
- public:
-  ScriptError(int32_t code, const std::string& text) : std::runtime_error(text), code_(code) {}
-  int32_t Code() const { return code_; }
-
- private:
-  int32_t code_;
-};
-
 namespace host {
 
 /// Registers what `Wrapped` made of a C++ function, after comparing the prototype with its kinds.
@@ -60,7 +49,7 @@ template <class C, class R, class... A>
 struct Signature<R (C::*)(A...) const noexcept> : Signature<R (*)(A...)> {};
 
 template <class R>
-concept Returned = std::is_void_v<R> || std::is_same_v<R, VariablePtr> ||
+concept Returned = std::is_void_v<R> || std::is_same_v<R, VariablePtr> || Composed<R> ||
     (KindFor<R>() != Kind::Any && !std::is_reference_v<R>);
 
 /// The built-in around functions of one type. `HasContext`: they take the context first.

@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "engine/stack.h"
+#include "host/convert.h"
 #include "kel/kelstring.h"
 #include "values/strbuf.h"
 #include "values/variable.h"
@@ -16,17 +17,13 @@
 /// | C++ | script |
 /// |---|---|
 /// | `bool` `char` `int32_t` `float` `double` | `bool` `char` `int` `float` `double` |
+/// | `int64_t` | `int`; what does not fit is error 113 |
 /// | `std::string_view` `std::string` `KelString` `const char*` | `string`, `estring` |
+/// | `std::vector`, `std::optional`, described structures (host/convert.h) | arrays, structures |
 /// | `Variable*` as an argument (borrowed), `VariablePtr` as a result (owned) | anything |
 ///
 /// A `std::string_view` that a script hands to a C++ function is good until that function returns.
 namespace tamber {
-
-struct VariableDeleter {
-  void operator()(Variable* variable) const { Variable::Delete(variable); }
-};
-/// One holder of a variable.
-using VariablePtr = std::unique_ptr<Variable, VariableDeleter>;
 
 namespace host {
 
@@ -40,7 +37,7 @@ constexpr Kind KindFor() {
     return Kind::Bool;
   } else if constexpr (std::is_same_v<V, char>) {
     return Kind::Char;
-  } else if constexpr (std::is_same_v<V, int32_t>) {
+  } else if constexpr (std::is_same_v<V, int32_t> || kIsWide<V>) {
     return Kind::Int;
   } else if constexpr (std::is_same_v<V, float>) {
     return Kind::Float;
@@ -59,13 +56,14 @@ constexpr bool kIsVariable = std::is_same_v<T, Variable*> || std::is_same_v<T, c
 /// What a host may hand to a script.
 template <class T>
 concept Argument = KindFor<T>()
-!= Kind::None && (KindFor<T>() != Kind::Any || kIsVariable<std::decay_t<T>>);
+!= Kind::None &&
+    (KindFor<T>() != Kind::Any || kIsVariable<std::decay_t<T>> || Composed<std::decay_t<T>>);
 /// What a host may take from a script: nothing, a scalar, a string of its own, a variable.
 template <class T>
-concept Taken =
-    !std::is_reference_v<T> && (KindFor<T>() != Kind::Any || std::is_same_v<T, VariablePtr>)&&(
-                                   KindFor<T>() != Kind::String || std::is_same_v<T, std::string> ||
-                                   std::is_same_v<T, KelString>);
+concept Taken = !std::is_reference_v<T> &&
+                (KindFor<T>() != Kind::Any || std::is_same_v<T, VariablePtr> ||
+                 Composed<T>)&&(KindFor<T>() != Kind::String || std::is_same_v<T, std::string> ||
+                                std::is_same_v<T, KelString>);
 /// A value that a C++ function takes by value or by reference to const.
 template <class T>
 concept ReceivedByValue = (!std::is_reference_v<T> ||
@@ -78,13 +76,17 @@ concept ReceivedByValue = (!std::is_reference_v<T> ||
 /// What a C++ function may take from a script that calls it: as above, or a borrowed string or
 /// variable, all by value or by reference to const.
 template <class T>
-concept Received = kIsVariable<T> || ReceivedByValue<T>;
+concept Received = kIsVariable<T> || ReceivedByValue<T> ||
+    (Composed<std::remove_cvref_t<T>> &&
+     (!std::is_reference_v<T> || std::is_const_v<std::remove_reference_t<T>>));
 
 inline void Push(Stack& stack, bool value) { stack.PushCell(Kind::Bool, IntCell(value ? 1 : 0)); }
 inline void Push(Stack& stack, char value) {
   stack.PushCell(Kind::Char, IntCell(static_cast<signed char>(value)));
 }
 inline void Push(Stack& stack, int32_t value) { stack.PushCell(Kind::Int, IntCell(value)); }
+inline void Push(Stack& stack, long value) { Push(stack, Narrow(value)); }
+inline void Push(Stack& stack, long long value) { Push(stack, Narrow(value)); }
 inline void Push(Stack& stack, float value) {
   Cell cell = ZeroCell();
   cell.f = value;
@@ -116,12 +118,19 @@ inline void Push(Stack& stack, Variable* value) {
   Push(stack, static_cast<const Variable*>(value));
 }
 
+template <Composed T>
+void Push(Stack& stack, const T& value) {
+  Push(stack, ToScript(value));
+}
+
 /// The entry at `index` from the bottom as a C++ value; strings and variables are borrowed.
 template <class T>
 auto Read(Stack& stack, uint32_t index) {
   using V = std::remove_cvref_t<T>;
   constexpr Kind kKind = KindFor<V>();
-  if constexpr (kKind == Kind::Any) {
+  if constexpr (Composed<V>) {
+    return FromScript<V>(*stack.GetVariable(index));
+  } else if constexpr (kKind == Kind::Any) {
     return stack.GetVariable(index);
   } else {
     const StackEntry& entry = stack.Peek(stack.GetSize() - 1 - index);
