@@ -268,10 +268,10 @@ concept Callable = requires(TamberContext& context, Args... args) {
   Call<int32_t>(context, "P", args...);
 };
 static_assert(Callable<int32_t, std::string, const char*, Variable*>);
-static_assert(!Callable<int64_t> && !Callable<uint32_t> && !Callable<std::vector<int>> &&
-              !Callable<void*>);
+static_assert(Callable<int64_t, std::vector<int>, std::optional<double>>);
+static_assert(!Callable<uint64_t> && !Callable<uint32_t> && !Callable<void*>);
 static_assert(!tamber::host::Taken<std::string_view> && !tamber::host::Taken<Variable*>);
-static_assert(!tamber::host::Received<int64_t> && !tamber::host::Received<std::string&> &&
+static_assert(!tamber::host::Received<uint64_t> && !tamber::host::Received<std::string&> &&
               !tamber::host::Received<const char*>);
 
 class ServerTest : public CallTest {};

@@ -62,7 +62,8 @@ TEST(MachineAlone, ReportsAnErrorAndEndsTheProcedure) {
     auto code = CodeAt(12);
     code->procedure = &procedure;
     CodeBuilder builder(*code, &procedure.Locals(), nullptr, false);
-    builder.EmitFail(ERR_FUNCFAILED, "by hand");
+    builder.EmitFail(ERR_FUNCFAILED, "by hand", *tamber::TypeDesc::Of(tamber::Kind::Int),
+                     CodeBuilder::Immediate(tamber::Kind::Int, 0));
     builder.Emit(Op::RetV);
     return code;
   };

@@ -43,6 +43,7 @@ class TestHost final : public tamber::MachineHost {
     reports.push_back("fatal " + std::to_string(run.errorCode) + " at line " +
                       std::to_string(place.line));
   }
+  void RaiseFault(const tamber::SourcePlace&) override {}
   void NoteStop(const tamber::SourcePlace&) override {}
   void Trace(KelString) override {}
 
