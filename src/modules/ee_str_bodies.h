@@ -12,10 +12,9 @@ namespace tamber::strings {
 
 /// A length or a position as scripts get it: an integer, the largest with error 113 when it does
 /// not fit.
+int32_t TooFarResult(Call& call, size_t position);
 inline int32_t PositionResult(Call& call, size_t position) {
-  if (position <= INT32_MAX) return static_cast<int32_t>(position);
-  call.Fail(ERR_VALUEOVERFLOW, std::to_string(position));
-  return INT32_MAX;
+  return position <= INT32_MAX ? static_cast<int32_t>(position) : TooFarResult(call, position);
 }
 
 // ee_str_sub.cpp: parts of a text, case, pieces, order

@@ -64,6 +64,11 @@ Text Lower(std::string_view value) { return Replaced(value, kel::ToLower); }
 
 Text Upper(std::string_view value) { return Replaced(value, kel::ToUpper); }
 
+int32_t TooFarResult(Call& call, size_t position) {
+  call.Fail(ERR_VALUEOVERFLOW, std::to_string(position));
+  return INT32_MAX;
+}
+
 int32_t Length(Call& call, std::string_view value) { return PositionResult(call, value.size()); }
 
 ArrayResult Tokenise(std::string_view value, std::string_view tokens) {
