@@ -4,6 +4,9 @@
 //   TAMBER_FAULT_AT    n, from 1
 //   TAMBER_FAULT_MODE  "once": that call fails; "on": that one and all that follow; "kill": the
 //   process ends before it TAMBER_FAULT_MARK  a file that is made when the n-th call is reached
+
+// The checked forms of these calls are inline functions of the same names.
+#undef _FORTIFY_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>

@@ -59,6 +59,13 @@ class PackageTest(unittest.TestCase):
             self.assertRegex(run("dpkg-deb", "-f", self.files[package], "Maintainer"), r"^[\w ]+ <\S+@\S+>$")
         self.assertTrue((root / "usr/share/man/man1/tamber.1.gz").is_file())
 
+    def test_every_file_is_built_as_the_distribution_asks(self):
+        commands = run("ninja", "-C", self.source / "build-package", "-t", "commands", "tamber")
+        log = self.work / "commands.log"
+        log.write_text("dpkg-buildpackage: info: source package tamber\n" + commands)
+        # Packages are stripped.
+        run("blhc", "--all", "--ignore-flag", "-g", log)
+
     def test_they_work(self):
         if os.geteuid() != 0 or any(map(installed, PACKAGES)):
             root = self.work / "root"
