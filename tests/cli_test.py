@@ -157,9 +157,30 @@ class CommandTest(unittest.TestCase):
                            ("StrLeft(count)", "note: the call has 1 argument: int.*\nnote: there is .*StrLeft"),
                            ("int x = 1", "hint: a local declaration takes no value"),
                            ("int F", "note: it is the procedure of .*/a.tam, line 1"),
+                           ("int count", "note: this procedure declares it in line 4"),
+                           ("other = 1", "note: no variable .* is declared\nhint: a variable is declared before"),
+                           ("Other(1)", "note: there is no procedure or function"), ("count++", "hint: .*\\+= 1"),
+                           ("while count = 1\n  wend", 'hint: "==" compares'), ("count = !FALSE and TRUE", 'hint: .*"&&"'),
+                           ("count = 99999999999", "note: .*2147483647"), ("list[] = 1", 'hint: .*"<<="'),
+                           ("Print(count)", 'note: .*\nnote: there is int Print .*\nhint: a number becomes a string'),
+                           ('Print("a" & "b")', 'note: .*\nhint: strings are joined by "\\+"'),
+                           ("switch count", 'hint: .*"elif"'), ("return 1", "hint: a procedure that returns a value"),
                            ("if 1", 'note: there is no "endif" for the "if" of line 6 before line 7')):
             errors = self.run_tamber(self.script(procedure % line))[2]
             self.assertRegex(errors, rf"\^.*\n{told}", line)
+        for script, told in (("int x\nint x", "note: it is a variable of .*/a.tam, line 1"),
+                             ("const X = 1\n\nstruct x\n  int y\nendstruct", "note: it is a constant of .*/a.tam, line 1"),
+                             ("const X = 1\nproc main()\n  X = 2\nendproc", "note: it is a constant of .*/a.tam, line 1"),
+                             ("struct P\n  int y\nendstruct\nint P", "note: it is a type of .*/a.tam, line 1"),
+                             ("int ErrCode", "note: it is a variable that every script has"),
+                             ("proc F(int a, int a)\nendproc", "note: it is a parameter"),
+                             ("struct P\n  int y\nproc main()\nendproc", 'note: struct P begins in line 1; .*"endstruct"'),
+                             ("def F()", 'hint: a procedure begins with "proc"'), ("int a,", "hint: a name is missing here"),
+                             ("include a.tam", "note: .*\\nhint: the name of a file stands in double quotes"),
+                             ("int F()\n  return\nendproc", "note: the procedure returns a value of type int"),
+                             ("proc Mend()\nendproc\nproc main()\n  int z\n  ErrHandler = \"Mnd\"\n  z = 1 / z\nendproc",
+                              'hint: did you mean "Mend"\\?')):
+            self.assertRegex(self.run_tamber(self.script(script + "\n"))[2], rf"\^.*\n{told}", script)
 
     def test_long_lines_are_cut_and_control_bytes_escaped(self):
         line = "  Print(\"" + "x" * 400 + "\x1b[31m\" + unknown)"

@@ -2,6 +2,7 @@
 #include "context/contextstate.h"
 #include "context/session.h"
 #include "expr/exprcomp.h"
+#include "expr/exprnotes.h"
 #include "frontend/compsession.h"
 #include "kel/kelascii.h"
 #include "kel/nearestname.h"
@@ -55,6 +56,14 @@ void ContextState::OfferNames(kel::NearestName& nearest, bool callable) {
     for (uint32_t i = 0; list != nullptr && i < list->GetSize(); ++i)
       nearest.Offer(list->GetVariable(i)->OwnName().View());
   }
+}
+
+void ContextState::NoteUnknownProcedure(std::string_view name) {
+  if (!run.wantsNotes) return;
+  kel::NearestName nearest(name);
+  for (uint32_t i = 1; i <= context.GetProcedureCount(); ++i)
+    nearest.Offer(context.ProcedureList::GetProcedure(i)->GetName());
+  NoteNearest(nearest, run.notes);
 }
 
 int32_t ContextState::SwitchValue(std::string_view name) { return context.GetSwitch(name); }

@@ -124,6 +124,7 @@ struct Scopes {
   uint64_t scriptFileEpoch = 0;
   /// Names that a called script inherited and may declare anew.
   std::set<std::string> inherited;
+  DeclaredPlaces declared;
 };
 
 /// What a context holds beside its bases, by concern. Each part is written by the file that it
@@ -221,6 +222,7 @@ class ContextState final : public MachineHost, public CompileHost {
   /// Reports a fatal error or a failed compilation at a place.
   void HandleParseError(const SourcePlace& place) override;
   KelString HandleRunError(const SourcePlace& place) override;
+  void NoteUnknownProcedure(std::string_view name) override;
   void NoteStop(const SourcePlace& place) override;
   void RaiseFault(const SourcePlace& place) override;
   void CallScript(const KelString& path) override;
@@ -238,6 +240,7 @@ class ContextState final : public MachineHost, public CompileHost {
   TypeList& Types() override;
   ProcedureList& Procedures() override;
   ScriptList& Scripts() override;
+  DeclaredPlaces& Declared() override { return scopes.declared; }
   void AddVariable(Variable* variable, enum_VarListType scope) override;
   void LoadSessionValue(Variable& variable) override;
   int32_t CheckUniqueVar(const KelString& name, uint32_t mask) override;

@@ -6,6 +6,7 @@
 #include "kel/fault.h"
 #include "kel/kelascii.h"
 #include "values/errcodes.h"
+#include "values/errhints.h"
 #include "values/settings.h"
 #include "values/varstring.h"
 
@@ -142,6 +143,9 @@ void ContextState::HandleParseError(const SourcePlace& place) {
   const bool reported = Attempt([&] {
     if (!report) report.emplace(ErrorReporting::OwedReport{place});
     if (!report->hostKnows) {
+      const std::string_view hint = UsualHint(run.errorCode, run.errorDetail.View());
+      if (!hint.empty() && run.wantsNotes && !run.notes.HasHint())
+        run.notes.Hint(std::string(hint));
       SetGlobalInteger(*this, "ErrLine", static_cast<int32_t>(report->place.line));
       context.UpdateErrCodeVar();
       TellHost(*this, report->place);

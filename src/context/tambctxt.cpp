@@ -69,6 +69,7 @@ TamberProcedure* ContextState::FindToRun(const KelString& name) {
   if (isMain && scopes.inherited.count("main") != 0) procedure = nullptr;
   if (procedure != nullptr) return procedure;
   context.SetContextError(isMain ? ERR_PROCNOMAIN : ERR_PROCNOTFOUND, name);
+  NoteUnknownProcedure(name.View());
   SourcePlace place;
   if (const uint32_t scripts = context.GetScriptCount()) {
     place.text = context.GetScript(scripts - 1)->GetText();
@@ -284,6 +285,7 @@ void TamberContext::ResetContext() {
   tamber::RestorePredefined(*state_);
   state_->handles->Clear();
   state_->scopes.inherited.clear();
+  state_->scopes.declared.Clear();
   state_->config.ownLogFile.Clear();
   state_->run.stopFlag = false;
   state_->run.isInterrupted = false;

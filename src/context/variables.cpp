@@ -42,13 +42,21 @@ std::unique_ptr<VarList>* ListOf(tamber::ContextState& state, enum_VarListType s
 /// What has the name already, and where that is.
 std::string ClashOf(TamberContext& context, const KelString& name, int32_t error) {
   switch (error) {
-    case ERR_VAREXISTS:
-      if (const Variable* constant = context.PeekConstant(name.View())) {
-        const bool isOurs = (constant->GetVarFlags() & Variable::Predefined) != 0;
-        return isOurs ? "it is a constant of the language" : "it is a constant of the script";
+    case ERR_VAREXISTS: {
+      std::string what = "it is a type";
+      const Variable* variable = context.PeekConstant(name.View());
+      if (variable != nullptr) {
+        what = "it is a constant";
+      } else {
+        variable = context.GetVariable(name, VARLIST_GLOBAL | VARLIST_EXTERNAL);
+        if (variable != nullptr) what = "it is a variable";
       }
-      return context.Lookup(name.View()) != nullptr ? "it is a type"
-                                                    : "it is a variable of the script";
+      const std::string place = context.State().scopes.declared.Find(name.View());
+      if (!place.empty()) return what + " of " + place;
+      if (variable == nullptr || (variable->GetVarFlags() & Variable::Predefined) != 0)
+        return what + " that every script has";
+      return what + " of the host";
+    }
     case ERR_VARISFUNC:
       return "it is the function " + context.PrototypeText(context.FindFunction(name.View())).Str();
     case ERR_VARISSTATEMENT:

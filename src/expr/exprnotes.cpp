@@ -33,6 +33,19 @@ std::string ParameterText(const Local& parameter) {
          std::string(parameter.name.View());
 }
 
+/// Whether the only fault of the arguments is that some are numbers in place of strings.
+bool GivesNumberForString(const std::vector<TypeRef>& parameters,
+                          std::span<const TypeDesc* const> arguments) {
+  bool gives = false;
+  for (size_t i = 0; i < arguments.size() && i < parameters.size(); ++i) {
+    if (parameters[i]->Accepts(*arguments[i])) continue;
+    if (parameters[i]->GetKind() != Kind::String || !IsNumeric(arguments[i]->GetKind()))
+      return false;
+    gives = true;
+  }
+  return gives && arguments.size() == parameters.size();
+}
+
 }  // namespace
 
 void NoteNearest(const kel::NearestName& nearest, ErrorNotes& notes) {
@@ -46,6 +59,13 @@ void NoteUnknownName(ExpressionNames& names, const LocalTable* locals, std::stri
     nearest.Offer(locals->At(i).name.View());
   names.OfferNames(nearest, callable);
   NoteNearest(nearest, notes);
+  if (!nearest.Found().empty() || name.empty()) return;
+  if (name[0] >= '0' && name[0] <= '9') {
+    notes.Note("it is no number that scripts have; an int goes up to 2147483647");
+  } else if (kel::IsAlnum(name[0]) || name[0] == '_') {
+    notes.Note(callable ? "there is no procedure or function of this name"
+                        : "no variable or constant of this name is declared");
+  }
 }
 
 void NoteMembers(const StructLayout& layout, std::string_view member, ErrorNotes& notes) {
@@ -76,6 +96,8 @@ void NoteOperands(const ExpressionBase& node, ErrorNotes& notes) {
   } else if (const TypeRef& right = node.GetChild(1)->Type()) {
     notes.Note("the operands of " + name + " are of types " + left->Word() + " and " +
                right->Word());
+    const bool hasString = left->GetKind() == Kind::String || right->GetKind() == Kind::String;
+    if (hasString && name == "\"&\"") notes.Hint("strings are joined by \"+\"");
   }
 }
 
@@ -86,8 +108,10 @@ void NotePrototypes(const FunctionList& functions, std::string_view name,
              (arguments.empty() ? "" : ": " + List(arguments.size(), type)));
   size_t shown = 0;
   size_t more = 0;
+  bool wantsString = false;
   for (uint32_t i = 1; i <= functions.GetFunctionCount(); ++i) {
     if (!kel::EqualsNoCase(functions.GetFunction(i)->GetName(), name)) continue;
+    wantsString |= GivesNumberForString(functions.GetFunction(i)->ParameterTypes(), arguments);
     if (shown++ < kMostListed) {
       notes.Note("there is " + functions.PrototypeText(i).Str());
     } else {
@@ -95,6 +119,7 @@ void NotePrototypes(const FunctionList& functions, std::string_view name,
     }
   }
   if (more != 0) notes.Note("and " + std::to_string(more) + " more of this name");
+  if (wantsString) notes.Hint("a number becomes a string where it is added to one: \"\" + 5");
 }
 
 void NoteParameters(const Callable& procedure, size_t arguments, ErrorNotes& notes) {

@@ -16,6 +16,7 @@
 #include "text/tokenise.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
+#include "values/errhints.h"
 #include "values/strbuf.h"
 #include "values/varlist.h"
 #include "values/varliteral.h"
@@ -148,7 +149,7 @@ bool ExpressionParser::FailUnknown(std::string_view name) {
   const bool isCall = tokeniser_.PeekNextChar() == '(';
   Fail(ERR_EXPRBADTOKEN, name);
   // Text that a script evaluates may fail over and over, and nobody is told of its names.
-  if (!scope_.runtimeLocals)
+  if (!scope_.runtimeLocals && tamber::UsualHint(ERR_EXPRBADTOKEN, name).empty())
     tamber::NoteUnknownName(scope_.names, scope_.locals, name, isCall, Notes());
   return false;
 }

@@ -37,7 +37,12 @@ bool RefuseConstant(StatementCompiler& compiler, const KelString& name) {
   tokeniser.GetNextToken(1, 1);
   const std::string_view next = tokeniser.Token();
   const bool assigns = next == "=" || next == "[" || next == "." || IsCompound(next);
-  return assigns ? compiler.Fail(ERR_ASSIGNCONSTANT, name) : compiler.Fail(ERR_ASSIGNNOEQUAL, next);
+  if (!assigns) return compiler.Fail(ERR_ASSIGNNOEQUAL, next);
+  compiler.Fail(ERR_ASSIGNCONSTANT, name);
+  CompileHost& host = compiler.Host();
+  const std::string place = host.Declared().Find(name.View());
+  if (!place.empty()) host.Run().notes.Note("it is a constant of " + place);
+  return false;
 }
 
 /// Reads the variable reference at the start of the line; null when it is refused.
@@ -46,6 +51,8 @@ Target CompileTarget(StatementCompiler& compiler) {
   ExpressionCompiler& expressions = compiler.Expressions();
   if (!expressions.CompileTarget(&compiler.Tokens())) {
     compiler.FailExpression();
+    if (compiler.Host().Error() == ERR_EXPREMPTY)
+      compiler.Host().Run().notes.Hint("an element is appended by \"<<=\", without brackets");
     return nullptr;
   }
   return Target(static_cast<ExpressionVariable*>(expressions.RemoveExpression().release()));

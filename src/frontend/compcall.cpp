@@ -15,7 +15,10 @@ bool CompileReturnValue(StatementCompiler& compiler, const TypeDesc& type) {
   ExpressionCompiler& expressions = compiler.Expressions();
   const std::string_view name = compiler.Procedure().GetName().View();
   if (!expressions.CompileAssigned(&compiler.Tokens(), ";", type, name)) {
-    return compiler.FailExpression();
+    compiler.FailExpression();
+    if (compiler.Host().Error() == ERR_EXPREMPTY)
+      compiler.Host().Run().notes.Note("the procedure returns a value of type " + type.Word());
+    return false;
   }
   if (!type.Accepts(*expressions.ResultType())) {
     const TypeRef value = expressions.ResultType();

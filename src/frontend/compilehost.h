@@ -5,6 +5,7 @@
 #include <string>
 
 #include "expr/exprnames.h"
+#include "frontend/declplaces.h"
 #include "frontend/scripttext.h"
 #include "machine/runstate.h"
 #include "machine/sourceplace.h"
@@ -40,6 +41,7 @@ class CompileHost : public ExpressionNames {
   virtual TypeList& Types() = 0;
   virtual ProcedureList& Procedures() = 0;
   virtual ScriptList& Scripts() = 0;
+  virtual DeclaredPlaces& Declared() = 0;
   /// Takes the variable over.
   virtual void AddVariable(Variable* variable, enum_VarListType scope) = 0;
   /// Gives a `session` variable the value that the current session holds, if it does.

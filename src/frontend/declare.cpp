@@ -122,6 +122,7 @@ bool Declaration::Initialise(Variable& variable, const DeclaredName& declared) {
 }
 
 void Declaration::Add(VarHolder variable, enum_VarListType scope) {
+  host_.Declared().Add(variable->OwnName(), script_.GetText()->Name(), script_.GetStatementLine());
   host_.AddVariable(variable.release(), scope);
 }
 

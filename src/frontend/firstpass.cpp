@@ -18,6 +18,7 @@
 #include "kel/nearestname.h"
 #include "kel/stop.h"
 #include "values/errcodes.h"
+#include "values/errhints.h"
 
 namespace tamber {
 
@@ -33,8 +34,10 @@ bool ReadStructure(CompileSession& session, TamberScript& script) {
   script.GetTokeniser().GetNextToken(1, 0);
   const KelString name(script.GetTokeniser().Token());
   script.GetTokeniser().SetSearch(start);
+  const uint32_t line = script.GetStatementLine();
   const int32_t error = DefineStructure(session.Host(), script, kScriptStruct);
   if (error != ERR_SUCCESS) return session.FailHere(script);
+  session.Host().Declared().Add(Name(name), script.GetText()->Name(), line);
   session.NoteDeclared(name);
   return true;
 }
@@ -70,6 +73,7 @@ constexpr Keyword kKeywords[] = {
 };
 
 void NoteUnknownWord(CompileHost& host, const KelString& word) {
+  if (!UsualHint(ERR_BADSTATEMENT, word.View()).empty()) return;
   ErrorNotes& notes = host.Run().notes;
   constexpr std::string_view kStatements[] = {"if",    "while",    "for",  "return",
                                               "break", "continue", "exit", "call"};

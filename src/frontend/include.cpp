@@ -69,7 +69,11 @@ bool IncludeScript(CompileSession& session, const ScriptLine& script, const KelS
 bool IncludeFile(CompileSession& session, TamberScript& script) {
   const KelString expression(kel::Trimmed(script.GetTokeniser().Rest()));
   const VarHolder value = Evaluate(session, script, ";", nullptr);
-  if (!value) return false;
+  if (!value) {
+    if (session.Host().Error() == ERR_EXPRBADTOKEN)
+      session.Host().Run().notes.Hint("the name of a file stands in double quotes");
+    return false;
+  }
   if (value->GetTypeId() != Variable::String) {
     return session.Fail(script, ERR_INCLUDENOTTEXT, expression);
   }

@@ -111,7 +111,11 @@ bool HeaderReader::AddParameter(const DeclaredName& declared, bool isReference) 
   CompileHost& host = session_.Host();
   const bool isNew = !declared.name.IsEmpty() && locals.Find(declared.name) < 0;
   if (!isNew || host.CheckUniqueVar(declared.name, 0) == 0) {
-    const ErrorNotes notes = isNew ? host.Run().notes : ErrorNotes();
+    ErrorNotes notes;
+    if (isNew)
+      notes = host.Run().notes;
+    else if (!declared.name.IsEmpty())
+      notes.Note("it is a parameter of this procedure");
     Fail(ERR_VAREXISTS, declared.name);
     host.Run().notes = notes;
     return false;

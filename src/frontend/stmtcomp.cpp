@@ -12,10 +12,12 @@
 #include "functions/funclist.h"
 #include "kel/kelascii.h"
 #include "kel/nearestname.h"
+#include "statements/statdecl.h"
 #include "statements/statexit.h"
 #include "statements/statexpr.h"
 #include "statements/statgoto.h"
 #include "values/errcodes.h"
+#include "values/errhints.h"
 
 namespace tamber {
 
@@ -159,7 +161,9 @@ bool StatementCompiler::CompileKeyword(std::string_view word, uint32_t flags) {
 
 bool StatementCompiler::FailUnknown(std::string_view word) {
   const bool isCall = Tokens().PeekNextChar() == '(';
+  const bool isAssigned = Tokens().PeekNextChar() == '=';
   Fail(ERR_BADSTATEMENT, word);
+  if (!UsualHint(ERR_BADSTATEMENT, word).empty()) return false;
   ErrorNotes& notes = host_.Run().notes;
   kel::NearestName nearest(word);
   for (const Keyword& keyword : kKeywords) nearest.Offer(keyword.word);
@@ -168,6 +172,7 @@ bool StatementCompiler::FailUnknown(std::string_view word) {
   NoteNearest(nearest, notes);
   if (nearest.Found().empty()) {
     NoteUnknownName(host_, &procedure_.Locals(), word, isCall, notes);
+    if (isAssigned) notes.Hint("a variable is declared before it is assigned: int count");
   }
   return false;
 }
@@ -182,13 +187,23 @@ bool StatementCompiler::IsVariable(const KelString& name) const {
   return procedure_.Locals().Find(name) >= 0 || host_.FindVariable(name, kScopes) != nullptr;
 }
 
+uint32_t StatementCompiler::DeclaringLine(uint32_t slot) const {
+  const StatementList& statements = procedure_.Statements();
+  for (uint32_t i = 1; i <= statements.GetCount(); ++i) {
+    const auto* declare = statements.Get(i).As<StatementDeclare>();
+    if (declare != nullptr && declare->GetSlot() == slot) return declare->GetLine();
+  }
+  return 0;
+}
+
 bool StatementCompiler::CheckLocalName(const KelString& name) {
   ErrorNotes notes;
   const int32_t slot = procedure_.Locals().Find(name);
   if (slot >= 0) {
     const bool isParameter = procedure_.Locals().At(static_cast<uint32_t>(slot)).isParameter;
     notes.Note(isParameter ? "it is a parameter of this procedure"
-                           : "this procedure has declared it above");
+                           : "this procedure declares it in line " +
+                                 std::to_string(DeclaringLine(static_cast<uint32_t>(slot))));
   } else if (IsNameText(name)) {
     // What the script declares further down was no obstacle when scripts were compiled line by
     // line.

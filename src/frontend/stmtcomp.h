@@ -93,6 +93,8 @@ class StatementCompiler {
   bool CompileStatement(uint32_t flags);
   bool CompileKeyword(std::string_view word, uint32_t flags);
   bool IsVariable(const KelString& name) const;
+  /// Line of the declaration that a local has; 0 for a parameter.
+  uint32_t DeclaringLine(uint32_t slot) const;
   bool FailUnknown(std::string_view word);
   bool FailAt(uint32_t line, uint32_t offset, int32_t code, std::string_view text);
 

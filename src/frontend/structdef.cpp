@@ -18,7 +18,10 @@ namespace {
 class StructReader {
  public:
   StructReader(CompileHost& host, ScriptLine& script)
-      : host_(host), script_(script), tokeniser_(script.GetTokeniser()) {}
+      : host_(host),
+        script_(script),
+        tokeniser_(script.GetTokeniser()),
+        line_(script.GetStatementLine()) {}
 
   int32_t Read(StructFlags flags);
 
@@ -27,11 +30,13 @@ class StructReader {
   int32_t DefineStructMember();
   int32_t AddMember(const DeclaredName& declared);
   int32_t Register(StructFlags flags);
+  void NoteNoEnd();
   int32_t Fail(int32_t code, std::string_view text);
 
   CompileHost& host_;
   ScriptLine& script_;
   Tokeniser& tokeniser_;
+  uint32_t line_;
   KelString name_;
   std::vector<StructLayout::Member> members_;
   std::unordered_set<std::string, kel::NoCaseHash, kel::NoCaseEqual> names_;
@@ -67,14 +72,20 @@ int32_t StructReader::ReadMembers() {
       return error;
     }
   }
-  return Fail(kErrStructBlock, name_);
+  Fail(kErrStructBlock, name_);
+  NoteNoEnd();
+  return kErrStructBlock;
 }
 
 int32_t StructReader::DefineStructMember() {
   const KelString word(tokeniser_.Token());
   DeclarationReader reader(host_, tokeniser_);
   int32_t error = reader.ReadType(word);
-  if (error == ERR_VARBADTYPE) return Fail(kErrStructMember, reader.ErrorText());
+  if (error == ERR_VARBADTYPE) {
+    Fail(kErrStructMember, reader.ErrorText());
+    NoteNoEnd();
+    return kErrStructMember;
+  }
   for (bool more = true; error == ERR_SUCCESS && more;) {
     DeclaredName declared;
     error = reader.ReadName(declared);
@@ -88,9 +99,18 @@ int32_t StructReader::DefineStructMember() {
 int32_t StructReader::AddMember(const DeclaredName& declared) {
   const std::string_view name = declared.name.View();
   const bool isName = !name.empty() && (kel::IsAlnum(name[0]) || name[0] == '_');
-  if (!isName || !names_.emplace(name).second) return Fail(kErrStructMember, name);
+  if (!isName || !names_.emplace(name).second) {
+    Fail(kErrStructMember, name);
+    if (isName) host_.Run().notes.Note("struct " + name_.Str() + " has a member of this name");
+    return kErrStructMember;
+  }
   members_.push_back({Name(name), declared.type, declared.arraySize});
   return ERR_SUCCESS;
+}
+
+void StructReader::NoteNoEnd() {
+  host_.Run().notes.Note("struct " + name_.Str() + " begins in line " + std::to_string(line_) +
+                         "; members with their types stand in it up to \"endstruct\"");
 }
 
 int32_t StructReader::Register(StructFlags flags) {

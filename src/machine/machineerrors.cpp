@@ -131,7 +131,11 @@ Machine::After Machine::UnwindAll(enum_ProcStatus status) {
 
 bool Machine::RunHandler(std::string_view name) {
   Callable* handler = host_.FindCallable(name);
-  if (handler == nullptr) return Raise(ERR_NOERRHANDLER, name);
+  if (handler == nullptr) {
+    Raise(ERR_NOERRHANDLER, name);
+    Attempt([&] { host_.NoteUnknownProcedure(name); });
+    return false;
+  }
   if (handler->GetParameterCount() > 0) return Raise(ERR_PROCPARMCOUNT, name);
   uint32_t height = stack_->GetSize();
   RunProcedure(*handler, *stack_);

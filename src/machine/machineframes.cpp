@@ -243,6 +243,8 @@ enum_ProcStatus Machine::RunProcedure(Callable& procedure, Stack& stack) {
   if (!HasNativeStack(procedure.GetName().View())) return PROCSTATUS_FAILED;
   if (stack.GetSize() < procedure.GetParameterCount()) {
     Raise(ERR_EXPRFUNCPARCOUNT, procedure.GetName().View());
+    NoteBeside("arguments of the call: " + std::to_string(stack.GetSize()) +
+               ", parameters of the procedure: " + std::to_string(procedure.GetParameterCount()));
     return PROCSTATUS_FAILED;
   }
   StackScope scope(*this, stack);

@@ -43,6 +43,8 @@ class MachineHost {
   virtual void HandleParseError(const SourcePlace& place) = 0;
   /// Raises the arithmetic fault of `%` by zero, at this place. Returns when the host handles it.
   virtual void RaiseFault(const SourcePlace& place) = 0;
+  /// Tells beside the error that stands which procedure may have been meant.
+  virtual void NoteUnknownProcedure(std::string_view name) = 0;
   /// A request to stop ends what runs; it was at this place.
   virtual void NoteStop(const SourcePlace& place) = 0;
   /// Writes a line of a trace.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -29,6 +30,10 @@ class ErrorNotes {
   }
   void Note(std::string text) { notes_.push_back({TamberNote::Kind::Note, std::move(text)}); }
   void Hint(std::string text) { notes_.push_back({TamberNote::Kind::Hint, std::move(text)}); }
+  bool HasHint() const {
+    return std::any_of(notes_.begin(), notes_.end(),
+                       [](const TamberNote& note) { return note.kind == TamberNote::Kind::Hint; });
+  }
   /// An element was asked for that the array does not have.
   void BadIndex(int32_t index, uint32_t size) {
     hasIndex_ = true;

@@ -128,8 +128,11 @@ std::string TypeDesc::Word() const {
 }
 
 std::string MismatchText(const TypeDesc& target, const TypeDesc& value) {
-  return "the target is of type " + target.Word() + ", the value " +
-         (value.GetKind() == Kind::None ? "is none" : "of type " + value.Word());
+  std::string text = "the target is of type " + target.Word() + ", the value " +
+                     (value.GetKind() == Kind::None ? "is none" : "of type " + value.Word());
+  if (target.GetKind() == Kind::String && IsNumeric(value.GetKind()))
+    text += "; a number becomes a string where it is added to one: \"\" + 5";
+  return text;
 }
 
 bool TypeDesc::IsSame(const TypeDesc& other) const {

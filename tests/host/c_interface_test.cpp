@@ -32,6 +32,25 @@ class CInterfaceTest : public ::testing::Test {
   std::string output_;
 };
 
+TEST_F(CInterfaceTest, ErrorsHaveNotes) {
+  ASSERT_EQ(Compile("int count = conut\nconst int count = 2\n"), TAMBER_FAILED);
+  ASSERT_EQ(Error().notes, 1U);
+  tamber_note note;
+  ASSERT_EQ(tamber_get_note(context_, 0, &note), TAMBER_OK);
+  EXPECT_EQ(note.is_hint, 0);
+  ASSERT_EQ(Compile("int count\nproc Run()\n  Print(cuont)\nendproc\n"), TAMBER_FAILED);
+  ASSERT_EQ(tamber_get_note(context_, Error().notes - 1, &note), TAMBER_OK);
+  EXPECT_EQ(note.is_hint, 1);
+  EXPECT_STREQ(note.text, "did you mean \"count\"?");
+  EXPECT_EQ(tamber_get_note(context_, Error().notes, &note), TAMBER_NOT_FOUND);
+  EXPECT_EQ(tamber_get_note(context_, 0, nullptr), TAMBER_BAD_ARGUMENT);
+  ASSERT_EQ(Compile("proc Late()\nendproc\n"), TAMBER_OK);
+  EXPECT_EQ(tamber_get_note(context_, 0, &note), TAMBER_NOT_FOUND) << "there is no error any more";
+  tamber_run(context_, "Lat");
+  ASSERT_EQ(tamber_get_note(context_, 0, &note), TAMBER_OK);
+  EXPECT_STREQ(note.text, "did you mean \"Late\"?");
+}
+
 TEST_F(CInterfaceTest, ValuesGoInAndComeOut) {
   ASSERT_EQ(Compile("int total = 3\nconst string NAME = \"n\"\nstring text\nint[] list\n"
                     "string Join(string a, int n, double d, bool b)\n"

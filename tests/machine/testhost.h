@@ -44,6 +44,7 @@ class TestHost final : public tamber::MachineHost {
                       std::to_string(place.line));
   }
   void RaiseFault(const tamber::SourcePlace&) override {}
+  void NoteUnknownProcedure(std::string_view) override {}
   void NoteStop(const tamber::SourcePlace&) override {}
   void Trace(KelString) override {}
 

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace tamber {
+
+/// What may help somebody who knows other languages with an error that is about `detail`: what a
+/// foreign word or sign is here, or how the statement is written. "" when there is nothing to say.
+std::string_view UsualHint(int32_t code, std::string_view detail);
+
+}  // namespace tamber
