@@ -86,7 +86,8 @@ typedef struct tamber_note {
   const char* text;
 } tamber_note;
 
-/** Takes what scripts print. */
+/** Takes what scripts print. A call with a length of 0, when `text` may be null, asks to show what
+ * was collected: before input is read, and after a called script. */
 typedef void (*tamber_output)(const char* text, size_t length, void* user);
 /** Is shown each report, dump or trace with the section of the INI file that it belongs to. What it
  * returns 1 for is not written where that file routes it. */

@@ -39,14 +39,16 @@ int32_t FailForMemory(TamberContext& context, const KelString& name) {
 void NoteStop(ContextState& state, const tamber::SourcePlace& place) {
   const kel::Interruptible noting(false);
   state.run.stopFlag = true;
-  if (!std::exchange(state.run.isInterrupted, true)) state.NoteStop(place);
+  state.run.isInterrupted = true;
+  // Once for each call of the host: what it began has forgotten the record of the one before.
+  if (state.errors.diagnostic.code != ERR_STOPPED) state.NoteStop(place);
 }
 
 /// Whether the host has stopped what was compiled, or code that ran for it; the stop is noted.
 bool IsStopped(ContextState& state, const tamber::CompilePlace& place) {
-  if (state.run.errorCode == ERR_STOPPED)
-    NoteStop(state, {place.text, place.line, place.offset, place.procedure});
-  return state.run.isInterrupted;
+  const bool stopped = state.run.isInterrupted || state.run.errorCode == ERR_STOPPED;
+  if (stopped) NoteStop(state, {place.text, place.line, place.offset, place.procedure});
+  return stopped;
 }
 
 /// The text was still being read.
@@ -196,14 +198,15 @@ int32_t TamberContext::EncryptScript(const KelString& source, const KelString& t
                                      const KelString& key) {
   try {
     std::string text;
-    kel::ReadStatus status = kel::ReadRegularFile(source.View(), text, ScriptText::kMaxBytes);
+    kel::ReadStatus status =
+        kel::ReadRegularFile(kel::HostPath(source.View()), text, ScriptText::kMaxBytes);
     if (status != kel::ReadStatus::Ok) {
       SetContextError(status == kel::ReadStatus::Missing ? ERR_FILENOTFOUND : ERR_FILENOTVALID,
                       source);
       return 0;
     }
     std::string sealed = kel::SealText(text, key.View());
-    if (sealed.empty() || !kel::WriteFileAtomically(target.View(), sealed)) {
+    if (sealed.empty() || !kel::WriteFileAtomically(kel::HostPath(target.View()), sealed)) {
       SetContextError(ERR_FILECREATEFAIL, target);
       return 0;
     }

@@ -72,9 +72,9 @@ std::unique_ptr<Code> ContextState::MakeCode(Callable& procedure, bool observed)
   // All that a context can call comes from scripts.
   auto& compiled = static_cast<TamberProcedure&>(procedure);
   if (!EnsureCompiled(*this, compiled)) return nullptr;
-  std::unique_ptr<Code> code = LowerProcedure(compiled, observed);
-  if (!code) run.SetError(ERR_NOMEMORY, procedure.GetName());
-  return code;
+  Lowered lowered = LowerProcedure(compiled, observed);
+  if (!lowered.code) run.SetError(ERR_INTERNAL, procedure.GetName() + ": " + lowered.exceeded);
+  return std::move(lowered.code);
 }
 
 void ContextState::AddVariable(Variable* variable, enum_VarListType scope) {

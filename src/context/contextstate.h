@@ -224,6 +224,9 @@ class ContextState final : public MachineHost, public CompileHost {
   KelString HandleRunError(const SourcePlace& place) override;
   void NoteUnknownProcedure(std::string_view name) override;
   void NoteStop(const SourcePlace& place) override;
+  /// The error and the record of something that the host cannot register; there is no script that a
+  /// report could be about.
+  void RefuseRegistration(int32_t code, const KelString& text);
   void RaiseFault(const SourcePlace& place) override;
   void CallScript(const KelString& path) override;
 

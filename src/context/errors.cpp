@@ -180,6 +180,11 @@ void ContextState::NoteStop(const SourcePlace& place) {
   run.errorCode = ERR_SUCCESS;
 }
 
+void ContextState::RefuseRegistration(int32_t code, const KelString& text) {
+  context.SetContextError(code, text);
+  Attempt([this] { NoteDiagnostic(*this, SourcePlace()); });
+}
+
 int32_t ContextState::LastReported(KelString& detail) {
   detail = errors.diagnostic.detail;
   return errors.diagnostic.code;

@@ -185,8 +185,8 @@ void ContextState::DumpScriptStatements() {
     TamberProcedure* procedure = context.GetProcedure(i);
     if (config.dumpStatements != 0) procedure->Statements().Dump(text, procedure->GetName());
     if (!config.dumpCode) continue;
-    const std::unique_ptr<Code> code = LowerProcedure(*procedure, false);
-    if (code) Disassemble(*code, text.Str());
+    const Lowered lowered = LowerProcedure(*procedure, false);
+    if (lowered.code) Disassemble(*lowered.code, text.Str());
   }
   ProcessOutputBuffer(text, section);
 }

@@ -77,24 +77,6 @@ void AddType(TamberContext& context, const KelString& name, const TypeRef& type)
 
 using Prototypes = std::map<const TamberContext*, const Variable*>;
 
-/// Keeps the error that a context has: what is refused of a module is no error of the script that
-/// includes it.
-class ErrorKeeper {
- public:
-  explicit ErrorKeeper(TamberContext& context)
-      : context_(context), code_(context.GetContextError()), text_(context.GetContextErrorText()) {}
-  ErrorKeeper(const ErrorKeeper&) = delete;
-  ErrorKeeper& operator=(const ErrorKeeper&) = delete;
-  ~ErrorKeeper() {
-    if (context_.GetContextError() != code_) context_.SetContextError(code_, text_);
-  }
-
- private:
-  TamberContext& context_;
-  int32_t code_;
-  KelString text_;
-};
-
 bool IsTypeName(std::string_view name) {
   return !name.empty() &&
          std::all_of(name.begin(), name.end(), [](char c) { return kel::IsAlnum(c) || c == '_'; });
@@ -162,7 +144,8 @@ bool TakesContext(const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type) 
 
 /// The whole of a record in the fixed order: what prototypes name comes before the prototypes.
 void RegisterLists(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
-  const ErrorKeeper keeper(context);
+  // What is refused of a module is no error of the script that includes it.
+  const ErrorRecord kept(context.State());
   RegisterConstants(context, record);
   RegisterTypes(context, record);
   RegisterErrors(context, record);
@@ -363,7 +346,7 @@ void TamberContext::RegisterString(const KelString& name, const KelString& value
 uint32_t TamberContext::RegisterObjectType(const KelString& name) {
   const TypeRef present = FindTypeRef(name);
   if (!tamber::IsTypeName(name.View()) || (present && present->GetKind() != Kind::Handle)) {
-    SetContextError(present ? ERR_VAREXISTS : ERR_VARBADNAME, name);
+    state_->RefuseRegistration(present ? ERR_VAREXISTS : ERR_VARBADNAME, name);
     return TypeList::kNotFound;
   }
   const TypeRef type = TypeDesc::HandleOf(tamber::Name(name.View()));
@@ -384,6 +367,7 @@ int32_t TamberContext::RegisterStructure(const KelString& name, const KelString&
     SetContextError(refused, name);
   }
   if (refused != ERR_SUCCESS) {
+    state_->RefuseRegistration(refused, GetContextErrorText());
     RegistrationError("Error trying to create structure '%S'", name);
     return 0;
   }
@@ -397,14 +381,14 @@ int32_t TamberContext::RegisterStructure(const KelString& name, const KelString&
 int32_t TamberContext::RegisterStructure(Variable* structure) {
   if (structure == nullptr || structure->IsStruct() == 0) {
     Variable::Delete(structure);
-    SetContextError(ERR_VARNOTSTRUCT, "");
+    state_->RefuseRegistration(ERR_VARNOTSTRUCT, "");
     return 0;
   }
   const tamber::VarHolder owner(structure);
   try {
     const KelString name = structure->GetStructName();
     if (!tamber::IsTypeName(name.View())) {
-      SetContextError(ERR_VARBADNAME, name);
+      state_->RefuseRegistration(ERR_VARBADNAME, name);
       return 0;
     }
     // The type has the values of the members: they are there wherever one of it is made.

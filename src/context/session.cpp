@@ -38,8 +38,8 @@ KelString BesideIni(const ContextState& state, const KelString& file) {
   return beside.GetPath();
 }
 
-KelString SessionFileOf(const ContextState& state) {
-  KelString file = state.Ini().Text(IniKey::SessionFile);
+KelString SessionFileOf(const ContextState& state, const Settings& ini) {
+  KelString file = ini.Text(IniKey::SessionFile);
   if (file.IsEmpty()) file = kSessionFile;
   return IsAbsoluteSessionFile(file) ? file : BesideIni(state, file);
 }
@@ -55,9 +55,9 @@ kel::StoreAccess StoreAccessOf(const Settings& ini) {
   kel::StoreAccess access;
   access.user = ini.Text(IniKey::SessionUser).Str();
   access.password = ini.Text(IniKey::SessionPassword).Str();
-  access.caFile = ini.Text(IniKey::SessionCaFile).Str();
-  access.certFile = ini.Text(IniKey::SessionCertFile).Str();
-  access.keyFile = ini.Text(IniKey::SessionKeyFile).Str();
+  access.caFile = kel::HostPath(ini.Text(IniKey::SessionCaFile));
+  access.certFile = kel::HostPath(ini.Text(IniKey::SessionCertFile));
+  access.keyFile = kel::HostPath(ini.Text(IniKey::SessionKeyFile));
   access.milliseconds = std::clamp(ini.Integer(IniKey::SessionTimeout), 1, kLongestTimeout);
   return access;
 }
@@ -81,7 +81,7 @@ StorePlace StorePlaceOf(const ContextState& state) {
   const Settings ini = state.Ini();
   StorePlace place{ini.Text(IniKey::SessionStore), {}, StoreAccessOf(ini)};
   place.access.isServer = !place.spec.IsEmpty();
-  if (place.spec.IsEmpty()) place.spec = SessionFileOf(state);
+  if (place.spec.IsEmpty()) place.spec = SessionFileOf(state, ini);
   const bool isAddress = kel::IsStoreAddress(place.spec.View());
   const bool isServer = place.access.isServer || isAddress;
   place.shown = place.access.isServer && !isAddress

@@ -129,7 +129,7 @@ int32_t ExpressionCompiler::EvaluateExpression(Stack* stack) {
   if (!root_) return 0;
   tamber::Machine& machine = names_.Evaluator();
   const int32_t evaluated = machine.BeginEvaluation(root_->SourceOffset()) != 0 &&
-                            machine.Evaluate(tamber::LowerExpression(*root_).get(), *stack) != 0;
+                            machine.Evaluate(tamber::LowerExpression(*root_), *stack) != 0;
   errorOffset_ = machine.EvaluationStop();
   return evaluated;
 }

@@ -62,7 +62,7 @@ Operand ExpressionFunction::LowerNode(tamber::CodeBuilder& builder) const {
   site.choosesWhenRun = HasUnknownArgument();
   site.resultKind = kind;
   uint16_t reg = builder.NewTemp();
-  builder.Emit(traits.localsBlind ? Op::CallN : Op::CallL, reg, builder.SiteIndex(std::move(site)));
+  builder.Emit(traits.localsBlind ? Op::CallN : Op::CallL, reg, builder.SiteIndex(site));
   bool same = kind == type->GetKind();
   return builder.InReg(kind, reg, same ? type : tamber::TypeDesc::Of(kind));
 }

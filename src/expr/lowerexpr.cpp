@@ -5,7 +5,7 @@
 
 namespace tamber {
 
-std::unique_ptr<Code> LowerExpression(const ExpressionBase& expression) {
+Lowered LowerExpression(const ExpressionBase& expression) {
   auto code = std::make_unique<Code>();
   CodeBuilder builder(*code, nullptr, nullptr, false);
   StatementEntry entry;
@@ -16,8 +16,8 @@ std::unique_ptr<Code> LowerExpression(const ExpressionBase& expression) {
   builder.Push(expression.Lower(builder));
   builder.EndStatement();
   builder.Emit(Op::RetV);
-  if (builder.TooLarge()) return nullptr;
-  return code;
+  if (!builder.Exceeded().empty()) return {nullptr, builder.Exceeded()};
+  return {std::move(code), {}};
 }
 
 }  // namespace tamber

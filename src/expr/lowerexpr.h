@@ -1,15 +1,12 @@
 #pragma once
 
-#include <memory>
+#include "machine/code.h"
 
 class ExpressionBase;
 
 namespace tamber {
 
-class Code;
-
-/// Turns an expression outside any procedure into code that leaves its value on the stack. Null: it
-/// is too large for the instruction format.
-std::unique_ptr<Code> LowerExpression(const ExpressionBase& expression);
+/// Turns an expression outside any procedure into code that leaves its value on the stack.
+Lowered LowerExpression(const ExpressionBase& expression);
 
 }  // namespace tamber

@@ -20,7 +20,7 @@ int32_t RefusalOf(TamberContext& context, const KelString& name) {
 }  // namespace
 
 void RefuseFunction(TamberContext& context, int32_t code, const KelString& text) {
-  context.SetContextError(code, text);
+  context.State().RefuseRegistration(code, text);
   context.State().debug.Log(KelDebug::Level::Error, text);
 }
 

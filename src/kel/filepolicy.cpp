@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdlib>
 
+#include "kel/hostpath.h"
 #include "kel/pathparser.h"
 #include "kel/pathwalk.h"
 
@@ -74,7 +75,7 @@ FilePolicy& FilePolicy::operator=(const FilePolicy& other) = default;
 FilePolicy::~FilePolicy() = default;
 
 bool FilePolicy::AddDirectory(std::string_view path, Access access) {
-  const Place place(path);
+  const Place place(HostPath(path));
   if (!place.IsFound()) return false;
   Root root{RealPath(place.Name()), access, Descriptor(::open(place.Name(), kOpenDirectory))};
   struct stat info;

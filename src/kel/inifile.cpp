@@ -22,10 +22,12 @@ constexpr size_t kMaxCachedFiles = 16;
 template <class Value>
 using NameMap = std::unordered_map<std::string, Value, kel::NoCaseHash, kel::NoCaseEqual>;
 
+}  // namespace
+
 /// A parsed file; never changed once it is made.
-class IniData {
+class IniFile::Contents {
  public:
-  explicit IniData(std::string_view text) {
+  explicit Contents(std::string_view text) {
     NameMap<std::string>* section = &sections_[""];
     while (!text.empty()) {
       const size_t end = text.find('\n');
@@ -61,22 +63,28 @@ class IniData {
   NameMap<NameMap<std::string>> sections_;
 };
 
-using IniDataPtr = std::shared_ptr<const IniData>;
-
 /// The parsed files of the process.
-class IniCache {
+class IniFile::Cache {
  public:
+  using Pointer = std::shared_ptr<const Contents>;
+
+  /// Left to the end of the process: hosts may read settings while statics are destroyed.
+  static Cache& Shared() {
+    static Cache* const cache = new Cache;
+    return *cache;
+  }
+
   /// The file as it is now; null when there is none to read.
-  IniDataPtr Get(const KelString& path) {
+  Pointer Get(const KelString& path) {
     kel::FileStamp stamp;
     if (!kel::GetFileStamp(path, stamp)) return nullptr;
-    if (IniDataPtr data = Lookup(path, stamp)) return data;
+    if (Pointer data = Lookup(path, stamp)) return data;
     std::string text;
     if (kel::ReadRegularFile(path, text, kMaxFileSize, &stamp) != kel::ReadStatus::Ok) {
       return nullptr;
     }
     const bool settled = IsSettled(stamp);
-    IniDataPtr data = std::make_shared<const IniData>(kel::DecodeScriptText(std::move(text)));
+    Pointer data = std::make_shared<const Contents>(kel::DecodeScriptText(std::move(text)));
     if (settled) Store(path, stamp, data);
     return data;
   }
@@ -84,16 +92,16 @@ class IniCache {
  private:
   struct Entry {
     kel::FileStamp stamp;
-    IniDataPtr data;
+    Pointer data;
   };
 
-  IniDataPtr Lookup(const KelString& path, const kel::FileStamp& stamp) {
+  Pointer Lookup(const KelString& path, const kel::FileStamp& stamp) {
     const std::lock_guard lock(mutex_);
     const auto entry = entries_.find(path);
     return entry != entries_.end() && entry->second.stamp == stamp ? entry->second.data : nullptr;
   }
 
-  void Store(const KelString& path, const kel::FileStamp& stamp, const IniDataPtr& data) {
+  void Store(const KelString& path, const kel::FileStamp& stamp, const Pointer& data) {
     const std::lock_guard lock(mutex_);
     if (entries_.size() >= kMaxCachedFiles && !entries_.contains(path)) entries_.clear();
     entries_[path] = {stamp, data};
@@ -113,40 +121,33 @@ class IniCache {
   std::unordered_map<KelString, Entry> entries_;
 };
 
-/// Left to the end of the process: hosts may read settings while statics are destroyed.
-IniCache& Cache() {
-  static IniCache* const cache = new IniCache;
-  return *cache;
-}
-
-IniDataPtr ReadConfined(const kel::Place& place) {
+std::shared_ptr<const IniFile::Contents> IniFile::Read(const KelString& path,
+                                                       const kel::FilePolicy* policy) {
+  if (policy == nullptr) return Cache::Shared().Get(path);
+  const kel::Place place = policy->FindForHost(path, kel::Access::Read);
+  if (!place.IsFound()) return nullptr;
+  if (!place.IsConfined()) return Cache::Shared().Get(path);
   std::string text;
   if (kel::ReadFile(place, text, kMaxFileSize) != kel::FileStatus::Ok) return nullptr;
-  return std::make_shared<const IniData>(kel::DecodeScriptText(std::move(text)));
+  return std::make_shared<const Contents>(kel::DecodeScriptText(std::move(text)));
 }
 
-IniDataPtr Read(const KelString& path, const kel::FilePolicy* policy) {
-  if (policy != nullptr) {
-    const kel::Place place = policy->FindForHost(path, kel::Access::Read);
-    if (!place.IsFound()) return nullptr;
-    if (place.IsConfined()) return ReadConfined(place);
-  }
-  return Cache().Get(path);
-}
+IniFile::IniFile(const KelString& path, const kel::FilePolicy* policy)
+    : contents_(Read(path, policy)) {}
 
-}  // namespace
+const std::string* IniFile::Find(const KelString& section, const KelString& key) const {
+  return contents_ != nullptr ? contents_->Find(section, key) : nullptr;
+}
 
 KelString IniFile::ReadString(const KelString& section, const KelString& key,
                               const KelString& defaultValue) const {
-  const IniDataPtr data = Read(path_, policy_);
-  const std::string* const value = data != nullptr ? data->Find(section, key) : nullptr;
+  const std::string* const value = Find(section, key);
   return value != nullptr ? KelString(*value) : defaultValue;
 }
 
 int32_t IniFile::ReadInteger(const KelString& section, const KelString& key,
                              int32_t defaultValue) const {
-  const IniDataPtr data = Read(path_, policy_);
-  const std::string* const value = data != nullptr ? data->Find(section, key) : nullptr;
+  const std::string* const value = Find(section, key);
   int64_t number = 0;
   if (value == nullptr || !kel::ParseInt64Prefix(*value, number)) return defaultValue;
   return static_cast<int32_t>(std::clamp<int64_t>(number, std::numeric_limits<int32_t>::min(),

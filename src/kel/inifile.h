@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "kel/kelstring.h"
 
@@ -8,13 +9,12 @@ namespace kel {
 class FilePolicy;
 }
 
-/// Reads an INI file; never writes one.
+/// The contents of an INI file as they were when the object was made. Files are never written.
 ///
-/// Every read looks at the file anew, so an edit counts from the next read on; the text is parsed
-/// again only when the file changed. Parsed files are shared by the whole process, safely between
-/// threads. A relative path follows the current directory of the moment. Under a policy, a file
-/// that scripts can replace is read only where they may read, and never through a link that leads
-/// elsewhere.
+/// Objects are made for one use and not kept, so that an edit counts from the next use on; the text
+/// is parsed again only when the file changed. Parsed files are shared by the whole process, safely
+/// between threads. Under a policy, a file that scripts can replace is read only where they may
+/// read, and never through a link that leads elsewhere.
 ///
 /// Lines are "[section]" or "key = value"; names ignore ASCII case and the first of two equal keys
 /// wins, also when a section stands in the file in several pieces. ";" and "#" begin a comment only
@@ -25,9 +25,7 @@ class FilePolicy;
 /// anything that is no regular file, reads as if it was not there.
 class IniFile {
  public:
-  /// The policy, null for none, outlives the object.
-  explicit IniFile(const KelString& path, const kel::FilePolicy* policy = nullptr)
-      : path_(path), policy_(policy) {}
+  explicit IniFile(const KelString& path, const kel::FilePolicy* policy = nullptr);
 
   /// The value, which may be empty, or `defaultValue` when the key is not there.
   KelString ReadString(const KelString& section, const KelString& key,
@@ -37,6 +35,12 @@ class IniFile {
   int32_t ReadInteger(const KelString& section, const KelString& key, int32_t defaultValue) const;
 
  private:
-  KelString path_;
-  const kel::FilePolicy* policy_;
+  class Contents;
+  class Cache;
+
+  static std::shared_ptr<const Contents> Read(const KelString& path, const kel::FilePolicy* policy);
+  const std::string* Find(const KelString& section, const KelString& key) const;
+
+  /// Null when there is no file to read.
+  std::shared_ptr<const Contents> contents_;
 };

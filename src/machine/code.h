@@ -23,13 +23,15 @@ struct GlobalSlot {
   Variable* variable = nullptr;  ///< on loan from its scope
 };
 
-/// A bound call of a built-in.
+/// A bound call of a built-in; calls of the same kind share one.
 struct CallSite {
   std::shared_ptr<const TamberFunction> function;
   uint32_t arguments = 0;
   Kind resultKind = Kind::Any;  ///< Any: the result is taken as a variable
   /// The type of an argument was unknown: the overload is chosen, and checked, by what comes.
   bool choosesWhenRun = false;
+
+  bool operator==(const CallSite&) const = default;
 };
 
 struct AppendSite {
@@ -114,6 +116,12 @@ class Code {
   const StatementEntry* FindStatement(uint32_t pc) const;
   uint32_t FindSource(uint32_t pc) const;
   const LiveTemps* FindLive(uint32_t pc) const;
+};
+
+/// Code, or what a procedure or an expression has too much of for the instruction format.
+struct Lowered {
+  std::unique_ptr<Code> code;
+  std::string_view exceeded;  ///< a literal
 };
 
 }  // namespace tamber

@@ -16,6 +16,12 @@ namespace {
 
 constexpr uint32_t kMaxOperand = 0xFFFF;
 
+// What a script has too many of for the operands of an instruction, by the operand's role.
+constexpr std::string_view kLocals = "more than 65534 local variables and parameters";
+constexpr std::string_view kValues = "more than 65534 values at once";
+constexpr std::string_view kMembers = "more than 65536 members of a structure";
+constexpr std::string_view kNames = "more than 65536 different names";
+
 }  // namespace
 
 CodeBuilder::CodeBuilder(Code& code, const LocalTable* locals, const LocalFacts* facts,
@@ -23,23 +29,24 @@ CodeBuilder::CodeBuilder(Code& code, const LocalTable* locals, const LocalFacts*
     : code_(code), locals_(locals), facts_(facts), wideJumps_(wideJumps), state_(code) {
   nextTemp_ = locals ? locals->Count() : 0;
   code_.registers = std::max(code_.registers, nextTemp_ + 1);
-  if (nextTemp_ >= kMaxOperand) tooLarge_ = true;
+  if (nextTemp_ >= kMaxOperand) exceeded_ = kLocals;
   // Which locals have a value where is what the facts are about.
   state_.AssumeLocals();
 }
 
 uint32_t CodeBuilder::Emit(Op op, uint32_t a, uint32_t b, uint32_t c) {
-  if (a > kMaxOperand || b > kMaxOperand || c > kMaxOperand) tooLarge_ = true;
+  // Registers and tables are bounded where they grow.
+  if (a > kMaxOperand || b > kMaxOperand || c > kMaxOperand) Exceed(kMembers);
   const Instr instr{op, static_cast<uint16_t>(a), static_cast<uint16_t>(b),
                     static_cast<uint16_t>(c)};
-  return tooLarge_ ? Pc() : Append(instr);
+  return IsTooLarge() ? Pc() : Append(instr);
 }
 
 uint32_t CodeBuilder::EmitWide(Op op, uint32_t a, int32_t wide) {
   Instr instr{op, static_cast<uint16_t>(a), 0, 0};
   instr.SetWide(wide);
-  if (a > kMaxOperand) tooLarge_ = true;
-  return tooLarge_ ? Pc() : Append(instr);
+  if (a > kMaxOperand) Exceed(kMembers);
+  return IsTooLarge() ? Pc() : Append(instr);
 }
 
 uint32_t CodeBuilder::Append(const Instr& instr) {
@@ -166,7 +173,7 @@ bool CodeBuilder::RetargetLast(uint16_t from, uint16_t to) {
 
 uint16_t CodeBuilder::NewTemp() {
   if (nextTemp_ >= kMaxOperand) {
-    tooLarge_ = true;
+    Exceed(kValues);
     return 0;
   }
   auto reg = static_cast<uint16_t>(nextTemp_++);
@@ -564,8 +571,12 @@ bool CodeBuilder::Store(const VarUse& use, const Operand& value) {
   return true;
 }
 
+void CodeBuilder::Exceed(std::string_view limit) {
+  if (!IsTooLarge()) exceeded_ = limit;
+}
+
 uint32_t CodeBuilder::Checked(size_t index) {
-  if (index > kMaxOperand) tooLarge_ = true;
+  if (index > kMaxOperand) Exceed(kNames);
   return static_cast<uint32_t>(std::min<size_t>(index, kMaxOperand));
 }
 
@@ -581,34 +592,33 @@ uint32_t CodeBuilder::GlobalIndex(const VarUse& use) {
   return at->second;
 }
 
+template <class Entry, class Same>
+uint32_t CodeBuilder::IndexIn(std::vector<Entry>& table, const Entry& entry, Same same) {
+  const auto found = std::find_if(table.begin(), table.end(),
+                                  [&](const Entry& known) { return same(known, entry); });
+  if (found != table.end()) return static_cast<uint32_t>(found - table.begin());
+  table.push_back(entry);
+  return Checked(table.size() - 1);
+}
+
 uint32_t CodeBuilder::TypeIndex(const TypeRef& type) {
-  auto found = std::find_if(code_.types.begin(), code_.types.end(),
-                            [&](const TypeRef& known) { return known.Get() == type.Get(); });
-  if (found == code_.types.end()) {
-    code_.types.push_back(type);
-    return Checked(code_.types.size() - 1);
-  }
-  return static_cast<uint32_t>(found - code_.types.begin());
+  return IndexIn(code_.types, type,
+                 [](const TypeRef& a, const TypeRef& b) { return a.Get() == b.Get(); });
 }
 
 uint32_t CodeBuilder::NameIndex(const Name& name) {
-  auto found = std::find_if(code_.names.begin(), code_.names.end(),
-                            [&](const Name& known) { return known.Equals(name); });
-  if (found == code_.names.end()) {
-    code_.names.push_back(name);
-    return Checked(code_.names.size() - 1);
-  }
-  return static_cast<uint32_t>(found - code_.names.begin());
+  return IndexIn(code_.names, name, [](const Name& a, const Name& b) { return a.Equals(b); });
 }
 
-uint32_t CodeBuilder::SiteIndex(CallSite site) {
-  code_.sites.push_back(std::move(site));
-  return Checked(code_.sites.size() - 1);
+uint32_t CodeBuilder::SiteIndex(const CallSite& site) {
+  return IndexIn(code_.sites, site, [](const CallSite& a, const CallSite& b) { return a == b; });
 }
 
 uint32_t CodeBuilder::AppendIndex(const TypeRef& array, const TypeRef& value) {
-  code_.appends.push_back({array, value});
-  return Checked(code_.appends.size() - 1);
+  return IndexIn(code_.appends, AppendSite{array, value},
+                 [](const AppendSite& a, const AppendSite& b) {
+                   return a.array.Get() == b.array.Get() && a.value.Get() == b.value.Get();
+                 });
 }
 
 uint32_t CodeBuilder::ProcedureIndex(Callable* procedure) {

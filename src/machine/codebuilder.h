@@ -83,7 +83,8 @@ class CodeBuilder {
   bool WideJumps() const { return wideJumps_; }
   /// A short jump did not reach, or there were too many registers or table entries.
   bool JumpOverflow() const { return jumpOverflow_; }
-  bool TooLarge() const { return tooLarge_; }
+  /// What there is too much of for the operands of instructions; "" when the code is whole.
+  std::string_view Exceeded() const { return exceeded_; }
 
   // --- temporaries ---
   uint16_t NewTemp();
@@ -157,7 +158,7 @@ class CodeBuilder {
   uint32_t TypeIndex(const TypeRef& type);
   uint32_t NameIndex(const Name& name);
   uint32_t ProcedureIndex(Callable* procedure);
-  uint32_t SiteIndex(CallSite site);
+  uint32_t SiteIndex(const CallSite& site);
   uint32_t AppendIndex(const TypeRef& array, const TypeRef& value);
   Code& GetCode() { return code_; }
   const LocalTable* Locals() const { return locals_; }
@@ -171,14 +172,18 @@ class CodeBuilder {
   void ReleaseGivenBack();
   void RecordLive(const Instr& instr);
   Operand ViaVariable(const Operand& operand, const TypeDesc& to);
+  bool IsTooLarge() const { return !exceeded_.empty(); }
+  void Exceed(std::string_view limit);
   uint32_t Checked(size_t index);
+  template <class Entry, class Same>
+  uint32_t IndexIn(std::vector<Entry>& table, const Entry& entry, Same same);
 
   Code& code_;
   const LocalTable* locals_;
   const LocalFacts* facts_;
   bool wideJumps_;
   bool jumpOverflow_ = false;
-  bool tooLarge_ = false;
+  std::string_view exceeded_;
   bool localsChange_ = false;
   uint32_t source_ = 0;
   uint32_t nextTemp_;

@@ -49,9 +49,8 @@ class Machine {
   /// Before an expression that begins at this place of its logical line is lowered and evaluated.
   /// 0, with the error set, when too little native stack is left.
   int32_t BeginEvaluation(uint32_t sourceOffset);
-  /// Runs the code of an expression, null for one that is too large for code; 1 leaves one value on
-  /// the stack, 0 an error in the context.
-  int32_t Evaluate(const Code* code, Stack& stack);
+  /// Runs the code of an expression; 1 leaves one value on the stack, 0 an error in the context.
+  int32_t Evaluate(const Lowered& expression, Stack& stack);
   /// Where in its logical line the last evaluation failed, or left an error, from 0.
   uint32_t EvaluationStop() const { return evaluationStop_; }
 

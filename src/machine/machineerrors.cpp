@@ -24,7 +24,7 @@ bool Machine::Raise(int32_t code, std::string_view text) {
 
 bool Machine::RaiseMismatch(std::string_view name, const TypeDesc& target, const TypeDesc& value) {
   Raise(ERR_ASSIGNMISMATCH, name);
-  Attempt([&] { run_.notes.Note(MismatchText(target, value)); });
+  run_.notes.BadType(target, value);
   return false;
 }
 

@@ -263,9 +263,10 @@ int32_t Machine::BeginEvaluation(uint32_t sourceOffset) {
   return HasNativeStack("");
 }
 
-int32_t Machine::Evaluate(const Code* code, Stack& stack) {
+int32_t Machine::Evaluate(const Lowered& expression, Stack& stack) {
+  const Code* const code = expression.code.get();
   if (code == nullptr) {
-    Raise(ERR_NOMEMORY, "");
+    Raise(ERR_INTERNAL, expression.exceeded);
     return 0;
   }
   if (!IsSound(*code, "")) return 0;

@@ -1,3 +1,4 @@
+#include <exception>
 #include <new>
 #include <stdexcept>
 
@@ -39,6 +40,11 @@ enum_ProcStatus Machine::Run() {
       Raise(ERR_NOMEMORY, "");
     } catch (const std::length_error&) {
       Raise(ERR_NOMEMORY, "");
+    } catch (const std::exception& failure) {
+      // The host is asked for more than its functions: a sink takes what a called script printed.
+      Raise(ERR_INTERNAL, failure.what());
+    } catch (...) {
+      Raise(ERR_INTERNAL, "");
     }
     leftZero_ = false;
     if (ApplyPolicy(true) == After::Leave) return status_;

@@ -22,6 +22,21 @@
 namespace tamber {
 namespace {
 
+/// While it lives, `%` by zero is an error of the operators, so that the machine can raise the
+/// fault with its state in order.
+class RemainderErrors {
+ public:
+  explicit RemainderErrors(TamberOperators& operators) : operators_(operators) {
+    operators_.SetRemainderFaults(false);
+  }
+  RemainderErrors(const RemainderErrors&) = delete;
+  RemainderErrors& operator=(const RemainderErrors&) = delete;
+  ~RemainderErrors() { operators_.SetRemainderFaults(true); }
+
+ private:
+  TamberOperators& operators_;
+};
+
 /// Whether "+" joins a value of this kind to a string.
 bool HasText(Kind kind) {
   return IsNumeric(kind) || kind == Kind::String || kind == Kind::EString || kind == Kind::Handle;
@@ -400,9 +415,11 @@ bool Machine::AppendToVariable(Variable& array, const TypeDesc& type, Cell value
 
 bool Machine::Execute(int32_t operatorIndex, Cell& out) {
   operators_.SetCaseSwitch(IsCaseSensitive());
-  operators_.SetRemainderFaults(false);
-  bool done = operators_.ExecuteOperator(operatorIndex, stack_) != 0;
-  operators_.SetRemainderFaults(true);
+  bool done;
+  {
+    const RemainderErrors errors(operators_);
+    done = operators_.ExecuteOperator(operatorIndex, stack_) != 0;
+  }
   int32_t error = operators_.GetOperatorError();
   if (error == ERR_DIVIDEBYZERO &&
       operatorIndex == TamberOperators::GetOperatorIndex(TamberOperators::OP_REMAIN))

@@ -261,14 +261,14 @@ void ProcedureLowering::LowerCallScript(uint32_t i, const ExpressionBase& expres
   builder_.Free(path);
 }
 
-std::unique_ptr<Code> LowerProcedure(const TamberProcedure& procedure, bool observed) {
+Lowered LowerProcedure(const TamberProcedure& procedure, bool observed) {
   for (bool wideJumps : {false, true}) {
     ProcedureLowering lowering(procedure, observed, wideJumps);
     const bool complete = lowering.Run();
-    if (lowering.TooLarge()) return nullptr;
-    if (complete) return lowering.Take();
+    if (!lowering.Exceeded().empty()) return {nullptr, lowering.Exceeded()};
+    if (complete) return {lowering.Take(), {}};
   }
-  return nullptr;
+  return {nullptr, "jumps over more than 2147483647 instructions"};
 }
 
 }  // namespace tamber

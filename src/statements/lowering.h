@@ -27,7 +27,7 @@ class ProcedureLowering {
 
   /// False: a jump does not reach.
   bool Run();
-  bool TooLarge() const { return builder_.TooLarge(); }
+  std::string_view Exceeded() const { return builder_.Exceeded(); }
   std::unique_ptr<Code> Take() { return std::move(code_); }
 
  private:

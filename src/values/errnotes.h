@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kel/kelstring.h"
+#include "values/typedesc.h"
 
 /// A line below an error: what its text, which is always the same, cannot tell of this one.
 struct TamberNote {
@@ -27,6 +28,7 @@ class ErrorNotes {
   void Clear() {
     notes_.clear();
     hasIndex_ = false;
+    target_ = value_ = TypeRef();
   }
   void Note(std::string text) { notes_.push_back({TamberNote::Kind::Note, std::move(text)}); }
   void Hint(std::string text) { notes_.push_back({TamberNote::Kind::Hint, std::move(text)}); }
@@ -41,8 +43,16 @@ class ErrorNotes {
     size_ = size;
   }
 
+  /// A value was stored where its type does not fit.
+  void BadType(const TypeDesc& target, const TypeDesc& value) {
+    target_ = TypeRef(&target);
+    value_ = TypeRef(&value);
+  }
+
   std::vector<TamberNote> Texts() const {
     std::vector<TamberNote> texts = notes_;
+    if (target_)
+      texts.push_back({TamberNote::Kind::Note, KelString(MismatchText(*target_, *value_))});
     if (hasIndex_) {
       const std::string size = size_ == 0 ? "the array is empty"
                                : size_ == 1
@@ -56,6 +66,8 @@ class ErrorNotes {
 
  private:
   std::vector<TamberNote> notes_;
+  TypeRef target_;
+  TypeRef value_;
   bool hasIndex_ = false;
   int32_t index_ = 0;
   uint32_t size_ = 0;

@@ -27,11 +27,11 @@ struct IniKeyInfo {
 /// All keys, in the order of IniKey.
 std::span<const IniKeyInfo> IniKeys();
 
-/// Reads the INI file of a context. There is no other way to a key, so that none is missing in the
-/// table.
+/// What the INI file of a context says at one moment. There is no other way to a key, so that none
+/// is missing in the table.
 class Settings {
  public:
-  /// The policy outlives the object; see IniFile.
+  /// See IniFile.
   Settings(const KelString& iniPath, const kel::FilePolicy& policy) : file_(iniPath, &policy) {}
 
   /// Output keys need the name of their section.

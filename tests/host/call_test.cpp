@@ -95,6 +95,40 @@ TEST_F(CallTest, AnErrorOfTheScriptComesBackWithItsPlaceAndCalls) {
   EXPECT_EQ(context_.GetDiagnostic().file, "") << "nothing is left of the error";
 }
 
+TEST_F(CallTest, ARegistrationThatIsRefusedLeavesItsRecord) {
+  const auto sum = [](int32_t n) { return n; };
+  EXPECT_EQ(RegisterFunction(context_, "int Sum (int[] Values)", sum), 0u);
+  EXPECT_EQ(context_.GetDiagnostic().code, ERR_VARBADTYPE);
+  EXPECT_EQ(context_.GetDiagnostic().detail, "int Sum (int[] Values)");
+  EXPECT_EQ(context_.RegisterStructure("S", "nosuch x", nullptr), 0);
+  EXPECT_EQ(context_.GetDiagnostic().code, context_.GetContextError());
+}
+
+TEST_F(CallTest, WhatIsTooMuchForOneProcedureIsNamed) {
+  const auto many = [](const char* before, const char* after, int count = 65'600) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += before + std::to_string(i) + after;
+    return text;
+  };
+  const auto error = [&](const std::string& script) {
+    TamberContext context;
+    context.SetDefaultReports(false);
+    if (context.CompileScriptBuffer("large", KelString(script), 1))
+      context.RunProcedure("main", nullptr);
+    return context.GetContextErrorText().Str();
+  };
+  EXPECT_EQ(error("proc main()\n" + many("int v", "\n") + "endproc\n"),
+            "main: more than 65534 local variables and parameters");
+  EXPECT_EQ(error(many("int g", "\n") + "proc main()\n" + many("g", " = 1\n") + "endproc\n"),
+            "main: more than 65536 different names");
+  EXPECT_EQ(error("struct S\n" + many("int m", "\n") +
+                  "endstruct\nproc main()\nS s\ns.m65599 = 1\nendproc\n"),
+            "main: more than 65536 members of a structure");
+  // What is called or appended does not count as often as it is.
+  EXPECT_EQ(error("proc main()\nint[] a\nint n\n" + many("a <<= StrLen(\"", "\")\n") + "endproc\n"),
+            "");
+}
+
 /// Compiles and runs a script that fails; the source line of the error with a "^" before the
 /// column.
 std::string MarkedLine(const std::string& script) {

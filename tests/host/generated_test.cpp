@@ -97,12 +97,6 @@ TEST_F(Generated, BlocksNestAThousandDeep) {
   EXPECT_EQ(Run(branches + "else\nPrint(\"else\")\nendif\n"), "else");
 }
 
-TEST_F(Generated, TooManyNamesAreRefused) {
-  std::string locals;
-  for (int i = 0; i < 70000; ++i) locals += "int v" + std::to_string(i) + "\n";
-  EXPECT_EQ(Run(locals), std::to_string(ERR_NOMEMORY));
-}
-
 TEST_F(Generated, RecursionEndsBeforeTheStackDoes) {
   const std::string refused = std::to_string(ERR_NOMEMORY);
   // What the calls were about to take over is let go of.

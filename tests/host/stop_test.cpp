@@ -164,6 +164,9 @@ TEST_F(Stop, ComesBeforeTheRun) {
   context.RequestStop();
   EXPECT_EQ(context.RunProcedure("main", nullptr), 0);
   EXPECT_EQ(context.GetDiagnostic().name, "ERR_STOPPED");
+  // Each further call says so as well.
+  EXPECT_EQ(context.CompileScriptBuffer("more", "int y = 5\n", 1), 0);
+  EXPECT_EQ(context.GetDiagnostic().name, "ERR_STOPPED");
 }
 
 TEST_F(Stop, IsReportedWhenAskedFor) {

@@ -39,18 +39,18 @@ TEST(MachineAlone, ReadsVariablesThroughItsHost) {
   seven->SetIntegerValue(7);
   host.variables.AddVariable(seven);
   tamber::Machine machine(host.run, host);
-  const auto code = CodeAt(0);
-  CodeBuilder builder(*code, nullptr, nullptr, false);
+  const tamber::Lowered expression{CodeAt(0), {}};
+  CodeBuilder builder(*expression.code, nullptr, nullptr, false);
   builder.Push(builder.Load({tamber::Name("SEVEN"), -1, TypeDesc::Of(Kind::Int)}));
   builder.Emit(Op::RetV);
   Stack stack;
-  ASSERT_EQ(machine.Evaluate(code.get(), stack), 1);
+  ASSERT_EQ(machine.Evaluate(expression, stack), 1);
   EXPECT_EQ(stack.PopInteger(), 7);
 
   // A scope that has changed is looked at anew.
   seven->SetVarName("other");
   host.run.ScopeChanged();
-  EXPECT_EQ(machine.Evaluate(code.get(), stack), 0);
+  EXPECT_EQ(machine.Evaluate(expression, stack), 0);
   EXPECT_EQ(host.run.errorCode, ERR_VARNOTDECLARED);
   EXPECT_EQ(stack.GetSize(), 0u);
 }

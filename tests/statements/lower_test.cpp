@@ -26,7 +26,7 @@ TEST(StatementsAlone, RunAsTheirCode) {
         line, tamber::VarUse{total->OwnName(), -1, tamber::TypeDesc::Of(tamber::Kind::Int)}));
   }
   names.host.makeCode = [](tamber::Callable& callable) {
-    return tamber::LowerProcedure(static_cast<TamberProcedure&>(callable), false);
+    return tamber::LowerProcedure(static_cast<TamberProcedure&>(callable), false).code;
   };
   Stack stack;
   ASSERT_EQ(names.machine.RunProcedure(procedure, stack), tamber::PROCSTATUS_ENDED);
