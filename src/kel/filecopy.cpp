@@ -82,7 +82,7 @@ PairStatus CopyFile(const Place& from, const Place& to, bool force) {
   struct stat info;
   struct stat other;
   const int follow = to.IsConfined() ? AT_SYMLINK_NOFOLLOW : 0;
-  if (::fstat(source.Get(), &info) != 0) return {FileStatus::Unreadable};
+  if (::fstat(source.Get(), &info) != 0) return {FailedBySystem(FileStatus::Unreadable)};
   if (to.IsFound() && ::fstatat(to.Dir(), to.Name(), &other, follow) == 0) {
     if (info.st_dev == other.st_dev && info.st_ino == other.st_ino) return {FileStatus::Same, true};
     if (!force) return {FileStatus::Exists, true};
@@ -106,7 +106,7 @@ bool SameContents(int first, int second, uint64_t length, FileStatus& status) {
     const int64_t count = reader.Read(left.get(), kBlock);
     const int64_t other = otherReader.Read(right.get(), kBlock);
     if (count < 0 || other < 0) {
-      status = FileStatus::Unreadable;
+      status = FailedBySystem(FileStatus::Unreadable);
       return false;
     }
     if (count != other || std::memcmp(left.get(), right.get(), static_cast<size_t>(count)) != 0) {
@@ -145,7 +145,7 @@ FileStatus Md5OfFile(const Place& place, std::string& digest) {
   FileReader reader(file.Get(), size);
   while (true) {
     const int64_t count = reader.Read(block.get(), kBlock);
-    if (count < 0) return FileStatus::Unreadable;
+    if (count < 0) return FailedBySystem(FileStatus::Unreadable);
     if (count == 0) break;
     md5_update(&state, static_cast<size_t>(count), reinterpret_cast<const uint8_t*>(block.get()));
   }

@@ -60,6 +60,9 @@ FileStatus FailedBySystem(FileStatus status) {
   return status;
 }
 
+KeptReason::KeptReason() : error_(lastError) {}
+KeptReason::~KeptReason() { lastError = error_; }
+
 std::string TakeReason() {
   const int error = std::exchange(lastError, 0);
   return error != 0 ? ": " + std::generic_category().message(error) : std::string();
@@ -105,7 +108,7 @@ FileStatus OpenRegular(const Place& place, Descriptor& file, uint64_t& size) {
       ::openat(place.Dir(), place.Name(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | follow));
   if (!file.IsOpen()) return StatusOfErrno(errno, FileStatus::Unreadable);
   struct stat info;
-  if (::fstat(file.Get(), &info) != 0) return FileStatus::Unreadable;
+  if (::fstat(file.Get(), &info) != 0) return FailedBySystem(FileStatus::Unreadable);
   if (!S_ISREG(info.st_mode)) return FileStatus::NotValid;
   size = static_cast<uint64_t>(info.st_size);
   return FileStatus::Ok;
@@ -145,11 +148,12 @@ int64_t ReadFullAt(int descriptor, uint64_t offset, char* buffer, size_t size) {
   return static_cast<int64_t>(used);
 }
 
-bool WriteFull(int descriptor, std::string_view bytes) {
+bool WriteFull(int descriptor, std::string_view bytes, size_t* written) {
   while (!bytes.empty()) {
     const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
     if (count >= 0) {
       bytes.remove_prefix(static_cast<size_t>(count));
+      if (written != nullptr) *written += static_cast<size_t>(count);
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       pollfd waiting{descriptor, POLLOUT, 0};
       if (::poll(&waiting, 1, -1) < 0 && errno != EINTR) return false;

@@ -17,6 +17,18 @@ namespace kel {
 FileStatus StatusOfErrno(int error, FileStatus otherwise);
 /// Gives the status, and remembers that the system's last error led to it.
 FileStatus FailedBySystem(FileStatus status);
+/// Keeps the system's error that was remembered, whatever cleaning up meets.
+class KeptReason {
+ public:
+  KeptReason();
+  KeptReason(const KeptReason&) = delete;
+  KeptReason& operator=(const KeptReason&) = delete;
+  ~KeptReason();
+
+ private:
+  int error_;
+};
+
 /// What the system said when the last operation of this thread failed, as ": Permission denied"; ""
 /// when it was not the system that refused. Asking forgets it.
 std::string TakeReason();
@@ -35,8 +47,9 @@ uint32_t CopiedPermissions(int descriptor);
 int64_t ReadFull(int descriptor, char* buffer, size_t size);
 /// The same from a position; the descriptor's own position stays.
 int64_t ReadFullAt(int descriptor, uint64_t offset, char* buffer, size_t size);
-/// Writes everything, waiting where it must; false on an error.
-bool WriteFull(int descriptor, std::string_view bytes);
+/// Writes everything, waiting where it must; false on an error. `written`, if wanted, is how much
+/// was.
+bool WriteFull(int descriptor, std::string_view bytes, size_t* written = nullptr);
 
 /// Reads an open file from where it stands to the end that it had when it was opened: one that
 /// somebody goes on writing to would else be read for as long as that lasts.

@@ -109,10 +109,16 @@ FileStatus AppendToFile(const Place& place, std::string_view bytes) {
   if (!file.IsOpen()) return StatusOfErrno(errno, FileStatus::Unwritable);
   struct stat info;
   if (::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return FileStatus::NotValid;
-  if (WriteFull(file.Get(), bytes)) return FileStatus::Ok;
+  size_t written = 0;
+  if (WriteFull(file.Get(), bytes, &written)) return FileStatus::Ok;
   const FileStatus status = FailedBySystem(FileStatus::Unwritable);
-  // What did fit would be half a line to whoever reads the file next.
-  return ::ftruncate(file.Get(), info.st_size) == 0 ? status : FileStatus::Failed;
+  if (written == 0) return status;
+  // What did fit would be half a line to whoever reads the file next. It goes again unless somebody
+  // has appended behind it; what others appended before it stays.
+  const off_t end = ::lseek(file.Get(), 0, SEEK_CUR);
+  const bool isLast = ::fstat(file.Get(), &info) == 0 && info.st_size == end;
+  const bool undone = isLast && ::ftruncate(file.Get(), end - static_cast<off_t>(written)) == 0;
+  return undone ? status : FileStatus::Failed;
 }
 
 }  // namespace kel

@@ -85,11 +85,11 @@ FileStatus Deflate(const FileReader& from, ReplacedFile& to, uint64_t& written) 
   Stream stream(true, from);
   int result = Z_OK;
   while (result != Z_STREAM_END) {
-    if (!stream.Fill()) return FileStatus::Unreadable;
+    if (!stream.Fill()) return FailedBySystem(FileStatus::Unreadable);
     std::string_view produced;
     result = stream.Step(produced);
     if (result == Z_STREAM_ERROR) return FileStatus::Failed;
-    if (!to.Write(produced)) return FileStatus::Unwritable;
+    if (!to.Write(produced)) return FailedBySystem(FileStatus::Unwritable);
     written += produced.size();
   }
   return FileStatus::Ok;
@@ -100,7 +100,7 @@ FileStatus Inflate(const FileReader& from, ReplacedFile& to, uint64_t& written,
   Stream stream(false, from);
   uint64_t member = 0;  // bytes that the present member has given
   while (true) {
-    if (!stream.Fill()) return FileStatus::Unreadable;
+    if (!stream.Fill()) return FailedBySystem(FileStatus::Unreadable);
     std::string_view produced;
     const int result = stream.Step(produced);
     member += produced.size();
@@ -108,9 +108,9 @@ FileStatus Inflate(const FileReader& from, ReplacedFile& to, uint64_t& written,
     if (member > limits.bytes && member / limits.ratio > stream.Taken()) {
       return FileStatus::TooLarge;
     }
-    if (!to.Write(produced)) return FileStatus::Unwritable;
+    if (!to.Write(produced)) return FailedBySystem(FileStatus::Unwritable);
     if (result == Z_STREAM_END) {
-      if (!stream.Fill()) return FileStatus::Unreadable;
+      if (!stream.Fill()) return FailedBySystem(FileStatus::Unreadable);
       if (stream.IsDrained()) return FileStatus::Ok;
       member = 0;
       if (!stream.NextMember()) return FileStatus::Failed;

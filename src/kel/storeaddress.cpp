@@ -10,11 +10,13 @@ namespace {
 
 constexpr std::string_view kMark = "://";
 
-/// The length of "kind" in "kind://..."; 0 when the text is no address. One letter is a drive.
+/// The length of "kind" in "kind:..."; 0 when the text is no address. One letter is a drive.
 size_t KindLength(std::string_view text) {
-  const size_t end = text.find(kMark);
+  const size_t end = text.find(':');
   if (end == std::string_view::npos || end < 2) return 0;
-  return text.find_first_of("/\\") > end ? end : 0;
+  const auto belongs = [](char c) { return IsAlnum(c) || c == '+' || c == '-' || c == '.'; };
+  return std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), belongs) ? end
+                                                                                             : 0;
 }
 
 /// Everything before it are user and password: neither hosts nor databases have an "@".
@@ -66,17 +68,24 @@ bool IsStoreAddress(std::string_view text) { return KindLength(text) != 0; }
 std::string ShownStoreAddress(std::string_view text) {
   const size_t kind = KindLength(text);
   if (kind == 0) return std::string(text);
-  const std::string_view rest = text.substr(kind + kMark.size());
-  const std::string_view host = rest.substr(HostBegin(rest));
-  return std::string(text.substr(0, kind))
-      .append(kMark)
-      .append(host.substr(0, host.find_first_of("?#")));
+  const std::string shown(text.substr(0, kind));
+  if (!text.substr(kind).starts_with(kMark)) return shown + ":";
+  std::string_view host = text.substr(kind + kMark.size());
+  host.remove_prefix(HostBegin(host));
+  host = host.substr(0, host.find_first_of("?#"));
+  // Behind a user whose host was forgotten stands a password where the port should be.
+  const std::string_view server = host.substr(0, host.find('/'));
+  const size_t colon = server.find(':');
+  int port = 0;
+  const bool isOdd = colon != std::string_view::npos && !server.starts_with('[') &&
+                     !ReadPort(server.substr(colon + 1), port);
+  return shown + std::string(kMark) + std::string(isOdd ? host.substr(0, colon) : host);
 }
 
 std::string ParseServerAddress(std::string_view text, ServerAddress& address) {
   const size_t length = KindLength(text);
   const std::string kind = Lowered(text.substr(0, length));
-  if (kind != "redis" && kind != "rediss") {
+  if ((kind != "redis" && kind != "rediss") || !text.substr(length).starts_with(kMark)) {
     return "unknown kind of session store; an address begins with redis:// or rediss://";
   }
   address.isSecure = kind == "rediss";

@@ -45,10 +45,11 @@ FileStatus CopyOpenFile(int from, int to, const struct stat& info) {
   FileStatus status = FileStatus::Ok;
   // A full disk is no lack of permission.
   if (!CopyContents(from, length, to, status)) return FileStatus::Failed;
-  if (::lseek(from, 0, SEEK_SET) != 0 || ::lseek(to, 0, SEEK_SET) != 0) return FileStatus::Failed;
+  if (::lseek(from, 0, SEEK_SET) != 0 || ::lseek(to, 0, SEEK_SET) != 0)
+    return FailedBySystem(FileStatus::Failed);
   if (!SameContents(from, to, length, status)) return FileStatus::Unwritable;
   KeepOwner(to, info);
-  if (::fchmod(to, info.st_mode & 07777) != 0) return FileStatus::Unwritable;
+  if (::fchmod(to, info.st_mode & 07777) != 0) return FailedBySystem(FileStatus::Unwritable);
   KeepTimes(to, info);
   // What somebody else adds while it is copied would be lost with the source.
   return IsUnchanged(from, info) ? FileStatus::Ok : FileStatus::Failed;
@@ -57,18 +58,19 @@ FileStatus CopyOpenFile(int from, int to, const struct stat& info) {
 FileStatus CopyRegular(int dir, const char* name, int target, const char* newName,
                        const struct stat& info) {
   const Descriptor from(::openat(dir, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-  if (!from.IsOpen()) return FileStatus::Unreadable;
+  if (!from.IsOpen()) return FailedBySystem(FileStatus::Unreadable);
   const Descriptor to(::openat(target, newName, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  if (!to.IsOpen()) return FileStatus::Unwritable;
+  if (!to.IsOpen()) return FailedBySystem(FileStatus::Unwritable);
   return CopyOpenFile(from.Get(), to.Get(), info);
 }
 
 FileStatus CopyLink(int dir, const char* name, int target, const char* newName) {
   std::array<char, PATH_MAX> link;
   const ssize_t length = ::readlinkat(dir, name, link.data(), link.size() - 1);
-  if (length < 0) return FileStatus::Unreadable;
+  if (length < 0) return FailedBySystem(FileStatus::Unreadable);
   link[static_cast<size_t>(length)] = '\0';
-  return ::symlinkat(link.data(), target, newName) == 0 ? FileStatus::Ok : FileStatus::Unwritable;
+  return ::symlinkat(link.data(), target, newName) == 0 ? FileStatus::Ok
+                                                        : FailedBySystem(FileStatus::Unwritable);
 }
 
 /// Anything but a directory. Pipes, sockets and devices are not copied.
@@ -141,10 +143,11 @@ class TreeCopier : public TreeVisitor {
     if (!isTop) sum_.Add(info);
     const int parent = isTop ? outside_ : here_.Get();
     const char* newName = isTop ? topName_ : name;
-    if (::mkdirat(parent, newName, 0700) != 0) return FileStatus::Unwritable;
+    if (::mkdirat(parent, newName, 0700) != 0) return FailedBySystem(FileStatus::Unwritable);
     Descriptor level(::openat(parent, newName, kOpenLevel));
     struct stat made;
-    if (!level.IsOpen() || ::fstat(level.Get(), &made) != 0) return FileStatus::Unwritable;
+    if (!level.IsOpen() || ::fstat(level.Get(), &made) != 0)
+      return FailedBySystem(FileStatus::Unwritable);
     levels_.push_back(made);
     here_ = std::move(level);
     return FileStatus::Ok;
@@ -164,7 +167,7 @@ class TreeCopier : public TreeVisitor {
     KeepOwner(level.Get(), info);
     const bool good = ::fchmod(level.Get(), info.st_mode & 07777) == 0;
     KeepTimes(level.Get(), info);
-    return good ? FileStatus::Ok : FileStatus::Unwritable;
+    return good ? FileStatus::Ok : FailedBySystem(FileStatus::Unwritable);
   }
 
   const TreeSum& Sum() const { return sum_; }
@@ -209,9 +212,9 @@ FileStatus Flush(int dir, const std::string& name, const struct stat& info) {
   if (S_ISLNK(info.st_mode)) return FileStatus::Ok;
   // A descriptor for reading will do, but not every copy may be read by whoever owns it.
   const Descriptor copy(::openat(dir, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!copy.IsOpen()) return errno == EACCES ? FileStatus::Ok : FileStatus::Failed;
+  if (!copy.IsOpen()) return errno == EACCES ? FileStatus::Ok : FailedBySystem(FileStatus::Failed);
   const int result = S_ISDIR(info.st_mode) ? ::syncfs(copy.Get()) : ::fsync(copy.Get());
-  return result == 0 ? FileStatus::Ok : FileStatus::Failed;
+  return result == 0 ? FileStatus::Ok : FailedBySystem(FileStatus::Failed);
 }
 
 /// Copies a file or a tree, and says what was found. Left by a stop, it leaves what it has copied.
@@ -270,9 +273,11 @@ FileStatus MoveByCopy(const Place& from, const Place& to) {
     const bool arrived = status == FileStatus::Ok;
     if (arrived) SyncParent(to.Dir(), to.Name());
     if (arrived) status = RemoveTree(from.Dir(), aside.c_str());
+    const KeptReason kept;
     if (status != FileStatus::Ok) Rename(from.Dir(), aside, from.Name());
     if (arrived) return status;
   }
+  const KeptReason kept;
   if (status != FileStatus::Ok) RemoveTree(to.Dir(), copy.c_str());
   return status;
 }

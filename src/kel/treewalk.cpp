@@ -65,12 +65,18 @@ class Walk {
     Descriptor child(::openat(dir, name, kOpenLevel));
     if (!child.IsOpen()) {
       if (levels_.empty()) return StatusOfErrno(errno, FileStatus::Unreadable);
-      return errno == ENOENT ? FileStatus::Ok : visitor_.Blocked();
+      return errno == ENOENT ? FileStatus::Ok : Blocked();
     }
     levels_.push_back({name, {}, {}});
-    if (::fstat(child.Get(), &levels_.back().info) != 0) return FileStatus::Unreadable;
+    if (::fstat(child.Get(), &levels_.back().info) != 0)
+      return FailedBySystem(FileStatus::Unreadable);
     here_ = std::move(child);
     return List();
+  }
+
+  FileStatus Blocked() {
+    FailedBySystem(FileStatus::Ok);
+    return visitor_.Blocked();
   }
 
   FileStatus List() {
@@ -79,17 +85,18 @@ class Walk {
                                                      &::closedir);
     if (stream == nullptr) {
       Descriptor unused(copy);
-      return FileStatus::Unreadable;
+      return FailedBySystem(FileStatus::Unreadable);
     }
     while (true) {
       CheckStop();
       errno = 0;
       const dirent* entry = ::readdir(stream.get());
-      if (entry == nullptr) return errno == 0 ? FileStatus::Ok : FileStatus::Unreadable;
+      if (entry == nullptr)
+        return errno == 0 ? FileStatus::Ok : FailedBySystem(FileStatus::Unreadable);
       if (IsDots(entry->d_name)) continue;
       struct stat info;
       if (::fstatat(here_.Get(), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
-        const FileStatus status = errno == ENOENT ? FileStatus::Ok : visitor_.Blocked();
+        const FileStatus status = errno == ENOENT ? FileStatus::Ok : Blocked();
         if (status != FileStatus::Ok) return status;
         continue;
       }

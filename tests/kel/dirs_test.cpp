@@ -9,6 +9,7 @@
 #include "kel/filecopy.h"
 #include "kel/fileio.h"
 #include "kel/filestat.h"
+#include "kel/gzip.h"
 #include "tempdir.h"
 
 namespace kel {
@@ -129,6 +130,11 @@ TEST_F(DirsTest, AcrossFileSystemsTheWholeTreeArrives) {
 TEST_F(DirsTest, AFullDiskLeavesTheOldFile) {
   // A limit on file sizes fails like a full disk, in the middle of a write.
   Put("file", "old");
+  std::string noise;
+  for (uint32_t i = 0, x = 1; i < 100000; ++i)
+    noise += static_cast<char>((x = x * 1664525 + 1013904223) >> 24);
+  fs::create_directory("tree");
+  Put("tree/noise", noise);
   const pid_t child = ::fork();
   if (child == 0) {
     ::signal(SIGXFSZ, SIG_IGN);
@@ -136,13 +142,22 @@ TEST_F(DirsTest, AFullDiskLeavesTheOldFile) {
     ::setrlimit(RLIMIT_FSIZE, &limit);
     const FileStatus replaced = ReplaceFile(Named("file"), std::string(100000, 'x'));
     const FileStatus appended = AppendToFile(Named("file"), std::string(100000, 'x'));
-    ::_exit(replaced == FileStatus::Unwritable && appended == FileStatus::Unwritable ? 0 : 1);
+    uint64_t size = 0;
+    const FileStatus packed = CompressFile(Named("tree/noise"), Named("packed"), size);
+    const bool hasReason = TakeReason() == ": File too large";
+    const FileStatus moved = MoveByCopy(Named("tree"), Named("moved"));
+    const bool hasReasonToo = TakeReason() == ": File too large";
+    ::_exit(replaced == FileStatus::Unwritable && appended == FileStatus::Unwritable &&
+                    packed == FileStatus::Unwritable && hasReason && moved == FileStatus::Failed &&
+                    hasReasonToo
+                ? 0
+                : 1);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
   EXPECT_EQ(Get("file"), "old");
-  EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), 1);
+  EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), 2);
 }
 
 }  // namespace

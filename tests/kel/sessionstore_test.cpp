@@ -245,13 +245,16 @@ TEST_F(ServerStore, ChecksWhoIsThere) {
 TEST(StoreAddress, ThatNamesNoServerIsAnError) {
   for (const char* address :
        {"mongodb://a", "https://u:secret@a", "redis://u:secret@a:b/0", "redis://u:secret@a:70000",
-        "rediss://u:secret@a b/0", "my.store://u:secret@a", "redis://a:1?p=secret"}) {
+        "rediss://u:secret@a b/0", "my.store://u:secret@a", "redis://a:1?p=secret",
+        "mysql:u:secret@a", "redis:u:secret", "redis://u:secret"}) {
     const Store store = kel::OpenSessionStore(address);
     EXPECT_FALSE(store->SetText("session/1/a", "x"));
     EXPECT_THAT(store->TakeFault(), testing::ContainsRegex("unknown kind|bad port|bad host"));
     EXPECT_THAT(kel::ShownStoreAddress(address), Not(testing::HasSubstr("secret")));
   }
   EXPECT_FALSE(std::filesystem::exists("mongodb:"));
+  for (const char* file : {"C:sessions", "./redis:x", "my file: sessions", "sessions"})
+    EXPECT_FALSE(kel::IsStoreAddress(file)) << file;
 }
 
 }  // namespace
