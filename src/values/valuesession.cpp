@@ -44,9 +44,19 @@ void StoreElements(const ArrayData& array, uint32_t from, const std::string& key
   }
 }
 
-void StoreArray(const ArrayData* array, const std::string& key, SessionStore& store, int depth) {
+/// Beside the elements, of an array that is declared without their type.
+std::string ElementTypeKey(const std::string& key) { return key + "/0"; }
+
+/// What such an array can be made of when it is read: types that need no declaration.
+constexpr Kind kPlainKinds[] = {Kind::Bool,   Kind::Char,   Kind::Int,    Kind::Float,
+                                Kind::Double, Kind::String, Kind::EString};
+
+void StoreArray(const TypeDesc& type, const ArrayData* array, const std::string& key,
+                SessionStore& store, int depth) {
   store.DeleteTree(key + "/");  // an array that was longer when it was last stored
   if (array != nullptr) {
+    if (!type.Element() && array->ElementType())
+      store.SetText(ElementTypeKey(key), array->ElementType()->Word());
     StoreElements(*array, 0, key, store, depth);
   } else {
     store.SetInteger(key, 0);
@@ -76,7 +86,7 @@ void StoreAt(const TypeDesc& type, Cell cell, const std::string& key, SessionSto
       store.SetText(key, static_cast<const VarEString&>(*cell.v).Sealed());
       break;
     case Kind::Array:
-      StoreArray(cell.a, key, store, depth - 1);
+      StoreArray(type, cell.a, key, store, depth - 1);
       break;
     case Kind::Struct:
       for (uint32_t i = 0; i < cell.st->Count(); ++i) {
@@ -142,13 +152,13 @@ void ChangeElement(const ArrayData& now, const ArrayData& before, uint32_t index
   }
 }
 
-void ChangeArray(const ArrayData* now, const ArrayData* before, const std::string& key,
-                 SessionStore& store, int depth) {
+void ChangeArray(const TypeDesc& type, const ArrayData* now, const ArrayData* before,
+                 const std::string& key, SessionStore& store, int depth) {
   const bool isAlike = now != nullptr && before != nullptr &&
                        now->StorageKind() == before->StorageKind() &&
                        now->Count() >= before->Count();
   if (!isAlike) {
-    StoreArray(now, key, store, depth);
+    StoreArray(type, now, key, store, depth);
     return;
   }
   kel::StopPoll poll(4096);
@@ -164,7 +174,7 @@ void ChangeAt(const TypeDesc& type, Cell now, Cell before, const std::string& ke
   const Kind kind = type.GetKind();
   if (depth == 0 || IsUnchanged(kind, now, before)) return;
   if (kind == Kind::Array) {
-    ChangeArray(now.a, before.a, key, store, depth - 1);
+    ChangeArray(type, now.a, before.a, key, store, depth - 1);
   } else if (kind == Kind::Struct && now.st->Layout().Get() == before.st->Layout().Get()) {
     for (uint32_t i = 0; i < now.st->Count(); ++i) {
       const StructLayout::Member& member = now.st->Layout()->Members()[i];
@@ -202,10 +212,26 @@ bool IsStored(SessionStore& store, const std::string& key) {
   return store.Exists(key) || !store.SubKeys(key + "/").empty();
 }
 
+/// Gives an array that is declared without a type of its elements the one that it was stored with.
+void LoadElementType(const Place& place, const std::string& key, SessionStore& store) {
+  std::string word;
+  if (place.declared->Element() || !store.GetText(ElementTypeKey(key), word)) return;
+  for (const Kind kind : kPlainKinds) {
+    const TypeRef& type = TypeDesc::Of(kind);
+    const ArrayData* present = place.cell->a;
+    if (type->Word() != word) continue;
+    if (present != nullptr && present->ElementType().Get() == type.Get()) return;
+    Cell cell = ZeroCell();
+    cell.a = ArrayData::New(type);
+    StoreCell(Kind::Array, *place.cell, cell);
+  }
+}
+
 void LoadArray(const Place& place, const std::string& key, SessionStore& store, int depth) {
   ArrayData*& slot = place.cell->a;
   int64_t count = 0;
   if (!store.GetInteger(key, count) || count < 0) return;
+  LoadElementType(place, key, store);
   const int64_t present = slot != nullptr ? slot->Count() : 0;
   // A count that no element backs would only cost memory: the last element must be there.
   if (count > present && !IsStored(store, ElementKey(key, static_cast<uint32_t>(count - 1)))) {

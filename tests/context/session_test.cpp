@@ -56,11 +56,13 @@ std::string Request(uint32_t session) {
     context.SetSessionId(session);
     const char* script =
         "session int n = 5\nsession string t = \"a\"\nsession double d = 1.5\nsession bool b\n"
-        "session int[] list\nsession estring e = \"secret\"\n"
+        "session int[] list\nsession array any\nsession estring e = \"secret\"\n"
         "struct P\nstring name\nchar c\nendstruct\nsession P p\n"
-        "proc main()\nPrint(n + \" \" + t + \" \" + d + \" \" + b + \" \" + ArrayGetSize(list))\n"
-        "Print(\" \" + e + \" \" + p.name)\nif p.c != 0\nPrint(\"\" + p.c)\nendif\n"
-        "n = n + 1\nt = t + \"b\"\nd = d * 2\nb = !b\nlist += 1\n"
+        "proc main()\nPrint(n + \" \" + t + \" \" + d + \" \" + b + \" \" + ArrayGetSize(list) + "
+        "ArrayGetSize(any))\n"
+        "Print(\" \" + e + \" \" + p.name)\nif p.c != 0\nPrint(\"\" + p.c)\nendif\nif "
+        "ArrayGetSize(any) != 0\nPrint(\" \" + any[1])\nendif\n"
+        "any <<= t\nn = n + 1\nt = t + \"b\"\nd = d * 2\nb = !b\nlist += 1\n"
         "e = e + \"!\"\np.name = \"p\" + n\np.c = n + 59\nendproc\n";
     context.CompileScriptBuffer("request", script, 1);
     context.RunProcedure("main", nullptr);
@@ -81,11 +83,11 @@ TEST_F(Sessions, AreFoundAgainByTheNextRequest) {
   ASSERT_TRUE(server.IsUp());
   for (const std::string& ini : {std::string(), "[TamberConfig]\nSessionStore=" + server.Url()}) {
     Put("tamber.ini", ini);
-    EXPECT_EQ(Request(7), "5 a 1.5 FALSE 0 secret ") << ini;
-    EXPECT_EQ(Request(8), "5 a 1.5 FALSE 0 secret ") << ini;
-    EXPECT_EQ(Request(7), "6 ab 3 TRUE 1 secret! p6A") << ini;
-    EXPECT_EQ(Request(7), "7 abb 6 FALSE 2 secret!! p7B") << ini;
-    EXPECT_EQ(Request(0), "5 a 1.5 FALSE 0 secret ") << ini;
+    EXPECT_EQ(Request(7), "5 a 1.5 FALSE 00 secret ") << ini;
+    EXPECT_EQ(Request(8), "5 a 1.5 FALSE 00 secret ") << ini;
+    EXPECT_EQ(Request(7), "6 ab 3 TRUE 11 secret! p6A a") << ini;
+    EXPECT_EQ(Request(7), "7 abb 6 FALSE 22 secret!! p7B a") << ini;
+    EXPECT_EQ(Request(0), "5 a 1.5 FALSE 00 secret ") << ini;
     TamberContext context;
     EXPECT_TRUE(context.DoesSessionExist(8));
     EXPECT_FALSE(context.DoesSessionExist(70));
