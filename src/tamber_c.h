@@ -155,7 +155,7 @@ TAMBER_API int tamber_push_bool(tamber_context* context, int value);
 TAMBER_API int tamber_push_int(tamber_context* context, int32_t value);
 TAMBER_API int tamber_push_double(tamber_context* context, double value);
 TAMBER_API int tamber_push_text(tamber_context* context, const char* text, size_t length);
-/** A global variable as an argument, which a reference parameter can change. */
+/** A global variable, or a part of one, as an argument, which a reference parameter can change. */
 TAMBER_API int tamber_push_global(tamber_context* context, const char* name);
 /** Runs a procedure with the arguments that were pushed. They are removed afterwards, also when the
  * procedure cannot take them. */

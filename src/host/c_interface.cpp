@@ -75,10 +75,13 @@ int tamber_push_text(tamber_context* context, const char* text, size_t length) {
 int tamber_push_global(tamber_context* context, const char* name) {
   return WithContext(context, [&](CContext& own) -> int {
     if (name == nullptr) return TAMBER_BAD_ARGUMENT;
-    Variable* variable = own.context.GetVariable(KelString(name), VARLIST_GLOBAL);
+    const std::string_view path(name);
+    const std::string_view global = tamber::host::NameIn(path);
+    Variable* variable = own.context.GetVariable(KelString(global), VARLIST_GLOBAL);
     if (variable == nullptr) return TAMBER_NOT_FOUND;
-    own.stack.PushVariable(variable->Duplicate());
-    return TAMBER_OK;
+    const PathEnd end = HoldPart(*variable, path.substr(global.size()), variable);
+    if (end == PathEnd::Found) own.stack.PushVariable(variable->Duplicate());
+    return StatusOf(end);
   });
 }
 

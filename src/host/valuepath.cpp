@@ -115,6 +115,18 @@ PathEnd FindPart(Variable& whole, std::string_view path, PartView& part) {
   return PathEnd::Found;
 }
 
+PathEnd HoldPart(Variable& whole, std::string_view path, Variable*& part) {
+  PartView found;
+  if (const PathEnd end = FindPart(whole, path, found); end != PathEnd::Found) return end;
+  part = &whole;
+  while (part != nullptr && !path.empty()) {
+    const std::optional<Step> step = TakeStep(path);
+    part = step->isElement ? part->GetArrayElement(static_cast<uint32_t>(step->index))
+                           : part->GetStructElement(KelString(step->member));
+  }
+  return part != nullptr ? PathEnd::Found : PathEnd::NoMemory;
+}
+
 PathEnd StorePart(Variable& whole, std::string_view path, const TypeDesc& from, Cell in) {
   // A path that leads nowhere must not unshare anything on its way.
   PartView part;

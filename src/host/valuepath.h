@@ -28,6 +28,8 @@ std::string_view NameIn(std::string_view path);
 /// Finds a part of a value by the rest of a path as scripts write it, such as "[2].name"; "" is the
 /// whole. Elements count from 1.
 PathEnd FindPart(Variable& whole, std::string_view path, PartView& part);
+/// Gives a part an object, owned by the value that it is a part of, if it has none.
+PathEnd HoldPart(Variable& whole, std::string_view path, Variable*& part);
 /// Assigns to a part as scripts do.
 PathEnd StorePart(Variable& whole, std::string_view path, const TypeDesc& from, Cell in);
 /// Gives an array another number of elements.

@@ -108,11 +108,22 @@ TEST_F(CInterfaceTest, StructuresAndArraysAreReachedByPath) {
   EXPECT_STREQ(text, "k");
   EXPECT_EQ(tamber_get_member(context_, "order.lines[1]", 1, &text), TAMBER_OK);
   EXPECT_STREQ(text, "prices");
+  ASSERT_EQ(Compile("proc Add(int & n, string & s)\n  n += 100\n  s += \"!\"\nendproc\n"),
+            TAMBER_OK);
+  EXPECT_EQ(tamber_push_global(context_, "list[4]"), TAMBER_NOT_FOUND);
+  EXPECT_EQ(tamber_push_global(context_, "list[2]"), TAMBER_OK);
+  EXPECT_EQ(tamber_push_global(context_, "order.lines[2].name"), TAMBER_OK);
+  ASSERT_EQ(tamber_run(context_, "Add"), TAMBER_OK) << Error().text;
+  EXPECT_EQ(tamber_get_text(context_, "order.lines[2].name", &text, nullptr), TAMBER_OK);
+  EXPECT_STREQ(text, "changed!");
+  tamber_push_global(context_, "order");
+  tamber_push_global(context_, "list");
+  ASSERT_EQ(tamber_run(context_, "Copy"), TAMBER_OK);
   int32_t copied[2] = {};
   uint32_t count = 0;
   EXPECT_EQ(tamber_get_ints(context_, "list", copied, 2, &count), TAMBER_OK);
   EXPECT_EQ(count, 3u);
-  EXPECT_EQ(copied[1], -5);
+  EXPECT_EQ(copied[1], 95);
   EXPECT_EQ(tamber_result_size(context_, &count), TAMBER_OK);
   EXPECT_EQ(count, 2u);
   EXPECT_EQ(tamber_result_part(context_, ".lines[1].prices[2]"), TAMBER_OK);
