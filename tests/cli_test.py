@@ -164,7 +164,9 @@ class CommandTest(unittest.TestCase):
                            ("count = 99999999999", "note: .*2147483647"), ("list[] = 1", 'hint: .*"<<="'),
                            ("Print(count)", 'note: .*\nnote: there is int Print .*\nhint: a number becomes a string'),
                            ('Print("a" & "b")', 'note: .*\nhint: strings are joined by "\\+"'),
-                           ("switch count", 'hint: .*"elif"'), ("return 1", "hint: a procedure that returns a value"),
+                           ("switch count", 'hint: .*"elif"'),
+                           ('list += "n"', 'note: what an array grows .*string\\nhint: an element is appended by "<<="'),
+                           ("return 1", "hint: a procedure that returns a value"),
                            ("if 1", 'note: there is no "endif" for the "if" of line 6 before line 7')):
             errors = self.run_tamber(self.script(procedure % line))[2]
             self.assertRegex(errors, rf"\^.*\n{told}", line)
@@ -175,6 +177,8 @@ class CommandTest(unittest.TestCase):
                              ("int ErrCode", "note: it is a variable that every script has"),
                              ("proc F(int a, int a)\nendproc", "note: it is a parameter"),
                              ("struct P\n  int y\nproc main()\nendproc", 'note: struct P begins in line 1; .*"endstruct"'),
+                             ("struct P\n  strng y\nendstruct", 'hint: did you mean "string"'),
+                             ("proc main()\n  int[][] a\nendproc", "hint: there are no arrays of arrays"),
                              ("def F()", 'hint: a procedure begins with "proc"'), ("int a,", "hint: a name is missing here"),
                              ("include a.tam", "note: .*\\nhint: the name of a file stands in double quotes"),
                              ("int F()\n  return\nendproc", "note: the procedure returns a value of type int"),

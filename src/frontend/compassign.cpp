@@ -117,8 +117,18 @@ bool CompileArrayChange(StatementCompiler& compiler, Target target, enum_Stateme
     if (!CompileValue(compiler, *target, element ? *element : *TypeDesc::Of(Kind::Any))) {
       return false;
     }
-  } else if (!compiler.Expressions().CompileExpression(&compiler.Tokens(), ";")) {
-    return compiler.FailExpression();
+  } else {
+    const uint32_t offset = compiler.Tokens().NextOffset();
+    if (!compiler.Expressions().CompileExpression(&compiler.Tokens(), ";"))
+      return compiler.FailExpression();
+    const TypeRef& count = compiler.Expressions().ResultType();
+    if (!IsNumeric(count->GetKind()) && count->GetKind() != Kind::Any) {
+      compiler.Fail(ERR_ASSIGNMISMATCH, target->Variable().name.View(), offset);
+      ErrorNotes& notes = compiler.Host().Run().notes;
+      notes.Note("what an array grows or shrinks by is a number, not of type " + count->Word());
+      notes.Hint("an element is appended by \"<<=\"");
+      return false;
+    }
   }
   compiler.AppendExpression(StatementExpression::Use::ArrayOperand);
   if (target->IsSimple()) {

@@ -5,6 +5,7 @@
 #include "statements/statcall.h"
 #include "statements/statpopstack.h"
 #include "values/errcodes.h"
+#include "values/errhints.h"
 #include "values/variable.h"
 
 namespace tamber {
@@ -52,9 +53,16 @@ bool CompileDiscarded(StatementCompiler& compiler) {
 
 bool CompileCall(StatementCompiler& compiler, uint32_t) {
   ExpressionCompiler& expressions = compiler.Expressions();
-  if (!expressions.CompileExpression(&compiler.Tokens(), ";")) return compiler.FailExpression();
+  ErrorNotes& notes = compiler.Host().Run().notes;
+  if (!expressions.CompileExpression(&compiler.Tokens(), ";")) {
+    compiler.FailExpression();
+    if (compiler.Host().Error() == ERR_EXPRBADTOKEN) notes.Hint(kFileNameHint);
+    return false;
+  }
   if (expressions.ResultType()->TypeId() != Variable::String) {
-    return compiler.Fail(ERR_EXPRPARMMATCH, "");
+    compiler.Fail(ERR_EXPRPARMMATCH, "");
+    notes.Hint(kFileNameHint);
+    return false;
   }
   compiler.AppendExpression(StatementExpression::Use::ScriptName);
   compiler.Append<StatementCallScript>();

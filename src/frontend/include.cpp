@@ -10,6 +10,7 @@
 #include "kel/keldebug.h"
 #include "kel/pathparser.h"
 #include "values/errcodes.h"
+#include "values/errhints.h"
 
 namespace tamber {
 
@@ -70,8 +71,7 @@ bool IncludeFile(CompileSession& session, TamberScript& script) {
   const KelString expression(kel::Trimmed(script.GetTokeniser().Rest()));
   const VarHolder value = Evaluate(session, script, ";", nullptr);
   if (!value) {
-    if (session.Host().Error() == ERR_EXPRBADTOKEN)
-      session.Host().Run().notes.Hint("the name of a file stands in double quotes");
+    if (session.Host().Error() == ERR_EXPRBADTOKEN) session.Host().Run().notes.Hint(kFileNameHint);
     return false;
   }
   if (value->GetTypeId() != Variable::String) {

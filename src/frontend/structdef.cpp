@@ -3,11 +3,14 @@
 #include <new>
 #include <unordered_set>
 
+#include "expr/exprnotes.h"
 #include "frontend/compilehost.h"
 #include "frontend/declcheck.h"
 #include "frontend/declread.h"
 #include "frontend/scrline.h"
+#include "frontend/stmtcomp.h"
 #include "kel/kelascii.h"
+#include "kel/nearestname.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
 
@@ -83,7 +86,10 @@ int32_t StructReader::DefineStructMember() {
   int32_t error = reader.ReadType(word);
   if (error == ERR_VARBADTYPE) {
     Fail(kErrStructMember, reader.ErrorText());
-    NoteNoEnd();
+    kel::NearestName nearest(word.View());
+    OfferTypes(host_.Types(), nearest);
+    NoteNearest(nearest, host_.Run().notes);
+    if (nearest.Found().empty()) NoteNoEnd();
     return kErrStructMember;
   }
   for (bool more = true; error == ERR_SUCCESS && more;) {
@@ -110,7 +116,7 @@ int32_t StructReader::AddMember(const DeclaredName& declared) {
 
 void StructReader::NoteNoEnd() {
   host_.Run().notes.Note("struct " + name_.Str() + " begins in line " + std::to_string(line_) +
-                         "; members with their types stand in it up to \"endstruct\"");
+                         "; up to \"endstruct\" it has members of types that are declared above");
 }
 
 int32_t StructReader::Register(StructFlags flags) {

@@ -61,8 +61,8 @@ struct StoreAccess {
   auto operator<=>(const StoreAccess&) const = default;
 };
 
-/// Whether the string is an address, "kind:...", and not the name of a file: a file whose name begins
-/// so is written "./kind:...".
+/// Whether the string is an address, "kind:...", and not the name of a file: a file whose name
+/// begins so is written "./kind:...".
 bool IsStoreAddress(std::string_view text);
 /// An address without user and password; other strings as they are.
 std::string ShownStoreAddress(std::string_view text);

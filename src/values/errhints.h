@@ -9,4 +9,7 @@ namespace tamber {
 /// foreign word or sign is here, or how the statement is written. "" when there is nothing to say.
 std::string_view UsualHint(int32_t code, std::string_view detail);
 
+/// Where the name of a file is wanted and something else stands.
+inline constexpr const char* kFileNameHint = "the name of a file stands in double quotes";
+
 }  // namespace tamber

@@ -132,6 +132,8 @@ std::string MismatchText(const TypeDesc& target, const TypeDesc& value) {
                      (value.GetKind() == Kind::None ? "is none" : "of type " + value.Word());
   if (target.GetKind() == Kind::String && IsNumeric(value.GetKind()))
     text += "; a number becomes a string where it is added to one: \"\" + 5";
+  if (target.IsArray() && target.Element() && target.Element()->Accepts(value))
+    text += "; an element is appended by \"<<=\"";
   return text;
 }
 
