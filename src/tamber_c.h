@@ -111,7 +111,7 @@ TAMBER_API int tamber_set_output(tamber_context* context, tamber_output output, 
 /** Where reports go; a null function means where the INI file routes them. */
 TAMBER_API int tamber_set_report(tamber_context* context, tamber_report report, void* user);
 
-/* What scripts may do; at first everything. Each call changes one thing and leaves the others. */
+/* What scripts may do; everything by default. Each call changes one thing and leaves the others. */
 /** With files outside of the directories below. */
 TAMBER_API int tamber_allow_files(tamber_context* context, int access);
 /** With a directory and what is below it; of nested ones the innermost counts. TAMBER_NOT_FOUND

@@ -180,7 +180,7 @@ class CommandTest(unittest.TestCase):
                              ("struct P\n  strng y\nendstruct", 'hint: did you mean "string"'),
                              ("proc main()\n  int[][] a\nendproc", "hint: there are no arrays of arrays"),
                              ("def F()", 'hint: a procedure begins with "proc"'), ("int a,", "hint: a name is missing here"),
-                             ("include a.tam", "note: .*\\nhint: the name of a file stands in double quotes"),
+                             ("include a.tam", "note: .*\\nhint: the name of a file is written in double quotes"),
                              ("int F()\n  return\nendproc", "note: the procedure returns a value of type int"),
                              ("proc Mend()\nendproc\nproc main()\n  int z\n  ErrHandler = \"Mnd\"\n  z = 1 / z\nendproc",
                               'hint: did you mean "Mend"\\?')):

@@ -175,7 +175,7 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// run left them. For a host that limits the time of each run: call it before the next one, when
   /// its timer cannot fire for the last one any more. Not while something runs.
   void CancelStop();
-  /// Back to how the context was made, but for its settings: saves the session, forgets scripts,
+  /// Back to how the context was made, but for its settings: saves the session, discards scripts,
   /// variables and handles, and unloads modules. While a procedure runs and modules are loaded it
   /// does nothing but leave error 102, for it could be a module's function that asks.
   void ResetContext();
@@ -246,7 +246,7 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// 20203 for the name of a type that is no handle type.
   uint32_t RegisterObjectType(const KelString& name);
   /// Makes a structure of members that are declared as in scripts and parted by ";", and the type
-  /// of its arrays; `*prototype`, if wanted, is its prototype, on loan. Returns 1, also for a
+  /// of its arrays; `*prototype`, if wanted, is its prototype, borrowed. Returns 1, also for a
   /// structure that was there already, which stays as it is whatever the members say. Returns 0
   /// with an error and a notice for what is no name (20201), for the name of another type (20203)
   /// and for members that no script could declare.
@@ -266,7 +266,7 @@ class TAMBER_API TamberContext : public TamberOperators,
   // --- output ---
   void SetOutput(KelString* buffer);
   /// Takes what scripts print in place of SetOutput's buffer and of standard output; null: those
-  /// again. An empty text asks to show what was collected.
+  /// again. An empty string asks to show what was collected.
   void SetOutputSink(void (*sink)(std::string_view text, void* user), void* user);
   /// Is shown each report, dump or line of a trace with the INI section that it belongs to
   /// ("TamberRunErrors", "TamberParseErrors", "TamberDebug", ...). What it returns true for is not

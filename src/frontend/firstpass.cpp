@@ -83,7 +83,8 @@ void NoteUnknownWord(CompileHost& host, const KelString& word) {
   constexpr uint32_t kScopes = VARLIST_GLOBAL | VARLIST_CONSTANT | VARLIST_EXTERNAL;
   if (isStatement || host.Functions().FindFunction(word) != 0 ||
       host.Procedures().FindProcedure(word) != 0 || host.FindVariable(word, kScopes) != nullptr) {
-    notes.Hint("outside of procedures there are only declarations; statements stand in procedures");
+    notes.Hint(
+        "outside of procedures there are only declarations; statements belong in procedures");
     return;
   }
   kel::NearestName nearest(word);

@@ -26,7 +26,7 @@ class TAMBER_API ScriptLine {
   ScriptLine& operator=(const ScriptLine&) = delete;
   virtual ~ScriptLine();
 
-  /// The script's path as given, or the label of a text.
+  /// The script's path as given, or the name of a buffer.
   const KelString& GetName() const { return text_->Name(); }
   const std::shared_ptr<const tamber::ScriptText>& GetText() const { return text_; }
 

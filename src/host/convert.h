@@ -229,7 +229,7 @@ constexpr Members<T, M...> MembersOf(std::string_view type, std::string_view nam
 #define TAMBER_EACH_AGAIN() TAMBER_EACH_NEXT
 #define TAMBER_MEMBER(type, member) &type::member
 
-/// Describes a structure to scripts: its name and up to 60 of its public members. Stands in the
+/// Describes a structure to scripts: its name and up to 60 of its public members. Belongs in the
 /// namespace of the structure, which is default-constructible. Members may be of every type that
 /// `Call` takes by value, and of those above.
 #define TAMBER_STRUCT(type, ...)                                                         \

@@ -59,7 +59,7 @@ struct Wrapped {
                 "a script hands over bool, char, int32_t, float, double, std::string_view, "
                 "std::string, KelString or Variable*, by value or by reference to const");
   static_assert(Returned<R>,
-                "a script takes bool, char, int32_t, float, double, a text, VariablePtr or void");
+                "a script takes bool, char, int32_t, float, double, a string, VariablePtr or void");
 
   static constexpr Kind kResult = KindFor<R>();
   static constexpr uint32_t kCount = sizeof...(A);

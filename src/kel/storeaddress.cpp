@@ -69,7 +69,7 @@ std::string ShownStoreAddress(std::string_view text) {
   const size_t kind = KindLength(text);
   if (kind == 0) return std::string(text);
   const std::string shown(text.substr(0, kind));
-  if (!text.substr(kind).starts_with(kMark)) return shown + ":";
+  if (!text.substr(kind).starts_with(kMark)) return shown + ":...";
   std::string_view host = text.substr(kind + kMark.size());
   host.remove_prefix(HostBegin(host));
   host = host.substr(0, host.find_first_of("?#"));

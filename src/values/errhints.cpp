@@ -18,7 +18,7 @@ constexpr Habit kHabits[] = {
     {ERR_BADSTATEMENT, " function func fn def sub void procedure method ",
      "a procedure begins with \"proc\", or with the type of its result: int Area(int w, int h)"},
     {ERR_BADSTATEMENT, " proc struct const constant session extern include ",
-     "it stands outside of procedures, in a script that does not begin with a statement"},
+     "it belongs outside of procedures, in a script that does not begin with a statement"},
     {ERR_BADSTATEMENT, " elif elseif ", "there is no \"if\" that it belongs to"},
     {ERR_BADSTATEMENT, " endfor ", "there is no \"for\" that it belongs to"},
     {ERR_BADSTATEMENT, " switch select case default ",
@@ -42,7 +42,7 @@ constexpr Habit kHabits[] = {
     {ERR_EXPRBADTOKEN, " then ", "a condition ends with its line"},
     {ERR_EXPRBADTOKEN,
      " bool char int float double string estring if while for return break continue exit call ",
-     "each statement stands on a line of its own"},
+     "each statement is on a line of its own"},
     {ERR_EXPRBADTOKEN, " null nil none undefined ",
      "there is no such value; what has not been set is 0, FALSE or \"\""},
     {ERR_EXPRBADTOKEN, " [ { ", "an array is filled element by element, or with \"<<=\""},
@@ -81,7 +81,7 @@ bool IsAbout(const Habit& habit, std::string_view detail) {
 
 std::string_view UsualHint(int32_t code, std::string_view detail) {
   if (code == ERR_EXPRBADTOKEN && detail.starts_with('\''))
-    return "single quotes hold one character; strings stand in double quotes";
+    return "single quotes hold one character; strings are in double quotes";
   for (const Habit& habit : kHabits)
     if (habit.code == code && IsAbout(habit, detail)) return habit.hint;
   return {};

@@ -10,6 +10,6 @@ namespace tamber {
 std::string_view UsualHint(int32_t code, std::string_view detail);
 
 /// Where the name of a file is wanted and something else stands.
-inline constexpr const char* kFileNameHint = "the name of a file stands in double quotes";
+inline constexpr const char* kFileNameHint = "the name of a file is written in double quotes";
 
 }  // namespace tamber

@@ -16,7 +16,7 @@ enum class Stored : uint8_t {
 };
 
 /// Where a value lies: a cell and the type that it is declared with, which alone decides what it
-/// takes. A typed array so never gets other elements, and an enciphered string stays one.
+/// takes. A typed array so never gets other elements, and an encrypted string stays one.
 ///
 /// A place inside another value (see EnterElement) is good until that value is next copied, shared
 /// or changed. What is to be stored there must therefore be independent of it: copied, when it is a
@@ -30,7 +30,7 @@ struct Place {
 /// The value of a variable, or of what a reference refers to, as the variable is declared.
 Place PlaceOf(Variable& variable);
 
-/// Converts and stores, as `Variable::Assign` does. Objects of parts and enciphered strings stay
+/// Converts and stores, as `Variable::Assign` does. Objects of parts and encrypted strings stay
 /// the same, so that references to them see the new value. `in` is borrowed and may be a part of
 /// the target, or a value that the target is a part of when the place is a whole variable.
 [[nodiscard]] Stored Assign(const Place& place, const TypeDesc& from, Cell in);

@@ -13,7 +13,7 @@
 /// Binds a type name to a prototype: variables of the type are clones of it.
 class TAMBER_API TamberType {
  public:
-  /// Takes the prototype over; null acts as a VarNone.
+  /// Takes ownership of the prototype; null acts as a VarNone.
   TamberType(const KelString& name, Variable* prototype, uint32_t flags);
   TamberType(const TamberType& other);
   TamberType& operator=(const TamberType&) = delete;

@@ -54,7 +54,7 @@ class TAMBER_API VarList {
   Variable* RemoveVariable(std::string_view name);
   void DeleteVariable(uint32_t position);
   /// Puts a variable, taking it over, in the place of another, which is released. False: out of
-  /// range, nothing taken over.
+  /// range, and the caller still owns it.
   bool ReplaceVariable(uint32_t position, Variable* variable);
   void SwapVariables(uint32_t first, uint32_t second);
   /// Sorts by name; variables of one name keep their order.
