@@ -161,6 +161,7 @@ class CommandTest(unittest.TestCase):
                            ("other = 1", "note: no variable .* is declared\nhint: a variable is declared before"),
                            ("Other(1)", "note: there is no procedure or function"), ("count++", "hint: .*\\+= 1"),
                            ("while count = 1\n  wend", 'hint: "==" compares'), ("count = !FALSE and TRUE", 'hint: .*"&&"'),
+                           ("Print(\u201cx\u201d)", "hint: .*ASCII"), ("int gr\u00f6\u00dfe", "hint: .*ASCII"),
                            ("count = 99999999999", "note: .*2147483647"), ("list[] = 1", 'hint: .*"<<="'),
                            ("Print(count)", 'note: .*\nnote: there is int Print .*\nhint: a number becomes a string'),
                            ('Print("a" & "b")', 'note: .*\nhint: strings are joined by "\\+"'),

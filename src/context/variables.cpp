@@ -156,6 +156,8 @@ void TamberContext::ReplaceVariable(uint32_t index, Variable* variable, enum_Var
 
 void TamberContext::ClearVarList(uint32_t mask) {
   State().run.ScopeChanged();
+  // A host that compiles and clears over and over must not gather places.
+  if ((mask & VARLIST_GLOBAL) != 0) State().scopes.declared.Clear();
   if ((mask & VARLIST_LOCAL) != 0) State().machine->ClearLocals();
   if ((mask & VARLIST_CONSTANT) != 0) State().scopes.sharedConstants = nullptr;
   for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL})

@@ -1,5 +1,7 @@
 #include "values/errhints.h"
 
+#include <algorithm>
+
 #include "kel/kelascii.h"
 #include "values/errcodes.h"
 
@@ -65,6 +67,14 @@ constexpr Habit kHabits[] = {
      "a procedure that returns a value begins with the type of that instead of \"proc\""},
 };
 
+/// Letters with marks, typographic quotes, hard spaces.
+bool IsForeign(int32_t code, std::string_view detail) {
+  return (code == ERR_EXPRBADTOKEN || code == ERR_BADSTATEMENT || code == ERR_VARNOCOMMA ||
+          code == ERR_VARBADNAME) &&
+         std::any_of(detail.begin(), detail.end(),
+                     [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+}
+
 bool IsAbout(const Habit& habit, std::string_view detail) {
   if (habit.details == "*") return !detail.empty();
   if (habit.details.empty() || detail.empty()) return habit.details == detail;
@@ -82,6 +92,7 @@ bool IsAbout(const Habit& habit, std::string_view detail) {
 std::string_view UsualHint(int32_t code, std::string_view detail) {
   if (code == ERR_EXPRBADTOKEN && detail.starts_with('\''))
     return "single quotes hold one character; strings are in double quotes";
+  if (IsForeign(code, detail)) return "outside of strings and comments only ASCII has a meaning";
   for (const Habit& habit : kHabits)
     if (habit.code == code && IsAbout(habit, detail)) return habit.hint;
   return {};
