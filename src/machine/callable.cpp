@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "machine/code.h"
+#include "machine/boundcode.h"
 
 namespace tamber {
 
@@ -11,7 +11,7 @@ Callable::Callable(const KelString& name, std::shared_ptr<const ScriptText> scri
 
 Callable::~Callable() = default;
 
-Code* Callable::SetCode(bool observed, std::unique_ptr<Code> code) {
+const BoundCode* Callable::SetCode(bool observed, std::unique_ptr<const BoundCode> code) {
   code_[observed] = std::move(code);
   return code_[observed].get();
 }

@@ -7,7 +7,7 @@
 
 namespace tamber {
 
-class Code;
+class BoundCode;
 class ScriptText;
 
 /// What callers and the machine know of a procedure: its header, its locals and, once it has run,
@@ -33,8 +33,8 @@ class Callable {
 
   /// The code, made when the procedure first runs. `observed`: it counts statements, and its locals
   /// are at any moment what dumps and traces have to show.
-  Code* FindCode(bool observed) const { return code_[observed].get(); }
-  Code* SetCode(bool observed, std::unique_ptr<Code> code);
+  const BoundCode* FindCode(bool observed) const { return code_[observed].get(); }
+  const BoundCode* SetCode(bool observed, std::unique_ptr<const BoundCode> code);
 
  protected:
   Callable(const KelString& name, std::shared_ptr<const ScriptText> script);
@@ -47,7 +47,7 @@ class Callable {
   LocalTable locals_;
   TypeRef returnType_;
   uint32_t parameterCount_ = 0;
-  std::unique_ptr<Code> code_[2];
+  std::unique_ptr<const BoundCode> code_[2];
 };
 
 }  // namespace tamber

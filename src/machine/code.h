@@ -13,14 +13,10 @@ namespace tamber {
 
 class Callable;
 
-/// Where a name of the global or external scope was last found. Good while the context's epoch is
-/// the one it was found under.
-struct GlobalSlot {
+/// A name of the global or external scope, as the compiler saw it.
+struct GlobalUse {
   Name name;
-  TypeRef type;  ///< as the compiler saw it
-  uint64_t epoch = 0;
-  Cell* cell = nullptr;          ///< of the variable (through a reference), when its type is `type`
-  Variable* variable = nullptr;  ///< on loan from its scope
+  TypeRef type;
 };
 
 /// A bound call of a built-in; calls of the same kind share one.
@@ -78,7 +74,7 @@ struct OwnedRegister {
   bool operator==(const OwnedRegister&) const = default;
 };
 
-/// The code that a procedure or an expression runs as.
+/// The code that a procedure or an expression runs as. Nothing changes it once it is made.
 class Code {
  public:
   Code() = default;
@@ -93,7 +89,7 @@ class Code {
   std::vector<std::string> failNotes;  ///< of each of the texts: what is told beside it
   std::vector<Name> names;
   std::vector<TypeRef> types;
-  std::vector<GlobalSlot> globals;  ///< caches; the code is otherwise unchanging
+  std::vector<GlobalUse> globals;
   std::vector<Callable*> procedures;
   std::vector<CallSite> sites;
   std::vector<AppendSite> appends;

@@ -584,10 +584,7 @@ uint32_t CodeBuilder::GlobalIndex(const VarUse& use) {
   auto [at, isNew] =
       globalIndex_.try_emplace(kel::Lowered(use.name.View()), Checked(code_.globals.size()));
   if (isNew) {
-    GlobalSlot slot;
-    slot.name = use.name;
-    slot.type = use.type;
-    code_.globals.push_back(std::move(slot));
+    code_.globals.push_back({use.name, use.type});
   }
   return at->second;
 }

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "engine/stack.h"
-#include "machine/code.h"
+#include "machine/boundcode.h"
 #include "machine/runstate.h"
 #include "values/store.h"
 #include "values/varlist.h"
@@ -50,7 +50,7 @@ class Machine {
   /// 0, with the error set, when too little native stack is left.
   int32_t BeginEvaluation(uint32_t sourceOffset);
   /// Runs the code of an expression; 1 leaves one value on the stack, 0 an error in the context.
-  int32_t Evaluate(const Lowered& expression, Stack& stack);
+  int32_t Evaluate(Lowered expression, Stack& stack);
   /// Where in its logical line the last evaluation failed, or left an error, from 0.
   uint32_t EvaluationStop() const { return evaluationStop_; }
 
@@ -84,7 +84,7 @@ class Machine {
     uint32_t chunk = 0;
   };
   struct Frame {
-    const Code* code;
+    const BoundCode* code;
     const Instr* pc;  ///< saved while something else runs
     Cell* base;
     Cell* result;  ///< register of the caller that takes the result
@@ -121,22 +121,25 @@ class Machine {
   enum_ProcStatus Loop();
 
   // --- frames (machineframes.cpp) ---
-  void PushFrame(const Code* code, Cell* base, const FrameRoom& room, Cell* result, bool boundary);
-  void FillFrame(const Code* code, Cell* base, Cell* result, const FrameRoom& room, bool boundary);
-  bool TryCall(const Callable& procedure, Cell* arguments);
-  bool PushCall(Callable& procedure, Cell* arguments);
+  void PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result,
+                 bool boundary);
+  void FillFrame(const BoundCode* code, Cell* base, Cell* result, const FrameRoom& room,
+                 bool boundary);
+  bool TryCall(const BoundCode* code, Cell* arguments);
+  bool PushCall(Callee& callee, Cell* arguments);
   static void ReleaseArguments(const Callable& procedure, Cell* arguments);
   /// Registers for the code at `wanted` in the room, or at the start of the next one's.
-  Cell* MakeRoom(Cell* wanted, const Code* code, FrameRoom& room);
+  Cell* MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room);
   void LeaveFrame(const Frame& frame);
   void LeaveScopes(const Frame& frame);
   /// Releases the temporaries from `first` on that own something at the frame's instruction.
   static void ReleaseLive(const Frame& frame, uint32_t first = 0);
-  const Code* Prepare(Callable& procedure);
+  const BoundCode* CodeOf(Callable& procedure);
+  const BoundCode* Prepare(Callable& procedure);
   /// Verifies the code if the context asks for it; false leaves an error.
   bool IsSound(const Code& code, std::string_view name);
   bool BindArguments(Callable& procedure, Stack& stack, Cell* base);
-  enum_ProcStatus RunBoundary(const Code* code, Callable* procedure, Stack& stack);
+  enum_ProcStatus RunBoundary(const BoundCode* code, Callable* procedure, Stack& stack);
   bool HasNativeStack(std::string_view name);
   void PushResult(const Code& code, Cell result);
   bool WrapParameter(const Code& code, Cell* registers, uint32_t slot);
@@ -252,7 +255,8 @@ class Machine {
   std::vector<HostScopeEntry> hostScopes_;
   std::vector<LentLocal> lent_;  ///< those of inner frames last
   uint32_t inBuiltIn_ = 0;       ///< number of the frame whose built-in runs
-  GlobalSlot caseSwitch_;
+  const GlobalUse caseSwitchUse_;
+  GlobalSlot caseSwitch_{&caseSwitchUse_};
   const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
   uint32_t evaluationStop_ = 0;
 };

@@ -41,19 +41,19 @@ bool Machine::RaiseBounds(const ArrayData* array, int32_t index) {
 
 SourcePlace Machine::PlaceOf(const Frame& frame) const {
   SourcePlace place;
-  if (frame.code->procedure == nullptr) return place;
-  place.text = frame.code->procedure->GetScript();
+  if (frame.code->Tables().procedure == nullptr) return place;
+  place.text = frame.code->Tables().procedure->GetScript();
   place.line = StatementAt(frame).line;
   place.offset = SourceOf(frame);
   return place;
 }
 
 uint32_t Machine::SourceOf(const Frame& frame) {
-  return frame.code->FindSource(static_cast<uint32_t>(frame.pc - frame.code->instrs.data()));
+  return frame.code->Tables().FindSource(static_cast<uint32_t>(frame.pc - frame.code->Begin()));
 }
 
 const StatementEntry& Machine::StatementAt(const Frame& frame) {
-  return *frame.code->FindStatement(static_cast<uint32_t>(frame.pc - frame.code->instrs.data()));
+  return *frame.code->Tables().FindStatement(static_cast<uint32_t>(frame.pc - frame.code->Begin()));
 }
 
 std::optional<uint32_t> Machine::TakeFailedCall(const Code& code) {
@@ -67,7 +67,7 @@ std::optional<uint32_t> Machine::TakeFailedCall(const Code& code) {
 
 bool Machine::CurrentPlace(SourcePlace& place) const {
   for (uint32_t i = frameCount_; i-- > 0;) {
-    if (frames_[i].code->procedure == nullptr) continue;
+    if (frames_[i].code->Tables().procedure == nullptr) continue;
     place = PlaceOf(frames_[i]);
     return true;
   }
@@ -78,9 +78,9 @@ std::vector<SourcePlace> Machine::CallStack() const {
   constexpr size_t kMostShown = 100;
   std::vector<SourcePlace> calls;
   for (uint32_t i = frameCount_; i-- > 0 && calls.size() < kMostShown;) {
-    if (frames_[i].code->procedure == nullptr) continue;
+    if (frames_[i].code->Tables().procedure == nullptr) continue;
     calls.push_back(PlaceOf(frames_[i]));
-    calls.back().procedure = frames_[i].code->procedure->GetName();
+    calls.back().procedure = frames_[i].code->Tables().procedure->GetName();
   }
   return calls;
 }
@@ -152,7 +152,7 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
   bool zero = leftZero_;
   leftZero_ = false;
   if (unwinding_) return UnwindAll(PROCSTATUS_FAILED);
-  if (frame->code->procedure == nullptr) {
+  if (frame->code->Tables().procedure == nullptr) {
     // Text that is evaluated answers to whoever evaluates it.
     evaluationStop_ = SourceOf(*frame);
     ReleaseLive(*frame);
@@ -161,7 +161,7 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
     status_ = PROCSTATUS_FAILED;
     return After::Leave;
   }
-  const Code& code = *frame->code;
+  const Code& code = frame->code->Tables();
   auto pc = static_cast<uint32_t>(frame->pc - code.instrs.data());
   const StatementEntry& entry = *code.FindStatement(pc);
   SourcePlace place = PlaceOf(*frame);

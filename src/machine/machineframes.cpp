@@ -56,22 +56,24 @@ class Machine::StackScope {
 };
 
 Machine::Machine(RunState& run, MachineHost& host)
-    : run_(run), host_(host), context_(host.Context()), operators_(host.Operators()) {
-  caseSwitch_.name = Name("StrCase");
-  caseSwitch_.type = TypeDesc::Of(Kind::Int);
-}
+    : run_(run),
+      host_(host),
+      context_(host.Context()),
+      operators_(host.Operators()),
+      caseSwitchUse_{Name("StrCase"), TypeDesc::Of(Kind::Int)} {}
 
 Machine::~Machine() = default;
 
-Cell* Machine::MakeRoom(Cell* wanted, const Code* code, FrameRoom& room) {
-  if (wanted != nullptr && wanted + code->registers <= room.end) return wanted;
+Cell* Machine::MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room) {
+  if (wanted != nullptr && wanted + code->Registers() <= room.end) return wanted;
   size_t next = wanted == nullptr ? 0 : room.chunk + 1;
   // What lies above is free; a chunk that is too small for this code is replaced.
-  while (next < chunks_.size() && chunks_[next].cells.get() + code->registers > chunks_[next].end) {
+  while (next < chunks_.size() &&
+         chunks_[next].cells.get() + code->Registers() > chunks_[next].end) {
     chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(next));
   }
   if (next == chunks_.size()) {
-    size_t size = std::max<size_t>(code->registers, kChunkCells);
+    size_t size = std::max<size_t>(code->Registers(), kChunkCells);
     Chunk added;
     added.cells = std::make_unique_for_overwrite<Cell[]>(size);
     added.end = added.cells.get() + size;
@@ -81,7 +83,7 @@ Cell* Machine::MakeRoom(Cell* wanted, const Code* code, FrameRoom& room) {
   return chunks_[next].cells.get();
 }
 
-void Machine::PushFrame(const Code* code, Cell* base, const FrameRoom& room, Cell* result,
+void Machine::PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result,
                         bool boundary) {
   if (frames_.size() == frameCount_) {
     frames_.resize(std::max<size_t>(16, frames_.size() * 2));
@@ -89,19 +91,20 @@ void Machine::PushFrame(const Code* code, Cell* base, const FrameRoom& room, Cel
   }
   FillFrame(code, base, result, room, boundary);
   // An expression outside any procedure leaves the error of the statement that evaluates it alone.
-  if (code->procedure != nullptr) run_.errorCode = 0;
+  if (code->Tables().procedure != nullptr) run_.errorCode = 0;
   if (observed_) TraceEnter(frames_[frameCount_ - 1]);
 }
 
-bool Machine::PushCall(Callable& procedure, Cell* arguments) {
+bool Machine::PushCall(Callee& callee, Cell* arguments) {
+  Callable& procedure = *callee.procedure;
   try {
-    const Code* code = procedure.FindCode(observed_);
-    if (code == nullptr) code = Prepare(procedure);
+    const BoundCode* code = CodeOf(procedure);
     if (code != nullptr && frameCount_ < kMaxFrames) {
       FrameRoom room = frames_[frameCount_ - 1].room;
       Cell* base = MakeRoom(arguments, code, room);
-      if (base != arguments) std::copy(arguments, arguments + code->parameters, base);
+      if (base != arguments) std::copy(arguments, arguments + code->Parameters(), base);
       PushFrame(code, base, room, arguments, false);
+      if (!observed_) callee.code = code;
       return true;
     }
     if (code != nullptr) Raise(ERR_NOMEMORY, procedure.GetName().View());
@@ -126,24 +129,29 @@ void Machine::ReleaseArguments(const Callable& procedure, Cell* arguments) {
 void Machine::LeaveScopes(const Frame& frame) {
   if (!extraLocals_.empty()) DropScopes();
   // What an expression outside any procedure leaves on the stack is its value.
-  if (frame.code->procedure != nullptr && stack_->GetSize() > frame.stackHeight)
+  if (frame.code->Tables().procedure != nullptr && stack_->GetSize() > frame.stackHeight)
     stack_->CutTo(frame.stackHeight);
   if (observed_) TraceLeave(frame);
 }
 
 void Machine::ReleaseLive(const Frame& frame, uint32_t first) {
-  auto pc = static_cast<uint32_t>(frame.pc - frame.code->instrs.data());
-  const LiveTemps* live = frame.code->FindLive(pc);
+  auto pc = static_cast<uint32_t>(frame.pc - frame.code->Begin());
+  const LiveTemps* live = frame.code->Tables().FindLive(pc);
   for (uint32_t i = 0; live != nullptr && i < live->count; ++i) {
-    const OwnedRegister& owned = frame.code->liveTemps[live->first + i];
+    const OwnedRegister& owned = frame.code->Tables().liveTemps[live->first + i];
     if (owned.reg >= first) ReleaseCell(owned.kind, frame.base[owned.reg]);
   }
 }
 
-const Code* Machine::Prepare(Callable& procedure) {
-  std::unique_ptr<Code> code = host_.MakeCode(procedure, observed_);
+const BoundCode* Machine::CodeOf(Callable& procedure) {
+  const BoundCode* const code = procedure.FindCode(observed_);
+  return code != nullptr ? code : Prepare(procedure);
+}
+
+const BoundCode* Machine::Prepare(Callable& procedure) {
+  std::unique_ptr<const Code> code = host_.MakeCode(procedure, observed_);
   if (!code || !IsSound(*code, procedure.GetName().View())) return nullptr;
-  return procedure.SetCode(observed_, std::move(code));
+  return procedure.SetCode(observed_, std::make_unique<const BoundCode>(std::move(code)));
 }
 
 bool Machine::IsSound(const Code& code, std::string_view name) {
@@ -220,7 +228,7 @@ void Machine::PushResult(const Code& code, Cell result) {
     stack_->PushTyped(*code.returnType, result);
 }
 
-enum_ProcStatus Machine::RunBoundary(const Code* code, Callable* procedure, Stack& stack) {
+enum_ProcStatus Machine::RunBoundary(const BoundCode* code, Callable* procedure, Stack& stack) {
   std::string_view name = procedure ? procedure->GetName().View() : "";
   if (frameCount_ >= kMaxFrames) {
     Raise(ERR_NOMEMORY, name);
@@ -230,7 +238,7 @@ enum_ProcStatus Machine::RunBoundary(const Code* code, Callable* procedure, Stac
   FrameRoom room;
   if (frameCount_ > 0) {
     const Frame& below = frames_[frameCount_ - 1];
-    wanted = below.base + below.code->registers;
+    wanted = below.base + below.code->Registers();
     room = below.room;
   }
   Cell* base = MakeRoom(wanted, code, room);
@@ -248,13 +256,12 @@ enum_ProcStatus Machine::RunProcedure(Callable& procedure, Stack& stack) {
     return PROCSTATUS_FAILED;
   }
   StackScope scope(*this, stack);
-  const Code* code = procedure.FindCode(observed_);
-  if (code == nullptr) code = Prepare(procedure);
+  const BoundCode* const code = CodeOf(procedure);
   if (code == nullptr) return PROCSTATUS_FAILED;
   enum_ProcStatus status = RunBoundary(code, &procedure, stack);
   // Whoever runs a procedure learns from the status how it ended; the run around it goes on.
   unwinding_ = false;
-  if (status == PROCSTATUS_ENDED && !run_.stopFlag) PushResult(*code, result_);
+  if (status == PROCSTATUS_ENDED && !run_.stopFlag) PushResult(code->Tables(), result_);
   return status;
 }
 
@@ -263,17 +270,18 @@ int32_t Machine::BeginEvaluation(uint32_t sourceOffset) {
   return HasNativeStack("");
 }
 
-int32_t Machine::Evaluate(const Lowered& expression, Stack& stack) {
-  const Code* const code = expression.code.get();
-  if (code == nullptr) {
+int32_t Machine::Evaluate(Lowered expression, Stack& stack) {
+  if (expression.code == nullptr) {
     Raise(ERR_INTERNAL, expression.exceeded);
     return 0;
   }
-  if (!IsSound(*code, "")) return 0;
+  if (!IsSound(*expression.code, "")) return 0;
+  const BoundCode code(std::move(expression.code));
   StackScope scope(*this, stack);
   uint32_t height = stack.GetSize();
-  enum_ProcStatus status = RunBoundary(code, nullptr, stack);
-  if (const auto call = TakeFailedCall(*code)) evaluationStop_ = code->FindSource(*call);
+  enum_ProcStatus status = RunBoundary(&code, nullptr, stack);
+  const Code& tables = code.Tables();
+  if (const auto call = TakeFailedCall(tables)) evaluationStop_ = tables.FindSource(*call);
   if (status == PROCSTATUS_ENDED && stack.GetSize() > height) return 1;
   stack.CutTo(height);
   return 0;
@@ -281,22 +289,24 @@ int32_t Machine::Evaluate(const Lowered& expression, Stack& stack) {
 
 void Machine::TraceEnter(Frame& frame) {
   frame.statementCount = 0;
-  if (frame.code->procedure == nullptr || run_.settings.procedureTrace == 0) return;
+  if (frame.code->Tables().procedure == nullptr || run_.settings.procedureTrace == 0) return;
   frame.started = kel::MonotonicNanoseconds();
   Attempt([&] {  // the frame is there, and stays, whether this can be told or not
-    host_.Trace(KelString(kel::Format("Entering %S%s", frame.code->procedure->GetName(), "\r\n")));
+    host_.Trace(
+        KelString(kel::Format("Entering %S%s", frame.code->Tables().procedure->GetName(), "\r\n")));
   });
 }
 
 void Machine::TraceLeave(const Frame& frame) {
-  if (frame.code->procedure == nullptr || unwinding_ || run_.settings.procedureTrace == 0) return;
+  if (frame.code->Tables().procedure == nullptr || unwinding_ || run_.settings.procedureTrace == 0)
+    return;
   float milliseconds =
       static_cast<float>(kel::MonotonicNanoseconds() - frame.started) / 1e9f * 1000.0f;
   Attempt([&] {
     host_.Trace(
         KelString(kel::Format("Leaving %s, executed %lu statements, total time %.2f ms%s",
-                              frame.code->procedure->GetName().GetString(), frame.statementCount,
-                              static_cast<double>(milliseconds), "\r\n")));
+                              frame.code->Tables().procedure->GetName().GetString(),
+                              frame.statementCount, static_cast<double>(milliseconds), "\r\n")));
   });
 }
 
@@ -305,7 +315,7 @@ void Machine::TraceLeave(const Frame& frame) {
 Machine::Frame* Machine::ScopeFrame() {
   // Expressions that are evaluated from text see the locals of the procedure around them.
   for (uint32_t i = frameCount_; i-- > 0;)
-    if (frames_[i].code->procedure != nullptr) return &frames_[i];
+    if (frames_[i].code->Tables().procedure != nullptr) return &frames_[i];
   return nullptr;
 }
 
@@ -351,8 +361,8 @@ int32_t Machine::FindLocal(std::string_view name) {
   Frame* frame = ScopeFrame();
   uint32_t slots = 0;
   if (frame != nullptr) {
-    slots = frame->code->procedure->Locals().Count();
-    int32_t slot = frame->code->procedure->Locals().Find(name);
+    slots = frame->code->Tables().procedure->Locals().Count();
+    int32_t slot = frame->code->Tables().procedure->Locals().Find(name);
     if (slot >= 0 && GetLocal(static_cast<uint32_t>(slot)) != nullptr) return slot;
   }
   if (extraLocals_.empty()) return -1;
@@ -363,16 +373,16 @@ int32_t Machine::FindLocal(std::string_view name) {
 Variable* Machine::GetLocal(uint32_t index) {
   if (const VarList* scope = HostScope()) return scope->GetVariable(index);
   Frame* frame = ScopeFrame();
-  uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
+  uint32_t slots = frame ? frame->code->Tables().procedure->Locals().Count() : 0;
   if (index >= slots)
     return extraLocals_.empty() ? nullptr : ExtraLocals().GetVariable(index - slots);
   if (!IsObject(*frame, index)) return LendLocal(*frame, index);
-  const bool isForeign = frame->code->procedure->Locals().At(index).isReference;
+  const bool isForeign = frame->code->Tables().procedure->Locals().At(index).isReference;
   return isForeign ? LendReference(*frame, index) : frame->base[index].v;
 }
 
 bool Machine::IsObject(const Frame& frame, uint32_t slot) const {
-  const auto& owned = frame.code->ownedLocals;
+  const auto& owned = frame.code->OwnedLocals();
   const auto found = std::lower_bound(owned.begin(), owned.end(), slot,
                                       [](const OwnedRegister& o, uint32_t s) { return o.reg < s; });
   return found != owned.end() && found->reg == slot && found->kind == Kind::Any;
@@ -390,7 +400,7 @@ Variable* Machine::LendReference(Frame& frame, uint32_t slot) {
   Variable* const own = frame.base[slot].v;
   const auto number = static_cast<uint32_t>(&frame - frames_.data()) + 1;
   if (Variable* known = FindLent(number, slot)) return known;
-  const Name& name = frame.code->procedure->Locals().At(slot).name;
+  const Name& name = frame.code->Tables().procedure->Locals().At(slot).name;
   if (own == nullptr || inBuiltIn_ < number || own->OwnName().Equals(name.View())) return own;
   Variable* variable = own;
   Attempt([&] {
@@ -406,7 +416,7 @@ Variable* Machine::LendReference(Frame& frame, uint32_t slot) {
 Variable* Machine::LendLocal(Frame& frame, uint32_t slot) {
   const auto number = static_cast<uint32_t>(&frame - frames_.data()) + 1;
   if (Variable* known = FindLent(number, slot)) return known;
-  const Code& code = *frame.code;
+  const Code& code = frame.code->Tables();
   const bool declared =
       slot < code.parameters || code.declaredAt[slot] < StatementAt(frame).statement;
   if (inBuiltIn_ < number || !declared) return nullptr;
@@ -443,7 +453,7 @@ void Machine::TakeBackLocals() {
     const LentLocal lent = lent_.back();
     lent_.pop_back();
     Frame& frame = frames_[lent.frame - 1];
-    const Local& local = frame.code->procedure->Locals().At(lent.slot);
+    const Local& local = frame.code->Tables().procedure->Locals().At(lent.slot);
     if (!local.isReference) TakeBack(*local.type, *lent.variable, frame.base[lent.slot]);
     Variable::Delete(lent.variable);
   }
@@ -452,7 +462,7 @@ void Machine::TakeBackLocals() {
 uint32_t Machine::AddLocal(Variable* variable) {
   if (VarList* scope = HostScope()) return scope->AddVariable(variable);
   Frame* frame = ScopeFrame();
-  uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
+  uint32_t slots = frame ? frame->code->Tables().procedure->Locals().Count() : 0;
   return slots + ExtraLocals().AddVariable(variable);
 }
 
@@ -461,7 +471,7 @@ Variable* Machine::RemoveLocal(std::string_view name) {
   if (index < 0) return nullptr;
   if (VarList* scope = HostScope()) return scope->RemoveVariable(static_cast<uint32_t>(index));
   Frame* frame = ScopeFrame();
-  uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
+  uint32_t slots = frame ? frame->code->Tables().procedure->Locals().Count() : 0;
   auto at = static_cast<uint32_t>(index);
   if (at >= slots) return ExtraLocals().RemoveVariable(at - slots);
   if (!IsObject(*frame, at)) {
@@ -476,11 +486,11 @@ Variable* Machine::RemoveLocal(std::string_view name) {
 bool Machine::ReplaceLocal(uint32_t index, Variable* variable) {
   if (VarList* scope = HostScope()) return scope->ReplaceVariable(index, variable);
   Frame* frame = ScopeFrame();
-  uint32_t slots = frame ? frame->code->procedure->Locals().Count() : 0;
+  uint32_t slots = frame ? frame->code->Tables().procedure->Locals().Count() : 0;
   if (index >= slots) return ExtraLocals().ReplaceVariable(index - slots, variable);
   // Code reads a local without looking twice; what it would not expect there stands behind a
   // reference, at which it does look.
-  const Local& local = frame->code->procedure->Locals().At(index);
+  const Local& local = frame->code->Tables().procedure->Locals().At(index);
   if (!IsObject(*frame, index)) {
     Raise(ERR_FUNCFAILED, local.name.View());
     return false;
@@ -512,7 +522,7 @@ VarList Machine::SnapshotLocals() {
     AppendExtraLocals(list);
     return list;
   }
-  const LocalTable& locals = frame->code->procedure->Locals();
+  const LocalTable& locals = frame->code->Tables().procedure->Locals();
   auto add = [&](uint32_t slot) {
     const Local& local = locals.At(slot);
     const bool own = IsObject(*frame, slot);
@@ -526,8 +536,8 @@ VarList Machine::SnapshotLocals() {
     list.AddVariable(copy);
   };
   // Parameters are taken off the stack last one first, which is the order of the scope.
-  for (uint32_t slot = frame->code->parameters; slot-- > 0;) add(slot);
-  for (uint32_t slot = frame->code->parameters; slot < locals.Count(); ++slot) add(slot);
+  for (uint32_t slot = frame->code->Parameters(); slot-- > 0;) add(slot);
+  for (uint32_t slot = frame->code->Parameters(); slot < locals.Count(); ++slot) add(slot);
   AppendExtraLocals(list);
   return list;
 }

@@ -58,7 +58,7 @@ enum_ProcStatus Machine::Loop() {
 #undef OP
   };
   Frame* frame;
-  const Code* code;
+  const BoundCode* code;
   const Instr* pc;
   Cell* R;
 
@@ -104,7 +104,7 @@ L_LoadI:
   A.i = pc->Wide();
   NEXT();
 L_LoadK:
-  A = code->constants[static_cast<uint32_t>(pc->Wide())];
+  A = code->Constant(static_cast<uint32_t>(pc->Wide()));
   NEXT();
 L_CopyO:
   SAVE();
@@ -132,7 +132,7 @@ L_RelO:
   NEXT();
 L_Empty:
   SAVE();
-  A = DefaultCell(*code->types[pc->b]);
+  A = DefaultCell(code->Type(pc->b));
   NEXT();
 L_Zero:
   A.bits = 0;
@@ -246,16 +246,16 @@ L_NegD:
   A.d = -B.d;
   NEXT();
 L_AddDK:
-  A.d = B.d + code->constants[pc->c].d;
+  A.d = B.d + code->Constant(pc->c).d;
   NEXT();
 L_SubDK:
-  A.d = B.d - code->constants[pc->c].d;
+  A.d = B.d - code->Constant(pc->c).d;
   NEXT();
 L_MulDK:
-  A.d = B.d * code->constants[pc->c].d;
+  A.d = B.d * code->Constant(pc->c).d;
   NEXT();
 L_DivDK:
-  A.d = B.d / code->constants[pc->c].d;
+  A.d = B.d / code->Constant(pc->c).d;
   NEXT();
 L_I2F:
   A.f = static_cast<float>(B.i);
@@ -432,7 +432,7 @@ L_Chars2S : {
 }
 
 L_LdG : {
-  GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
+  GlobalSlot& slot = code->Global(pc->b);
   if (slot.epoch == run_.epoch && slot.cell != nullptr) {
     A = *slot.cell;
   } else {
@@ -442,7 +442,7 @@ L_LdG : {
   NEXT();
 }
 L_StG : {
-  GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
+  GlobalSlot& slot = code->Global(pc->b);
   if (slot.epoch == run_.epoch && slot.cell != nullptr) {
     *slot.cell = A;
   } else {
@@ -453,14 +453,14 @@ L_StG : {
 }
 L_StGO:
   SAVE();
-  CHECK(StoreGlobal(const_cast<GlobalSlot&>(code->globals[pc->b]), A, false));
+  CHECK(StoreGlobal(code->Global(pc->b), A, false));
   NEXT();
 L_StGT:
   SAVE();
-  CHECK(StoreGlobal(const_cast<GlobalSlot&>(code->globals[pc->b]), A, true));
+  CHECK(StoreGlobal(code->Global(pc->b), A, true));
   NEXT();
 L_LeaG : {
-  GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
+  GlobalSlot& slot = code->Global(pc->b);
   if (slot.epoch == run_.epoch && slot.cell != nullptr) {
     A.p = slot.cell;
   } else {
@@ -470,9 +470,9 @@ L_LeaG : {
   NEXT();
 }
 L_VarG : {
-  GlobalSlot& slot = const_cast<GlobalSlot&>(code->globals[pc->b]);
+  GlobalSlot& slot = code->Global(pc->b);
   SAVE();
-  CHECK(slot.epoch == run_.epoch || ResolveGlobal(slot) || NoVariable(slot.name, pc->c != 0));
+  CHECK(slot.epoch == run_.epoch || ResolveGlobal(slot) || NoVariable(slot.use->name, pc->c != 0));
   A.v = slot.variable->Duplicate();
   NEXT();
 }
@@ -484,7 +484,7 @@ L_LdV : {
     A = VariableAccess::CellOf(*variable);
   } else {
     SAVE();
-    CHECK(LoadObject(*code, R, *pc));
+    CHECK(LoadObject(code->Tables(), R, *pc));
   }
   NEXT();
 }
@@ -495,25 +495,25 @@ L_StV : {
     VariableAccess::CellOf(*variable) = A;
   } else {
     SAVE();
-    CHECK(StoreObject(*code, R, *pc, false));
+    CHECK(StoreObject(code->Tables(), R, *pc, false));
   }
   NEXT();
 }
 L_StVO:
   SAVE();
-  CHECK(StoreObject(*code, R, *pc, false));
+  CHECK(StoreObject(code->Tables(), R, *pc, false));
   NEXT();
 L_StVT:
   SAVE();
-  CHECK(StoreObject(*code, R, *pc, true));
+  CHECK(StoreObject(code->Tables(), R, *pc, true));
   NEXT();
 L_LeaV:
   SAVE();
-  CHECK(ObjectAddress(*code, R, pc->b, A));
+  CHECK(ObjectAddress(code->Tables(), R, pc->b, A));
   NEXT();
 L_VarV : {
   SAVE();
-  Variable* variable = LocalObject(*code, R, pc->b, pc->c != 0);
+  Variable* variable = LocalObject(code->Tables(), R, pc->b, pc->c != 0);
   CHECK(variable != nullptr);
   A.v = variable->Duplicate();
   NEXT();
@@ -521,19 +521,19 @@ L_VarV : {
 L_DeclV:
 L_DeclO:
   SAVE();
-  Declare(*code, R, *pc);
+  Declare(code->Tables(), R, *pc);
   NEXT();
 
 L_VarN : {
   SAVE();
-  Variable* variable = FindByName(code->names[pc->b]);
-  CHECK(variable != nullptr || NoVariable(code->names[pc->b], pc->c != 0));
+  Variable* variable = FindByName(code->Tables().names[pc->b]);
+  CHECK(variable != nullptr || NoVariable(code->Tables().names[pc->b], pc->c != 0));
   A.v = variable->Duplicate();
   NEXT();
 }
 L_LdVar:
   SAVE();
-  CHECK(LoadVariableAs(*code->types[pc->c], *B.v, A));
+  CHECK(LoadVariableAs(code->Type(pc->c), *B.v, A));
   NEXT();
 
 #define ARRAY_GET(Type, field)                                           \
@@ -636,7 +636,7 @@ L_BoxE:
   NEXT();
 L_RefM:
   SAVE();
-  CHECK(SelectMember(A, pc->b, *code->types[pc->c]));
+  CHECK(SelectMember(A, pc->b, code->Type(pc->c)));
   NEXT();
 L_RefE:
   SAVE();
@@ -647,15 +647,15 @@ L_ChkE:
   NEXT();
 L_AGrow:
   SAVE();
-  CHECK(ResizeCell(*static_cast<Cell*>(A.p), *code->types[pc->c], B.i));
+  CHECK(ResizeCell(*static_cast<Cell*>(A.p), code->Type(pc->c), B.i));
   NEXT();
 L_AShrink:
   SAVE();
-  CHECK(ResizeCell(*static_cast<Cell*>(A.p), *code->types[pc->c], -int64_t{B.i}));
+  CHECK(ResizeCell(*static_cast<Cell*>(A.p), code->Type(pc->c), -int64_t{B.i}));
   NEXT();
 L_AAppend:
   SAVE();
-  CHECK(AppendCell(*static_cast<Cell*>(A.p), code->appends[pc->c], B));
+  CHECK(AppendCell(*static_cast<Cell*>(A.p), code->Tables().appends[pc->c], B));
   NEXT();
 L_VGrow:
   SAVE();
@@ -667,7 +667,7 @@ L_VShrink:
   NEXT();
 L_VAppend:
   SAVE();
-  CHECK(AppendToVariable(*A.v, *code->types[pc->c], B));
+  CHECK(AppendToVariable(*A.v, code->Type(pc->c), B));
   NEXT();
 L_ASize:
   A.i = B.a == nullptr ? 0 : static_cast<int32_t>(B.a->Count());
@@ -684,7 +684,7 @@ L_PushO : {
     if (A.s != nullptr) Retain(A.s);
     stack_->PushCell(kind, A);
   } else {
-    stack_->PushTyped(*code->types[pc->c], CopyCell(kind, A));
+    stack_->PushTyped(code->Type(pc->c), CopyCell(kind, A));
   }
   NEXT();
 }
@@ -693,7 +693,7 @@ L_PushT:
   if (KindIn(pc->b) == Kind::String)
     stack_->PushCell(Kind::String, A);
   else
-    stack_->PushTyped(*code->types[pc->c], A);
+    stack_->PushTyped(code->Type(pc->c), A);
   NEXT();
 L_PushV:
   SAVE();
@@ -709,7 +709,7 @@ L_PopTo:
   NEXT();
 L_AnyTo : {
   SAVE();
-  const TypeDesc& type = *code->types[pc->c];
+  const TypeDesc& type = code->Type(pc->c);
   Cell value = ZeroCell();
   if (!ConvertCell(type, *TypeOf(*B.v), *CellOf(*B.v), value)) {
     RaiseMismatch("", type, *TypeOf(*B.v));
@@ -726,7 +726,7 @@ L_AnyBool:
   NEXT();
 L_AssignV:
   SAVE();
-  CHECK(AssignTo(*A.v, *code->types[pc->c], B));
+  CHECK(AssignTo(*A.v, code->Type(pc->c), B));
   NEXT();
 
 L_ClearV:
@@ -739,22 +739,22 @@ L_ClrErr:
   NEXT();
 L_Call : {
   if (wake_->load(std::memory_order_relaxed) != 0) {
-    ReleaseArguments(*code->procedures[pc->b], R + pc->a);
+    ReleaseArguments(*code->CalleeAt(pc->b).procedure, R + pc->a);
     goto interrupted;
   }
   SAVE();
-  Callable& callee = *code->procedures[pc->b];
-  if (!TryCall(callee, R + pc->a)) CHECK(PushCall(callee, R + pc->a));
+  Callee& callee = code->CalleeAt(pc->b);
+  if (!TryCall(callee.code, R + pc->a)) CHECK(PushCall(callee, R + pc->a));
   RELOAD();
   DISPATCH();
 }
 L_ChkRef:
   SAVE();
-  CHECK(CheckReference(*A.v, *code->types[pc->b]));
+  CHECK(CheckReference(*A.v, code->Type(pc->b)));
   NEXT();
 L_CallN : {
   SAVE();
-  const CallSite& site = code->sites[pc->b];
+  const CallSite& site = code->Tables().sites[pc->b];
   bool done = CallFunction(site, A);
   // A built-in may have run a script procedure, and so have moved the frames.
   frame = &frames_[frameCount_ - 1];
@@ -764,7 +764,7 @@ L_CallN : {
 }
 L_CallL : {
   SAVE();
-  const CallSite& site = code->sites[pc->b];
+  const CallSite& site = code->Tables().sites[pc->b];
   bool done = CallLooking(site, A);
   // A built-in may have run a script procedure, and so have moved the frames.
   frame = &frames_[frameCount_ - 1];
@@ -811,7 +811,7 @@ L_RetT : {
 }
 L_RetDef : {
   SAVE();
-  const TypeDesc& type = *code->returnType;
+  const TypeDesc& type = *code->Tables().returnType;
   Cell value = type.GetKind() == Kind::EString ? ZeroCell() : DefaultCell(type);
   LeaveFrame(*frame);
   bool boundary = frame->boundary;
@@ -844,8 +844,8 @@ L_Exit:
   run_.stopFlag = true;
   goto stopped;
 L_Fail:
-  Raise(code->constants[static_cast<uint32_t>(pc->Wide())].i, code->texts[pc->a]);
-  NoteBeside(code->failNotes[pc->a]);
+  Raise(code->Constant(static_cast<uint32_t>(pc->Wide())).i, code->Tables().texts[pc->a]);
+  NoteBeside(code->Tables().failNotes[pc->a]);
   goto fail;
 L_Stat:
   frame->statementCount += static_cast<uint32_t>(pc->Wide());
@@ -853,8 +853,8 @@ L_Stat:
 L_Param : {
   SAVE();
   // All of them, even when one fails: whoever leaves the procedure expects objects.
-  bool whole = WrapParameter(*code, R, pc->a);
-  for (; pc[1].op == Op::Param; ++pc) whole &= WrapParameter(*code, R, pc[1].a);
+  bool whole = WrapParameter(code->Tables(), R, pc->a);
+  for (; pc[1].op == Op::Param; ++pc) whole &= WrapParameter(code->Tables(), R, pc[1].a);
   CHECK(whole || Raise(ERR_NOMEMORY, ""));
   NEXT();
 }

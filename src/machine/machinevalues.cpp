@@ -71,10 +71,10 @@ void CallImplementation(const TamberFunction& function, FunctionCallInfo& call) 
 }  // namespace
 
 bool Machine::ResolveGlobal(GlobalSlot& slot) {
-  Variable* variable = host_.FindOuter(slot.name);
-  if (variable == nullptr) return Raise(ERR_VARNOTDECLARED, slot.name.View());
+  Variable* variable = host_.FindOuter(slot.use->name);
+  if (variable == nullptr) return Raise(ERR_VARNOTDECLARED, slot.use->name.View());
   slot.variable = variable;
-  slot.cell = HasLayoutOf(*variable, *slot.type) ? CellOf(*variable) : nullptr;
+  slot.cell = HasLayoutOf(*variable, *slot.use->type) ? CellOf(*variable) : nullptr;
   slot.epoch = run_.epoch;
   return true;
 }
@@ -82,9 +82,8 @@ bool Machine::ResolveGlobal(GlobalSlot& slot) {
 Variable* Machine::FindByName(const Name& name) {
   int32_t local = FindLocal(name.View());
   if (local >= 0) return GetLocal(static_cast<uint32_t>(local));
-  GlobalSlot slot;
-  slot.name = name;
-  slot.type = TypeDesc::Of(Kind::Any);
+  const GlobalUse use{name, TypeDesc::Of(Kind::Any)};
+  GlobalSlot slot{&use};
   return ResolveGlobal(slot) ? slot.variable : nullptr;
 }
 
@@ -104,8 +103,8 @@ bool Machine::LoadGlobal(GlobalSlot& slot, Cell& out) {
   }
   // The host has put a variable of another type in its place.
   Cell value = ZeroCell();
-  if (!LoadVariableAs(*slot.type, *slot.variable, value)) return false;
-  KeepConverted(slot.type->GetKind(), value);
+  if (!LoadVariableAs(*slot.use->type, *slot.variable, value)) return false;
+  KeepConverted(slot.use->type->GetKind(), value);
   out = value;
   return true;
 }
@@ -125,8 +124,8 @@ void Machine::KeepConverted(Kind kind, Cell value) {
 }
 
 bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
-  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.name, true);
-  Kind kind = slot.type->GetKind();
+  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.use->name, true);
+  Kind kind = slot.use->type->GetKind();
   if (slot.cell != nullptr && FitsAsItIs(kind, *slot.cell, value)) {
     if (IsManaged(kind))
       StoreCell(kind, *slot.cell, take ? value : CopyCell(kind, value));
@@ -134,15 +133,15 @@ bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
       *slot.cell = value;
     return true;
   }
-  if (!AssignTo(*slot.variable, *slot.type, value)) return false;
+  if (!AssignTo(*slot.variable, *slot.use->type, value)) return false;
   if (take) ReleaseCell(kind, value);
   return true;
 }
 
 bool Machine::GlobalAddress(GlobalSlot& slot, Cell& out) {
-  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.name, true);
+  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.use->name, true);
   if (slot.cell == nullptr)
-    return RaiseMismatch(slot.name.View(), *slot.type, *TypeOf(*slot.variable));
+    return RaiseMismatch(slot.use->name.View(), *slot.use->type, *TypeOf(*slot.variable));
   out.p = slot.cell;
   return true;
 }
@@ -155,11 +154,10 @@ bool Machine::NoVariable(const Name& name, bool stored) {
 Variable* Machine::LocalObject(const Code& code, Cell* registers, uint32_t slot, bool storing) {
   if (registers[slot].v != nullptr) return registers[slot].v;
   // Its declaration has not run, so the name means what it means outside.
-  GlobalSlot outer;
-  outer.name = code.procedure->Locals().At(slot).name;
-  outer.type = TypeDesc::Of(Kind::Any);
+  const GlobalUse use{code.procedure->Locals().At(slot).name, TypeDesc::Of(Kind::Any)};
+  GlobalSlot outer{&use};
   if (ResolveGlobal(outer)) return outer.variable;
-  NoVariable(outer.name, storing);
+  NoVariable(outer.use->name, storing);
   return nullptr;
 }
 
@@ -221,7 +219,7 @@ bool Machine::AssignTo(Variable& target, const TypeDesc& type, Cell value) {
 /// The variable that the register at hand was reached from: elements and cells have no names.
 std::string_view Machine::TargetName() const {
   const Frame& frame = frames_[frameCount_ - 1];
-  const Code& code = *frame.code;
+  const Code& code = frame.code->Tables();
   uint16_t reg = frame.pc->a;
   for (const Instr* at = frame.pc; at-- > code.instrs.data();) {
     const OpInfo& info = InfoOf(at->op);
@@ -551,10 +549,10 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
 }
 
 bool Machine::IsCaseSensitive() {
-  const Code* code = frames_[frameCount_ - 1].code;
+  const Code* code = &frames_[frameCount_ - 1].code->Tables();
   if (code->procedure == nullptr) {
     Frame* scope = ScopeFrame();
-    code = scope != nullptr ? scope->code : nullptr;
+    code = scope != nullptr ? &scope->code->Tables() : nullptr;
   }
   if ((code != nullptr && code->ownsCaseSwitch) || !extraLocals_.empty())
     return host_.SwitchValue("StrCase") != 0;

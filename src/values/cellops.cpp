@@ -358,6 +358,10 @@ Cell SeparateCell(Kind kind, Cell cell) {
       break;
     case Kind::Array:
       if (cell.a == nullptr) break;
+      if (!IsManaged(cell.a->StorageKind())) {
+        made.cell.a = cell.a->Copy();
+        break;
+      }
       made.cell.a = ArrayData::New(cell.a->ElementType());
       made.cell.a->Reserve(cell.a->Count());
       for (uint32_t i = 0; i < cell.a->Count(); ++i) {

@@ -39,18 +39,21 @@ TEST(MachineAlone, ReadsVariablesThroughItsHost) {
   seven->SetIntegerValue(7);
   host.variables.AddVariable(seven);
   tamber::Machine machine(host.run, host);
-  const tamber::Lowered expression{CodeAt(0), {}};
-  CodeBuilder builder(*expression.code, nullptr, nullptr, false);
-  builder.Push(builder.Load({tamber::Name("SEVEN"), -1, TypeDesc::Of(Kind::Int)}));
-  builder.Emit(Op::RetV);
+  const auto evaluate = [&](Stack& stack) {
+    tamber::Lowered expression{CodeAt(0), {}};
+    CodeBuilder builder(*expression.code, nullptr, nullptr, false);
+    builder.Push(builder.Load({tamber::Name("SEVEN"), -1, TypeDesc::Of(Kind::Int)}));
+    builder.Emit(Op::RetV);
+    return machine.Evaluate(std::move(expression), stack);
+  };
   Stack stack;
-  ASSERT_EQ(machine.Evaluate(expression, stack), 1);
+  ASSERT_EQ(evaluate(stack), 1);
   EXPECT_EQ(stack.PopInteger(), 7);
 
   // A scope that has changed is looked at anew.
   seven->SetVarName("other");
   host.run.ScopeChanged();
-  EXPECT_EQ(machine.Evaluate(expression, stack), 0);
+  EXPECT_EQ(evaluate(stack), 0);
   EXPECT_EQ(host.run.errorCode, ERR_VARNOTDECLARED);
   EXPECT_EQ(stack.GetSize(), 0u);
 }

@@ -31,9 +31,9 @@ TEST(StatementsAlone, RunAsTheirCode) {
   Stack stack;
   ASSERT_EQ(names.machine.RunProcedure(procedure, stack), tamber::PROCSTATUS_ENDED);
   EXPECT_EQ(total->GetIntegerValue(), 15);
-  const tamber::Code* code = procedure.FindCode(false);
+  const tamber::BoundCode* code = procedure.FindCode(false);
   ASSERT_NE(code, nullptr);
-  EXPECT_EQ(code->FindStatement(0)->line, 3u);
+  EXPECT_EQ(code->Tables().FindStatement(0)->line, 3u);
 }
 
 }  // namespace

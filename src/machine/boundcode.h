@@ -1,0 +1,66 @@
+#pragma once
+
+#include <memory>
+
+#include "machine/code.h"
+
+namespace tamber {
+
+class BoundCode;
+
+/// Where a name of the global or external scope was last found. Good while the context's epoch is
+/// the one it was found under.
+struct GlobalSlot {
+  const GlobalUse* use = nullptr;
+  uint64_t epoch = 0;
+  Cell* cell = nullptr;  ///< of the variable (through a reference), when its type is the use's
+  Variable* variable = nullptr;  ///< on loan from its scope
+};
+
+/// A procedure that code calls, and its code, once it has been called.
+struct Callee {
+  Callable* procedure = nullptr;
+  const BoundCode* code = nullptr;
+};
+
+/// Code as one context runs it. What a run finds out and the strings that it refers to stand here:
+/// the code itself does not change once it is made, and contexts of any thread may run it.
+class BoundCode {
+ public:
+  /// Code that nobody else runs.
+  explicit BoundCode(std::unique_ptr<const Code> own);
+  /// Code that others run as well, and that outlives this.
+  explicit BoundCode(const Code& shared);
+  BoundCode(const BoundCode&) = delete;
+  BoundCode& operator=(const BoundCode&) = delete;
+  ~BoundCode();
+
+  const Code& Tables() const { return *code_; }
+
+  // What the run loop needs all the time.
+  const Instr* Begin() const { return begin_; }
+  const Cell& Constant(uint32_t index) const { return constants_[index]; }
+  const TypeDesc& Type(uint32_t index) const { return *types_[index]; }
+  GlobalSlot& Global(uint32_t index) const { return globals_[index]; }
+  Callee& CalleeAt(uint32_t index) const { return callees_[index]; }
+  uint32_t Registers() const { return registers_; }
+  uint32_t Parameters() const { return parameters_; }
+  const std::vector<OwnedRegister>& OwnedLocals() const { return code_->ownedLocals; }
+
+ private:
+  explicit BoundCode(const Code* code);
+  void CopyConstants();
+
+  const Code* code_;
+  const Instr* begin_;
+  const Cell* constants_;
+  const TypeRef* types_;
+  std::unique_ptr<GlobalSlot[]> globals_;
+  std::unique_ptr<Callee[]> callees_;
+  uint32_t registers_;
+  uint32_t parameters_;
+  std::unique_ptr<const Code> own_;
+  std::unique_ptr<Cell[]> copies_;  ///< of the constants, strings among them
+};
+
+}  // namespace tamber
