@@ -49,7 +49,7 @@ void Output::CatchSignals() {
       continue;
     }
     action.sa_sigaction = EndBySignal;
-    action.sa_flags = SA_SIGINFO | SA_RESETHAND | SA_NODEFER;
+    action.sa_flags = static_cast<int>(SA_SIGINFO | SA_RESETHAND | SA_NODEFER);
     sigaction(number, &action, nullptr);
   }
 }

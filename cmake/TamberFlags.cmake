@@ -16,8 +16,11 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release)
 endif()
 
-# Paths below the source folder are hashed relative to it, so that several checkouts share one cache.
-find_program(CCACHE_PROGRAM ccache)
+# Paths below the source folder are hashed relative to it, so that several checkouts share one cache. A build directory
+# keeps what it began with: installing ccache later must not compile everything again.
+if(NOT DEFINED CACHE{CCACHE_PROGRAM})
+  find_program(CCACHE_PROGRAM ccache)
+endif()
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER
     "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${CCACHE_PROGRAM}")

@@ -132,7 +132,7 @@ class Grower {
   Type PartOfFocus() {
     Type type = focus_.type;
     while (!type.IsScalar() && !OneIn(4))
-      type = type.array ? type.Element() : Any(program_.structures[type.structure].members).type;
+      type = type.array ? type.Element() : Any(program_.StructureOf(type).members).type;
     return type;
   }
 
@@ -257,7 +257,7 @@ class Grower {
         if (place->type.array && place->type != kGeneric) {
           place = MakeExpr(Expr::Form::Element, place->type.Element(), "", {place, Index()});
         } else if (place->type.kind == Kind::Struct) {
-          const Named& member = Any(program_.structures[place->type.structure].members);
+          const Named& member = Any(program_.StructureOf(place->type).members);
           place = MakeExpr(Expr::Form::Member, member.type, member.name, {place});
         } else {
           break;
@@ -546,7 +546,7 @@ class Grower {
               MakeExpr(Expr::Form::Element, type.Element(), "", {place, MakeInt(counter)}));
       body.push_back(std::move(loop));
     } else {
-      for (const Named& member : program_.structures[type.structure].members)
+      for (const Named& member : program_.StructureOf(type).members)
         AddShow(body, MakeExpr(Expr::Form::Member, member.type, member.name, {place}));
     }
   }

@@ -92,7 +92,7 @@ class Model {
   NodePtr Empty(Type type) const {
     auto node = std::make_shared<Node>(Node{type, {}, Scalar::Empty(type.kind)});
     if (!type.array && type.kind == Kind::Struct)
-      for (const Named& member : program_.structures[type.structure].members)
+      for (const Named& member : program_.StructureOf(type).members)
         node->parts.push_back(Empty(member.type));
     return node;
   }
@@ -179,7 +179,7 @@ class Model {
 
   NodePtr Member(const Node& whole, const std::string& name) const {
     if (whole.type.array || whole.type.kind != Kind::Struct) throw Fatal{kAnyFatal};
-    const auto& members = program_.structures[whole.type.structure].members;
+    const auto& members = program_.StructureOf(whole.type).members;
     for (size_t i = 0; i < members.size(); ++i)
       if (members[i].name == name) return whole.parts[i];
     throw Fatal{kAnyFatal};

@@ -41,7 +41,7 @@ class Renderer {
     constexpr std::string_view kWords[] = {"array",  "bool",   "char",    "int",   "float",
                                            "double", "string", "estring", "struct"};
     const std::string word = type.kind == Kind::Struct
-                                 ? program_.structures[type.structure].name
+                                 ? program_.StructureOf(type).name
                                  : std::string(kWords[static_cast<size_t>(type.kind)]);
     return type.array && type.kind != Kind::None ? word + "[]" : word;
   }

@@ -80,6 +80,10 @@ struct Program {
   std::vector<Global> globals;
   std::vector<Procedure> procedures;  // main is the last
   int runs = 1;
+
+  const Structure& StructureOf(Type type) const {
+    return structures[static_cast<size_t>(type.structure)];
+  }
 };
 
 ExprPtr MakeExpr(Expr::Form form, Type type, std::string text, std::vector<ExprPtr> args);

@@ -132,7 +132,7 @@ TEST_F(Attack, NoNameLeadsOutWhileAnotherProcessRenamesAndLinks) {
                                   {dir_ + "/box/out/x", dir_ + "/box/dir"}};
   int calls = 0;
   for (; std::chrono::steady_clock::now() < end; ++calls) {
-    const auto& [file, directory] = names[calls / ways % std::size(names)];
+    const auto& [file, directory] = names[calls / ways % std::ssize(names)];
     const std::string way = "Way" + std::to_string(calls % ways);
     const std::string seen = Call<std::string>(context_, way, file, directory).ValueOr("");
     EXPECT_EQ(seen.find("secret"), std::string::npos) << kWays[calls % ways] << file;

@@ -53,7 +53,9 @@ class InstallTest(unittest.TestCase):
                    "-DCMAKE_BUILD_TYPE=Release", *settings)
 
     def test_what_is_shipped_is_hardened(self):
-        optimised = "CMAKE_BUILD_TYPE:STRING=Debug" not in (self.build / "CMakeCache.txt").read_text()
+        # FORTIFY needs an optimising compiler; what clang can check of it is nothing that is called here.
+        fortified = self.compiler_id == "GNU" and \
+            "CMAKE_BUILD_TYPE:STRING=Debug" not in (self.build / "CMakeCache.txt").read_text()
         for file in self.library, self.prefix / "bin/tamber":
             with self.subTest(file.name):
                 headers = run("readelf", "--wide", "--file-header", "--segments", "--dynamic", file)
@@ -64,7 +66,7 @@ class InstallTest(unittest.TestCase):
                 self.assertNotRegex(headers, r"GNU_STACK.* RWE ")
                 symbols = run("nm", "-D", "--undefined-only", file)
                 self.assertIn("__stack_chk_fail", symbols)
-                if optimised:
+                if fortified:
                     self.assertRegex(symbols, r"__(?!stack)\w+_chk\b")
         # The note on indirect branches is lost where the system's start files have none; the instructions remain.
         landing = {"x86_64": b"\xf3\x0f\x1e\xfa", "aarch64": b"\x5f\x24\x03\xd5"}.get(platform.machine())
