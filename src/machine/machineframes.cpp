@@ -191,9 +191,11 @@ bool Machine::WrapParameter(const Code& code, Cell* registers, uint32_t slot) {
 bool Machine::BindArguments(Callable& procedure, Stack& stack, Cell* base) {
   uint32_t count = procedure.GetParameterCount();
   std::vector<Cell> cells(count, ZeroCell());
-  bool fits = true;
+  TypeRef misfit;  // of the first argument that its parameter does not take
+  uint32_t misfitAt = 0;
   for (uint32_t i = count; i-- > 0;) {
     const Local& local = procedure.Locals().At(i);
+    bool fitsHere = true;
     Variable* argument = stack.PopVariable();
     TypeRef type = TypeOf(*argument);
     const TypeRef& wanted =
@@ -203,18 +205,28 @@ bool Machine::BindArguments(Callable& procedure, Stack& stack, Cell* base) {
       bool anyArray = local.type->IsArray() && !local.type->Element() && type->IsArray();
       bool same = anyArray || HasLayoutOf(*type, *local.type);
       cells[i].v = target != nullptr ? target->Duplicate() : argument->Duplicate();
-      fits = fits && same;
-    } else if (!ConvertCell(*wanted, *type, *CellOf(*argument), cells[i])) {
-      fits = false;
+      fitsHere = same;
+    } else {
+      fitsHere = ConvertCell(*wanted, *type, *CellOf(*argument), cells[i]);
+    }
+    if (!fitsHere) {
+      misfit = type;
+      misfitAt = i;
     }
     Variable::Delete(argument);
   }
-  if (fits) {
+  if (!misfit) {
     std::copy(cells.begin(), cells.end(), base);
     return true;
   }
   ReleaseArguments(procedure, cells.data());
   Raise(ERR_ASSIGNMISMATCH, procedure.GetName().View());
+  Attempt([&] {
+    const Local& local = procedure.Locals().At(misfitAt);
+    run_.notes.Note("argument " + std::to_string(misfitAt + 1) + " is of type " + misfit->Word() +
+                    ", the parameter is " + local.type->Word() + (local.isReference ? " &" : " ") +
+                    std::string(local.name.View()));
+  });
   return false;
 }
 
