@@ -49,9 +49,9 @@ TEST_F(CInterfaceTest, ErrorsHaveNotes) {
   tamber_run(context_, "Lat");
   ASSERT_EQ(tamber_get_note(context_, 0, &note), TAMBER_OK);
   EXPECT_STREQ(note.text, "did you mean \"Late\"?");
-  ASSERT_EQ(Compile("proc Take(bool b, int & n)\nendproc\n"), TAMBER_OK);
+  ASSERT_EQ(Compile("string word\nproc Take(bool b, int & n)\nendproc\n"), TAMBER_OK);
   tamber_push_bool(context_, 1);
-  tamber_push_text(context_, "x", 1);
+  tamber_push_global(context_, "word");
   EXPECT_NE(tamber_run(context_, "Take"), TAMBER_OK);
   ASSERT_EQ(tamber_get_note(context_, 0, &note), TAMBER_OK);
   EXPECT_STREQ(note.text, "argument 2 is of type string, the parameter is integer &n");
