@@ -3,6 +3,7 @@
 /// \file
 /// All that a host needs to compile and run Tamber scripts.
 
+#include "context/program.h"
 #include "context/tambctxt.h"
 #include "frontend/script.h"
 #include "functions/module.h"

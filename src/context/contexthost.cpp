@@ -72,7 +72,8 @@ std::unique_ptr<Code> ContextState::MakeCode(Callable& procedure, bool observed)
   // All that a context can call comes from scripts.
   auto& compiled = static_cast<TamberProcedure&>(procedure);
   if (!EnsureCompiled(*this, compiled)) return nullptr;
-  Lowered lowered = LowerProcedure(compiled, observed);
+  Lowered lowered = compiled.FrozenNumber() != 0 ? LowerShared(compiled, observed)
+                                                 : LowerProcedure(compiled, observed);
   if (!lowered.code) run.SetError(ERR_INTERNAL, procedure.GetName() + ": " + lowered.exceeded);
   return std::move(lowered.code);
 }

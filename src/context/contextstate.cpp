@@ -1,5 +1,6 @@
 #include "context/contextstate.h"
 
+#include "context/defaults.h"
 #include "context/handletable.h"
 #include "functions/modulelist.h"
 #include "kel/pathparser.h"
@@ -40,14 +41,14 @@ bool ContextState::TrustsIni() const {
 
 VarList& ContextState::OwnConstants() {
   if (!scopes.constants) {
-    const VarList* shared = Constants();
-    scopes.constants =
-        shared != nullptr ? std::make_unique<VarList>(*shared) : std::make_unique<VarList>(true);
-    if (shared != nullptr) {
-      // Copies lose the mark that makes a constant survive a reset.
-      for (uint32_t i = 0; i < scopes.constants->GetSize(); ++i)
-        scopes.constants->GetVariable(i)->SetVarFlags(shared->GetVariable(i)->GetVarFlags());
+    const VarList* const shared = Constants();
+    if (shared == nullptr) {
+      scopes.constants = std::make_unique<VarList>(true);
+    } else {
+      scopes.constants =
+          shared == scopes.programConstants ? SeparateScope(*shared) : CloneScope(*shared);
       scopes.sharedConstants = nullptr;
+      scopes.programConstants = nullptr;
       run.ScopeChanged();
     }
   }
@@ -56,10 +57,16 @@ VarList& ContextState::OwnConstants() {
 
 const VarList* ContextState::Constants() const {
   if (scopes.constants) return scopes.constants.get();
+  if (scopes.programConstants != nullptr) return scopes.programConstants;
   return scopes.sharedConstants != nullptr ? &scopes.sharedConstants() : nullptr;
 }
 
-const VarList* ContextState::ConstantsFor(std::string_view name) const {
+const VarList* ContextState::ConstantsFor(std::string_view name) {
+  if (!scopes.constants && scopes.programConstants != nullptr) {
+    // Whoever looks at a value may copy it, which counts.
+    return scopes.programConstants->FindVariable(name) != VarList::kNotFound ? &OwnConstants()
+                                                                             : nullptr;
+  }
   if (!scopes.constants && scopes.sharedConstants != nullptr && !scopes.sharedNames->MayHold(name))
     return nullptr;
   return Constants();

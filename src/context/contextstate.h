@@ -116,6 +116,8 @@ struct Scopes {
   /// and nobody has asked for the objects; then `constants` is a copy.
   const VarList& (*sharedConstants)() = nullptr;
   const kel::NameFilter* sharedNames = nullptr;
+  /// In the same way the constants of the program that this context was made of.
+  const VarList* programConstants = nullptr;
   std::unique_ptr<VarList> constants;
   std::unique_ptr<VarList> externals;
   std::unique_ptr<VarList> keptGlobals;  ///< what RestoreGlobals gives back
@@ -135,6 +137,7 @@ class ContextState final : public MachineHost, public CompileHost {
   ~ContextState();
 
   TamberContext& context;
+  std::shared_ptr<const TamberProgram> program;  ///< that the context was made of, or made into
   TamberContext* root;  ///< the outermost context of a chain of called scripts
   bool nested = false;
   uint32_t nesting = 0;                  ///< contexts between this one and the root
@@ -152,6 +155,14 @@ class ContextState final : public MachineHost, public CompileHost {
   bool HasScriptFile();
   /// Takes over what the other's host and INI file have set, its session included.
   void CopySettings(const ContextState& from);
+  /// Takes over who is told of errors, and where output goes.
+  void CopyListeners(const ContextState& from);
+  /// Takes over what a program and its contexts have alike, sharing nothing that counts.
+  void CopyPrepared(const ContextState& from);
+  /// Makes all procedures what contexts of any thread share.
+  void FreezeProcedures();
+  /// Makes code of a procedure that threads share; it has strings of its own.
+  static Lowered LowerShared(const TamberProcedure& procedure, bool observed);
 
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
   std::set<std::string> loading;
@@ -183,7 +194,7 @@ class ContextState final : public MachineHost, public CompileHost {
   /// The constants to look at, and those to hand out or to change.
   const VarList* Constants() const;
   /// The constants to look a name up in; null when it is certainly not there.
-  const VarList* ConstantsFor(std::string_view name) const;
+  const VarList* ConstantsFor(std::string_view name);
   VarList& OwnConstants();
   /// What ran, or would run now, was stopped by the host: error 20120, which nobody handles.
   /// Returns 0.

@@ -181,14 +181,24 @@ void RestoreBuiltIns(TamberContext& context) {
     context.AddFunction(functions.ShareFunction(i), false);
 }
 
-namespace {
-
+/// Copies lose the mark that makes a variable survive a reset.
 std::unique_ptr<VarList> CloneScope(const VarList& list) {
   auto copy = std::make_unique<VarList>(list);
   for (uint32_t i = 0; i < copy->GetSize(); ++i)
     copy->GetVariable(i)->SetVarFlags(list.GetVariable(i)->GetVarFlags());
   return copy;
 }
+
+std::unique_ptr<VarList> SeparateScope(const VarList& list) {
+  auto copy = std::make_unique<VarList>(list.GetAutoSort());
+  for (uint32_t i = 0; i < list.GetSize(); ++i) {
+    const Variable& variable = *list.GetVariable(i);
+    copy->AddVariable(SeparateVariable(variable, variable.OwnName()));
+  }
+  return copy;
+}
+
+namespace {
 
 void NoteInherited(const VarList* list, std::set<std::string>& names) {
   for (uint32_t i = 0; list != nullptr && i < list->GetSize(); ++i) {
@@ -202,12 +212,14 @@ void NoteInherited(const VarList* list, std::set<std::string>& names) {
 
 void InheritScopes(ContextState& from, ContextState& to) {
   to.scopes.sharedConstants = from.scopes.sharedConstants;
+  to.scopes.programConstants = from.scopes.programConstants;
   to.scopes.sharedNames = from.scopes.sharedNames;
   if (from.scopes.constants) to.scopes.constants = CloneScope(*from.scopes.constants);
   if (from.scopes.globals) to.scopes.globals = CloneScope(*from.scopes.globals);
   if (from.scopes.externals) to.scopes.externals = CloneScope(*from.scopes.externals);
   NoteInherited(to.scopes.globals.get(), to.scopes.inherited);
-  NoteInherited(to.scopes.constants.get(), to.scopes.inherited);
+  NoteInherited(to.scopes.constants ? to.scopes.constants.get() : to.scopes.programConstants,
+                to.scopes.inherited);
   NoteInherited(to.scopes.externals.get(), to.scopes.inherited);
   for (uint32_t i = 1; i <= to.context.GetProcedureCount(); ++i) {
     const TamberProcedure* procedure =

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <memory>
+
 class TamberContext;
+class VarList;
 
 namespace tamber {
 
@@ -16,6 +19,11 @@ void RestoreBuiltIns(TamberContext& context);
 
 /// Gives a called script's context what the caller's scopes hold, copied.
 void InheritScopes(ContextState& from, ContextState& to);
+
+/// The variables of a scope once more.
+std::unique_ptr<VarList> CloneScope(const VarList& list);
+/// The same of a list that threads read at the same time: nothing is shared with it.
+std::unique_ptr<VarList> SeparateScope(const VarList& list);
 
 /// Drops globals, constants and types that a script brought, at a reset.
 void ForgetScript(ContextState& state);

@@ -185,7 +185,8 @@ void ContextState::DumpScriptStatements() {
     TamberProcedure* procedure = context.GetProcedure(i);
     if (config.dumpStatements != 0) procedure->Statements().Dump(text, procedure->GetName());
     if (!config.dumpCode) continue;
-    const Lowered lowered = LowerProcedure(*procedure, false);
+    const Lowered lowered = procedure->FrozenNumber() != 0 ? LowerShared(*procedure, false)
+                                                           : LowerProcedure(*procedure, false);
     if (lowered.code) Disassemble(*lowered.code, text.Str());
   }
   ProcessOutputBuffer(text, section);

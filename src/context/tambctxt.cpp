@@ -56,6 +56,17 @@ void ContextState::CopySettings(const ContextState& from) {
   session.stored.clear();
 }
 
+void ContextState::CopyListeners(const ContextState& from) {
+  errors.diagnosticHandler = from.errors.diagnosticHandler;
+  errors.diagnosticUser = from.errors.diagnosticUser;
+  output.sink = from.output.sink;
+  output.sinkUser = from.output.sinkUser;
+  output.reportSink = from.output.reportSink;
+  output.reportUser = from.output.reportUser;
+  output.console = from.output.console;
+  output.consoleIsHosts = from.output.console != nullptr;
+}
+
 int32_t ContextState::EndStopped() {
   run.errorText.Clear();
   run.SetError(ERR_STOPPED, KelString());
@@ -148,14 +159,9 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->nesting = from.nesting + 1;
   state_->errors.list = from.errors.list;
   state_->CopySettings(from);
-  state_->errors.diagnosticHandler = from.errors.diagnosticHandler;
-  state_->errors.diagnosticUser = from.errors.diagnosticUser;
-  state_->output.sink = from.output.sink;
-  state_->output.sinkUser = from.output.sinkUser;
-  state_->output.reportSink = from.output.reportSink;
-  state_->output.reportUser = from.output.reportUser;
-  state_->output.console = from.output.console;
-  state_->output.consoleIsHosts = from.output.console != nullptr;
+  state_->CopyListeners(from);
+  state_->program = from.program;
+  state_->machine->ShareFrozenCodes(*from.machine);
   state_->handles = std::make_unique<tamber::HandleTable>();
   tamber::InheritScopes(from, *state_);
   state_->modules = tamber::MakeModuleList(*state_);

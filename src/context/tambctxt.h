@@ -21,6 +21,7 @@
 class KelDebugContext;
 class ScriptLine;
 class TamberContext;
+class TamberProgram;
 class TamberScript;
 class Tokeniser;
 class XmlProxyClient;
@@ -77,6 +78,13 @@ class TAMBER_API TamberContext : public TamberOperators,
   explicit TamberContext(XmlProxyClient* proxy = nullptr);
   /// A nested context that sees what `parent` sees, with an empty script list.
   explicit TamberContext(TamberContext& parent);
+  /// A context that is as the prepared one was when the program was made of it: its scripts are
+  /// compiled, its functions registered, its globals have the values that they had then. What it
+  /// does from now on is its own, ResetContext included, which leaves it without the program's
+  /// scripts. Handlers and sinks are those of the prepared context and called in this one's thread,
+  /// unless this one gets others. May be made of one program in several threads at once; throws
+  /// std::invalid_argument for a null pointer.
+  explicit TamberContext(std::shared_ptr<const TamberProgram> program);
   /// Copies settings only: INI path, debug switches, executable path, application instance, proxy
   /// and debug pointers, session, script key, file policy, operator switch.
   TamberContext& operator=(const TamberContext& other);
@@ -137,6 +145,16 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// variables stay the same objects; those that came later are left alone. 0 when nothing was kept
   /// since the last ResetContext.
   int32_t RestoreGlobals();
+
+  // --- programs ---
+  /// Makes a program of what this context has: see TamberProgram. The context goes on as one of the
+  /// program's; what it declares or registers later is its own. Modules that it has loaded are the
+  /// program's from now on.
+  ///
+  /// Null, with error 102, while something runs or when this is the context of a called script, and
+  /// with an error of before when the context has one: set it to 0 first. All functions that are
+  /// registered must be ones that threads may call at the same time.
+  std::shared_ptr<const TamberProgram> Freeze();
 
   // --- compiling and running ---
   /// Compile a script into the context. Nonzero for success; otherwise the context error says why,
@@ -317,6 +335,11 @@ class TAMBER_API TamberContext : public TamberOperators,
 
  private:
   friend class tamber::ContextState;
+  enum class Prepared { Program };
+  /// What a program holds.
+  TamberContext(TamberContext& prepared, Prepared);
+  /// What a program and its contexts begin with.
+  explicit TamberContext(const TamberContext& prepared, Prepared);
   void ProcessOutputBuffer(KelString& text, const KelString& section);
   void ShowRegistrationError(const KelString& message);
   std::shared_ptr<void>& ModuleSlot(const void* key);

@@ -159,7 +159,10 @@ void TamberContext::ClearVarList(uint32_t mask) {
   // A host that compiles and clears over and over must not gather places.
   if ((mask & VARLIST_GLOBAL) != 0) State().scopes.declared.Clear();
   if ((mask & VARLIST_LOCAL) != 0) State().machine->ClearLocals();
-  if ((mask & VARLIST_CONSTANT) != 0) State().scopes.sharedConstants = nullptr;
+  if ((mask & VARLIST_CONSTANT) != 0) {
+    State().scopes.sharedConstants = nullptr;
+    State().scopes.programConstants = nullptr;
+  }
   for (enum_VarListType scope : {VARLIST_GLOBAL, VARLIST_CONSTANT, VARLIST_EXTERNAL})
     if ((mask & scope) != 0) ListOf(State(), scope)->reset();
 }

@@ -39,6 +39,13 @@ void ModuleList::Borrow(const ModuleList& caller) {
   }
 }
 
+void ModuleList::TakeOver(ModuleList& from) {
+  for (Module& module : from.modules_) {
+    modules_.push_back({module.path, module.handle, module.borrowed, nullptr});
+    module.borrowed = 1;
+  }
+}
+
 int32_t ModuleList::FindModule(const KelString& path) const {
   for (size_t i = 0; i < modules_.size(); ++i) {
     if (modules_[i].path == path) return static_cast<int32_t>(i);
@@ -93,11 +100,10 @@ void ModuleList::UnloadModule(uint32_t index) {
   const std::lock_guard lock(ModuleMutex());
   Module module = std::move(modules_[index]);
   modules_.erase(modules_.begin() + static_cast<ptrdiff_t>(index));
-  if (module.borrowed != 0) return;
-  CleanUp(module);
+  if (module.borrowed == 0) CleanUp(module);
   if (module.registration) module.registration->TakeBack();
   module.registration.reset();
-  kel::FreeLibraryFile(module.handle);
+  if (module.borrowed == 0) kel::FreeLibraryFile(module.handle);
 }
 
 void ModuleList::DropModule(const KelString& path) {

@@ -62,6 +62,10 @@ class ModuleList {
   /// Lists the modules of a calling context as well; they stay that context's to clean up.
   void Borrow(const ModuleList& caller);
 
+  /// Takes the modules of another list over, which goes on as if it had borrowed them; what they
+  /// registered stays a matter of that list.
+  void TakeOver(ModuleList& from);
+
   /// Position of the module with this full path, or -1.
   int32_t FindModule(const KelString& path) const;
   void* GetModuleHandleW(const KelString& path) const;

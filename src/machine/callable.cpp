@@ -16,4 +16,10 @@ const BoundCode* Callable::SetCode(bool observed, std::unique_ptr<const BoundCod
   return code_[observed].get();
 }
 
+void Callable::Freeze(uint32_t number, std::unique_ptr<const Code> code) {
+  frozenNumber_ = number;
+  frozenCode_ = std::move(code);
+  for (auto& own : code_) own.reset();
+}
+
 }  // namespace tamber

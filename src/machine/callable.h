@@ -8,6 +8,7 @@
 namespace tamber {
 
 class BoundCode;
+class Code;
 class ScriptText;
 
 /// What callers and the machine know of a procedure: its header, its locals and, once it has run,
@@ -36,6 +37,13 @@ class Callable {
   const BoundCode* FindCode(bool observed) const { return code_[observed].get(); }
   const BoundCode* SetCode(bool observed, std::unique_ptr<const BoundCode> code);
 
+  /// From now on contexts of any thread share this procedure, and nothing of it changes. They find
+  /// it by its number, from 1; its code is the one that is given, null when it cannot run.
+  void Freeze(uint32_t number, std::unique_ptr<const Code> code);
+  /// 0 for a procedure that belongs to one context and those that it calls.
+  uint32_t FrozenNumber() const { return frozenNumber_; }
+  const Code* FrozenCode() const { return frozenCode_.get(); }
+
  protected:
   Callable(const KelString& name, std::shared_ptr<const ScriptText> script);
   ~Callable();
@@ -48,6 +56,8 @@ class Callable {
   TypeRef returnType_;
   uint32_t parameterCount_ = 0;
   std::unique_ptr<const BoundCode> code_[2];
+  uint32_t frozenNumber_ = 0;
+  std::unique_ptr<const Code> frozenCode_;
 };
 
 }  // namespace tamber

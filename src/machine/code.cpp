@@ -10,6 +10,15 @@ Code::~Code() {
   for (size_t i = 0; i < constants.size(); ++i) ReleaseCell(constantKinds[i], constants[i]);
 }
 
+void Code::SeparateConstants() {
+  for (size_t i = 0; i < constants.size(); ++i) {
+    if (!IsManaged(constantKinds[i])) continue;
+    const Cell shared = constants[i];
+    constants[i] = SeparateCell(constantKinds[i], shared);
+    ReleaseCell(constantKinds[i], shared);
+  }
+}
+
 const StatementEntry* Code::FindStatement(uint32_t pc) const {
   auto after = std::upper_bound(statements.begin(), statements.end(), pc,
                                 [](uint32_t at, const StatementEntry& s) { return at < s.begin; });

@@ -109,6 +109,8 @@ class Code {
   const Callable* procedure = nullptr;  ///< null: an expression outside any procedure
   TypeRef returnType;
 
+  /// Gives the code strings of its own in place of those that it shares with expressions.
+  void SeparateConstants();
   const StatementEntry* FindStatement(uint32_t pc) const;
   uint32_t FindSource(uint32_t pc) const;
   const LiveTemps* FindLive(uint32_t pc) const;

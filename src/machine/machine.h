@@ -77,7 +77,14 @@ class Machine {
   /// The locals with their values as they are now, for dumps.
   VarList SnapshotLocals();
 
+  /// A context that another one has called shares what that has made of procedures which both run.
+  void ShareFrozenCodes(Machine& caller) { frozen_ = caller.Frozen(); }
+
  private:
+  /// Code of frozen procedures as this context runs it, by their numbers.
+  struct FrozenCodes {
+    std::vector<std::unique_ptr<const BoundCode>> codes[2];
+  };
   /// Where the registers of a frame lie: in a chunk, which ends there.
   struct FrameRoom {
     Cell* end = nullptr;
@@ -135,7 +142,14 @@ class Machine {
   /// Releases the temporaries from `first` on that own something at the frame's instruction.
   static void ReleaseLive(const Frame& frame, uint32_t first = 0);
   const BoundCode* CodeOf(Callable& procedure);
+  const BoundCode* FrozenCodeOf(Callable& procedure);
+  const std::shared_ptr<FrozenCodes>& Frozen() {
+    if (frozen_ == nullptr) frozen_ = std::make_shared<FrozenCodes>();
+    return frozen_;
+  }
   const BoundCode* Prepare(Callable& procedure);
+  /// Null leaves an error.
+  std::unique_ptr<const Code> MakeCode(Callable& procedure);
   /// Verifies the code if the context asks for it; false leaves an error.
   bool IsSound(const Code& code, std::string_view name);
   bool BindArguments(Callable& procedure, Stack& stack, Cell* base);
@@ -259,6 +273,7 @@ class Machine {
   GlobalSlot caseSwitch_{&caseSwitchUse_};
   const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
   uint32_t evaluationStop_ = 0;
+  std::shared_ptr<FrozenCodes> frozen_;  ///< null until it is needed
 };
 
 }  // namespace tamber

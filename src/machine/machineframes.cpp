@@ -144,14 +144,35 @@ void Machine::ReleaseLive(const Frame& frame, uint32_t first) {
 }
 
 const BoundCode* Machine::CodeOf(Callable& procedure) {
+  if (procedure.FrozenNumber() != 0) return FrozenCodeOf(procedure);
   const BoundCode* const code = procedure.FindCode(observed_);
   return code != nullptr ? code : Prepare(procedure);
 }
 
+const BoundCode* Machine::FrozenCodeOf(Callable& procedure) {
+  auto& codes = Frozen()->codes[observed_];
+  const size_t place = procedure.FrozenNumber() - 1;
+  if (codes.size() <= place) codes.resize(place + 1);
+  if (codes[place] == nullptr) {
+    if (procedure.FrozenCode() != nullptr && !observed_) {
+      codes[place] = std::make_unique<const BoundCode>(*procedure.FrozenCode());
+    } else if (auto code = MakeCode(procedure)) {
+      codes[place] = std::make_unique<const BoundCode>(std::move(code));
+    }
+  }
+  return codes[place].get();
+}
+
 const BoundCode* Machine::Prepare(Callable& procedure) {
-  std::unique_ptr<const Code> code = host_.MakeCode(procedure, observed_);
-  if (!code || !IsSound(*code, procedure.GetName().View())) return nullptr;
+  std::unique_ptr<const Code> code = MakeCode(procedure);
+  if (!code) return nullptr;
   return procedure.SetCode(observed_, std::make_unique<const BoundCode>(std::move(code)));
+}
+
+std::unique_ptr<const Code> Machine::MakeCode(Callable& procedure) {
+  std::unique_ptr<const Code> code = host_.MakeCode(procedure, observed_);
+  if (code && !IsSound(*code, procedure.GetName().View())) code.reset();
+  return code;
 }
 
 bool Machine::IsSound(const Code& code, std::string_view name) {

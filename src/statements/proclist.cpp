@@ -8,7 +8,7 @@
 ProcedureList::ProcedureList() : pools_{std::make_shared<Pool>()} {}
 
 ProcedureList::ProcedureList(const ProcedureList& other)
-    : sorted_(other.sorted_), byName_(other.byName_), pools_(other.pools_) {
+    : table_(other.table_), pools_(other.pools_) {
   pools_.push_back(std::make_shared<Pool>());
 }
 
@@ -18,40 +18,44 @@ uint32_t ProcedureList::AddProcedure(std::unique_ptr<TamberProcedure> procedure)
   TamberProcedure* added = procedure.get();
   uint32_t place = FindNearestProcedure(added->GetName().View());
   pools_.back()->push_back(std::move(procedure));
-  sorted_.insert(sorted_.begin() + place, added);
-  byName_[added->GetName().View()] = added;
+  Table& table = table_.Write();
+  table.sorted.insert(table.sorted.begin() + place, added);
+  table.byName[added->GetName().View()] = added;
   return place + 1;
 }
 
 uint32_t ProcedureList::FindNearestProcedure(std::string_view name) const {
-  auto place = std::upper_bound(sorted_.begin(), sorted_.end(), name,
+  const auto& sorted = Sorted();
+  auto place = std::upper_bound(sorted.begin(), sorted.end(), name,
                                 [](std::string_view wanted, const TamberProcedure* known) {
                                   return kel::CompareNoCase(wanted, known->GetName().View()) < 0;
                                 });
-  return static_cast<uint32_t>(place - sorted_.begin());
+  return static_cast<uint32_t>(place - sorted.begin());
 }
 
 uint32_t ProcedureList::FindProcedure(std::string_view name) const {
-  if (byName_.find(name) == byName_.end()) return 0;
+  if (GetProcedure(name) == nullptr) return 0;
   // The last of equal names is the one just before where a further one would go.
   return FindNearestProcedure(name);
 }
 
 TamberProcedure* ProcedureList::GetProcedure(uint32_t index) const {
-  return index == 0 || index > sorted_.size() ? nullptr : sorted_[index - 1];
+  return index == 0 || index > Sorted().size() ? nullptr : Sorted()[index - 1];
 }
 
 TamberProcedure* ProcedureList::GetProcedure(std::string_view name) const {
-  auto found = byName_.find(name);
-  return found == byName_.end() ? nullptr : found->second;
+  const auto& byName = table_.Read().byName;
+  const auto found = byName.find(name);
+  return found == byName.end() ? nullptr : found->second;
 }
 
 TamberProcedure* ProcedureList::RemoveProcedure(std::string_view name) {
   const uint32_t index = FindProcedure(name);
   if (index == 0) return nullptr;
-  TamberProcedure* const removed = sorted_[index - 1];
-  byName_.erase(byName_.find(name));
-  sorted_.erase(sorted_.begin() + (index - 1));
+  Table& table = table_.Write();
+  TamberProcedure* const removed = table.sorted[index - 1];
+  table.byName.erase(table.byName.find(name));
+  table.sorted.erase(table.sorted.begin() + (index - 1));
   return removed;
 }
 
@@ -60,16 +64,26 @@ bool ProcedureList::DeleteProcedure(std::string_view name) {
 }
 
 void ProcedureList::DestroyProcedures(const Set& procedures) {
-  std::erase_if(byName_, [&](const auto& entry) { return procedures.contains(entry.second); });
-  std::erase_if(sorted_, [&](const auto* procedure) { return procedures.contains(procedure); });
+  Table& table = table_.Write();
+  std::erase_if(table.byName, [&](const auto& entry) { return procedures.contains(entry.second); });
+  std::erase_if(table.sorted,
+                [&](const auto* procedure) { return procedures.contains(procedure); });
   Pool& own = *pools_.back();
   if (pools_.back().use_count() > 1) return;
   std::erase_if(own, [&](const auto& procedure) { return procedures.contains(procedure.get()); });
 }
 
+std::vector<TamberProcedure*> ProcedureList::SharePools() {
+  std::vector<TamberProcedure*> all;
+  for (const auto& pool : pools_) {
+    for (const auto& procedure : *pool) all.push_back(procedure.get());
+  }
+  pools_.push_back(std::make_shared<Pool>());
+  return all;
+}
+
 void ProcedureList::ClearList() {
-  byName_.clear();
-  sorted_.clear();
+  table_ = kel::Cow<Table>();
   if (runs_ > 0) retired_.insert(retired_.end(), pools_.begin(), pools_.end());
   pools_ = {std::make_shared<Pool>()};
 }
@@ -83,7 +97,7 @@ void ProcedureList::DumpProcedures(KelString& out, const KelString& words) const
     out += "\r\n";
   };
   if (selection.All()) {
-    for (const TamberProcedure* procedure : sorted_) write(procedure);
+    for (const TamberProcedure* procedure : Sorted()) write(procedure);
     return;
   }
   for (std::string_view name : selection.Names()) write(GetProcedure(name));

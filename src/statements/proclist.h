@@ -6,6 +6,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "kel/cow.h"
 #include "kel/export.h"
 #include "kel/kelascii.h"
 #include "kel/kelstring.h"
@@ -37,7 +38,7 @@ class TAMBER_API ProcedureList {
   uint32_t FindProcedure(std::string_view name) const;
   TamberProcedure* GetProcedure(uint32_t index) const;
   TamberProcedure* GetProcedure(std::string_view name) const;
-  uint32_t GetProcedureCount() const { return static_cast<uint32_t>(sorted_.size()); }
+  uint32_t GetProcedureCount() const { return static_cast<uint32_t>(Sorted().size()); }
   /// Takes a procedure out of the list, which still owns it, and returns it borrowed; null when
   /// there is none of the name.
   TamberProcedure* RemoveProcedure(std::string_view name);
@@ -47,6 +48,9 @@ class TAMBER_API ProcedureList {
   /// "Procedures dump:" and a line each; `words` limits it to these names ("*" and "" as for the
   /// variable dumps).
   void DumpProcedures(KelString& out, const KelString& words) const;
+  /// All procedures that code of this list may call, those that were taken out of it among them.
+  /// From now on they are shared, and stay as long as any list that knows them.
+  std::vector<TamberProcedure*> SharePools();
   /// Around every run: what ClearList takes away meanwhile stays until the last run has ended.
   void BeginRun() { ++runs_; }
   void EndRun() {
@@ -60,8 +64,14 @@ class TAMBER_API ProcedureList {
   TAMBER_LOCAL void DestroyProcedures(const Set& procedures);
   TAMBER_LOCAL uint32_t FindNearestProcedure(std::string_view name) const;
 
-  std::vector<TamberProcedure*> sorted_;
-  std::unordered_map<std::string_view, TamberProcedure*, kel::NoCaseHash, kel::NoCaseEqual> byName_;
+  struct Table {
+    std::vector<TamberProcedure*> sorted;
+    std::unordered_map<std::string_view, TamberProcedure*, kel::NoCaseHash, kel::NoCaseEqual>
+        byName;
+  };
+  const std::vector<TamberProcedure*>& Sorted() const { return table_.Read().sorted; }
+
+  kel::Cow<Table> table_;
   /// Our own procedures last; before them those of the contexts that ours were copied from.
   std::vector<std::shared_ptr<Pool>> pools_;
   std::vector<std::shared_ptr<Pool>> retired_;

@@ -380,6 +380,22 @@ Cell SeparateCell(Kind kind, Cell cell) {
   return made.Take();
 }
 
+Variable* SeparateVariable(const Variable& variable, const Name& name) {
+  Variable& source = LookThrough(const_cast<Variable&>(variable));
+  const Kind kind = KindOf(source);
+  Variable* copy;
+  if (IsManaged(kind)) {
+    OwnedCell value(kind, SeparateCell(kind, *CellOf(source)));
+    copy = MakeVariable(TypeOf(source), name, value.cell);
+    value.Take();
+  } else {
+    copy = source.Clone();  // of its very class, which counts nothing
+    copy->SetOwnName(name);
+  }
+  copy->SetVarFlags(variable.GetVarFlags());
+  return copy;
+}
+
 bool IsSameCell(Kind kind, Cell left, Cell right) {
   switch (kind) {
     case Kind::String:

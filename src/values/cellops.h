@@ -15,6 +15,8 @@ TAMBER_API Cell CopyCell(Kind kind, Cell cell);
 /// A further value that shares nothing with the first, neither now nor later: threads may make
 /// such copies of a value that none of them changes.
 Cell SeparateCell(Kind kind, Cell cell);
+/// The same of a variable, with its flags; references are followed.
+Variable* SeparateVariable(const Variable& variable, const Name& name);
 /// Whether two values of a kind are of one type and alike in every part.
 bool IsSameCell(Kind kind, Cell left, Cell right);
 /// The empty value of a type: 0, "", an empty array, a structure as its type begins.

@@ -68,7 +68,9 @@ TamberType::TamberType(const KelString& name, Variable* prototype, uint32_t flag
       flags_(flags) {}
 
 TamberType::TamberType(const TamberType& other)
-    : name_(other.name_), prototype_(other.prototype_->Clone()), flags_(other.flags_) {}
+    : name_(other.name_),
+      prototype_(other.NewVariable(other.prototype_->OwnName())),
+      flags_(other.flags_) {}
 
 TamberType::~TamberType() { Variable::Delete(prototype_); }
 
@@ -81,8 +83,13 @@ int32_t TamberType::IsCompatibleType(const TamberType* other) const {
 }
 
 Variable* TamberType::CreateVariable(const KelString& name) const {
+  return NewVariable(Name(name.View()));
+}
+
+Variable* TamberType::NewVariable(const Name& name) const {
+  if (separates_) return tamber::SeparateVariable(*prototype_, name);
   Variable* variable = prototype_->Clone();
-  variable->SetOwnName(Name(name.View()));
+  variable->SetOwnName(name);
   return variable;
 }
 
@@ -291,6 +298,15 @@ const TamberType* TypeList::Lookup(std::string_view word) const { return Table()
 TypeRef TypeList::FindTypeRef(std::string_view word) const {
   const TamberType* type = Lookup(word);
   return type != nullptr ? type->Type() : TypeRef();
+}
+
+void TypeList::ShareWithPrograms() {
+  if (shared_) return;
+  for (const TypeTable::Entry& entry : own_->sorted) {
+    tamber::SweepInside(*entry.type->GetVariable());
+    entry.type->Separate();
+  }
+  shared_ = std::move(own_);
 }
 
 std::shared_ptr<const TypeTable> TypeList::ShareTypes() {

@@ -37,10 +37,17 @@ class TAMBER_API TamberType {
   const tamber::Name& OwnName() const { return name_; }
   const tamber::TypeRef& Type() const;
 
+  /// From now on threads read the prototype at the same time, so that values are copied from it
+  /// and never shared.
+  void Separate() { separates_ = true; }
+
  private:
+  Variable* NewVariable(const tamber::Name& name) const;
+
   tamber::Name name_;
   Variable* prototype_;
   uint32_t flags_;
+  bool separates_ = false;
 };
 
 namespace tamber {
@@ -96,6 +103,9 @@ class TAMBER_API TypeList {
   std::shared_ptr<const tamber::TypeTable> ShareTypes();
   /// Drops everything and starts from a shared table.
   void UseTypes(std::shared_ptr<const tamber::TypeTable> types);
+  /// The same for a table that goes with the last list which uses it: variables of its types share
+  /// nothing with its prototypes.
+  void ShareWithPrograms();
 
  private:
   TAMBER_LOCAL uint32_t FindNearestType(const KelString& name) const;
