@@ -140,11 +140,11 @@ class TAMBER_API TamberOperators {
   TAMBER_LOCAL const Variable* GetArrayReturnType(const Variable* left, const Variable* right);
   TAMBER_LOCAL int32_t Fail(int32_t code, std::string_view text = {});
   template <Operator_e kCode, class Compute>
-  int32_t Arithmetic(Stack* stack, Compute compute);
+  TAMBER_LOCAL int32_t Arithmetic(Stack* stack, Compute compute);
   template <Operator_e kCode, class Compute>
-  int32_t Integral(Stack* stack, Compute compute);
+  TAMBER_LOCAL int32_t Integral(Stack* stack, Compute compute);
   template <Operator_e kCode, class Compute>
-  int32_t Compare(Stack* stack, Compute compute);
+  TAMBER_LOCAL int32_t Compare(Stack* stack, Compute compute);
   TAMBER_LOCAL int32_t Join(Stack* stack);
 
   int32_t operatorError_ = 0;

@@ -53,7 +53,7 @@ class InstallTest(unittest.TestCase):
                    "-DCMAKE_BUILD_TYPE=Release", *settings)
 
     def test_what_is_shipped_is_hardened(self):
-        # FORTIFY needs an optimising compiler; what clang can check of it is nothing that is called here.
+        # FORTIFY needs an optimising compiler; clang has it for fewer calls.
         fortified = self.compiler_id == "GNU" and \
             "CMAKE_BUILD_TYPE:STRING=Debug" not in (self.build / "CMakeCache.txt").read_text()
         for file in self.library, self.prefix / "bin/tamber":
@@ -162,7 +162,7 @@ class InstallTest(unittest.TestCase):
         hidden = {"TamberModuleStamp"}
         for item in self.build.glob("CMakeFiles/tamber_*.dir/**/*.o"):
             for line in run("readelf", "-sW", item).splitlines():
-                found = re.search(r" (?:GLOBAL|WEAK) +DEFAULT +\d+ (?!_ZN?K?St|_ZT.St|_ZN9__gnu)(\S+)", line)
+                found = re.search(r" (?:GLOBAL|WEAK) +DEFAULT +\d+ (?!_ZZ?N?K?St|_ZT.St|_ZN9__gnu)(\S+)", line)
                 if found and found[1] not in shown:
                     hidden.add(found[1])
         self.assertEqual(hidden, {"TamberModuleStamp"}, "cmake/exports.map.in lacks them")
