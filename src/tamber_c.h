@@ -5,11 +5,11 @@
  * \file
  * Tamber for programs in C, and for languages that call C.
  *
- * Functions return TAMBER_OK or say what was wrong. Contexts and calls are numbers in the shape of
- * pointers: null, and one that has been freed or has ended, is refused and never followed. A
- * context is used by one thread at a time. Strings are bytes with a length and may hold NULs;
- * strings that are returned end with a NUL as well, belong to the context, and are valid until the
- * next function is called with it.
+ * Functions return TAMBER_OK or say what was wrong. Contexts, programs and calls are numbers in the
+ * shape of pointers: null, and one that has been freed or has ended, is refused and never followed.
+ * A context is used by one thread at a time, a program by any number of them. Strings are bytes
+ * with a length and may hold NULs; strings that are returned end with a NUL as well, belong to the
+ * context, and are valid until the next function is called with it.
  */
 
 #include <stddef.h>
@@ -22,13 +22,15 @@ extern "C" {
 #endif
 
 typedef struct tamber_context tamber_context;
+/** What a context was prepared with, for many contexts: see tamber_freeze. */
+typedef struct tamber_program tamber_program;
 /** A running call of a function of the host; ends when that function returns. */
 typedef struct tamber_call tamber_call;
 
 enum {
   TAMBER_OK = 0,
   TAMBER_FAILED = 1,       /**< the script has an error: see tamber_get_error */
-  TAMBER_BAD_HANDLE = 2,   /**< the context or call is null or no longer there */
+  TAMBER_BAD_HANDLE = 2,   /**< the context, program or call is null or no longer there */
   TAMBER_BAD_ARGUMENT = 3, /**< a null pointer, a position that is not there, a malformed path */
   TAMBER_NOT_FOUND = 4,    /**< no variable of that name, no such part, or no result */
   TAMBER_WRONG_TYPE = 5,   /**< the value is not of that type */
@@ -102,6 +104,21 @@ TAMBER_API const char* tamber_version(void);
 TAMBER_API tamber_context* tamber_new(void);
 /** Ends a context; one that is running ends with its run. */
 TAMBER_API int tamber_free(tamber_context* context);
+
+/* Programs: compile once, run in as many contexts and threads as there are requests. */
+/** Makes a program of what a context has: scripts, types, registered functions, the values of its
+ * globals, its settings, and where output and reports go. Neither changes the other afterwards, and
+ * either may be freed first. TAMBER_FAILED, with a null program, while the context runs, and after
+ * a compilation that has failed until another one succeeds. Threads will call the registered
+ * functions at the same time, each with the `user` that it was registered with. */
+TAMBER_API int tamber_freeze(tamber_context* context, tamber_program** program);
+/** A context that begins as the program's was, without compiling anything; null when it fails. May
+ * be called from any number of threads at the same time. */
+TAMBER_API int tamber_new_from(tamber_program* program, tamber_context** context);
+/** Releases a program; contexts that were made of it go on, and the last of them ends it. May be
+ * called from any thread. */
+TAMBER_API int tamber_free_program(tamber_program* program);
+
 /** The configuration file; initially "./tamber.ini". Reports of errors are written only where it
  * says so. */
 TAMBER_API int tamber_set_ini(tamber_context* context, const char* path);

@@ -1,46 +1,58 @@
 #include "host/c_context.h"
 
+#include <atomic>
 #include <mutex>
 #include <unordered_map>
 
 #include "values/cellops.h"
+#include "values/errcodes.h"
 
 namespace tamber::host {
 namespace {
 
-/// The contexts that are there. Numbers are never used twice, so that a stale one stays refused.
-class Contexts {
+/// Numbers are never used twice, so that a stale one stays refused; nor for things of two kinds.
+/// They are odd, as no pointer to an object is: the two cannot be taken for each other.
+uintptr_t NextHandle() {
+  static std::atomic<uintptr_t> next{1};
+  return next.fetch_add(2, std::memory_order_relaxed);
+}
+
+/// The contexts or programs that are there, by what C calls them.
+template <class Handle, class Object>
+class Table {
  public:
-  tamber_context* Add(std::shared_ptr<CContext> context) {
+  Handle* Add(std::shared_ptr<Object> object) {
+    const uintptr_t id = NextHandle();
     const std::lock_guard lock(mutex_);
-    // Odd, as no pointer to an object is: the two cannot be taken for each other.
-    const uintptr_t id = next_;
-    next_ += 2;
-    contexts_.emplace(id, std::move(context));
-    return reinterpret_cast<tamber_context*>(id);
+    objects_.emplace(id, std::move(object));
+    return reinterpret_cast<Handle*>(id);
   }
-  std::shared_ptr<CContext> Find(const tamber_context* handle) {
+  std::shared_ptr<Object> Find(const Handle* handle) {
     const std::lock_guard lock(mutex_);
-    const auto found = contexts_.find(reinterpret_cast<uintptr_t>(handle));
-    return found != contexts_.end() ? found->second : nullptr;
+    const auto found = objects_.find(reinterpret_cast<uintptr_t>(handle));
+    return found != objects_.end() ? found->second : nullptr;
   }
   /// Null when there is none. What is handed back is destroyed outside the lock.
-  std::shared_ptr<CContext> Remove(const tamber_context* handle) {
+  std::shared_ptr<Object> Remove(const Handle* handle) {
     const std::lock_guard lock(mutex_);
-    auto node = contexts_.extract(reinterpret_cast<uintptr_t>(handle));
+    auto node = objects_.extract(reinterpret_cast<uintptr_t>(handle));
     return node ? std::move(node.mapped()) : nullptr;
   }
 
  private:
   std::mutex mutex_;
-  uintptr_t next_ = 1;
-  std::unordered_map<uintptr_t, std::shared_ptr<CContext>> contexts_;
+  std::unordered_map<uintptr_t, std::shared_ptr<Object>> objects_;
 };
 
-Contexts& AllContexts() {
-  // Never destroyed: hosts free contexts from destructors of their own.
-  static auto* const contexts = new Contexts;
+// Never destroyed: hosts free contexts and programs from destructors of their own.
+auto& AllContexts() {
+  static auto* const contexts = new Table<tamber_context, CContext>;
   return *contexts;
+}
+
+auto& AllPrograms() {
+  static auto* const programs = new Table<tamber_program, CProgram>;
+  return *programs;
 }
 
 VariablePtr NumberOf(Kind kind, Cell cell) {
@@ -141,18 +153,49 @@ VariablePtr StringOf(const char* text, size_t length) {
 
 }  // namespace tamber::host
 
+using namespace tamber::host;
+
 const char* tamber_version(void) { return TAMBER_LIBRARY_VERSION; }
 
 tamber_context* tamber_new(void) {
   try {
-    return tamber::host::AllContexts().Add(std::make_shared<tamber::host::CContext>());
+    return AllContexts().Add(std::make_shared<CContext>());
   } catch (...) {
     return nullptr;
   }
 }
 
 int tamber_free(tamber_context* context) {
-  return tamber::host::Guarded([&] {
-    return tamber::host::AllContexts().Remove(context) != nullptr ? TAMBER_OK : TAMBER_BAD_HANDLE;
+  return Guarded(
+      [&] { return AllContexts().Remove(context) != nullptr ? TAMBER_OK : TAMBER_BAD_HANDLE; });
+}
+
+int tamber_freeze(tamber_context* context, tamber_program** program) {
+  if (program == nullptr) return TAMBER_BAD_ARGUMENT;
+  *program = nullptr;
+  return WithContext(context, [&](CContext& own) -> int {
+    auto made = std::make_shared<CProgram>(CProgram{own.context.Freeze(), own.listeners});
+    if (made->program == nullptr) {
+      const int32_t code = own.context.GetContextError();
+      return code == ERR_NOMEMORY ? TAMBER_NO_MEMORY : FailureOf(code);
+    }
+    *program = AllPrograms().Add(std::move(made));
+    return TAMBER_OK;
   });
+}
+
+int tamber_new_from(tamber_program* program, tamber_context** context) {
+  if (context == nullptr) return TAMBER_BAD_ARGUMENT;
+  *context = nullptr;
+  return Guarded([&]() -> int {
+    const std::shared_ptr<const CProgram> own = AllPrograms().Find(program);
+    if (own == nullptr) return TAMBER_BAD_HANDLE;
+    *context = AllContexts().Add(std::make_shared<CContext>(*own));
+    return TAMBER_OK;
+  });
+}
+
+int tamber_free_program(tamber_program* program) {
+  return Guarded(
+      [&] { return AllPrograms().Remove(program) != nullptr ? TAMBER_OK : TAMBER_BAD_HANDLE; });
 }

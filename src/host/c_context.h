@@ -4,6 +4,7 @@
 #include <new>
 #include <string>
 
+#include "context/program.h"
 #include "context/tambctxt.h"
 #include "host/value.h"
 #include "host/valuepath.h"
@@ -12,19 +13,39 @@
 /// What the files of the C interface share.
 namespace tamber::host {
 
-/// What a tamber_context stands for.
-struct CContext {
-  CContext() { context.SetDefaultReports(false); }
-
-  TamberContext context;
-  Stack stack;  ///< the arguments of the next run
-  VariablePtr result;
-  std::string resultPart;  ///< the part of it that is read
+/// Where output and reports go.
+struct CListeners {
   tamber_output output = nullptr;
   void* outputUser = nullptr;
   tamber_report report = nullptr;
   void* reportUser = nullptr;
 };
+
+/// What a tamber_program stands for.
+struct CProgram {
+  std::shared_ptr<const TamberProgram> program;
+  CListeners listeners;
+};
+
+/// What a tamber_context stands for.
+struct CContext {
+  CContext() { context.SetDefaultReports(false); }
+  /// What the program's context called was that context's; this one has to be listened to itself.
+  explicit CContext(const CProgram& from) : listeners(from.listeners), context(from.program) {
+    Listen();
+  }
+  /// After a change of the listeners.
+  void Listen();
+
+  CListeners listeners;
+  TamberContext context;
+  Stack stack;  ///< the arguments of the next run
+  VariablePtr result;
+  std::string resultPart;  ///< the part of it that is read
+};
+
+/// What a failure is: an error of the script, or no error but a stop.
+int FailureOf(int32_t code);
 
 /// Null when there is none.
 std::shared_ptr<CContext> FindContext(const tamber_context* handle);

@@ -8,9 +8,6 @@
 namespace tamber::host {
 namespace {
 
-/// What a failure is: an error of the script, or no error but a stop.
-int FailureOf(int32_t code) { return code == ERR_STOPPED ? TAMBER_STOPPED : TAMBER_FAILED; }
-
 int Finish(CContext& context, int32_t compiled) {
   context.result.reset();
   return compiled != 0 ? TAMBER_OK : FailureOf(context.context.GetContextError());
@@ -24,6 +21,9 @@ int WithResult(tamber_context* handle, Read&& read) {
 }
 
 }  // namespace
+
+int FailureOf(int32_t code) { return code == ERR_STOPPED ? TAMBER_STOPPED : TAMBER_FAILED; }
+
 }  // namespace tamber::host
 
 using namespace tamber::host;

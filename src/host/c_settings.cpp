@@ -21,7 +21,23 @@ bool IsAccess(int access) { return access >= TAMBER_NO_ACCESS && access <= TAMBE
 /// An operation of a context that says 1 or 0.
 int Said(int32_t done) { return done != 0 ? TAMBER_OK : TAMBER_FAILED; }
 
+void PassOutput(std::string_view text, void* user) {
+  const auto& to = *static_cast<const CListeners*>(user);
+  to.output(text.data(), text.size(), to.outputUser);
+}
+
+bool PassReport(const KelString& section, std::string_view text, void* user) {
+  const auto& to = *static_cast<const CListeners*>(user);
+  return to.report(section.GetString(), text.data(), text.size(), to.reportUser) != 0;
+}
+
 }  // namespace
+
+void CContext::Listen() {
+  context.SetOutputSink(listeners.output != nullptr ? PassOutput : nullptr, &listeners);
+  context.SetReportSink(listeners.report != nullptr ? PassReport : nullptr, &listeners);
+}
+
 }  // namespace tamber::host
 
 using namespace tamber::host;
@@ -36,36 +52,18 @@ int tamber_set_ini(tamber_context* context, const char* path) {
 
 int tamber_set_output(tamber_context* context, tamber_output output, void* user) {
   return WithContext(context, [&](CContext& own) -> int {
-    own.output = output;
-    own.outputUser = user;
-    if (output == nullptr) {
-      own.context.SetOutputSink(nullptr, nullptr);
-      return TAMBER_OK;
-    }
-    own.context.SetOutputSink(
-        [](std::string_view text, void* target) {
-          const auto& sink = *static_cast<CContext*>(target);
-          sink.output(text.data(), text.size(), sink.outputUser);
-        },
-        &own);
+    own.listeners.output = output;
+    own.listeners.outputUser = user;
+    own.Listen();
     return TAMBER_OK;
   });
 }
 
 int tamber_set_report(tamber_context* context, tamber_report report, void* user) {
   return WithContext(context, [&](CContext& own) -> int {
-    own.report = report;
-    own.reportUser = user;
-    if (report == nullptr) {
-      own.context.SetReportSink(nullptr, nullptr);
-      return TAMBER_OK;
-    }
-    own.context.SetReportSink(
-        [](const KelString& section, std::string_view text, void* target) {
-          const auto& sink = *static_cast<CContext*>(target);
-          return sink.report(section.GetString(), text.data(), text.size(), sink.reportUser) != 0;
-        },
-        &own);
+    own.listeners.report = report;
+    own.listeners.reportUser = user;
+    own.Listen();
     return TAMBER_OK;
   });
 }

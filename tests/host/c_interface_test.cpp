@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <initializer_list>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -313,6 +314,62 @@ TEST_F(CInterfaceTest, AContextFreedWhileItRunsEndsWithItsRun) {
   EXPECT_EQ(tamber_run(context, "main"), TAMBER_OK);
   EXPECT_EQ(output_, "freed 5");
   EXPECT_EQ(tamber_run(context, "main"), TAMBER_BAD_HANDLE);
+}
+
+TEST_F(CInterfaceTest, ProgramsAreSharedByThreads) {
+  tamber_program* program = nullptr;
+  const auto freezes = [](tamber_call* call, void* user) -> int {
+    tamber_program* refused = nullptr;
+    EXPECT_EQ(tamber_freeze(static_cast<tamber_context*>(user), &refused), TAMBER_FAILED);
+    return tamber_return_int(call, refused == nullptr ? 0 : 1);
+  };
+  ASSERT_EQ(tamber_register(context_, "int Freezes ()", freezes, context_), TAMBER_OK);
+  ASSERT_EQ(Compile("int hits = 1\nint Hit(int n)\n  hits += n\n  Print(\"hit \")\n"
+                    "  return hits\nendproc\nint Inside()\n  return Freezes()\nendproc\n"),
+            TAMBER_OK);
+  int32_t n = 0;
+  EXPECT_EQ(tamber_run(context_, "Inside"), TAMBER_FAILED) << "it runs";
+  EXPECT_EQ(Error().code, 102);
+  EXPECT_EQ(Compile("strin late\n"), TAMBER_FAILED);
+  EXPECT_EQ(tamber_freeze(context_, &program), TAMBER_FAILED) << "it has an error";
+  EXPECT_EQ(program, nullptr);
+  EXPECT_EQ(Compile("string late\n"), TAMBER_OK);
+  ASSERT_EQ(tamber_freeze(context_, &program), TAMBER_OK);
+  // What is shown goes where the prepared context's did, though that is gone.
+  tamber_free(std::exchange(context_, nullptr));
+  std::thread threads[4];
+  std::string printed[std::size(threads)];
+  tamber_context* contexts[std::size(threads)];
+  for (size_t t = 0; t < std::size(threads); ++t) {
+    ASSERT_EQ(tamber_new_from(program, &contexts[t]), TAMBER_OK);
+    if (t > 0) tamber_set_output(contexts[t], Collect, &printed[t]);
+    threads[t] = std::thread([&, t] {
+      for (int round = 0; round < 50; ++round) {
+        tamber_push_int(contexts[t], 2);
+        EXPECT_EQ(tamber_run(contexts[t], "Hit"), TAMBER_OK);
+      }
+    });
+  }
+  EXPECT_EQ(tamber_free_program(program), TAMBER_OK);
+  for (std::thread& thread : threads) thread.join();
+  for (tamber_context* context : contexts) {
+    EXPECT_EQ(tamber_get_int(context, "hits", &n), TAMBER_OK);
+    EXPECT_EQ(n, 101);
+    EXPECT_EQ(tamber_free(context), TAMBER_OK);
+  }
+  for (const std::string* text : {&output_, &printed[1], &printed[3]})
+    EXPECT_EQ(text->size(), 200u);
+  // Neither is taken for the other.
+  tamber_context* none = contexts[0];
+  auto* const wrong = reinterpret_cast<tamber_program*>(contexts[0]);
+  for (tamber_program* bad : {static_cast<tamber_program*>(nullptr), program, wrong}) {
+    EXPECT_EQ(tamber_new_from(bad, &none), TAMBER_BAD_HANDLE);
+    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(tamber_free_program(bad), TAMBER_BAD_HANDLE);
+  }
+  EXPECT_EQ(tamber_new_from(program, nullptr), TAMBER_BAD_ARGUMENT);
+  EXPECT_EQ(tamber_freeze(nullptr, &program), TAMBER_BAD_HANDLE);
+  EXPECT_EQ(tamber_freeze(nullptr, nullptr), TAMBER_BAD_ARGUMENT);
 }
 
 }  // namespace
