@@ -1,6 +1,10 @@
 #pragma once
 
+#include <algorithm>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "kel/kelascii.h"
@@ -38,20 +42,68 @@ constexpr int32_t ShrInt(int32_t a, int32_t count) {
 /// chars is computed as an integer and cut to this.
 constexpr int32_t ToChar(int32_t value) { return static_cast<int8_t>(value); }
 
+/// Eight bytes of a text, the first one lowest.
+namespace words {
+
+static_assert(std::endian::native == std::endian::little);
+constexpr uint64_t kOnes = 0x0101010101010101;
+
+template <class Word>
+uint64_t Load(const char* bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof(word));
+  return word;
+}
+
+/// The bytes at `bytes`, of which there are `count`; NULs follow.
+inline uint64_t At(const char* bytes, size_t count) {
+  if (count >= sizeof(uint64_t)) return Load<uint64_t>(bytes);
+  if (count >= sizeof(uint32_t))
+    return Load<uint32_t>(bytes) | Load<uint32_t>(bytes + count - 4) << (count - 4) * 8;
+  if (count == 0) return 0;
+  return Load<uint8_t>(bytes) | Load<uint8_t>(bytes + count / 2) << count / 2 * 8 |
+         Load<uint8_t>(bytes + count - 1) << (count - 1) * 8;
+}
+
+/// The top bit of the first byte that is NUL, and maybe of some behind it.
+constexpr uint64_t FindNul(uint64_t word) { return (word - kOnes) & ~word & (kOnes * 0x80); }
+/// The bytes as kel::ToLower folds each.
+constexpr uint64_t Fold(uint64_t word) {
+  const uint64_t low = word & (kOnes * 0x7F);
+  const uint64_t fromA = low + kOnes * (0x80 - 'A');
+  const uint64_t beyondZ = low + kOnes * (0x7F - 'Z');
+  return word | ((fromA & ~beyondZ & ~word & (kOnes * 0x80)) >> 2);
+}
+
+}  // namespace words
+
+constexpr unsigned char FoldedByte(char byte, bool caseSensitive) {
+  return static_cast<unsigned char>(caseSensitive ? byte : kel::ToLower(byte));
+}
+
 /// Below 0, 0 or above 0: bytes unsigned, up to the first NUL of each text. Without case both are
 /// folded to lower case.
-constexpr int CompareText(std::string_view a, std::string_view b, bool caseSensitive) {
-  for (size_t i = 0;; ++i) {
-    char left = i < a.size() ? a[i] : '\0';
-    char right = i < b.size() ? b[i] : '\0';
-    if (left != right && !caseSensitive) {
-      left = kel::ToLower(left);
-      right = kel::ToLower(right);
-    }
-    if (left != right)
-      return static_cast<unsigned char>(left) < static_cast<unsigned char>(right) ? -1 : 1;
-    if (left == '\0') return 0;
+inline int CompareText(std::string_view a, std::string_view b, bool caseSensitive) {
+  const size_t shorter = std::min(a.size(), b.size());
+  size_t at = 0;
+  for (; shorter - at >= sizeof(uint64_t); at += sizeof(uint64_t)) {
+    const auto left = words::Load<uint64_t>(a.data() + at);
+    const auto right = words::Load<uint64_t>(b.data() + at);
+    if (words::FindNul(left) != 0) break;
+    if (left != right && (caseSensitive || words::Fold(left) != words::Fold(right))) break;
   }
+  // Here they differ, or one of them ends.
+  const uint64_t left = words::At(a.data() + at, a.size() - at);
+  const uint64_t right = words::At(b.data() + at, b.size() - at);
+  int shift = 0;
+  for (uint64_t differing = left ^ right; differing != 0; differing &= ~(uint64_t{0xFF} << shift)) {
+    shift = std::countr_zero(differing) & ~7;
+    if ((words::FindNul(left) & ((uint64_t{1} << shift) - 1)) != 0) return 0;
+    const unsigned char one = FoldedByte(static_cast<char>(left >> shift), caseSensitive);
+    const unsigned char other = FoldedByte(static_cast<char>(right >> shift), caseSensitive);
+    if (one != other) return one < other ? -1 : 1;
+  }
+  return 0;
 }
 
 /// The operations in whichever number type they are carried out.

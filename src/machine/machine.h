@@ -238,6 +238,7 @@ class Machine {
   bool TakeResult(const CallSite& site, uint32_t height, Cell& out);
   bool AppendAsText(StrBuf*& slot, Kind kind, Cell value);
   bool SameText(const StrBuf* a, const StrBuf* b);
+  bool SameWholeText(std::string_view left, std::string_view right);
   int32_t CompareTexts(const StrBuf* a, const StrBuf* b);
   bool IsCaseSensitive();
   void SweepArray(ArrayData& array);

@@ -1,11 +1,14 @@
 #include <algorithm>
+#include <bit>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "engine/arith.h"
 #include "engine/tambops.h"
 #include "functions/funclist.h"
+#include "kel/kelascii.h"
 #include "kel/stop.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
@@ -60,6 +63,14 @@ int32_t CompareLargeTexts(std::string_view left, std::string_view right, bool ca
     kel::CheckStop();
   }
 }
+
+/// The first eight bytes; NULs follow on those that there are. Behind a string there is room.
+uint64_t FirstBytes(const StrBuf* text) {
+  if (text == nullptr) return 0;
+  const auto word = words::Load<uint64_t>(text->Data());
+  return text->length >= sizeof(word) ? word : word & ((uint64_t{1} << text->length * 8) - 1);
+}
+static_assert(StrBuf::kSpare >= sizeof(uint64_t));
 
 void CallImplementation(const TamberFunction& function, FunctionCallInfo& call) {
   if (function.GetImplementation() != nullptr)
@@ -582,7 +593,25 @@ bool Machine::AppendAsText(StrBuf*& slot, Kind kind, Cell value) {
 }
 
 bool Machine::SameText(const StrBuf* a, const StrBuf* b) {
-  return a == b || CompareTexts(a, b) == 0;
+  if (a == b) return true;
+  // Mostly the first byte in which they differ tells, whether case counts or not.
+  const uint64_t left = FirstBytes(a);
+  const uint64_t right = FirstBytes(b);
+  if (left != right) {
+    const int shift = std::countr_zero(left ^ right) & ~7;
+    if (kel::ToLower(static_cast<char>(left >> shift)) !=
+        kel::ToLower(static_cast<char>(right >> shift)))
+      return (words::FindNul(left) & ((uint64_t{1} << shift) - 1)) != 0;
+  }
+  return SameWholeText(TextOf(a), TextOf(b));
+}
+
+bool Machine::SameWholeText(std::string_view left, std::string_view right) {
+  if (std::min(left.size(), right.size()) > kel::kBytesPerStep) [[unlikely]]
+    return CompareLargeTexts(left, right, IsCaseSensitive()) == 0;
+  if (left == right) return true;
+  return CompareText(left, right, false) == 0 &&
+         (!IsCaseSensitive() || CompareText(left, right, true) == 0);
 }
 
 int32_t Machine::CompareTexts(const StrBuf* a, const StrBuf* b) {

@@ -1,0 +1,91 @@
+"""Counts what ordinary things cost in instructions, beside their neighbours, so that no cliff grows back.
+
+A row is a statement that a script repeats. It is run under callgrind twice, the second time with twice as many
+repetitions; the difference divided by the number of repetitions is its cost. A row fails beyond its bound: twice what
+its neighbour costs in the same run, or, where the neighbour does something else, a number of instructions.
+"""
+
+import collections
+import re
+import subprocess
+
+SECONDS_PER_RUN = 120
+REPETITIONS = 200
+
+# bound: another row's statement with what it needs (the neighbour), or a number of instructions.
+Row = collections.namedtuple("Row", "name outside locals before statement bound")
+Neighbour = collections.namedtuple("Neighbour", "outside locals before statement")
+
+
+def repeated(text, count):
+    return f'"{text * count}"'
+
+
+TWO_TEXTS = "string a, b\n int n"
+ROWS = [
+    Row("equal strings, 1000 bytes", "", TWO_TEXTS,
+        f"a = {repeated('x', 1000)}\n b = {repeated('x', 1000)}",
+        "if a == b\n n += 1\n endif", 600),
+    Row("equal but for case, 1000 bytes", "", TWO_TEXTS,
+        f"a = {repeated('x', 1000)}\n b = {repeated('X', 1000)}",
+        "if a == b\n n += 1\n endif", 11000),
+    Row("order of strings, 1000 bytes, with case", "", TWO_TEXTS,
+        f"StrCase = TRUE\n a = {repeated('x', 1000)}\n b = {repeated('x', 1000)}",
+        "if a <= b\n n += 1\n endif", 4400),
+    Row("elif chain over 50 strings", "", TWO_TEXTS, 'a = "case50"',
+        'if a == "case0"\n n += 1\n' + "".join(f' elif a == "case{n}"\n n += 1\n' for n in range(1, 51)) + " endif",
+        9500),
+]
+
+
+def script(part, repetitions):
+    return f"""{part.outside}
+proc main()
+ {part.locals}
+ int i
+ {part.before}
+ for (i = 1; i <= {repetitions}; i += 1)
+ {part.statement}
+ endfor
+endproc
+"""
+
+
+def count(tamber, folder, part, repetitions):
+    """The instructions of a whole run. Raises when the script fails."""
+    path = folder / "cliff.tam"
+    path.write_text(script(part, repetitions))
+    command = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", tamber, path]
+    done = subprocess.run(command, cwd=folder, capture_output=True, timeout=SECONDS_PER_RUN)
+    told = done.stderr.decode("latin-1")
+    collected = re.search(r"Collected : (\d+)", told)
+    if done.returncode != 0 or done.stdout or collected is None:
+        lines = done.stdout.decode("latin-1").splitlines() or told.splitlines() or ["no message"]
+        raise RuntimeError(f"failed ({done.returncode}): {lines[0]}")
+    return int(collected.group(1))
+
+
+def cost(tamber, folder, part):
+    once, twice = (count(tamber, folder, part, REPETITIONS * times) for times in (1, 2))
+    return (twice - once) / REPETITIONS
+
+
+def measure(tamber, folder, words):
+    """Prints the rows whose names contain one of the words (none: all). Returns how many failed."""
+    failures = 0
+    print(f"{'instructions':44}{'cost':>9}{'bound':>9}")
+    for row in ROWS:
+        if words and not any(word in row.name for word in words):
+            continue
+        try:
+            own = cost(tamber, folder, row)
+            bound = row.bound
+            if isinstance(bound, Neighbour):
+                bound = 2 * cost(tamber, folder, bound)
+        except (RuntimeError, subprocess.TimeoutExpired) as fault:
+            failures += 1
+            print(f"{row.name:44}  {fault}")
+            continue
+        failures += own > bound
+        print(f"{row.name:44}{own:9.0f}{bound:9.0f}{'  too much' if own > bound else ''}", flush=True)
+    return failures
