@@ -176,7 +176,7 @@ int Run(const Options& options) {
   ErrorDisplay display(WantsColor(options.color));
   context.SetDiagnosticHandler(ErrorDisplay::Show, &display);
   output.Serve(context, ErrorDisplay::Show, &display);
-  RegisterFunction(context, "int PrintError (string Text)", PrintError, {.localsBlind = true});
+  RegisterFunctionLater(context, "int PrintError (string Text)", PrintError, {.localsBlind = true});
   SetOwnPath(&context);
   if (!options.iniPath.empty()) {
     context.SetIniPath(options.iniPath);

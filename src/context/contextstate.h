@@ -74,8 +74,6 @@ struct ErrorReporting {
   void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
   void* diagnosticUser = nullptr;
   TamberDiagnostic diagnostic;  ///< of the last report
-  /// Memory set aside for the report that there is none left, what hosts make of it included.
-  std::unique_ptr<char[]> reportRoom;
   /// A report that found no memory: it is made up for when what ran has been given back.
   struct OwedReport {
     SourcePlace place;
@@ -206,8 +204,9 @@ class ContextState final : public MachineHost, public CompileHost {
   /// A call of the host that compiles or runs begins: there was no error yet.
   void ForgetDiagnostic() {
     if (errors.diagnostic.code != 0) ClearDiagnostic();
-    if (errors.reportRoom == nullptr) PrepareReports();
+    if (!IsReadyToReport()) PrepareReports();
   }
+  bool IsReadyToReport() const;
   void PrepareReports();
   void ClearDiagnostic();
   /// Runs a handler of the host. It may use the context, and what it throws ends here. One that

@@ -125,12 +125,27 @@ ErrorRecord::~ErrorRecord() {
 
 void ContextState::ClearDiagnostic() { errors.diagnostic = TamberDiagnostic(); }
 
+namespace {
+
+/// Memory set aside for the report that there is none left, what hosts make of it included. A
+/// thread has it, for all of its contexts.
+std::unique_ptr<char[]>& ReportRoom() {
+  thread_local std::unique_ptr<char[]> room;
+  return room;
+}
+
+}  // namespace
+
+bool ContextState::IsReadyToReport() const {
+  return ReportRoom() != nullptr && !errors.owedReport.has_value();
+}
+
 void ContextState::PrepareReports() {
   // One block of the heap, which small blocks then come from, where a larger one would be a mapping
   // of its own that goes back to the system.
   constexpr size_t kRoom = 48 * 1024;
   errors.owedReport.reset();
-  errors.reportRoom.reset(new (std::nothrow) char[kRoom]);
+  if (ReportRoom() == nullptr) ReportRoom().reset(new (std::nothrow) char[kRoom]);
 }
 
 void ContextState::HandleParseError(const SourcePlace& place) {
@@ -139,7 +154,7 @@ void ContextState::HandleParseError(const SourcePlace& place) {
   run.errorReported = true;
   // The host may use the context while it is told, and have other errors reported meanwhile.
   std::optional<ErrorReporting::OwedReport> report = std::exchange(errors.owedReport, std::nullopt);
-  if (run.errorCode == ERR_NOMEMORY) errors.reportRoom.reset();
+  if (run.errorCode == ERR_NOMEMORY) ReportRoom().reset();
   const bool reported = Attempt([&] {
     if (!report) report.emplace(ErrorReporting::OwedReport{place});
     if (!report->hostKnows) {
@@ -155,7 +170,7 @@ void ContextState::HandleParseError(const SourcePlace& place) {
   });
   if (reported) return;
   errors.owedReport = std::move(report);
-  errors.reportRoom.reset();
+  ReportRoom().reset();
   run.errorReported = false;
 }
 

@@ -123,6 +123,7 @@ std::shared_ptr<const TamberProgram> TamberContext::Freeze() {
   try {
     state_->FreezeProcedures();
     ShareWithPrograms();
+    static_cast<void>(GetFunctionCount());  // what waits for the table comes in
     std::unique_ptr<TamberContext> prepared(new TamberContext(*this, Prepared::Program));
     std::shared_ptr<const TamberProgram> program(new TamberProgram(std::move(prepared)));
     state_->program = program;

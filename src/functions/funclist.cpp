@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "kel/dumpselection.h"
 #include "values/cellops.h"
@@ -164,15 +165,45 @@ uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> functio
   const uint32_t existing = FindFunctionFromSig(name, *function);
   if (existing != 0) {
     if (!replace) return existing;
-    auto& functions = table_.Write().functions;
+    auto& functions = OwnFunctions().functions;
     functions.erase(functions.begin() + (existing - 1));
   }
   return AddOverload(std::move(function));
 }
 
+void FunctionList::AddLater(std::shared_ptr<const TamberFunction> function) {
+  if (CannotHold(function->GetName())) {
+    waiting_.push_back(std::move(function));
+  } else {
+    AddFunction(std::move(function), false);
+  }
+}
+
+void FunctionList::AddWaiting() {
+  for (auto& function : std::exchange(waiting_, {})) AddFunction(std::move(function), false);
+}
+
+/// What waits comes in when somebody looks; that changes nothing that can be seen.
+const FunctionList::Table& FunctionList::Functions() const {
+  if (!waiting_.empty()) const_cast<FunctionList*>(this)->AddWaiting();
+  return table_.Read();
+}
+
+FunctionList::Table& FunctionList::OwnFunctions() {
+  if (!waiting_.empty()) AddWaiting();
+  return table_.Write();
+}
+
+bool FunctionList::CannotHold(std::string_view name) const {
+  if (table_.IsMade() || names_->MayHold(name)) return false;
+  return std::none_of(waiting_.begin(), waiting_.end(), [&](const auto& function) {
+    return kel::EqualsNoCase(function->GetName(), name);
+  });
+}
+
 uint32_t FunctionList::AddOverload(std::shared_ptr<const TamberFunction> function) {
   const uint32_t index = FindNearestFunction(function->GetName());
-  auto& functions = table_.Write().functions;
+  auto& functions = OwnFunctions().functions;
   functions.insert(functions.begin() + (index - 1), std::move(function));
   return index;
 }
@@ -225,7 +256,7 @@ uint32_t FunctionList::FindFunctionFromSig(std::string_view name,
 
 uint32_t FunctionList::FindFirstOverload(std::string_view name) const {
   if (CannotHold(name)) return 0;
-  const auto& functions = table_.Read().functions;
+  const auto& functions = Functions().functions;
   const auto found = std::lower_bound(functions.begin(), functions.end(), name,
                                       [](const auto& function, std::string_view wanted) {
                                         return kel::CompareNoCase(function->GetName(), wanted) < 0;
@@ -316,17 +347,17 @@ bool FunctionList::HasOneResult(uint32_t index) const {
 }
 
 const TamberFunction* FunctionList::GetFunction(uint32_t index) const {
-  const auto& functions = table_.Read().functions;
+  const auto& functions = Functions().functions;
   return index >= 1 && index <= functions.size() ? functions[index - 1].get() : nullptr;
 }
 
 std::shared_ptr<const TamberFunction> FunctionList::ShareFunction(uint32_t index) const {
-  const auto& functions = table_.Read().functions;
+  const auto& functions = Functions().functions;
   return index >= 1 && index <= functions.size() ? functions[index - 1] : nullptr;
 }
 
 uint32_t FunctionList::GetFunctionCount() const {
-  return static_cast<uint32_t>(table_.Read().functions.size());
+  return static_cast<uint32_t>(Functions().functions.size());
 }
 
 bool FunctionList::ExchangeFunction(const TamberFunction* entry,
@@ -334,7 +365,7 @@ bool FunctionList::ExchangeFunction(const TamberFunction* entry,
   uint32_t index = FindFirstOverload(entry->GetName());
   while (index != 0 && GetFunction(index) != entry) index = NextOverload(index);
   if (index == 0) return false;
-  Table& table = table_.Write();
+  Table& table = OwnFunctions();
   if (former != nullptr) {
     table.functions[index - 1] = std::move(former);
   } else {
@@ -343,7 +374,10 @@ bool FunctionList::ExchangeFunction(const TamberFunction* entry,
   return true;
 }
 
-void FunctionList::ClearList() { table_ = kel::Cow<Table>(); }
+void FunctionList::ClearList() {
+  table_ = kel::Cow<Table>();
+  waiting_.clear();
+}
 
 void FunctionList::DumpFunctions(KelString& out, const KelString& names,
                                  const KelString& indent) const {

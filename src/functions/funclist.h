@@ -60,6 +60,9 @@ class TAMBER_API FunctionList {
                        TamberFunctionExPtr implementation, VarList* parameters, uint16_t type,
                        bool replace);
   uint32_t AddFunction(std::shared_ptr<const TamberFunction> function, bool replace);
+  /// Adds a function whose index nobody wants to know, as above without `replace`. A table that is
+  /// not made yet is not made for it.
+  void AddLater(std::shared_ptr<const TamberFunction> function);
   /// Adds a function that has a name, and other parameters than any of that name that is there:
   /// none of their prototypes is read.
   uint32_t AddOverload(std::shared_ptr<const TamberFunction> function);
@@ -121,10 +124,12 @@ class TAMBER_API FunctionList {
                                      bool anyForArray) const;
   TAMBER_LOCAL void DumpFunction(KelString& out, const KelString& indent, uint32_t index) const;
 
-  bool CannotHold(std::string_view name) const {
-    return !table_.IsMade() && !names_->MayHold(name);
-  }
+  TAMBER_LOCAL bool CannotHold(std::string_view name) const;
+  TAMBER_LOCAL const Table& Functions() const;
+  TAMBER_LOCAL Table& OwnFunctions();
+  TAMBER_LOCAL void AddWaiting();
 
   kel::Cow<Table> table_;
-  const kel::NameFilter* names_ = nullptr;  ///< of a table that is not made yet
+  std::vector<std::shared_ptr<const TamberFunction>> waiting_;  ///< for the table to be made
+  const kel::NameFilter* names_ = nullptr;                      ///< of a table that is not made yet
 };

@@ -41,7 +41,8 @@ KelString Disagreement(const TamberFunction& function, Kind result,
 
 uint32_t RegisterWrapped(TamberContext& context, std::string_view text, Kind result,
                          std::span<const Kind> parameters, TamberFunctionPtr implementation,
-                         std::shared_ptr<void> target, const FunctionTraits& traits, bool replace) {
+                         std::shared_ptr<void> target, const FunctionTraits& traits,
+                         Adding adding) {
   const std::shared_ptr<TamberFunction> function = NewFunction(context, text);
   if (function == nullptr) return 0;
   if (implementation == nullptr) {
@@ -56,7 +57,12 @@ uint32_t RegisterWrapped(TamberContext& context, std::string_view text, Kind res
   function->SetImplementation(implementation);
   function->SetTarget(std::move(target));
   function->SetTraits(traits);
-  return context.AddFunction(std::shared_ptr<const TamberFunction>(function), replace);
+  if (adding == Adding::Later) {
+    context.AddLater(function);
+    return 1;
+  }
+  return context.AddFunction(std::shared_ptr<const TamberFunction>(function),
+                             adding == Adding::Replace);
 }
 
 }  // namespace tamber::host

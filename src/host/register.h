@@ -22,12 +22,15 @@ namespace tamber {
 
 namespace host {
 
+/// What becomes of a function that is registered already, and of a table that is not made yet.
+enum class Adding : uint8_t { Keep, Replace, Later };
+
 /// Registers what `Wrapped` made of a C++ function, after comparing the prototype with its kinds.
-/// The index, or 0 with the context error set.
+/// The index, 1 for one that is added later, or 0 with the context error set.
 TAMBER_API uint32_t RegisterWrapped(TamberContext& context, std::string_view prototype, Kind result,
                                     std::span<const Kind> parameters,
                                     TamberFunctionPtr implementation, std::shared_ptr<void> target,
-                                    const FunctionTraits& traits, bool replace);
+                                    const FunctionTraits& traits, Adding adding);
 
 /// Result and parameters of whatever can be called; one overload only.
 template <class F>
@@ -129,6 +132,25 @@ struct WrapOf {
 }  // namespace host
 }  // namespace tamber
 
+namespace tamber::host {
+
+template <class F>
+uint32_t Register(TamberContext& context, std::string_view prototype, F function,
+                  FunctionTraits traits, Adding adding) {
+  using Wrap = typename WrapOf<F>::Type;
+  TamberFunctionPtr run = &Wrap::Run;
+  if constexpr (std::is_pointer_v<F>) {
+    if (function == nullptr) run = nullptr;
+  }
+  std::shared_ptr<void> target;
+  if constexpr (!Wrap::kStateless) target = std::make_shared<F>(std::move(function));
+  traits.exactResult = Wrap::kResult != tamber::Kind::Any;
+  return RegisterWrapped(context, prototype, Wrap::kResult, Wrap::kParameters, run,
+                         std::move(target), traits, adding);
+}
+
+}  // namespace tamber::host
+
 /// Registers a C++ function (or a lambda, or an object with one call operator) under a prototype
 /// in the language's own syntax. Its types must be those of the prototype, as host/value.h lists
 /// them; "void" functions are registered with the result type `int` and return 0. A first parameter
@@ -146,15 +168,17 @@ struct WrapOf {
 template <class F>
 uint32_t RegisterFunction(TamberContext& context, std::string_view prototype, F function,
                           FunctionTraits traits = {}, bool replace = false) {
-  namespace host = tamber::host;
-  using Wrap = typename host::WrapOf<F>::Type;
-  TamberFunctionPtr run = &Wrap::Run;
-  if constexpr (std::is_pointer_v<F>) {
-    if (function == nullptr) run = nullptr;
-  }
-  std::shared_ptr<void> target;
-  if constexpr (!Wrap::kStateless) target = std::make_shared<F>(std::move(function));
-  traits.exactResult = Wrap::kResult != tamber::Kind::Any;
-  return host::RegisterWrapped(context, prototype, Wrap::kResult, Wrap::kParameters, run,
-                               std::move(target), traits, replace);
+  using tamber::host::Adding;
+  return tamber::host::Register(context, prototype, std::move(function), traits,
+                                replace ? Adding::Replace : Adding::Keep);
+}
+
+/// The same for a function whose index nobody wants to know: the table of all built-ins, which
+/// contexts share until one registers something, is not made before a script uses one of them.
+/// Returns false where RegisterFunction returns 0.
+template <class F>
+bool RegisterFunctionLater(TamberContext& context, std::string_view prototype, F function,
+                           FunctionTraits traits = {}) {
+  return tamber::host::Register(context, prototype, std::move(function), traits,
+                                tamber::host::Adding::Later) != 0;
 }

@@ -20,7 +20,10 @@
 namespace tamber {
 namespace {
 
-constexpr size_t kChunkCells = 8192;
+// Registers come in chunks, of which the first are small: most contexts serve one short request.
+constexpr size_t kFirstChunkCells = 256;
+constexpr size_t kMostChunkCells = 8192;
+constexpr size_t kFirstFrames = 8;
 
 }  // namespace
 
@@ -73,7 +76,8 @@ Cell* Machine::MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room) {
     chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(next));
   }
   if (next == chunks_.size()) {
-    size_t size = std::max<size_t>(code->Registers(), kChunkCells);
+    const size_t usual = std::min(kFirstChunkCells << std::min<size_t>(next, 16), kMostChunkCells);
+    const size_t size = std::max<size_t>(code->Registers(), usual);
     Chunk added;
     added.cells = std::make_unique_for_overwrite<Cell[]>(size);
     added.end = added.cells.get() + size;
@@ -86,7 +90,7 @@ Cell* Machine::MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room) {
 void Machine::PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result,
                         bool boundary) {
   if (frames_.size() == frameCount_) {
-    frames_.resize(std::max<size_t>(16, frames_.size() * 2));
+    frames_.resize(std::max(kFirstFrames, frames_.size() * 2));
     readyFrames_ = static_cast<uint32_t>(std::min<size_t>(frames_.size(), kMaxFrames));
   }
   FillFrame(code, base, result, room, boundary);
