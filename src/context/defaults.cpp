@@ -191,9 +191,10 @@ std::unique_ptr<VarList> CloneScope(const VarList& list) {
 
 std::unique_ptr<VarList> SeparateScope(const VarList& list) {
   auto copy = std::make_unique<VarList>(list.GetAutoSort());
+  copy->Reserve(list.GetSize());
   for (uint32_t i = 0; i < list.GetSize(); ++i) {
     const Variable& variable = *list.GetVariable(i);
-    copy->AddVariable(SeparateVariable(variable, variable.OwnName()));
+    copy->AddLast(SeparateVariable(variable, variable.OwnName()));
   }
   return copy;
 }

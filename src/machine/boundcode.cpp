@@ -7,14 +7,22 @@
 #include "values/strbuf.h"
 
 namespace tamber {
+namespace {
+
+template <class Entry>
+std::unique_ptr<Entry[]> MakeIfAny(size_t count) {
+  return count != 0 ? std::make_unique<Entry[]>(count) : nullptr;
+}
+
+}  // namespace
 
 BoundCode::BoundCode(const Code* code)
     : code_(code),
       begin_(code->instrs.data()),
       constants_(code->constants.data()),
       types_(code->types.data()),
-      globals_(new GlobalSlot[code->globals.size()]),
-      callees_(new Callee[code->procedures.size()]),
+      globals_(MakeIfAny<GlobalSlot>(code->globals.size())),
+      callees_(MakeIfAny<Callee>(code->procedures.size())),
       registers_(code->registers),
       parameters_(code->parameters) {
   for (size_t i = 0; i < code->globals.size(); ++i) globals_[i].use = &code->globals[i];

@@ -147,6 +147,11 @@ uint32_t VarList::AddVariable(Variable* variable, bool unique, bool* inserted) {
   return position;
 }
 
+void VarList::AddLast(Variable* variable) {
+  items_.push_back(variable);
+  DropIndex();
+}
+
 Variable* VarList::RemoveVariable(uint32_t position) {
   if (position >= items_.size()) return nullptr;
   Variable* variable = items_[position];

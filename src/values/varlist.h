@@ -49,6 +49,9 @@ class TAMBER_API VarList {
   /// returned,
   /// `*inserted` is false, and the caller still owns the new one. Null: kNotFound.
   uint32_t AddVariable(Variable* variable, bool unique = false, bool* inserted = nullptr);
+  /// Adds a variable whose place is the last one, in sort mode too; otherwise as above.
+  void AddLast(Variable* variable);
+  void Reserve(uint32_t count) { items_.reserve(count); }
   /// Takes a variable out; its holder becomes the caller's. Null when out of range.
   Variable* RemoveVariable(uint32_t position);
   Variable* RemoveVariable(std::string_view name);
