@@ -35,6 +35,15 @@ ROWS = [
     Row("elif chain over 50 strings", "", TWO_TEXTS, 'a = "case50"',
         'if a == "case0"\n n += 1\n' + "".join(f' elif a == "case{n}"\n n += 1\n' for n in range(1, 51)) + " endif",
         9500),
+    Row("append to a member, 50,000 bytes", "struct Page\n string text\nendstruct", "Page p",
+        f"p.text = {repeated('x', 50000)}", 'p.text += "x"',
+        Neighbour("", "string text", f"text = {repeated('x', 50000)}", 'text += "x"')),
+    Row("append to an element, 50,000 bytes", "", "string[] a\n int k",
+        f"a += 3\n k = 2\n a[k] = {repeated('x', 50000)}", 'a[k] += "x"',
+        Neighbour("", "string text", f"text = {repeated('x', 50000)}", 'text += "x"')),
+    Row("append a call to a part of a global, 50,000 bytes", "struct Page\n string text\nendstruct\nPage[] pages", "",
+        f"pages += 1\n pages[1].text = {repeated('x', 50000)}", 'pages[1].text += StrToUpper("x")',
+        Neighbour("string text", "", f"text = {repeated('x', 50000)}", 'text += StrToUpper("x")')),
 ]
 
 

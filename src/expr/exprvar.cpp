@@ -248,7 +248,7 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
   b.Free(source);
 }
 
-uint16_t ExpressionVariable::LowerArrayAddress(CodeBuilder& b, const Indexes& indexes) const {
+uint16_t ExpressionVariable::LowerCellAddress(CodeBuilder& b, const Indexes& indexes) const {
   return LowerAddress(b, indexes, selectors_.size());
 }
 

@@ -39,9 +39,9 @@ class ExpressionVariable final : public ExpressionBase {
   /// Assigns the value; it is given up.
   void LowerStore(tamber::CodeBuilder& builder, const std::vector<tamber::Operand>& indexes,
                   const tamber::Operand& value) const;
-  /// A register with the address of the cell of the array that this is.
-  uint16_t LowerArrayAddress(tamber::CodeBuilder& builder,
-                             const std::vector<tamber::Operand>& indexes) const;
+  /// A register with the address of the cell of the array or string that this is.
+  uint16_t LowerCellAddress(tamber::CodeBuilder& builder,
+                            const std::vector<tamber::Operand>& indexes) const;
   /// Whether it is a local of the procedure itself, so that its type is certain.
   bool IsOwnLocal(const tamber::CodeBuilder& builder) const;
   /// Whether a step can only be taken when it runs, variable by variable.

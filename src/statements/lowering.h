@@ -92,7 +92,13 @@ class ProcedureLowering {
 
   // --- stores (lowerstore.cpp) ---
   void LowerAssign(uint32_t i, const ExpressionBase& expression, const VarUse& target);
+  /// The operators of an expression that appends to a string, the last one first.
+  using Joins = std::vector<const ExpressionOperator*>;
   bool LowerAppend(const ExpressionBase& expression, const VarUse& target);
+  Operand LowerTail(const Joins& joins);
+  void AppendAt(const Operand& part, const std::function<uint16_t()>& load);
+  Joins FindSelectedAppends(const SelectedAssign& parts) const;
+  Operand Joined(const Operand& string, const Operand& tail);
   Operand StartString(const Operand& operand);
   void AppendTo(Op op, uint16_t string, const Operand& part);
   void LowerArrayOp(uint32_t i, const ExpressionBase& expression);
@@ -101,7 +107,7 @@ class ProcedureLowering {
   void LowerSelectedAssign(uint32_t i, const ExpressionBase& target);
   size_t LowerSelectedStore(const SelectedAssign& parts, Selecting selecting, Label& noTarget);
   void LowerStoreAfterError(const SelectedAssign& parts, const std::vector<Operand>& indexes,
-                            const Operand& value);
+                            const Operand& result, bool appends);
   void LowerValueAlone(const SelectedAssign& parts);
   void StoreEmpty(const VarUse& target, const TypeRef& type);
   void Clear(const Operand& variable);

@@ -1,5 +1,8 @@
 // Statements that store a value.
 
+#include <algorithm>
+
+#include "expr/exprcnst.h"
 #include "expr/exprop.h"
 #include "statements/lowering.h"
 #include "statements/procedure.h"
@@ -9,11 +12,61 @@
 namespace tamber {
 namespace {
 
+bool IsSame(const VarUse& a, const VarUse& b) {
+  return a.slot == b.slot && (a.slot >= 0 || a.name.Equals(b.name));
+}
+
 bool IsSameVariable(const ExpressionBase& node, const VarUse& target) {
   if (node.GetKind() != EXPRESSION_VARIABLE) return false;
   const auto& variable = static_cast<const ExpressionVariable&>(node);
-  if (!variable.IsSimple() || variable.Variable().slot != target.slot) return false;
-  return target.slot >= 0 || variable.Variable().name.Equals(target.name);
+  return variable.IsSimple() && IsSame(variable.Variable(), target);
+}
+
+bool IsSameSelection(const ExpressionVariable& a, const ExpressionVariable& b) {
+  return IsSame(a.Variable(), b.Variable()) &&
+         std::equal(a.Selectors().begin(), a.Selectors().end(), b.Selectors().begin(),
+                    b.Selectors().end(), [](const auto& x, const auto& y) {
+                      return x.isIndex == y.isIndex && (x.isIndex || x.member == y.member);
+                    });
+}
+
+/// Whether two expressions are alike, and so have one value; what calls something may have two.
+bool IsSameExpression(const ExpressionBase& left, const ExpressionBase& right) {
+  const ExpressionBase& a = Unwrap(left);
+  const ExpressionBase& b = Unwrap(right);
+  if (a.GetKind() != b.GetKind() || a.GetChildCount() != b.GetChildCount()) return false;
+  bool same = false;
+  if (a.GetKind() == EXPRESSION_VARIABLE) {
+    same = IsSameSelection(static_cast<const ExpressionVariable&>(a),
+                           static_cast<const ExpressionVariable&>(b));
+  } else if (a.GetKind() == EXPRESSION_OPERATOR) {
+    same = static_cast<const ExpressionOperator&>(a).GetOperatorIndex() ==
+           static_cast<const ExpressionOperator&>(b).GetOperatorIndex();
+  } else if (a.GetKind() == EXPRESSION_CONSTANT) {
+    same = a.Type()->GetKind() == Kind::Int && b.Type()->GetKind() == Kind::Int &&
+           static_cast<const ExpressionConstant&>(a).Value().i ==
+               static_cast<const ExpressionConstant&>(b).Value().i;
+  }
+  for (uint32_t i = 0; same && i < a.GetChildCount(); ++i)
+    same = IsSameExpression(*a.GetChild(i), *b.GetChild(i));
+  return same;
+}
+
+/// The joins of s + e1 + e2..., the last one first, when `isTarget` says so of s; else none.
+template <class IsTarget>
+std::vector<const ExpressionOperator*> FindAppends(const ExpressionBase& expression,
+                                                   const IsTarget& isTarget) {
+  std::vector<const ExpressionOperator*> joins;
+  const ExpressionBase* node = &Unwrap(expression);
+  while (node->GetKind() == EXPRESSION_OPERATOR) {
+    const auto* op = static_cast<const ExpressionOperator*>(node);
+    if (op->GetOperator() != TamberOperators::OP_ADD || op->Type()->GetKind() != Kind::String)
+      return {};
+    joins.push_back(op);
+    node = op->GetChild(0);
+  }
+  if (!joins.empty() && !isTarget(*node)) joins.clear();
+  return joins;
 }
 
 /// Registers hold an encrypted string as its plain text.
@@ -74,36 +127,47 @@ void ProcedureLowering::LowerAssign(uint32_t i, const ExpressionBase& expression
 /// so that a failure leaves the variable as it was.
 bool ProcedureLowering::LowerAppend(const ExpressionBase& expression, const VarUse& target) {
   if (target.type->GetKind() != Kind::String || builder_.IsDynamic(target)) return false;
-  std::vector<const ExpressionOperator*> chain;
-  const ExpressionBase* node = &Unwrap(expression);
-  while (node->GetKind() == EXPRESSION_OPERATOR) {
-    const auto* op = static_cast<const ExpressionOperator*>(node);
-    if (op->GetOperator() != TamberOperators::OP_ADD || op->Type()->GetKind() != Kind::String)
-      return false;
-    chain.push_back(op);
-    node = op->GetChild(0);
-  }
-  if (chain.empty() || !IsSameVariable(*node, target)) return false;
+  const Joins joins = FindAppends(
+      expression, [&](const ExpressionBase& node) { return IsSameVariable(node, target); });
+  if (joins.empty()) return false;
   // Script code could change a variable that is not the procedure's own before it is added to, and
   // who looks for locals by name one that is.
   if (expression.IsImpure() && !builder_.IsRegister(target)) return false;
   if (expression.LooksUpLocals()) return false;
-  Operand tail = chain.back()->GetChild(1)->Lower(builder_);
-  if (chain.size() > 1) {
-    tail = StartString(tail);
-    const uint32_t mark = builder_.Mark();
-    for (size_t k = chain.size() - 1; k-- > 0; builder_.Reset(mark))
-      AppendTo(Op::Append, tail.reg, chain[k]->GetChild(1)->Lower(builder_));
-  }
+  const Operand tail = LowerTail(joins);
   CheckError(expression);
-  if (builder_.IsRegister(target)) {
+  if (builder_.IsRegister(target))
     AppendTo(Op::Append, static_cast<uint16_t>(target.slot), tail);
-  } else {
-    if (tail.kind != Kind::String) tail = StartString(tail);
-    tail = builder_.ToReg(tail);
-    AppendTo(Op::AppendP, builder_.LoadAddress(target), tail);
-  }
+  else
+    AppendAt(tail, [&] { return builder_.LoadAddress(target); });
   return true;
+}
+
+/// What is appended, complete.
+Operand ProcedureLowering::LowerTail(const Joins& joins) {
+  Operand tail = joins.back()->GetChild(1)->Lower(builder_);
+  if (joins.size() == 1) return tail;
+  tail = StartString(tail);
+  const uint32_t mark = builder_.Mark();
+  for (size_t k = joins.size() - 1; k-- > 0; builder_.Reset(mark))
+    AppendTo(Op::Append, tail.reg, joins[k]->GetChild(1)->Lower(builder_));
+  return tail;
+}
+
+/// Appends to the string whose address `load` finds once the tail is there.
+void ProcedureLowering::AppendAt(const Operand& part, const std::function<uint16_t()>& load) {
+  const Operand tail = builder_.ToReg(part.kind == Kind::String ? part : StartString(part));
+  AppendTo(Op::AppendP, load(), tail);
+}
+
+/// The joins of `target = target + e1 + e2...` where the string can grow in place.
+ProcedureLowering::Joins ProcedureLowering::FindSelectedAppends(const SelectedAssign& parts) const {
+  const bool grows = parts.target.Type()->GetKind() == Kind::String &&
+                     !parts.target.IsDynamic(builder_) && !parts.value.LooksUpLocals();
+  if (!grows) return {};
+  return FindAppends(parts.value, [&](const ExpressionBase& node) {
+    return IsSameExpression(node, parts.target);
+  });
 }
 
 Operand ProcedureLowering::StartString(const Operand& operand) {
@@ -115,6 +179,12 @@ Operand ProcedureLowering::StartString(const Operand& operand) {
     builder_.Emit(Op::Text, reg, source.reg, static_cast<uint32_t>(source.kind));
   builder_.Free(source);
   return builder_.InReg(Kind::String, reg, TypeDesc::Of(Kind::String));
+}
+
+Operand ProcedureLowering::Joined(const Operand& string, const Operand& tail) {
+  const Operand whole = StartString(string);
+  AppendTo(Op::Append, whole.reg, tail);
+  return whole;
 }
 
 /// `op`: Append to the string in a register, or AppendP to that at an address.
@@ -180,7 +250,7 @@ void ProcedureLowering::LowerArrayChange(uint32_t i, const Operand& operand) {
   std::vector<Operand> indexes;
   if (selected != nullptr) indexes = selected->LowerIndexes(builder_);
   const uint16_t address = push != nullptr ? builder_.LoadAddress(push->Variable())
-                                           : selected->LowerArrayAddress(builder_, indexes);
+                                           : selected->LowerCellAddress(builder_, indexes);
   BeginEntry(i + 2);
   if (kind == STATEMENT_APPEND)
     builder_.Emit(Op::AAppend, address, value.reg, builder_.AppendIndex(type, value.type));
@@ -233,11 +303,12 @@ void ProcedureLowering::LowerValueAlone(const SelectedAssign& parts) {
 /// Without an error, which is the rule, control goes on behind this.
 void ProcedureLowering::LowerStoreAfterError(const SelectedAssign& parts,
                                              const std::vector<Operand>& indexes,
-                                             const Operand& value) {
+                                             const Operand& result, bool appends) {
   Label& noError = NewLabel();
   builder_.EmitJump(Op::JOk, 0, 0, noError);
   const uint32_t mark = builder_.Mark();
   const FrameState state = builder_.State();
+  const Operand value = appends ? Joined(parts.target.Lower(builder_), result) : result;
   const Operand held = parts.target.LowerReference(builder_, indexes);
   CheckError(parts.value);
   builder_.AssignVariable(held, value);
@@ -270,23 +341,29 @@ size_t ProcedureLowering::LowerSelectedStore(const SelectedAssign& parts, Select
     else
       target.LowerStore(builder_, indexes, value);
   };
-  const Operand result = parts.value.Lower(builder_);
-  const TypeRef type = Plain(result.type);
+  const bool isHeld = held.place == Operand::Place::Reg;
+  const Joins joins = isHeld ? Joins() : FindSelectedAppends(parts);
+  const bool appends = !joins.empty();
+  const Operand result = appends ? LowerTail(joins) : parts.value.Lower(builder_);
+  const TypeRef type = appends ? parts.target.Type() : Plain(result.type);
   const size_t pads = pads_.size();
-  AddPad(valueEntry, parts.statement + 2, state, mark, parts.end,
-         [this, store, type, held, indexes, &target = parts.target] {
-           if (type->GetKind() != Kind::Any) return store(builder_.EmptyValue(type));
-           const bool isHeld = held.place == Operand::Place::Reg;
-           Clear(isHeld ? held : target.LowerReference(builder_, indexes));
-         });
-  if (pads_.size() > pads) pads_.back().mayBeGone = held.place != Operand::Place::Reg;
-  const bool pulledAway = parts.value.CallsFunction() && held.place != Operand::Place::Reg;
+  AddPad(
+      valueEntry, parts.statement + 2, state, mark, parts.end,
+      [this, store, type, held, indexes, &target = parts.target] {
+        if (type->GetKind() != Kind::Any) return store(builder_.EmptyValue(type));
+        Clear(held.place == Operand::Place::Reg ? held : target.LowerReference(builder_, indexes));
+      });
+  if (pads_.size() > pads) pads_.back().mayBeGone = !isHeld;
+  const bool pulledAway = parts.value.CallsFunction() && !isHeld;
   if (pulledAway)
-    LowerStoreAfterError(parts, indexes, result);
+    LowerStoreAfterError(parts, indexes, result, appends);
   else
     CheckError(parts.value);
   BeginEntry(parts.statement + 2);
-  store(result);
+  if (appends)
+    AppendAt(result, [&] { return parts.target.LowerCellAddress(builder_, indexes); });
+  else
+    store(result);
   return valueEntry;
 }
 
