@@ -44,6 +44,11 @@ ROWS = [
     Row("append a call to a part of a global, 50,000 bytes", "struct Page\n string text\nendstruct\nPage[] pages", "",
         f"pages += 1\n pages[1].text = {repeated('x', 50000)}", 'pages[1].text += StrToUpper("x")',
         Neighbour("string text", "", f"text = {repeated('x', 50000)}", 'text += StrToUpper("x")')),
+    Row("MakeInt of a negative number", "", "string s\n int n", 's = "-12"', "n = MakeInt(s)", 860),
+    Row("StrEvalAsInteger of a number", "", "string s\n int n", 's = "12"', "n = StrEvalAsInteger(s)", 860),
+    Row("StrEvalAsDouble of a number", "", "string s\n double d", 's = "1.5"', "d = StrEvalAsDouble(s)", 860),
+    Row("StrEvalAsDouble of an integer", "", "string s\n double d", 's = "-12"', "d = StrEvalAsDouble(s)", 860),
+    Row("StrEvalAsFloat of a number", "", "string s\n float d", 's = "-1.5e3"', "d = StrEvalAsFloat(s)", 860),
 ]
 
 

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "context/contextstate.h"
+#include "engine/arith.h"
 #include "kel/kelascii.h"
 #include "kel/number.h"
 #include "modules/ee_str_bodies.h"
@@ -15,10 +16,12 @@ struct VariableDeleter {
 };
 using Value = std::unique_ptr<Variable, VariableDeleter>;
 
-/// Value of a text that is one number as the language writes integers; nothing for all other texts.
-/// Numbers out of files and forms need no compiler.
+/// Value of a text that is one number as the language writes integers, with a minus before it or
+/// without; nothing for all other texts. Numbers out of files and forms need no compiler.
 std::optional<int32_t> PlainInteger(std::string_view text) {
   text = kel::Trimmed(text);
+  const bool negative = text.starts_with('-');
+  if (negative) text.remove_prefix(1);
   const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
   if (hex) text.remove_prefix(2);
   const uint64_t base = hex ? 16 : 10;
@@ -29,7 +32,8 @@ std::optional<int32_t> PlainInteger(std::string_view text) {
     number = number * base + static_cast<uint64_t>(kel::HexValue(c));
   }
   if (number > std::numeric_limits<uint32_t>::max()) return std::nullopt;
-  return static_cast<int32_t>(static_cast<uint32_t>(number));
+  const auto value = static_cast<int32_t>(static_cast<uint32_t>(number));
+  return negative ? NegInt(value) : value;
 }
 
 /// Value of a text that is one number as the language writes it in a literal or turns it into text,
