@@ -21,6 +21,7 @@ def repeated(text, count):
     return f'"{text * count}"'
 
 
+FIND = 'found = StrMatchPcre("the item7 and others", p[k + 1])'
 TWO_TEXTS = "string a, b\n int n"
 ROWS = [
     Row("equal strings, 1000 bytes", "", TWO_TEXTS,
@@ -49,6 +50,12 @@ ROWS = [
     Row("StrEvalAsDouble of a number", "", "string s\n double d", 's = "1.5"', "d = StrEvalAsDouble(s)", 860),
     Row("StrEvalAsDouble of an integer", "", "string s\n double d", 's = "-12"', "d = StrEvalAsDouble(s)", 860),
     Row("StrEvalAsFloat of a number", "", "string s\n float d", 's = "-1.5e3"', "d = StrEvalAsFloat(s)", 860),
+    Row("one of 100 patterns", "", "string[] p\n bool found\n int k",
+        f"for (k = 0; k < 100; k += 1)\n p <<= \"item\" + k + \"[0-9]+\"\n {FIND}\n endfor",
+        f"k = i % 100\n {FIND}",
+        Neighbour("", "string[] p\n bool found\n int k",
+                  f"for (k = 0; k < 20; k += 1)\n p <<= \"item\" + k + \"[0-9]+\"\n {FIND}\n endfor",
+                  f"k = i % 20\n {FIND}")),
 ]
 
 

@@ -79,6 +79,8 @@ class Regex {
   virtual size_t GroupCount() const = 0;
   /// Whether characters of several bytes count as one in such a subject.
   virtual bool CountsCharacters(bool subjectIsUtf8) const = 0;
+  /// About how many bytes the compiled pattern comes to take.
+  virtual size_t Size() const = 0;
 
  protected:
   std::vector<RegexSpan> groups_;

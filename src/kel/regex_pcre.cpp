@@ -34,6 +34,7 @@ KEL_LAZY(pcre2, pcre2_match_context_create);
 KEL_LAZY(pcre2, pcre2_match_context_free);
 KEL_LAZY(pcre2, pcre2_match_data_create_from_pattern);
 KEL_LAZY(pcre2, pcre2_match_data_free);
+KEL_LAZY(pcre2, pcre2_pattern_info);
 KEL_LAZY(pcre2, pcre2_set_callout);
 KEL_LAZY(pcre2, pcre2_set_depth_limit);
 KEL_LAZY(pcre2, pcre2_set_heap_limit);
@@ -191,6 +192,13 @@ class Code {
                        flags | PCRE2_NO_UTF_CHECK, data_.get(), context);
   }
   size_t GroupCount() const { return pcre2_get_ovector_count(data_.get()); }
+  size_t Size() const {
+    size_t size = 0;
+    size_t compiled = 0;
+    pcre2_pattern_info(code_.get(), PCRE2_INFO_SIZE, &size);
+    pcre2_pattern_info(code_.get(), PCRE2_INFO_JITSIZE, &compiled);
+    return size + compiled;
+  }
   size_t MatchStart() const { return pcre2_get_ovector_pointer(data_.get())[0]; }
   void GetGroups(std::vector<RegexSpan>& groups) const {
     const PCRE2_SIZE* offsets = pcre2_get_ovector_pointer(data_.get());
@@ -254,6 +262,11 @@ class PcreRegex final : public Regex {
 
   bool CountsCharacters(bool subjectIsUtf8) const override {
     return patternIsUtf8_ && subjectIsUtf8;
+  }
+
+  /// With the compilations that subjects of another kind ask for.
+  size_t Size() const override {
+    return pattern_.size() + 2 * (plain_.size() * plain_[patternIsUtf8_]->Size());
   }
 
  private:

@@ -22,6 +22,8 @@ namespace {
 
 /// Bytes for a compiled pattern and its automata. It also bounds what a pattern may expand to.
 constexpr int64_t kMemory = int64_t{16} << 20;
+/// What it comes to in most cases: an automaton grows with the texts that it is used on.
+constexpr size_t kUsualSize = size_t{256} << 10;
 /// Beyond this the library complains on standard error, which belongs to the host.
 constexpr size_t kLongestPattern = size_t{64} * 1024;
 /// The library cannot be interrupted within a search. What one may cost is its automaton's size
@@ -95,6 +97,12 @@ class PosixRegex final : public Regex {
 
   bool CountsCharacters(bool subjectIsUtf8) const override {
     return patternIsUtf8_ && subjectIsUtf8;
+  }
+
+  size_t Size() const override {
+    constexpr size_t kPerInstruction = 64;
+    const auto program = static_cast<size_t>(compiled_[patternIsUtf8_]->ProgramSize());
+    return kUsualSize + pattern_.size() + compiled_.size() * program * kPerInstruction;
   }
 
  private:

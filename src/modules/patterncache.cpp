@@ -1,6 +1,7 @@
 #include "modules/patterncache.h"
 
-#include <algorithm>
+#include <functional>
+#include <utility>
 
 #include "kel/regex_pcre.h"
 #include "kel/regex_posix.h"
@@ -16,18 +17,37 @@ std::unique_ptr<kel::Regex> Compile(std::string_view pattern, PatternKind kind,
 
 }  // namespace
 
+size_t PatternCache::KeyHash::operator()(const Key& key) const {
+  const unsigned kind =
+      unsigned{key.kind.posix} | key.kind.caseSensitive << 1U | key.kind.multiline << 2U;
+  return std::hash<std::string_view>()(key.pattern) * 8 + kind;
+}
+
+void PatternCache::DropLast() {
+  const Entry& last = entries_.back();
+  index_.erase(KeyOf(last));
+  size_ -= last.size;
+  entries_.pop_back();
+}
+
 kel::Regex* PatternCache::Get(std::string_view pattern, PatternKind kind, kel::RegexFault& fault) {
-  const auto known = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
-    return entry.kind == kind && entry.pattern == pattern;
-  });
-  if (known != entries_.end()) {
-    std::rotate(entries_.begin(), known, known + 1);
+  // Mostly it is the same one in a loop.
+  const Key key{kind, pattern};
+  if (!entries_.empty() && KeyOf(entries_.front()) == key) return entries_.front().regex.get();
+  const auto known = index_.find(key);
+  if (known != index_.end()) {
+    entries_.splice(entries_.begin(), entries_, known->second);
     return entries_.front().regex.get();
   }
   std::unique_ptr<kel::Regex> regex = Compile(pattern, kind, fault);
   if (!regex) return nullptr;
-  if (entries_.size() == kCapacity) entries_.pop_back();
-  entries_.insert(entries_.begin(), Entry{kind, std::string(pattern), std::move(regex)});
+  const size_t size = sizeof(Entry) + pattern.size() + regex->Size();
+  while (!entries_.empty() && size_ + size > kCapacity) DropLast();
+  std::list<Entry> fresh;
+  fresh.push_back({kind, std::string(pattern), std::move(regex), size});
+  index_.emplace(KeyOf(fresh.front()), fresh.begin());
+  entries_.splice(entries_.begin(), fresh);
+  size_ += size;
   return entries_.front().regex.get();
 }
 

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <cstddef>
+#include <list>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <unordered_map>
 
 #include "kel/regex.h"
 
@@ -19,11 +20,11 @@ struct PatternKind {
   bool operator==(const PatternKind&) const = default;
 };
 
-/// The compiled patterns that a context has used last. Scripts use few patterns, and mostly the
-/// same one in a loop, so they are kept in the order of their use and looked for from the front.
+/// The compiled patterns that a context has used last, as many as fit into a certain memory; it
+/// always keeps the one that was asked for last.
 class PatternCache {
  public:
-  static constexpr size_t kCapacity = 32;
+  static constexpr size_t kCapacity = size_t{64} << 20;  ///< bytes, as kel::Regex::Size counts
 
   /// The compiled pattern, good until the next call; null with `fault` set for a malformed one.
   kel::Regex* Get(std::string_view pattern, PatternKind kind, kel::RegexFault& fault);
@@ -34,8 +35,22 @@ class PatternCache {
     PatternKind kind;
     std::string pattern;
     std::unique_ptr<kel::Regex> regex;
+    size_t size;
   };
-  std::vector<Entry> entries_;  // the last used one first
+  struct Key {
+    PatternKind kind;
+    std::string_view pattern;  ///< of the entry
+    bool operator==(const Key&) const = default;
+  };
+  struct KeyHash {
+    size_t operator()(const Key& key) const;
+  };
+  static Key KeyOf(const Entry& entry) { return {entry.kind, entry.pattern}; }
+  void DropLast();
+
+  std::list<Entry> entries_;  // the last used one first
+  std::unordered_map<Key, std::list<Entry>::iterator, KeyHash> index_;
+  size_t size_ = 0;
 };
 
 }  // namespace tamber
