@@ -155,6 +155,9 @@ class ContextState final : public MachineHost, public CompileHost {
   void CopySettings(const ContextState& from);
   /// Takes over who is told of errors, and where output goes.
   void CopyListeners(const ContextState& from);
+  /// The program whose constants and modules this context goes on to use; one that is made of it
+  /// keeps no others, so that old ones go when one after the other is made.
+  std::shared_ptr<const TamberProgram> Lender() const;
   /// Takes over what a program and its contexts have alike, sharing nothing that counts.
   void CopyPrepared(const ContextState& from);
   /// Makes all procedures what contexts of any thread share.

@@ -29,6 +29,19 @@ void Settle(const VarList* list) {
 
 }  // namespace
 
+std::shared_ptr<const TamberProgram> ContextState::Lender() const {
+  const VarList* const constants = scopes.programConstants;
+  if (constants == nullptr && modules->GetCount() == 0) return nullptr;
+  std::shared_ptr<const TamberProgram> lender = program;
+  while (lender != nullptr) {
+    const ContextState& own = *lender->prepared_->state_;
+    if (own.modules->OwnsAny() || (constants != nullptr && own.scopes.constants.get() == constants))
+      break;
+    lender = own.program;
+  }
+  return lender;
+}
+
 void ContextState::CopyPrepared(const ContextState& from) {
   errors.list = from.errors.list;
   CopySettings(from);
@@ -93,7 +106,7 @@ TamberContext::TamberContext(const TamberContext& prepared, Prepared)
 TamberContext::TamberContext(TamberContext& prepared, Prepared tag)
     : TamberContext(std::as_const(prepared), tag) {
   const ContextState& from = *prepared.state_;
-  state_->program = from.program;
+  state_->program = from.Lender();
   state_->scopes.programConstants = from.scopes.programConstants;
   state_->scopes.constants = tamber::SeparateIfAny(from.scopes.constants);
   for (const auto* list : {&state_->scopes.globals, &state_->scopes.externals,

@@ -6,6 +6,10 @@
 
 class TamberContext;
 
+namespace tamber {
+class ContextState;
+}
+
 /// What a host has prepared once for many contexts: scripts with their compiled procedures, types,
 /// structures, constants, registered functions and error codes, modules, the values that globals
 /// had, and the settings.
@@ -30,6 +34,7 @@ class TAMBER_API TamberProgram {
 
  private:
   friend class TamberContext;
+  friend class tamber::ContextState;
   explicit TamberProgram(std::unique_ptr<TamberContext> prepared);
 
   /// Never runs and is never written to.

@@ -7,8 +7,11 @@
 
 ProcedureList::ProcedureList() : pools_{std::make_shared<Pool>()} {}
 
-ProcedureList::ProcedureList(const ProcedureList& other)
-    : table_(other.table_), pools_(other.pools_) {
+ProcedureList::ProcedureList(const ProcedureList& other) : table_(other.table_) {
+  // Of programs that are made of one another each would add empty ones.
+  for (const auto& pool : other.pools_) {
+    if (!pool->empty()) pools_.push_back(pool);
+  }
   pools_.push_back(std::make_shared<Pool>());
 }
 
@@ -78,7 +81,7 @@ std::vector<TamberProcedure*> ProcedureList::SharePools() {
   for (const auto& pool : pools_) {
     for (const auto& procedure : *pool) all.push_back(procedure.get());
   }
-  pools_.push_back(std::make_shared<Pool>());
+  if (!pools_.back()->empty()) pools_.push_back(std::make_shared<Pool>());
   return all;
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 #include <vector>
 
@@ -176,6 +177,24 @@ TEST_F(ProgramTest, ThreadsRunOneProgramAtTheSameTime) {
   program.reset();
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(ProgramTest, ProgramsMadeOfOneAnotherDoNotPileUp) {
+  Program program = Prepare();
+  std::vector<std::weak_ptr<const TamberProgram>> made;
+  for (int i = 0; i < 6; ++i) {
+    // Of the prepared context again, or of one that has another's constants.
+    TamberContext context(program);
+    program = i % 2 == 0 ? prepared_->Freeze() : context.Freeze();
+    ASSERT_NE(program, nullptr);
+    made.push_back(program);
+  }
+  prepared_.reset();
+  EXPECT_EQ(std::count_if(made.begin(), made.end(), [](const auto& old) { return !old.expired(); }),
+            2)
+      << "the last one, and the one that has its constants";
+  TamberContext context(program);
+  EXPECT_EQ(Call<std::string>(context, "Greet", "you").ValueOr(""), "hello, youof the program!");
 }
 
 TEST_F(ProgramTest, AStopEndsOneContextOfMany) {
