@@ -3,11 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "kel/tempdir.h"
 #include "tamber.h"
+
+extern "C" TAMBER_API int cleanupCount;
 
 namespace {
 
@@ -195,6 +199,32 @@ TEST_F(ProgramTest, ProgramsMadeOfOneAnotherDoNotPileUp) {
       << "the last one, and the one that has its constants";
   TamberContext context(program);
   EXPECT_EQ(Call<std::string>(context, "Greet", "you").ValueOr(""), "hello, youof the program!");
+}
+
+TEST_F(ProgramTest, ModulesStayAsLongAsTheirProgram) {
+  void* handle = nullptr;
+  ASSERT_TRUE(prepared_->LoadFunctionModule(TEST_MODULES_DIR "/netutil.so", "", &handle));
+  const int before = cleanupCount;
+  Program program = Prepare(
+      "NetRange range\nint Ask()\n  range.Ports <<= NetTwice(NET_PORT)\n"
+      "  if !NetContext()\n    return 0\n  endif\n  return range.Ports[1] + Rand()\nendproc\n");
+  ASSERT_NE(program, nullptr);
+  EXPECT_EQ(Call<int32_t>(*prepared_, "Ask").ValueOr(0), 202);
+  std::optional<TamberContext> first(std::in_place, program), second;
+  program = prepared_->Freeze();
+  prepared_->ResetContext();
+  EXPECT_FALSE(prepared_->CompileScriptBuffer("gone", "int n = NetTwice(1)\n", 1));
+  prepared_.reset();
+  second.emplace(program);
+  // What is made of it uses the first one's module.
+  program = second->Freeze();
+  for (std::optional<TamberContext>* context : {&first, &second}) {
+    std::thread([context] { EXPECT_EQ(Call<int32_t>(**context, "Ask").ValueOr(0), 202); }).join();
+    context->reset();
+    EXPECT_EQ(cleanupCount, before);
+  }
+  { TamberContext(std::exchange(program, nullptr)); }
+  EXPECT_EQ(cleanupCount, before + 1);
 }
 
 TEST_F(ProgramTest, AStopEndsOneContextOfMany) {
