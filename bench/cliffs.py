@@ -22,6 +22,8 @@ def repeated(text, count):
 
 
 FIND = 'found = StrMatchPcre("the item7 and others", p[k + 1])'
+TAKE = "proc Take(int &x)\n x += 1\nendproc"
+SWAP = "proc Swap(int &x, int &y)\n int t\n t = x\n x = y\n y = t\nendproc"
 TWO_TEXTS = "string a, b\n int n"
 ROWS = [
     Row("equal strings, 1000 bytes", "", TWO_TEXTS,
@@ -56,6 +58,10 @@ ROWS = [
         Neighbour("", "string[] p\n bool found\n int k",
                   f"for (k = 0; k < 20; k += 1)\n p <<= \"item\" + k + \"[0-9]+\"\n {FIND}\n endfor",
                   f"k = i % 20\n {FIND}")),
+    Row("element by reference", TAKE, "int[] a", "a += 10", "Take(a[3])", 2200),
+    Row("member of an element by reference", "struct P\n int x\nendstruct\n" + TAKE, "P[] a", "a += 10",
+        "Take(a[3].x)", 3800),
+    Row("two elements by reference", SWAP, "int[] a", "a += 10", "Swap(a[3], a[4])", 3700),
 ]
 
 

@@ -114,9 +114,7 @@ void ArrayData::StoreRaw(uint32_t at, Cell value) {
 }
 
 Variable* ArrayData::FindBox(uint32_t at) const {
-  if (boxes_ == nullptr) return nullptr;
-  const auto found = boxes_->find(at);
-  return found == boxes_->end() ? nullptr : found->second;
+  return boxes_ == nullptr ? nullptr : boxes_->Find(at);
 }
 
 Cell ArrayData::Peek(uint32_t at) const {
@@ -258,15 +256,10 @@ void ArrayData::DropFrom(uint32_t count) {
     ClearFrom(count);
   }
   if (boxes_ != nullptr) {
-    for (auto box = boxes_->begin(); box != boxes_->end();) {
-      if (box->first < count) {
-        ++box;
-        continue;
-      }
-      Variable* orphan = box->second;
-      box = boxes_->erase(box);
-      Variable::Delete(orphan);
-    }
+    boxes_->EraseIf([count](uint32_t at, Variable* box) {
+      if (at >= count) Variable::Delete(box);
+      return at >= count;
+    });
   }
   count_ = count;
   written_ = std::min(written_, count);
@@ -287,10 +280,10 @@ void ArrayData::Swap(uint32_t a, uint32_t b) {
   Variable* right = FindBox(b);
   if (left == nullptr && right == nullptr) return;
   // Insert before erasing, so that a failure for want of memory loses nothing.
-  if (left != nullptr) (*boxes_)[b] = left;
-  if (right != nullptr) (*boxes_)[a] = right;
-  if (left == nullptr) boxes_->erase(b);
-  if (right == nullptr) boxes_->erase(a);
+  if (left != nullptr) boxes_->Slot(b) = left;
+  if (right != nullptr) boxes_->Slot(a) = right;
+  if (left == nullptr) boxes_->Erase(b);
+  if (right == nullptr) boxes_->Erase(a);
 }
 
 void ArrayData::CloseGap(uint32_t at) {
@@ -300,17 +293,14 @@ void ArrayData::CloseGap(uint32_t at) {
   --count_;
   written_ = std::min(written_, count_);
   StoreRaw(count_, ZeroCell());
-  if (boxes_ == nullptr || boxes_->empty()) return;
-  BoxMap moved;
-  for (const auto& [position, box] : *boxes_) moved[position > at ? position - 1 : position] = box;
-  *boxes_ = std::move(moved);
+  if (boxes_ != nullptr) boxes_->CloseGap(at);
 }
 
 Cell ArrayData::Remove(uint32_t at) {
   Variable* box = FindBox(at);
   const Cell value = box != nullptr ? CopyCell(kind_, Peek(at)) : LoadRaw(at);
   if (box != nullptr) {
-    boxes_->erase(at);
+    boxes_->Erase(at);
     Variable::Delete(box);
   }
   CloseGap(at);
@@ -343,12 +333,12 @@ void ArrayData::NeedBoxes() {
 Variable* ArrayData::Box(uint32_t at) {
   NeedBoxes();
   if (HoldsObjects(kind_)) return Data<Cell>()[at].v;
-  Variable*& box = (*boxes_)[at];
+  Variable*& box = boxes_->Slot(at);
   if (box == nullptr) {
     try {
       box = MakeVariable(element_, Name(), LoadRaw(at));
     } catch (...) {
-      boxes_->erase(at);
+      boxes_->Erase(at);
       throw;
     }
     StoreRaw(at, ZeroCell());
@@ -363,7 +353,7 @@ void ArrayData::SetBox(uint32_t at, Variable* element) {
     Data<Cell>()[at].v = element;
     return;
   }
-  Variable*& box = (*boxes_)[at];
+  Variable*& box = boxes_->Slot(at);
   if (IsManaged(kind_)) ReleaseCell(kind_, LoadRaw(at));
   StoreRaw(at, ZeroCell());
   Variable::Delete(box);
@@ -380,7 +370,7 @@ void ArrayData::AppendBox(Variable* element) {
   }
   Append(cell);
   try {
-    (*boxes_)[count_ - 1] = element;
+    boxes_->Slot(count_ - 1) = element;
   } catch (...) {
     written_ = --count_;
     throw;
@@ -389,7 +379,7 @@ void ArrayData::AppendBox(Variable* element) {
 
 Variable* ArrayData::RemoveBox(uint32_t at) {
   Variable* element = Box(at);
-  if (!HoldsObjects(kind_)) boxes_->erase(at);
+  if (!HoldsObjects(kind_)) boxes_->Erase(at);
   CloseGap(at);
   return element;
 }
@@ -404,16 +394,13 @@ void ArrayData::SweepBoxes() {
     boxes_.reset();
     return;
   }
-  for (auto box = boxes_->begin(); box != boxes_->end();) {
-    if (!CanUnbox(*box->second, *element_)) {
-      ++box;
-      continue;
-    }
-    written_ = std::max(written_, box->first + 1);
-    StoreRaw(box->first, Unbox(box->second));
-    box = boxes_->erase(box);
-  }
-  if (boxes_->empty()) boxes_.reset();
+  boxes_->EraseIf([this](uint32_t at, Variable* box) {
+    if (!CanUnbox(*box, *element_)) return false;
+    written_ = std::max(written_, at + 1);
+    StoreRaw(at, Unbox(box));
+    return true;
+  });
+  if (boxes_->IsEmpty()) boxes_.reset();
 }
 
 ArrayData* Unshare(ArrayData*& slot, const TypeRef& element) {

@@ -2,8 +2,8 @@
 
 #include <cstring>
 #include <memory>
-#include <unordered_map>
 
+#include "values/boxmap.h"
 #include "values/typedesc.h"
 
 namespace tamber {
@@ -97,7 +97,6 @@ class ArrayData final : public RefObject {
   void DropFrom(uint32_t count);
   void ClearFrom(uint32_t count);
 
-  using BoxMap = std::unordered_map<uint32_t, Variable*>;
   Kind kind_ = Kind::Any;
   uint32_t count_ = 0;
   uint32_t capacity_ = 0;
