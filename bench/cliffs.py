@@ -6,14 +6,17 @@ its neighbour costs in the same run, or, where the neighbour does something else
 """
 
 import collections
+import pathlib
 import re
 import subprocess
 
+BENCH = pathlib.Path(__file__).resolve().parent
 SECONDS_PER_RUN = 120
 REPETITIONS = 200
 
 # bound: another row's statement with what it needs (the neighbour), or a number of instructions.
 Row = collections.namedtuple("Row", "name outside locals before statement bound")
+HostRow = collections.namedtuple("HostRow", "name source bound")
 Neighbour = collections.namedtuple("Neighbour", "outside locals before statement")
 
 
@@ -62,6 +65,7 @@ ROWS = [
     Row("member of an element by reference", "struct P\n int x\nendstruct\n" + TAKE, "P[] a", "a += 10",
         "Take(a[3].x)", 3800),
     Row("two elements by reference", SWAP, "int[] a", "a += 10", "Swap(a[3], a[4])", 3700),
+    HostRow("500 globals restored, none changed", "restore_globals.c", 50000),
 ]
 
 
@@ -78,12 +82,10 @@ endproc
 """
 
 
-def count(tamber, folder, part, repetitions):
-    """The instructions of a whole run. Raises when the script fails."""
-    path = folder / "cliff.tam"
-    path.write_text(script(part, repetitions))
-    command = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", tamber, path]
-    done = subprocess.run(command, cwd=folder, capture_output=True, timeout=SECONDS_PER_RUN)
+def count(command, folder):
+    """The instructions of a whole run. Raises when it fails."""
+    callgrind = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null"]
+    done = subprocess.run(callgrind + command, cwd=folder, capture_output=True, timeout=SECONDS_PER_RUN)
     told = done.stderr.decode("latin-1")
     collected = re.search(r"Collected : (\d+)", told)
     if done.returncode != 0 or done.stdout or collected is None:
@@ -92,8 +94,28 @@ def count(tamber, folder, part, repetitions):
     return int(collected.group(1))
 
 
+def script_command(tamber, folder, part, repetitions):
+    path = folder / "cliff.tam"
+    path.write_text(script(part, repetitions))
+    return [tamber, path]
+
+
+def host_command(tamber, folder, source, repetitions):
+    """A program in C that is given the number of repetitions, linked with the library of the command."""
+    host = folder / source.stem
+    library = tamber.parent.parent / "lib"
+    if not host.exists():
+        subprocess.run(["cc", "-O2", "-I", BENCH.parent / "src", source, "-o", host, "-L", library,
+                        f"-Wl,-rpath,{library}", "-lKelTamber"], check=True)
+    return [host, str(repetitions)]
+
+
 def cost(tamber, folder, part):
-    once, twice = (count(tamber, folder, part, REPETITIONS * times) for times in (1, 2))
+    if isinstance(part, HostRow):
+        source, command = BENCH / part.source, host_command
+    else:
+        source, command = part, script_command
+    once, twice = (count(command(tamber, folder, source, REPETITIONS * times), folder) for times in (1, 2))
     return (twice - once) / REPETITIONS
 
 

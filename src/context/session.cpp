@@ -429,13 +429,36 @@ void TamberContext::KeepGlobals() {
   }
 }
 
+namespace {
+
+/// Whether a variable certainly still has the value of its copy. Strings, arrays and structures are
+/// shared until one of the two changes.
+bool IsUntouched(Variable& variable, Variable& copy) {
+  if (&tamber::LookThrough(variable) != &variable || &tamber::LookThrough(copy) != &copy)
+    return false;
+  const tamber::Kind kind = tamber::KindOf(variable);
+  if (kind != tamber::KindOf(copy) || kind == tamber::Kind::None || tamber::HoldsObjects(kind))
+    return false;
+  const tamber::Cell now = *tamber::CellOf(variable);
+  const tamber::Cell then = *tamber::CellOf(copy);
+  const bool isHalf = tamber::IsNumeric(kind) && kind != tamber::Kind::Double;
+  return isHalf ? static_cast<uint32_t>(now.bits) == static_cast<uint32_t>(then.bits)
+                : now.bits == then.bits;
+}
+
+}  // namespace
+
 int32_t TamberContext::RestoreGlobals() {
   tamber::ContextState& state = State();
   if (state.scopes.keptGlobals == nullptr || state.scopes.globals == nullptr) return 0;
+  const VarList& globals = *state.scopes.globals;
   for (uint32_t i = 0; i < state.scopes.keptGlobals->GetSize(); ++i) {
     Variable* kept = state.scopes.keptGlobals->GetVariable(i);
-    Variable* variable = state.scopes.globals->GetVariable(kept->OwnName().View());
-    if (variable != nullptr) variable->Assign(kept);
+    Variable* variable = globals.GetVariable(i);
+    // Globals that were declared since lie behind those that are kept.
+    if (variable == nullptr || !variable->OwnName().Equals(kept->OwnName()))
+      variable = globals.GetVariable(globals.FindVariable(kept->OwnName()));
+    if (variable != nullptr && !IsUntouched(*variable, *kept)) variable->Assign(kept);
   }
   return 1;
 }
