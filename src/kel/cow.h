@@ -19,14 +19,14 @@ class Cow {
   Cow() : value_(std::make_shared<T>()) {}
   explicit Cow(Source source) : source_(source), owned_(false) {}
   Cow(const Cow& other) : value_(other.value_), source_(other.source_), owned_(false) {
-    other.owned_.store(false, std::memory_order_relaxed);
+    other.Disown();
   }
   Cow& operator=(const Cow& other) {
     if (this == &other || SharesWith(other)) return *this;
     value_ = other.value_;
     source_ = other.source_;
     owned_.store(false, std::memory_order_relaxed);
-    other.owned_.store(false, std::memory_order_relaxed);
+    other.Disown();
     return *this;
   }
   ~Cow() = default;
@@ -54,8 +54,12 @@ class Cow {
  private:
   std::shared_ptr<T> Share() const {
     Read();
-    owned_.store(false, std::memory_order_relaxed);
+    Disown();
     return value_;
+  }
+  /// Writes nothing where there is nothing to write: threads copy from one value at the same time.
+  void Disown() const {
+    if (owned_.load(std::memory_order_relaxed)) owned_.store(false, std::memory_order_relaxed);
   }
 
   mutable std::shared_ptr<T> value_;  ///< null as long as the source has not been asked
