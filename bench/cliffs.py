@@ -27,6 +27,24 @@ def repeated(text, count):
 FIND = 'found = StrMatchPcre("the item7 and others", p[k + 1])'
 TAKE = "proc Take(int &x)\n x += 1\nendproc"
 SWAP = "proc Swap(int &x, int &y)\n int t\n t = x\n x = y\n y = t\nendproc"
+LIST = """string[] list
+string[] GetList()
+ return list
+endproc
+proc Fill(int count)
+ int k
+ for (k = 1; k <= count; k += 1)
+ list <<= "item" + k
+ endfor
+endproc"""
+
+
+def wide(members):
+    """A structure of so many members, and a procedure that returns one."""
+    lines = "".join(f" int m{n}\n" for n in range(members))
+    return f"struct Wide\n{lines}endstruct\nWide made\nWide Make()\n return made\nendproc"
+
+
 TWO_TEXTS = "string a, b\n int n"
 ROWS = [
     Row("equal strings, 1000 bytes", "", TWO_TEXTS,
@@ -65,6 +83,10 @@ ROWS = [
     Row("member of an element by reference", "struct P\n int x\nendstruct\n" + TAKE, "P[] a", "a += 10",
         "Take(a[3].x)", 3800),
     Row("two elements by reference", SWAP, "int[] a", "a += 10", "Swap(a[3], a[4])", 3700),
+    Row("element of a result, 1000 strings", LIST, "string s", "Fill(1000)", "s = GetList()[5]",
+        Neighbour(LIST, "string s", "Fill(10)", "s = GetList()[5]")),
+    Row("member of a result, 200 members", wide(200), "int n", "", "n = Make().m3",
+        Neighbour(wide(4), "int n", "", "n = Make().m3")),
     HostRow("500 globals restored, none changed", "restore_globals.c", 50000),
 ]
 

@@ -8,9 +8,12 @@
 #include "engine/arith.h"
 #include "engine/stackoperand.h"
 #include "kel/fault.h"
+#include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
+#include "values/store.h"
 #include "values/strbuf.h"
+#include "values/structdata.h"
 #include "values/varholder.h"
 
 using tamber::Cell;
@@ -371,6 +374,38 @@ int32_t TamberOperators::OpComplement(Stack* stack, Variable::enum_TypeId, Varia
   return 1;
 }
 
+namespace {
+
+/// Whether a value goes once its part has been taken out, so that the part needs to be no object
+/// within it. For an object, what shares with the value would have to be copied whole.
+bool IsPassing(const Variable& whole) {
+  return tamber::VariableAccess::Holders(whole) == 0 && !tamber::VariableAccess::IsReference(whole);
+}
+
+/// The element as a variable with a holder; null when there is none.
+Variable* TakeElement(Variable& array, uint32_t index) {
+  const tamber::ArrayData* data = tamber::CellOf(array)->a;
+  Variable* copy = nullptr;
+  if (IsPassing(array) && data != nullptr && !tamber::HoldsObjects(data->StorageKind()) &&
+      tamber::CopyElement(data, static_cast<int32_t>(index), copy) == tamber::Stored::Done)
+    return copy;
+  Variable* element = array.GetArrayElement(index);
+  return element != nullptr ? element->Duplicate() : nullptr;
+}
+
+Variable* TakeMember(Variable& structure, uint32_t index) {
+  const tamber::StructData& data = *tamber::CellOf(structure)->st;
+  Variable* copy = nullptr;
+  if (IsPassing(structure) && index - 1 < data.Count() &&
+      !tamber::HoldsObjects(data.MemberKind(index - 1)) &&
+      tamber::CopyMember(data, index - 1, copy) == tamber::Stored::Done)
+    return copy;
+  Variable* member = structure.GetStructElement(index);
+  return member != nullptr ? member->Duplicate() : nullptr;
+}
+
+}  // namespace
+
 int32_t TamberOperators::OpStructMember(Stack* stack, Variable::enum_TypeId,
                                         Variable::enum_TypeId right) {
   const bool byPosition = right == Variable::Integer;
@@ -384,10 +419,10 @@ int32_t TamberOperators::OpStructMember(Stack* stack, Variable::enum_TypeId,
   }
   const tamber::VarHolder structure(stack->PopVariable());
   if (!structure || !structure->IsStruct()) return Fail(ERR_VARNOTSTRUCT);
-  Variable* member =
-      byPosition ? structure->GetStructElement(position) : structure->GetStructElement(name);
+  if (!byPosition) position = structure->GetStructElementIndex(name);
+  Variable* member = TakeMember(*structure, position);
   if (member == nullptr) return Fail(ERR_BADSTRUCTEL, name);
-  stack->PushVariable(member->Duplicate());
+  stack->PushVariable(member);
   return 1;
 }
 
@@ -395,9 +430,9 @@ int32_t TamberOperators::OpArrayIndex(Stack* stack, Variable::enum_TypeId, Varia
   const int32_t index = stack->PopInteger();
   const tamber::VarHolder array(stack->PopVariable());
   if (!array || !array->IsArray()) return Fail(ERR_VARNOTARRAY);
-  Variable* element = index >= 1 ? array->GetArrayElement(static_cast<uint32_t>(index)) : nullptr;
+  Variable* element = index >= 1 ? TakeElement(*array, static_cast<uint32_t>(index)) : nullptr;
   if (element == nullptr) return Fail(ERR_VARARRAYBOUNDS);
-  stack->PushVariable(element->Duplicate());
+  stack->PushVariable(element);
   return 1;
 }
 

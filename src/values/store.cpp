@@ -111,6 +111,17 @@ Stored CopyElement(const ArrayData* array, int32_t index, Variable*& out) {
   });
 }
 
+Stored CopyMember(const StructData& structure, uint32_t member, Variable*& out) {
+  return Try([&] {
+    const StructLayout::Member& description = structure.Layout()->Members()[member];
+    const Kind kind = description.type->GetKind();
+    OwnedCell value(kind, CopyCell(kind, structure.Peek(member)));
+    out = MakeVariable(description.type, description.name, value.cell);
+    value.Take();
+    return Stored::Done;
+  });
+}
+
 Stored StoreElement(const Place& array, int32_t index, const TypeDesc& from, Cell in) {
   const ArrayData* data = array.cell->a;
   if (!Has(data, index)) return Stored::Bounds;

@@ -48,6 +48,8 @@ Place PlaceOf(Variable& variable);
 [[nodiscard]] Stored ReadElement(const ArrayData* array, int32_t index, Cell& out);
 /// The same as a new variable, for arrays whose elements are of any type.
 [[nodiscard]] Stored CopyElement(const ArrayData* array, int32_t index, Variable*& out);
+/// A member, from 0, as a new variable that has its name. It is no object already (HoldsObjects).
+[[nodiscard]] Stored CopyMember(const StructData& structure, uint32_t member, Variable*& out);
 /// Converts to the type of the element and stores. See Place for what `in` may be.
 [[nodiscard]] Stored StoreElement(const Place& array, int32_t index, const TypeDesc& from, Cell in);
 /// Turns the place of an array, or of a structure, into that of one of its parts, which is then
