@@ -51,7 +51,8 @@ include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 if(NOT TAMBER_SANITIZE)
-  target_compile_options(tamber_flags INTERFACE -fstack-protector-strong)
+  target_compile_options(tamber_flags INTERFACE
+    -fstack-protector-strong -Wformat -Werror=format-security -Wdate-time)
   target_link_options(tamber_flags INTERFACE LINKER:-z,relro LINKER:-z,now)
   # A level that the builder chose stays. FORTIFY needs an optimising compiler, and some define it by default.
   if(NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
