@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <typeinfo>
 
 #include "kel/cipher.h"
 #include "kel/number.h"
@@ -383,14 +384,15 @@ Cell SeparateCell(Kind kind, Cell cell) {
 Variable* SeparateVariable(const Variable& variable, const Name& name) {
   Variable& source = LookThrough(const_cast<Variable&>(variable));
   const Kind kind = KindOf(source);
-  Variable* copy;
-  if (IsManaged(kind)) {
-    OwnedCell value(kind, SeparateCell(kind, *CellOf(source)));
-    copy = MakeVariable(TypeOf(source), name, value.cell);
-    value.Take();
-  } else {
+  // Threads that count uses of one name would wait for each other.
+  const Name own(name.View());
+  OwnedCell value(kind, SeparateCell(kind, *CellOf(source)));
+  Variable* copy = MakeVariable(TypeOf(source), own, value.cell);
+  value.Take();
+  if (!IsManaged(kind) && typeid(*copy) != typeid(source)) {
+    Variable::Delete(copy);
     copy = source.Clone();  // of its very class, which counts nothing
-    copy->SetOwnName(name);
+    copy->SetOwnName(own);
   }
   copy->SetVarFlags(variable.GetVarFlags());
   return copy;
