@@ -20,10 +20,15 @@
 namespace tamber {
 namespace {
 
-// Registers come in chunks, of which the first are small: most contexts serve one short request.
-constexpr size_t kFirstChunkCells = 256;
-constexpr size_t kMostChunkCells = 8192;
+constexpr size_t kChunkCells = 8192;
 constexpr size_t kFirstFrames = 8;
+
+/// A chunk for whatever context runs next in this thread: one that does not run needs none, and
+/// smaller ones would have calls in loops lie across the end of one.
+std::unique_ptr<Cell[]>& SpareCells() {
+  thread_local std::unique_ptr<Cell[]> cells;
+  return cells;
+}
 
 }  // namespace
 
@@ -49,9 +54,18 @@ class Machine::StackScope {
     if (--machine_.nativeDepth_ > 0) return;
     for (const Converted& value : machine_.converted_) ReleaseCell(value.kind, value.cell);
     machine_.converted_.clear();
+    GiveBackRegisters();
   }
 
  private:
+  /// Deep recursions keep theirs: they are likely to come again.
+  void GiveBackRegisters() {
+    auto& chunks = machine_.chunks_;
+    if (chunks.size() != 1 || chunks[0].end != chunks[0].cells.get() + kChunkCells) return;
+    if (SpareCells() == nullptr) SpareCells() = std::move(chunks[0].cells);
+    chunks.clear();
+  }
+
   Machine& machine_;
   Stack* stack_;
   bool observed_;
@@ -76,10 +90,10 @@ Cell* Machine::MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room) {
     chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(next));
   }
   if (next == chunks_.size()) {
-    const size_t usual = std::min(kFirstChunkCells << std::min<size_t>(next, 16), kMostChunkCells);
-    const size_t size = std::max<size_t>(code->Registers(), usual);
+    const size_t size = std::max<size_t>(code->Registers(), kChunkCells);
     Chunk added;
-    added.cells = std::make_unique_for_overwrite<Cell[]>(size);
+    if (size == kChunkCells) added.cells = std::move(SpareCells());
+    if (added.cells == nullptr) added.cells = std::make_unique_for_overwrite<Cell[]>(size);
     added.end = added.cells.get() + size;
     chunks_.push_back(std::move(added));
   }
