@@ -4,7 +4,7 @@ local sum, odd, threes = 0, 0, 0
 for i = 1, 60000000 do
   if i % 3 == 0 then
     threes = threes + 1
-  elseif (i & 1) == 1 then
+  elseif i % 2 == 1 then
     odd = odd + 1
   else
     sum = (sum + i) % 65536

@@ -6,7 +6,7 @@ for i = 1, 33 do
   list[i] = 0
 end
 local total = 0
-local StrLen, ArrayGetSize = string.len, rawlen
+local StrLen, ArrayGetSize = string.len, rawlen or table.getn
 for i = 1, 20000000 do
   total = total + StrLen(word)
   total = total - (ArrayGetSize(list) - 31)
