@@ -1,3 +1,4 @@
+#include "context/calledscript.h"
 #include "context/contextstate.h"
 #include "context/session.h"
 #include "kel/filestat.h"
@@ -32,15 +33,17 @@ void SaveOwnSession(ContextState& called) {
   }
 }
 
-/// A script that is called, by its completed path and by where the policy has found it.
-struct CalledScript {
+/// The file of a script, by its completed path and by where the policy has found it.
+struct ScriptFile {
   KelString path;
   kel::Place place;
+  kel::FileStat stat;
 
-  CalledScript(const ContextState& state, const KelString& given)
+  ScriptFile(const ContextState& state, const KelString& given)
       : path(kel::CompletePath(given)),
-        place(state.config.filePolicy.Find(given, kel::Access::Read)) {}
-  bool Exists() const { return kel::GetFileStat(place).IsFile(); }
+        place(state.config.filePolicy.Find(given, kel::Access::Read)),
+        stat(kel::GetFileStat(place)) {}
+  bool Exists() const { return stat.IsFile(); }
 };
 
 }  // namespace
@@ -49,11 +52,11 @@ void ContextState::CallScript(const KelString& path) {
   // What the called script does looks for a stop itself.
   const kel::Interruptible interruptible(false);
   // The path as given, or beside the calling script.
-  CalledScript script(*this, path);
+  ScriptFile script(*this, path);
   if (!script.Exists()) {
     const bool refused = script.place.IsRefused();
     script =
-        CalledScript(*this, PathParser(TextOfGlobal(context, "ScriptFile")).GetDriveDir() + path);
+        ScriptFile(*this, PathParser(TextOfGlobal(context, "ScriptFile")).GetDriveDir() + path);
     if (!script.Exists()) {
       const bool everywhere = script.place.IsRefused() || !kel::PathIsRelative(path);
       if (refused && everywhere) {
@@ -73,10 +76,15 @@ void ContextState::CallScript(const KelString& path) {
     context.SetContextError(ERR_NOMEMORY, full);
     return;
   }
-  TamberContext called(context);
-  called.State().caller = this;
-  called.State().run.isDeclaring = run.isDeclaring;
-  const bool compiled = called.State().CompileFile(full, script.place) != 0;
+  if (calls == nullptr) calls = std::make_unique<CalledScripts>();
+  uint32_t& keptByAll = root->State().keptCalls;
+  std::unique_ptr<CalledScript> callee = calls->Take(full, script.stat.version, keptByAll);
+  bool compiled = callee != nullptr;
+  if (!compiled) {
+    callee = std::make_unique<CalledScript>(*this, full);
+    compiled = callee->Compile(script.place, script.stat.version);
+  }
+  TamberContext& called = callee->Context();
   if (compiled) {
     called.SetScriptFile(full, 1);
     SetGlobalText(called, "LogFile", TextOfGlobal(context, "LogFile"));
@@ -99,6 +107,11 @@ void ContextState::CallScript(const KelString& path) {
   }
   if (!called.State().session.fault.IsEmpty()) session.fault = called.State().session.fault;
   context.FlushOutput();
+  if (compiled && code < kFirstFatalError) calls->Keep(std::move(callee), keptByAll);
+}
+
+void ContextState::ForgetCalls() {
+  if (calls != nullptr) calls->Clear(root->State().keptCalls);
 }
 
 }  // namespace tamber

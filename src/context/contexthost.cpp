@@ -1,4 +1,5 @@
 // What the machine and the compilers ask of their context.
+#include "context/calledscript.h"
 #include "context/contextstate.h"
 #include "context/session.h"
 #include "expr/exprcomp.h"
@@ -83,6 +84,7 @@ void ContextState::AddVariable(Variable* variable, enum_VarListType scope) {
 }
 
 void ContextState::LoadSessionValue(Variable& variable) {
+  if (inputs != nullptr) inputs->hasEffects = true;
   if (session.id != 0 && session.store) LoadSessionVariable(*this, variable);
 }
 
@@ -104,12 +106,14 @@ void ContextState::ForgetInherited(const KelString& name) {
 
 std::shared_ptr<const ScriptText> ContextState::ReadScript(const KelString& path,
                                                            ScriptText::Status& status) {
-  return ScriptText::FromFile(path, config.filePolicy.Find(path, kel::Access::Read),
-                              config.scriptKey, status);
+  const kel::Place place = config.filePolicy.Find(path, kel::Access::Read);
+  if (inputs != nullptr) inputs->sources.push_back({path, kel::GetFileStat(place).version});
+  return ScriptText::FromFile(path, place, config.scriptKey, status);
 }
 
 bool ContextState::LoadModule(const KelString& file, const KelString& callingScript) {
   const kel::Interruptible interruptible(false);  // a module's own code runs
+  if (inputs != nullptr) inputs->hasEffects = true;
   void* handle = nullptr;
   return context.LoadFunctionModule(file, callingScript, &handle);
 }

@@ -1,5 +1,6 @@
 #include "context/contextstate.h"
 
+#include "context/calledscript.h"
 #include "context/defaults.h"
 #include "context/handletable.h"
 #include "functions/modulelist.h"
@@ -19,6 +20,7 @@ ContextState::~ContextState() {
 bool ContextState::FindFile(const KelString& name, const KelString& directories, KelString& path) {
   bool refused = false;
   path = KelString(kel::PathSearch(name, directories, config.filePolicy, refused));
+  if (inputs != nullptr) inputs->searches.push_back({name, directories, path});
   return !refused || Refuse(name);
 }
 

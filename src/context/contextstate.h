@@ -26,8 +26,10 @@
 
 namespace tamber {
 
+class CalledScripts;
 class ModuleList;
 class ContextState;
+struct CompileInputs;
 
 /// Keeps the error that is being told: what a host's handler does meanwhile with the context leaves
 /// none of its own.
@@ -167,6 +169,11 @@ class ContextState final : public MachineHost, public CompileHost {
 
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
   std::set<std::string> loading;
+
+  std::unique_ptr<CalledScripts> calls;  ///< null until a script was called
+  uint32_t keptCalls = 0;                ///< of the root: those of all that call each other
+  CompileInputs* inputs = nullptr;       ///< takes down what compiling finds, for who asks for it
+  void ForgetCalls();
 
   Stack hostStack;  ///< arguments and results of the host's typed calls
 

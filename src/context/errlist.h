@@ -10,6 +10,10 @@
 #include "kel/namefilter.h"
 #include "values/errcodes.h"
 
+namespace tamber {
+class CalledScript;
+}
+
 /// One error: its number, its symbolic name ("ERR_FILENOTFOUND") and what it means.
 struct ERRORINFO {
   int32_t code;
@@ -59,6 +63,10 @@ class TAMBER_API ErrorList {
   int32_t FindErrorCode(std::string_view name) const;
 
  private:
+  friend class tamber::CalledScript;
+  /// Whether neither list was changed since one was copied from the other.
+  bool IsLike(const ErrorList& other) const { return table_.IsLike(other.table_); }
+
   struct Table {
     std::vector<ERRORINFO>
         records;  // ascending by code; of equal codes the first added comes first

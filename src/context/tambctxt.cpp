@@ -178,6 +178,7 @@ TamberContext& TamberContext::operator=(const TamberContext& other) {
 }
 
 TamberContext::~TamberContext() {
+  state_->ForgetCalls();
   // Modules clean up while the context that they are handed still is one.
   state_->modules.reset();
 }
@@ -279,6 +280,7 @@ void TamberContext::ResetContext() {
     tamber::SaveSessionVariables(*state_);
   } catch (const std::bad_alloc&) {
   }
+  state_->ForgetCalls();
   state_->session.isUnloaded = false;
   state_->session.stored.clear();
   state_->machine->ClearLocals();

@@ -17,8 +17,9 @@
 class ExpressionParser;
 
 namespace tamber {
+class CalledScript;
 class Machine;
-}
+}  // namespace tamber
 
 /// The built-in functions that scripts may call, ordered by name.
 ///
@@ -102,8 +103,13 @@ class TAMBER_API FunctionList {
     std::vector<std::shared_ptr<const TamberFunction>> functions;  // entry n is at n - 1
   };
 
+  friend class tamber::CalledScript;
   friend class tamber::Machine;
   friend class ExpressionParser;
+  /// Whether neither list was changed since one was copied from the other.
+  bool IsLike(const FunctionList& other) const {
+    return table_.IsLike(other.table_) && waiting_ == other.waiting_;
+  }
   /// For a call that was compiled with `bound` although types of arguments were unknown: the
   /// overload for the types that have come. It promises what `bound` promises. Null: none, and
   /// `error` is why.

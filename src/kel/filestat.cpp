@@ -15,6 +15,13 @@ namespace kel {
 namespace {
 
 constexpr uint32_t kAnyWrite = 0222;
+constexpr int64_t kNanoseconds = 1'000'000'000;
+/// Some file systems count in steps of two seconds.
+constexpr int64_t kCoarsestClock = 2 * kNanoseconds;
+
+int64_t NanosecondsOf(const statx_timestamp& time) {
+  return time.tv_sec * kNanoseconds + time.tv_nsec;
+}
 
 int FollowFlag(const Place& place) { return place.IsConfined() ? AT_SYMLINK_NOFOLLOW : 0; }
 
@@ -24,6 +31,12 @@ FileKind KindOfMode(uint32_t mode) {
 }
 
 }  // namespace
+
+bool FileVersion::IsSettled() const {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  return modified + kCoarsestClock < now.tv_sec * kNanoseconds + now.tv_nsec;
+}
 
 FileStat GetFileStat(const Place& place) {
   FileStat result;
@@ -38,6 +51,8 @@ FileStat GetFileStat(const Place& place) {
   result.modified = info.stx_mtime.tv_sec;
   result.created =
       (info.stx_mask & STATX_BTIME) != 0 ? info.stx_btime.tv_sec : info.stx_mtime.tv_sec;
+  result.version = {uint64_t{info.stx_dev_major} << 32 | info.stx_dev_minor, info.stx_ino,
+                    info.stx_size, NanosecondsOf(info.stx_mtime), NanosecondsOf(info.stx_ctime)};
   return result;
 }
 

@@ -10,6 +10,20 @@ namespace kel {
 
 enum class FileKind { Missing, Regular, Directory, Other };
 
+/// Tells whether a file is still the one that it was, and unchanged.
+struct FileVersion {
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  uint64_t size = 0;
+  int64_t modified = 0;  ///< nanoseconds since 1970
+  int64_t changed = 0;   ///< the same; of the contents or of what the system knows about it
+
+  bool operator==(const FileVersion&) const = default;
+  /// False for a file that was written so lately that another change may leave no trace here:
+  /// clocks of file systems are coarse.
+  bool IsSettled() const;
+};
+
 /// What the system knows about a file; links are followed.
 struct FileStat {
   FileKind kind = FileKind::Missing;
@@ -17,6 +31,8 @@ struct FileStat {
   uint32_t mode = 0;     ///< permission bits, 07777
   int64_t modified = 0;  ///< seconds since 1970
   int64_t created = 0;   ///< the same; where the file system does not know it, `modified`
+
+  FileVersion version;
 
   bool IsFile() const { return kind == FileKind::Regular || kind == FileKind::Other; }
 };

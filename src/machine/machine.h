@@ -152,6 +152,7 @@ class Machine {
   std::unique_ptr<const Code> MakeCode(Callable& procedure);
   /// Verifies the code if the context asks for it; false leaves an error.
   bool IsSound(const Code& code, std::string_view name);
+  static bool IsConstant(const Code& code);
   bool BindArguments(Callable& procedure, Stack& stack, Cell* base);
   enum_ProcStatus RunBoundary(const BoundCode* code, Callable* procedure, Stack& stack);
   bool HasNativeStack(std::string_view name);

@@ -321,12 +321,24 @@ int32_t Machine::BeginEvaluation(uint32_t sourceOffset) {
   return HasNativeStack("");
 }
 
+/// Whether the code yields the same value whenever it runs: it calls nothing and names no variable,
+/// and how strings compare does not matter to it.
+bool Machine::IsConstant(const Code& code) {
+  if (!code.globals.empty() || !code.sites.empty() || !code.procedures.empty()) return false;
+  if (!code.names.empty()) return false;
+  return std::none_of(code.instrs.begin(), code.instrs.end(), [](const Instr& instr) {
+    return instr.op == Op::SCmp || instr.op == Op::SEq || instr.op == Op::SNe ||
+           instr.op == Op::Exec;
+  });
+}
+
 int32_t Machine::Evaluate(Lowered expression, Stack& stack) {
   if (expression.code == nullptr) {
     Raise(ERR_INTERNAL, expression.exceeded);
     return 0;
   }
   if (!IsSound(*expression.code, "")) return 0;
+  if (!IsConstant(*expression.code)) run_.lookedAround = true;
   const BoundCode code(std::move(expression.code));
   StackScope scope(*this, stack);
   uint32_t height = stack.GetSize();

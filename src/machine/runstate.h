@@ -32,6 +32,9 @@ struct RunState {
   /// by zero is an error like `/` by zero.
   bool isDeclaring = false;
 
+  /// Code outside of procedures has used what may be another value the next time.
+  bool lookedAround = false;
+
   bool stopFlag = false;
   bool isInterrupted = false;  ///< it was the host that set the stop flag, by a request to stop
   /// Nonzero ends waiting built-ins early and stops what runs. Set from any thread, and only in the
@@ -39,6 +42,14 @@ struct RunState {
   std::atomic<uint32_t> wake{0};
   std::atomic<uint32_t>* rootWake = &wake;
   bool IsStopRequested() const { return rootWake->load(std::memory_order_relaxed) != 0; }
+
+  /// As in a new context, but for the names of its scopes and the settings.
+  void BeginAnew() {
+    SetError(0, KelString());
+    errorText.Clear();
+    wantsNotes = true;
+    isDeclaring = lookedAround = stopFlag = isInterrupted = false;
+  }
 
   /// Changes whenever a name of a scope may stand for another variable. Values are never used
   /// twice in a process, so one number tells both the context and its state.

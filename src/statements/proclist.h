@@ -14,8 +14,9 @@
 class TamberProcedure;
 
 namespace tamber {
+class CalledScript;
 class CompileSession;
-}
+}  // namespace tamber
 
 /// The procedures of a context, sorted by name without regard to case. Indexes count from 1; 0 is
 /// none, and an index is good until the list next changes.
@@ -58,7 +59,10 @@ class TAMBER_API ProcedureList {
   }
 
  private:
+  friend class tamber::CalledScript;
   friend class tamber::CompileSession;
+  /// Whether neither list was changed since one was copied from the other.
+  bool IsLike(const ProcedureList& other) const { return table_.IsLike(other.table_); }
   /// Destroys procedures of this list that nothing calls. Those that a copy of the list may know
   /// only leave the list.
   TAMBER_LOCAL void DestroyProcedures(const Set& procedures);

@@ -1,6 +1,7 @@
 #include "values/typelist.h"
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <string>
 #include <unordered_map>
@@ -104,6 +105,15 @@ const TypeRef& TamberType::Type() const { return tamber::TypeOf(*prototype_); }
 
 namespace tamber {
 
+namespace {
+
+uint64_t NextVersion() {
+  static std::atomic<uint64_t> last{0};
+  return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+}  // namespace
+
 /// Types in the order of their names, and an index of them.
 struct TypeTable {
   struct Entry {
@@ -112,6 +122,7 @@ struct TypeTable {
   };
   std::vector<Entry> sorted;
   std::unordered_map<std::string_view, TamberType*, kel::NoCaseHash, kel::NoCaseEqual> byName;
+  uint64_t version = NextVersion();
 
   TypeTable() = default;
   TypeTable(const TypeTable& other) {
@@ -216,9 +227,13 @@ TypeTable& TypeList::Own() {
   if (shared_) {
     own_ = std::make_unique<TypeTable>(*shared_);
     shared_.reset();
+  } else {
+    own_->version = tamber::NextVersion();
   }
   return *own_;
 }
+
+uint64_t TypeList::Version() const { return Table().version; }
 
 uint32_t TypeList::AddType(const KelString& name, Variable* prototype, uint32_t flags) {
   return AddType(new TamberType(name, prototype, flags), 1);

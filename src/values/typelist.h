@@ -51,8 +51,9 @@ class TAMBER_API TamberType {
 };
 
 namespace tamber {
+class CalledScript;
 struct TypeTable;
-}
+}  // namespace tamber
 
 /// The types that a script can name, sorted by name. Names are matched without regard to ASCII
 /// case.
@@ -108,6 +109,10 @@ class TAMBER_API TypeList {
   void ShareWithPrograms();
 
  private:
+  friend class tamber::CalledScript;
+  /// Another number after every change, in all lists of the process; lists that share a table have
+  /// the same.
+  TAMBER_LOCAL uint64_t Version() const;
   TAMBER_LOCAL uint32_t FindNearestType(const KelString& name) const;
   TAMBER_LOCAL const tamber::TypeTable& Table() const;
   TAMBER_LOCAL tamber::TypeTable& Own();
