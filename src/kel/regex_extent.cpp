@@ -21,7 +21,7 @@ Bytes Beyond(size_t first) {
   for (size_t i = first; i < bytes.size(); ++i) bytes.set(i);
   return bytes;
 }
-const Bytes kAny = Beyond(0);
+const Bytes kAnyByte = Beyond(0);
 const Bytes kNotAscii = Beyond(0x80);
 
 template <class Predicate>
@@ -40,7 +40,7 @@ struct Part {
   static Part Character(const Bytes& bytes) {
     return {bytes, {}, (bytes & kNotAscii).any() ? kBytesOfCharacter : 1};
   }
-  static Part Unknown() { return {kAny, kAny, 0}; }
+  static Part Unknown() { return {kAnyByte, kAnyByte, 0}; }
   void Follow(const Part& next) {
     all |= next.all;
     unbounded |= next.unbounded;
@@ -235,7 +235,7 @@ class Reader {
       }
     }
     if (at_ < pattern_.size()) ++at_;
-    if (!understood) return kAny;
+    if (!understood) return kAnyByte;
     if (!negated) return WithCases(bytes);
     // Only some of the characters beyond ASCII are left out, and each shares its bytes with others.
     return ~WithLetters(bytes) | kNotAscii;
@@ -302,7 +302,7 @@ RegexExtent RegexExtent::Of(std::string_view pattern, bool caseSensitive) {
   Reader reader(pattern, caseSensitive, extent);
   const Part whole = reader.Alternatives();
   const bool understood = reader.HasUnderstood();
-  extent.unbounded = understood ? whole.unbounded : kAny;
+  extent.unbounded = understood ? whole.unbounded : kAnyByte;
   extent.others = understood ? whole.others : 0;
   return extent;
 }

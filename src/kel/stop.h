@@ -50,6 +50,9 @@ bool IsStopRequested();
 /// Throws Interrupted then.
 void CheckStop();
 
+/// What loops over values give StopPoll.
+inline constexpr uint64_t kElementsPerLook = 4096;
+
 /// CheckStop for loops whose steps are too small to look at each of them.
 class StopPoll {
  public:

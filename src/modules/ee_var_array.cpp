@@ -13,7 +13,6 @@
 namespace tamber {
 namespace {
 
-constexpr uint64_t kElementsPerLook = 4096;
 constexpr uint64_t kNumbersPerLook = uint64_t{1} << 20;
 
 uint32_t CountOf(const ArrayOperand& array) {
@@ -154,7 +153,7 @@ std::vector<uint32_t> FirstOfEquals(const ArrayData& array, const ValueIdentity&
   std::vector<uint32_t> table(size, kFree);
   std::vector<uint32_t> firsts;
   const Kind kind = array.StorageKind();
-  kel::StopPoll poll(kElementsPerLook);
+  kel::StopPoll poll(kel::kElementsPerLook);
   for (uint32_t i = 0; i < array.Count(); ++i) {
     poll.Step();
     const Cell cell = array.Peek(i);
@@ -263,7 +262,7 @@ uint32_t Scan(const ArrayData& array, uint32_t from, const Equal& equal) {
     if (kind == Kind::Float) return ScanStored<float>(array, from, equal);
     if (kind == Kind::Double) return ScanStored<double>(array, from, equal);
   }
-  kel::StopPoll poll(kElementsPerLook);
+  kel::StopPoll poll(kel::kElementsPerLook);
   while (from < array.Count() && !MatchesCell(kind, array.Peek(from), equal)) {
     poll.Step();
     ++from;
@@ -342,7 +341,7 @@ ArrayResult ArrayRemoveDupCase(Call& call, ArrayOperand array, bool caseSensitiv
   if (firsts.size() == array.data->Count()) return SameArray(array);
   ArrayResult result(array.type, ArrayData::New(array.data->ElementType()));
   result->Reserve(firsts.size());
-  kel::StopPoll poll(kElementsPerLook);
+  kel::StopPoll poll(kel::kElementsPerLook);
   for (const uint32_t at : firsts) {
     poll.Step();
     result->Append(CopyCell(array.data->StorageKind(), array.data->Peek(at)));
@@ -368,7 +367,7 @@ int32_t ArrayFindMember(Call& call, ArrayOperand array, std::string_view member,
   }
   const auto equal = MakeEqual(call, value);
   uint32_t at = FirstPosition(start);
-  kel::StopPoll poll(kElementsPerLook);
+  kel::StopPoll poll(kel::kElementsPerLook);
   for (; at < array.data->Count(); ++at) {
     poll.Step();
     const std::optional<Cell> cell = reader.Read(at);

@@ -8,7 +8,7 @@
 #include "kel/sleep.h"
 #include "modules/builtin.h"
 
-namespace tamber {
+namespace tamber::utilities {
 namespace {
 
 constexpr size_t kLongestLine = 8192;
@@ -117,11 +117,11 @@ const FUNCMOD_FUNCTION* Functions() {
 }
 
 }  // namespace
-}  // namespace tamber
+}  // namespace tamber::utilities
 
 const FUNCMOD_REGISTRATION* GetSystemModule() {
   static const FUNCMOD_REGISTRATION registration[] = {
-      {FUNCMOD_FUNCTIONS, tamber::Functions()},
+      {FUNCMOD_FUNCTIONS, tamber::utilities::Functions()},
       {FUNCMOD_END, nullptr},
   };
   return registration;

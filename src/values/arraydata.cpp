@@ -23,7 +23,6 @@ constexpr uint64_t kMaxCount = 0xFFFFFFFEu;
 constexpr uint32_t kSharedDefaults = 65536;
 /// What an element that is an object costs at least.
 constexpr uint64_t kObjectSize = 64;
-constexpr uint64_t kElementsPerLook = 4096;
 
 /// Room for arrays that grow: repeated appends must cost linear time altogether.
 uint64_t GrownCount(uint32_t count) { return std::min(uint64_t{count} + count / 2 + 8, kMaxCount); }
@@ -200,7 +199,7 @@ void ArrayData::CheckRoomForObjects(uint64_t count) {
 void ArrayData::AppendDefaults(uint32_t count) {
   const uint32_t before = count_;
   OwnedCell sample(kind_, ZeroCell());
-  kel::StopPoll poll(kElementsPerLook);
+  kel::StopPoll poll(kel::kElementsPerLook);
   try {
     while (count_ < count) {
       poll.Step();
@@ -317,7 +316,7 @@ ArrayData* ArrayData::Copy() const {
     kel::CopyInSteps(array->data_, data_, size_t{count_} * CellSize());
     array->written_ = array->count_ = count_;
   } else {
-    kel::StopPoll poll(kElementsPerLook);
+    kel::StopPoll poll(kel::kElementsPerLook);
     for (uint32_t at = 0; at < count_; ++at) {
       poll.Step();
       array->Append(CopyCell(kind_, Peek(at)));

@@ -31,8 +31,6 @@
 namespace tamber {
 namespace {
 
-constexpr uint64_t kElementsPerLook = 4096;
-
 // --- destruction -------------------------------------------------------------------------------
 
 /// Arrays may hold arrays to any depth, and a script can build such a chain in a loop. Beyond some
@@ -155,7 +153,7 @@ bool ConvertElements(const TypeRef& to, const ArrayData& from, OwnedCell& made) 
   const TypeDesc& source = from.StorageKind() == Kind::Any ? unknown : *from.ElementType();
   made.cell.a = ArrayData::New(to);
   made.cell.a->Reserve(from.Count());
-  kel::StopPoll poll(kElementsPerLook);
+  kel::StopPoll poll(kel::kElementsPerLook);
   for (uint32_t i = 0; i < from.Count(); ++i) {
     poll.Step();
     Cell element = ZeroCell();
@@ -271,7 +269,7 @@ bool IsSameArray(const ArrayData* left, const ArrayData* right) {
   if (left == right || count != (right != nullptr ? right->Count() : 0)) return left == right;
   if (count == 0) return true;
   if (left->StorageKind() != right->StorageKind()) return false;
-  kel::StopPoll poll(kElementsPerLook);
+  kel::StopPoll poll(kel::kElementsPerLook);
   for (uint32_t i = 0; i < count; ++i) {
     poll.Step();
     if (!IsSameCell(left->StorageKind(), left->Peek(i), right->Peek(i))) return false;

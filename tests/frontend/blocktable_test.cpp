@@ -13,7 +13,7 @@ namespace {
 
 using tamber::BlockTable;
 
-bool IsTypeWord(std::string_view word) { return word == "int" || word == "point"; }
+bool IsTestType(std::string_view word) { return word == "int" || word == "point"; }
 
 struct Case {
   const char* text;
@@ -41,7 +41,7 @@ TEST(BlockTable, MatchesLines) {
   for (const Case& row : cases) {
     const auto script = MakeScript(row.text);
     BlockTable table;
-    table.Build(*script, IsTypeWord);
+    table.Build(*script, IsTestType);
     for (const auto& [opening, closing] : row.matches) {
       const BlockTable::Match match = table.Find(opening);
       EXPECT_EQ(match.line, closing) << row.text << "line " << opening;
@@ -53,7 +53,7 @@ TEST(BlockTable, MatchesLines) {
 TEST(BlockTable, BrokenFirstWordsAreMetOnTheWay) {
   const auto script = MakeScript("if a\nwhile b\nx\"y\nwend\nendif\nif c\nendif\nfor (;;)\n");
   BlockTable table;
-  table.Build(*script, IsTypeWord);
+  table.Build(*script, IsTestType);
   for (const uint32_t line : {1u, 2u}) {
     EXPECT_EQ(table.Find(line).error, ERR_SCRBADQUOTE);
     EXPECT_EQ(table.Find(line).errorLine, 3u);
@@ -65,13 +65,13 @@ TEST(BlockTable, BrokenFirstWordsAreMetOnTheWay) {
 TEST(BlockTable, TypedHeadersAndOpenCommentsEndNoProcedure) {
   const auto nested = MakeScript("int a\npoint[1].x = f(1)\npoint(1)\nint[] f ()\nendproc\n");
   BlockTable table;
-  table.Build(*nested, IsTypeWord);
+  table.Build(*nested, IsTestType);
   EXPECT_EQ(table.NestedProcLine(), 4u);
   EXPECT_EQ(table.OpenCommentLine(), 0u);
 
   const auto open = MakeScript("/* a\n*/\nif b\n/* c\nendif\nendproc\n");
   BlockTable hidden;
-  hidden.Build(*open, IsTypeWord);
+  hidden.Build(*open, IsTestType);
   EXPECT_EQ(hidden.OpenCommentLine(), 4u);
   EXPECT_EQ(hidden.EndProcLine(), 0u);
 }

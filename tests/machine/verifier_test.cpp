@@ -22,9 +22,9 @@ using tamber::Operand;
 using tamber::StatementEntry;
 using tamber::TypeDesc;
 
-class TestProcedure final : public tamber::Callable {
+class ProcedureWithLocals final : public tamber::Callable {
  public:
-  TestProcedure() : Callable("test", nullptr) {
+  ProcedureWithLocals() : Callable("test", nullptr) {
     const auto text = TypeDesc::Of(Kind::String);
     for (const auto& [name, type] :
          {std::pair("n", TypeDesc::Of(Kind::Int)), std::pair("d", TypeDesc::Of(Kind::Double)),
@@ -94,7 +94,7 @@ class Verified : public testing::Test {
   }
   Instr& At(uint32_t pc) { return code_.instrs[pc]; }
 
-  TestProcedure procedure_;
+  ProcedureWithLocals procedure_;
   LocalFacts facts_;
   Code code_;
   uint32_t get_, load_, join_, check_, store_, loop_;
