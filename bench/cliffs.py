@@ -46,6 +46,12 @@ def wide(members):
     return f"struct Wide\n{lines}endstruct\nWide made\nWide Make()\n return made\nendproc"
 
 
+def holding(statement):
+    """A procedure of 20 locals with a statement that is not reached."""
+    names = ", ".join(f"v{n}" for n in range(20))
+    return f"proc F(int n, string s)\n int {names}\n v1 = n\n if n < 0\n {statement}\n endif\nendproc"
+
+
 def wide_globals(count):
     return "".join(f"int g{n}\n" for n in range(count))
 
@@ -76,6 +82,7 @@ ROWS = [
         f"pages += 1\n pages[1].text = {repeated('x', 50000)}", 'pages[1].text += StrToUpper("x")',
         Neighbour("string text", "", f"text = {repeated('x', 50000)}", 'text += StrToUpper("x")')),
     Row("MakeInt of a negative number", "", "string s\n int n", 's = "-12"', "n = MakeInt(s)", 860),
+    Row("StrEvalAsInteger of an expression again", "", "int n, k", "k = 2", 'n = StrEvalAsInteger("k + 1")', 3800),
     Row("StrEvalAsInteger of a number", "", "string s\n int n", 's = "12"', "n = StrEvalAsInteger(s)", 860),
     Row("StrEvalAsDouble of a number", "", "string s\n double d", 's = "1.5"', "d = StrEvalAsDouble(s)", 860),
     Row("StrEvalAsDouble of an integer", "", "string s\n double d", 's = "-12"', "d = StrEvalAsDouble(s)", 860),
@@ -94,6 +101,10 @@ ROWS = [
         Neighbour(LIST, "string s", "Fill(10)", "s = GetList()[5]")),
     Row("member of a result, 200 members", wide(200), "int n", "", "n = Make().m3",
         Neighbour(wide(4), "int n", "", "n = Make().m3")),
+    Row("call of a procedure that holds MakeInt and Defined", holding("n = MakeInt(s) + Defined(s)"), "",
+        "", 'F(i, "1")', Neighbour(holding("n = n + 1"), "", "", 'F(i, "1")')),
+    Row("call of a procedure that holds Export", holding('n = Export("v3")'), "", "", 'F(i, "1")',
+        Neighbour(holding("n = n + 1"), "", "", 'F(i, "1")')),
     Row("call of a script, 100 globals", wide_globals(100), "", "", CALL, 2 * 13000),
     HostRow("500 globals restored, none changed", "restore_globals.c", 50000),
 ]

@@ -7,7 +7,6 @@
 #include "context/handletable.h"
 #include "context/session.h"
 #include "frontend/script.h"
-#include "functions/modulelist.h"
 #include "kel/kelascii.h"
 #include "values/cellops.h"
 
@@ -52,22 +51,6 @@ bool MakesNothingToShow(const ContextState& state) {
 
 }  // namespace
 
-CalledScript::View::View(ContextState& state)
-    : procedures(state.context),
-      functions(state.context),
-      errors(state.errors.list),
-      types(static_cast<const TypeList&>(state.context).Version()),
-      epoch(state.run.epoch),
-      modules(state.modules->GetCount()),
-      program(state.program) {}
-
-bool CalledScript::View::IsOf(ContextState& state) const {
-  return epoch == state.run.epoch && procedures.IsLike(state.context) &&
-         functions.IsLike(state.context) && errors.IsLike(state.errors.list) &&
-         types == static_cast<const TypeList&>(state.context).Version() &&
-         modules == state.modules->GetCount() && program == state.program;
-}
-
 CalledScript::CalledScript(ContextState& caller, const KelString& path)
     : caller_(caller),
       path_(path),
@@ -85,7 +68,7 @@ bool CalledScript::Compile(const kel::Place& place, const kel::FileVersion& vers
   own.inputs = &inputs_;
   const bool compiled = own.CompileFile(path_, place) != 0;
   own.inputs = nullptr;
-  if (compiled && Remember(version)) compiled_ = std::make_unique<View>(own);
+  if (compiled && Remember(version)) compiled_.emplace(own);
   return compiled;
 }
 
@@ -126,7 +109,7 @@ bool CalledScript::RememberVariables(const VarList* list, const VarList* callers
 
 /// Whether compiling would see the same of the caller.
 bool CalledScript::SeesTheSame() const {
-  return callers_.IsOf(caller_) && scriptKey_ == caller_.config.scriptKey &&
+  return callers_ == NameView(caller_) && scriptKey_ == caller_.config.scriptKey &&
          MakesNothingToShow(caller_);
 }
 
@@ -170,7 +153,7 @@ void CalledScript::TakeValues() {
 }
 
 bool CalledScript::Resume(const kel::FileVersion& version) {
-  if (compiled_ == nullptr || version != version_ || !SeesTheSame()) return false;
+  if (!compiled_ || version != version_ || !SeesTheSame()) return false;
   TakeSettings();
   if (!FindsTheSame()) return false;
   // As compiling does: what is wrong with the store is noticed even by who keeps nothing there.
@@ -181,7 +164,7 @@ bool CalledScript::Resume(const kel::FileVersion& version) {
 
 bool CalledScript::Settle() {
   ContextState& own = context_.State();
-  if (compiled_ == nullptr || own.run.isInterrupted || !compiled_->IsOf(own)) return false;
+  if (!compiled_ || own.run.isInterrupted || *compiled_ != NameView(own)) return false;
   const auto isHeld = [](const auto& each) { return VariableAccess::Holders(*each.own) != 0; };
   if (std::any_of(inherited_.begin(), inherited_.end(), isHeld) ||
       std::any_of(declared_.begin(), declared_.end(), isHeld)) {

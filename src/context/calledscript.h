@@ -1,10 +1,11 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "context/errlist.h"
+#include "context/nameview.h"
 #include "context/tambctxt.h"
 #include "kel/filestat.h"
 #include "values/varholder.h"
@@ -61,20 +62,6 @@ class CalledScript {
     Variable* own;
     VarHolder initial;
   };
-  /// What names mean in a context.
-  struct View {
-    explicit View(ContextState& state);
-    bool IsOf(ContextState& state) const;
-
-    ProcedureList procedures;
-    FunctionList functions;
-    ErrorList errors;
-    uint64_t types;
-    uint64_t epoch;
-    uint32_t modules;
-    std::shared_ptr<const TamberProgram> program;
-  };
-
   bool Remember(const kel::FileVersion& version);
   bool RememberVariables(const VarList* list, const VarList* callers);
   bool SeesTheSame() const;
@@ -84,12 +71,12 @@ class CalledScript {
 
   ContextState& caller_;
   KelString path_;
-  View callers_;
+  NameView callers_;
   KelString scriptKey_;
   TamberContext context_;
   CompileInputs inputs_;
   kel::FileVersion version_;
-  std::unique_ptr<View> compiled_;  ///< null when it cannot be run again
+  std::optional<NameView> compiled_;  ///< null when it cannot be run again
   std::vector<Inherited> inherited_;
   std::vector<Declared> declared_;
 };

@@ -11,6 +11,7 @@
 #include "machine/code.h"
 #include "statements/lower.h"
 #include "statements/procedure.h"
+#include "values/cellops.h"
 #include "values/errcodes.h"
 
 namespace tamber {
@@ -23,7 +24,10 @@ ProcedureList& ContextState::Procedures() { return context; }
 ScriptList& ContextState::Scripts() { return context; }
 
 Variable* ContextState::FindVariable(const KelString& name, uint32_t mask) {
-  return context.GetVariable(name, mask);
+  Variable* variable = context.GetVariable(name, mask);
+  if (variablesSeen != nullptr)
+    variablesSeen->push_back({name, mask, variable != nullptr ? TypeOf(*variable) : TypeRef()});
+  return variable;
 }
 
 const Variable* ContextState::FindConstant(std::string_view name) {

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "context/evaluatedtexts.h"
 #include "context/tambctxt.h"
 #include "frontend/compilehost.h"
 #include "kel/hostpath.h"
@@ -175,6 +176,9 @@ class ContextState final : public MachineHost, public CompileHost {
   CompileInputs* inputs = nullptr;       ///< takes down what compiling finds, for who asks for it
   void ForgetCalls();
 
+  EvaluatedTexts evaluatedTexts;
+  std::vector<VariableSeen>* variablesSeen = nullptr;  ///< as `inputs`: those that are asked for
+
   Stack hostStack;  ///< arguments and results of the host's typed calls
 
   std::unique_ptr<ModuleList> modules;
@@ -277,6 +281,9 @@ class ContextState final : public MachineHost, public CompileHost {
 
   /// As TamberContext::EvaluateText, for a value that will be assigned to `target`.
   Variable* EvaluateText(const KelString& expression, int32_t& code, const TypeDesc& target);
+  /// The expression as code; null with its error in `code`, or with the one that is set.
+  std::shared_ptr<const EvaluatedText> CompileText(const KelString& expression, int32_t& code,
+                                                   const TypeDesc& target);
   /// The policy after run-time errors that holds now.
   KelString ErrorHandler();
   /// Reports a run-time error, which is then gone.

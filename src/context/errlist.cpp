@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "kel/kelascii.h"
+#include "values/epoch.h"
 
 namespace {
 
@@ -39,24 +40,29 @@ void ErrorList::AddBuiltInNames(kel::NameFilter& names) {
   for (const BuiltInError& error : kBuiltInErrors) names.Add(error.name);
 }
 
+ErrorList::Table& ErrorList::OwnErrors() {
+  version_ = tamber::NextEpoch();
+  return table_.Write();
+}
+
 void ErrorList::Initialise() {
-  Table& table = table_.Write();
+  Table& table = OwnErrors();
   table.records.reserve(table.records.size() + kBuiltInErrors.size() + kRoomForModules);
   for (const BuiltInError& error : kBuiltInErrors) {
     Add(table, ERRORINFO{error.code, error.name, error.text});
   }
 }
 
-int32_t ErrorList::AddError(const ERRORINFO& error) { return Add(table_.Write(), error); }
+int32_t ErrorList::AddError(const ERRORINFO& error) { return Add(OwnErrors(), error); }
 
 int32_t ErrorList::AddError(int32_t code, const KelString& name, const KelString& text) {
-  return Add(table_.Write(), ERRORINFO{code, name, text});
+  return Add(OwnErrors(), ERRORINFO{code, name, text});
 }
 
 uint32_t ErrorList::GetNewRuntimeErrorCode() {
   if (table_.Read().highestRuntimeCode == 0) {
     const int32_t fallback = GetHighestErrorCode(tamber::kFirstFatalError);
-    if (fallback != 0) table_.Write().highestRuntimeCode = static_cast<uint32_t>(fallback);
+    if (fallback != 0) OwnErrors().highestRuntimeCode = static_cast<uint32_t>(fallback);
   }
   return table_.Read().highestRuntimeCode + 1;
 }

@@ -11,7 +11,7 @@
 #include "values/errcodes.h"
 
 namespace tamber {
-class CalledScript;
+struct NameView;
 }
 
 /// One error: its number, its symbolic name ("ERR_FILENOTFOUND") and what it means.
@@ -63,9 +63,7 @@ class TAMBER_API ErrorList {
   int32_t FindErrorCode(std::string_view name) const;
 
  private:
-  friend class tamber::CalledScript;
-  /// Whether neither list was changed since one was copied from the other.
-  bool IsLike(const ErrorList& other) const { return table_.IsLike(other.table_); }
+  friend struct tamber::NameView;
 
   struct Table {
     std::vector<ERRORINFO>
@@ -78,5 +76,8 @@ class TAMBER_API ErrorList {
   TAMBER_LOCAL const ERRORINFO* GetError(int32_t code) const;
   TAMBER_LOCAL int32_t FindError(int32_t code) const;
 
+  TAMBER_LOCAL Table& OwnErrors();
+
   kel::Cow<Table> table_;
+  uint64_t version_ = 0;  ///< another number after every change, in all lists of the process
 };

@@ -135,6 +135,7 @@ std::shared_ptr<const TamberProgram> TamberContext::Freeze() {
   if (GetContextError() != ERR_SUCCESS) return nullptr;
   try {
     state_->ForgetCalls();
+    state_->evaluatedTexts.Clear();
     state_->FreezeProcedures();
     ShareWithPrograms();
     static_cast<void>(GetFunctionCount());  // what waits for the table comes in

@@ -8,6 +8,7 @@
 #include "context/modulehost.h"
 #include "context/session.h"
 #include "expr/exprcomp.h"
+#include "expr/lowerexpr.h"
 #include "frontend/compsession.h"
 #include "frontend/script.h"
 #include "functions/modulelist.h"
@@ -105,6 +106,45 @@ int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
   return status == PROCSTATUS_ENDED ? 1 : 0;
 }
 
+namespace {
+
+/// Takes down the variables that are asked for while it lives.
+class SeenVariables {
+ public:
+  SeenVariables(ContextState& state, std::vector<VariableSeen>& seen) : state_(state) {
+    state.variablesSeen = &seen;
+  }
+  SeenVariables(const SeenVariables&) = delete;
+  SeenVariables& operator=(const SeenVariables&) = delete;
+  ~SeenVariables() { state_.variablesSeen = nullptr; }
+
+ private:
+  ContextState& state_;
+};
+
+}  // namespace
+
+std::shared_ptr<const EvaluatedText> ContextState::CompileText(const KelString& expression,
+                                                               int32_t& code,
+                                                               const TypeDesc& target) {
+  auto text = std::make_shared<EvaluatedText>();
+  text->target = target.GetKind();
+  const SeenVariables seeing(*this, text->variables);
+  ExpressionCompiler compiler(&context, nullptr, true);
+  Tokeniser tokeniser(expression.GetString());
+  if (!compiler.CompileAssigned(&tokeniser, KelString(";"), target, "")) {
+    code = compiler.GetError();
+    return nullptr;
+  }
+  const std::unique_ptr<ExpressionBase> tree = compiler.RemoveExpression();
+  text->offset = tree->SourceOffset();
+  if (machine->BeginEvaluation(text->offset) == 0) return nullptr;
+  text->code = machine->Bind(LowerExpression(*tree));
+  if (text->code == nullptr) return nullptr;
+  evaluatedTexts.Add(expression, text);
+  return text;
+}
+
 Variable* ContextState::EvaluateText(const KelString& expression, int32_t& code,
                                      const TypeDesc& target) {
   code = 0;
@@ -113,14 +153,15 @@ Variable* ContextState::EvaluateText(const KelString& expression, int32_t& code,
     code = ERR_EXPRBADTOKEN;
     return nullptr;
   }
-  ExpressionCompiler compiler(&context, nullptr, true);
-  Tokeniser tokeniser(expression.GetString());
-  if (!compiler.CompileAssigned(&tokeniser, KelString(";"), target, "")) {
-    code = compiler.GetError();
-    return nullptr;
+  auto text = evaluatedTexts.Find(*this, expression, target.GetKind());
+  if (text == nullptr) {
+    text = CompileText(expression, code, target);
+    if (code != 0) return nullptr;
   }
   Stack stack;
-  if (compiler.EvaluateExpression(&stack)) return stack.PopVariable();
+  const bool evaluated = text != nullptr && machine->BeginEvaluation(text->offset) != 0 &&
+                         machine->Evaluate(*text->code, stack) != 0;
+  if (evaluated) return stack.PopVariable();
   code = run.errorCode != 0 ? run.errorCode : ERR_FUNCFAILED;
   // What went wrong is the caller's to report or to forget; only without memory the run ends.
   if (code != ERR_NOMEMORY) {
@@ -281,6 +322,7 @@ void TamberContext::ResetContext() {
   } catch (const std::bad_alloc&) {
   }
   state_->ForgetCalls();
+  state_->evaluatedTexts.Clear();
   state_->session.isUnloaded = false;
   state_->session.stored.clear();
   state_->machine->ClearLocals();

@@ -6,6 +6,7 @@
 
 #include "kel/dumpselection.h"
 #include "values/cellops.h"
+#include "values/epoch.h"
 #include "values/errcodes.h"
 #include "values/varholder.h"
 #include "values/varlist.h"
@@ -174,13 +175,16 @@ uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> functio
 void FunctionList::AddLater(std::shared_ptr<const TamberFunction> function) {
   if (CannotHold(function->GetName())) {
     waiting_.push_back(std::move(function));
+    version_ = tamber::NextEpoch();
   } else {
     AddFunction(std::move(function), false);
   }
 }
 
 void FunctionList::AddWaiting() {
+  const uint64_t version = version_;
   for (auto& function : std::exchange(waiting_, {})) AddFunction(std::move(function), false);
+  version_ = version;  // they counted when they began to wait
 }
 
 /// What waits comes in when somebody looks; that changes nothing that can be seen.
@@ -191,6 +195,7 @@ const FunctionList::Table& FunctionList::Functions() const {
 
 FunctionList::Table& FunctionList::OwnFunctions() {
   if (!waiting_.empty()) AddWaiting();
+  version_ = tamber::NextEpoch();
   return table_.Write();
 }
 
@@ -377,6 +382,7 @@ bool FunctionList::ExchangeFunction(const TamberFunction* entry,
 void FunctionList::ClearList() {
   table_ = kel::Cow<Table>();
   waiting_.clear();
+  version_ = tamber::NextEpoch();
 }
 
 void FunctionList::DumpFunctions(KelString& out, const KelString& names,

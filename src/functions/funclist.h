@@ -17,8 +17,8 @@
 class ExpressionParser;
 
 namespace tamber {
-class CalledScript;
 class Machine;
+struct NameView;
 }  // namespace tamber
 
 /// The built-in functions that scripts may call, ordered by name.
@@ -103,13 +103,9 @@ class TAMBER_API FunctionList {
     std::vector<std::shared_ptr<const TamberFunction>> functions;  // entry n is at n - 1
   };
 
-  friend class tamber::CalledScript;
   friend class tamber::Machine;
+  friend struct tamber::NameView;
   friend class ExpressionParser;
-  /// Whether neither list was changed since one was copied from the other.
-  bool IsLike(const FunctionList& other) const {
-    return table_.IsLike(other.table_) && waiting_ == other.waiting_;
-  }
   /// For a call that was compiled with `bound` although types of arguments were unknown: the
   /// overload for the types that have come. It promises what `bound` promises. Null: none, and
   /// `error` is why.
@@ -138,4 +134,5 @@ class TAMBER_API FunctionList {
   kel::Cow<Table> table_;
   std::vector<std::shared_ptr<const TamberFunction>> waiting_;  ///< for the table to be made
   const kel::NameFilter* names_ = nullptr;                      ///< of a table that is not made yet
+  uint64_t version_ = 0;  ///< another number after every change, in all lists of the process
 };

@@ -43,6 +43,8 @@ struct FunctionTraits {
   bool usesLocals = false;
   /// May be left by an exception of the engine's when the run is stopped: for its own built-ins.
   bool interruptible = false;
+  /// The variable whose name is the first argument is the only one that it looks for.
+  bool namesVariable = false;
 };
 
 /// One registered built-in: its name, types and implementation.

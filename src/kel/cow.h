@@ -47,11 +47,6 @@ class Cow {
   }
   /// Whether a deferred value has been looked at; true for others.
   bool IsMade() const { return value_ != nullptr; }
-  /// Whether both have the same value because one was copied from the other, or both started alike.
-  bool IsLike(const Cow& other) const {
-    if (value_ == nullptr && other.value_ == nullptr) return source_ == other.source_;
-    return &Read() == &other.Read();
-  }
   bool SharesWith(const Cow& other) const {
     return value_ == other.value_ && (value_ != nullptr || source_ == other.source_);
   }

@@ -51,6 +51,10 @@ class Machine {
   int32_t BeginEvaluation(uint32_t sourceOffset);
   /// Runs the code of an expression; 1 leaves one value on the stack, 0 an error in the context.
   int32_t Evaluate(Lowered expression, Stack& stack);
+  /// The same of code that was bound before; it may run again while it runs.
+  int32_t Evaluate(const BoundCode& code, Stack& stack);
+  /// Makes the code of an expression what this machine runs; null leaves an error.
+  std::unique_ptr<const BoundCode> Bind(Lowered expression);
   /// Where in its logical line the last evaluation failed, or left an error, from 0.
   uint32_t EvaluationStop() const { return evaluationStop_; }
 
@@ -67,6 +71,7 @@ class Machine {
   Variable* RemoveLocal(std::string_view name);
   /// False: no variable that can be replaced is in this place, and nothing was taken over.
   bool ReplaceLocal(uint32_t index, Variable* variable);
+  bool CanReplaceLocal(uint32_t index);
   void ClearLocals();
   /// A further, empty local scope, which stands before the names of the running procedure until it
   /// is removed or the procedure ends.

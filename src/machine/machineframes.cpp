@@ -332,14 +332,23 @@ bool Machine::IsConstant(const Code& code) {
   });
 }
 
-int32_t Machine::Evaluate(Lowered expression, Stack& stack) {
+std::unique_ptr<const BoundCode> Machine::Bind(Lowered expression) {
   if (expression.code == nullptr) {
     Raise(ERR_INTERNAL, expression.exceeded);
-    return 0;
+    return nullptr;
   }
-  if (!IsSound(*expression.code, "")) return 0;
-  if (!IsConstant(*expression.code)) run_.lookedAround = true;
-  const BoundCode code(std::move(expression.code));
+  if (!IsSound(*expression.code, "")) return nullptr;
+  return std::make_unique<const BoundCode>(std::move(expression.code));
+}
+
+int32_t Machine::Evaluate(Lowered expression, Stack& stack) {
+  const std::unique_ptr<const BoundCode> code = Bind(std::move(expression));
+  if (code == nullptr) return 0;
+  if (!IsConstant(code->Tables())) run_.lookedAround = true;
+  return Evaluate(*code, stack);
+}
+
+int32_t Machine::Evaluate(const BoundCode& code, Stack& stack) {
   StackScope scope(*this, stack);
   uint32_t height = stack.GetSize();
   enum_ProcStatus status = RunBoundary(&code, nullptr, stack);
@@ -544,6 +553,13 @@ Variable* Machine::RemoveLocal(std::string_view name) {
   Variable* variable = frame->base[at].v;
   frame->base[at].bits = 0;
   return variable;
+}
+
+bool Machine::CanReplaceLocal(uint32_t index) {
+  Frame* frame = HostScope() == nullptr ? ScopeFrame() : nullptr;
+  if (frame == nullptr) return true;
+  const uint32_t slots = frame->code->Tables().procedure->Locals().Count();
+  return index >= slots || IsObject(*frame, index);
 }
 
 bool Machine::ReplaceLocal(uint32_t index, Variable* variable) {

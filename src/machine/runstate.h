@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "kel/kelstring.h"
-#include "machine/epoch.h"
 #include "machine/verifier.h"
+#include "values/epoch.h"
 #include "values/errnotes.h"
 
 namespace tamber {

@@ -7,7 +7,7 @@ namespace {
 
 constexpr FunctionTraits kPlain{true, true, 0};
 /// Runs expressions of the script, which may do anything.
-constexpr FunctionTraits kEvaluates{.exactResult = true, .usesLocals = true};
+constexpr FunctionTraits kEvaluates{.exactResult = true};
 /// Declared as an integer, and scripts see a boolean.
 constexpr FunctionTraits kPushesBoolean{false, true, 0};
 /// The third parameter takes the texts that were found.

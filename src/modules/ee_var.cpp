@@ -3,6 +3,7 @@
 #include <string>
 
 #include "context/tambctxt.h"
+#include "machine/machine.h"
 #include "modules/builtin.h"
 #include "modules/ee_var_array.h"
 #include "values/varref.h"
@@ -60,7 +61,10 @@ int32_t Export(Call& call, std::string_view varName) {
   const KelString name(varName);
   const int32_t index = context.FindVariable(name, VARLIST_LOCAL);
   Variable* local = context.GetVariable(name, VARLIST_LOCAL);
-  if (index < 0 || local == nullptr) {
+  // A text that is evaluated comes too late: the procedure runs without objects for its locals.
+  const bool canReplace =
+      local != nullptr && context.GetMachine().CanReplaceLocal(static_cast<uint32_t>(index));
+  if (!canReplace) {
     call.Fail(ERR_FUNCFAILED, varName);
     return 0;
   }
@@ -181,7 +185,8 @@ bool VarSet(Call& call, std::string_view name, T value) {
 KelString GetErrorName(Call& call, int32_t code) { return call.Context().GetErrorName(code); }
 KelString GetErrorText(Call& call, int32_t code) { return call.Context().GetErrorText(code); }
 
-constexpr FunctionTraits kByName{.exactResult = true, .usesLocals = true};
+constexpr FunctionTraits kByName{.exactResult = true, .namesVariable = true};
+constexpr FunctionTraits kReplaces{.exactResult = true, .usesLocals = true, .namesVariable = true};
 constexpr FunctionTraits kBlind{.exactResult = true, .localsBlind = true};
 /// The declared result is any array, what is pushed is one of the argument's type.
 constexpr FunctionTraits kArray{.exactResult = false, .localsBlind = true};
@@ -191,7 +196,7 @@ const FUNCMOD_FUNCTION* Functions() {
       {"int Defined (string Name)", Wrap<Defined>,
        "1 if a variable, constant, function or procedure of this name exists, else 0.", kByName},
       {"int Export (string VarName)", Wrap<Export>,
-       "Makes a local variable global; the local goes on as a reference to the global.", kByName},
+       "Makes a local variable global; the local goes on as a reference to the global.", kReplaces},
       {"int VarGetType (string VarName)", Wrap<VarGetType>,
        "The VARTYPE_ number of a variable's type, 0 when there is no such variable.", kByName},
       {"bool VarGetBooleanValue (string VarName)", Wrap<VarGet<bool>>,

@@ -3,6 +3,7 @@
 #include <map>
 #include <utility>
 
+#include "expr/exprcnst.h"
 #include "expr/exprfunc.h"
 #include "expr/exprproc.h"
 #include "expr/exprvar.h"
@@ -114,6 +115,19 @@ class FactFinder {
     if (variable.IsSimple() && slot >= 0) facts_.object[static_cast<size_t>(slot)] = true;
   }
 
+  /// Of a function that looks for a variable whose name stands there, that one is enough.
+  void NeedsNamed(const ExpressionFunction& function, const FunctionTraits& traits) {
+    const ExpressionBase* name = function.GetChildCount() > 0 ? function.GetChild(0) : nullptr;
+    const bool isThere =
+        traits.namesVariable && name != nullptr && name->GetKind() == EXPRESSION_CONSTANT;
+    if (isThere) {
+      const int32_t slot = locals_.Find(static_cast<const ExpressionConstant&>(*name).Text());
+      if (slot >= 0) facts_.object[static_cast<size_t>(slot)] = true;
+    } else if (traits.usesLocals) {
+      facts_.byName = true;
+    }
+  }
+
   void VisitTree(const ExpressionBase& root) {
     std::vector<const ExpressionBase*> pending{&root};
     while (!pending.empty()) {
@@ -129,9 +143,9 @@ class FactFinder {
       } else if (node.GetKind() == EXPRESSION_FUNCTION) {
         const FunctionTraits& traits =
             static_cast<const ExpressionFunction&>(node).Function().Traits();
-        if (traits.usesLocals) facts_.byName = true;
         if (!traits.localsBlind) looksUp_ = true;
         const auto& function = static_cast<const ExpressionFunction&>(node);
+        if (traits.usesLocals || traits.namesVariable) NeedsNamed(function, traits);
         for (uint32_t i = 0; i < node.GetChildCount(); ++i) {
           const Kind kind = node.GetChild(i)->Type()->GetKind();
           if ((traits.writesArgument >> i & 1) != 0 || function.PassesVariable(i, kind))

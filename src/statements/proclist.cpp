@@ -4,10 +4,12 @@
 
 #include "kel/dumpselection.h"
 #include "statements/procedure.h"
+#include "values/epoch.h"
 
 ProcedureList::ProcedureList() : pools_{std::make_shared<Pool>()} {}
 
-ProcedureList::ProcedureList(const ProcedureList& other) : table_(other.table_) {
+ProcedureList::ProcedureList(const ProcedureList& other)
+    : table_(other.table_), version_(other.version_) {
   // Of programs that are made of one another each would add empty ones.
   for (const auto& pool : other.pools_) {
     if (!pool->empty()) pools_.push_back(pool);
@@ -17,11 +19,16 @@ ProcedureList::ProcedureList(const ProcedureList& other) : table_(other.table_) 
 
 ProcedureList::~ProcedureList() = default;
 
+ProcedureList::Table& ProcedureList::Own() {
+  version_ = tamber::NextEpoch();
+  return table_.Write();
+}
+
 uint32_t ProcedureList::AddProcedure(std::unique_ptr<TamberProcedure> procedure) {
   TamberProcedure* added = procedure.get();
   uint32_t place = FindNearestProcedure(added->GetName().View());
   pools_.back()->push_back(std::move(procedure));
-  Table& table = table_.Write();
+  Table& table = Own();
   table.sorted.insert(table.sorted.begin() + place, added);
   table.byName[added->GetName().View()] = added;
   return place + 1;
@@ -55,7 +62,7 @@ TamberProcedure* ProcedureList::GetProcedure(std::string_view name) const {
 TamberProcedure* ProcedureList::RemoveProcedure(std::string_view name) {
   const uint32_t index = FindProcedure(name);
   if (index == 0) return nullptr;
-  Table& table = table_.Write();
+  Table& table = Own();
   TamberProcedure* const removed = table.sorted[index - 1];
   table.byName.erase(table.byName.find(name));
   table.sorted.erase(table.sorted.begin() + (index - 1));
@@ -67,7 +74,7 @@ bool ProcedureList::DeleteProcedure(std::string_view name) {
 }
 
 void ProcedureList::DestroyProcedures(const Set& procedures) {
-  Table& table = table_.Write();
+  Table& table = Own();
   std::erase_if(table.byName, [&](const auto& entry) { return procedures.contains(entry.second); });
   std::erase_if(table.sorted,
                 [&](const auto* procedure) { return procedures.contains(procedure); });
@@ -87,6 +94,7 @@ std::vector<TamberProcedure*> ProcedureList::SharePools() {
 
 void ProcedureList::ClearList() {
   table_ = kel::Cow<Table>();
+  version_ = tamber::NextEpoch();
   if (runs_ > 0) retired_.insert(retired_.end(), pools_.begin(), pools_.end());
   pools_ = {std::make_shared<Pool>()};
 }

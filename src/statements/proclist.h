@@ -14,8 +14,8 @@
 class TamberProcedure;
 
 namespace tamber {
-class CalledScript;
 class CompileSession;
+struct NameView;
 }  // namespace tamber
 
 /// The procedures of a context, sorted by name without regard to case. Indexes count from 1; 0 is
@@ -59,10 +59,8 @@ class TAMBER_API ProcedureList {
   }
 
  private:
-  friend class tamber::CalledScript;
   friend class tamber::CompileSession;
-  /// Whether neither list was changed since one was copied from the other.
-  bool IsLike(const ProcedureList& other) const { return table_.IsLike(other.table_); }
+  friend struct tamber::NameView;
   /// Destroys procedures of this list that nothing calls. Those that a copy of the list may know
   /// only leave the list.
   TAMBER_LOCAL void DestroyProcedures(const Set& procedures);
@@ -73,9 +71,11 @@ class TAMBER_API ProcedureList {
     std::unordered_map<std::string_view, TamberProcedure*, kel::NoCaseHash, kel::NoCaseEqual>
         byName;
   };
+  TAMBER_LOCAL Table& Own();
   const std::vector<TamberProcedure*>& Sorted() const { return table_.Read().sorted; }
 
   kel::Cow<Table> table_;
+  uint64_t version_ = 0;  ///< another number after every change, in all lists of the process
   /// Our own procedures last; before them those of the contexts that ours were copied from.
   std::vector<std::shared_ptr<Pool>> pools_;
   std::vector<std::shared_ptr<Pool>> retired_;

@@ -1,7 +1,6 @@
 #include "values/typelist.h"
 
 #include <algorithm>
-#include <atomic>
 #include <iterator>
 #include <string>
 #include <unordered_map>
@@ -9,6 +8,7 @@
 
 #include "kel/kelascii.h"
 #include "values/cellops.h"
+#include "values/epoch.h"
 #include "values/vararray.h"
 #include "values/varnone.h"
 
@@ -105,15 +105,6 @@ const TypeRef& TamberType::Type() const { return tamber::TypeOf(*prototype_); }
 
 namespace tamber {
 
-namespace {
-
-uint64_t NextVersion() {
-  static std::atomic<uint64_t> last{0};
-  return last.fetch_add(1, std::memory_order_relaxed) + 1;
-}
-
-}  // namespace
-
 /// Types in the order of their names, and an index of them.
 struct TypeTable {
   struct Entry {
@@ -122,7 +113,7 @@ struct TypeTable {
   };
   std::vector<Entry> sorted;
   std::unordered_map<std::string_view, TamberType*, kel::NoCaseHash, kel::NoCaseEqual> byName;
-  uint64_t version = NextVersion();
+  uint64_t version = NextEpoch();
 
   TypeTable() = default;
   TypeTable(const TypeTable& other) {
@@ -228,7 +219,7 @@ TypeTable& TypeList::Own() {
     own_ = std::make_unique<TypeTable>(*shared_);
     shared_.reset();
   } else {
-    own_->version = tamber::NextVersion();
+    own_->version = tamber::NextEpoch();
   }
   return *own_;
 }

@@ -51,7 +51,7 @@ class TAMBER_API TamberType {
 };
 
 namespace tamber {
-class CalledScript;
+struct NameView;
 struct TypeTable;
 }  // namespace tamber
 
@@ -109,7 +109,7 @@ class TAMBER_API TypeList {
   void ShareWithPrograms();
 
  private:
-  friend class tamber::CalledScript;
+  friend struct tamber::NameView;
   /// Another number after every change, in all lists of the process; lists that share a table have
   /// the same.
   TAMBER_LOCAL uint64_t Version() const;
