@@ -183,7 +183,8 @@ void ContextState::DumpScriptStatements() {
   KelString text;
   for (uint32_t i = 1; i <= context.GetProcedureCount(); ++i) {
     TamberProcedure* procedure = context.GetProcedure(i);
-    if (config.dumpStatements != 0) procedure->Statements().Dump(text, procedure->GetName());
+    if (config.dumpStatements != 0)
+      tamber::StatementsOf(*procedure)->Dump(text, procedure->GetName());
     if (!config.dumpCode) continue;
     const Lowered lowered = procedure->FrozenNumber() != 0 ? LowerShared(*procedure, false)
                                                            : LowerProcedure(*procedure, false);

@@ -207,7 +207,7 @@ Variable* TamberContext::CreateVariable(Tokeniser* tokeniser, const KelString& n
     return nullptr;
   }
   try {
-    tokeniser->GetNextToken(1, 1);
+    tokeniser->ReadToken();
     const std::string word(tokeniser->Token());
     tamber::DeclarationReader reader(*state_, *tokeniser);
     int32_t error = tokeniser->GetLastError();

@@ -58,23 +58,56 @@ namespace {
 constexpr int32_t kFirstUnaryIndex = 100;
 constexpr int32_t kUnaryPrecedence = 100;
 
-template <class Table>
-TamberOperators::Operator_e CodeOf(const Table& table, std::string_view text) {
-  if (text.empty() || text.size() > 2) return TamberOperators::OP_NONE;
-  for (const auto& row : table) {
-    if (row.text == text) return row.code;
+constexpr size_t kCodes = TamberOperators::OP_COMPLEMENT + 1;
+using Code = TamberOperators::Operator_e;
+
+/// Operators by their characters: alone, before "=", twice.
+struct Spellings {
+  std::array<Code, 128> alone{};
+  std::array<Code, 128> beforeEqual{};
+  std::array<Code, 128> twice{};
+
+  template <class Table>
+  constexpr explicit Spellings(const Table& table) {
+    for (const auto& row : table) {
+      if (row.text.empty() || row.text == "[]") continue;
+      const auto first = static_cast<size_t>(row.text[0]);
+      (row.text.size() == 1 ? alone : row.text[1] == '=' ? beforeEqual : twice)[first] = row.code;
+    }
   }
-  return TamberOperators::OP_NONE;
+  constexpr Code Find(std::string_view text) const {
+    const auto first = static_cast<unsigned char>(text.empty() ? '\0' : text[0]);
+    if (first == 0 || first >= alone.size() || text.size() > 2) return Code::OP_NONE;
+    if (text.size() == 1) return alone[first];
+    if (text[1] == '=') return beforeEqual[first];
+    return text[1] == text[0] ? twice[first] : Code::OP_NONE;
+  }
+};
+
+/// What is asked of an operator over and over, by its code.
+struct Facts {
+  int32_t index = -1;
+  int32_t precedence = kUnaryPrecedence;
+};
+
+constexpr std::array<Facts, kCodes> MakeFacts() {
+  std::array<Facts, kCodes> facts;
+  int32_t index = 0;
+  for (const auto& row : TamberOperators::BinaryOperators) {
+    if (row.code != Code::OP_NONE) facts[static_cast<size_t>(row.code)] = {index, row.precedence};
+    ++index;
+  }
+  index = kFirstUnaryIndex;
+  for (const auto& row : TamberOperators::UnaryOperators) {
+    if (row.code != Code::OP_NONE) facts[static_cast<size_t>(row.code)].index = index;
+    ++index;
+  }
+  return facts;
 }
 
-/// Position of the operator, -1 when the table does not hold it.
-template <class Table>
-int32_t PositionOf(const Table& table, TamberOperators::Operator_e code) {
-  if (code == TamberOperators::OP_NONE) return -1;
-  for (size_t i = 0; i < table.size(); ++i) {
-    if (table[i].code == code) return static_cast<int32_t>(i);
-  }
-  return -1;
+const Facts& FactsOf(Code code) {
+  static constexpr std::array<Facts, kCodes> kFacts = MakeFacts();
+  return kFacts[static_cast<size_t>(code) < kCodes ? static_cast<size_t>(code) : 0];
 }
 
 /// The record at `position`; the terminator for a position that is none.
@@ -82,11 +115,6 @@ template <class Table>
 const auto& RowAt(const Table& table, int32_t position) {
   const bool inside = position >= 0 && static_cast<size_t>(position) < table.size();
   return inside ? table[static_cast<size_t>(position)] : table.back();
-}
-
-int32_t PrecedenceOf(TamberOperators::Operator_e code) {
-  const int32_t at = PositionOf(TamberOperators::BinaryOperators, code);
-  return at < 0 ? kUnaryPrecedence : RowAt(TamberOperators::BinaryOperators, at).precedence;
 }
 
 /// Pushes an integer as a value of this kind; chars keep its low byte.
@@ -124,19 +152,16 @@ bool IsZero(const StackOperand& operand, Kind kind) {
 }  // namespace
 
 TamberOperators::Operator_e TamberOperators::CheckBinaryOperator(std::string_view text) {
-  return CodeOf(BinaryOperators, text);
+  static constexpr Spellings kSpellings(BinaryOperators);
+  return text == "[]" ? OP_ARRAYINDEX : kSpellings.Find(text);
 }
 
 TamberOperators::Operator_e TamberOperators::CheckUnaryOperator(std::string_view text) {
-  return CodeOf(UnaryOperators, text);
+  static constexpr Spellings kSpellings(UnaryOperators);
+  return kSpellings.Find(text);
 }
 
-int32_t TamberOperators::GetOperatorIndex(Operator_e code) {
-  const int32_t binary = PositionOf(BinaryOperators, code);
-  if (binary >= 0) return binary;
-  const int32_t unary = PositionOf(UnaryOperators, code);
-  return unary >= 0 ? kFirstUnaryIndex + unary : -1;
-}
+int32_t TamberOperators::GetOperatorIndex(Operator_e code) { return FactsOf(code).index; }
 
 int32_t TamberOperators::GetOperatorParamCount(int32_t index) {
   return index < kFirstUnaryIndex ? 2 : 1;
@@ -148,7 +173,7 @@ KelString TamberOperators::GetOperatorName(int32_t index) {
 }
 
 int32_t TamberOperators::ComparePrecedence(Operator_e a, Operator_e b) {
-  return PrecedenceOf(a) - PrecedenceOf(b);
+  return FactsOf(a).precedence - FactsOf(b).precedence;
 }
 
 int32_t TamberOperators::ExecuteOperator(int32_t index, Stack* stack) {

@@ -1,6 +1,8 @@
 // Which operand types an operator takes and what comes out, for the expression compiler.
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 #include <new>
 
 #include "engine/tambops.h"
@@ -103,12 +105,33 @@ constexpr bool IsUnary(TamberOperators::Operator_e code) {
          code == TamberOperators::OP_COMPLEMENT;
 }
 
-constexpr Kind FindRule(TamberOperators::Operator_e code, Kind left, Kind right) {
-  const TamberOperators::Operator_e group = GroupOf(code);
-  for (const TypeRule& rule : kTypeRules) {
-    if (rule.group == group && Has(rule.left, left) && Has(rule.right, right)) return rule.result;
+constexpr size_t kKinds = static_cast<size_t>(Kind::Any) + 1;
+constexpr size_t kGroups = TamberOperators::OP_COMPLEMENT + 1;
+using Results = std::array<Kind, kGroups * kKinds * kKinds>;
+
+constexpr size_t PlaceOf(TamberOperators::Operator_e group, size_t left, size_t right) {
+  return (static_cast<size_t>(group) * kKinds + left) * kKinds + right;
+}
+
+/// The rules as a table. Of two that fit the first counts.
+constexpr Results MakeResults() {
+  Results results{};
+  for (size_t rule = std::size(kTypeRules); rule-- > 0;) {
+    const TypeRule& row = kTypeRules[rule];
+    for (size_t left = 0; left < kKinds; ++left) {
+      for (size_t right = 0; right < kKinds; ++right) {
+        const bool fits =
+            Has(row.left, static_cast<Kind>(left)) && Has(row.right, static_cast<Kind>(right));
+        if (fits) results[PlaceOf(row.group, left, right)] = row.result;
+      }
+    }
   }
-  return Kind::None;
+  return results;
+}
+
+Kind FindRule(TamberOperators::Operator_e code, Kind left, Kind right) {
+  static constexpr Results kResults = MakeResults();
+  return kResults[PlaceOf(GroupOf(code), static_cast<size_t>(left), static_cast<size_t>(right))];
 }
 
 /// Structure members and array elements: what may stand behind "." and "[]".

@@ -7,6 +7,7 @@
 ExpressionBase::~ExpressionBase() {
   // A sum of many terms is a chain as deep as it is long: the descendants are taken apart in a
   // loop, leaf by leaf, not by destructors that call each other. Nothing is allocated for it.
+  if (childCount_ == 0) return;
   ExpressionBase* node = this;
   while (true) {
     if (node->childCount_ == 0) {

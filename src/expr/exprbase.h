@@ -5,6 +5,7 @@
 
 #include "kel/kelstring.h"
 #include "values/typedesc.h"
+#include "values/varpool.h"
 
 namespace tamber {
 class CodeBuilder;
@@ -29,6 +30,8 @@ class ExpressionBase {
   explicit ExpressionBase(enum_ExpressionKind kind) : kind_(kind) {}
   ExpressionBase(const ExpressionBase&) = delete;
   ExpressionBase& operator=(const ExpressionBase&) = delete;
+  static void* operator new(size_t size) { return tamber::PoolAllocate(size); }
+  static void operator delete(void* memory, size_t size) { tamber::PoolFree(memory, size); }
   virtual ~ExpressionBase();
 
   enum_ExpressionKind GetKind() const { return kind_; }

@@ -73,8 +73,8 @@ int32_t ExpressionCompiler::CompileTarget(Tokeniser* tokeniser) {
   ClearExpression();
   ExpressionScope scope{names_, locals_, runtimeLocals_};
   ExpressionParser parser(*this, scope, *tokeniser, 0);
-  tokeniser->GetNextToken(1, 1);
-  std::string name(tokeniser->Token());
+  tokeniser->ReadToken();
+  const std::string_view name = tokeniser->Token();
   tamber::VarUse use;
   if (!parser.FindVariable(name, use)) {
     Variable* external = names_.FindVariable(KelString(name), VARLIST_EXTERNAL);
@@ -84,7 +84,7 @@ int32_t ExpressionCompiler::CompileTarget(Tokeniser* tokeniser) {
     }
     use = {external->OwnName(), -1, tamber::TypeOf(*external)};
   }
-  root_ = parser.ReadVariable(use);
+  root_ = parser.ReadVariable(std::move(use));
   return root_ != nullptr;
 }
 

@@ -10,6 +10,7 @@ class ExpressionFunction final : public ExpressionBase {
   ExpressionFunction(std::shared_ptr<const TamberFunction> function, const tamber::TypeRef& type);
 
   const TamberFunction& Function() const { return *function_; }
+  const std::shared_ptr<const TamberFunction>& SharedFunction() const { return function_; }
 
   void Dump(KelString& out) const override;
   /// Whether a variable of this kind is passed itself, for the function to change or keep.

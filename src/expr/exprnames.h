@@ -14,6 +14,7 @@ namespace tamber {
 
 class Callable;
 class Machine;
+struct KnownName;
 
 /// What a compiler of expressions asks of its context: what names mean, and a machine for values
 /// that are wanted at once.
@@ -25,6 +26,8 @@ class ExpressionNames {
   virtual const Variable* FindConstant(std::string_view name) = 0;
   virtual Callable* FindCallable(std::string_view name) = 0;
   virtual FunctionList& Functions() = 0;
+  /// All that the name means, for who has looked it up already and remembers; null: ask for each.
+  virtual const KnownName* Remembered(std::string_view) { return nullptr; }
   /// Offers the names that it knows, for one that it does not: of what can be called, or of all
   /// that has a value. Nothing when nobody will be told.
   virtual void OfferNames(kel::NearestName& nearest, bool callable) = 0;

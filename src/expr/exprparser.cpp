@@ -8,6 +8,7 @@
 #include "expr/exprnotes.h"
 #include "expr/exprproc.h"
 #include "expr/exprsub.h"
+#include "expr/knownname.h"
 #include "functions/funclist.h"
 #include "kel/kelascii.h"
 #include "kel/stop.h"
@@ -31,6 +32,11 @@ namespace {
 
 bool IsNameToken(std::string_view token) {
   return !token.empty() && (kel::IsAlpha(token[0]) || token[0] == '_' || kel::IsDigit(token[0]));
+}
+
+/// Of a few.
+bool IsOneOf(char c, std::string_view list) {
+  return std::any_of(list.begin(), list.end(), [c](char one) { return one == c; });
 }
 
 bool IsOperatorText(std::string_view token) {
@@ -93,7 +99,7 @@ bool ReadCharacter(std::string_view token, char& value) {
   quoted += '"';
   Tokeniser reader;
   reader.SetLine(quoted.c_str());
-  reader.GetNextToken(1, 1);
+  reader.ReadToken();
   std::string_view decoded = reader.Token();
   if (reader.GetLastError() != 0 || decoded.size() != 3) return false;
   value = decoded[1];
@@ -164,16 +170,15 @@ std::unique_ptr<ExpressionBase> ExpressionParser::Parse(std::string_view termina
   bool readAny = false;
   while (true) {
     char next = tokeniser_.PeekNextChar();
-    if (next == '\0' || terminators.find(next) != std::string_view::npos) break;
+    if (next == '\0' || IsOneOf(next, terminators)) break;
     kel::CheckStop();
-    tokeniser_.GetNextToken(1, 1);
+    tokeniser_.ReadToken();
     at_ = tokeniser_.TokenOffset();
     if (tokeniser_.GetLastError() != 0) {
       Fail(tokeniser_.GetLastError(), tokeniser_.Token());
       return nullptr;
     }
-    // The tokeniser's buffer is overwritten by whatever the token leads to reading.
-    std::string token(tokeniser_.Token());
+    const std::string_view token = tokeniser_.Token();
     if (token.empty()) break;
     readAny = true;
     if (!IdentifyToken(token)) return nullptr;
@@ -211,10 +216,13 @@ bool ExpressionParser::CheckValue(const ExpressionBase& node, uint32_t offset) {
 }
 
 bool ExpressionParser::IdentifyToken(std::string_view token) {
-  if (token == "(") return HandleOpenParenthesis();
-  if (ExpectsBinaryOperator() && token == "[") return HandleOpenBracket();
-  if (ExpectsBinaryOperator() && token == ".") return HandleMember();
-  if (IsOperatorText(token)) return HandleOperator(token);
+  // What begins like a name or a string is no operator.
+  if (!IsNameToken(token) && token[0] != '"') {
+    if (token == "(") return HandleOpenParenthesis();
+    if (token == "[" && ExpectsBinaryOperator()) return HandleOpenBracket();
+    if (token == "." && ExpectsBinaryOperator()) return HandleMember();
+    if (IsOperatorText(token)) return HandleOperator(token);
+  }
   bool isConstant = false;
   if (Node constant = ReadConstant(token, isConstant))
     return HandleOperand(std::move(constant), token);
@@ -255,7 +263,7 @@ bool ExpressionParser::HandleOpenBracket() {
 
 bool ExpressionParser::HandleMember() {
   if (!CheckValue(*current_, current_->SourceOffset())) return false;
-  tokeniser_.GetNextToken(0, 1);
+  tokeniser_.ReadToken(false);
   at_ = tokeniser_.TokenOffset();
   std::string member(tokeniser_.Token());
   if (!IsNameToken(member)) return Fail(ERR_EXPRBADTOKEN, member.empty() ? "." : member);
@@ -349,57 +357,93 @@ std::unique_ptr<ExpressionBase> ExpressionParser::ReadConstant(std::string_view 
   return nullptr;
 }
 
-bool ExpressionParser::FindVariable(std::string_view name, VarUse& use) const {
-  if (scope_.locals != nullptr) {
-    if (int32_t slot = scope_.locals->Find(name); slot >= 0) {
-      const tamber::Local& local = scope_.locals->At(static_cast<uint32_t>(slot));
-      use = {local.name, slot, local.type};
-      return true;
-    }
+/// What a name means: remembered, or looked up when somebody asks.
+class ExpressionParser::Names {
+ public:
+  Names(const ExpressionScope& scope, std::string_view name)
+      : scope_(scope), name_(name), known_(scope.names.Remembered(name)) {}
+
+  int32_t Slot() const {
+    if (known_ != nullptr) return known_->slot;
+    return scope_.locals != nullptr ? scope_.locals->Find(name_) : -1;
   }
-  KelString text(name);
-  // Names that only the running procedure knows are looked up by name when the text is evaluated.
-  uint32_t mask = VARLIST_GLOBAL | (scope_.runtimeLocals ? VARLIST_LOCAL : 0u);
-  if (Variable* variable = scope_.names.FindVariable(text, mask)) {
-    use = {variable->OwnName(), scope_.runtimeLocals ? -2 : -1, tamber::TypeOf(*variable)};
+  /// Names that only the running procedure knows are looked up by name when the text is evaluated.
+  Variable* GlobalOrRunning() const {
+    if (known_ != nullptr) return known_->global;
+    return Find(VARLIST_GLOBAL | (scope_.runtimeLocals ? VARLIST_LOCAL : 0u));
+  }
+  Variable* Global() const { return known_ != nullptr ? known_->global : Find(VARLIST_GLOBAL); }
+  Variable* External() const {
+    return known_ != nullptr ? known_->external : Find(VARLIST_EXTERNAL);
+  }
+  const Variable* Constant() const {
+    return known_ != nullptr ? known_->constant : scope_.names.FindConstant(name_);
+  }
+  tamber::Callable* Procedure() const {
+    return known_ != nullptr ? known_->procedure : scope_.names.FindCallable(name_);
+  }
+  uint32_t Function() const {
+    return known_ != nullptr ? known_->function : scope_.names.Functions().FindFirstOverload(name_);
+  }
+
+ private:
+  Variable* Find(uint32_t scopes) const {
+    return scope_.names.FindVariable(KelString(name_), scopes);
+  }
+
+  const ExpressionScope& scope_;
+  std::string_view name_;
+  const tamber::KnownName* known_;
+};
+
+bool ExpressionParser::FindVariable(std::string_view name, VarUse& use) const {
+  return FindVariable(Names(scope_, name), use);
+}
+
+bool ExpressionParser::FindVariable(const Names& name, VarUse& use) const {
+  if (const int32_t slot = name.Slot(); slot >= 0) {
+    const tamber::Local& local = scope_.locals->At(static_cast<uint32_t>(slot));
+    use = {local.name, slot, local.type};
     return true;
   }
-  return false;
+  const Variable* const variable = name.GlobalOrRunning();
+  if (variable == nullptr) return false;
+  use = {variable->OwnName(), scope_.runtimeLocals ? -2 : -1, tamber::TypeOf(*variable)};
+  return true;
+}
+
+bool ExpressionParser::HandleVariable(VarUse use, std::string_view token) {
+  Node variable = ReadVariable(std::move(use));
+  return variable && HandleOperand(std::move(variable), token);
+}
+
+bool ExpressionParser::HandleConstant(const Variable& constant, std::string_view token) {
+  const Kind kind = tamber::KindOf(constant);
+  if (kind == Kind::String) {
+    Cell text = tamber::VariableAccess::CellOf(constant);
+    return HandleOperand(std::make_unique<ExpressionConstant>(tamber::TextOf(text.s)), token);
+  }
+  if (const auto* literal = dynamic_cast<const VarLiteral*>(&constant)) {
+    return HandleOperand(
+        ExpressionConstant::FloatLiteral(literal->GetFloatValue(), literal->Exact()), token);
+  }
+  if (!tamber::IsManaged(kind)) {
+    Cell value = tamber::VariableAccess::CellOf(constant);
+    return HandleOperand(std::make_unique<ExpressionConstant>(kind, value), token);
+  }
+  return HandleVariable({constant.OwnName(), -1, tamber::TypeOf(constant)}, token);
 }
 
 bool ExpressionParser::HandleName(std::string_view token) {
+  const Names name(scope_, token);
   VarUse use;
-  if (FindVariable(token, use)) {
-    Node variable = ReadVariable(use);
-    return variable && HandleOperand(std::move(variable), token);
-  }
-  KelString name(token);
-  if (const Variable* constant = scope_.names.FindConstant(token)) {
-    Kind kind = tamber::KindOf(*constant);
-    if (kind == Kind::String) {
-      Cell text = tamber::VariableAccess::CellOf(*constant);
-      return HandleOperand(std::make_unique<ExpressionConstant>(tamber::TextOf(text.s)), token);
-    }
-    if (const auto* literal = dynamic_cast<const VarLiteral*>(constant)) {
-      return HandleOperand(
-          ExpressionConstant::FloatLiteral(literal->GetFloatValue(), literal->Exact()), token);
-    }
-    if (!tamber::IsManaged(kind)) {
-      Cell value = tamber::VariableAccess::CellOf(*constant);
-      return HandleOperand(std::make_unique<ExpressionConstant>(kind, value), token);
-    }
-    use = {constant->OwnName(), -1, tamber::TypeOf(*constant)};
-    Node variable = ReadVariable(use);
-    return variable && HandleOperand(std::move(variable), token);
-  }
-  if (Variable* variable = scope_.names.FindVariable(name, VARLIST_EXTERNAL)) {
-    use = {variable->OwnName(), -1, tamber::TypeOf(*variable)};
-    Node node = ReadVariable(use);
-    return node && HandleOperand(std::move(node), token);
-  }
-  if (tamber::Callable* procedure = scope_.names.FindCallable(token))
-    return HandleProcedure(procedure);
-  if (scope_.names.Functions().FindFunction(token) != 0) return HandleFunction(token);
+  if (FindVariable(name, use)) return HandleVariable(std::move(use), token);
+  if (const Variable* constant = name.Constant()) return HandleConstant(*constant, token);
+  if (const Variable* variable = name.External())
+    return HandleVariable({variable->OwnName(), -1, tamber::TypeOf(*variable)}, token);
+  if (tamber::Callable* procedure = name.Procedure()) return HandleProcedure(procedure);
+  if (const uint32_t function = name.Function(); function != 0)
+    return HandleFunction(token, function);
   return FailUnknown(token);
 }
 
@@ -436,9 +480,9 @@ bool ExpressionParser::ReadIndex(ExpressionVariable& variable, uint32_t selected
 
 bool ExpressionParser::ReadMember(ExpressionVariable& variable, uint32_t& selected) {
   tokeniser_.TakeChar('.');
-  tokeniser_.GetNextToken(0, 1);
+  tokeniser_.ReadToken(false);
   const uint32_t named = tokeniser_.TokenOffset();
-  std::string member(tokeniser_.Token());
+  const std::string_view member = tokeniser_.Token();
   if (!IsNameToken(member)) return Fail(ERR_BADSTATEMENT, member.empty() ? "." : member, named);
   const tamber::TypeRef& from = variable.Type();
   ExpressionVariable::Selector selector;
@@ -462,8 +506,8 @@ bool ExpressionParser::ReadMember(ExpressionVariable& variable, uint32_t& select
   return true;
 }
 
-std::unique_ptr<ExpressionVariable> ExpressionParser::ReadVariable(const VarUse& use) {
-  auto variable = std::make_unique<ExpressionVariable>(use);
+std::unique_ptr<ExpressionVariable> ExpressionParser::ReadVariable(VarUse use) {
+  auto variable = std::make_unique<ExpressionVariable>(std::move(use));
   variable->SetSourceOffset(tokeniser_.TokenOffset());
   uint32_t selected = variable->SourceOffset();  // the name that the next step selects from
   while (true) {
@@ -524,9 +568,8 @@ bool ExpressionParser::CheckProcedureArguments(tamber::Callable& procedure,
     bool isVariable = argument.GetKind() == EXPRESSION_VARIABLE;
     if (isVariable) {
       auto& use = static_cast<ExpressionVariable&>(argument).Variable();
-      isVariable =
-          use.slot != -1 || scope_.names.FindVariable(KelString(use.name.View()),
-                                                      VARLIST_GLOBAL | VARLIST_EXTERNAL) != nullptr;
+      const Names named(scope_, use.name.View());
+      isVariable = use.slot != -1 || named.Global() != nullptr || named.External() != nullptr;
     }
     if (!isVariable) return Fail(ERR_REFPARAMNOTVAR, name, at);
     bool same = tamber::HasLayoutOf(type, *parameter.type);
@@ -541,15 +584,16 @@ bool ExpressionParser::HandleProcedure(tamber::Callable* procedure) {
   if (!CheckProcedureArguments(*procedure, arguments)) return false;
   auto call = std::make_unique<ExpressionProcedure>(procedure);
   for (Node& argument : arguments) call->AddChild(std::move(argument));
+  call->CollectFacts(true, false, false);
   return HandleOperand(std::move(call), procedure->GetName().View());
 }
 
-bool ExpressionParser::HandleFunction(std::string_view name) {
+bool ExpressionParser::HandleFunction(std::string_view name, uint32_t firstOverload) {
   std::vector<Node> arguments;
   if (!ReadArguments(name, arguments)) return false;
   std::vector<const TypeDesc*> types;
   for (const Node& argument : arguments) types.push_back(argument->Type().Get());
-  uint32_t index = scope_.names.Functions().FindBestSignature(name, types);
+  const uint32_t index = scope_.names.Functions().FindBestOverload(firstOverload, types);
   if (index == 0 || !scope_.names.Functions().TakesArguments(index, types)) {
     Fail(index == 0 ? ERR_EXPRSIGNATURE : ERR_EXPRPARMTYPE, name);
     if (!scope_.runtimeLocals)
@@ -567,5 +611,7 @@ bool ExpressionParser::HandleFunction(std::string_view name) {
     tamber::AdaptLiterals(*arguments[i], *function->ParameterTypes()[i]);
     call->AddChild(std::move(arguments[i]));
   }
+  const bool looksUpLocals = !function->Traits().localsBlind;
+  call->CollectFacts(looksUpLocals, true, looksUpLocals);
   return HandleOperand(std::move(call), name);
 }

@@ -32,11 +32,13 @@ class ExpressionParser {
   /// `needsValue`: a call of a procedure without result is refused.
   std::unique_ptr<ExpressionBase> Parse(std::string_view terminators, bool needsValue = true);
   /// Reads a variable with all its selectors; `name` has just been read.
-  std::unique_ptr<ExpressionVariable> ReadVariable(const tamber::VarUse& variable);
+  std::unique_ptr<ExpressionVariable> ReadVariable(tamber::VarUse variable);
   /// The variable that a name stands for; false when none is declared.
   bool FindVariable(std::string_view name, tamber::VarUse& use) const;
 
  private:
+  class Names;
+
   using Node = std::unique_ptr<ExpressionBase>;
 
   bool IdentifyToken(std::string_view token);
@@ -48,8 +50,11 @@ class ExpressionParser {
   bool HandleUnaryOperator(TamberOperators::Operator_e code);
   bool HandleOperand(Node node, std::string_view token);
   bool HandleName(std::string_view token);
+  bool HandleConstant(const Variable& constant, std::string_view token);
+  bool HandleVariable(tamber::VarUse use, std::string_view token);
+  bool FindVariable(const Names& name, tamber::VarUse& use) const;
   bool HandleProcedure(tamber::Callable* procedure);
-  bool HandleFunction(std::string_view name);
+  bool HandleFunction(std::string_view name, uint32_t firstOverload);
   bool ReadArguments(std::string_view name, std::vector<Node>& arguments);
   bool CheckProcedureArguments(tamber::Callable& procedure, std::vector<Node>& arguments);
   Node ReadConstant(std::string_view token, bool& isConstant);

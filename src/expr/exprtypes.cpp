@@ -8,10 +8,15 @@
 namespace tamber {
 namespace {
 
+KelString OperatorName(const ExpressionOperator& node) {
+  return TamberOperators::GetOperatorName(node.GetOperatorIndex());
+}
+
 bool ResolveOperator(ExpressionOperator& node, int32_t& error, std::string& text) {
-  if (node.GetChildCount() + (node.MemberName().IsEmpty() ? 0 : 1) != node.GetOperandCount()) {
+  const bool isMember = node.GetOperator() == TamberOperators::OP_STRUCTMEMBER;
+  if (node.GetChildCount() + (isMember ? 1 : 0) != node.GetOperandCount()) {
     error = ERR_EXPRBADFORMAT;
-    text = TamberOperators::GetOperatorName(node.GetOperatorIndex()).View();
+    text = OperatorName(node).Str();
     return false;
   }
   ExpressionBase* left = node.GetChild(0);
@@ -21,57 +26,50 @@ bool ResolveOperator(ExpressionOperator& node, int32_t& error, std::string& text
     AdaptLiterals(*right, *left->Type());
   }
   TypeRef type;
-  if (node.GetOperator() == TamberOperators::OP_STRUCTMEMBER &&
-      left->Type()->GetKind() != Kind::Any) {
+  const bool hasMembers = isMember && left->Type()->GetKind() != Kind::Any;
+  if (hasMembers) {
     type = TamberOperators::MemberType(*left->Type(), node.MemberName().View(), error);
-    text = node.MemberName().View();
-  } else if (node.GetOperator() == TamberOperators::OP_STRUCTMEMBER) {
+  } else if (isMember) {
     type = TypeDesc::Of(Kind::Any);
   } else {
     type = TamberOperators::ResultType(node.GetOperator(), left->Type().Get(),
                                        right ? right->Type().Get() : nullptr, error);
-    text = TamberOperators::GetOperatorName(node.GetOperatorIndex()).View();
   }
   if (!type) {
     if (error == 0) error = ERR_EXPRPARMMATCH;
+    text = hasMembers ? std::string(node.MemberName().View()) : OperatorName(node).Str();
     return false;
   }
   error = 0;
-  text.clear();
   node.SetType(type);
   return true;
 }
 
+/// Calls, constants and variables get their type, and the facts about them, when they are made;
+/// what is below them has been resolved with the nested expression that it came from.
+bool IsLeaf(const ExpressionBase& node) {
+  return node.GetKind() != EXPRESSION_OPERATOR && node.GetKind() != EXPRESSION_SUB;
+}
+
 bool Resolve(ExpressionBase& node, int32_t& error, std::string& text) {
-  bool impure = false;
-  bool callsFunction = false;
-  bool looksUpLocals = false;
-  switch (node.GetKind()) {
-    case EXPRESSION_OPERATOR:
-      if (!ResolveOperator(static_cast<ExpressionOperator&>(node), error, text)) return false;
-      break;
-    case EXPRESSION_SUB:
-      node.SetType(node.GetChild(0)->Type());
-      break;
-    case EXPRESSION_FUNCTION:
-      looksUpLocals = !static_cast<ExpressionFunction&>(node).Function().Traits().localsBlind;
-      impure = looksUpLocals;
-      callsFunction = true;
-      break;
-    case EXPRESSION_PROCEDURE:
-      impure = true;
-      break;
-    default:
-      break;
+  if (IsLeaf(node)) return true;
+  if (node.GetKind() == EXPRESSION_SUB) {
+    node.SetType(node.GetChild(0)->Type());
+  } else if (!ResolveOperator(static_cast<ExpressionOperator&>(node), error, text)) {
+    return false;
   }
-  node.CollectFacts(impure, callsFunction, looksUpLocals);
+  node.CollectFacts(false, false, false);
   return true;
 }
 
-/// Calls, constants and variables get their type when they are made; what is below them has been
-/// resolved with the nested expression that it came from.
-bool IsLeaf(const ExpressionBase& node) {
-  return node.GetKind() != EXPRESSION_OPERATOR && node.GetKind() != EXPRESSION_SUB;
+/// A child that has to be resolved before the node; null when there is none.
+ExpressionBase* UnresolvedChild(const ExpressionBase& node) {
+  if (IsLeaf(node)) return nullptr;
+  for (uint32_t i = 0; i < node.GetChildCount(); ++i) {
+    ExpressionBase* const child = node.GetChild(i);
+    if (!IsLeaf(*child) && !child->Type()) return child;
+  }
+  return nullptr;
 }
 
 /// A node on the way down, in walks without recursion: a chain may be as long as memory allows.
@@ -136,20 +134,11 @@ void AdaptLiterals(ExpressionBase& root, const TypeDesc& met) {
 }
 
 const ExpressionBase* ResolveTypes(ExpressionBase& root, int32_t& error, std::string& text) {
-  // Children before parents.
-  std::vector<Step> path{{&root, 0}};
-  while (!path.empty()) {
-    Step& step = path.back();
-    bool descend = !IsLeaf(*step.node) && step.nextChild < step.node->GetChildCount();
-    if (descend) {
-      path.push_back({step.node->GetChild(step.nextChild++), 0});
-      if (!IsLeaf(*path.back().node) && path.back().node->Type()) path.pop_back();
-      continue;
-    }
-    if (!Resolve(*step.node, error, text)) return step.node;
-    path.pop_back();
+  for (ExpressionBase* node = &root;; node = node->GetParent()) {
+    while (ExpressionBase* const below = UnresolvedChild(*node)) node = below;
+    if (!Resolve(*node, error, text)) return node;
+    if (node == &root) return nullptr;
   }
-  return nullptr;
 }
 
 }  // namespace tamber

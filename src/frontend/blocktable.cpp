@@ -26,7 +26,7 @@ void BlockTable::Build(ScriptLine& script, const TypeWordTest& isTypeWord) {
   Tokeniser& tokeniser = script.GetTokeniser();
   while (script.ReadLogicalLine()) {
     const uint32_t line = script.GetStatementLine();
-    tokeniser.GetNextToken(1, 1);
+    tokeniser.ReadToken();
     const std::string_view word = tokeniser.Token();
     if (tokeniser.GetLastError() != 0) {
       faults_.push_back({line, tokeniser.GetLastError()});

@@ -25,16 +25,14 @@ bool IsCompound(std::string_view op) {
   return std::find(std::begin(kCompound), std::end(kCompound), op) != std::end(kCompound);
 }
 
-bool IsConstant(const StatementCompiler& compiler, const KelString& name) {
-  CompileHost& host = compiler.Host();
-  return compiler.Procedure().Locals().Find(name) < 0 &&
-         host.FindVariable(name, VARLIST_GLOBAL) == nullptr &&
-         host.FindVariable(name, VARLIST_CONSTANT) != nullptr;
+bool IsConstant(const StatementCompiler& compiler, std::string_view name) {
+  const KnownName& known = compiler.Names().Find(name);
+  return known.slot < 0 && known.global == nullptr && known.constant != nullptr;
 }
 
 bool RefuseConstant(StatementCompiler& compiler, const KelString& name) {
   Tokeniser& tokeniser = compiler.Tokens();
-  tokeniser.GetNextToken(1, 1);
+  tokeniser.ReadToken();
   const std::string_view next = tokeniser.Token();
   const bool assigns = next == "=" || next == "[" || next == "." || IsCompound(next);
   if (!assigns) return compiler.Fail(ERR_ASSIGNNOEQUAL, next);
@@ -144,13 +142,14 @@ bool CompileArrayChange(StatementCompiler& compiler, Target target, enum_Stateme
 
 bool CompileAssignment(StatementCompiler& compiler) {
   Tokeniser& tokeniser = compiler.Tokens();
-  const KelString name(tokeniser.Token());
-  if (IsConstant(compiler, name)) return RefuseConstant(compiler, name);
+  // Parts of the line, which the expressions leave as it is.
+  const std::string_view name = tokeniser.Token();
+  if (IsConstant(compiler, name)) return RefuseConstant(compiler, KelString(name));
   Target target = CompileTarget(compiler);
   if (!target) return false;
-  tokeniser.GetNextToken(1, 1);
+  tokeniser.ReadToken();
   if (tokeniser.GetLastError() != 0) return compiler.Fail(tokeniser.GetLastError(), "");
-  const KelString op(tokeniser.Token());
+  const std::string_view op = tokeniser.Token();
   if (op == "=") return CompileStore(compiler, std::move(target));
   if (!IsCompound(op)) return compiler.Fail(ERR_ASSIGNNOEQUAL, op);
   const enum_StatementKind operation = ArrayOperation(op);

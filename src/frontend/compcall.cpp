@@ -33,7 +33,7 @@ bool CompileReturnValue(StatementCompiler& compiler, const TypeDesc& type) {
 
 bool CheckNoReturnValue(StatementCompiler& compiler) {
   Tokeniser& tokeniser = compiler.Tokens();
-  tokeniser.GetNextToken(1, 1);
+  tokeniser.ReadToken();
   if (tokeniser.GetLastError() != 0) return compiler.Fail(tokeniser.GetLastError(), "");
   if (tokeniser.GetTokenLength() == 0) return true;
   return compiler.Fail(ERR_RETURNNOTEMPTY, tokeniser.Token());

@@ -11,12 +11,15 @@ namespace tamber {
 namespace {
 
 void Declare(StatementCompiler& compiler, const KelString& typeWord, const DeclaredName& declared) {
+  const Name& name = compiler.Tables().Intern(declared.name);
   Local local;
-  local.name = Name(declared.name);
+  local.name = name;
   local.type = declared.type;
   local.arraySize = declared.arraySize;
   const uint32_t slot = compiler.Procedure().Locals().Add(std::move(local));
-  compiler.Append<StatementDeclare>(slot, typeWord + " " + declared.name);
+  compiler.Names().AddLocal(declared.name, static_cast<int32_t>(slot));
+  compiler.Append<StatementDeclare>(slot, compiler.Tables().Intern(typeWord),
+                                    compiler.Procedure().Locals().At(slot).name);
 }
 
 }  // namespace

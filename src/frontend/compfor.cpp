@@ -23,7 +23,7 @@ struct ForHeader {
 /// Cuts the header as text: quotes and nested parentheses mean nothing here, and what follows the
 /// first ")" behind the second ";" is ignored. False when a separator is missing.
 bool SplitHeader(Tokeniser& tokeniser, ForHeader& header) {
-  tokeniser.GetNextToken(1, 1);
+  tokeniser.ReadToken();
   if (tokeniser.Token() != "(") return false;
   std::string_view rest = tokeniser.Rest();
   const auto cut = [&](char separator, ForPart& part) {

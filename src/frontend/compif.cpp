@@ -24,7 +24,7 @@ bool CompileBranch(StatementCompiler& compiler, uint32_t flags) {
   if (!compiler.CompileBlock(next, flags | kInIf)) return false;
   compiler.Script().ReadLineAt(next);
   Tokeniser& tokeniser = compiler.Tokens();
-  tokeniser.GetNextToken(1, 1);
+  tokeniser.ReadToken();
   // Only an if without any other branch has nothing to jump over.
   if (!first || !tokeniser.TokenIs("endif")) compiler.Append<StatementBase>(STATEMENT_ENDBRANCH);
   SetJumpTarget(compiler.Statements(), jump, compiler.Count() + 1);

@@ -38,7 +38,7 @@ void EraseCalled(const StatementList& statements, ProcedureList::Set& procedures
 }  // namespace
 
 CompileSession::CompileSession(CompileHost& host, LeftError leftError)
-    : host_(host), outer_(innermost), leftError_(leftError) {
+    : host_(host), names_(host), outer_(innermost), leftError_(leftError) {
   innermost = this;
 }
 
@@ -48,6 +48,7 @@ CompileSession::~CompileSession() {
   } catch (const std::bad_alloc&) {
     // They go with the rest of the context's procedures.
   }
+  tables_->Settle();
   innermost = outer_;
 }
 
@@ -69,7 +70,7 @@ void CompileSession::AddBody(std::unique_ptr<TamberProcedure> procedure, BlockTa
   bodies_.push_back({procedure.get(), std::move(blocks), declared});
   try {
     bodyOf_.emplace(added, &bodies_.back());
-    host_.Procedures().AddProcedure(std::move(procedure));
+    host_.Procedures().Enter(std::move(procedure));
   } catch (...) {
     // Without memory the procedure is gone, so nobody may look for it here.
     bodyOf_.erase(added);
@@ -79,21 +80,32 @@ void CompileSession::AddBody(std::unique_ptr<TamberProcedure> procedure, BlockTa
 }
 
 bool CompileSession::CompileNow(TamberProcedure& procedure) {
+  names_.Clear();
   return CompileBody(*bodyOf_.at(&procedure));
 }
 
 bool CompileSession::CompileBodies() {
+  names_.Clear();
   for (Body& body : bodies_) {
     if (body.procedure->GetState() != TamberProcedure::State::Declared) continue;
     if (CompileBody(body)) continue;
     if (host_.Error() == ERR_STOPPED) return false;  // all of them go together
-    // What stands behind the error was never reached.
-    for (const Body& rest : bodies_) {
-      if (rest.procedure->GetState() == TamberProcedure::State::Declared) Drop(*rest.procedure);
-    }
+    DropDeclared();
     return false;
   }
   return true;
+}
+
+/// What stands behind an error was never reached.
+void CompileSession::DropDeclared() {
+  ProcedureList::Set dropped;
+  for (const Body& body : bodies_) {
+    if (body.procedure->GetState() != TamberProcedure::State::Declared) continue;
+    body.procedure->SetState(TamberProcedure::State::Failed);
+    dropped.insert(body.procedure);
+  }
+  host_.Procedures().TakeOut(dropped);
+  names_.Clear();
 }
 
 void CompileSession::SalvageBodies() {
@@ -105,6 +117,7 @@ void CompileSession::SalvageBodies() {
   const ErrorNotes notes = run.notes;
   // Nobody is told of the errors in here.
   const bool wantsNotes = std::exchange(run.wantsNotes, false);
+  names_.Clear();
   for (Body& body : bodies_) {
     run.errorCode = ERR_SUCCESS;
     if (body.procedure->GetState() == TamberProcedure::State::Declared &&
@@ -132,7 +145,7 @@ bool CompileSession::CompileStatements(Body& body) {
   ScriptLine script(procedure.GetScript());
   script.SetNextLine(procedure.GetStartLine());
   const uint32_t declared = body.declared;
-  StatementCompiler compiler(host_, procedure, script, body.blocks,
+  StatementCompiler compiler(host_, names_, *tables_, procedure, script, body.blocks,
                              [this, declared](std::string_view name) {
                                const auto found = declaredAt_.find(name);
                                return found != declaredAt_.end() && found->second >= declared;
@@ -165,12 +178,14 @@ bool CompileSession::FinishBody(TamberProcedure& procedure) {
   }
   StatementList& statements = procedure.Statements();
   ResolvePlaceholders(statements, 1, STATEMENT_RETURN, statements.GetCount() + 1);
+  procedure.PackStatements(tables_);
   procedure.SetState(TamberProcedure::State::Compiled);
   return true;
 }
 
 void CompileSession::Drop(TamberProcedure& procedure) {
   procedure.SetState(TamberProcedure::State::Failed);
+  names_.Clear();
   if (host_.Procedures().GetProcedure(procedure.GetName()) == &procedure) {
     host_.Procedures().DeleteProcedure(procedure.GetName());
   }
@@ -189,7 +204,7 @@ void CompileSession::FreeDropped() {
   if (dropped.empty()) return;
   // Nothing else was compiled meanwhile.
   for (const CompileSession* session = this; session != nullptr; session = session->outer_) {
-    for (const Body& body : session->bodies_) EraseCalled(body.procedure->Statements(), dropped);
+    for (const Body& body : session->bodies_) EraseCalled(*StatementsOf(*body.procedure), dropped);
   }
   for (const Body& body : bodies_) {
     const bool stays = body.procedure->GetState() == TamberProcedure::State::Failed &&

@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "frontend/blocktable.h"
+#include "frontend/namememo.h"
 #include "frontend/scripttext.h"
 #include "kel/kelascii.h"
 #include "statements/procedure.h"
@@ -91,14 +92,17 @@ class CompileSession {
   bool CompileStatements(Body& body);
   bool FinishBody(TamberProcedure& procedure);
   void Drop(TamberProcedure& procedure);
+  void DropDeclared();
   void FreeDropped();
   void NotePlace(const CompilePlace& place);
 
   CompileHost& host_;
+  NameMemo names_;  // of bodies; while the top level is read, names come and go
   CompileSession* outer_;
   std::deque<Body> bodies_;  // those left to compile; a body stays where it is while it compiles
   std::unordered_map<const TamberProcedure*, Body*> bodyOf_;
   std::unordered_map<std::string, uint32_t, kel::NoCaseHash, kel::NoCaseEqual> declaredAt_;
+  std::shared_ptr<StatementTables> tables_ = std::make_shared<StatementTables>();
   CompilePlace place_;
   LeftError leftError_;
   int32_t leftCode_ = 0;

@@ -70,14 +70,14 @@ VarHolder Declaration::Make(const DeclaredName& declared) {
 }
 
 bool Declaration::NextToken() {
-  tokeniser_.GetNextToken(1, 1);
+  tokeniser_.ReadToken();
   return tokeniser_.GetLastError() == 0 || Fail(tokeniser_.GetLastError(), "");
 }
 
 /// Reads the next token if it is this one.
 bool Declaration::NextIs(std::string_view token) {
   const char* const before = tokeniser_.GetSearchPtr();
-  tokeniser_.GetNextToken(1, 0);
+  tokeniser_.ReadToken(true, false);
   if (tokeniser_.Token() == token) return true;
   tokeniser_.SetSearch(before);
   return false;
@@ -205,7 +205,7 @@ bool DeclareSession(CompileSession& session, ScriptLine& script) {
 bool DeclareConstants(CompileSession& session, ScriptLine& script) {
   Declaration line(session, script);
   Tokeniser& tokeniser = script.GetTokeniser();
-  tokeniser.GetNextToken(1, 1);
+  tokeniser.ReadToken();
   if (tokeniser.GetLastError() != 0) {
     return session.Fail(script, tokeniser.GetLastError(), "");
   }

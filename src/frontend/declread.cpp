@@ -30,7 +30,7 @@ int32_t DeclarationReader::FindArrayType(TypeRef& type) {
 }
 
 int32_t DeclarationReader::ReadName(DeclaredName& name) {
-  tokeniser_.GetNextToken(1, 1);
+  tokeniser_.ReadToken();
   if (tokeniser_.GetLastError() != 0) return Fail(tokeniser_.GetLastError(), "");
   name = {KelString(tokeniser_.Token()), type_, arraySize_};
   if (tokeniser_.PeekNextChar() != '[') return ERR_SUCCESS;
@@ -41,12 +41,12 @@ int32_t DeclarationReader::ReadName(DeclaredName& name) {
 }
 
 int32_t DeclarationReader::ReadBrackets(uint32_t& size) {
-  tokeniser_.GetNextToken(1, 1);  // "["
-  tokeniser_.GetNextToken(1, 1);
+  tokeniser_.ReadToken();  // "["
+  tokeniser_.ReadToken();
   if (tokeniser_.Token() == "]") return ERR_SUCCESS;
   const int32_t error = ReadSize(size);
   if (error != ERR_SUCCESS) return error;
-  tokeniser_.GetNextToken(1, 1);
+  tokeniser_.ReadToken();
   return tokeniser_.Token() == "]" ? ERR_SUCCESS : Fail(ERR_VARNOCOMMA, tokeniser_.Token());
 }
 
@@ -70,7 +70,7 @@ KelString DeclarationReader::TypeWord(const DeclaredName& name) const {
 }
 
 int32_t DeclarationReader::ReadSeparator(bool& more) {
-  tokeniser_.GetNextToken(1, 1);
+  tokeniser_.ReadToken();
   if (tokeniser_.GetLastError() != 0) return Fail(tokeniser_.GetLastError(), "");
   more = tokeniser_.Token() == ",";
   const bool end = tokeniser_.GetTokenLength() == 0;

@@ -31,7 +31,7 @@ using Handler = bool (*)(CompileSession&, TamberScript&);
 
 bool ReadStructure(CompileSession& session, TamberScript& script) {
   const char* const start = script.GetTokeniser().GetSearchPtr();
-  script.GetTokeniser().GetNextToken(1, 0);
+  script.GetTokeniser().ReadToken(true, false);
   const KelString name(script.GetTokeniser().Token());
   script.GetTokeniser().SetSearch(start);
   const uint32_t line = script.GetStatementLine();
@@ -95,7 +95,7 @@ void NoteUnknownWord(CompileHost& host, const KelString& word) {
 
 bool ReadTopLevelLine(CompileSession& session, TamberScript& script) {
   Tokeniser& tokeniser = script.GetTokeniser();
-  tokeniser.GetNextToken(1, 1);
+  tokeniser.ReadToken();
   if (tokeniser.GetLastError() != 0) return session.Fail(script, tokeniser.GetLastError(), "");
   const KelString word(tokeniser.Token());
   if (word.IsEmpty()) return true;

@@ -15,7 +15,7 @@ namespace {
 
 bool FailOpenComment(CompileSession& session, ScriptLine& script, const BlockTable& blocks) {
   script.ReadLineAt(blocks.OpenCommentLine());
-  script.GetTokeniser().GetNextToken(1, 1);
+  script.GetTokeniser().ReadToken();
   return session.Fail(script, ERR_SCRNOMORELINES, kOpenComment);
 }
 
@@ -45,14 +45,14 @@ class HeaderReader {
 };
 
 bool HeaderReader::NextToken() {
-  tokeniser_.GetNextToken(1, 1);
+  tokeniser_.ReadToken();
   return tokeniser_.GetLastError() == 0 || Fail(tokeniser_.GetLastError(), "");
 }
 
 bool HeaderReader::ReadReturnType(TypeRef& type) {
   KelString word(tokeniser_.Token());
   if (tokeniser_.PeekNextChar() == '[') {
-    tokeniser_.GetNextToken(1, 1);
+    tokeniser_.ReadToken();
     if (!NextToken()) return false;
     if (tokeniser_.Token() != "]") return Fail(ERR_PROCBADRETTYPE, tokeniser_.Token());
     word += "[]";
@@ -100,7 +100,7 @@ bool HeaderReader::ReadParameter() {
 
 bool HeaderReader::ReadReferenceMark() {
   const char* const before = tokeniser_.GetSearchPtr();
-  tokeniser_.GetNextToken(1, 0);
+  tokeniser_.ReadToken(true, false);
   if (tokeniser_.Token() == "&") return true;
   tokeniser_.SetSearch(before);
   return false;

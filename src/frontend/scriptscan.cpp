@@ -29,7 +29,7 @@ class LookAhead {
 
   void Restart() const {
     tokeniser_.ResetLine();
-    tokeniser_.GetNextToken(1, 1);
+    tokeniser_.ReadToken();
   }
 
  private:
@@ -44,7 +44,7 @@ bool IsNameToken(std::string_view token) {
 bool SkipBrackets(Tokeniser& tokeniser) {
   int depth = 0;
   do {
-    tokeniser.GetNextToken(1, 0);
+    tokeniser.ReadToken(true, false);
     if (tokeniser.GetTokenLength() == 0) return false;
     if (tokeniser.Token() == "[") ++depth;
     if (tokeniser.Token() == "]") --depth;
@@ -55,9 +55,9 @@ bool SkipBrackets(Tokeniser& tokeniser) {
 /// Whether the line is a header, of which the brackets behind the type are not closed.
 bool IsUnclosedHeader(Tokeniser& tokeniser, const LookAhead& ahead) {
   ahead.Restart();
-  tokeniser.GetNextToken(1, 0);  // "["
+  tokeniser.ReadToken(true, false);  // "["
   do {
-    tokeniser.GetNextToken(1, 0);
+    tokeniser.ReadToken(true, false);
     if (!IsNameToken(tokeniser.Token())) return false;
   } while (tokeniser.PeekNextChar() != '(');
   return true;
@@ -69,7 +69,7 @@ bool SelectsOrAssigns(Tokeniser& tokeniser) {
   while (tokeniser.PeekNextChar() == '[') {
     if (!SkipBrackets(tokeniser)) return false;
   }
-  tokeniser.GetNextToken(1, 0);
+  tokeniser.ReadToken(true, false);
   return tokeniser.Token() == "." || tokeniser.Token().ends_with('=');
 }
 
@@ -80,7 +80,7 @@ TypeLine FindTypeLine(Tokeniser& tokeniser) {
   if (tokeniser.PeekNextChar() == '[' && !SkipBrackets(tokeniser)) {
     return IsUnclosedHeader(tokeniser, ahead) ? TypeLine::Header : TypeLine::Other;
   }
-  tokeniser.GetNextToken(1, 0);
+  tokeniser.ReadToken(true, false);
   if (!IsNameToken(tokeniser.Token())) return TypeLine::Other;
   return tokeniser.PeekNextChar() == '(' ? TypeLine::Header : TypeLine::Declaration;
 }
@@ -95,7 +95,7 @@ TypeLine FindTypeLine(Tokeniser& tokeniser, const TypeWordTest& isTypeWord) {
 ScriptShape FindScriptShape(ScriptLine& script, const TypeWordTest& isTypeWord) {
   Tokeniser& tokeniser = script.GetTokeniser();
   while (script.ReadLogicalLine()) {
-    tokeniser.GetNextToken(1, 1);
+    tokeniser.ReadToken();
     if (tokeniser.GetLastError() != 0) return ScriptShape::Unreadable;
     const std::string_view word = tokeniser.Token();
     if (word.empty()) continue;
@@ -115,7 +115,7 @@ ScriptShape FindScriptShape(ScriptLine& script, const TypeWordTest& isTypeWord) 
 int32_t CompactScript(ScriptLine& script, KelString& out) {
   Tokeniser& tokeniser = script.GetTokeniser();
   while (script.ReadLogicalLine()) {
-    tokeniser.GetNextToken(1, 1);
+    tokeniser.ReadToken();
     if (tokeniser.GetLastError() != 0) return tokeniser.GetLastError();
     if (tokeniser.GetTokenLength() == 0) continue;
     if (tokeniser.Token() != "/*") {

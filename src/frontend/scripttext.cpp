@@ -38,6 +38,7 @@ ScriptText::ScriptText(const KelString& name, std::string text, uint32_t firstLi
     const size_t end = text_.find('\n', start);
     start = end == std::string::npos ? text_.size() : end + 1;
   }
+  starts_.shrink_to_fit();
 }
 
 std::shared_ptr<const ScriptText> ScriptText::FromFile(const KelString& path, std::string_view key,
@@ -92,8 +93,11 @@ std::string_view ScriptText::From(uint32_t number) const {
 }
 
 std::string_view ScriptText::Line(uint32_t number) const {
-  std::string_view line = From(number);
-  line = line.substr(0, line.find('\n'));
+  if (!HasLine(number)) return {};
+  const size_t at = number - firstLine_;
+  const size_t end = at + 1 < starts_.size() ? starts_[at + 1] : text_.size();
+  std::string_view line(text_.data() + starts_[at], end - starts_[at]);
+  if (line.ends_with('\n')) line.remove_suffix(1);
   if (line.ends_with('\r')) line.remove_suffix(1);
   return line;
 }

@@ -45,11 +45,11 @@ bool ScriptLine::ReadLogicalLine() {
   }
   const std::string_view line = kel::Trimmed(text_->Line(nextLine_++));
   if (tamber::ScriptText::BeginsComment(line)) {
-    tokeniser_.SetLine("");
+    tokeniser_.SetWholeLine({});
   } else if (line.ends_with('\\')) {
     ReadContinued(line);
   } else {
-    tokeniser_.SetLine(line);
+    tokeniser_.SetWholeLine(line);
   }
   return true;
 }

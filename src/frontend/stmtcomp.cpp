@@ -98,16 +98,19 @@ class ScriptSwitch {
 
 }  // namespace
 
-StatementCompiler::StatementCompiler(CompileHost& host, TamberProcedure& procedure,
-                                     ScriptLine& script, const BlockTable& blocks,
-                                     NameTest declaredLater)
+StatementCompiler::StatementCompiler(CompileHost& host, NameMemo& names, StatementTables& tables,
+                                     TamberProcedure& procedure, ScriptLine& script,
+                                     const BlockTable& blocks, NameTest declaredLater)
     : host_(host),
+      names_(names),
+      tables_(tables),
       procedure_(procedure),
       script_(&script),
       blocks_(&blocks),
       declaredLater_(std::move(declaredLater)),
-      typeWords_(TypeWords(host)),
-      expressions_(host, &procedure.Locals()) {}
+      expressions_(names, &procedure.Locals()) {
+  names_.BeginBody(procedure.Locals());
+}
 
 bool StatementCompiler::CompileBlock(uint32_t endLine, uint32_t flags) {
   if (depth_ > kMaxDepth) return Fail(ERR_INTERNAL, Tokens().Token());
@@ -138,16 +141,16 @@ bool StatementCompiler::CompileStatement(uint32_t flags) {
   if (host_.Error() >= kFirstFatalError) return false;
   if (!script_->ReadLogicalLine()) return true;
   Tokeniser& tokeniser = Tokens();
-  tokeniser.GetNextToken(1, 1);
+  tokeniser.ReadToken();
   if (tokeniser.GetLastError() != 0) return Fail(tokeniser.GetLastError(), "");
   const std::string_view word = tokeniser.Token();
   if (word.empty()) return true;
+  const KnownName& known = names_.Find(word);
   // A variable may have the name of its type, so what follows the word counts before what it is.
-  if (FindTypeLine(tokeniser, typeWords_) == TypeLine::Declaration) return CompileLocals(*this);
-  if (IsVariable(KelString(word))) return CompileAssignment(*this);
-  if (host_.Functions().FindFunction(word) != 0 || host_.Procedures().FindProcedure(word) != 0) {
-    return CompileDiscarded(*this);
-  }
+  if (known.type != nullptr && FindTypeLine(tokeniser) == TypeLine::Declaration)
+    return CompileLocals(*this);
+  if (known.IsVariable()) return CompileAssignment(*this);
+  if (known.function != 0 || known.procedure != nullptr) return CompileDiscarded(*this);
   return CompileKeyword(word, flags);
 }
 
@@ -155,7 +158,7 @@ bool StatementCompiler::CompileKeyword(std::string_view word, uint32_t flags) {
   for (const Keyword& keyword : kKeywords) {
     if (kel::EqualsNoCase(word, keyword.word)) return keyword.handler(*this, flags);
   }
-  if (host_.Types().Lookup(word) != nullptr) return CompileLocals(*this);
+  if (names_.Find(word).type != nullptr) return CompileLocals(*this);
   return FailUnknown(std::string(word));
 }
 
@@ -181,14 +184,8 @@ void OfferTypes(const TypeList& types, kel::NearestName& nearest) {
   for (uint32_t i = 0; i < types.GetTypeCount(); ++i) nearest.Offer(types.GetTypeName(i));
 }
 
-bool StatementCompiler::IsVariable(const KelString& name) const {
-  // The local scope of the context is that of whatever runs just now, not of this procedure.
-  constexpr uint32_t kScopes = VARLIST_GLOBAL | VARLIST_CONSTANT | VARLIST_EXTERNAL;
-  return procedure_.Locals().Find(name) >= 0 || host_.FindVariable(name, kScopes) != nullptr;
-}
-
 uint32_t StatementCompiler::DeclaringLine(uint32_t slot) const {
-  const StatementList& statements = procedure_.Statements();
+  const StatementList& statements = Statements();
   for (uint32_t i = 1; i <= statements.GetCount(); ++i) {
     const auto* declare = statements.Get(i).As<StatementDeclare>();
     if (declare != nullptr && declare->GetSlot() == slot) return declare->GetLine();
@@ -207,7 +204,11 @@ bool StatementCompiler::CheckLocalName(const KelString& name) {
   } else if (IsNameText(name)) {
     // What the script declares further down was no obstacle when scripts were compiled line by
     // line.
-    if (declaredLater_(name) || host_.CheckUniqueVar(name, 0) != 0) return true;
+    if (names_.Find(name).isFree || declaredLater_(name)) return true;
+    if (host_.CheckUniqueVar(name, 0) != 0) {
+      names_.NoteFree(name);
+      return true;
+    }
     notes = host_.Run().notes;
   }
   Fail(ERR_VAREXISTS, name);

@@ -6,6 +6,7 @@
 
 #include "expr/exprcomp.h"
 #include "frontend/blocktable.h"
+#include "frontend/namememo.h"
 #include "frontend/scriptscan.h"
 #include "frontend/scrline.h"
 #include "statements/procedure.h"
@@ -36,8 +37,9 @@ class StatementCompiler {
   /// Tells whether the script declares a name only behind the procedure that is being compiled.
   using NameTest = std::function<bool(std::string_view)>;
 
-  StatementCompiler(CompileHost& host, TamberProcedure& procedure, ScriptLine& script,
-                    const BlockTable& blocks, NameTest declaredLater);
+  StatementCompiler(CompileHost& host, NameMemo& names, StatementTables& tables,
+                    TamberProcedure& procedure, ScriptLine& script, const BlockTable& blocks,
+                    NameTest declaredLater);
 
   /// Compiles statements until the next line to be read is `endLine` or behind it.
   [[nodiscard]] bool CompileBlock(uint32_t endLine, uint32_t flags);
@@ -59,6 +61,8 @@ class StatementCompiler {
   [[nodiscard]] bool CheckLocalName(const KelString& name);
 
   CompileHost& Host() const { return host_; }
+  NameMemo& Names() const { return names_; }
+  StatementTables& Tables() const { return tables_; }
   TamberProcedure& Procedure() const { return procedure_; }
   StatementList& Statements() const { return procedure_.Statements(); }
   uint32_t Count() const { return procedure_.Statements().GetCount(); }
@@ -92,18 +96,18 @@ class StatementCompiler {
  private:
   bool CompileStatement(uint32_t flags);
   bool CompileKeyword(std::string_view word, uint32_t flags);
-  bool IsVariable(const KelString& name) const;
   /// Line of the declaration that a local has; 0 for a parameter.
   uint32_t DeclaringLine(uint32_t slot) const;
   bool FailUnknown(std::string_view word);
   bool FailAt(uint32_t line, uint32_t offset, int32_t code, std::string_view text);
 
   CompileHost& host_;
+  NameMemo& names_;
+  StatementTables& tables_;
   TamberProcedure& procedure_;
   ScriptLine* script_;
   const BlockTable* blocks_;
   NameTest declaredLater_;
-  TypeWordTest typeWords_;
   ExpressionCompiler expressions_;
   uint32_t depth_ = 0;
   uint32_t blockLine_ = 0;  ///< that opened the innermost block; 0: none is open

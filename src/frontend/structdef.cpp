@@ -51,11 +51,11 @@ int32_t StructReader::Fail(int32_t code, std::string_view text) {
 }
 
 int32_t StructReader::Read(StructFlags flags) {
-  tokeniser_.GetNextToken(1, 1);
+  tokeniser_.ReadToken();
   if (tokeniser_.GetLastError() != 0) return Fail(tokeniser_.GetLastError(), "");
   name_ = KelString(tokeniser_.Token());
   if (name_.IsEmpty()) return Fail(kErrStructBlock, "");
-  tokeniser_.GetNextToken(1, 1);
+  tokeniser_.ReadToken();
   if (tokeniser_.GetTokenLength() != 0) return Fail(kErrStructBlock, tokeniser_.Token());
   if (!CheckDeclaredName(host_, name_)) return host_.Error();
   const int32_t error = ReadMembers();
@@ -64,7 +64,7 @@ int32_t StructReader::Read(StructFlags flags) {
 
 int32_t StructReader::ReadMembers() {
   while (script_.ReadLogicalLine()) {
-    tokeniser_.GetNextToken(1, 1);
+    tokeniser_.ReadToken();
     if (tokeniser_.GetLastError() != 0) return Fail(tokeniser_.GetLastError(), "");
     if (tokeniser_.GetTokenLength() == 0) continue;
     if (tokeniser_.TokenIs("endstruct")) return ERR_SUCCESS;
@@ -154,7 +154,7 @@ int32_t DefineStructureText(CompileHost& host, const KelString& name, const KelS
   }
   ScriptLine script(source);
   script.ReadLogicalLine();
-  script.GetTokeniser().GetNextToken(1, 1);
+  script.GetTokeniser().ReadToken();
   return DefineStructure(host, script, flags);
 }
 

@@ -290,7 +290,10 @@ uint32_t FunctionList::FindBestSignature(const KelString& name, const VarList& a
 }
 
 uint32_t FunctionList::FindBestSignature(std::string_view name, Arguments arguments) const {
-  const uint32_t first = FindFirstOverload(name);
+  return FindBestOverload(FindFirstOverload(name), arguments);
+}
+
+uint32_t FunctionList::FindBestOverload(uint32_t first, Arguments arguments) const {
   const uint32_t found = BestOverload(first, arguments, false);
   return found != 0 ? found : BestOverload(first, arguments, true);
 }

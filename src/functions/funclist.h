@@ -18,6 +18,7 @@ class ExpressionParser;
 
 namespace tamber {
 class Machine;
+class NameMemo;
 struct NameView;
 }  // namespace tamber
 
@@ -104,6 +105,7 @@ class TAMBER_API FunctionList {
   };
 
   friend class tamber::Machine;
+  friend class tamber::NameMemo;
   friend struct tamber::NameView;
   friend class ExpressionParser;
   /// For a call that was compiled with `bound` although types of arguments were unknown: the
@@ -121,6 +123,9 @@ class TAMBER_API FunctionList {
                                             const TamberFunction& wanted) const;
   TAMBER_LOCAL uint32_t FindFirstOverload(std::string_view name) const;
   TAMBER_LOCAL uint32_t NextOverload(uint32_t index) const;
+  /// FindBestSignature among the overloads from the first of a name on.
+  TAMBER_LOCAL uint32_t FindBestOverload(uint32_t first,
+                                         std::span<const tamber::TypeDesc* const> arguments) const;
   TAMBER_LOCAL uint32_t BestOverload(uint32_t first,
                                      std::span<const tamber::TypeDesc* const> arguments,
                                      bool anyForArray) const;

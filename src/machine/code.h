@@ -38,28 +38,53 @@ struct AppendSite {
 /// What the error policy needs to know about one statement's code.
 struct StatementEntry {
   static constexpr uint32_t kNone = 0xFFFFFFFF;
-  uint32_t begin;      ///< first instruction
-  uint32_t statement;  ///< number of the statement
-  uint32_t line;
-  /// Where to go on when the statement failed.
-  uint32_t resume = kNone;
-  /// Where to go on when it failed in a division, with the empty value of its type; kNone: as after
-  /// every other error.
-  uint32_t resumeEmpty = kNone;
-  /// Where the statement is done again, in the order in which its parts may fail, before its
-  /// failing counts; kNone: it counts at once.
-  uint32_t retry = kNone;
-  /// Temporaries below this one are still in use at `resumeEmpty`.
-  uint16_t keep = 0;
+  static constexpr uint32_t kMaxStatement = 0x3FFFFFFF;  ///< no script is that long
+  uint32_t begin = 0;                                    ///< first instruction
+  uint32_t statement : 30 = 0;                           ///< number of the statement
   /// Statements of its group behind this one: counted when the group began, not run when the script
   /// ends here.
-  uint8_t following = 0;
+  uint32_t following : 2 = 0;
+  uint32_t line = 0;
+  /// Where to go on when the statement failed.
+  uint32_t resume = kNone;
 };
 
-/// Where in the statement's logical line the instructions from `pc` on come from.
-struct SourceEntry {
-  uint32_t pc;
-  uint32_t offset;
+/// What few statements have besides.
+struct Detour {
+  uint32_t entry = 0;  ///< position of the statement's entry
+  /// Where to go on when it failed in a division, with the empty value of its type; kNone: as after
+  /// every other error.
+  uint32_t resumeEmpty = StatementEntry::kNone;
+  /// Where the statement is done again, in the order in which its parts may fail, before its
+  /// failing counts; kNone: it counts at once.
+  uint32_t retry = StatementEntry::kNone;
+  /// Temporaries below this one are still in use at `resumeEmpty`.
+  uint16_t keep = 0;
+};
+
+/// Where in their logical lines instructions come from. Kept in few bytes: only errors ask.
+class SourceTable {
+ public:
+  /// The instructions from `pc` on come from `offset`; later ones follow.
+  void Add(uint32_t pc, uint32_t offset);
+  /// 0 before the first.
+  uint32_t Find(uint32_t pc) const;
+  void ShrinkToFit();
+
+ private:
+  /// Where one of every so many begins, so that a look reads no more than those.
+  struct Mark {
+    uint32_t pc;
+    uint32_t offset;
+    uint32_t at;  ///< in the bytes, of what follows it
+  };
+  void PutNumber(uint32_t value);
+
+  std::vector<Mark> marks_;
+  std::vector<uint8_t> bytes_;  // for each one its distances from the one before
+  uint32_t sinceMark_ = 0;
+  uint32_t lastPc_ = 0;
+  uint32_t lastOffset_ = 0;
 };
 
 /// Temporaries that own something while an instruction runs that may fail or call.
@@ -94,8 +119,9 @@ class Code {
   std::vector<CallSite> sites;
   std::vector<AppendSite> appends;
   std::vector<StatementEntry> statements;  ///< ascending by begin
-  std::vector<SourceEntry> sources;        ///< ascending by pc
-  std::vector<LiveTemps> live;             ///< ascending by pc
+  std::vector<Detour> detours;             ///< ascending by entry
+  SourceTable sources;
+  std::vector<LiveTemps> live;  ///< ascending by pc
   std::vector<OwnedRegister> liveTemps;
   std::vector<OwnedRegister> ownedLocals;  ///< released when the frame ends; zero at its start
   uint32_t registers = 1;
@@ -111,8 +137,12 @@ class Code {
 
   /// Gives the code strings of its own in place of those that it shares with expressions.
   void SeparateConstants();
+  /// Gives back the room that the tables do not need.
+  void ShrinkToFit();
   const StatementEntry* FindStatement(uint32_t pc) const;
-  uint32_t FindSource(uint32_t pc) const;
+  /// Those of an entry of this code.
+  const Detour& FindDetour(const StatementEntry& entry) const;
+  uint32_t FindSource(uint32_t pc) const { return sources.Find(pc); }
   const LiveTemps* FindLive(uint32_t pc) const;
 };
 

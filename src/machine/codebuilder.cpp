@@ -56,8 +56,7 @@ uint32_t CodeBuilder::Append(const Instr& instr) {
   MakeIndependent(instr);
   if (info.MayLeave()) RecordLive(instr);
   const uint32_t at = Pc();
-  if (code_.sources.empty() || code_.sources.back().offset != source_)
-    code_.sources.push_back({at, source_});
+  code_.sources.Add(at, source_);
   code_.instrs.push_back(instr);
   state_.Apply(instr);
   if (info.a.IsWritten()) {

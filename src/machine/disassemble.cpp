@@ -33,9 +33,10 @@ class Disassembler {
   /// Where errors lead from here, for instructions that a run can go on after.
   void WriteWays(const OpInfo& op, uint32_t pc) {
     const StatementEntry& entry = *code_.FindStatement(pc);
+    const Detour& detour = code_.FindDetour(entry);
     if (op.Has(OpInfo::Fails)) WriteWay("else", entry.resume);
-    if (op.Has(OpInfo::Zero)) WriteWay("empty", entry.resumeEmpty);
-    if (op.Has(OpInfo::Fails)) WriteWay("retry", entry.retry);
+    if (op.Has(OpInfo::Zero)) WriteWay("empty", detour.resumeEmpty);
+    if (op.Has(OpInfo::Fails)) WriteWay("retry", detour.retry);
   }
   void WriteWay(std::string_view name, uint32_t way) {
     if (way == StatementEntry::kNone) return;

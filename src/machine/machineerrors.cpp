@@ -164,16 +164,17 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
   const Code& code = frame->code->Tables();
   auto pc = static_cast<uint32_t>(frame->pc - code.instrs.data());
   const StatementEntry& entry = *code.FindStatement(pc);
+  const Detour& detour = code.FindDetour(entry);
   SourcePlace place = PlaceOf(*frame);
   if (const auto call = TakeFailedCall(code); call && !statementFailed) {
     if (code.FindStatement(*call)->line == place.line) place.offset = code.FindSource(*call);
   }
   if (statementFailed) {
     stack_->CutTo(frame->stackHeight);
-    if (entry.retry != StatementEntry::kNone) {
+    if (detour.retry != StatementEntry::kNone) {
       ReleaseLive(*frame);
       run_.errorCode = 0;
-      frame->pc = code.instrs.data() + entry.retry;
+      frame->pc = code.instrs.data() + detour.retry;
       return After::Continue;
     }
   }
@@ -203,9 +204,9 @@ Machine::After Machine::ApplyPolicy(bool statementFailed) {
     return After::Continue;
   }
   // A failed division goes on with an empty value, and with what the statement holds besides.
-  const bool empty = zero && entry.resumeEmpty != StatementEntry::kNone;
-  ReleaseLive(*frame, empty ? entry.keep : 0);
-  frame->pc = code.instrs.data() + (empty ? entry.resumeEmpty : entry.resume);
+  const bool empty = zero && detour.resumeEmpty != StatementEntry::kNone;
+  ReleaseLive(*frame, empty ? detour.keep : 0);
+  frame->pc = code.instrs.data() + (empty ? detour.resumeEmpty : entry.resume);
   return After::Continue;
 }
 

@@ -92,9 +92,11 @@ class Verifier {
       }
       if (InfoOf(code_.instrs[pc].op).IsJump()) AddLeader(pc, Target(pc), true);
     }
-    for (const StatementEntry& entry : code_.statements)
-      for (uint32_t way : {entry.resume, entry.resumeEmpty, entry.retry})
+    for (const StatementEntry& entry : code_.statements) {
+      const Detour& detour = code_.FindDetour(entry);
+      for (uint32_t way : {entry.resume, detour.resumeEmpty, detour.retry})
         if (way != StatementEntry::kNone) AddLeader(entry.begin, way, false);
+    }
   }
 
   int64_t Target(uint32_t pc) const {
@@ -167,9 +169,10 @@ class Verifier {
       Reach(way, failed);
     };
     const uint32_t first = code_.procedure->Locals().Count();
-    if (entry.retry != StatementEntry::kNone) go(entry.retry, first);
-    if (info.Has(OpInfo::Zero) && entry.resumeEmpty != StatementEntry::kNone)
-      go(entry.resumeEmpty, entry.keep);
+    const Detour& detour = code_.FindDetour(entry);
+    if (detour.retry != StatementEntry::kNone) go(detour.retry, first);
+    if (info.Has(OpInfo::Zero) && detour.resumeEmpty != StatementEntry::kNone)
+      go(detour.resumeEmpty, detour.keep);
     if (entry.resume == StatementEntry::kNone)
       Wrong(pc, "fails without a way to go on");
     else

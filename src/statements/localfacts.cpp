@@ -26,8 +26,8 @@ bool IsSwitch(std::string_view name) {
 
 class FactFinder {
  public:
-  FactFinder(const TamberProcedure& procedure, bool observed)
-      : procedure_(procedure), locals_(procedure.Locals()) {
+  FactFinder(const TamberProcedure& procedure, const StatementList& statements, bool observed)
+      : statements_(statements), locals_(procedure.Locals()) {
     facts_.byName = observed;
     facts_.object.assign(locals_.Count(), false);
     facts_.absent.assign(locals_.Count(), false);
@@ -43,11 +43,10 @@ class FactFinder {
           IsSwitch(local.name.View()))
         facts_.object[slot] = true;
     }
-    const StatementList& statements = procedure_.Statements();
-    for (uint32_t i = 1; i <= statements.GetCount(); ++i) {
+    for (uint32_t i = 1; i <= statements_.GetCount(); ++i) {
       Merge(i);
       looksUp_ = false;
-      Visit(statements.Get(i), i);
+      Visit(statements_.Get(i), i);
       if (looksUp_) NeedsCertainty();
     }
     if (facts_.byName) facts_.object.assign(locals_.Count(), true);
@@ -155,7 +154,7 @@ class FactFinder {
     }
   }
 
-  const TamberProcedure& procedure_;
+  const StatementList& statements_;
   const LocalTable& locals_;
   LocalFacts facts_;
   std::vector<bool> declared_;
@@ -167,8 +166,9 @@ class FactFinder {
 
 }  // namespace
 
-LocalFacts FindLocalFacts(const TamberProcedure& procedure, bool observed) {
-  return FactFinder(procedure, observed).Find();
+LocalFacts FindLocalFacts(const TamberProcedure& procedure, const StatementList& statements,
+                          bool observed) {
+  return FactFinder(procedure, statements, observed).Find();
 }
 
 }  // namespace tamber

@@ -32,12 +32,12 @@ std::unique_ptr<Code> BeginCode(const TamberProcedure& procedure, const LocalFac
 
 }  // namespace
 
-ProcedureLowering::ProcedureLowering(const TamberProcedure& procedure, bool observed,
-                                     bool wideJumps)
+ProcedureLowering::ProcedureLowering(const TamberProcedure& procedure,
+                                     const StatementList& statements, bool observed, bool wideJumps)
     : procedure_(procedure),
-      statements_(procedure.Statements()),
+      statements_(statements),
       observed_(observed),
-      facts_(FindLocalFacts(procedure, observed)),
+      facts_(FindLocalFacts(procedure, statements, observed)),
       code_(BeginCode(procedure, facts_)),
       builder_(*code_, &procedure.Locals(), &facts_, wideJumps),
       labels_(statements_.GetCount() + 2) {}
@@ -51,7 +51,7 @@ bool ProcedureLowering::Run() {
     builder_.EndStatement();
     for (size_t entry = first; entry < code_->statements.size(); ++entry) {
       StatementEntry& e = code_->statements[entry];
-      e.following = static_cast<uint8_t>(next - 1 - e.statement);
+      e.following = (next - 1 - e.statement) & 3;
       e.resume = builder_.Pc();
     }
     i = next;
@@ -60,8 +60,18 @@ bool ProcedureLowering::Run() {
   BeginEntry(count + 1);
   builder_.Emit(procedure_.ReturnType() ? Op::RetDef : Op::RetV);
   for (const Pad& pad : pads_) LowerPad(pad);
-  for (const Exit& exit : exits_)
-    code_->statements[exit.entry].*exit.way = builder_.PcOf(*exit.label);
+  for (const Exit& exit : exits_) {
+    const uint32_t pc = builder_.PcOf(*exit.label);
+    if (exit.way == Exit::Way::Resume)
+      code_->statements[exit.entry].resume = pc;
+    else
+      detours_[exit.entry].retry = pc;
+  }
+  for (auto& [entry, detour] : detours_) {
+    detour.entry = static_cast<uint32_t>(entry);
+    code_->detours.push_back(detour);
+  }
+  code_->ShrinkToFit();
   return !builder_.JumpOverflow();
 }
 
@@ -75,7 +85,7 @@ size_t ProcedureLowering::BeginEntry(uint32_t statement) {
   builder_.SetSource(isStatement ? statements_.Get(statement).SourceOffset() : 0);
   StatementEntry entry;
   entry.begin = builder_.Pc();
-  entry.statement = statement;
+  entry.statement = statement & StatementEntry::kMaxStatement;
   entry.line = isStatement ? statements_.Get(statement).GetLine() : procedure_.GetEndLine();
   code_->statements.push_back(entry);
   return code_->statements.size() - 1;
@@ -90,12 +100,12 @@ void ProcedureLowering::AddPad(size_t entry, uint32_t statement, const FrameStat
 void ProcedureLowering::LowerPad(const Pad& pad) {
   builder_.Fence();
   builder_.Restore(pad.state, pad.mark);
-  code_->statements[pad.entry].resumeEmpty = builder_.Pc();
-  code_->statements[pad.entry].keep = static_cast<uint16_t>(pad.mark);
+  detours_[pad.entry].resumeEmpty = builder_.Pc();
+  detours_[pad.entry].keep = static_cast<uint16_t>(pad.mark);
   const size_t entry = BeginEntry(pad.statement);
   ResumeAt(entry, *pad.end);
   // What a handler has pulled away takes no value, and that is all.
-  if (pad.mayBeGone) exits_.push_back({&StatementEntry::retry, entry, pad.end});
+  if (pad.mayBeGone) RetryAt(entry, *pad.end);
   builder_.SetLocalsChange(true);
   pad.lower();
   builder_.SetLocalsChange(false);
@@ -262,8 +272,9 @@ void ProcedureLowering::LowerCallScript(uint32_t i, const ExpressionBase& expres
 }
 
 Lowered LowerProcedure(const TamberProcedure& procedure, bool observed) {
+  const StatementsOf statements(procedure);
   for (bool wideJumps : {false, true}) {
-    ProcedureLowering lowering(procedure, observed, wideJumps);
+    ProcedureLowering lowering(procedure, *statements, observed, wideJumps);
     const bool complete = lowering.Run();
     if (!lowering.Exceeded().empty()) return {nullptr, lowering.Exceeded()};
     if (complete) return {lowering.Take(), {}};

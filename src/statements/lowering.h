@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -21,7 +22,8 @@ namespace tamber {
 /// says.
 class ProcedureLowering {
  public:
-  ProcedureLowering(const TamberProcedure& procedure, bool observed, bool wideJumps);
+  ProcedureLowering(const TamberProcedure& procedure, const StatementList& statements,
+                    bool observed, bool wideJumps);
   ProcedureLowering(const ProcedureLowering&) = delete;
   ProcedureLowering& operator=(const ProcedureLowering&) = delete;
 
@@ -31,9 +33,10 @@ class ProcedureLowering {
   std::unique_ptr<Code> Take() { return std::move(code_); }
 
  private:
-  /// An entry's way out that becomes known when the label is bound.
+  /// An entry's way out that becomes known when the label is bound: where it resumes, or is done
+  /// again.
   struct Exit {
-    uint32_t StatementEntry::*way;
+    enum class Way { Resume, Retry } way;
     size_t entry;
     Label* label;
   };
@@ -70,8 +73,9 @@ class ProcedureLowering {
   Label& LabelOf(int64_t index);
   Label& NewLabel() { return ownLabels_.emplace_back(); }
   size_t BeginEntry(uint32_t statement);
+  void RetryAt(size_t entry, Label& label) { exits_.push_back({Exit::Way::Retry, entry, &label}); }
   void ResumeAt(size_t entry, Label& label) {
-    exits_.push_back({&StatementEntry::resume, entry, &label});
+    exits_.push_back({Exit::Way::Resume, entry, &label});
   }
   void AddPad(size_t entry, uint32_t statement, const FrameState& state, uint32_t mark, Label& end,
               std::function<void()> lower);
@@ -121,6 +125,7 @@ class ProcedureLowering {
   std::vector<Label> labels_;  // by statement; one past the last is the end
   std::deque<Label> ownLabels_;
   std::vector<Exit> exits_;
+  std::map<size_t, Detour> detours_;  // by entry
   std::vector<Pad> pads_;
 };
 

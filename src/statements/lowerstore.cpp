@@ -279,8 +279,7 @@ void ProcedureLowering::LowerSelectedAssign(uint32_t i, const ExpressionBase& ta
     // there is such a target. When one of them fails all is done again in the proper order.
     Label& again = NewLabel();
     const size_t valueEntry = LowerSelectedStore(parts, Selecting::Late, alone);
-    for (size_t entry : {valueEntry, valueEntry + 1})
-      exits_.push_back({&StatementEntry::retry, entry, &again});
+    for (size_t entry : {valueEntry, valueEntry + 1}) RetryAt(entry, again);
     builder_.EndStatement();
     builder_.Jump(parts.end);
     builder_.Bind(again);

@@ -5,7 +5,12 @@
 
 #include "kel/kelstring.h"
 #include "machine/callable.h"
+#include "statements/packedstatements.h"
 #include "statements/statlist.h"
+
+namespace tamber {
+class StatementsOf;
+}
 
 /// A procedure of a script: what can be called, and the compiled statements behind it.
 class TamberProcedure final : public tamber::Callable {
@@ -13,8 +18,14 @@ class TamberProcedure final : public tamber::Callable {
   TamberProcedure(const KelString& name, std::shared_ptr<const tamber::ScriptText> script);
   ~TamberProcedure();
 
+  /// The statements as the compiler puts them together.
   StatementList& Statements() { return statements_; }
-  const StatementList& Statements() const { return statements_; }
+  /// Called when they are complete: from now on they are kept in few bytes, and StatementsOf makes
+  /// lists of them.
+  void PackStatements(const std::shared_ptr<tamber::StatementTables>& tables) {
+    packed_ = tamber::PackedStatements(statements_, Locals(), tables);
+    statements_ = StatementList();
+  }
 
   /// Physical lines of the body: the line after the header, and that of `endproc`.
   uint32_t GetStartLine() const { return startLine_; }
@@ -29,6 +40,7 @@ class TamberProcedure final : public tamber::Callable {
   /// Lets go of text and statements; the header stays for those that call it.
   void Discard() {
     statements_ = StatementList();
+    packed_ = tamber::PackedStatements();
     ForgetScript();
   }
 
@@ -40,9 +52,33 @@ class TamberProcedure final : public tamber::Callable {
   KelString Header() const;
 
  private:
+  friend class tamber::StatementsOf;
+
   StatementList statements_;
+  tamber::PackedStatements packed_;
   uint32_t startLine_ = 0;
   uint32_t endLine_ = 0;
   bool returnsOnMainPath_ = false;
   State state_ = State::Declared;
 };
+
+namespace tamber {
+
+/// The statements of a procedure as a list with trees, while this lives.
+class StatementsOf {
+ public:
+  explicit StatementsOf(const TamberProcedure& procedure)
+      : unpacked_(procedure.packed_.Unpack(procedure.Locals())),
+        list_(unpacked_.GetCount() != 0 ? unpacked_ : procedure.statements_) {}
+  StatementsOf(const StatementsOf&) = delete;
+  StatementsOf& operator=(const StatementsOf&) = delete;
+
+  const StatementList& operator*() const { return list_; }
+  const StatementList* operator->() const { return &list_; }
+
+ private:
+  StatementList unpacked_;
+  const StatementList& list_;
+};
+
+}  // namespace tamber

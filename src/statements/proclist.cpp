@@ -9,7 +9,7 @@
 ProcedureList::ProcedureList() : pools_{std::make_shared<Pool>()} {}
 
 ProcedureList::ProcedureList(const ProcedureList& other)
-    : table_(other.table_), version_(other.version_) {
+    : table_(other.SortedTable()), version_(other.version_) {
   // Of programs that are made of one another each would add empty ones.
   for (const auto& pool : other.pools_) {
     if (!pool->empty()) pools_.push_back(pool);
@@ -25,13 +25,31 @@ ProcedureList::Table& ProcedureList::Own() {
 }
 
 uint32_t ProcedureList::AddProcedure(std::unique_ptr<TamberProcedure> procedure) {
-  TamberProcedure* added = procedure.get();
-  uint32_t place = FindNearestProcedure(added->GetName().View());
+  const TamberProcedure& added = *procedure;
+  Enter(std::move(procedure));
+  // The last of equal names is the one just before where a further one would go.
+  return FindNearestProcedure(added.GetName().View());
+}
+
+void ProcedureList::Enter(std::unique_ptr<TamberProcedure> procedure) {
+  TamberProcedure* const added = procedure.get();
   pools_.back()->push_back(std::move(procedure));
   Table& table = Own();
-  table.sorted.insert(table.sorted.begin() + place, added);
+  table.entered.push_back(added);
   table.byName[added->GetName().View()] = added;
-  return place + 1;
+}
+
+void ProcedureList::SortEntered() {
+  const auto byName = [](const TamberProcedure* left, const TamberProcedure* right) {
+    return kel::CompareNoCase(left->GetName().View(), right->GetName().View()) < 0;
+  };
+  Table& table = table_.Write();
+  std::stable_sort(table.entered.begin(), table.entered.end(), byName);
+  const auto before = static_cast<std::ptrdiff_t>(table.sorted.size());
+  table.sorted.insert(table.sorted.end(), table.entered.begin(), table.entered.end());
+  std::inplace_merge(table.sorted.begin(), table.sorted.begin() + before, table.sorted.end(),
+                     byName);
+  table.entered = {};
 }
 
 uint32_t ProcedureList::FindNearestProcedure(std::string_view name) const {
@@ -73,11 +91,15 @@ bool ProcedureList::DeleteProcedure(std::string_view name) {
   return RemoveProcedure(name) != nullptr;
 }
 
-void ProcedureList::DestroyProcedures(const Set& procedures) {
+void ProcedureList::TakeOut(const Set& procedures) {
   Table& table = Own();
   std::erase_if(table.byName, [&](const auto& entry) { return procedures.contains(entry.second); });
-  std::erase_if(table.sorted,
-                [&](const auto* procedure) { return procedures.contains(procedure); });
+  for (auto* list : {&table.sorted, &table.entered})
+    std::erase_if(*list, [&](const auto* procedure) { return procedures.contains(procedure); });
+}
+
+void ProcedureList::DestroyProcedures(const Set& procedures) {
+  TakeOut(procedures);
   Pool& own = *pools_.back();
   if (pools_.back().use_count() > 1) return;
   std::erase_if(own, [&](const auto& procedure) { return procedures.contains(procedure.get()); });

@@ -61,6 +61,10 @@ class TAMBER_API ProcedureList {
  private:
   friend class tamber::CompileSession;
   friend struct tamber::NameView;
+  /// AddProcedure for one of many, whose index nobody wants to know.
+  TAMBER_LOCAL void Enter(std::unique_ptr<TamberProcedure> procedure);
+  /// Takes procedures out of the list, which still owns them.
+  TAMBER_LOCAL void TakeOut(const Set& procedures);
   /// Destroys procedures of this list that nothing calls. Those that a copy of the list may know
   /// only leave the list.
   TAMBER_LOCAL void DestroyProcedures(const Set& procedures);
@@ -68,11 +72,21 @@ class TAMBER_API ProcedureList {
 
   struct Table {
     std::vector<TamberProcedure*> sorted;
+    std::vector<TamberProcedure*> entered;  ///< since somebody last looked at the order
     std::unordered_map<std::string_view, TamberProcedure*, kel::NoCaseHash, kel::NoCaseEqual>
         byName;
   };
   TAMBER_LOCAL Table& Own();
-  const std::vector<TamberProcedure*>& Sorted() const { return table_.Read().sorted; }
+  TAMBER_LOCAL void SortEntered();
+  /// The order is made when somebody looks; that changes nothing that can be seen.
+  const std::vector<TamberProcedure*>& Sorted() const {
+    if (!table_.Read().entered.empty()) const_cast<ProcedureList*>(this)->SortEntered();
+    return table_.Read().sorted;
+  }
+  const kel::Cow<Table>& SortedTable() const {
+    static_cast<void>(Sorted());
+    return table_;
+  }
 
   kel::Cow<Table> table_;
   uint64_t version_ = 0;  ///< another number after every change, in all lists of the process

@@ -7,6 +7,7 @@
 class StatementArrayOp final : public StatementBase {
  public:
   /// `operation`: STATEMENT_SHRINK, STATEMENT_GROW or STATEMENT_APPEND.
-  StatementArrayOp(uint32_t line, enum_StatementKind operation) : StatementBase(line, operation) {}
+  StatementArrayOp(uint32_t line, enum_StatementKind operation)
+      : StatementBase(line, operation, Form::ArrayOp) {}
   void Dump(KelString& out, uint32_t index) const override;
 };

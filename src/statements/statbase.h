@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "kel/kelstring.h"
+#include "values/varpool.h"
 
 /// Kind numbers of statements; those without a number of their own share 0.
 enum enum_StatementKind : uint32_t {
@@ -26,13 +27,28 @@ enum enum_StatementKind : uint32_t {
 /// the code that the list is lowered to when its procedure first runs (statements/lower.h).
 class StatementBase {
  public:
-  /// Which class it is, for those that are told apart when they are lowered.
-  enum class Form : uint8_t { Other, Expression, Goto, Declare, Exit, PopVar, PushVar };
+  /// Which class it is; Other: this one.
+  enum class Form : uint8_t {
+    Other,
+    Expression,
+    Goto,
+    Declare,
+    Exit,
+    PopVar,
+    PushVar,
+    PopParam,
+    ArrayOp,
+    CallScript,
+    PopAssign,
+    PopStack,
+  };
 
   explicit StatementBase(uint32_t line, uint32_t kind = STATEMENT_PLAIN, Form form = Form::Other)
       : line_(line), kind_(kind), form_(form) {}
   StatementBase(const StatementBase&) = delete;
   StatementBase& operator=(const StatementBase&) = delete;
+  static void* operator new(size_t size) { return tamber::PoolAllocate(size); }
+  static void operator delete(void* memory, size_t size) { tamber::PoolFree(memory, size); }
   virtual ~StatementBase() = default;
 
   /// Appends a one-line description and "\r\n"; `index` is the statement's own number.
@@ -41,6 +57,7 @@ class StatementBase {
   /// First physical line of the logical line that it was compiled from, 1-based.
   uint32_t GetLine() const { return line_; }
   uint32_t GetKind() const { return kind_; }
+  Form GetForm() const { return form_; }
   /// The statement as one of a class that has a Form of its own; null when it is another.
   template <class T>
   const T* As() const {

@@ -16,6 +16,7 @@ class StatementList {
     statements_.push_back(std::move(statement));
     return GetCount();
   }
+  void Reserve(uint32_t count) { statements_.reserve(count); }
   void Replace(uint32_t index, std::unique_ptr<StatementBase> statement) {
     statements_[index - 1] = std::move(statement);
   }

@@ -6,6 +6,7 @@
 /// one selected (`a[i].x = value`).
 class StatementPopAssign final : public StatementBase {
  public:
-  explicit StatementPopAssign(uint32_t line) : StatementBase(line) {}
+  explicit StatementPopAssign(uint32_t line)
+      : StatementBase(line, STATEMENT_PLAIN, Form::PopAssign) {}
   void Dump(KelString& out, uint32_t index) const override;
 };

@@ -1,6 +1,7 @@
 #include "text/tokenise.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -11,7 +12,38 @@
 
 namespace {
 
-bool IsWordChar(char c) { return kel::IsAlnum(c) || c == '_'; }
+constexpr std::array<bool, 256> MakeWordChars() {
+  std::array<bool, 256> is{};
+  for (unsigned c = 0; c < is.size(); ++c)
+    is[c] = kel::IsAlnum(static_cast<char>(c)) || static_cast<char>(c) == '_';
+  return is;
+}
+
+bool IsWordChar(char c) {
+  static constexpr std::array<bool, 256> kIs = MakeWordChars();
+  return kIs[static_cast<unsigned char>(c)];
+}
+
+// How operators may go on, by their first character.
+constexpr unsigned kBegins = 1;
+constexpr unsigned kBeforeEqual = 2;
+constexpr unsigned kTwice = 4;
+
+constexpr std::array<uint8_t, 256> MakeOperators() {
+  std::array<uint8_t, 256> how{};
+  const auto set = [&](std::string_view firsts, unsigned bit) {
+    for (const char c : firsts) {
+      uint8_t& bits = how[static_cast<unsigned char>(c)];
+      bits = static_cast<uint8_t>(bits | bit);
+    }
+  };
+  set("=+-*/%<>()&|^!", kBegins);
+  set("><+-*/%&|^!=", kBeforeEqual);
+  set("&|>", kTwice);
+  return how;
+}
+
+constexpr std::array<uint8_t, 256> kOperators = MakeOperators();
 
 bool IsBeyondAscii(char c) { return static_cast<unsigned char>(c) >= 0x80; }
 
@@ -38,8 +70,10 @@ Tokeniser& Tokeniser::operator=(const Tokeniser& other) {
   }
   // The positions point into the copy's own line, so that the two can go different ways.
   std::memcpy(lineBuffer_, start, static_cast<size_t>(other.lineEnd_ - start) + 1);
-  std::memcpy(tokenBuffer_, other.tokenBuffer_, other.tokenLength_ + size_t{1});
   tokenLength_ = other.tokenLength_;
+  std::memcpy(tokenBuffer_, other.token_, tokenLength_);
+  tokenBuffer_[tokenLength_] = 0;
+  token_ = tokenBuffer_;
   lineEnd_ = lineBuffer_ + (other.lineEnd_ - start);
   if (other.search_) search_ = lineBuffer_ + (other.search_ - start);
   if (other.previous_) previous_ = lineBuffer_ + (other.previous_ - start);
@@ -73,7 +107,11 @@ bool Tokeniser::Reserve(size_t length) {
 int Tokeniser::SetLine(const char* line) { return SetLine(std::string_view(line ? line : "")); }
 
 int Tokeniser::SetLine(std::string_view line) {
-  line = line.substr(0, line.find('\0'));
+  SetWholeLine(line.substr(0, line.find('\0')));
+  return 1;
+}
+
+void Tokeniser::SetWholeLine(std::string_view line) {
   if (Reserve(line.size())) {
     std::copy(line.begin(), line.end(), lineBuffer_);
     lineBuffer_[line.size()] = 0;
@@ -85,89 +123,109 @@ int Tokeniser::SetLine(std::string_view line) {
   }
   ClearToken();
   ResetLine();
-  return 1;
 }
 
 void Tokeniser::ResetLine() { search_ = previous_ = lineBuffer_; }
 
-const char* Tokeniser::SkipSpace(const char* position) const {
-  while (position != nullptr && position < lineEnd_ && kel::IsSpace(*position)) ++position;
-  return position;
-}
-
-const char* Tokeniser::TokenStart() const { return SkipSpace(previous_); }
-
-uint32_t Tokeniser::OffsetOf(const char* position) const {
-  return position == nullptr ? origin_ : origin_ + static_cast<uint32_t>(position - lineBuffer_);
-}
-
-char* Tokeniser::ClearToken() {
+void Tokeniser::ClearToken() {
   tokenLength_ = 0;
-  noToken_ = 0;
-  char* const token = tokenBuffer_ ? tokenBuffer_ : &noToken_;
-  *token = 0;
-  return token;
+  token_ = "";
 }
 
-char* Tokeniser::EndToken(const char* end) {
-  tokenLength_ = static_cast<unsigned int>(end - tokenBuffer_);
+/// Makes the text from the read position to `end` the token.
+void Tokeniser::TakeToken(const char* end) {
+  token_ = search_;
+  tokenLength_ = static_cast<unsigned int>(end - search_);
+  search_ = end;
+}
+
+/// The token in the buffer, with a closing NUL.
+char* Tokeniser::CopyToken() {
+  noToken_ = 0;
+  if (tokenBuffer_ == nullptr) return &noToken_;
+  if (token_ != tokenBuffer_) std::memcpy(tokenBuffer_, token_, tokenLength_);
   tokenBuffer_[tokenLength_] = 0;
   return tokenBuffer_;
 }
 
-/// Makes the text from the read position to `end` the token.
-char* Tokeniser::CopyToken(const char* end) {
-  char* const out = std::copy(search_, end, tokenBuffer_);
-  search_ = end;
-  return EndToken(out);
+char* Tokeniser::GetNextToken(int convertEscapes, int reportErrors) {
+  ReadToken(convertEscapes != 0, reportErrors != 0);
+  return CopyToken();
 }
 
-char* Tokeniser::GetNextToken(int convertEscapes, int reportErrors) {
-  char* const empty = ClearToken();
-  if (!search_) return empty;
+std::string_view Tokeniser::ReadToken(bool convertEscapes, bool reportErrors) {
+  ClearToken();
+  if (search_ == nullptr) return {};
   previous_ = search_;
   while (kel::IsSpace(*search_)) ++search_;
-  if (!*search_ || (handleComments_ && IsComment(search_))) return empty;
   const char first = *search_;
-  if (IsWordChar(first)) return ReadWord(reportErrors != 0);
-  if (first == '"') return ReadString(convertEscapes != 0, reportErrors != 0);
-  if (first == '\'') return ReadCharacter(reportErrors != 0);
-  // A byte of no class is a token by itself too: an empty one would hide the rest of the line.
-  return CopyToken(search_ + std::max(1u, TokenSize(search_)));
-}
-
-char* Tokeniser::ReadString(bool convertEscapes, bool reportErrors) {
-  char* out = tokenBuffer_;
-  *out++ = *search_++;
-  while (*search_ && *search_ != '"') {
-    if (*search_ == '\\' && convertEscapes) {
-      *out++ = ConvertEscape();
-      continue;
-    }
-    if (*search_ == '\\' && search_[1] == '"') *out++ = *search_++;
-    *out++ = *search_++;
+  if (IsWordChar(first)) {
+    ReadWord(reportErrors);
+  } else if (first == '\0' || (handleComments_ && IsComment(search_))) {
+    return {};
+  } else if (first == '"') {
+    ReadString(convertEscapes, reportErrors);
+  } else if (first == '\'') {
+    ReadCharacter(reportErrors);
+  } else {
+    // A byte of no class is a token by itself too: an empty one would hide the rest of the line.
+    TakeToken(search_ + std::max(1u, TokenSize(search_)));
   }
-  return CloseQuoted(out, '"', reportErrors);
+  return Token();
 }
 
-char* Tokeniser::ReadCharacter(bool reportErrors) {
+void Tokeniser::ReadString(bool convertEscapes, bool reportErrors) {
+  const char* end = search_ + 1;
+  while (*end && *end != '"') {
+    if (*end == '\\' && convertEscapes) return ConvertString(reportErrors);
+    if (*end == '\\' && end[1] == '"') ++end;
+    ++end;
+  }
+  CloseQuoted(end, '"', reportErrors);
+}
+
+void Tokeniser::ConvertString(bool reportErrors) {
   char* out = tokenBuffer_;
   *out++ = *search_++;
-  while (*search_ && *search_ != '\'') *out++ = *search_++;
-  return CloseQuoted(out, '\'', reportErrors);
-}
-
-char* Tokeniser::CloseQuoted(char* out, char quote, bool reportErrors) {
-  if (*search_ == quote) {
-    *out++ = quote;
-    ++search_;
+  while (*search_ && *search_ != '"') *out++ = *search_ == '\\' ? ConvertEscape() : *search_++;
+  if (*search_ == '"') {
+    *out++ = *search_++;
   } else if (reportErrors) {
     lastError_ = kNoQuote;
   }
-  return EndToken(out);
+  token_ = tokenBuffer_;
+  tokenLength_ = static_cast<unsigned int>(out - tokenBuffer_);
 }
 
-char* Tokeniser::ReadWord(bool reportErrors) {
+void Tokeniser::ReadCharacter(bool reportErrors) {
+  const char* end = search_ + 1;
+  while (*end && *end != '\'') ++end;
+  CloseQuoted(end, '\'', reportErrors);
+}
+
+void Tokeniser::CloseQuoted(const char* end, char quote, bool reportErrors) {
+  const bool closed = *end == quote;
+  if (!closed && reportErrors) lastError_ = kNoQuote;
+  TakeToken(closed ? end + 1 : end);
+}
+
+void Tokeniser::ReadWord(bool reportErrors) {
+  if (kel::IsDigit(*search_)) return ReadNumber(reportErrors);
+  const char* end = search_;
+  while (true) {
+    while (IsWordChar(*end)) ++end;
+    if (!IsQuote(*end)) break;
+    if (reportErrors) {
+      lastError_ = kBadQuote;
+      break;
+    }
+    ++end;
+  }
+  TakeToken(end);
+}
+
+/// A word that begins with a digit.
+void Tokeniser::ReadNumber(bool reportErrors) {
   const char* end = search_;
   bool number = true;  // a "." belongs to a word of digits only
   while (IsWordChar(*end) || (*end == '.' && number) || IsQuote(*end)) {
@@ -180,7 +238,7 @@ char* Tokeniser::ReadWord(bool reportErrors) {
     number = number && (kel::IsDigit(*end) || *end == '.');
     ++end;
   }
-  return CopyToken(end);
+  TakeToken(end);
 }
 
 char Tokeniser::ConvertEscape() {
@@ -193,34 +251,25 @@ char Tokeniser::ConvertEscape() {
 }
 
 char* Tokeniser::GetCurrentToken() {
-  if (!search_ || !tokenBuffer_) return ClearToken();
-  return tokenBuffer_;
+  if (search_ == nullptr || tokenBuffer_ == nullptr) ClearToken();
+  return CopyToken();
 }
 
 char* Tokeniser::GetPreviousToken() {
-  char* token = ClearToken();
-  if (search_ == previous_) return token;
-  const char* const target = previous_;
-  ResetLine();
-  while (search_ < target) {
-    token = GetNextToken(1, 1);
-    if (tokenLength_ == 0) break;
+  ClearToken();
+  if (search_ != previous_) {
+    const char* const target = previous_;
+    ResetLine();
+    while (search_ < target && !ReadToken().empty()) {
+    }
+    search_ = target;
   }
-  search_ = target;
-  return token;
-}
-
-char Tokeniser::PeekNextChar() const {
-  if (!search_) return 0;
-  const char* next = search_;
-  while (kel::IsSpace(*next)) ++next;
-  return *next;
+  return CopyToken();
 }
 
 bool Tokeniser::TakeChar(char expected) {
   if (expected == '\0' || PeekNextChar() != expected) return false;
-  while (ReadNextChar() != expected) {
-  }
+  search_ = SkipSpace(search_) + 1;
   return true;
 }
 
@@ -238,11 +287,12 @@ void Tokeniser::SetSearch(const char* position) {
 
 unsigned int Tokeniser::TokenSize(const char* text) {
   const char first = text[0];
-  if (!first || !std::strchr("=+-*/%<>()&|^!", first)) return 0;
+  const unsigned how = kOperators[static_cast<unsigned char>(first)];
+  if ((how & kBegins) == 0) return 0;
   const char second = text[1];
   if (first == '<' && second == '<') return text[2] == '=' ? 3 : 2;
-  if (second == '=' && std::strchr("><+-*/%&|^!=", first)) return 2;
-  if (second == first && std::strchr("&|>", first)) return 2;
+  if (second == '=' && (how & kBeforeEqual) != 0) return 2;
+  if (second == first && (how & kTwice) != 0) return 2;
   if ((first == '/' && second == '*') || (first == '*' && second == '/')) return 2;
   return first == '!' ? 0 : 1;
 }

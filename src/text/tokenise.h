@@ -4,13 +4,15 @@
 #include <string_view>
 
 #include "kel/export.h"
+#include "kel/kelascii.h"
 
 /// Cuts one line of script text into tokens.
 ///
-/// Holds a private copy of one line at a time. A token stands in one buffer that the object owns
-/// and the next read overwrites, so a caller that keeps a token copies it; reading allocates
-/// nothing. Errors are left in the last error, which stays until the next `SetLine`: a misplaced or
-/// missing quote and a line too large to hold.
+/// Holds a private copy of one line at a time. A token is a part of that, or, when it is not
+/// written as it is meant, stands in one buffer that the object owns and the next read overwrites,
+/// so a caller that keeps a token copies it; reading allocates nothing. Errors are left in the last
+/// error, which stays until the next `SetLine`: a misplaced or missing quote and a line too large
+/// to hold.
 class TAMBER_API Tokeniser {
  public:
   /// The last errors of its own, by their numbers in the list of errors (values/errcodes.h).
@@ -28,6 +30,8 @@ class TAMBER_API Tokeniser {
   /// Takes a copy of the line, up to its first NUL, and stands at its start. Always 1.
   int SetLine(const char* line);
   int SetLine(std::string_view line);
+  /// The same for a line without NULs.
+  void SetWholeLine(std::string_view line);
   /// Back to the start of the line.
   void ResetLine();
 
@@ -37,6 +41,8 @@ class TAMBER_API Tokeniser {
   /// decoded, without it they stay as written. With `reportErrors` a missing or misplaced quote
   /// sets the last error. A decoded token may hold NULs: `GetTokenLength` is its length.
   char* GetNextToken(int convertEscapes, int reportErrors);
+  /// The same, as a part of the line where it is one; good until the next read.
+  std::string_view ReadToken(bool convertEscapes = true, bool reportErrors = true);
   /// The token last read.
   char* GetCurrentToken();
   /// Steps back one token: returns the one before the last, and the last is read again next. Takes
@@ -44,7 +50,12 @@ class TAMBER_API Tokeniser {
   char* GetPreviousToken();
 
   /// The next character that is no white space, without moving; 0 at the end of the line.
-  char PeekNextChar() const;
+  char PeekNextChar() const {
+    if (search_ == nullptr) return 0;
+    const char* next = search_;
+    while (kel::IsSpace(*next)) ++next;
+    return *next;
+  }
   /// The next character, whatever it is; 0 at the end of the line.
   char ReadNextChar();
   /// Moves behind the next character that is not white space when it is `expected`; else stays.
@@ -69,12 +80,12 @@ class TAMBER_API Tokeniser {
   static int IsComment(const char* text);
 
   /// The token last read, until the next read.
-  std::string_view Token() const { return {tokenBuffer_ ? tokenBuffer_ : "", tokenLength_}; }
+  std::string_view Token() const { return {token_, tokenLength_}; }
   /// Whether the token last read is this word, in any case.
   bool TokenIs(std::string_view word) const;
   /// Where the token last read begins; the end of the line when there was none. Null without a
   /// line.
-  const char* TokenStart() const;
+  const char* TokenStart() const { return SkipSpace(previous_); }
   /// The token last read together with what stands around it when letters beyond ASCII are among
   /// that: to the language they are no letters, to the author all is one word.
   std::string_view WholeToken() const;
@@ -88,21 +99,29 @@ class TAMBER_API Tokeniser {
   void SetOrigin(uint32_t offset) { origin_ = offset; }
   uint32_t Origin() const { return origin_; }
   /// A position in the line as an offset in the whole line.
-  uint32_t OffsetOf(const char* position) const;
+  uint32_t OffsetOf(const char* position) const {
+    return position == nullptr ? origin_ : origin_ + static_cast<uint32_t>(position - lineBuffer_);
+  }
   /// Where the token last read begins, and where the next one will.
   uint32_t TokenOffset() const { return OffsetOf(TokenStart()); }
   uint32_t NextOffset() const { return OffsetOf(SkipSpace(search_)); }
 
  private:
   static unsigned int TokenSize(const char* text);
-  const char* SkipSpace(const char* position) const;
-  char* ClearToken();
-  char* EndToken(const char* end);
-  char* CopyToken(const char* end);
-  char* ReadString(bool convertEscapes, bool reportErrors);
-  char* ReadCharacter(bool reportErrors);
-  char* ReadWord(bool reportErrors);
-  char* CloseQuoted(char* out, char quote, bool reportErrors);
+  /// The line ends with a NUL, which is no white space.
+  static const char* SkipSpace(const char* position) {
+    while (position != nullptr && kel::IsSpace(*position)) ++position;
+    return position;
+  }
+  void ClearToken();
+  void TakeToken(const char* end);
+  void ReadString(bool convertEscapes, bool reportErrors);
+  void ConvertString(bool reportErrors);
+  void ReadCharacter(bool reportErrors);
+  void ReadWord(bool reportErrors);
+  void ReadNumber(bool reportErrors);
+  void CloseQuoted(const char* end, char quote, bool reportErrors);
+  char* CopyToken();
   char ConvertEscape();
   bool Reserve(size_t length);
 
@@ -111,6 +130,7 @@ class TAMBER_API Tokeniser {
   unsigned int bufferSize_ = 0;
   char* lineBuffer_ = nullptr;
   char* tokenBuffer_ = nullptr;
+  const char* token_ = "";
   const char* search_ = nullptr;
   const char* previous_ = nullptr;
   bool handleComments_ = true;

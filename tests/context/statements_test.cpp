@@ -64,8 +64,9 @@ class Compile : public testing::Test {
     const TamberProcedure* const found = context_.GetProcedure(procedure);
     if (found == nullptr) return "none";
     std::string layout;
-    for (uint32_t i = 1; i <= found->Statements().GetCount(); ++i) {
-      layout += (i == 1 ? "" : " ") + Sign(found->Statements().Get(i));
+    const tamber::StatementsOf statements(*found);
+    for (uint32_t i = 1; i <= statements->GetCount(); ++i) {
+      layout += (i == 1 ? "" : " ") + Sign(statements->Get(i));
     }
     return layout;
   }

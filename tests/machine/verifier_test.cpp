@@ -84,7 +84,7 @@ class Verified : public testing::Test {
   void Begin(const CodeBuilder& b) {
     StatementEntry entry{};
     entry.begin = b.Pc();
-    entry.statement = static_cast<uint32_t>(code_.statements.size()) + 1;
+    entry.statement = (code_.statements.size() + 1) & StatementEntry::kMaxStatement;
     code_.statements.push_back(entry);
   }
   /// What is found when one instruction, or a table, is changed.
