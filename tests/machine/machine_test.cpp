@@ -33,6 +33,17 @@ std::unique_ptr<Code> CodeAt(uint32_t line) {
   return code;
 }
 
+TEST(MachineAlone, SourcesAreFoundAmongMany) {
+  tamber::SourceTable sources;
+  EXPECT_EQ(sources.Find(7), 0u);
+  const auto offset = [](uint32_t i) { return i * 7919 % 5003 * (i % 5 == 0 ? 100000 : 1); };
+  for (uint32_t i = 0; i < 500; ++i) sources.Add(i * 300, offset(i));
+  for (uint32_t i = 0; i < 500; ++i) {
+    EXPECT_EQ(sources.Find(i * 300), offset(i));
+    EXPECT_EQ(sources.Find(i * 300 + 299), offset(i));
+  }
+}
+
 TEST(MachineAlone, ReadsVariablesThroughItsHost) {
   TestHost host;
   auto* seven = new VarInteger(KelString("seven"), 0);

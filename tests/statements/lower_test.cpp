@@ -1,4 +1,4 @@
-// Statements alone: a procedure that is put together by hand, dumped, lowered and run.
+// Statements alone: a procedure that is put together by hand, dumped, packed, lowered and run.
 #include "statements/lower.h"
 
 #include <gtest/gtest.h>
@@ -25,6 +25,12 @@ TEST(StatementsAlone, RunAsTheirCode) {
     procedure.Statements().Append(std::make_unique<StatementPopVar>(
         line, tamber::VarUse{total->OwnName(), -1, tamber::TypeDesc::Of(tamber::Kind::Int)}));
   }
+  KelString before;
+  KelString after;
+  tamber::StatementsOf(procedure)->Dump(before, procedure.GetName());
+  procedure.PackStatements(std::make_shared<tamber::StatementTables>());
+  tamber::StatementsOf(procedure)->Dump(after, procedure.GetName());
+  EXPECT_EQ(before, after);
   names.host.makeCode = [](tamber::Callable& callable) {
     return tamber::LowerProcedure(static_cast<TamberProcedure&>(callable), false).code;
   };
