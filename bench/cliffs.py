@@ -28,6 +28,27 @@ def repeated(text, count):
 FIND = 'found = StrMatchPcre("the item7 and others", p[k + 1])'
 TAKE = "proc Take(int &x)\n x += 1\nendproc"
 SWAP = "proc Swap(int &x, int &y)\n int t\n t = x\n x = y\n y = t\nendproc"
+SECRETS = "a += {0}\n for (k = 1; k <= {0}; k += 1)\n a[k] = \"x\"\n endfor"
+
+
+def walk(depth):
+    """A recursion so deep that holds an element at every level."""
+    return f"""struct Node
+ int x
+endstruct
+Node[] nodes
+int Walk(Node &n, int left)
+ n.x += 1
+ if left == 0
+ return 0
+ endif
+ return Walk(nodes[left], left - 1)
+endproc
+proc Prepare()
+ nodes += {depth + 1}
+endproc"""
+
+
 LIST = """string[] list
 string[] GetList()
  return list
@@ -97,6 +118,10 @@ ROWS = [
     Row("member of an element by reference", "struct P\n int x\nendstruct\n" + TAKE, "P[] a", "a += 10",
         "Take(a[3].x)", 3800),
     Row("two elements by reference", SWAP, "int[] a", "a += 10", "Swap(a[3], a[4])", 3700),
+    Row("write to an array of 800 encrypted strings", "", "estring[] a\n int k", SECRETS.format(800),
+        'a[i % 10 + 1] = "y"',
+        Neighbour("", "estring[] a\n int k", SECRETS.format(10), 'a[i % 10 + 1] = "y"')),
+    Row("recursion over elements, 400 deep", walk(400), "", "Prepare()", "Walk(nodes[401], 400)", 600000),
     Row("element of a result, 1000 strings", LIST, "string s", "Fill(1000)", "s = GetList()[5]",
         Neighbour(LIST, "string s", "Fill(10)", "s = GetList()[5]")),
     Row("member of a result, 200 members", wide(200), "int n", "", "n = Make().m3",

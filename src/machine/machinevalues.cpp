@@ -303,7 +303,7 @@ void Machine::Declare(const Code& code, Cell* registers, const Instr& at) {
 
 void Machine::SweepArray(ArrayData& array) {
   // Deeper down a built-in may hold an element without having said so.
-  if (nativeDepth_ <= 1) array.SweepBoxes();
+  if (nativeDepth_ <= 1) array.SweepWhenDue();
 }
 
 bool Machine::HasElement(const ArrayData* array, int32_t index) {
@@ -348,7 +348,10 @@ bool Machine::ElementAddress(Cell& place, int32_t index, Cell& out) {
     out.p = array->Data<Cell>() + at;
     return true;
   }
-  if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
+  if (place.a != nullptr && place.a->HasBoxes()) {
+    SweepArray(*place.a);
+    if (nativeDepth_ <= 1) place.a->SweepBox(at);
+  }
   Place part{&place, TypeDesc::Of(Kind::Array).Get()};
   if (!CheckElement(EnterElement(part, index), place.a, index)) return false;
   out.p = part.cell;

@@ -113,7 +113,7 @@ void ArrayData::StoreRaw(uint32_t at, Cell value) {
 }
 
 Variable* ArrayData::FindBox(uint32_t at) const {
-  return boxes_ == nullptr ? nullptr : boxes_->Find(at);
+  return boxes_ == nullptr || HoldsObjects(kind_) ? nullptr : boxes_->Find(at);
 }
 
 Cell ArrayData::Peek(uint32_t at) const {
@@ -271,6 +271,10 @@ void ArrayData::DropFrom(uint32_t count) {
 
 void ArrayData::Swap(uint32_t a, uint32_t b) {
   if (a == b) return;
+  if (boxes_ != nullptr && HoldsObjects(kind_)) {
+    boxes_->Slot(a);
+    boxes_->Slot(b);
+  }
   written_ = std::max({written_, a + 1, b + 1});
   const Cell first = LoadRaw(a);
   StoreRaw(a, LoadRaw(b));
@@ -292,7 +296,9 @@ void ArrayData::CloseGap(uint32_t at) {
   --count_;
   written_ = std::min(written_, count_);
   StoreRaw(count_, ZeroCell());
-  if (boxes_ != nullptr) boxes_->CloseGap(at);
+  if (boxes_ == nullptr) return;
+  boxes_->Erase(at);
+  boxes_->CloseGap(at);
 }
 
 Cell ArrayData::Remove(uint32_t at) {
@@ -331,8 +337,8 @@ void ArrayData::NeedBoxes() {
 
 Variable* ArrayData::Box(uint32_t at) {
   NeedBoxes();
-  if (HoldsObjects(kind_)) return Data<Cell>()[at].v;
   Variable*& box = boxes_->Slot(at);
+  if (HoldsObjects(kind_)) return Data<Cell>()[at].v;
   if (box == nullptr) {
     try {
       box = MakeVariable(element_, Name(), LoadRaw(at));
@@ -347,12 +353,12 @@ Variable* ArrayData::Box(uint32_t at) {
 
 void ArrayData::SetBox(uint32_t at, Variable* element) {
   NeedBoxes();
+  Variable*& box = boxes_->Slot(at);
   if (HoldsObjects(kind_)) {
     ReleaseCell(kind_, Data<Cell>()[at]);
     Data<Cell>()[at].v = element;
     return;
   }
-  Variable*& box = boxes_->Slot(at);
   if (IsManaged(kind_)) ReleaseCell(kind_, LoadRaw(at));
   StoreRaw(at, ZeroCell());
   Variable::Delete(box);
@@ -363,6 +369,8 @@ void ArrayData::AppendBox(Variable* element) {
   NeedBoxes();
   Cell cell = ZeroCell();
   if (HoldsObjects(kind_)) {
+    Reserve(uint64_t{count_} + 1);
+    boxes_->Slot(count_);
     cell.v = element;
     Append(cell);
     return;
@@ -378,27 +386,38 @@ void ArrayData::AppendBox(Variable* element) {
 
 Variable* ArrayData::RemoveBox(uint32_t at) {
   Variable* element = Box(at);
-  if (!HoldsObjects(kind_)) boxes_->Erase(at);
   CloseGap(at);
   return element;
 }
 
+/// Makes an element with an object one without, if nobody holds it. The caller forgets the box.
+inline bool ArrayData::TakeIn(uint32_t at, Variable* box) {
+  if (HoldsObjects(kind_)) {
+    Variable& object = *Data<Cell>()[at].v;
+    return VariableAccess::Holders(object) == 0 && SweepInside(object);
+  }
+  if (!CanUnbox(*box, *element_)) return false;
+  written_ = std::max(written_, at + 1);
+  StoreRaw(at, Unbox(box));
+  return true;
+}
+
 void ArrayData::SweepBoxes() {
   if (boxes_ == nullptr) return;
-  if (HoldsObjects(kind_)) {
-    for (uint32_t at = 0; at < count_; ++at) {
-      Variable& object = *Data<Cell>()[at].v;
-      if (VariableAccess::Holders(object) > 0 || !SweepInside(object)) return;
-    }
-    boxes_.reset();
-    return;
-  }
-  boxes_->EraseIf([this](uint32_t at, Variable* box) {
-    if (!CanUnbox(*box, *element_)) return false;
-    written_ = std::max(written_, at + 1);
-    StoreRaw(at, Unbox(box));
-    return true;
-  });
+  boxes_->EraseIf([this](uint32_t at, Variable* box) { return TakeIn(at, box); });
+  if (boxes_->IsEmpty()) boxes_.reset();
+}
+
+void ArrayData::SweepWhenDue() {
+  if (boxes_ == nullptr || !boxes_->IsDue()) return;
+  SweepBoxes();
+  if (boxes_ != nullptr) boxes_->Wait();
+}
+
+void ArrayData::SweepBox(uint32_t at) {
+  Variable* const box = FindBox(at);
+  if (box == nullptr || !TakeIn(at, box)) return;
+  boxes_->Erase(at);
   if (boxes_->IsEmpty()) boxes_.reset();
 }
 

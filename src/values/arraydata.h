@@ -77,9 +77,14 @@ class ArrayData final : public RefObject {
   /// Turns boxes that nobody else holds back into stored cells. Only callable while no host code
   /// that could hold an element without a holder is active.
   void SweepBoxes();
+  /// The same from time to time: as often as it costs no more than what is done in between.
+  void SweepWhenDue();
+  /// The same of one position: before its place is given away, which another sweep would move.
+  void SweepBox(uint32_t at);
 
  private:
   friend class Whole;
+  bool TakeIn(uint32_t at, Variable* box);
   /// The element's object, made on first use; it stays owned by the array.
   Variable* Box(uint32_t at);
   explicit ArrayData(const TypeRef& element);

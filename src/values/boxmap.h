@@ -9,9 +9,10 @@
 
 namespace tamber {
 
-/// The objects that elements of an array have, by position. Mostly there are one or two of them,
-/// for as long as a call takes; those lie side by side. Many are found by hash. The objects are the
-/// array's to delete.
+/// The objects that elements of an array have, by position; of elements that are objects anyway
+/// only the positions of those that somebody may hold, with null. Mostly there are one or two of
+/// them, for as long as a call takes; those lie side by side. Many are found by hash. The objects
+/// are the array's to delete.
 class BoxMap {
  public:
   /// Null: the element has no object.
@@ -28,8 +29,21 @@ class BoxMap {
   /// The object of a position, at first null; good until the map changes. Throws std::bad_alloc.
   Variable*& Slot(uint32_t at);
   void Erase(uint32_t at) {
+    if (many_ != nullptr) [[unlikely]] {
+      many_->erase(at);
+      return;
+    }
     EraseIf([at](uint32_t position, Variable*) { return position == at; });
   }
+  /// Whether it is time to look through all of them for those that nobody needs any more. Such a
+  /// look that leaves some makes the next ones wait: else every access would cost as much as there
+  /// are objects, in a recursion over elements as many as it is deep.
+  bool IsDue() {
+    if (wait_ == 0) return true;
+    --wait_;
+    return false;
+  }
+  void Wait() { wait_ = many_ != nullptr ? static_cast<uint32_t>(many_->size()) : count_; }
   /// Forgets the objects of which `gone` says so; it is asked once for each.
   template <class Gone>
   void EraseIf(const Gone& gone) {
@@ -55,6 +69,7 @@ class BoxMap {
   static constexpr uint32_t kFew = 8;
   using Many = std::unordered_map<uint32_t, Variable*>;
 
+  uint32_t wait_ = 0;   // accesses until a look is due
   uint32_t count_ = 0;  // of few_
   std::array<Box, kFew> few_;
   std::unique_ptr<Many> many_;  // when there are more: all of them
