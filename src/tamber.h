@@ -8,6 +8,7 @@
 #include "frontend/script.h"
 #include "functions/module.h"
 #include "host/call.h"
+#include "host/elements.h"
 #include "host/register.h"
 #include "kel/filepolicy.h"
 #include "kel/keldebug.h"

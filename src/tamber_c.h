@@ -187,6 +187,11 @@ TAMBER_API int tamber_result_size(tamber_context* context, uint32_t* count);
 TAMBER_API int tamber_result_int(tamber_context* context, int32_t* value);
 TAMBER_API int tamber_result_double(tamber_context* context, double* value);
 TAMBER_API int tamber_result_text(tamber_context* context, const char** text, size_t* length);
+/** The numbers of an array, as tamber_get_ints copies them. */
+TAMBER_API int tamber_result_ints(tamber_context* context, int32_t* values, uint32_t room,
+                                  uint32_t* count);
+TAMBER_API int tamber_result_doubles(tamber_context* context, double* values, uint32_t room,
+                                     uint32_t* count);
 
 /* Global variables and constants; constants cannot be set. Wherever a name is asked for, a part may
  * follow it as in scripts: "order.lines[1].price". Elements count from 1. */
@@ -205,6 +210,13 @@ TAMBER_API int tamber_get_ints(tamber_context* context, const char* name, int32_
                                uint32_t room, uint32_t* count);
 TAMBER_API int tamber_get_doubles(tamber_context* context, const char* name, double* values,
                                   uint32_t room, uint32_t* count);
+/** The numbers of an `int[]` or `double[]` where they lie, without a copy; borrowed until a function
+ * is called for the context. TAMBER_WRONG_TYPE also as long as a script that runs refers to one of
+ * the elements: copies can be had then. */
+TAMBER_API int tamber_borrow_ints(tamber_context* context, const char* name, const int32_t** values,
+                                  uint32_t* count);
+TAMBER_API int tamber_borrow_doubles(tamber_context* context, const char* name,
+                                     const double** values, uint32_t* count);
 TAMBER_API int tamber_set_int(tamber_context* context, const char* name, int32_t value);
 TAMBER_API int tamber_set_double(tamber_context* context, const char* name, double value);
 TAMBER_API int tamber_set_text(tamber_context* context, const char* name, const char* text,

@@ -85,6 +85,8 @@ int TypeCode(const PartView& part);
 
 /// Reads that tell what is wrong with the part, or with the pointer.
 int ReadSize(const PartView& part, uint32_t* count);
+int ReadInts(const PartView& part, int32_t* values, uint32_t room, uint32_t* count);
+int ReadDoubles(const PartView& part, double* values, uint32_t room, uint32_t* count);
 int ReadInt(const PartView& part, int32_t* value);
 int ReadDouble(const PartView& part, double* value);
 int ReadText(const PartView& part, const char** text, size_t* length);

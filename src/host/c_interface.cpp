@@ -137,3 +137,13 @@ int tamber_result_double(tamber_context* context, double* value) {
 int tamber_result_text(tamber_context* context, const char** text, size_t* length) {
   return WithResult(context, [&](const PartView& found) { return ReadText(found, text, length); });
 }
+
+int tamber_result_ints(tamber_context* context, int32_t* values, uint32_t room, uint32_t* count) {
+  return WithResult(context,
+                    [&](const PartView& found) { return ReadInts(found, values, room, count); });
+}
+
+int tamber_result_doubles(tamber_context* context, double* values, uint32_t room, uint32_t* count) {
+  return WithResult(context,
+                    [&](const PartView& found) { return ReadDoubles(found, values, room, count); });
+}

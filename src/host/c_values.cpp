@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "host/c_context.h"
+#include "machine/machine.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 
@@ -45,19 +46,30 @@ int SetValue(tamber_context* handle, const char* name, VariablePtr value) {
   });
 }
 
-/// Copies the numbers of an array: as many as there is room for. `count` gets how many there are.
-template <class Number, class NumberOf>
-int ReadNumbers(const PartView& part, Number* values, uint32_t room, uint32_t* count,
-                NumberOf&& numberOf) {
-  if (count == nullptr || (values == nullptr && room > 0)) return TAMBER_BAD_ARGUMENT;
-  if (!part.type->IsArray()) return TAMBER_WRONG_TYPE;
-  const ArrayData* const array = part.cell.a;
-  const uint32_t size = array != nullptr ? array->Count() : 0;
-  if (size > 0 && !IsNumeric(array->StorageKind())) return TAMBER_WRONG_TYPE;
-  for (uint32_t at = 0; at < size && at < room; ++at)
-    values[at] = numberOf(array->StorageKind(), array->Peek(at));
-  *count = size;
-  return TAMBER_OK;
+/// The numbers of an array of exactly this type, borrowed. Objects that its elements have had are
+/// taken back first: C holds none, and code that runs is let alone.
+template <class Number>
+int BorrowNumbers(tamber_context* handle, const char* name, const Number** values, uint32_t* count,
+                  Kind kind) {
+  if (values == nullptr || count == nullptr) return TAMBER_BAD_ARGUMENT;
+  return WithContext(handle, [&](CContext& context) -> int {
+    if (name == nullptr) return TAMBER_BAD_ARGUMENT;
+    std::string_view path = name;
+    Variable* whole = TakeVariable(context, path, VARLIST_GLOBAL | VARLIST_CONSTANT);
+    const bool runs = context.context.GetMachine().IsRunning();
+    return ReadPart(whole, path, [&](const PartView& part) -> int {
+      const bool fits =
+          part.type->IsArray() && part.type->Element() && part.type->Element()->GetKind() == kind;
+      if (!fits) return TAMBER_WRONG_TYPE;
+      ArrayData* const array = part.cell.a;
+      if (array != nullptr && !runs) array->SweepBoxes();
+      if (array != nullptr && (array->HasBoxes() || array->StorageKind() != kind))
+        return TAMBER_WRONG_TYPE;
+      *values = array != nullptr ? array->Data<Number>() : nullptr;
+      *count = array != nullptr ? array->Count() : 0;
+      return TAMBER_OK;
+    });
+  });
 }
 
 /// Makes an array hold these numbers; what it cannot take leaves it as it was.
@@ -83,6 +95,32 @@ Cell CellOfDouble(double value) {
 }
 
 }  // namespace
+
+namespace {
+
+/// Copies the numbers of an array: as many as there is room for. `count` gets how many there are.
+template <class Number>
+int ReadNumbers(const PartView& part, Number* values, uint32_t room, uint32_t* count,
+                Number (*numberOf)(Kind, Cell)) {
+  if (count == nullptr || (values == nullptr && room > 0)) return TAMBER_BAD_ARGUMENT;
+  if (!part.type->IsArray()) return TAMBER_WRONG_TYPE;
+  const ArrayData* const array = part.cell.a;
+  const uint32_t size = array != nullptr ? array->Count() : 0;
+  if (size > 0 && !IsNumeric(array->StorageKind())) return TAMBER_WRONG_TYPE;
+  for (uint32_t at = 0; at < size && at < room; ++at)
+    values[at] = numberOf(array->StorageKind(), array->Peek(at));
+  *count = size;
+  return TAMBER_OK;
+}
+
+}  // namespace
+
+int ReadInts(const PartView& part, int32_t* values, uint32_t room, uint32_t* count) {
+  return ReadNumbers(part, values, room, count, CellToInt);
+}
+int ReadDoubles(const PartView& part, double* values, uint32_t room, uint32_t* count) {
+  return ReadNumbers(part, values, room, count, CellToDouble);
+}
 
 int ReadSize(const PartView& part, uint32_t* count) {
   if (count == nullptr) return TAMBER_BAD_ARGUMENT;
@@ -141,16 +179,24 @@ int tamber_get_text(tamber_context* context, const char* name, const char** text
 
 int tamber_get_ints(tamber_context* context, const char* name, int32_t* values, uint32_t room,
                     uint32_t* count) {
-  return WithValue(context, name, [&](const PartView& part) {
-    return ReadNumbers(part, values, room, count, tamber::CellToInt);
-  });
+  return WithValue(context, name,
+                   [&](const PartView& part) { return ReadInts(part, values, room, count); });
 }
 
 int tamber_get_doubles(tamber_context* context, const char* name, double* values, uint32_t room,
                        uint32_t* count) {
-  return WithValue(context, name, [&](const PartView& part) {
-    return ReadNumbers(part, values, room, count, tamber::CellToDouble);
-  });
+  return WithValue(context, name,
+                   [&](const PartView& part) { return ReadDoubles(part, values, room, count); });
+}
+
+int tamber_borrow_ints(tamber_context* context, const char* name, const int32_t** values,
+                       uint32_t* count) {
+  return BorrowNumbers(context, name, values, count, tamber::Kind::Int);
+}
+
+int tamber_borrow_doubles(tamber_context* context, const char* name, const double** values,
+                          uint32_t* count) {
+  return BorrowNumbers(context, name, values, count, tamber::Kind::Double);
 }
 
 int tamber_set_int(tamber_context* context, const char* name, int32_t value) {

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/elements.h"
 #include "kel/export.h"
 #include "values/errcodes.h"
 #include "values/typedesc.h"
@@ -55,6 +56,11 @@ namespace host {
 
 template <class T>
 constexpr bool kIsWide = std::is_same_v<T, long> || std::is_same_v<T, long long>;
+
+/// Numbers that arrays keep as C++ does.
+template <class T>
+constexpr bool kIsPlainNumber =
+    std::is_same_v<T, int32_t> || std::is_same_v<T, float> || std::is_same_v<T, double>;
 
 /// The integer as scripts have it; throws ScriptError 113 when it does not fit.
 TAMBER_API int32_t Narrow(int64_t value);
@@ -176,6 +182,11 @@ T FromScript(const Variable& value) {
   } else if constexpr (IsVector<T>::value) {
     T made;
     const uint32_t count = CountIn(value);
+    if constexpr (kIsPlainNumber<typename T::value_type>) {
+      made.resize(count);
+      if (CopyElements(value, 1, std::span(made)) == count) return made;
+      made.clear();  // elements of any type: each is looked at
+    }
     made.reserve(count);
     for (uint32_t i = 1; i <= count; ++i)
       made.push_back(FromScript<typename T::value_type>(*ElementIn(value, i)));

@@ -128,6 +128,14 @@ TEST_F(CInterfaceTest, StructuresAndArraysAreReachedByPath) {
   ASSERT_EQ(tamber_run(context_, "Copy"), TAMBER_OK);
   int32_t copied[2] = {};
   uint32_t count = 0;
+  const int32_t* borrowed = nullptr;
+  EXPECT_EQ(tamber_borrow_ints(context_, "list", &borrowed, &count), TAMBER_OK);
+  ASSERT_GT(count, 1u);
+  EXPECT_EQ(tamber_get_int(context_, "list[2]", &copied[0]), TAMBER_OK);
+  EXPECT_EQ(borrowed[1], copied[0]);
+  const double* reals = nullptr;
+  EXPECT_EQ(tamber_borrow_doubles(context_, "list", &reals, &count), TAMBER_WRONG_TYPE);
+  EXPECT_EQ(tamber_borrow_ints(context_, "none", &borrowed, &count), TAMBER_NOT_FOUND);
   EXPECT_EQ(tamber_get_ints(context_, "list", copied, 2, &count), TAMBER_OK);
   EXPECT_EQ(count, 3u);
   EXPECT_EQ(copied[1], 95);
