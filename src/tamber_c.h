@@ -210,9 +210,9 @@ TAMBER_API int tamber_get_ints(tamber_context* context, const char* name, int32_
                                uint32_t room, uint32_t* count);
 TAMBER_API int tamber_get_doubles(tamber_context* context, const char* name, double* values,
                                   uint32_t room, uint32_t* count);
-/** The numbers of an `int[]` or `double[]` where they lie, without a copy; borrowed until a function
- * is called for the context. TAMBER_WRONG_TYPE also as long as a script that runs refers to one of
- * the elements: copies can be had then. */
+/** The numbers of an `int[]` or `double[]` where they lie, without a copy; borrowed until a
+ * function is called for the context. TAMBER_WRONG_TYPE also as long as a script that runs refers
+ * to one of the elements: copies can be had then. */
 TAMBER_API int tamber_borrow_ints(tamber_context* context, const char* name, const int32_t** values,
                                   uint32_t* count);
 TAMBER_API int tamber_borrow_doubles(tamber_context* context, const char* name,
