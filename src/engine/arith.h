@@ -81,9 +81,39 @@ constexpr unsigned char FoldedByte(char byte, bool caseSensitive) {
   return static_cast<unsigned char>(caseSensitive ? byte : kel::ToLower(byte));
 }
 
+/// Sixteen bytes at a time, in one register where the processor has such.
+using Bytes [[gnu::vector_size(16)]] = unsigned char;
+
+/// How many bytes both begin with that are alike but for case and no NUL, in steps of sixteen.
+[[gnu::noinline]] inline size_t CountAlikeFolded(const char* a, const char* b, size_t count) {
+  const auto fold = [](Bytes bytes) {
+    const Bytes isUpper = reinterpret_cast<Bytes>(bytes - 'A' < 26);
+    return bytes | (isUpper & 0x20);
+  };
+  size_t at = 0;
+  for (; count - at >= sizeof(Bytes); at += sizeof(Bytes)) {
+    Bytes left;
+    Bytes right;
+    std::memcpy(&left, a + at, sizeof(left));
+    std::memcpy(&right, b + at, sizeof(right));
+    const Bytes isNul = reinterpret_cast<Bytes>(left == 0);
+    const Bytes wrong = (fold(left) ^ fold(right)) | isNul;
+    uint64_t halves[2];
+    std::memcpy(halves, &wrong, sizeof(halves));
+    if ((halves[0] | halves[1]) != 0) break;
+  }
+  return at;
+}
+
 /// Below 0, 0 or above 0: bytes unsigned, up to the first NUL of each text. Without case both are
 /// folded to lower case.
 inline int CompareText(std::string_view a, std::string_view b, bool caseSensitive) {
+  constexpr size_t kWorthIt = 32;
+  if (!caseSensitive && std::min(a.size(), b.size()) >= kWorthIt) {
+    const size_t alike = CountAlikeFolded(a.data(), b.data(), std::min(a.size(), b.size()));
+    a.remove_prefix(alike);
+    b.remove_prefix(alike);
+  }
   const size_t shorter = std::min(a.size(), b.size());
   size_t at = 0;
   for (; shorter - at >= sizeof(uint64_t); at += sizeof(uint64_t)) {
