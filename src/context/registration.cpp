@@ -149,15 +149,16 @@ void RegisterLists(TamberContext& context, const FUNCMOD_REGISTRATION* record) {
   RegisterConstants(context, record);
   RegisterTypes(context, record);
   RegisterErrors(context, record);
-  ForEachFunction(record, [&](const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type,
-                              bool replace) {
-    if (TakesContext(entry, type)) {
-      context.RegisterFunction(entry.prototype, entry.contextImplementation, type, replace,
-                               entry.traits);
-    } else {
-      context.RegisterFunction(entry.prototype, entry.implementation, type, replace, entry.traits);
-    }
-  });
+  ForEachFunction(record,
+                  [&](const FUNCMOD_FUNCTION& entry, FunctionList::FuncType_e type, bool replace) {
+                    if (TakesContext(entry, type)) {
+                      context.RegisterFunction(entry.prototype, entry.contextImplementation, type,
+                                               replace, entry.traits);
+                    } else {
+                      context.RegisterFunction(entry.prototype, entry.implementation.onStack, type,
+                                               replace, entry.traits);
+                    }
+                  });
 }
 
 bool HaveSameSignature(const TamberFunction& a, const TamberFunction& b) {
@@ -210,7 +211,8 @@ void RegisterBuiltInFunctions(FunctionList& functions, const FUNCMOD_REGISTRATIO
     if (TakesContext(entry, type)) {
       function->SetImplementation(entry.contextImplementation);
     } else {
-      function->SetImplementation(entry.implementation);
+      function->SetImplementation(entry.implementation.onStack);
+      function->SetInlined(entry.implementation.inlined);
     }
     functions.AddOverload(std::move(function));
   });

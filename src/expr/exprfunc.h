@@ -18,7 +18,10 @@ class ExpressionFunction final : public ExpressionBase {
 
  private:
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
+  tamber::Operand LowerInlined(tamber::CodeBuilder& builder) const;
+  tamber::Operand LowerCall(tamber::CodeBuilder& builder) const;
   void PushArgument(tamber::CodeBuilder& builder, uint32_t at) const;
+  void PushValue(tamber::CodeBuilder& builder, tamber::Operand value, uint32_t at) const;
   bool HasUnknownArgument() const;
 
   std::shared_ptr<const TamberFunction> function_;

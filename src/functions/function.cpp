@@ -52,6 +52,7 @@ TamberFunction::TamberFunction(const KelString& prototype, const TypeList& types
 TamberFunction::TamberFunction(const TamberFunction& other)
     : name_(other.name_),
       type_(other.type_),
+      inlined_(other.inlined_),
       plain_(other.plain_),
       extended_(other.extended_),
       target_(other.target_),

@@ -32,6 +32,23 @@ using TamberFunctionPtr = int32_t (*)(FunctionCallInfo*);
 /// As above, for functions that also receive the context.
 using TamberFunctionExPtr = int32_t (*)(FunctionCallInfo*, TamberContext*);
 
+namespace tamber {
+
+/// Built-ins that running code carries out itself. Each does what the function does, for operands
+/// of the kinds that its instruction takes.
+enum class Inlined : uint8_t { No, StringLength, ArraySize, Min, Max };
+
+/// How a built-in of a table is carried out.
+struct Implementation {
+  Implementation(TamberFunctionPtr function, Inlined inlinedAs = Inlined::No)
+      : onStack(function), inlined(inlinedAs) {}
+
+  TamberFunctionPtr onStack;  ///< may be null
+  Inlined inlined;            ///< only looked at in the engine's own tables
+};
+
+}  // namespace tamber
+
 /// What the engine may take for granted about a built-in. The default promises nothing.
 struct FunctionTraits {
   bool exactResult = false;  ///< always pushes a value of the declared return type
@@ -77,6 +94,9 @@ class TAMBER_API TamberFunction {
   void SetImplementation(TamberFunctionExPtr implementation) { extended_ = implementation; }
   TamberFunctionPtr GetImplementation() const { return plain_; }
   TamberFunctionExPtr GetExtendedImplementation() const { return extended_; }
+  /// Whether calls of it may be instructions of running code.
+  void SetInlined(tamber::Inlined inlined) { inlined_ = inlined; }
+  tamber::Inlined GetInlined() const { return inlined_; }
   bool IsImplemented() const { return plain_ != nullptr || extended_ != nullptr; }
 
   /// An object of the host's that every call receives; kept as long as the function.
@@ -95,6 +115,7 @@ class TAMBER_API TamberFunction {
 
   KelString name_;
   uint16_t type_;
+  tamber::Inlined inlined_ = tamber::Inlined::No;
   const KelString* prototype_ = nullptr;  ///< unread as long as there is no signature
   const TypeList* types_ = nullptr;
   mutable std::atomic<const Signature*> signature_;

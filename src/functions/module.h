@@ -51,7 +51,7 @@ struct FUNCMOD_ERROR {
 /// A function: its prototype in the language's own syntax, and its body.
 struct FUNCMOD_FUNCTION {
   KelString prototype;
-  TamberFunctionPtr implementation;
+  tamber::Implementation implementation;
   std::string_view help;  ///< one line for documentation and tools, borrowed; may be empty
   FunctionTraits traits;  ///< what the engine may take for granted; the default promises nothing
   TamberFunctionExPtr contextImplementation = nullptr;  ///< used instead in lists of type 8
@@ -68,7 +68,7 @@ struct FUNCMOD_REGISTRATION {
 // --- what a module file was built against ---
 
 /// Raised with every change of the records above or of the classes that they hand over.
-#define TAMBER_MODULE_VERSION 2
+#define TAMBER_MODULE_VERSION 3
 
 namespace tamber {
 

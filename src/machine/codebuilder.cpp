@@ -26,7 +26,12 @@ constexpr std::string_view kNames = "more than 65536 different names";
 
 CodeBuilder::CodeBuilder(Code& code, const LocalTable* locals, const LocalFacts* facts,
                          bool wideJumps)
-    : code_(code), locals_(locals), facts_(facts), wideJumps_(wideJumps), state_(code) {
+    : code_(code),
+      locals_(locals),
+      facts_(facts),
+      wideJumps_(wideJumps),
+      mayHaveError_(code.procedure == nullptr),
+      state_(code) {
   nextTemp_ = locals ? locals->Count() : 0;
   code_.registers = std::max(code_.registers, nextTemp_ + 1);
   if (nextTemp_ >= kMaxOperand) exceeded_ = kLocals;
@@ -63,6 +68,7 @@ uint32_t CodeBuilder::Append(const Instr& instr) {
     std::erase(fresh_, instr.a);
     std::erase(aliases_, instr.a);
   }
+  if (info.LeavesError()) mayHaveError_ = true;
   if (!info.Has(OpInfo::Ends)) ReleaseGivenBack();
   return at;
 }
@@ -112,7 +118,20 @@ void CodeBuilder::ReleaseGivenBack() {
       Append({Op::RelO, temp.reg, static_cast<uint16_t>(temp.kind), 0});
 }
 
+void CodeBuilder::ClearError() {
+  if (!mayHaveError_) return;
+  Emit(Op::ClrErr);
+  mayHaveError_ = false;
+}
+
+void CodeBuilder::CheckError() {
+  if (!mayHaveError_) return;
+  Emit(Op::ChkErr);
+  mayHaveError_ = false;
+}
+
 void CodeBuilder::EndStatement() {
+  mayHaveError_ = code_.procedure == nullptr;
   nextTemp_ = locals_ ? locals_->Count() : 0;
   aliases_.clear();
   fresh_.clear();

@@ -92,6 +92,11 @@ class CodeBuilder {
   uint32_t Mark() const { return nextTemp_; }
   /// Gives back the temporaries from `mark` on. The next instruction may still read them.
   void Reset(uint32_t mark) { nextTemp_ = mark; }
+  /// Before the arguments of a built-in are computed: an error that an earlier call in the
+  /// statement may have left is cleared. Outside of calls none stands when a statement begins.
+  void ClearError();
+  /// Applies the policy where an error may stand.
+  void CheckError();
   /// A statement ends here: gives back all temporaries and releases what they own.
   void EndStatement();
   /// Nobody reads the operand any more: what its register owns is released.
@@ -185,6 +190,7 @@ class CodeBuilder {
   bool jumpOverflow_ = false;
   std::string_view exceeded_;
   bool localsChange_ = false;
+  bool mayHaveError_;  ///< one may stand that this statement, or what evaluates it, has left
   uint32_t source_ = 0;
   uint32_t nextTemp_;
   uint32_t lastBound_ = 0;  // a jump may lead to the instruction before this one's end

@@ -127,7 +127,7 @@ struct OperandInfo {
 
 struct OpInfo {
   /// Bits of `effects`.
-  enum Effect : uint8_t {
+  enum Effect : uint16_t {
     Fails = 1,
     Zero = 2,
     Calls = 4,
@@ -136,12 +136,15 @@ struct OpInfo {
     Ends = 32,
     Dies = 64,
     Enters = 128,
+    Leaves = 256,
   };
   std::string_view name;
   OperandInfo a, b, c;
-  uint8_t effects;
+  uint16_t effects;
 
-  constexpr bool Has(uint8_t effect) const { return (effects & effect) != 0; }
+  constexpr bool Has(uint16_t effect) const { return (effects & effect) != 0; }
+  /// Behind it an error may stand that nobody has looked at.
+  constexpr bool LeavesError() const { return Has(Calls | Leaves); }
   /// A run may leave the instruction for elsewhere with values still in its registers.
   constexpr bool MayLeave() const { return Has(Fails | Dies | Calls | Stops); }
   constexpr bool IsJump() const { return b.holds == Holds::Jump || c.holds == Holds::Jump; }

@@ -242,6 +242,7 @@ class Machine {
   bool CallLooking(const CallSite& site, Cell& out);
   bool CallChosen(const CallSite& site, Cell& out);
   bool TakeResult(const CallSite& site, uint32_t height, Cell& out);
+  void LeaveTooLong(uint32_t length);
   bool AppendAsText(StrBuf*& slot, Kind kind, Cell value);
   bool SameText(const StrBuf* a, const StrBuf* b);
   bool SameWholeText(std::string_view left, std::string_view right);

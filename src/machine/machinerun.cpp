@@ -212,6 +212,12 @@ L_ToBool:
 L_LNot:
   A.i = B.i == 0;
   NEXT();
+L_MinI:
+  A.i = B.i < C.i ? B.i : C.i;
+  NEXT();
+L_MaxI:
+  A.i = B.i > C.i ? B.i : C.i;
+  NEXT();
 
 L_AddF:
   A.f = B.f + C.f;
@@ -228,6 +234,12 @@ L_DivF:
   NEXT();
 L_NegF:
   A.f = -B.f;
+  NEXT();
+L_MinF:
+  A.f = B.f < C.f ? B.f : C.f;
+  NEXT();
+L_MaxF:
+  A.f = B.f > C.f ? B.f : C.f;
   NEXT();
 L_AddD:
   A.d = B.d + C.d;
@@ -421,6 +433,17 @@ L_S2C:
 L_S2B:
   A.i = CellToChar(Kind::String, B) != 0;
   NEXT();
+L_SLen : {
+  const uint32_t length = B.s != nullptr ? B.s->length : 0;
+  if (length > INT32_MAX) [[unlikely]] {
+    SAVE();
+    LeaveTooLong(length);
+    A.i = INT32_MAX;
+  } else {
+    A.i = static_cast<int32_t>(length);
+  }
+  NEXT();
+}
 L_Chars2S : {
   SAVE();
   Cell text = ZeroCell();

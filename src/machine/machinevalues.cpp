@@ -582,6 +582,12 @@ bool Machine::IsCaseSensitive() {
                                       : caseSwitch_.variable->GetIntegerValue()) != 0;
 }
 
+/// The error of a length that is no integer of scripts; the statement goes on with the largest.
+void Machine::LeaveTooLong(uint32_t length) {
+  run_.SetError(ERR_VALUEOVERFLOW, KelString(std::to_string(length)));
+  failedCall_ = frames_[frameCount_ - 1].pc;
+}
+
 bool Machine::AppendAsText(StrBuf*& slot, Kind kind, Cell value) {
   if (kind == Kind::Any) {
     const Variable& variable = *value.v;

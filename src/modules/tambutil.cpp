@@ -95,9 +95,13 @@ constexpr FunctionTraits kInexact{.exactResult = false, .localsBlind = true};
 
 const FUNCMOD_FUNCTION* Functions() {
   static const FUNCMOD_FUNCTION functions[] = {
-      {"int Min (int Value1, int Value2)", Min, "The smaller of two integers or two floats.",
+      {"int Min (int Value1, int Value2)",
+       {Min, Inlined::Min},
+       "The smaller of two integers or two floats.",
        kInexact},
-      {"int Max (int Value1, int Value2)", Max, "The larger of two integers or two floats.",
+      {"int Max (int Value1, int Value2)",
+       {Max, Inlined::Max},
+       "The larger of two integers or two floats.",
        kInexact},
       {"int Wait (int Seconds)", Wrap<Wait>, "Suspends the script for some seconds.", kInexact},
       {"int Sleep (int MilliSeconds)", Wrap<Sleep>, "Suspends the script for some milliseconds.",

@@ -114,7 +114,7 @@ void ProcedureLowering::LowerPad(const Pad& pad) {
 }
 
 void ProcedureLowering::CheckError(const ExpressionBase& expression) {
-  if (expression.CallsFunction()) builder_.Emit(Op::ChkErr);
+  if (expression.CallsFunction()) builder_.CheckError();
 }
 
 /// `i`: the first of the statements that begin here.
