@@ -212,6 +212,7 @@ void RegisterBuiltInFunctions(FunctionList& functions, const FUNCMOD_REGISTRATIO
       function->SetImplementation(entry.contextImplementation);
     } else {
       function->SetImplementation(entry.implementation.onStack);
+      function->SetDirect(entry.implementation.direct);
       function->SetInlined(entry.implementation.inlined);
     }
     functions.AddOverload(std::move(function));

@@ -3,6 +3,11 @@
 #include "expr/exprbase.h"
 #include "functions/function.h"
 
+namespace tamber {
+enum class Op : uint16_t;
+struct CallSite;
+}  // namespace tamber
+
 /// A call of a built-in function. The children are the arguments. It is bound to one overload, or,
 /// when the type of an argument is known only when it runs, to the first that may be called.
 class ExpressionFunction final : public ExpressionBase {
@@ -19,9 +24,14 @@ class ExpressionFunction final : public ExpressionBase {
  private:
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   tamber::Operand LowerInlined(tamber::CodeBuilder& builder) const;
+  bool PassesDirectly() const;
+  tamber::Kind ResultKind() const;
+  tamber::Operand LowerDirect(tamber::CodeBuilder& builder) const;
+  tamber::Operand LowerArgument(tamber::CodeBuilder& builder, uint32_t at) const;
+  tamber::Operand EmitCall(tamber::CodeBuilder& builder, tamber::Op op, uint16_t result,
+                           tamber::CallSite& site, uint32_t first) const;
   tamber::Operand LowerCall(tamber::CodeBuilder& builder) const;
   void PushArgument(tamber::CodeBuilder& builder, uint32_t at) const;
-  void PushValue(tamber::CodeBuilder& builder, tamber::Operand value, uint32_t at) const;
   bool HasUnknownArgument() const;
 
   std::shared_ptr<const TamberFunction> function_;

@@ -55,6 +55,7 @@ TamberFunction::TamberFunction(const TamberFunction& other)
       inlined_(other.inlined_),
       plain_(other.plain_),
       extended_(other.extended_),
+      direct_(other.direct_),
       target_(other.target_),
       traits_(other.traits_) {
   const Signature& signature = other.GetSignature();

@@ -9,6 +9,7 @@
 
 #include "kel/export.h"
 #include "kel/kelstring.h"
+#include "values/cell.h"
 #include "values/typedesc.h"
 #include "values/variable.h"
 
@@ -34,17 +35,60 @@ using TamberFunctionExPtr = int32_t (*)(FunctionCallInfo*, TamberContext*);
 
 namespace tamber {
 
+/// An argument as running code holds it.
+struct PassedType {
+  Kind kind;
+  TypeRef type;
+
+  bool operator==(const PassedType& other) const { return type.Get() == other.type.Get(); }
+};
+
+/// What a call passes that has its arguments in registers.
+struct Passed {
+  std::vector<PassedType> arguments;
+  bool wantsVariable = false;  ///< the result is taken as a variable, whatever it is
+
+  bool operator==(const Passed&) const = default;
+};
+
+/// What went wrong in such a call.
+struct CallError {
+  int32_t errorCode = 0;  ///< as in FunctionCallInfo, and 0 when a call begins
+  KelString errorText;    ///< only looked at when there is a code
+  bool hasNoResult = false;
+};
+
+/// A function with C++ parameters as running code calls it: `target` as in FunctionCallInfo, the
+/// arguments borrowed. The result is the caller's. What fails is reported only once the function is
+/// done with everything else: calls inside of it use the same record.
+using DirectFunctionPtr = Cell (*)(TamberContext& context, void* target, const Cell* arguments,
+                                   const Passed& passed, CallError& error);
+
+/// A function with C++ parameters, and what kinds of values it is called with.
+struct DirectFunction {
+  DirectFunctionPtr run = nullptr;
+  const Kind* parameters = nullptr;  ///< Any: the variable; None: whatever was passed
+  /// Any: a variable; arrays and handles become one for those who want it.
+  Kind result = Kind::None;
+};
+
 /// Built-ins that running code carries out itself. Each does what the function does, for operands
 /// of the kinds that its instruction takes.
 enum class Inlined : uint8_t { No, StringLength, ArraySize, Min, Max };
 
 /// How a built-in of a table is carried out.
 struct Implementation {
-  Implementation(TamberFunctionPtr function, Inlined inlinedAs = Inlined::No)
+  constexpr Implementation() = default;
+  constexpr Implementation(TamberFunctionPtr function, Inlined inlinedAs = Inlined::No)
       : onStack(function), inlined(inlinedAs) {}
+  constexpr Implementation(TamberFunctionPtr function, const DirectFunction& with)
+      : onStack(function), direct(with) {}
+  constexpr Implementation(const Implementation& function, Inlined inlinedAs)
+      : onStack(function.onStack), direct(function.direct), inlined(inlinedAs) {}
 
-  TamberFunctionPtr onStack;  ///< may be null
-  Inlined inlined;            ///< only looked at in the engine's own tables
+  TamberFunctionPtr onStack;      ///< may be null
+  DirectFunction direct;          ///< does the same, if there is one
+  Inlined inlined = Inlined::No;  ///< only looked at in the engine's own tables
 };
 
 }  // namespace tamber
@@ -62,6 +106,8 @@ struct FunctionTraits {
   bool interruptible = false;
   /// The variable whose name is the first argument is the only one that it looks for.
   bool namesVariable = false;
+  /// Changes nothing, calls nobody: arguments may belong to others. For its own built-ins, too.
+  bool isPure = false;
 };
 
 /// One registered built-in: its name, types and implementation.
@@ -94,6 +140,9 @@ class TAMBER_API TamberFunction {
   void SetImplementation(TamberFunctionExPtr implementation) { extended_ = implementation; }
   TamberFunctionPtr GetImplementation() const { return plain_; }
   TamberFunctionExPtr GetExtendedImplementation() const { return extended_; }
+  /// Calls of code that knows the types of its arguments use this one, if there is one.
+  void SetDirect(const tamber::DirectFunction& direct) { direct_ = direct; }
+  const tamber::DirectFunction& Direct() const { return direct_; }
   /// Whether calls of it may be instructions of running code.
   void SetInlined(tamber::Inlined inlined) { inlined_ = inlined; }
   tamber::Inlined GetInlined() const { return inlined_; }
@@ -121,6 +170,7 @@ class TAMBER_API TamberFunction {
   mutable std::atomic<const Signature*> signature_;
   TamberFunctionPtr plain_ = nullptr;
   TamberFunctionExPtr extended_ = nullptr;
+  tamber::DirectFunction direct_;
   std::shared_ptr<void> target_;
   FunctionTraits traits_;
 };

@@ -82,6 +82,8 @@ constexpr uint64_t ModuleStamp() {
       sizeof(Stack),
       sizeof(FunctionCallInfo),
       sizeof(FunctionTraits),
+      sizeof(tamber::Passed),
+      sizeof(tamber::CallError),
       sizeof(FUNCMOD_INTEGER),
       sizeof(FUNCMOD_STRING),
       sizeof(FUNCMOD_OBJECT),

@@ -40,12 +40,12 @@ KelString Disagreement(const TamberFunction& function, Kind result,
 }  // namespace
 
 uint32_t RegisterWrapped(TamberContext& context, std::string_view text, Kind result,
-                         std::span<const Kind> parameters, TamberFunctionPtr implementation,
+                         std::span<const Kind> parameters, const Implementation& implementation,
                          std::shared_ptr<void> target, const FunctionTraits& traits,
                          Adding adding) {
   const std::shared_ptr<TamberFunction> function = NewFunction(context, text);
   if (function == nullptr) return 0;
-  if (implementation == nullptr) {
+  if (implementation.onStack == nullptr) {
     RefuseFunction(context, ERR_INVALIDPARAM, function->GetName() + ": there is no function");
     return 0;
   }
@@ -54,7 +54,8 @@ uint32_t RegisterWrapped(TamberContext& context, std::string_view text, Kind res
     RefuseFunction(context, ERR_EXPRPARMMATCH, wrong);
     return 0;
   }
-  function->SetImplementation(implementation);
+  function->SetImplementation(implementation.onStack);
+  function->SetDirect(implementation.direct);
   function->SetTarget(std::move(target));
   function->SetTraits(traits);
   if (adding == Adding::Later) {

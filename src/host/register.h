@@ -29,8 +29,9 @@ enum class Adding : uint8_t { Keep, Replace, Later };
 /// The index, 1 for one that is added later, or 0 with the context error set.
 TAMBER_API uint32_t RegisterWrapped(TamberContext& context, std::string_view prototype, Kind result,
                                     std::span<const Kind> parameters,
-                                    TamberFunctionPtr implementation, std::shared_ptr<void> target,
-                                    const FunctionTraits& traits, Adding adding);
+                                    const Implementation& implementation,
+                                    std::shared_ptr<void> target, const FunctionTraits& traits,
+                                    Adding adding);
 
 /// Result and parameters of whatever can be called; one overload only.
 template <class F>
@@ -72,32 +73,71 @@ struct Wrapped {
 
   static int32_t Run(FunctionCallInfo* info) {
     const uint32_t base = info->stack->GetSize() - kCount;
-    try {
-      if constexpr (kStateless) {
-        RunOn(*info, base, F(), std::index_sequence_for<A...>());
-      } else {
-        RunOn(*info, base, *static_cast<F*>(info->target), std::index_sequence_for<A...>());
-      }
-    } catch (const ScriptError& error) {
-      if (error.Code() <= 0) throw;  // no error of the language: one like any other
-      if (info->stack->GetSize() > base) info->stack->CutTo(base);
-      info->errorCode = error.Code();
-      info->errorText = KelString(error.what());
-    }
+    const bool ended = Guarded(*info, [&] { RunOn(*info, base); });
+    if (!ended && info->stack->GetSize() > base) info->stack->CutTo(base);
     return 1;
   }
 
- private:
-  template <class Function, size_t... At>
-  static void RunOn(FunctionCallInfo& info, uint32_t base, Function&& function,
-                    std::index_sequence<At...>) {
-    Stack& stack = *info.stack;
-    const auto call = [&]() -> R {
-      if constexpr (HasContext) {
-        return function(*info.context, Read<A>(stack, base + static_cast<uint32_t>(At))...);
+  static Cell RunDirectly(TamberContext& context, void* target, const Cell* arguments,
+                          const Passed&, CallError& error) {
+    Cell result = ZeroCell();
+    const bool ended = Guarded(error, [&] {
+      const auto read = [&]<class T>(std::type_identity<T>, size_t at) {
+        return Read<T>(arguments[at]);
+      };
+      if constexpr (std::is_void_v<R>) {
+        Invoke(context, target, read, std::index_sequence_for<A...>());
       } else {
-        return function(Read<A>(stack, base + static_cast<uint32_t>(At))...);
+        result = ToCell(Invoke(context, target, read, std::index_sequence_for<A...>()));
       }
+    });
+    if (!ended) error.hasNoResult = true;
+    return result;
+  }
+
+  static constexpr DirectFunction kDirect{&RunDirectly, kParameters.data(),
+                                          std::is_void_v<R> ? Kind::Int : kResult};
+
+ private:
+  /// False when the function raised an error of the language, which is in the record then.
+  template <class Record, class Work>
+  static bool Guarded(Record& record, Work&& work) {
+    try {
+      work();
+      return true;
+    } catch (const ScriptError& error) {
+      if (error.Code() <= 0) throw;  // no error of the language: one like any other
+      record.errorCode = error.Code();
+      record.errorText = KelString(error.what());
+      return false;
+    }
+  }
+
+  /// Calls the function with what `read` makes of each argument.
+  template <class Reader, size_t... At>
+  static R Invoke(TamberContext& context, void* target, const Reader& read,
+                  std::index_sequence<At...>) {
+    const auto with = [&](auto&& function) -> R {
+      if constexpr (HasContext) {
+        return function(context, read(std::type_identity<A>(), At)...);
+      } else {
+        return function(read(std::type_identity<A>(), At)...);
+      }
+    };
+    if constexpr (kStateless) {
+      return with(F());
+    } else {
+      return with(*static_cast<F*>(target));
+    }
+  }
+
+  static void RunOn(FunctionCallInfo& info, uint32_t base) {
+    Stack& stack = *info.stack;
+    const auto read = [&]<class T>(std::type_identity<T>, size_t at) {
+      return Read<T>(stack, base + static_cast<uint32_t>(at));
+    };
+    const auto call = [&]() -> R {
+      return Invoke(*info.context, info.target, read, std::index_sequence_for<A...>());
     };
     if constexpr (std::is_void_v<R>) {
       call();
@@ -138,9 +178,9 @@ template <class F>
 uint32_t Register(TamberContext& context, std::string_view prototype, F function,
                   FunctionTraits traits, Adding adding) {
   using Wrap = typename WrapOf<F>::Type;
-  TamberFunctionPtr run = &Wrap::Run;
+  Implementation run{&Wrap::Run, Wrap::kDirect};
   if constexpr (std::is_pointer_v<F>) {
-    if (function == nullptr) run = nullptr;
+    if (function == nullptr) run.onStack = nullptr;
   }
   std::shared_ptr<void> target;
   if constexpr (!Wrap::kStateless) target = std::make_shared<F>(std::move(function));

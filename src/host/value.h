@@ -123,6 +123,60 @@ void Push(Stack& stack, const T& value) {
   Push(stack, ToScript(value));
 }
 
+/// An argument of a call without the stack as a C++ value; strings and variables are borrowed.
+template <class T>
+auto Read(const Cell& cell) {
+  using V = std::remove_cvref_t<T>;
+  constexpr Kind kKind = KindFor<V>();
+  if constexpr (Composed<V>) {
+    return FromScript<V>(*cell.v);
+  } else if constexpr (kKind == Kind::Any) {
+    return cell.v;
+  } else if constexpr (kKind == Kind::String) {
+    return V(TextOf(cell.s));
+  } else if constexpr (kKind == Kind::Bool) {
+    return cell.i != 0;
+  } else if constexpr (kKind == Kind::Char) {
+    return static_cast<char>(cell.i);
+  } else if constexpr (kKind == Kind::Int) {
+    return cell.i;
+  } else if constexpr (kKind == Kind::Float) {
+    return cell.f;
+  } else {
+    return cell.d;
+  }
+}
+
+inline Cell ToCell(bool value) { return IntCell(value ? 1 : 0); }
+inline Cell ToCell(char value) { return IntCell(static_cast<signed char>(value)); }
+inline Cell ToCell(int32_t value) { return IntCell(value); }
+inline Cell ToCell(long value) { return IntCell(Narrow(value)); }
+inline Cell ToCell(long long value) { return IntCell(Narrow(value)); }
+inline Cell ToCell(float value) {
+  Cell cell = ZeroCell();
+  cell.f = value;
+  return cell;
+}
+inline Cell ToCell(double value) {
+  Cell cell = ZeroCell();
+  cell.d = value;
+  return cell;
+}
+inline Cell ToCell(std::string_view text) {
+  Cell cell = ZeroCell();
+  if (!text.empty()) cell.s = StrBuf::New(text);
+  return cell;
+}
+inline Cell ToCell(VariablePtr value) {
+  Cell cell = ZeroCell();
+  cell.v = value.release();
+  return cell;
+}
+template <Composed T>
+Cell ToCell(const T& value) {
+  return ToCell(ToScript(value));
+}
+
 /// The entry at `index` from the bottom as a C++ value; strings and variables are borrowed.
 template <class T>
 auto Read(Stack& stack, uint32_t index) {

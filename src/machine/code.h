@@ -26,6 +26,7 @@ struct CallSite {
   Kind resultKind = Kind::Any;  ///< Any: the result is taken as a variable
   /// The type of an argument was unknown: the overload is chosen, and checked, by what comes.
   bool choosesWhenRun = false;
+  Passed passed = {};  ///< by a call that needs no stack
 
   bool operator==(const CallSite&) const = default;
 };

@@ -305,6 +305,19 @@ void CodeBuilder::MoveInto(uint16_t reg, const Operand& operand) {
   }
 }
 
+void CodeBuilder::PassIn(uint16_t reg, const Operand& operand, bool lent) {
+  const bool others = !operand.IsScalar() && !Owns(operand);
+  if (!lent || !others || operand.reg == reg) {
+    MoveInto(reg, operand);
+  } else if (operand.place == Operand::Place::Const) {
+    EmitWide(Op::LoadK, reg, static_cast<int32_t>(operand.index));
+  } else if (!IsTemp(operand.reg)) {
+    Emit(Op::LdL, reg, operand.reg);
+  } else if (!RetargetLast(operand.reg, reg)) {
+    MoveInto(reg, operand);
+  }
+}
+
 Operand CodeBuilder::Independent(const Operand& operand) {
   const bool aggregate = operand.kind == Kind::Struct || operand.kind == Kind::Array;
   if (!aggregate || Owns(operand)) return operand;
@@ -402,16 +415,19 @@ void CodeBuilder::Push(const Operand& operand) {
   }
 }
 
+Operand CodeBuilder::ToVariable(const Operand& operand) {
+  if (operand.kind == Kind::Any) return operand;
+  Push(operand);
+  const uint16_t reg = NewTemp();
+  Emit(Op::PopTo, reg);
+  return InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
+}
+
 Operand CodeBuilder::ViaVariable(const Operand& operand, const TypeDesc& to) {
   Operand any = operand;
   // Registers hold an enciphered string as its text.
   TypeRef target = to.GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : TypeRef(&to);
-  if (operand.kind != Kind::Any) {
-    Push(operand);
-    uint16_t reg = NewTemp();
-    Emit(Op::PopTo, reg);
-    any = InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
-  }
+  if (operand.kind != Kind::Any) any = ToVariable(operand);
   uint16_t result = NewTemp();
   Emit(Op::AnyTo, result, any.reg, TypeIndex(target));
   Free(any);

@@ -122,11 +122,16 @@ class CodeBuilder {
   Operand ToReg(const Operand& operand);
   /// The value moved into this very register (a fresh temporary), owned when managed.
   void MoveInto(uint16_t reg, const Operand& operand);
+  /// The value put into this fresh temporary for a call; `lent`: what belongs to others may be
+  /// lent.
+  void PassIn(uint16_t reg, const Operand& operand, bool lent);
   /// A structure or an array as a value of its own, where it could be what it is stored into a part
   /// of; every other operand as it is.
   Operand Independent(const Operand& operand);
   /// The value converted as an assignment to `to` does it; nothing: it never can be.
   std::optional<Operand> Convert(const Operand& operand, const TypeDesc& to);
+  /// The value as a variable, which nobody else holds unless it is one already.
+  Operand ToVariable(const Operand& operand);
   /// As an integer register that a condition tests; a value that is no number counts as 0.
   Operand ToCondition(const Operand& operand);
   /// As a boolean, as the logical operators see it: 0.5 is true.

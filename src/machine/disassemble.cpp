@@ -92,6 +92,8 @@ class Disassembler {
         return Put(code_.procedures[index]->GetName().View());
       case Holds::Site:
         return Put(code_.sites[index].function->GetName().View());
+      case Holds::Arguments:
+        return code_.sites[at.b].arguments > 0 ? Put(Register(value)) : void();
       case Holds::Operator:
         return Put(TamberOperators::GetOperatorName(static_cast<int32_t>(index)).View());
       case Holds::Jump:

@@ -339,6 +339,23 @@ std::string_view FrameState::CheckArguments(const Instr& at) const {
   return own ? "overwrites a value that nobody released" : "";
 }
 
+/// Only what is pure, and so changes nothing under its feet, is lent what belongs to others.
+std::string_view FrameState::CheckPassed(const Instr& at) const {
+  if (at.b >= code_->sites.size()) return "index outside its table";
+  const CallSite& site = code_->sites[at.b];
+  if (site.passed.arguments.size() != site.arguments) return "calls without its arguments";
+  for (uint32_t i = 0; i < site.arguments; ++i) {
+    const RegisterState state = Get(at.c + i);
+    if (state.hold == Hold::Empty || at.c + i >= code_->registers)
+      return "calls without an argument";
+    if (state.hold == Hold::Address || !FitsType(site.passed.arguments[i].type.Get(), state))
+      return "calls with an argument of another type";
+    const bool lent = state.hold == Hold::Borrowed && state.lender != RegisterState::kConstant;
+    if (lent && at.op != Op::CallP) return "calls with an argument of somebody else's";
+  }
+  return "";
+}
+
 std::string_view FrameState::CheckIndex(const OperandInfo& info, const Instr& at,
                                         uint32_t index) const {
   const auto wide = static_cast<uint32_t>(at.Wide());
@@ -381,6 +398,8 @@ std::string_view FrameState::CheckIndex(const OperandInfo& info, const Instr& at
       return in(index, code_->procedures.size());
     case Holds::Site:
       return in(index, code_->sites.size());
+    case Holds::Arguments:
+      return CheckPassed(at);
     case Holds::Operator:
       return TamberOperators::GetOperatorName(static_cast<int32_t>(index)).IsEmpty()
                  ? "number of no operator"

@@ -93,6 +93,7 @@ class FrameState {
   std::string_view CheckIndex(const OperandInfo& info, const Instr& at, uint32_t index) const;
   std::string_view CheckOperand(const OperandInfo& info, const Instr& at, uint32_t value) const;
   std::string_view CheckArguments(const Instr& at) const;
+  std::string_view CheckPassed(const Instr& at) const;
   bool PutsIntoItself(const Instr& at) const;
   bool Fits(Holds holds, const Instr& at, const RegisterState& state) const;
   /// The type that a register or index of this kind has; null where the table does not tell.

@@ -113,6 +113,7 @@ enum class Holds : uint8_t {
   Append,
   Procedure,
   Site,
+  Arguments,  // the first of the registers that a call site passes
   Operator,
   Jump,
 };

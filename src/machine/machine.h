@@ -20,6 +20,7 @@ class TamberOperators;
 namespace tamber {
 
 class Callable;
+struct Local;
 class MachineHost;
 struct SourcePlace;
 
@@ -158,6 +159,7 @@ class Machine {
   /// Verifies the code if the context asks for it; false leaves an error.
   bool IsSound(const Code& code, std::string_view name);
   static bool IsConstant(const Code& code);
+  static TypeRef BindArgument(const Local& local, Stack& stack, Cell& cell);
   bool BindArguments(Callable& procedure, Stack& stack, Cell* base);
   enum_ProcStatus RunBoundary(const BoundCode* code, Callable* procedure, Stack& stack);
   bool HasNativeStack(std::string_view name);
@@ -240,7 +242,14 @@ class Machine {
   bool Execute(int32_t operatorIndex, Cell& out);
   bool CallFunction(const CallSite& site, Cell& out);
   bool CallLooking(const CallSite& site, Cell& out);
+  /// How a call without the stack ended.
+  enum class Called { Returned, Failed, Stopped };
+  template <bool kPure>
+  Called CallDirect(const CallSite& site, const Cell* arguments, Cell& out);
+  Called CallDirectLooking(const CallSite& site, const Cell* arguments, Cell& out);
+  Called FinishDirect(const CallSite& site, Cell result, Cell& out);
   bool CallChosen(const CallSite& site, Cell& out);
+  static Cell DefaultResult(const CallSite& site);
   bool TakeResult(const CallSite& site, uint32_t height, Cell& out);
   void LeaveTooLong(uint32_t length);
   bool AppendAsText(StrBuf*& slot, Kind kind, Cell value);
@@ -279,6 +288,7 @@ class Machine {
   uint32_t inBuiltIn_ = 0;       ///< number of the frame whose built-in runs
   const GlobalUse caseSwitchUse_;
   GlobalSlot caseSwitch_{&caseSwitchUse_};
+  CallError callError_;
   const Instr* failedCall_ = nullptr;  ///< of the built-in that left an error last
   uint32_t evaluationStop_ = 0;
   std::shared_ptr<FrozenCodes> frozen_;  ///< null until it is needed

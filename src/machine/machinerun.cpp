@@ -235,12 +235,6 @@ L_DivF:
 L_NegF:
   A.f = -B.f;
   NEXT();
-L_MinF:
-  A.f = B.f < C.f ? B.f : C.f;
-  NEXT();
-L_MaxF:
-  A.f = B.f > C.f ? B.f : C.f;
-  NEXT();
 L_AddD:
   A.d = B.d + C.d;
   NEXT();
@@ -794,6 +788,34 @@ L_CallL : {
   CHECK(done);
   if (run_.stopFlag || unwinding_) goto stopped;
   NEXT();
+}
+L_CallP : {
+  SAVE();
+  const Called how = CallDirect<true>(code->Tables().sites[pc->b], R + pc->c, A);
+  if (how == Called::Returned) [[likely]]
+    NEXT();
+  if (how == Called::Failed) goto fail;
+  goto stopped;
+}
+L_CallD : {
+  SAVE();
+  const Called how = CallDirect<false>(code->Tables().sites[pc->b], R + pc->c, A);
+  // A built-in may have run a script procedure, and so have moved the frames.
+  frame = &frames_[frameCount_ - 1];
+  if (how == Called::Returned) [[likely]]
+    NEXT();
+  if (how == Called::Failed) goto fail;
+  goto stopped;
+}
+L_CallDL : {
+  SAVE();
+  const Called how = CallDirectLooking(code->Tables().sites[pc->b], R + pc->c, A);
+  // A built-in may have run a script procedure, and so have moved the frames.
+  frame = &frames_[frameCount_ - 1];
+  if (how == Called::Returned) [[likely]]
+    NEXT();
+  if (how == Called::Failed) goto fail;
+  goto stopped;
 }
 L_JOk:
   pc += run_.errorCode == 0 ? pc->Wide() : 1;

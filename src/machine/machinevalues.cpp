@@ -72,6 +72,29 @@ uint64_t FirstBytes(const StrBuf* text) {
 }
 static_assert(StrBuf::kSpare >= sizeof(uint64_t));
 
+/// The error for what is being handled: the function threw it.
+int32_t ThrownError(const TamberFunction& function, KelString& text) {
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    return ERR_NOMEMORY;
+  } catch (const std::exception& failure) {
+    text = function.GetName() + ": " + failure.what();
+  } catch (...) {
+    text = function.GetName();
+  }
+  return ERR_INTERNAL;
+}
+
+/// A result as a variable, for those who take it as one.
+[[gnu::noinline]] Cell MakeVariableOf(Kind kind, Cell result) {
+  OwnedCell value(kind, result);
+  Cell made = ZeroCell();
+  made.v = MakeVariable(TypeDesc::Of(kind), Name(), value.cell);
+  value.Take();
+  return made;
+}
+
 void CallImplementation(const TamberFunction& function, FunctionCallInfo& call) {
   if (function.GetImplementation() != nullptr)
     function.GetImplementation()(&call);
@@ -444,10 +467,17 @@ bool Machine::Execute(int32_t operatorIndex, Cell& out) {
   return true;
 }
 
+/// What a call has for its value when the function gave none.
+Cell Machine::DefaultResult(const CallSite& site) {
+  const TypeRef& type = site.function->ReturnType();
+  if (site.resultKind == Kind::Any) return Cell{.v = MakeVariable(type, Name())};
+  // Registers hold an encrypted string as its plain text.
+  return site.resultKind == Kind::String ? ZeroCell() : DefaultCell(*type);
+}
+
 bool Machine::TakeResult(const CallSite& site, uint32_t height, Cell& out) {
   if (stack_->GetSize() <= height) {
-    const TypeRef& type = site.function->ReturnType();
-    out = site.resultKind == Kind::Any ? Cell{.v = MakeVariable(type, Name())} : DefaultCell(*type);
+    out = DefaultResult(site);
     return true;
   }
   if (site.resultKind == Kind::Any) {
@@ -539,14 +569,8 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
       }
     } catch (const kel::Interrupted&) {
       Interrupt();
-    } catch (const std::bad_alloc&) {
-      call.errorCode = ERR_NOMEMORY;
-    } catch (const std::exception& failure) {
-      call.errorCode = ERR_INTERNAL;
-      call.errorText = function.GetName() + ": " + failure.what();
     } catch (...) {
-      call.errorCode = ERR_INTERNAL;
-      call.errorText = function.GetName();
+      call.errorCode = ThrownError(function, call.errorText);
     }
   }
   if (call.errorCode != 0) {
@@ -561,6 +585,71 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
   }
   return TakeResult(site, height, out);
 }
+
+/// `kPure`: nothing but a failure or a request to stop can have happened meanwhile.
+template <bool kPure>
+Machine::Called Machine::CallDirect(const CallSite& site, const Cell* arguments, Cell& out) {
+  const TamberFunction& function = *site.function;
+  const DirectFunction& direct = function.Direct();
+  Cell result = ZeroCell();
+  try {
+    if (kPure || function.Traits().interruptible) {
+      result = direct.run(context_, function.Target(), arguments, site.passed, callError_);
+    } else {
+      const kel::Interruptible host(false);
+      result = direct.run(context_, function.Target(), arguments, site.passed, callError_);
+    }
+    if (site.passed.wantsVariable && direct.result <= Kind::String) [[unlikely]]
+      result = MakeVariableOf(direct.result, result);
+  } catch (const kel::Interrupted&) {
+    Interrupt();
+    callError_.hasNoResult = true;
+    return FinishDirect(site, result, out);
+  } catch (...) {
+    callError_.hasNoResult = true;
+    callError_.errorText.Clear();
+    callError_.errorCode = ThrownError(function, callError_.errorText);
+  }
+  bool isPlain = callError_.errorCode == 0 && wake_->load(std::memory_order_relaxed) == 0;
+  if constexpr (!kPure)
+    isPlain = isPlain && !run_.stopFlag && !unwinding_ && run_.errorCode < kFirstFatalError;
+  if (!isPlain) [[unlikely]]
+    return FinishDirect(site, result, out);
+  out = result;
+  return Called::Returned;
+}
+
+/// What few calls need: an error, no result, or a run that ends.
+Machine::Called Machine::FinishDirect(const CallSite& site, Cell result, Cell& out) {
+  const bool hasResult = !std::exchange(callError_.hasNoResult, false);
+  if (callError_.errorCode != 0) {
+    run_.SetError(std::exchange(callError_.errorCode, 0), callError_.errorText);
+    failedCall_ = frames_[frameCount_ - 1].pc;
+  }
+  if (run_.IsStopRequested()) Interrupt();
+  if (unwinding_ || run_.stopFlag || run_.errorCode >= kFirstFatalError) {
+    // Nothing takes the result any more.
+    if (hasResult) ReleaseCell(site.resultKind, result);
+    return run_.errorCode < kFirstFatalError ? Called::Stopped : Called::Failed;
+  }
+  out = hasResult ? result : DefaultResult(site);
+  return Called::Returned;
+}
+
+/// As CallLooking.
+Machine::Called Machine::CallDirectLooking(const CallSite& site, const Cell* arguments, Cell& out) {
+  Cell result = ZeroCell();
+  const uint32_t outer = std::exchange(inBuiltIn_, frameCount_);
+  const Called how = CallDirect<false>(site, arguments, result);
+  inBuiltIn_ = outer;
+  if (!lent_.empty()) TakeBackLocals();
+  // The result may go into one of them.
+  if (how == Called::Returned) out = result;
+  return how;
+}
+
+template Machine::Called Machine::CallDirect<false>(const CallSite&, const Cell*, Cell&);
+template Machine::Called Machine::CallDirect<true>(const CallSite&, const Cell*, Cell&);
 
 bool Machine::IsCaseSensitive() {
   const Code* code = &frames_[frameCount_ - 1].code->Tables();

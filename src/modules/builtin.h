@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -21,10 +22,10 @@
 ///     int32_t Find(Call& call, std::string_view value, std::string_view part);
 ///     ... {"int StrFind (string Value, string SubString)", Wrap<Find>, ...}
 ///
-/// `Wrap` reads the arguments from the stack by the types of the body's parameters, calls the body,
-/// takes the arguments off and pushes the result by its type. A body that can fail, that needs the
-/// context or that can take long takes a `Call&` first; it may be left by any call of
-/// kel::CheckStop.
+/// `Wrap` hands over the arguments by the types of the body's parameters and takes the result by
+/// its type: from and to the stack, or as the values that running code has in its registers. A body
+/// that can fail, that needs the context or that can take long takes a `Call&` first; it may be
+/// left by any call of kel::CheckStop.
 ///
 /// | parameter | what it gets |
 /// |---|---|
@@ -36,7 +37,7 @@
 /// | `Operand` | whatever was passed, borrowed |
 /// | `Variable*` | the variable that was passed, on loan; for parameters that the body changes |
 ///
-/// | result | what is pushed |
+/// | result | what scripts get |
 /// |---|---|
 /// | `int32_t` `bool` `char` `float` `double` | the value, whatever type the prototype says |
 /// | `std::string_view` `std::string` `KelString` | a text |
@@ -48,18 +49,28 @@ namespace tamber {
 /// The running call, as a body sees it.
 class Call {
  public:
-  explicit Call(FunctionCallInfo& info) : info_(info) {}
+  explicit Call(TamberContext& context) : context_(context) {}
 
   /// Reports a failure: below 20000 a run-time error beside the result, above it the run ends.
   void Fail(int32_t code, std::string_view text) {
-    info_.errorCode = code;
-    info_.errorText = KelString(text);
+    errorCode_ = code;
+    errorText_ = KelString(text);
   }
-  TamberContext& Context() const { return *info_.context; }
-  FunctionCallInfo& Info() const { return info_; }
+  bool HasFailed() const { return errorCode_ != 0; }
+  TamberContext& Context() const { return context_; }
+
+  /// Hands the failure on to the record of the call.
+  template <class Record>
+  void Report(Record& record) {
+    if (!HasFailed()) return;
+    record.errorCode = errorCode_;
+    record.errorText = std::move(errorText_);
+  }
 
  private:
-  FunctionCallInfo& info_;
+  TamberContext& context_;
+  int32_t errorCode_ = 0;
+  KelString errorText_;
 };
 
 /// A value of any kind, borrowed; variables and references are looked through.
@@ -189,42 +200,100 @@ inline Operand Read(const StackEntry& entry) {
   return {KindOf(variable), *CellOf(variable)};
 }
 
-inline ArrayOperand ReadArray(const StackEntry& entry) {
-  if (entry.kind == Kind::Array) return {true, TypeRef(entry.type), entry.cell.a};
-  if (entry.kind == Kind::Any && KindOf(*entry.cell.v) == Kind::Array) {
-    return {true, TypeOf(*entry.cell.v), CellOf(*entry.cell.v)->a};
+/// The arguments of a call on the stack, the first `count` entries below `top`.
+struct StackArguments {
+  Stack& stack;
+  uint32_t count;
+
+  uint32_t DepthOf(uint32_t at) const { return count - 1 - at; }
+  Operand At(uint32_t at) const { return Read(stack.Peek(DepthOf(at))); }
+  const TypeDesc* TypeAt(uint32_t at) const { return stack.Peek(DepthOf(at)).type; }
+  Variable* VariableAt(uint32_t at) const {
+    return stack.GetVariable(stack.GetSize() - 1 - DepthOf(at));
   }
-  return {false, TypeDesc::Of(Kind::Array), nullptr};
+};
+
+/// Those of a call without it. They have the kinds that the body asks for.
+struct DirectArguments {
+  const Cell* cells;
+  const Passed& passed;
+
+  Operand At(uint32_t at) const { return Read({passed.arguments[at].kind, cells[at], nullptr}); }
+  const TypeDesc* TypeAt(uint32_t at) const { return passed.arguments[at].type.Get(); }
+  Variable* VariableAt(uint32_t at) const { return cells[at].v; }
+};
+
+template <class Arguments>
+ArrayOperand GetArray(const Arguments& arguments, uint32_t at) {
+  const Operand operand = arguments.At(at);
+  if (operand.kind != Kind::Array) return {false, TypeDesc::Of(Kind::Array), nullptr};
+  const TypeDesc* type = arguments.TypeAt(at);
+  // A variable knows by itself.
+  const bool isVariable = type == nullptr || type->GetKind() != Kind::Array;
+  return {true, isVariable ? TypeOf(*arguments.VariableAt(at)) : TypeRef(type), operand.cell.a};
 }
 
-/// One argument: what the entry `depth` below the top gives for a parameter of type T.
+/// What a parameter of type T is called with without the stack.
 template <class T>
-T Get(Stack& stack, uint32_t depth) {
+constexpr Kind KindOfParameter() {
   if constexpr (std::is_same_v<T, Variable*>) {
-    return stack.GetVariable(stack.GetSize() - 1 - depth);
-  } else if constexpr (std::is_same_v<T, ArrayOperand>) {
-    return ReadArray(stack.Peek(depth));
+    return Kind::Any;
+  } else if constexpr (std::is_same_v<T, ArrayOperand> || std::is_same_v<T, Operand>) {
+    return Kind::None;
+  } else if constexpr (std::is_same_v<T, Handle>) {
+    return Kind::Handle;
+  } else if constexpr (std::is_same_v<T, std::string_view>) {
+    return Kind::String;
+  } else if constexpr (std::is_same_v<T, const ArrayData*>) {
+    return Kind::Array;
+  } else if constexpr (std::is_same_v<T, int32_t>) {
+    return Kind::Int;
+  } else if constexpr (std::is_same_v<T, bool>) {
+    return Kind::Bool;
+  } else if constexpr (std::is_same_v<T, char>) {
+    return Kind::Char;
+  } else if constexpr (std::is_same_v<T, float>) {
+    return Kind::Float;
   } else {
-    const Operand operand = Read(stack.Peek(depth));
-    if constexpr (std::is_same_v<T, Operand>) {
-      return operand;
-    } else if constexpr (std::is_same_v<T, Handle>) {
-      return Handle{operand.kind == Kind::Handle ? HandleTable::FromPointer(operand.cell.p) : 0};
-    } else if constexpr (std::is_same_v<T, std::string_view>) {
-      return operand.AsText();
-    } else if constexpr (std::is_same_v<T, const ArrayData*>) {
-      return operand.kind == Kind::Array ? operand.cell.a : nullptr;
-    } else if constexpr (std::is_same_v<T, int32_t>) {
-      return operand.kind == Kind::Int ? operand.cell.i : CellToInt(operand.kind, operand.cell);
-    } else if constexpr (std::is_same_v<T, bool>) {
-      return CellToBool(operand.kind, operand.cell) != 0;
-    } else if constexpr (std::is_same_v<T, char>) {
-      return static_cast<char>(CellToChar(operand.kind, operand.cell));
-    } else if constexpr (std::is_same_v<T, float>) {
-      return CellToFloat(operand.kind, operand.cell);
+    static_assert(std::is_same_v<T, double>, "no argument of this type");
+    return Kind::Double;
+  }
+}
+
+/// One argument: what it gives for a parameter of type T.
+template <class T, class Arguments>
+T Get(const Arguments& arguments, uint32_t at) {
+  constexpr Kind kKind = KindOfParameter<T>();
+  if constexpr (kKind == Kind::Any) {
+    return arguments.VariableAt(at);
+  } else if constexpr (std::is_same_v<T, ArrayOperand>) {
+    return GetArray(arguments, at);
+  } else if constexpr (kKind == Kind::None) {
+    return arguments.At(at);
+  } else {
+    Operand operand = {kKind, ZeroCell()};
+    if constexpr (std::is_same_v<Arguments, DirectArguments>) {
+      operand.cell = arguments.cells[at];
     } else {
-      static_assert(std::is_same_v<T, double>, "no argument of this type");
-      return CellToDouble(operand.kind, operand.cell);
+      operand = arguments.At(at);
+    }
+    const auto [kind, cell] = operand;
+    if constexpr (kKind == Kind::Handle) {
+      return Handle{kind == Kind::Handle ? HandleTable::FromPointer(cell.p) : 0};
+    } else if constexpr (kKind == Kind::String) {
+      return operand.AsText();
+    } else if constexpr (kKind == Kind::Array) {
+      return kind == Kind::Array ? cell.a : nullptr;
+    } else if constexpr (kKind == Kind::Int) {
+      return kind == Kind::Int ? cell.i : CellToInt(kind, cell);
+    } else if constexpr (kKind == Kind::Bool) {
+      return (kind == Kind::Bool ? cell.i : CellToBool(kind, cell)) != 0;
+    } else if constexpr (kKind == Kind::Char) {
+      return static_cast<char>(kind == Kind::Char ? cell.i : CellToChar(kind, cell));
+    } else if constexpr (kKind == Kind::Float) {
+      return kind == Kind::Float ? cell.f : CellToFloat(kind, cell);
+    } else {
+      return kind == Kind::Double ? cell.d : CellToDouble(kind, cell);
     }
   }
 }
@@ -245,6 +314,49 @@ inline void Push(Stack& stack, const Handle& value) {
 }
 inline void Push(Stack& stack, Variable* value) { stack.PushVariable(value); }
 
+// What leaves a result behind in a call without the stack.
+inline Cell ToCell(int32_t value) { return IntCell(value); }
+inline Cell ToCell(bool value) { return IntCell(value ? 1 : 0); }
+inline Cell ToCell(char value) { return IntCell(static_cast<signed char>(value)); }
+inline Cell ToCell(float value) {
+  Cell cell = ZeroCell();
+  cell.f = value;
+  return cell;
+}
+inline Cell ToCell(double value) {
+  Cell cell = ZeroCell();
+  cell.d = value;
+  return cell;
+}
+inline Cell ToCell(Text value) { return value.TakeCell(); }
+inline Cell ToCell(ArrayResult value) { return value.TakeCell(); }
+inline Cell ToCell(const Handle& value) {
+  Cell cell = ZeroCell();
+  cell.p = HandleTable::ToPointer(value.id);
+  return cell;
+}
+inline Cell ToCell(Variable* value) {
+  Cell cell = ZeroCell();
+  cell.v = value;
+  return cell;
+}
+
+/// The kind that a body's result of type T has.
+template <class T>
+constexpr Kind KindOfResult() {
+  if constexpr (std::is_same_v<T, Variable*>) {
+    return Kind::Any;
+  } else if constexpr (std::is_same_v<T, ArrayResult>) {
+    return Kind::Array;
+  } else if constexpr (std::is_same_v<T, Handle>) {
+    return Kind::Handle;
+  } else if constexpr (std::is_same_v<T, Text> || std::is_convertible_v<T, std::string_view>) {
+    return Kind::String;
+  } else {
+    return KindOfParameter<T>();
+  }
+}
+
 /// A result that may borrow from an argument becomes a text of its own while that is still there.
 template <class T>
 auto Own(T&& result) {
@@ -255,41 +367,88 @@ auto Own(T&& result) {
   }
 }
 
+template <auto Body, class Result, class... Args>
+struct Plain {
+  static constexpr uint32_t kCount = sizeof...(Args);
+  static constexpr std::array<Kind, kCount> kParameters{KindOfParameter<Args>()...};
+  static constexpr Kind kResult = KindOfResult<Result>();
+
+  template <class Record, class Arguments>
+  static auto Invoke(TamberContext&, Record&, const Arguments& arguments) {
+    return InvokeWith(arguments, std::index_sequence_for<Args...>());
+  }
+
+ protected:
+  template <class Arguments, size_t... At, class... Prefix>
+  static auto InvokeWith(const Arguments& arguments, std::index_sequence<At...>,
+                         Prefix&... prefix) {
+    return Own(Body(prefix..., Get<Args>(arguments, static_cast<uint32_t>(At))...));
+  }
+};
+
+/// Of a body that takes the call itself first.
+template <auto Body, class Result, class... Args>
+struct Plain<Body, Result, Call&, Args...> : Plain<Body, Result, Args...> {
+  template <class Record, class Arguments>
+  static auto Invoke(TamberContext& context, Record& record, const Arguments& arguments) {
+    Call call(context);
+    auto result = Plain<Body, Result, Args...>::InvokeWith(
+        arguments, std::index_sequence_for<Args...>(), call);
+    call.Report(record);
+    return result;
+  }
+};
+
 /// Arguments are read where they lie and dropped in one go once the body is done with them.
-template <auto Body, class... Prefix, class... Args, size_t... At>
-int32_t Run(FunctionCallInfo& info, std::index_sequence<At...>, std::type_identity<void(Args...)>,
-            Prefix&... prefix) {
-  constexpr uint32_t kCount = sizeof...(Args);
-  Stack& stack = *info.stack;
-  if (stack.GetSize() < kCount) [[unlikely]] {
-    Call(info).Fail(ERR_EXPRFUNCPARCOUNT, {});
+template <class Wrapped>
+int32_t RunOnStack(FunctionCallInfo* info) {
+  Stack& stack = *info->stack;
+  if (stack.GetSize() < Wrapped::kCount) [[unlikely]] {
+    info->errorCode = ERR_EXPRFUNCPARCOUNT;
+    info->errorText.Clear();
     return 0;
   }
-  const uint32_t base = stack.GetSize() - kCount;
-  auto result = Own(Body(prefix..., Get<Args>(stack, static_cast<uint32_t>(kCount - 1 - At))...));
+  const uint32_t base = stack.GetSize() - Wrapped::kCount;
+  auto result = Wrapped::Invoke(*info->context, *info, StackArguments{stack, Wrapped::kCount});
   stack.CutTo(base);
   Push(stack, std::move(result));
   return 1;
 }
 
-template <auto Body, class Result, class... Args>
-int32_t Dispatch(FunctionCallInfo& info, Result (*)(Args...)) {
-  return Run<Body>(info, std::index_sequence_for<Args...>(), std::type_identity<void(Args...)>());
+inline Cell ToVariable(const TypeDesc& type, Cell cell) {
+  OwnedCell value(type.GetKind(), cell);
+  Variable* made = MakeVariable(TypeRef(&type), Name(), value.cell);
+  value.Take();
+  return ToCell(made);
+}
+
+template <class Wrapped>
+Cell RunDirectly(TamberContext& context, void*, const Cell* arguments, const Passed& passed,
+                 CallError& error) {
+  auto result = Wrapped::Invoke(context, error, DirectArguments{arguments, passed});
+  if constexpr (Wrapped::kResult == Kind::Array) {
+    if (passed.wantsVariable) {
+      const TypeRef type(&result.Type());
+      return ToVariable(*type, result.TakeCell());
+    }
+  } else if constexpr (Wrapped::kResult == Kind::Handle) {
+    if (passed.wantsVariable)
+      return ToVariable(*TypeDesc::HandleOf(Name(result.typeName)), ToCell(result));
+  }
+  return ToCell(std::move(result));
 }
 
 template <auto Body, class Result, class... Args>
-int32_t Dispatch(FunctionCallInfo& info, Result (*)(Call&, Args...)) {
-  Call call(info);
-  return Run<Body>(info, std::index_sequence_for<Args...>(), std::type_identity<void(Args...)>(),
-                   call);
+constexpr Implementation Make(Result (*)(Args...)) {
+  using Wrapped = Plain<Body, Result, Args...>;
+  return {RunOnStack<Wrapped>,
+          DirectFunction{RunDirectly<Wrapped>, Wrapped::kParameters.data(), Wrapped::kResult}};
 }
 
 }  // namespace builtin
 
 /// The implementation of a built-in whose work `Body` does.
 template <auto Body>
-int32_t Wrap(FunctionCallInfo* info) {
-  return builtin::Dispatch<Body>(*info, Body);
-}
+inline constexpr Implementation Wrap = builtin::Make<Body>(Body);
 
 }  // namespace tamber

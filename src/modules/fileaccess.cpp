@@ -52,7 +52,7 @@ kel::Place PlaceOf(Call& call, std::string_view path, kel::Access access, kel::L
   return place;
 }
 
-bool HasFailed(const Call& call) { return call.Info().errorCode != 0; }
+bool HasFailed(const Call& call) { return call.HasFailed(); }
 
 bool SucceededOr(Call& call, kel::FileStatus status, int32_t code, std::string_view path) {
   if (status == kel::FileStatus::Ok) return true;

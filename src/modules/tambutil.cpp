@@ -19,7 +19,7 @@ template <class Choose>
 int32_t ChooseOne(FunctionCallInfo& info, Choose choose) {
   Stack& stack = *info.stack;
   if (stack.GetSize() < 2) {
-    Call(info).Fail(ERR_EXPRFUNCPARCOUNT, {});
+    info.errorCode = ERR_EXPRFUNCPARCOUNT;
     return 0;
   }
   const Operand first = builtin::Read(stack.Peek(1));
@@ -36,7 +36,7 @@ int32_t ChooseOne(FunctionCallInfo& info, Choose choose) {
   } else {
     stack.CutTo(base);
     stack.PushInteger(0);
-    Call(info).Fail(ERR_EXPRPARMTYPE, {});
+    info.errorCode = ERR_EXPRPARMTYPE;
   }
   return 1;
 }

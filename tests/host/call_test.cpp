@@ -236,6 +236,39 @@ TEST_F(RegisterTest, ExceptionsBecomeErrorsOfTheScript) {
   EXPECT_EQ(Call<int32_t>(context_, "HalfOrNothing", 7).Value(), 0) << "not the argument";
 }
 
+// What a function was passed stays, whatever it does to the variables that it came from.
+TEST_F(RegisterTest, ArgumentsOutliveWhatTheyWereReadFrom) {
+  const auto change = [](TamberContext& context, std::string_view text, int32_t times) {
+    context.GetVariable("g", VARLIST_GLOBAL)->SetStringValue(std::string(60, 'n').c_str(), 60);
+    if (times > 1) Call(context, "Again", times - 1);
+    return std::string(text.substr(0, 3));
+  };
+  const FunctionTraits blind{.localsBlind = true};
+  ASSERT_NE(RegisterFunction(context_, "string Change (string Text, int Times)", change), 0u);
+  ASSERT_NE(RegisterFunction(context_, "string Blind (string Text, int Times)", change, blind), 0u);
+  ASSERT_NE(RegisterFunction(context_, "string Odd (int N)",
+                             [](int32_t n) -> std::string { return std::to_string(Half(n)); }),
+            0u);
+  ASSERT_NE(
+      RegisterFunction(
+          context_, "int StrLen (string Value)", [](std::string_view) { return 1; }, {}, true),
+      0u);
+  Compile(
+      "string g, t\n"
+      "proc Again(int n)\n"
+      "  Change(g, n)\n"
+      "endproc\n"
+      "proc Run()\n"
+      "  ErrHandler = INLINE_HANDLER\n"
+      "  g = \"old and long enough to be allocated\"\n"
+      "  t = g\n"
+      "  t = \"\"\n"
+      "  Print(Change(g, 2) + g + Blind(g, 1) + Odd(4) + Odd(3) + StrLen(g))\n"
+      "endproc\n");
+  EXPECT_TRUE(Call(context_, "Run"));
+  EXPECT_EQ(output_, "old" + std::string(60, 'n') + "nnn2" + "1");
+}
+
 TEST_F(CallTest, AHandlerThatFailsWhenItIsToldEndsWithTheStack) {
   Compile("int Div(int n)\n  return 1 / n\nendproc\n");
   context_.SetDiagnosticHandler(

@@ -143,6 +143,13 @@ TEST_F(Verified, AValueThatAnErrorWouldReleaseTwice) {
 TEST_F(Verified, ABorrowedValueThatACallMayPullAway) {
   EXPECT_FOUND((At(load_) = {Op::ChkErr, 0, 0, 0}), "holds nothing");
 }
+TEST_F(Verified, AnArgumentThatACallMayPullAway) {
+  const auto function =
+      std::make_shared<TamberFunction>("F", nullptr, nullptr, static_cast<uint16_t>(0));
+  code_.sites.push_back({function, 1, Kind::Any, false, {{{Kind::String, Text()}}}});
+  EXPECT_FOUND((At(join_) = {Op::CallD, At(join_).a, 0, At(get_).a}), "somebody else's");
+  EXPECT_FOUND((At(join_) = {Op::CallP, At(join_).a, 0, kN}), "another type");
+}
 TEST_F(Verified, AJumpIntoAStatement) { EXPECT_FOUND(At(loop_).SetWide(-2), "no statement"); }
 TEST_F(Verified, AJumpOutOfTheCode) { EXPECT_FOUND(At(loop_).SetWide(99), "no statement"); }
 TEST_F(Verified, AnErrorThatLeadsNowhere) {
