@@ -180,6 +180,12 @@ class ContextState final : public MachineHost, public CompileHost {
   std::vector<VariableSeen>* variablesSeen = nullptr;  ///< as `inputs`: those that are asked for
 
   Stack hostStack;  ///< arguments and results of the host's typed calls
+  /// What the host called last by name, good as long as the list of procedures has not changed.
+  struct LastCalled {
+    TamberProcedure* procedure = nullptr;
+    uint64_t version = 0;
+  };
+  LastCalled lastCalled;
 
   std::unique_ptr<ModuleList> modules;
   std::unique_ptr<Machine> machine;

@@ -5,6 +5,7 @@
 #include "frontend/scripttext.h"
 #include "kel/fault.h"
 #include "kel/kelascii.h"
+#include "kel/threadspare.h"
 #include "values/errcodes.h"
 #include "values/errhints.h"
 #include "values/settings.h"
@@ -129,15 +130,12 @@ namespace {
 
 /// Memory set aside for the report that there is none left, what hosts make of it included. A
 /// thread has it, for all of its contexts.
-std::unique_ptr<char[]>& ReportRoom() {
-  thread_local std::unique_ptr<char[]> room;
-  return room;
-}
+using ReportRoom = kel::ThreadSpare<char, ErrorReporting>;
 
 }  // namespace
 
 bool ContextState::IsReadyToReport() const {
-  return ReportRoom() != nullptr && !errors.owedReport.has_value();
+  return ReportRoom::IsThere() && !errors.owedReport.has_value();
 }
 
 void ContextState::PrepareReports() {
@@ -145,7 +143,8 @@ void ContextState::PrepareReports() {
   // of its own that goes back to the system.
   constexpr size_t kRoom = 48 * 1024;
   errors.owedReport.reset();
-  if (ReportRoom() == nullptr) ReportRoom().reset(new (std::nothrow) char[kRoom]);
+  if (!ReportRoom::IsThere())
+    ReportRoom::Keep(std::unique_ptr<char[]>(new (std::nothrow) char[kRoom]));
 }
 
 void ContextState::HandleParseError(const SourcePlace& place) {
@@ -154,7 +153,7 @@ void ContextState::HandleParseError(const SourcePlace& place) {
   run.errorReported = true;
   // The host may use the context while it is told, and have other errors reported meanwhile.
   std::optional<ErrorReporting::OwedReport> report = std::exchange(errors.owedReport, std::nullopt);
-  if (run.errorCode == ERR_NOMEMORY) ReportRoom().reset();
+  if (run.errorCode == ERR_NOMEMORY) ReportRoom::Free();
   const bool reported = Attempt([&] {
     if (!report) report.emplace(ErrorReporting::OwedReport{place});
     if (!report->hostKnows) {
@@ -170,7 +169,7 @@ void ContextState::HandleParseError(const SourcePlace& place) {
   });
   if (reported) return;
   errors.owedReport = std::move(report);
-  ReportRoom().reset();
+  ReportRoom::Free();
   run.errorReported = false;
 }
 

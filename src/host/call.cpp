@@ -1,6 +1,7 @@
 #include "host/call.h"
 
 #include "context/contextstate.h"
+#include "kel/kelascii.h"
 #include "statements/procedure.h"
 #include "values/errcodes.h"
 
@@ -51,9 +52,18 @@ bool GivesResult(const TamberProcedure& procedure, Kind wanted) {
   return IsNumeric(wanted) && IsNumeric(given);
 }
 
-std::unique_ptr<TamberDiagnostic> CheckCall(TamberContext& context,
-                                            const TamberProcedure& procedure, const Stack& stack,
-                                            uint32_t arguments, Kind result) {
+bool FitsCall(const TamberProcedure& procedure, const Stack& stack, uint32_t arguments,
+              Kind result) {
+  if (procedure.GetParameterCount() != arguments) return false;
+  for (uint32_t i = 0; i < arguments; ++i)
+    if (!Takes(procedure.Locals().At(i), stack.Peek(arguments - 1 - i))) return false;
+  return GivesResult(procedure, result);
+}
+
+/// Why a call does not fit.
+std::unique_ptr<TamberDiagnostic> RefuseMisfit(TamberContext& context,
+                                               const TamberProcedure& procedure, const Stack& stack,
+                                               uint32_t arguments, Kind result) {
   KelString text;
   if (procedure.GetParameterCount() != arguments) {
     text.Printf("%S takes %u, given %u", procedure.GetName(), procedure.GetParameterCount(),
@@ -69,13 +79,24 @@ std::unique_ptr<TamberDiagnostic> CheckCall(TamberContext& context,
                 Word(entry.kind));
     return Refuse(context, procedure, ERR_EXPRPARMMATCH, text);
   }
-  if (!GivesResult(procedure, result)) {
-    text.Printf("%S returns %S, wanted %S", procedure.GetName(),
-                procedure.ReturnType() ? procedure.ReturnType()->Word() : Word(Kind::None),
-                Word(result));
-    return Refuse(context, procedure, ERR_PROCBADRETTYPE, text);
-  }
-  return nullptr;
+  text.Printf("%S returns %S, wanted %S", procedure.GetName(),
+              procedure.ReturnType() ? procedure.ReturnType()->Word() : Word(Kind::None),
+              Word(result));
+  return Refuse(context, procedure, ERR_PROCBADRETTYPE, text);
+}
+
+/// Mostly the host calls the same procedure again and again.
+TamberProcedure* FindCalled(ContextState& state, std::string_view name) {
+  ContextState::LastCalled& last = state.lastCalled;
+  const uint64_t version = state.context.GetProcedureVersion();
+  if (last.procedure != nullptr && last.version == version &&
+      last.procedure->GetName().View() == name)
+    return last.procedure;
+  TamberProcedure* const procedure = state.FindToRun(KelString(name));
+  // Which procedure is "main" does not depend on the name alone.
+  const bool isMain = kel::EqualsNoCase(name, "main");
+  last = {isMain ? nullptr : procedure, state.context.GetProcedureVersion()};
+  return procedure;
 }
 
 }  // namespace
@@ -87,9 +108,10 @@ std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context, std::string_vi
   ContextState& state = context.State();
   const uint32_t base = stack.GetSize() - arguments;
   state.ForgetDiagnostic();
-  TamberProcedure* procedure = state.FindToRun(KelString(name));
+  TamberProcedure* procedure = FindCalled(state, name);
   if (procedure == nullptr) return Failure(context);
-  if (auto refused = CheckCall(context, *procedure, stack, arguments, result)) return refused;
+  if (!FitsCall(*procedure, stack, arguments, result))
+    return RefuseMisfit(context, *procedure, stack, arguments, result);
   if (!state.RunFound(*procedure, stack)) return Failure(context);
   // A script that has ended itself gives no value.
   if (result != Kind::None && stack.GetSize() <= base)

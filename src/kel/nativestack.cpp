@@ -15,6 +15,7 @@ namespace {
 struct StackBounds {
   uintptr_t low = 0;
   size_t size = 0;
+  bool isKnown = false;
 };
 
 /// The system keeps at least this much room free below the first thread's stack, whatever limit was
@@ -55,17 +56,23 @@ StackBounds OwnBounds() {
 
 StackBounds FindBounds(uintptr_t here) {
   const StackBounds first = FirstThreadBounds(here);
-  return first.size != 0 ? first : OwnBounds();
+  StackBounds found = first.size != 0 ? first : OwnBounds();
+  found.isKnown = true;
+  return found;
 }
+
+// Looked at by every call of a host; as in stop.cpp.
+[[gnu::tls_model("initial-exec")]] constinit thread_local StackBounds own;
 
 }  // namespace
 
 size_t NativeStackLeft() {
   // The frame's address, not that of a local: a sanitizer may keep locals elsewhere.
   const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-  thread_local const StackBounds bounds = FindBounds(here);
-  const size_t left = here - bounds.low;
-  return left < bounds.size ? left : kUnknownStackLeft;
+  if (!own.isKnown) [[unlikely]]
+    own = FindBounds(here);
+  const size_t left = here - own.low;
+  return left < own.size ? left : kUnknownStackLeft;
 }
 
 }  // namespace kel

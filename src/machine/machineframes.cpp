@@ -5,6 +5,7 @@
 #include "kel/kelformat.h"
 #include "kel/nativestack.h"
 #include "kel/stop.h"
+#include "kel/threadspare.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
 #include "machine/machinecalls.h"
@@ -15,6 +16,7 @@
 #include "values/errcodes.h"
 #include "values/strbuf.h"
 #include "values/varestring.h"
+#include "values/varholder.h"
 #include "values/varref.h"
 
 namespace tamber {
@@ -25,10 +27,7 @@ constexpr size_t kFirstFrames = 8;
 
 /// A chunk for whatever context runs next in this thread: one that does not run needs none, and
 /// smaller ones would have calls in loops lie across the end of one.
-std::unique_ptr<Cell[]>& SpareCells() {
-  thread_local std::unique_ptr<Cell[]> cells;
-  return cells;
-}
+using SpareCells = kel::ThreadSpare<Cell, Machine>;
 
 }  // namespace
 
@@ -62,7 +61,7 @@ class Machine::StackScope {
   void GiveBackRegisters() {
     auto& chunks = machine_.chunks_;
     if (chunks.size() != 1 || chunks[0].end != chunks[0].cells.get() + kChunkCells) return;
-    if (SpareCells() == nullptr) SpareCells() = std::move(chunks[0].cells);
+    SpareCells::Keep(std::move(chunks[0].cells));
     chunks.clear();
   }
 
@@ -92,7 +91,7 @@ Cell* Machine::MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room) {
   if (next == chunks_.size()) {
     const size_t size = std::max<size_t>(code->Registers(), kChunkCells);
     Chunk added;
-    if (size == kChunkCells) added.cells = std::move(SpareCells());
+    if (size == kChunkCells) added.cells = SpareCells::Take();
     if (added.cells == nullptr) added.cells = std::make_unique_for_overwrite<Cell[]>(size);
     added.end = added.cells.get() + size;
     chunks_.push_back(std::move(added));
@@ -227,38 +226,38 @@ bool Machine::WrapParameter(const Code& code, Cell* registers, uint32_t slot) {
   return whole;
 }
 
+/// Takes the top entry for a parameter. Returns the type of an argument that does not fit.
+TypeRef Machine::BindArgument(const Local& local, Stack& stack, Cell& cell) {
+  const TypeRef& wanted =
+      local.type->GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : local.type;
+  const Kind given = stack.Peek(0).kind;
+  if (!local.isReference && given == wanted->GetKind() && given <= Kind::String) {
+    cell = stack.Take().cell;
+    return {};
+  }
+  const VarHolder argument(stack.PopVariable());
+  TypeRef type = TypeOf(*argument);
+  if (!local.isReference)
+    return ConvertCell(*wanted, *type, *CellOf(*argument), cell) ? TypeRef() : type;
+  Variable* const target = argument->Dereference();
+  cell.v = target != nullptr ? target->Duplicate() : argument->Duplicate();
+  const bool anyArray = local.type->IsArray() && !local.type->Element() && type->IsArray();
+  return anyArray || HasLayoutOf(*type, *local.type) ? TypeRef() : type;
+}
+
 bool Machine::BindArguments(Callable& procedure, Stack& stack, Cell* base) {
-  uint32_t count = procedure.GetParameterCount();
-  std::vector<Cell> cells(count, ZeroCell());
+  const uint32_t count = procedure.GetParameterCount();
   TypeRef misfit;  // of the first argument that its parameter does not take
   uint32_t misfitAt = 0;
+  std::fill(base, base + count, ZeroCell());
   for (uint32_t i = count; i-- > 0;) {
-    const Local& local = procedure.Locals().At(i);
-    bool fitsHere = true;
-    Variable* argument = stack.PopVariable();
-    TypeRef type = TypeOf(*argument);
-    const TypeRef& wanted =
-        local.type->GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : local.type;
-    if (local.isReference) {
-      Variable* target = argument->Dereference();
-      bool anyArray = local.type->IsArray() && !local.type->Element() && type->IsArray();
-      bool same = anyArray || HasLayoutOf(*type, *local.type);
-      cells[i].v = target != nullptr ? target->Duplicate() : argument->Duplicate();
-      fitsHere = same;
-    } else {
-      fitsHere = ConvertCell(*wanted, *type, *CellOf(*argument), cells[i]);
-    }
-    if (!fitsHere) {
-      misfit = type;
+    if (TypeRef wrong = BindArgument(procedure.Locals().At(i), stack, base[i])) {
+      misfit = std::move(wrong);
       misfitAt = i;
     }
-    Variable::Delete(argument);
   }
-  if (!misfit) {
-    std::copy(cells.begin(), cells.end(), base);
-    return true;
-  }
-  ReleaseArguments(procedure, cells.data());
+  if (!misfit) return true;
+  ReleaseArguments(procedure, base);
   Raise(ERR_ASSIGNMISMATCH, procedure.GetName().View());
   Attempt([&] {
     const Local& local = procedure.Locals().At(misfitAt);

@@ -39,6 +39,8 @@ class TAMBER_API ProcedureList {
   uint32_t FindProcedure(std::string_view name) const;
   TamberProcedure* GetProcedure(uint32_t index) const;
   TamberProcedure* GetProcedure(std::string_view name) const;
+  /// Another number whenever a name may have got or lost its procedure.
+  uint64_t GetProcedureVersion() const { return version_; }
   uint32_t GetProcedureCount() const { return static_cast<uint32_t>(Sorted().size()); }
   /// Takes a procedure out of the list, which still owns it, and returns it borrowed; null when
   /// there is none of the name.
