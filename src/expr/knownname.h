@@ -9,8 +9,8 @@ namespace tamber {
 
 class Callable;
 
-/// All that a name means where a body is compiled. Every member but the slot is borrowed from the
-/// context.
+/// All that a name means where a body is compiled, but for what a variable of that name hides.
+/// Every member but the slot is borrowed from the context.
 struct KnownName {
   int32_t slot = -1;  ///< of the body's local; -1: none
   Variable* global = nullptr;

@@ -102,9 +102,10 @@ KnownName NameMemo::LookUp(std::string_view word) const {
   known.global = host_.FindVariable(name, VARLIST_GLOBAL);
   known.constant = host_.FindConstant(word);
   known.external = host_.FindVariable(name, VARLIST_EXTERNAL);
+  known.type = host_.Types().Lookup(word);
+  if (known.IsVariable()) return known;  // a variable hides the rest
   known.procedure = host_.FindCallable(word);
   known.function = host_.Functions().FindFirstOverload(word);
-  known.type = host_.Types().Lookup(word);
   return known;
 }
 
