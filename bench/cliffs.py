@@ -102,6 +102,8 @@ ROWS = [
     Row("append a call to a part of a global, 50,000 bytes", "struct Page\n string text\nendstruct\nPage[] pages", "",
         f"pages += 1\n pages[1].text = {repeated('x', 50000)}", 'pages[1].text += StrToUpper("x")',
         Neighbour("string text", "", f"text = {repeated('x', 50000)}", 'text += StrToUpper("x")')),
+    Row("results of Min and Max", "", "int n", "", "n = Min(i, 5) * 2 + Max(n, 3)", 150),
+    Row("a built-in with C++ parameters", "", "string s, t", 's = "forty"', "t = StrLeft(s, 2)", 600),
     Row("MakeInt of a negative number", "", "string s\n int n", 's = "-12"', "n = MakeInt(s)", 860),
     Row("StrEvalAsInteger of an expression again", "", "int n, k", "k = 2", 'n = StrEvalAsInteger("k + 1")', 3800),
     Row("StrEvalAsInteger of a number", "", "string s\n int n", 's = "12"', "n = StrEvalAsInteger(s)", 860),
