@@ -79,7 +79,7 @@ class TAMBER_API ProcedureList {
         byName;
   };
   TAMBER_LOCAL Table& Own();
-  TAMBER_LOCAL void SortEntered();
+  void SortEntered();
   /// The order is made when somebody looks; that changes nothing that can be seen.
   const std::vector<TamberProcedure*>& Sorted() const {
     if (!table_.Read().entered.empty()) const_cast<ProcedureList*>(this)->SortEntered();

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "kel/export.h"
 #include "values/cell.h"
 
 namespace tamber {
@@ -23,7 +24,7 @@ struct StrBuf : RefObject {
   /// A new string of `length` bytes that the caller fills in; the NUL is set. One reference.
   /// Throws std::bad_alloc when the length is beyond kMaxLength or there is no memory.
   static StrBuf* NewRaw(uint64_t length);
-  static StrBuf* New(std::string_view text);
+  TAMBER_API static StrBuf* New(std::string_view text);
   /// The joined string; null when both are empty.
   static StrBuf* Join(std::string_view left, std::string_view right);
 
