@@ -152,23 +152,13 @@ void Stack::PushBoolean(int32_t value) {
   Append(Kind::Bool, tamber::IntCell(value != 0 ? 1 : 0), nullptr);
 }
 
-void Stack::PushChar(char value) {
-  Append(Kind::Char, tamber::IntCell(static_cast<signed char>(value)), nullptr);
-}
+void Stack::PushChar(char value) { Append(Kind::Char, tamber::ToCell(value), nullptr); }
 
 void Stack::PushInteger(int32_t value) { Append(Kind::Int, tamber::IntCell(value), nullptr); }
 
-void Stack::PushFloat(float value) {
-  Cell cell = tamber::ZeroCell();
-  cell.f = value;
-  Append(Kind::Float, cell, nullptr);
-}
+void Stack::PushFloat(float value) { Append(Kind::Float, tamber::ToCell(value), nullptr); }
 
-void Stack::PushDouble(double value) {
-  Cell cell = tamber::ZeroCell();
-  cell.d = value;
-  Append(Kind::Double, cell, nullptr);
-}
+void Stack::PushDouble(double value) { Append(Kind::Double, tamber::ToCell(value), nullptr); }
 
 void Stack::PushString(const char* text, uint32_t len) {
   if (text == nullptr) return PushText({});

@@ -21,9 +21,7 @@ ExpressionConstant::ExpressionConstant(std::string_view text)
 }
 
 std::unique_ptr<ExpressionConstant> ExpressionConstant::FloatLiteral(float value, double exact) {
-  Cell cell = tamber::ZeroCell();
-  cell.f = value;
-  auto node = std::make_unique<ExpressionConstant>(Kind::Float, cell);
+  auto node = std::make_unique<ExpressionConstant>(Kind::Float, tamber::ToCell(value));
   node->exact_ = exact;
   node->isFloatLiteral_ = true;
   return node;

@@ -139,11 +139,7 @@ int ReadText(const PartView& part, const char** text, size_t* length) {
 
 VariablePtr IntOf(int32_t value) { return NumberOf(Kind::Int, IntCell(value)); }
 
-VariablePtr DoubleOf(double value) {
-  Cell cell = ZeroCell();
-  cell.d = value;
-  return NumberOf(Kind::Double, cell);
-}
+VariablePtr DoubleOf(double value) { return NumberOf(Kind::Double, ToCell(value)); }
 
 VariablePtr StringOf(const char* text, size_t length) {
   VariablePtr value(MakeVariable(TypeDesc::Of(Kind::String), Name()));

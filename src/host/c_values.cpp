@@ -75,23 +75,17 @@ int BorrowNumbers(tamber_context* handle, const char* name, const Number** value
 /// Makes an array hold these numbers; what it cannot take leaves it as it was.
 template <class Number>
 int SetNumbers(tamber_context* handle, const char* name, const Number* values, uint32_t count,
-               Kind kind, Cell (*cellOf)(Number)) {
+               Kind kind) {
   if (values == nullptr && count > 0) return TAMBER_BAD_ARGUMENT;
   return WithGlobal(handle, name, [&](Variable& whole, std::string_view path) {
     const TypeRef element = TypeDesc::Of(kind);
     const TypeRef type = TypeDesc::ArrayOf(element);
     const VariablePtr made(MakeVariable(type, Name()));
     for (uint32_t i = 0; i < count; ++i)
-      if (Append(PlaceOf(*made), *element, cellOf(values[i])) != Stored::Done)
+      if (Append(PlaceOf(*made), *element, ToCell(values[i])) != Stored::Done)
         return PathEnd::NoMemory;
     return StorePart(whole, path, *type, *CellOf(*made));
   });
-}
-
-Cell CellOfDouble(double value) {
-  Cell cell = ZeroCell();
-  cell.d = value;
-  return cell;
 }
 
 }  // namespace
@@ -216,12 +210,12 @@ int tamber_set_text(tamber_context* context, const char* name, const char* text,
 
 int tamber_set_ints(tamber_context* context, const char* name, const int32_t* values,
                     uint32_t count) {
-  return SetNumbers(context, name, values, count, tamber::Kind::Int, tamber::IntCell);
+  return SetNumbers(context, name, values, count, tamber::Kind::Int);
 }
 
 int tamber_set_doubles(tamber_context* context, const char* name, const double* values,
                        uint32_t count) {
-  return SetNumbers(context, name, values, count, tamber::Kind::Double, CellOfDouble);
+  return SetNumbers(context, name, values, count, tamber::Kind::Double);
 }
 
 int tamber_set_size(tamber_context* context, const char* name, uint32_t count) {

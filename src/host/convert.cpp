@@ -29,13 +29,9 @@ int32_t Narrow(int64_t value) {
 }
 
 VariablePtr NewNumber(Kind kind, double real, int32_t integer) {
-  Cell cell = ZeroCell();
-  if (kind == Kind::Double)
-    cell.d = real;
-  else if (kind == Kind::Float)
-    cell.f = static_cast<float>(real);
-  else
-    cell.i = integer;
+  const Cell cell = kind == Kind::Double  ? ToCell(real)
+                    : kind == Kind::Float ? ToCell(static_cast<float>(real))
+                                          : IntCell(integer);
   return VariablePtr(MakeVariable(TypeDesc::Of(kind), Name(), cell));
 }
 

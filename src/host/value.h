@@ -80,23 +80,13 @@ concept Received = kIsVariable<T> || ReceivedByValue<T> ||
     (Composed<std::remove_cvref_t<T>> &&
      (!std::is_reference_v<T> || std::is_const_v<std::remove_reference_t<T>>));
 
-inline void Push(Stack& stack, bool value) { stack.PushCell(Kind::Bool, IntCell(value ? 1 : 0)); }
-inline void Push(Stack& stack, char value) {
-  stack.PushCell(Kind::Char, IntCell(static_cast<signed char>(value)));
-}
-inline void Push(Stack& stack, int32_t value) { stack.PushCell(Kind::Int, IntCell(value)); }
+inline void Push(Stack& stack, bool value) { stack.PushCell(Kind::Bool, ToCell(value)); }
+inline void Push(Stack& stack, char value) { stack.PushCell(Kind::Char, ToCell(value)); }
+inline void Push(Stack& stack, int32_t value) { stack.PushCell(Kind::Int, ToCell(value)); }
 inline void Push(Stack& stack, long value) { Push(stack, Narrow(value)); }
 inline void Push(Stack& stack, long long value) { Push(stack, Narrow(value)); }
-inline void Push(Stack& stack, float value) {
-  Cell cell = ZeroCell();
-  cell.f = value;
-  stack.PushCell(Kind::Float, cell);
-}
-inline void Push(Stack& stack, double value) {
-  Cell cell = ZeroCell();
-  cell.d = value;
-  stack.PushCell(Kind::Double, cell);
-}
+inline void Push(Stack& stack, float value) { stack.PushCell(Kind::Float, ToCell(value)); }
+inline void Push(Stack& stack, double value) { stack.PushCell(Kind::Double, ToCell(value)); }
 inline void Push(Stack& stack, const KelString& text) { stack.PushString(text); }
 inline void Push(Stack& stack, std::string text) { stack.PushString(KelString(std::move(text))); }
 inline void Push(Stack& stack, std::string_view text) {
@@ -147,21 +137,9 @@ auto Read(const Cell& cell) {
   }
 }
 
-inline Cell ToCell(bool value) { return IntCell(value ? 1 : 0); }
-inline Cell ToCell(char value) { return IntCell(static_cast<signed char>(value)); }
-inline Cell ToCell(int32_t value) { return IntCell(value); }
-inline Cell ToCell(long value) { return IntCell(Narrow(value)); }
-inline Cell ToCell(long long value) { return IntCell(Narrow(value)); }
-inline Cell ToCell(float value) {
-  Cell cell = ZeroCell();
-  cell.f = value;
-  return cell;
-}
-inline Cell ToCell(double value) {
-  Cell cell = ZeroCell();
-  cell.d = value;
-  return cell;
-}
+using tamber::ToCell;
+inline Cell ToCell(long value) { return ToCell(Narrow(value)); }
+inline Cell ToCell(long long value) { return ToCell(Narrow(value)); }
 inline Cell ToCell(std::string_view text) {
   Cell cell = ZeroCell();
   if (!text.empty()) cell.s = StrBuf::New(text);

@@ -345,12 +345,8 @@ Operand CodeBuilder::Promote(const Operand& operand, Kind kind) {
     return same;
   }
   if (operand.place == Operand::Place::Imm) {
-    Cell cell = ZeroCell();
-    if (kind == Kind::Float)
-      cell.f = static_cast<float>(operand.imm);
-    else
-      cell.d = operand.imm;
-    return Constant(kind, cell);
+    return Constant(kind, kind == Kind::Float ? ToCell(static_cast<float>(operand.imm))
+                                              : ToCell(static_cast<double>(operand.imm)));
   }
   if (kind == Kind::Float) return Unary(fromInt ? Op::I2F : Op::D2F, kind, operand);
   return Unary(fromInt ? Op::I2D : Op::F2D, kind, operand);

@@ -298,11 +298,9 @@ T Get(const Arguments& arguments, uint32_t at) {
   }
 }
 
-inline void Push(Stack& stack, int32_t value) { stack.PushCell(Kind::Int, IntCell(value)); }
-inline void Push(Stack& stack, bool value) { stack.PushCell(Kind::Bool, IntCell(value ? 1 : 0)); }
-inline void Push(Stack& stack, char value) {
-  stack.PushCell(Kind::Char, IntCell(static_cast<signed char>(value)));
-}
+inline void Push(Stack& stack, int32_t value) { stack.PushCell(Kind::Int, ToCell(value)); }
+inline void Push(Stack& stack, bool value) { stack.PushCell(Kind::Bool, ToCell(value)); }
+inline void Push(Stack& stack, char value) { stack.PushCell(Kind::Char, ToCell(value)); }
 inline void Push(Stack& stack, float value) { stack.PushFloat(value); }
 inline void Push(Stack& stack, double value) { stack.PushDouble(value); }
 inline void Push(Stack& stack, Text value) { stack.PushCell(Kind::String, value.TakeCell()); }
@@ -315,19 +313,7 @@ inline void Push(Stack& stack, const Handle& value) {
 inline void Push(Stack& stack, Variable* value) { stack.PushVariable(value); }
 
 // What leaves a result behind in a call without the stack.
-inline Cell ToCell(int32_t value) { return IntCell(value); }
-inline Cell ToCell(bool value) { return IntCell(value ? 1 : 0); }
-inline Cell ToCell(char value) { return IntCell(static_cast<signed char>(value)); }
-inline Cell ToCell(float value) {
-  Cell cell = ZeroCell();
-  cell.f = value;
-  return cell;
-}
-inline Cell ToCell(double value) {
-  Cell cell = ZeroCell();
-  cell.d = value;
-  return cell;
-}
+using tamber::ToCell;
 inline Cell ToCell(Text value) { return value.TakeCell(); }
 inline Cell ToCell(ArrayResult value) { return value.TakeCell(); }
 inline Cell ToCell(const Handle& value) {

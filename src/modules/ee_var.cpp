@@ -152,27 +152,15 @@ bool VarCreate(Call& call, std::string_view name, int32_t type) {
   return created;
 }
 
-Cell MakeCell(bool value) { return IntCell(value ? 1 : 0); }
-Cell MakeCell(char value) { return IntCell(static_cast<signed char>(value)); }
-Cell MakeCell(int32_t value) { return IntCell(value); }
-Cell MakeCell(float value) {
-  Cell cell = ZeroCell();
-  cell.f = value;
-  return cell;
-}
-Cell MakeCell(double value) {
-  Cell cell = ZeroCell();
-  cell.d = value;
-  return cell;
-}
-Cell MakeCell(std::string_view value) { return Text(value).TakeCell(); }
+using tamber::ToCell;
+Cell ToCell(std::string_view value) { return Text(value).TakeCell(); }
 
 template <class T>
 bool VarSet(Call& call, std::string_view name, T value) {
   Variable* variable = call.Context().GetVariable(name, kWriteScopes);
   bool assigned = false;
   if (variable != nullptr) {
-    Variable* source = MakeVariable(TypeDesc::Of(kKindOf<T>), Name(), MakeCell(value));
+    Variable* source = MakeVariable(TypeDesc::Of(kKindOf<T>), Name(), ToCell(value));
     assigned = variable->Assign(source) != 0;
     Variable::Delete(source);
   }

@@ -94,9 +94,7 @@ class ValueIdentity {
 
   static uint64_t HashNumber(double value) {
     if (value == 0 || std::isnan(value)) return value == 0 ? 1 : 2;  // both zeros are equal
-    Cell cell = ZeroCell();
-    cell.d = value;
-    return Mix(cell.bits);
+    return Mix(ToCell(value).bits);
   }
 
   static bool EqualNumbers(double a, double b) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 
 #include "kel/export.h"
@@ -51,6 +52,24 @@ inline Cell ZeroCell() {
 inline Cell IntCell(int32_t value) {
   Cell cell = ZeroCell();
   cell.i = value;
+  return cell;
+}
+
+/// The cells of the scalars. A pointer is no `bool`.
+template <std::same_as<bool> T>
+Cell ToCell(T value) {
+  return IntCell(value ? 1 : 0);
+}
+inline Cell ToCell(char value) { return IntCell(static_cast<signed char>(value)); }
+inline Cell ToCell(int32_t value) { return IntCell(value); }
+inline Cell ToCell(float value) {
+  Cell cell = ZeroCell();
+  cell.f = value;
+  return cell;
+}
+inline Cell ToCell(double value) {
+  Cell cell = ZeroCell();
+  cell.d = value;
   return cell;
 }
 

@@ -249,6 +249,8 @@ TEST_F(RegisterTest, ArgumentsOutliveWhatTheyWereReadFrom) {
   ASSERT_NE(RegisterFunction(context_, "string Odd (int N)",
                              [](int32_t n) -> std::string { return std::to_string(Half(n)); }),
             0u);
+  ASSERT_NE(RegisterFunction(context_, "string Word ()", []() -> const char* { return "word"; }),
+            0u);
   ASSERT_NE(
       RegisterFunction(
           context_, "int StrLen (string Value)", [](std::string_view) { return 1; }, {}, true),
@@ -263,10 +265,10 @@ TEST_F(RegisterTest, ArgumentsOutliveWhatTheyWereReadFrom) {
       "  g = \"old and long enough to be allocated\"\n"
       "  t = g\n"
       "  t = \"\"\n"
-      "  Print(Change(g, 2) + g + Blind(g, 1) + Odd(4) + Odd(3) + StrLen(g))\n"
+      "  Print(Change(g, 2) + g + Blind(g, 1) + Odd(4) + Odd(3) + StrLen(g) + Word())\n"
       "endproc\n");
   EXPECT_TRUE(Call(context_, "Run"));
-  EXPECT_EQ(output_, "old" + std::string(60, 'n') + "nnn2" + "1");
+  EXPECT_EQ(output_, "old" + std::string(60, 'n') + "nnn2" + "1word");
 }
 
 TEST_F(CallTest, AHandlerThatFailsWhenItIsToldEndsWithTheStack) {
