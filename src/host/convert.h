@@ -14,6 +14,7 @@
 
 #include "host/elements.h"
 #include "kel/export.h"
+#include "kel/kelstring.h"
 #include "values/errcodes.h"
 #include "values/typedesc.h"
 #include "values/variable.h"
@@ -167,7 +168,7 @@ VariablePtr ToScript(const T& value) {
   } else if constexpr (Described<T>) {
     return ToStruct(value);
   } else {
-    return NewString(value);
+    return NewString(kel::ViewOf(value));
   }
 }
 

@@ -147,7 +147,7 @@ struct Wrapped {
       R result = call();
       // A string may be borrowed from an argument: it is copied before that goes.
       if constexpr (std::is_same_v<R, std::string_view> || std::is_same_v<R, const char*>) {
-        const KelString own{std::string_view(result)};
+        const KelString own(result);
         stack.CutTo(base);
         Push(stack, own);
       } else {

@@ -22,6 +22,7 @@
 /// | `std::vector`, `std::optional`, described structures (host/convert.h) | arrays, structures |
 /// | `Variable*` as an argument (borrowed), `VariablePtr` as a result (owned) | anything |
 ///
+/// A null pointer as a result is the empty value of the type that the prototype names.
 /// A `std::string_view` that a script hands to a C++ function is good until that function returns.
 namespace tamber {
 
@@ -145,6 +146,7 @@ inline Cell ToCell(std::string_view text) {
   if (!text.empty()) cell.s = StrBuf::New(text);
   return cell;
 }
+inline Cell ToCell(const char* text) { return ToCell(kel::ViewOf(text)); }
 inline Cell ToCell(VariablePtr value) {
   Cell cell = ZeroCell();
   cell.v = value.release();

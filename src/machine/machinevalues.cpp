@@ -599,8 +599,13 @@ Machine::Called Machine::CallDirect(const CallSite& site, const Cell* arguments,
       const kel::Interruptible host(false);
       result = direct.run(context_, function.Target(), arguments, site.passed, callError_);
     }
-    if (site.passed.wantsVariable && direct.result <= Kind::String) [[unlikely]]
-      result = MakeVariableOf(direct.result, result);
+    if (site.passed.wantsVariable) [[unlikely]] {
+      if (direct.result <= Kind::String) result = MakeVariableOf(direct.result, result);
+      if (result.v == nullptr) {
+        callError_.hasNoResult = true;
+        return FinishDirect(site, result, out);
+      }
+    }
   } catch (const kel::Interrupted&) {
     Interrupt();
     callError_.hasNoResult = true;

@@ -236,6 +236,24 @@ TEST_F(RegisterTest, ExceptionsBecomeErrorsOfTheScript) {
   EXPECT_EQ(Call<int32_t>(context_, "HalfOrNothing", 7).Value(), 0) << "not the argument";
 }
 
+TEST_F(RegisterTest, NothingAsAResultIsTheEmptyValue) {
+  using Nothing = tamber::VariablePtr;
+  RegisterFunction(context_, "string Text (int N)", [](int32_t) -> const char* { return nullptr; });
+  RegisterFunction(context_, "int Number (int N)", [](int32_t) { return Nothing(); });
+  RegisterFunction(context_, "array List (int N)", [](int32_t) { return Nothing(); });
+  RegisterFunction(context_, "array Texts ()", [] { return std::vector<const char*>{nullptr}; });
+  Compile(
+      "string Run()\n"
+      "  array known\n"
+      "  known <<= Number(Number(1))\n"
+      "  Number(1)\n"
+      "  return Text(1) + Text(known[1]) + Number(2) + ArrayGetSize(List(3)) + Texts()[1]\n"
+      "endproc\n");
+  const auto result = Call<std::string>(context_, "Run");
+  ASSERT_TRUE(result) << result.Error().detail.View();
+  EXPECT_EQ(result.Value(), "00");
+}
+
 // What a function was passed stays, whatever it does to the variables that it came from.
 TEST_F(RegisterTest, ArgumentsOutliveWhatTheyWereReadFrom) {
   const auto change = [](TamberContext& context, std::string_view text, int32_t times) {
