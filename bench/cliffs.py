@@ -134,6 +134,7 @@ ROWS = [
         Neighbour(holding("n = n + 1"), "", "", 'F(i, "1")')),
     Row("call of a script, 100 globals", wide_globals(100), "", "", CALL, 2 * 13000),
     HostRow("500 globals restored, none changed", "restore_globals.c", 50000),
+    HostRow("200 elements of session arrays, saved and loaded", "session_array.c", 25000),
 ]
 
 

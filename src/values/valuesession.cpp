@@ -8,6 +8,7 @@
 #include "kel/stop.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
+#include "values/packedarray.h"
 #include "values/store.h"
 #include "values/strbuf.h"
 #include "values/structdata.h"
@@ -19,9 +20,6 @@ namespace {
 /// Arrays within arrays are kept to this depth.
 constexpr int kMaxDepth = 32;
 
-void StoreAt(const TypeDesc& type, Cell cell, const std::string& key, SessionStore& store,
-             int depth);
-
 std::string ElementKey(const std::string& key, uint32_t index) {
   return key + "/" + std::to_string(index + 1);
 }
@@ -30,37 +28,9 @@ std::string MemberKey(const std::string& key, const Name& name) {
   return key + "/" + kel::Lowered(name.View());
 }
 
-/// The count and the elements from a position on.
-void StoreElements(const ArrayData& array, uint32_t from, const std::string& key,
-                   SessionStore& store, int depth) {
-  store.SetInteger(key, array.Count());
-  for (uint32_t i = from; i < array.Count(); ++i) {
-    const Cell cell = array.Peek(i);
-    if (array.StorageKind() == Kind::Any) {
-      StoreAt(*TypeOf(*cell.v), *CellOf(*cell.v), ElementKey(key, i), store, depth);
-    } else {
-      StoreAt(*array.ElementType(), cell, ElementKey(key, i), store, depth);
-    }
-  }
-}
-
-/// Beside the elements, of an array that is declared without their type.
-std::string ElementTypeKey(const std::string& key) { return key + "/0"; }
-
-/// What such an array can be made of when it is read: types that need no declaration.
-constexpr Kind kPlainKinds[] = {Kind::Bool,   Kind::Char,   Kind::Int,    Kind::Float,
-                                Kind::Double, Kind::String, Kind::EString};
-
-void StoreArray(const TypeDesc& type, const ArrayData* array, const std::string& key,
-                SessionStore& store, int depth) {
-  store.DeleteTree(key + "/");  // an array that was longer when it was last stored
-  if (array != nullptr) {
-    if (!type.Element() && array->ElementType())
-      store.SetText(ElementTypeKey(key), array->ElementType()->Word());
-    StoreElements(*array, 0, key, store, depth);
-  } else {
-    store.SetInteger(key, 0);
-  }
+void StoreArray(const ArrayData* array, const std::string& key, SessionStore& store, int depth) {
+  store.DeleteTree(key + "/");  // the elements, which earlier versions stored one by one
+  store.SetText(key, PackArray(array, depth));
 }
 
 void StoreAt(const TypeDesc& type, Cell cell, const std::string& key, SessionStore& store,
@@ -80,13 +50,13 @@ void StoreAt(const TypeDesc& type, Cell cell, const std::string& key, SessionSto
       store.SetText(key, kel::FormatGeneral(cell.d));
       break;
     case Kind::String:
-      store.SetText(key, TextOf(cell.s));
+      store.SetText(key, EscapeString(TextOf(cell.s)));
       break;
     case Kind::EString:
-      store.SetText(key, static_cast<const VarEString&>(*cell.v).Sealed());
+      store.SetText(key, EscapeString(static_cast<const VarEString&>(*cell.v).Sealed()));
       break;
     case Kind::Array:
-      StoreArray(type, cell.a, key, store, depth - 1);
+      StoreArray(cell.a, key, store, depth - 1);
       break;
     case Kind::Struct:
       for (uint32_t i = 0; i < cell.st->Count(); ++i) {
@@ -130,43 +100,11 @@ bool IsUnchanged(Kind kind, Cell now, Cell before) {
   }
 }
 
-void ChangeAt(const TypeDesc& type, Cell now, Cell before, const std::string& key,
-              SessionStore& store, int depth);
-
-void ChangeElement(const ArrayData& now, const ArrayData& before, uint32_t index,
-                   const std::string& key, SessionStore& store, int depth) {
-  const Cell cell = now.Peek(index);
-  const Cell old = before.Peek(index);
-  if (now.StorageKind() != Kind::Any) {
-    if (IsUnchanged(now.StorageKind(), cell, old)) return;
-    ChangeAt(*now.ElementType(), cell, old, ElementKey(key, index), store, depth);
-    return;
-  }
-  const TypeDesc& type = *TypeOf(*cell.v);
-  const std::string element = ElementKey(key, index);
-  if (type.GetKind() == TypeOf(*old.v)->GetKind()) {
-    ChangeAt(type, *CellOf(*cell.v), *CellOf(*old.v), element, store, depth);
-  } else {
-    store.DeleteTree(element + "/");
-    StoreAt(type, *CellOf(*cell.v), element, store, depth);
-  }
-}
-
-void ChangeArray(const TypeDesc& type, const ArrayData* now, const ArrayData* before,
-                 const std::string& key, SessionStore& store, int depth) {
-  const bool isAlike = now != nullptr && before != nullptr &&
-                       now->StorageKind() == before->StorageKind() &&
-                       now->Count() >= before->Count();
-  if (!isAlike) {
-    StoreArray(type, now, key, store, depth);
-    return;
-  }
-  kel::StopPoll poll(4096);
-  for (uint32_t i = 0; i < before->Count(); ++i) {
-    poll.Step();
-    ChangeElement(*now, *before, i, key, store, depth);
-  }
-  if (now->Count() > before->Count()) StoreElements(*now, before->Count(), key, store, depth);
+/// An array that the store holds in one piece already.
+void ChangeArray(const ArrayData* now, const ArrayData* before, const std::string& key,
+                 SessionStore& store, int depth) {
+  const std::string packed = PackArray(now, depth);
+  if (packed != PackArray(before, depth)) store.SetText(key, packed);
 }
 
 void ChangeAt(const TypeDesc& type, Cell now, Cell before, const std::string& key,
@@ -174,7 +112,7 @@ void ChangeAt(const TypeDesc& type, Cell now, Cell before, const std::string& ke
   const Kind kind = type.GetKind();
   if (depth == 0 || IsUnchanged(kind, now, before)) return;
   if (kind == Kind::Array) {
-    ChangeArray(type, now.a, before.a, key, store, depth - 1);
+    ChangeArray(now.a, before.a, key, store, depth - 1);
   } else if (kind == Kind::Struct && now.st->Layout().Get() == before.st->Layout().Get()) {
     for (uint32_t i = 0; i < now.st->Count(); ++i) {
       const StructLayout::Member& member = now.st->Layout()->Members()[i];
@@ -189,28 +127,17 @@ void ChangeAt(const TypeDesc& type, Cell now, Cell before, const std::string& ke
 void LoadAt(const TypeDesc& type, Cell& slot, const std::string& key, SessionStore& store,
             int depth);
 
-/// Numbers come back through the getters of their type, so that a foreign value cannot make a
-/// boolean of 7 or a char of 300.
-bool LoadNumber(Kind kind, const std::string& key, SessionStore& store, Cell& out) {
-  int64_t value = 0;
-  if (!store.GetInteger(key, value)) return false;
-  const auto number = static_cast<int32_t>(static_cast<uint64_t>(value) & 0xFFFFFFFFU);
-  out = IntCell(kind == Kind::Bool   ? number != 0
-                : kind == Kind::Char ? CellToChar(Kind::Int, IntCell(number))
-                                     : number);
-  return true;
-}
-
-bool LoadReal(Kind kind, const std::string& key, SessionStore& store, Cell& out) {
-  std::string text;
-  if (!store.GetText(key, text)) return false;
-  out = ZeroCell();
-  return kind == Kind::Float ? kel::ParseFloat(text, out.f) : kel::ParseDouble(text, out.d);
-}
-
 bool IsStored(SessionStore& store, const std::string& key) {
   return store.Exists(key) || !store.SubKeys(key + "/").empty();
 }
+
+/// Earlier versions stored the count under the key of the array and the elements below. Beside the
+/// elements, of an array that is declared without their type.
+std::string ElementTypeKey(const std::string& key) { return key + "/0"; }
+
+/// What such an array can be made of when it is read: types that need no declaration.
+constexpr Kind kPlainKinds[] = {Kind::Bool,   Kind::Char,   Kind::Int,    Kind::Float,
+                                Kind::Double, Kind::String, Kind::EString};
 
 /// Gives an array that is declared without a type of its elements the one that it was stored with.
 void LoadElementType(const Place& place, const std::string& key, SessionStore& store) {
@@ -227,7 +154,7 @@ void LoadElementType(const Place& place, const std::string& key, SessionStore& s
   }
 }
 
-void LoadArray(const Place& place, const std::string& key, SessionStore& store, int depth) {
+void LoadElements(const Place& place, const std::string& key, SessionStore& store, int depth) {
   ArrayData*& slot = place.cell->a;
   int64_t count = 0;
   if (!store.GetInteger(key, count) || count < 0) return;
@@ -252,30 +179,41 @@ void LoadArray(const Place& place, const std::string& key, SessionStore& store, 
   }
 }
 
+void LoadArray(const Place& place, const std::string& key, SessionStore& store, int depth) {
+  std::string packed;
+  const bool isThere = store.GetText(key, packed);
+  if (!isThere || !UnpackArray(place, packed, depth)) LoadElements(place, key, store, depth);
+}
+
+void LoadString(Kind kind, Cell& slot, const std::string& key, SessionStore& store) {
+  std::string text;
+  if (!store.GetText(key, text)) return;
+  std::string_view value = text;
+  if (!UnescapeString(value)) return;
+  if (kind == Kind::EString) {
+    static_cast<VarEString&>(*slot.v).SetSealed(value);
+  } else {
+    TakeStoredString(kind, value, slot);
+  }
+}
+
 void LoadAt(const TypeDesc& type, Cell& slot, const std::string& key, SessionStore& store,
             int depth) {
   if (depth == 0) return;
   kel::CheckStop();
   const Kind kind = type.GetKind();
-  Cell number = ZeroCell();
-  std::string text;
+  int64_t number = 0;
   switch (kind) {
     case Kind::Bool:
     case Kind::Char:
     case Kind::Int:
-      if (LoadNumber(kind, key, store, number)) slot = number;
+      if (store.GetInteger(key, number)) TakeStoredNumber(kind, number, slot);
       break;
     case Kind::Float:
     case Kind::Double:
-      if (LoadReal(kind, key, store, number)) slot = number;
-      break;
     case Kind::String:
-      if (!store.GetText(key, text)) break;
-      number.s = text.empty() ? nullptr : StrBuf::New(text);
-      StoreCell(kind, slot, number);
-      break;
     case Kind::EString:
-      if (store.GetText(key, text)) static_cast<VarEString&>(*slot.v).SetSealed(text);
+      LoadString(kind, slot, key, store);
       break;
     case Kind::Array:
       LoadArray({&slot, &type}, key, store, depth - 1);

@@ -44,6 +44,27 @@ TEST_F(Sessions, ExpireByAge) {
   EXPECT_THAT(store->Children("session/"), IsEmpty()) << "a cutoff before 1970 is far ahead";
 }
 
+TEST_F(Sessions, ArraysOfEarlierVersionsAreConverted) {
+  const auto store = Store();
+  for (const auto& [key, value] : {std::pair("", 4), {"/1", 5}, {"/2", 6}, {"/3", 7}, {"/4", 8}})
+    store->SetInteger(std::string("session/7/list") + key, value);
+  const auto begin = [](TamberContext& context) {
+    context.SetSessionId(7);
+    context.CompileScriptBuffer("s", "session int[] list\nproc main()\nlist <<= 9\nendproc\n", 1);
+    return context.GetVariable("list", VARLIST_GLOBAL)->GetElementCount();
+  };
+  EXPECT_EQ(begin(context_), 4u);
+  context_.ResetContext();
+  EXPECT_THAT(store->SubKeys("session/7/"), ElementsAre("session/7/", "session/7/list"));
+  TamberContext other;
+  EXPECT_EQ(begin(other), 4u);
+  EXPECT_EQ(begin(context_), 4u);
+  context_.RunProcedure("main", nullptr);
+  context_.ResetContext();
+  other.ResetContext();
+  EXPECT_EQ(begin(context_), 5u) << "what another context has not changed, it does not write";
+}
+
 /// Runs one request of a host as a process that is killed right after it has saved.
 std::string Request(uint32_t session) {
   int ends[2];
