@@ -22,6 +22,11 @@ uint16_t ResultAt(CodeBuilder& b, uint32_t mark) {
 bool IsOneByte(Kind kind) { return kind == Kind::Bool || kind == Kind::Char; }
 bool IsFourBytes(Kind kind) { return kind == Kind::Int || kind == Kind::Float; }
 
+/// An instruction that reads or writes elements of a kind, by the sizes of these.
+Op BySize(Kind element, Op one, Op four, Op eight) {
+  return IsOneByte(element) ? one : IsFourBytes(element) ? four : eight;
+}
+
 /// The kind of an element or member as a value in a register: enciphered text is read as text.
 Operand Selected(CodeBuilder& b, uint16_t reg, const tamber::TypeRef& type) {
   if (type->GetKind() == Kind::EString) {
@@ -102,9 +107,20 @@ Operand ExpressionVariable::ReadDynamic(CodeBuilder& b, Operand from, const Inde
 Operand ExpressionVariable::Read(CodeBuilder& b, const Indexes& indexes, size_t count) const {
   if (b.IsDynamic(variable_)) return ReadDynamic(b, b.LoadVariable(variable_), indexes, 0);
   uint32_t mark = b.Mark();
-  Operand value = b.Load(variable_);
   size_t index = 0;
-  for (size_t i = 0; i < count; ++i) {
+  size_t i = 0;
+  Operand value;
+  if (count > 0 && BeginsAtGlobalElement(b)) {
+    const Selector& step = selectors_[i++];
+    const tamber::SourceMark source(b, step.sourceOffset);
+    const uint16_t reg = b.NewTemp();
+    b.Emit(BySize(step.to->GetKind(), Op::GGet8, Op::GGet32, Op::GGet64), reg,
+           b.GlobalIndex(variable_), indexes[index++].reg);
+    value = Selected(b, reg, step.to);
+  } else {
+    value = b.Load(variable_);
+  }
+  for (; i < count; ++i) {
     const Selector& step = selectors_[i];
     if (value.kind == Kind::Any) return ReadDynamic(b, value, indexes, i);
     const tamber::SourceMark source(b, step.sourceOffset);
@@ -117,8 +133,7 @@ Operand ExpressionVariable::Read(CodeBuilder& b, const Indexes& indexes, size_t 
       value = b.InReg(Kind::Any, reg, step.to);
       continue;
     } else {
-      Op op = IsOneByte(kind) ? Op::AGet8 : IsFourBytes(kind) ? Op::AGet32 : Op::AGet64;
-      b.Emit(op, reg, value.reg, indexes[index++].reg);
+      b.Emit(BySize(kind, Op::AGet8, Op::AGet32, Op::AGet64), reg, value.reg, indexes[index++].reg);
     }
     value = Selected(b, reg, step.to);
   }
@@ -140,12 +155,25 @@ Operand ExpressionVariable::LowerNode(CodeBuilder& b) const {
   return value;
 }
 
+/// Whether the first step leads to an element of known type of a global array.
+bool ExpressionVariable::BeginsAtGlobalElement(const CodeBuilder& b) const {
+  return selectors_[0].isIndex && b.IsGlobal(variable_) && selectors_[0].to->GetKind() != Kind::Any;
+}
+
 uint16_t ExpressionVariable::LowerAddress(CodeBuilder& b, const Indexes& indexes,
                                           size_t count) const {
   const tamber::SourceMark whole(b, SourceOffset());
-  uint16_t reg = b.LoadAddress(variable_);
   size_t index = 0;
-  for (size_t i = 0; i < count; ++i) {
+  size_t i = 0;
+  uint16_t reg;
+  if (count > 0 && BeginsAtGlobalElement(b)) {
+    const tamber::SourceMark source(b, selectors_[i++].sourceOffset);
+    reg = b.NewTemp();
+    b.Emit(Op::LeaGE, reg, b.GlobalIndex(variable_), indexes[index++].reg);
+  } else {
+    reg = b.LoadAddress(variable_);
+  }
+  for (; i < count; ++i) {
     const Selector& step = selectors_[i];
     const tamber::SourceMark source(b, step.sourceOffset);
     if (step.isIndex)
@@ -224,6 +252,12 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
   const size_t steps = selectors_.size() - 1;
   const Operand source = steps > 0 ? b.Independent(b.ToReg(*converted)) : b.ToReg(*converted);
   const bool owned = b.Owns(source);
+  if (steps == 0 && source.IsScalar() && BeginsAtGlobalElement(b)) {
+    const tamber::SourceMark at(b, last.sourceOffset);
+    b.Emit(BySize(kind, Op::GSet8, Op::GSet32, Op::GSet64), b.GlobalIndex(variable_),
+           indexes[0].reg, source.reg);
+    return;
+  }
   const bool inRegister =
       steps == 0 && last.isIndex && b.IsRegister(variable_) && source.IsScalar();
   uint16_t target =
@@ -237,12 +271,10 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
     Op op;
     if (!source.IsScalar())
       op = owned ? Op::ASetPT : Op::ASetPO;
-    else if (IsOneByte(kind))
-      op = inRegister ? Op::ASet8 : Op::ASetP8;
-    else if (IsFourBytes(kind))
-      op = inRegister ? Op::ASet32 : Op::ASetP32;
+    else if (inRegister)
+      op = BySize(kind, Op::ASet8, Op::ASet32, Op::ASet64);
     else
-      op = inRegister ? Op::ASet64 : Op::ASetP64;
+      op = BySize(kind, Op::ASetP8, Op::ASetP32, Op::ASetP64);
     b.Emit(op, target, index, source.reg);
   }
   b.Free(source);

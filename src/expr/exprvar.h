@@ -51,6 +51,7 @@ class ExpressionVariable final : public ExpressionBase {
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   using Indexes = std::vector<tamber::Operand>;
   uint16_t LowerAddress(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
+  bool BeginsAtGlobalElement(const tamber::CodeBuilder& builder) const;
   tamber::Operand Read(tamber::CodeBuilder& builder, const Indexes& indexes, size_t count) const;
   tamber::Operand ReadDynamic(tamber::CodeBuilder& builder, tamber::Operand from,
                               const Indexes& indexes, size_t first) const;

@@ -11,10 +11,15 @@ class BoundCode;
 /// Where a name of the global or external scope was last found. Good while the context's epoch is
 /// the one it was found under.
 struct GlobalSlot {
+  static constexpr uint64_t kWithoutCell = uint64_t{1} << 63;
+
   const GlobalUse* use = nullptr;
-  uint64_t epoch = 0;
+  uint64_t found = 0;    ///< the epoch; with kWithoutCell, which none has, when `cell` is null
   Cell* cell = nullptr;  ///< of the variable (through a reference), when its type is the use's
   Variable* variable = nullptr;  ///< on loan from its scope
+
+  bool IsFound(uint64_t epoch) const { return (found & ~kWithoutCell) == epoch; }
+  bool HasCell(uint64_t epoch) const { return found == epoch; }
 };
 
 /// A procedure that code calls, and its code, once it has been called.

@@ -148,6 +148,7 @@ class CodeBuilder {
   bool IsObject(int32_t slot) const;
   bool IsRegister(const VarUse& use) const;
   bool IsDynamic(const VarUse& use) const;
+  bool IsGlobal(const VarUse& use) const { return use.slot == -1 && !IsDynamic(use); }
   /// Whether the variable can be stored into only as a whole: its type may be another one than that
   /// of `use`, or it is not kept as a plain value.
   bool IsStoredWhole(const VarUse& use) const;

@@ -80,6 +80,9 @@ class Disassembler {
       case Holds::StringText:
         return Put('"' + code_.texts[index] + '"');
       case Holds::Global:
+      case Holds::GlobalArray8:
+      case Holds::GlobalArray32:
+      case Holds::GlobalArray64:
         return Put(code_.globals[index].name.View());
       case Holds::Local:
       case Holds::Object:

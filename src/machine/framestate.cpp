@@ -101,6 +101,10 @@ const TypeDesc* FrameState::LocalType(uint32_t slot) const {
   return slot < localCount_ ? code_->procedure->Locals().At(slot).type.Get() : nullptr;
 }
 
+const TypeDesc* FrameState::GlobalType(uint32_t index) const {
+  return index < code_->globals.size() ? code_->globals[index].type.Get() : nullptr;
+}
+
 const FrameState::Temp* FrameState::Find(uint32_t reg) const {
   const auto found = std::lower_bound(temps_.begin(), temps_.end(), reg,
                                       [](const Temp& t, uint32_t r) { return t.reg < r; });
@@ -202,7 +206,7 @@ const TypeDesc* FrameState::TypeFor(Holds holds, const Instr& at) const {
       return of(code_->constantKinds[static_cast<uint32_t>(at.Wide())]);
     case Holds::GlobalB:
     case Holds::AddressOfGlobalB:
-      return at.b < code_->globals.size() ? code_->globals[at.b].type.Get() : nullptr;
+      return GlobalType(at.b);
     case Holds::LocalA:
       return LocalType(at.a);
     case Holds::LocalB:
@@ -213,6 +217,11 @@ const TypeDesc* FrameState::TypeFor(Holds holds, const Instr& at) const {
     case Holds::ElementB:
     case Holds::AddressOfElementB:
       return ElementOf(Get(at.b).type);
+    case Holds::ElementOfGlobalA:
+      return ElementOf(GlobalType(at.a));
+    case Holds::ElementOfGlobalB:
+    case Holds::AddressOfElementOfGlobalB:
+      return ElementOf(GlobalType(at.b));
     case Holds::MemberA:
       return MemberOf(Get(at.a).type, at.b);
     case Holds::MemberB:
@@ -380,6 +389,12 @@ std::string_view FrameState::CheckIndex(const OperandInfo& info, const Instr& at
       return in(index, code_->texts.size());
     case Holds::Global:
       return in(index, code_->globals.size());
+    case Holds::GlobalArray8:
+      return ElementSize(GlobalType(index)) == 1 ? "" : "global of another type";
+    case Holds::GlobalArray32:
+      return ElementSize(GlobalType(index)) == 4 ? "" : "global of another type";
+    case Holds::GlobalArray64:
+      return ElementSize(GlobalType(index)) == 8 ? "" : "global of another type";
     case Holds::Local:
       if (index >= localCount_ || IsObject(index)) return "slot of no local value";
       return at.op != Op::LdL || IsWritten(index) ? "" : "reads a register that holds nothing";
@@ -465,10 +480,12 @@ std::string_view FrameState::Check(const Instr& at) const {
 RegisterState FrameState::Result(const OperandInfo& info, const Instr& at) const {
   const TypeDesc* type = TypeFor(info.holds, at);
   if (type == nullptr) return {};
-  if (info.holds >= Holds::AddressOfString && info.holds <= Holds::AddressOfElementB) {
+  if (info.holds >= Holds::AddressOfString && info.holds <= Holds::AddressOfElementOfGlobalB) {
     if (at.op == Op::LeaL) return {Hold::Address, at.b, type};
-    const bool enters = InfoOf(at.op).Has(OpInfo::Enters);
-    return {Hold::Address, enters ? Get(at.b).lender : RegisterState::kOutside, type, enters};
+    const OpInfo& op = InfoOf(at.op);
+    const bool enters = op.Has(OpInfo::Enters);
+    const bool fromRegister = enters && op.b.IsRegister();
+    return {Hold::Address, fromRegister ? Get(at.b).lender : RegisterState::kOutside, type, enters};
   }
   if (!IsManaged(type->GetKind())) return {Hold::Scalar, RegisterState::kOutside, type};
   if (info.role == Role::Write) return {Hold::Owned, RegisterState::kOutside, type};

@@ -88,6 +88,7 @@ class FrameState {
   }
   bool IsObject(uint32_t slot) const;
   const TypeDesc* LocalType(uint32_t slot) const;
+  const TypeDesc* GlobalType(uint32_t index) const;
   std::string_view CheckRead(const OperandInfo& info, const Instr& at, uint32_t reg) const;
   std::string_view CheckWrite(const OperandInfo& info, const Instr& at, uint32_t reg) const;
   std::string_view CheckIndex(const OperandInfo& info, const Instr& at, uint32_t index) const;

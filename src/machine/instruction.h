@@ -77,6 +77,8 @@ enum class Holds : uint8_t {
   LocalB,
   ElementA,  // of the elements of the array in register a, or at its address
   ElementB,
+  ElementOfGlobalA,  // of the elements of the array in global slot a
+  ElementOfGlobalB,
   MemberA,  // of member b of the structure at the address in register a
   MemberB,  // of member c of the structure in register b
   AppendC,  // of the value type of append site c
@@ -97,6 +99,7 @@ enum class Holds : uint8_t {
   AddressOfLocalB,
   AddressOfMemberB,
   AddressOfElementB,
+  AddressOfElementOfGlobalB,
   // indexes
   Number,
   Divisor,  // a number that is not 0
@@ -106,6 +109,9 @@ enum class Holds : uint8_t {
   DoubleConstant,
   StringText,
   Global,
+  GlobalArray8,  // a global that is such an array
+  GlobalArray32,
+  GlobalArray64,
   Local,
   Object,  // a local that lives in a variable
   Name,

@@ -216,9 +216,12 @@ class Machine {
   void Declare(const Code& code, Cell* registers, const Instr& at);
   bool ElementAt(ArrayData* array, int32_t index, Cell& out);
   bool ElementAsVariable(ArrayData* array, int32_t index, Cell& out);
+  bool GlobalElementAt(GlobalSlot& slot, int32_t index, Cell& out);
   bool StoreElement(Cell& array, int32_t index, Cell value);
+  bool StoreGlobalElement(GlobalSlot& slot, int32_t index, Cell value);
   bool StoreElementCopy(Cell& array, int32_t index, Cell value);
   bool ElementAddress(Cell& array, int32_t index, Cell& out);
+  bool GlobalElementAddress(GlobalSlot& slot, int32_t index, Cell& out);
   bool BoxElement(Cell& array, int32_t index, Cell& out);
   bool BoxMember(Cell& structure, uint32_t member, Cell& out);
   /// Raises what a store says; throws when there is no memory.

@@ -1,3 +1,4 @@
+#include <bit>
 #include <exception>
 #include <new>
 #include <stdexcept>
@@ -24,6 +25,19 @@ namespace tamber {
 namespace {
 
 Kind KindIn(uint16_t operand) { return static_cast<Kind>(operand); }
+
+/// Of an index as scripts count; beyond every array for those that are none.
+uint32_t Position(int32_t index) { return static_cast<uint32_t>(index) - 1; }
+
+/// Whether the array has an element there, and in its cell.
+bool HasPlain(const ArrayData* array, uint32_t at) {
+  return array != nullptr && at < array->Count() && !array->HasBoxes();
+}
+
+/// Whether the cell there can be changed where it lies.
+bool IsPlaceIn(const ArrayData* array, uint32_t at) {
+  return array != nullptr && at < array->Written() && !array->IsShared() && !array->HasBoxes();
+}
 
 }  // namespace
 
@@ -83,6 +97,9 @@ enum_ProcStatus Machine::Loop() {
 #define B R[pc->b]
 #define C R[pc->c]
 #define IMM static_cast<int16_t>(pc->c)
+// A register is written whole, for who reads more of it than was just written waits for the memory.
+#define PUT_INT(value) A = IntCell(value)
+#define PUT_FLOAT(value) A = IntCell(std::bit_cast<int32_t>(static_cast<float>(value)))
 #define SAVE() frame->pc = pc
 #define JUMP_IF(condition)                               \
   do {                                                   \
@@ -101,7 +118,7 @@ L_LdL:
   A = B;
   NEXT();
 L_LoadI:
-  A.i = pc->Wide();
+  PUT_INT(pc->Wide());
   NEXT();
 L_LoadK:
   A = code->Constant(static_cast<uint32_t>(pc->Wide()));
@@ -139,101 +156,101 @@ L_Zero:
   NEXT();
 
 L_AddI:
-  A.i = AddInt(B.i, C.i);
+  PUT_INT(AddInt(B.i, C.i));
   NEXT();
 L_SubI:
-  A.i = SubInt(B.i, C.i);
+  PUT_INT(SubInt(B.i, C.i));
   NEXT();
 L_MulI:
-  A.i = MulInt(B.i, C.i);
+  PUT_INT(MulInt(B.i, C.i));
   NEXT();
 L_DivI:
   if (C.i == 0) goto divideByZero;
-  A.i = DivInt(B.i, C.i);
+  PUT_INT(DivInt(B.i, C.i));
   NEXT();
 L_RemI:
   if (C.i == 0) goto remainderByZero;
-  A.i = RemInt(B.i, C.i);
+  PUT_INT(RemInt(B.i, C.i));
   NEXT();
 L_AndI:
-  A.i = B.i & C.i;
+  PUT_INT(B.i & C.i);
   NEXT();
 L_OrI:
-  A.i = B.i | C.i;
+  PUT_INT(B.i | C.i);
   NEXT();
 L_XorI:
-  A.i = B.i ^ C.i;
+  PUT_INT(B.i ^ C.i);
   NEXT();
 L_ShlI:
-  A.i = ShlInt(B.i, C.i);
+  PUT_INT(ShlInt(B.i, C.i));
   NEXT();
 L_ShrI:
-  A.i = ShrInt(B.i, C.i);
+  PUT_INT(ShrInt(B.i, C.i));
   NEXT();
 L_AddIK:
-  A.i = AddInt(B.i, IMM);
+  PUT_INT(AddInt(B.i, IMM));
   NEXT();
 L_MulIK:
-  A.i = MulInt(B.i, IMM);
+  PUT_INT(MulInt(B.i, IMM));
   NEXT();
 L_DivIK:
-  A.i = DivInt(B.i, IMM);
+  PUT_INT(DivInt(B.i, IMM));
   NEXT();
 L_RemIK:
-  A.i = RemInt(B.i, IMM);
+  PUT_INT(RemInt(B.i, IMM));
   NEXT();
 L_AndIK:
-  A.i = B.i & IMM;
+  PUT_INT(B.i & IMM);
   NEXT();
 L_OrIK:
-  A.i = B.i | IMM;
+  PUT_INT(B.i | IMM);
   NEXT();
 L_XorIK:
-  A.i = B.i ^ IMM;
+  PUT_INT(B.i ^ IMM);
   NEXT();
 L_ShlIK:
-  A.i = ShlInt(B.i, IMM);
+  PUT_INT(ShlInt(B.i, IMM));
   NEXT();
 L_ShrIK:
-  A.i = ShrInt(B.i, IMM);
+  PUT_INT(ShrInt(B.i, IMM));
   NEXT();
 L_NegI:
-  A.i = NegInt(B.i);
+  PUT_INT(NegInt(B.i));
   NEXT();
 L_NotI:
-  A.i = ~B.i;
+  PUT_INT(~B.i);
   NEXT();
 L_ToChar:
-  A.i = ToChar(B.i);
+  PUT_INT(ToChar(B.i));
   NEXT();
 L_ToBool:
-  A.i = B.i != 0;
+  PUT_INT(B.i != 0);
   NEXT();
 L_LNot:
-  A.i = B.i == 0;
+  PUT_INT(B.i == 0);
   NEXT();
 L_MinI:
-  A.i = B.i < C.i ? B.i : C.i;
+  PUT_INT(B.i < C.i ? B.i : C.i);
   NEXT();
 L_MaxI:
-  A.i = B.i > C.i ? B.i : C.i;
+  PUT_INT(B.i > C.i ? B.i : C.i);
   NEXT();
 
 L_AddF:
-  A.f = B.f + C.f;
+  PUT_FLOAT(B.f + C.f);
   NEXT();
 L_SubF:
-  A.f = B.f - C.f;
+  PUT_FLOAT(B.f - C.f);
   NEXT();
 L_MulF:
-  A.f = B.f * C.f;
+  PUT_FLOAT(B.f * C.f);
   NEXT();
 L_DivF:
   if (C.f == 0.0f) goto divideByZero;
-  A.f = B.f / C.f;
+  PUT_FLOAT(B.f / C.f);
   NEXT();
 L_NegF:
-  A.f = -B.f;
+  PUT_FLOAT(-B.f);
   NEXT();
 L_AddD:
   A.d = B.d + C.d;
@@ -264,7 +281,7 @@ L_DivDK:
   A.d = B.d / code->Constant(pc->c).d;
   NEXT();
 L_I2F:
-  A.f = static_cast<float>(B.i);
+  PUT_FLOAT(static_cast<float>(B.i));
   NEXT();
 L_I2D:
   A.d = B.i;
@@ -273,71 +290,71 @@ L_F2D:
   A.d = static_cast<double>(B.f);
   NEXT();
 L_D2F:
-  A.f = static_cast<float>(B.d);
+  PUT_FLOAT(static_cast<float>(B.d));
   NEXT();
 L_F2I:
-  A.i = kel::DoubleToInt32(static_cast<double>(B.f));
+  PUT_INT(kel::DoubleToInt32(static_cast<double>(B.f)));
   NEXT();
 L_D2I:
-  A.i = kel::DoubleToInt32(B.d);
+  PUT_INT(kel::DoubleToInt32(B.d));
   NEXT();
 L_F2B:
-  A.i = B.f != 0.0f;
+  PUT_INT(B.f != 0.0f);
   NEXT();
 L_D2B:
-  A.i = B.d != 0.0;
+  PUT_INT(B.d != 0.0);
   NEXT();
 L_I2H:
   A.p = reinterpret_cast<void*>(static_cast<intptr_t>(B.i));
   NEXT();
 L_H2I:
-  A.i = static_cast<int32_t>(reinterpret_cast<intptr_t>(B.p));
+  PUT_INT(static_cast<int32_t>(reinterpret_cast<intptr_t>(B.p)));
   NEXT();
 L_H2B:
-  A.i = static_cast<int32_t>(reinterpret_cast<intptr_t>(B.p)) != 0;
+  PUT_INT(static_cast<int32_t>(reinterpret_cast<intptr_t>(B.p)) != 0);
   NEXT();
 
 L_LtI:
-  A.i = B.i < C.i;
+  PUT_INT(B.i < C.i);
   NEXT();
 L_LeI:
-  A.i = B.i <= C.i;
+  PUT_INT(B.i <= C.i);
   NEXT();
 L_EqI:
-  A.i = B.i == C.i;
+  PUT_INT(B.i == C.i);
   NEXT();
 L_NeI:
-  A.i = B.i != C.i;
+  PUT_INT(B.i != C.i);
   NEXT();
 L_LtIK:
-  A.i = B.i < IMM;
+  PUT_INT(B.i < IMM);
   NEXT();
 L_LeIK:
-  A.i = B.i <= IMM;
+  PUT_INT(B.i <= IMM);
   NEXT();
 L_GtIK:
-  A.i = B.i > IMM;
+  PUT_INT(B.i > IMM);
   NEXT();
 L_GeIK:
-  A.i = B.i >= IMM;
+  PUT_INT(B.i >= IMM);
   NEXT();
 L_EqIK:
-  A.i = B.i == IMM;
+  PUT_INT(B.i == IMM);
   NEXT();
 L_NeIK:
-  A.i = B.i != IMM;
+  PUT_INT(B.i != IMM);
   NEXT();
 L_LtD:
-  A.i = B.d < C.d;
+  PUT_INT(B.d < C.d);
   NEXT();
 L_LeD:
-  A.i = B.d <= C.d;
+  PUT_INT(B.d <= C.d);
   NEXT();
 L_EqD:
-  A.i = B.d == C.d;
+  PUT_INT(B.d == C.d);
   NEXT();
 L_NeD:
-  A.i = B.d != C.d;
+  PUT_INT(B.d != C.d);
   NEXT();
 
 L_Jmp:
@@ -411,30 +428,30 @@ L_Text : {
 }
 L_SCmp:
   SAVE();
-  A.i = CompareTexts(B.s, C.s);
+  PUT_INT(CompareTexts(B.s, C.s));
   NEXT();
 L_SEq:
   SAVE();
-  A.i = SameText(B.s, C.s);
+  PUT_INT(SameText(B.s, C.s));
   NEXT();
 L_SNe:
   SAVE();
-  A.i = !SameText(B.s, C.s);
+  PUT_INT(!SameText(B.s, C.s));
   NEXT();
 L_S2C:
-  A.i = CellToChar(Kind::String, B);
+  PUT_INT(CellToChar(Kind::String, B));
   NEXT();
 L_S2B:
-  A.i = CellToChar(Kind::String, B) != 0;
+  PUT_INT(CellToChar(Kind::String, B) != 0);
   NEXT();
 L_SLen : {
   const uint32_t length = B.s != nullptr ? B.s->length : 0;
   if (length > INT32_MAX) [[unlikely]] {
     SAVE();
     LeaveTooLong(length);
-    A.i = INT32_MAX;
+    PUT_INT(INT32_MAX);
   } else {
-    A.i = static_cast<int32_t>(length);
+    PUT_INT(static_cast<int32_t>(length));
   }
   NEXT();
 }
@@ -450,7 +467,7 @@ L_Chars2S : {
 
 L_LdG : {
   GlobalSlot& slot = code->Global(pc->b);
-  if (slot.epoch == run_.epoch && slot.cell != nullptr) {
+  if (slot.HasCell(run_.epoch)) {
     A = *slot.cell;
   } else {
     SAVE();
@@ -460,7 +477,7 @@ L_LdG : {
 }
 L_StG : {
   GlobalSlot& slot = code->Global(pc->b);
-  if (slot.epoch == run_.epoch && slot.cell != nullptr) {
+  if (slot.HasCell(run_.epoch)) {
     *slot.cell = A;
   } else {
     SAVE();
@@ -478,7 +495,7 @@ L_StGT:
   NEXT();
 L_LeaG : {
   GlobalSlot& slot = code->Global(pc->b);
-  if (slot.epoch == run_.epoch && slot.cell != nullptr) {
+  if (slot.HasCell(run_.epoch)) {
     A.p = slot.cell;
   } else {
     SAVE();
@@ -489,7 +506,7 @@ L_LeaG : {
 L_VarG : {
   GlobalSlot& slot = code->Global(pc->b);
   SAVE();
-  CHECK(slot.epoch == run_.epoch || ResolveGlobal(slot) || NoVariable(slot.use->name, pc->c != 0));
+  CHECK(slot.IsFound(run_.epoch) || ResolveGlobal(slot) || NoVariable(slot.use->name, pc->c != 0));
   A.v = slot.variable->Duplicate();
   NEXT();
 }
@@ -553,41 +570,59 @@ L_LdVar:
   CHECK(LoadVariableAs(code->Type(pc->c), *B.v, A));
   NEXT();
 
-#define ARRAY_GET(Type, field)                                           \
-  {                                                                      \
-    ArrayData* array = B.a;                                              \
-    uint32_t at = static_cast<uint32_t>(C.i) - 1;                        \
-    if (array != nullptr && at < array->Count() && !array->HasBoxes()) { \
-      A.field = array->Data<Type>()[at];                                 \
-    } else {                                                             \
-      SAVE();                                                            \
-      CHECK(ElementAt(array, C.i, A));                                   \
-    }                                                                    \
-    NEXT();                                                              \
+#define PUT_BITS(value) A.bits = (value)
+#define ARRAY_GET(Type, put)              \
+  {                                       \
+    ArrayData* array = B.a;               \
+    const uint32_t at = Position(C.i);    \
+    if (HasPlain(array, at)) [[likely]] { \
+      put(array->Data<Type>()[at]);       \
+    } else {                              \
+      SAVE();                             \
+      CHECK(ElementAt(array, C.i, A));    \
+    }                                     \
+    NEXT();                               \
   }
 L_AGet8:
-  ARRAY_GET(int8_t, i)
+  ARRAY_GET(int8_t, PUT_INT)
 L_AGet32:
-  ARRAY_GET(int32_t, i)
+  ARRAY_GET(int32_t, PUT_INT)
 L_AGet64:
-  ARRAY_GET(uint64_t, bits)
+  ARRAY_GET(uint64_t, PUT_BITS)
+#define GLOBAL_ARRAY_GET(Type, put)                                          \
+  {                                                                          \
+    GlobalSlot& slot = code->Global(pc->b);                                  \
+    const uint32_t at = Position(C.i);                                       \
+    if (slot.HasCell(run_.epoch) && HasPlain(slot.cell->a, at)) [[likely]] { \
+      put(slot.cell->a->Data<Type>()[at]);                                   \
+    } else {                                                                 \
+      SAVE();                                                                \
+      CHECK(GlobalElementAt(slot, C.i, A));                                  \
+    }                                                                        \
+    NEXT();                                                                  \
+  }
+L_GGet8:
+  GLOBAL_ARRAY_GET(int8_t, PUT_INT)
+L_GGet32:
+  GLOBAL_ARRAY_GET(int32_t, PUT_INT)
+L_GGet64:
+  GLOBAL_ARRAY_GET(uint64_t, PUT_BITS)
 L_AGetA:
   SAVE();
   CHECK(ElementAsVariable(B.a, C.i, A));
   NEXT();
 
-#define ARRAY_SET(cell, Type, field)                                                           \
-  {                                                                                            \
-    Cell& place = (cell);                                                                      \
-    ArrayData* array = place.a;                                                                \
-    uint32_t at = static_cast<uint32_t>(B.i) - 1;                                              \
-    if (array != nullptr && at < array->Count() && !array->IsShared() && !array->HasBoxes()) { \
-      array->Data<Type>()[at] = static_cast<Type>(C.field);                                    \
-    } else {                                                                                   \
-      SAVE();                                                                                  \
-      CHECK(StoreElement(place, B.i, C));                                                      \
-    }                                                                                          \
-    NEXT();                                                                                    \
+#define ARRAY_SET(cell, Type, field)                                \
+  {                                                                 \
+    Cell& place = (cell);                                           \
+    const uint32_t at = Position(B.i);                              \
+    if (HasPlain(place.a, at) && !place.a->IsShared()) [[likely]] { \
+      place.a->Data<Type>()[at] = static_cast<Type>(C.field);       \
+    } else {                                                        \
+      SAVE();                                                       \
+      CHECK(StoreElement(place, B.i, C));                           \
+    }                                                               \
+    NEXT();                                                         \
   }
 L_ASet8:
   ARRAY_SET(A, int8_t, i)
@@ -601,6 +636,25 @@ L_ASetP32:
   ARRAY_SET(*static_cast<Cell*>(A.p), int32_t, i)
 L_ASetP64:
   ARRAY_SET(*static_cast<Cell*>(A.p), uint64_t, bits)
+#define GLOBAL_ARRAY_SET(Type, field)                                                  \
+  {                                                                                    \
+    GlobalSlot& slot = code->Global(pc->a);                                            \
+    const uint32_t at = Position(B.i);                                                 \
+    const bool found = slot.HasCell(run_.epoch);                                       \
+    if (found && HasPlain(slot.cell->a, at) && !slot.cell->a->IsShared()) [[likely]] { \
+      slot.cell->a->Data<Type>()[at] = static_cast<Type>(C.field);                     \
+    } else {                                                                           \
+      SAVE();                                                                          \
+      CHECK(StoreGlobalElement(slot, B.i, C));                                         \
+    }                                                                                  \
+    NEXT();                                                                            \
+  }
+L_GSet8:
+  GLOBAL_ARRAY_SET(int8_t, i)
+L_GSet32:
+  GLOBAL_ARRAY_SET(int32_t, i)
+L_GSet64:
+  GLOBAL_ARRAY_SET(uint64_t, bits)
 L_ASetPO:
   SAVE();
   CHECK(StoreElementCopy(*static_cast<Cell*>(A.p), B.i, C));
@@ -615,9 +669,13 @@ L_SGet : {
   NEXT();
 }
 L_SSetP : {
-  SAVE();
-  StructData* data = Unshare(static_cast<Cell*>(A.p)->st);
-  *data->Slot(pc->b) = C;
+  StructData* data = static_cast<Cell*>(A.p)->st;
+  if (!data->IsShared() && !data->HasBoxes()) [[likely]] {
+    data->Cells()[pc->b] = C;
+  } else {
+    SAVE();
+    *Unshare(static_cast<Cell*>(A.p)->st)->Slot(pc->b) = C;
+  }
   NEXT();
 }
 L_SSetPO : {
@@ -635,14 +693,38 @@ L_SSetPT : {
 L_LeaL:
   A.p = &B;
   NEXT();
-L_LeaM:
-  SAVE();
-  A.p = Unshare(static_cast<Cell*>(B.p)->st)->Slot(pc->c);
+L_LeaM : {
+  StructData* data = static_cast<Cell*>(B.p)->st;
+  if (!data->IsShared() && !data->HasBoxes()) [[likely]] {
+    A.p = &data->Cells()[pc->c];
+  } else {
+    SAVE();
+    A.p = Unshare(static_cast<Cell*>(B.p)->st)->Slot(pc->c);
+  }
   NEXT();
-L_LeaE:
-  SAVE();
-  CHECK(ElementAddress(*static_cast<Cell*>(B.p), C.i, A));
+}
+L_LeaE : {
+  Cell& place = *static_cast<Cell*>(B.p);
+  const uint32_t at = Position(C.i);
+  if (IsPlaceIn(place.a, at)) [[likely]] {
+    A.p = place.a->Data<Cell>() + at;
+  } else {
+    SAVE();
+    CHECK(ElementAddress(place, C.i, A));
+  }
   NEXT();
+}
+L_LeaGE : {
+  GlobalSlot& slot = code->Global(pc->b);
+  const uint32_t at = Position(C.i);
+  if (slot.HasCell(run_.epoch) && IsPlaceIn(slot.cell->a, at)) [[likely]] {
+    A.p = slot.cell->a->Data<Cell>() + at;
+  } else {
+    SAVE();
+    CHECK(GlobalElementAddress(slot, C.i, A));
+  }
+  NEXT();
+}
 L_BoxM:
   SAVE();
   CHECK(BoxMember(*static_cast<Cell*>(B.p), pc->c, A));
@@ -687,7 +769,7 @@ L_VAppend:
   CHECK(AppendToVariable(*A.v, code->Type(pc->c), B));
   NEXT();
 L_ASize:
-  A.i = B.a == nullptr ? 0 : static_cast<int32_t>(B.a->Count());
+  PUT_INT(B.a == nullptr ? 0 : static_cast<int32_t>(B.a->Count()));
   NEXT();
 
 L_Push:
@@ -736,10 +818,10 @@ L_AnyTo : {
   NEXT();
 }
 L_AnyInt:
-  A.i = B.v->GetIntegerValue();
+  PUT_INT(B.v->GetIntegerValue());
   NEXT();
 L_AnyBool:
-  A.i = B.v->GetBoolValue() != 0;
+  PUT_INT(B.v->GetBoolValue() != 0);
   NEXT();
 L_AssignV:
   SAVE();

@@ -109,7 +109,7 @@ bool Machine::ResolveGlobal(GlobalSlot& slot) {
   if (variable == nullptr) return Raise(ERR_VARNOTDECLARED, slot.use->name.View());
   slot.variable = variable;
   slot.cell = HasLayoutOf(*variable, *slot.use->type) ? CellOf(*variable) : nullptr;
-  slot.epoch = run_.epoch;
+  slot.found = run_.epoch | (slot.cell == nullptr ? GlobalSlot::kWithoutCell : 0);
   return true;
 }
 
@@ -130,7 +130,7 @@ bool Machine::LoadVariableAs(const TypeDesc& type, Variable& variable, Cell& out
 }
 
 bool Machine::LoadGlobal(GlobalSlot& slot, Cell& out) {
-  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return false;
+  if (!slot.IsFound(run_.epoch) && !ResolveGlobal(slot)) return false;
   if (slot.cell != nullptr) {
     out = *slot.cell;
     return true;
@@ -158,7 +158,7 @@ void Machine::KeepConverted(Kind kind, Cell value) {
 }
 
 bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
-  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.use->name, true);
+  if (!slot.IsFound(run_.epoch) && !ResolveGlobal(slot)) return NoVariable(slot.use->name, true);
   Kind kind = slot.use->type->GetKind();
   if (slot.cell != nullptr && FitsAsItIs(kind, *slot.cell, value)) {
     if (IsManaged(kind))
@@ -173,7 +173,7 @@ bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
 }
 
 bool Machine::GlobalAddress(GlobalSlot& slot, Cell& out) {
-  if (slot.epoch != run_.epoch && !ResolveGlobal(slot)) return NoVariable(slot.use->name, true);
+  if (!slot.IsFound(run_.epoch) && !ResolveGlobal(slot)) return NoVariable(slot.use->name, true);
   if (slot.cell == nullptr)
     return RaiseMismatch(slot.use->name.View(), *slot.use->type, *TypeOf(*slot.variable));
   out.p = slot.cell;
@@ -260,6 +260,7 @@ std::string_view Machine::TargetName() const {
     if (at->a != reg || !info.a.IsWritten()) continue;
     switch (info.b.holds) {
       case Holds::Global:
+      case Holds::GlobalArray64:
         return code.globals[at->b].name.View();
       case Holds::Name:
         return code.names[at->b].View();
@@ -339,6 +340,11 @@ bool Machine::ElementAt(ArrayData* array, int32_t index, Cell& out) {
   return CheckElement(ReadElement(array, index, out), array, index);
 }
 
+bool Machine::GlobalElementAt(GlobalSlot& slot, int32_t index, Cell& out) {
+  Cell array = ZeroCell();
+  return LoadGlobal(slot, array) && ElementAt(array.a, index, out);
+}
+
 bool Machine::ElementAsVariable(ArrayData* array, int32_t index, Cell& out) {
   if (array != nullptr && array->HasBoxes()) SweepArray(*array);
   return CheckElement(CopyElement(array, index, out.v), array, index);
@@ -363,22 +369,25 @@ bool Machine::StoreElement(Cell& place, int32_t index, Cell value) {
   return true;
 }
 
+bool Machine::StoreGlobalElement(GlobalSlot& slot, int32_t index, Cell value) {
+  Cell array = ZeroCell();
+  return GlobalAddress(slot, array) && StoreElement(*static_cast<Cell*>(array.p), index, value);
+}
+
 bool Machine::ElementAddress(Cell& place, int32_t index, Cell& out) {
-  // The common case of what follows, without a call: an array of its own, no element of it held.
-  ArrayData* array = place.a;
-  const uint32_t at = static_cast<uint32_t>(index) - 1;
-  if (array != nullptr && at < array->Written() && !array->IsShared() && !array->HasBoxes()) {
-    out.p = array->Data<Cell>() + at;
-    return true;
-  }
   if (place.a != nullptr && place.a->HasBoxes()) {
     SweepArray(*place.a);
-    if (nativeDepth_ <= 1) place.a->SweepBox(at);
+    if (nativeDepth_ <= 1) place.a->SweepBox(static_cast<uint32_t>(index) - 1);
   }
   Place part{&place, TypeDesc::Of(Kind::Array).Get()};
   if (!CheckElement(EnterElement(part, index), place.a, index)) return false;
   out.p = part.cell;
   return true;
+}
+
+bool Machine::GlobalElementAddress(GlobalSlot& slot, int32_t index, Cell& out) {
+  Cell array = ZeroCell();
+  return GlobalAddress(slot, array) && ElementAddress(*static_cast<Cell*>(array.p), index, out);
 }
 
 bool Machine::BoxElement(Cell& place, int32_t index, Cell& out) {
@@ -664,7 +673,7 @@ bool Machine::IsCaseSensitive() {
   }
   if ((code != nullptr && code->ownsCaseSwitch) || !extraLocals_.empty())
     return host_.SwitchValue("StrCase") != 0;
-  if (caseSwitch_.epoch != run_.epoch) {
+  if (!caseSwitch_.IsFound(run_.epoch)) {
     int32_t error = run_.errorCode;
     if (!ResolveGlobal(caseSwitch_)) {
       // The host has removed it; that is no error of the script's.
