@@ -92,7 +92,7 @@ ROWS = [
         "if a <= b\n n += 1\n endif", 4400),
     Row("elif chain over 50 strings", "", TWO_TEXTS, 'a = "case50"',
         'if a == "case0"\n n += 1\n' + "".join(f' elif a == "case{n}"\n n += 1\n' for n in range(1, 51)) + " endif",
-        9500),
+        3180),
     Row("append to a member, 50,000 bytes", "struct Page\n string text\nendstruct", "Page p",
         f"p.text = {repeated('x', 50000)}", 'p.text += "x"',
         Neighbour("", "string text", f"text = {repeated('x', 50000)}", 'text += "x"')),

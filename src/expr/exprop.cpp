@@ -1,6 +1,7 @@
 #include "expr/exprop.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
 #include "engine/arith.h"
@@ -242,12 +243,19 @@ CompareOps CompareFor(Ops::Operator_e code) {
   }
 }
 
+bool IsEquality(Ops::Operator_e code) { return code == Ops::OP_EQUAL || code == Ops::OP_NOTEQUAL; }
+
 Operand LowerTextComparison(CodeBuilder& b, Ops::Operator_e code, uint32_t mark,
                             const Operand& left, const Operand& right) {
   Operand l = b.ToReg(left);
   Operand r = b.ToReg(right);
+  if (IsEquality(code) && !b.Owns(l) && !b.Owns(r)) {
+    const uint16_t reg = ResultAt(b, mark);
+    b.Emit(code == Ops::OP_EQUAL ? Op::SEq : Op::SNe, reg, l.reg, r.reg);
+    return BoolOperand(b, reg);
+  }
   uint16_t order = b.NewTemp();
-  bool equality = code == Ops::OP_EQUAL || code == Ops::OP_NOTEQUAL;
+  const bool equality = IsEquality(code);
   b.Emit(code == Ops::OP_EQUAL ? Op::SEq : equality ? Op::SNe : Op::SCmp, order, l.reg, r.reg);
   b.Free(r);
   b.Free(l);
@@ -490,6 +498,33 @@ void EmitCompareJump(CodeBuilder& b, Ops::Operator_e code, bool jumpWhen, const 
   b.EmitJump(sides.doubles ? jump.doubles : jump.ints, l.reg, r.reg, target);
 }
 
+bool ComparesTextsForEquality(const ExpressionOperator& op) {
+  return IsEquality(op.GetOperator()) && op.GetChild(0)->Type()->GetKind() == Kind::String &&
+         op.GetChild(1)->Type()->GetKind() == Kind::String;
+}
+
+/// Compares and jumps in one instruction where nothing has to be released in between.
+void LowerTextTest(CodeBuilder& b, const ExpressionOperator& op, uint32_t mark, const Operand& left,
+                   const Operand& right, Label& target, bool jumpWhen) {
+  const auto isText = [&b](const Operand& side) {
+    return side.kind == Kind::String && !b.Owns(side);
+  };
+  if (!isText(left) || !isText(right)) {
+    const bool areTexts = left.kind == Kind::String && right.kind == Kind::String;
+    const Operand same = areTexts ? LowerTextComparison(b, op.GetOperator(), mark, left, right)
+                                  : LowerGeneric(b, op.GetOperatorIndex(), left, &right, mark);
+    b.EmitJump(jumpWhen ? Op::JT : Op::JF, b.ToReg(b.ToCondition(same)).reg, 0, target);
+    return;
+  }
+  const bool whenEqual = (op.GetOperator() == Ops::OP_EQUAL) == jumpWhen;
+  const Operand l = b.ToReg(left);
+  if (right.place == Operand::Place::Const && right.index < 0x10000) {
+    b.EmitJump(whenEqual ? Op::JSEqK : Op::JSNeK, l.reg, right.index, target);
+  } else {
+    b.EmitJump(whenEqual ? Op::JSEq : Op::JSNe, l.reg, b.ToReg(right).reg, target);
+  }
+}
+
 void LowerTest(CodeBuilder& b, const ExpressionBase& expression, Label& target, bool jumpWhen,
                bool asTruth);
 
@@ -518,6 +553,80 @@ bool LowerLogicalCondition(CodeBuilder& b, const ExpressionOperator& op, Label& 
   return true;
 }
 
+/// A side of a logical operator in a condition: what was computed may be its opposite.
+struct Truth {
+  Operand value;
+  bool isOpposite = false;
+};
+
+const ExpressionOperator* AsNegation(const ExpressionBase& node) {
+  if (node.GetKind() != EXPRESSION_OPERATOR) return nullptr;
+  const auto& op = static_cast<const ExpressionOperator&>(node);
+  const bool negates =
+      op.GetOperator() == Ops::OP_NOT && IsIntLike(op.GetChild(0)->Type()->GetKind());
+  return negates ? &op : nullptr;
+}
+
+Truth LowerTruth(CodeBuilder& b, const ExpressionBase& expression) {
+  const ExpressionBase& node = Unwrap(expression);
+  const ExpressionOperator* negation = AsNegation(node);
+  if (negation == nullptr) return {node.Lower(b)};
+  const uint32_t mark = b.Mark();
+  const Operand value = negation->GetChild(0)->Lower(b);
+  if (value.kind != Kind::Any) return {value, true};
+  return {LowerGeneric(b, negation->GetOperatorIndex(), value, nullptr, mark)};
+}
+
+Operand Settled(CodeBuilder& b, const Truth& truth) {
+  if (!truth.isOpposite) return truth.value;
+  const Operand value = b.ToReg(b.ToTruth(truth.value));
+  const uint16_t reg = b.NewTemp();
+  b.Emit(Op::LNot, reg, value.reg);
+  return BoolOperand(b, reg);
+}
+
+/// Of two opposites the opposite of the result is computed: !a && !b is !(a || b).
+Truth JoinTruths(CodeBuilder& b, const ExpressionOperator& op, uint32_t mark, const Truth& left,
+                 const Truth& right) {
+  const bool areOpposites = left.isOpposite && right.isOpposite;
+  Operand l = areOpposites ? left.value : Settled(b, left);
+  Operand r = areOpposites ? right.value : Settled(b, right);
+  if (l.kind == Kind::Any || r.kind == Kind::Any)
+    return {LowerGeneric(b, op.GetOperatorIndex(), l, &r, mark)};
+  const bool isAnd = (op.GetOperator() == Ops::OP_AND) != areOpposites;
+  // For "or" any bit of an integer will do.
+  if (isAnd || !IsIntLike(l.kind)) l = b.ToTruth(l);
+  if (isAnd || !IsIntLike(r.kind)) r = b.ToTruth(r);
+  l = b.ToReg(l);
+  r = b.ToReg(r);
+  const uint16_t reg = ResultAt(b, mark);
+  b.Emit(isAnd ? Op::AndI : Op::OrI, reg, l.reg, r.reg);
+  const Kind kind = std::max(l.kind, r.kind);
+  return {b.InReg(kind, reg, TypeDesc::Of(kind)), areOpposites};
+}
+
+/// A chain of && and || whose sides are all evaluated, for a jump.
+std::optional<Truth> LowerLogicalTruth(CodeBuilder& b, const ExpressionBase& expression) {
+  std::vector<const ExpressionOperator*> chain;  // walked down and up again as in LowerNode
+  const ExpressionBase* bottom = &expression;
+  while (bottom->GetKind() == EXPRESSION_OPERATOR) {
+    const auto* op = static_cast<const ExpressionOperator*>(bottom);
+    if (!IsLogical(op->GetOperator())) break;
+    for (uint32_t i = 0; i < 2; ++i)
+      if (!IsIntLike(op->GetChild(i)->Type()->GetKind())) return {};
+    chain.push_back(op);
+    bottom = op->GetChild(0);
+  }
+  const uint32_t mark = b.Mark();
+  Truth truth = LowerTruth(b, *bottom);
+  for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
+    const Truth right = LowerTruth(b, *(*node)->GetChild(1));
+    const SourceMark source(b, (*node)->SourceOffset());
+    truth = JoinTruths(b, **node, mark, truth, right);
+  }
+  return truth;
+}
+
 /// Whether a comparison of these static types compares numbers.
 bool ComparesNumbers(const ExpressionOperator& op) {
   for (uint32_t i = 0; i < 2; ++i) {
@@ -544,6 +653,13 @@ void LowerTest(CodeBuilder& b, const ExpressionBase& expression, Label& target, 
       }
     }
     if (IsLogical(op.GetOperator()) && LowerLogicalCondition(b, op, target, jumpWhen)) return;
+    if (ComparesTextsForEquality(op) && !b.WideJumps()) {
+      const Operand left = op.GetChild(0)->Lower(b);
+      const Operand right = op.GetChild(1)->Lower(b);
+      LowerTextTest(b, op, mark, left, right, target, jumpWhen);
+      b.Reset(mark);
+      return;
+    }
     if (IsComparison(op.GetOperator()) && ComparesNumbers(op) && !b.WideJumps()) {
       const Operand left = op.GetChild(0)->Lower(b);
       const Operand right = op.GetChild(1)->Lower(b);
@@ -558,7 +674,12 @@ void LowerTest(CodeBuilder& b, const ExpressionBase& expression, Label& target, 
       return;
     }
   }
-  const Operand operand = expression.Lower(b);
+  std::optional<Truth> truth;
+  const bool isLogical = node.GetKind() == EXPRESSION_OPERATOR &&
+                         IsLogical(static_cast<const ExpressionOperator&>(node).GetOperator());
+  if (isLogical) truth = LowerLogicalTruth(b, node);
+  const Operand operand = truth ? truth->value : expression.Lower(b);
+  if (truth && truth->isOpposite) jumpWhen = !jumpWhen;
   Operand value = asTruth ? b.ToTruth(operand) : b.ToCondition(operand);
   if (value.place == Operand::Place::Imm) {
     if ((value.imm != 0) == jumpWhen) b.Jump(target);

@@ -23,8 +23,12 @@ BoundCode::BoundCode(const Code* code)
       types_(code->types.data()),
       globals_(MakeIfAny<GlobalSlot>(code->globals.size())),
       callees_(MakeIfAny<Callee>(code->procedures.size())),
+      ownedLocals_(code->ownedLocals),
       registers_(code->registers),
       parameters_(code->parameters) {
+  const auto isArgument = [code](const OwnedRegister& o) { return o.reg < code->parameters; };
+  const auto arguments = std::count_if(ownedLocals_.begin(), ownedLocals_.end(), isArgument);
+  ownedBesideParameters_ = ownedLocals_.subspan(static_cast<size_t>(arguments));
   for (size_t i = 0; i < code->globals.size(); ++i) globals_[i].use = &code->globals[i];
   for (size_t i = 0; i < code->procedures.size(); ++i) callees_[i].procedure = code->procedures[i];
 }

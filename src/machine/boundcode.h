@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 
 #include "machine/code.h"
 
@@ -50,7 +51,10 @@ class BoundCode {
   Callee& CalleeAt(uint32_t index) const { return callees_[index]; }
   uint32_t Registers() const { return registers_; }
   uint32_t Parameters() const { return parameters_; }
-  const std::vector<OwnedRegister>& OwnedLocals() const { return code_->ownedLocals; }
+  /// Ascending.
+  std::span<const OwnedRegister> OwnedLocals() const { return ownedLocals_; }
+  /// Those that begin empty: arguments are there when the frame begins.
+  std::span<const OwnedRegister> OwnedBesideParameters() const { return ownedBesideParameters_; }
 
  private:
   explicit BoundCode(const Code* code);
@@ -62,6 +66,8 @@ class BoundCode {
   const TypeRef* types_;
   std::unique_ptr<GlobalSlot[]> globals_;
   std::unique_ptr<Callee[]> callees_;
+  std::span<const OwnedRegister> ownedLocals_;
+  std::span<const OwnedRegister> ownedBesideParameters_;
   uint32_t registers_;
   uint32_t parameters_;
   std::unique_ptr<const Code> own_;

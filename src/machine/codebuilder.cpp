@@ -172,6 +172,8 @@ void CodeBuilder::EmitJump(Op op, uint32_t a, uint32_t b, Label& label) {
 
 void CodeBuilder::LoopTo(const Label& label) {
   uint32_t at = Emit(Op::Loop);
+  if (at == Pc() - 1 && at > 0 && code_.instrs[at - 1].op == Op::AddIK)
+    code_.instrs[at - 1].op = Op::AddIKL;
   SetJumpTarget(at, *label.pc_);
 }
 

@@ -145,6 +145,7 @@ class CodeBuilder {
   /// While a statement is emitted that calls who may change locals by name: what is read of one is
   /// read before that.
   void SetLocalsChange(bool change) { localsChange_ = change; }
+  bool LocalsChange() const { return localsChange_; }
   bool IsObject(int32_t slot) const;
   bool IsRegister(const VarUse& use) const;
   bool IsDynamic(const VarUse& use) const;

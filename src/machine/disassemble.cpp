@@ -76,6 +76,7 @@ class Disassembler {
         return Put(code_.types[index]->Word());
       case Holds::Constant:
       case Holds::DoubleConstant:
+      case Holds::StringConstant:
         return Put(Constant(index));
       case Holds::StringText:
         return Put('"' + code_.texts[index] + '"');

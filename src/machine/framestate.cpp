@@ -385,6 +385,10 @@ std::string_view FrameState::CheckIndex(const OperandInfo& info, const Instr& at
       return index < code_->constants.size() && code_->constantKinds[index] == Kind::Double
                  ? ""
                  : "index of no double";
+    case Holds::StringConstant:
+      return index < code_->constants.size() && code_->constantKinds[index] == Kind::String
+                 ? ""
+                 : "index of no string";
     case Holds::StringText:
       return in(index, code_->texts.size());
     case Holds::Global:

@@ -107,6 +107,7 @@ enum class Holds : uint8_t {
   Type,
   Constant,
   DoubleConstant,
+  StringConstant,
   StringText,
   Global,
   GlobalArray8,  // a global that is such an array

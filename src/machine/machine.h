@@ -100,12 +100,14 @@ class Machine {
     const BoundCode* code;
     const Instr* pc;  ///< saved while something else runs
     Cell* base;
-    Cell* result;  ///< register of the caller that takes the result
+    /// Register of the caller that takes the result; null when the end returns to native code.
+    Cell* result;
     FrameRoom room;
     uint64_t started;      ///< nanoseconds, while tracing
     uint32_t stackHeight;  ///< of the evaluation stack, when it began
     uint32_t statementCount;
-    bool boundary;  ///< its end returns to native code
+
+    bool IsBoundary() const { return result == nullptr; }
   };
   struct Chunk {
     std::unique_ptr<Cell[]> cells;
@@ -134,11 +136,11 @@ class Machine {
   enum_ProcStatus Loop();
 
   // --- frames (machineframes.cpp) ---
-  void PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result,
-                 bool boundary);
-  void FillFrame(const BoundCode* code, Cell* base, Cell* result, const FrameRoom& room,
-                 bool boundary);
-  bool TryCall(const BoundCode* code, Cell* arguments);
+  void PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result);
+  void CountReadyFrames();
+  void FillFrame(Frame& frame, const BoundCode* code, Cell* base, Cell* result,
+                 const FrameRoom& room);
+  bool TryCall(Frame& caller, const BoundCode* code, Cell* arguments);
   bool PushCall(Callee& callee, Cell* arguments);
   static void ReleaseArguments(const Callable& procedure, Cell* arguments);
   /// Registers for the code at `wanted` in the room, or at the start of the next one's.
@@ -269,7 +271,8 @@ class Machine {
   Stack* stack_ = nullptr;                       ///< evaluation stack of the current run
   const std::atomic<uint32_t>* wake_ = nullptr;  ///< the root context's, while something runs
   std::vector<Frame> frames_;
-  uint32_t readyFrames_ = 0;  ///< how many there may be without a further look
+  /// How many frames there may be without a further look; none while observed code runs.
+  uint32_t readyFrames_ = 0;
   uint32_t frameCount_ = 0;
   std::vector<Chunk> chunks_;
   uint32_t chunk_ = 0;

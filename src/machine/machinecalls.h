@@ -9,36 +9,37 @@
 /// stands apart in machineframes.cpp.
 namespace tamber {
 
-[[gnu::always_inline]] inline void Machine::FillFrame(const BoundCode* code, Cell* base,
-                                                      Cell* result, const FrameRoom& room,
-                                                      bool boundary) {
-  Frame& frame = frames_[frameCount_++];
+[[gnu::always_inline]] inline void Machine::FillFrame(Frame& frame, const BoundCode* code,
+                                                      Cell* base, Cell* result,
+                                                      const FrameRoom& room) {
+  ++frameCount_;
   frame.code = code;
   frame.pc = code->Begin();
   frame.base = base;
   frame.result = result;
   frame.room = room;
   frame.stackHeight = stack_->GetSize();
-  frame.boundary = boundary;
-  for (const OwnedRegister& owned : code->OwnedLocals())
-    if (owned.reg >= code->Parameters()) base[owned.reg].bits = 0;
+  if (!code->OwnedBesideParameters().empty())
+    for (const OwnedRegister& owned : code->OwnedBesideParameters()) base[owned.reg].bits = 0;
 }
 
 /// False, with nothing done, when the call is not as simple as most.
-[[gnu::always_inline]] inline bool Machine::TryCall(const BoundCode* code, Cell* arguments) {
-  if (observed_ || code == nullptr || frameCount_ >= readyFrames_) return false;
-  const FrameRoom room = frames_[frameCount_ - 1].room;
-  if (arguments + code->Registers() > room.end) return false;
-  FillFrame(code, arguments, arguments, room, false);
+[[gnu::always_inline]] inline bool Machine::TryCall(Frame& caller, const BoundCode* code,
+                                                    Cell* arguments) {
+  if (code == nullptr || frameCount_ >= readyFrames_) return false;
+  if (arguments + code->Registers() > caller.room.end) return false;
+  FillFrame((&caller)[1], code, arguments, arguments, caller.room);
   run_.errorCode = 0;
   return true;
 }
 
 [[gnu::always_inline]] inline void Machine::LeaveFrame(const Frame& frame) {
-  for (const OwnedRegister& owned : frame.code->OwnedLocals())
-    ReleaseCell(owned.kind, frame.base[owned.reg]);
+  if (!frame.code->OwnedLocals().empty())
+    for (const OwnedRegister& owned : frame.code->OwnedLocals())
+      ReleaseCell(owned.kind, frame.base[owned.reg]);
   const bool isPlain = extraLocals_.empty() && stack_->GetSize() <= frame.stackHeight && !observed_;
-  if (!isPlain) LeaveScopes(frame);
+  if (!isPlain) [[unlikely]]
+    LeaveScopes(frame);
 }
 
 }  // namespace tamber

@@ -119,7 +119,7 @@ Machine::After Machine::UnwindAll(enum_ProcStatus status) {
     ReleaseLive(frame);
     if (observed_) frame.statementCount -= StatementAt(frame).following;
     LeaveFrame(frame);
-    bool boundary = frame.boundary;
+    bool boundary = frame.IsBoundary();
     --frameCount_;
     if (boundary) break;
   }

@@ -43,6 +43,7 @@ class Machine::StackScope {
     machine.wake_ = machine.run_.rootWake;
     machine.observed_ =
         machine.run_.settings.procedureTrace != 0 || machine.run_.settings.dumpsLocals;
+    machine.CountReadyFrames();
     ++machine.nativeDepth_;
   }
   StackScope(const StackScope&) = delete;
@@ -50,6 +51,7 @@ class Machine::StackScope {
   ~StackScope() {
     machine_.stack_ = stack_;
     machine_.observed_ = observed_;
+    machine_.CountReadyFrames();
     if (--machine_.nativeDepth_ > 0) return;
     for (const Converted& value : machine_.converted_) ReleaseCell(value.kind, value.cell);
     machine_.converted_.clear();
@@ -100,13 +102,17 @@ Cell* Machine::MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room) {
   return chunks_[next].cells.get();
 }
 
-void Machine::PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result,
-                        bool boundary) {
+void Machine::CountReadyFrames() {
+  readyFrames_ =
+      observed_ ? 0 : static_cast<uint32_t>(std::min<size_t>(frames_.size(), kMaxFrames));
+}
+
+void Machine::PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result) {
   if (frames_.size() == frameCount_) {
     frames_.resize(std::max(kFirstFrames, frames_.size() * 2));
-    readyFrames_ = static_cast<uint32_t>(std::min<size_t>(frames_.size(), kMaxFrames));
+    CountReadyFrames();
   }
-  FillFrame(code, base, result, room, boundary);
+  FillFrame(frames_[frameCount_], code, base, result, room);
   // An expression outside any procedure leaves the error of the statement that evaluates it alone.
   if (code->Tables().procedure != nullptr) run_.errorCode = 0;
   if (observed_) TraceEnter(frames_[frameCount_ - 1]);
@@ -120,7 +126,7 @@ bool Machine::PushCall(Callee& callee, Cell* arguments) {
       FrameRoom room = frames_[frameCount_ - 1].room;
       Cell* base = MakeRoom(arguments, code, room);
       if (base != arguments) std::copy(arguments, arguments + code->Parameters(), base);
-      PushFrame(code, base, room, arguments, false);
+      PushFrame(code, base, room, arguments);
       if (!observed_) callee.code = code;
       return true;
     }
@@ -293,7 +299,7 @@ enum_ProcStatus Machine::RunBoundary(const BoundCode* code, Callable* procedure,
   }
   Cell* base = MakeRoom(wanted, code, room);
   if (procedure != nullptr && !BindArguments(*procedure, stack, base)) return PROCSTATUS_FAILED;
-  PushFrame(code, base, room, nullptr, true);
+  PushFrame(code, base, room, nullptr);
   return Run();
 }
 
@@ -327,7 +333,7 @@ bool Machine::IsConstant(const Code& code) {
   if (!code.names.empty()) return false;
   return std::none_of(code.instrs.begin(), code.instrs.end(), [](const Instr& instr) {
     return instr.op == Op::SCmp || instr.op == Op::SEq || instr.op == Op::SNe ||
-           instr.op == Op::Exec;
+           (instr.op >= Op::JSEq && instr.op <= Op::JSNeK) || instr.op == Op::Exec;
   });
 }
 

@@ -10,6 +10,7 @@
 #include "machine/machine.h"
 #include "machine/machinecalls.h"
 #include "machine/machinehost.h"
+#include "machine/machinetexts.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
@@ -83,6 +84,14 @@ enum_ProcStatus Machine::Loop() {
     pc = frame->pc;                    \
     R = frame->base;                   \
   } while (false)
+#define RETURN_TO_CALLER() \
+  do {                     \
+    --frame;               \
+    code = frame->code;    \
+    pc = frame->pc;        \
+    R = frame->base;       \
+    NEXT();                \
+  } while (false)
 #define DISPATCH() goto* kTable[static_cast<uint16_t>(pc->op)]
 #define NEXT()  \
   do {          \
@@ -105,6 +114,12 @@ enum_ProcStatus Machine::Loop() {
   do {                                                   \
     pc += (condition) ? static_cast<int16_t>(pc->c) : 1; \
     DISPATCH();                                          \
+  } while (false)
+#define LOOP()                                                         \
+  do {                                                                 \
+    if (wake_->load(std::memory_order_relaxed) != 0) goto interrupted; \
+    pc += pc->Wide();                                                  \
+    DISPATCH();                                                        \
   } while (false)
 
   RELOAD();
@@ -190,6 +205,10 @@ L_ShrI:
 L_AddIK:
   PUT_INT(AddInt(B.i, IMM));
   NEXT();
+L_AddIKL:
+  PUT_INT(AddInt(B.i, IMM));
+  ++pc;
+  LOOP();
 L_MulIK:
   PUT_INT(MulInt(B.i, IMM));
   NEXT();
@@ -361,9 +380,7 @@ L_Jmp:
   pc += pc->Wide();
   DISPATCH();
 L_Loop:
-  if (wake_->load(std::memory_order_relaxed) != 0) goto interrupted;
-  pc += pc->Wide();
-  DISPATCH();
+  LOOP();
 L_JF:
   pc += A.i == 0 ? pc->Wide() : 1;
   DISPATCH();
@@ -438,6 +455,18 @@ L_SNe:
   SAVE();
   PUT_INT(!SameText(B.s, C.s));
   NEXT();
+L_JSEq:
+  SAVE();
+  JUMP_IF(SameText(A.s, B.s));
+L_JSNe:
+  SAVE();
+  JUMP_IF(!SameText(A.s, B.s));
+L_JSEqK:
+  SAVE();
+  JUMP_IF(SameText(A.s, code->Constant(pc->b).s));
+L_JSNeK:
+  SAVE();
+  JUMP_IF(!SameText(A.s, code->Constant(pc->b).s));
 L_S2C:
   PUT_INT(CellToChar(Kind::String, B));
   NEXT();
@@ -843,8 +872,15 @@ L_Call : {
   }
   SAVE();
   Callee& callee = code->CalleeAt(pc->b);
-  if (!TryCall(callee.code, R + pc->a)) CHECK(PushCall(callee, R + pc->a));
-  RELOAD();
+  if (TryCall(*frame, callee.code, R + pc->a)) [[likely]] {
+    R += pc->a;
+    ++frame;
+    code = callee.code;
+    pc = code->Begin();
+  } else {
+    CHECK(PushCall(callee, R + pc->a));
+    RELOAD();
+  }
   DISPATCH();
 }
 L_ChkRef:
@@ -909,57 +945,37 @@ L_ChkErr:
   RELOAD();
   DISPATCH();
 
-L_Ret : {
-  Cell value = A;
+L_Ret:
+L_RetT : {
+  const Cell value = A;
   LeaveFrame(*frame);
-  if (frame->boundary) {
-    --frameCount_;
+  --frameCount_;
+  if (frame->IsBoundary()) [[unlikely]] {
     result_ = value;
     return PROCSTATUS_ENDED;
   }
   *frame->result = value;
-  --frameCount_;
-  RELOAD();
-  NEXT();
-}
-L_RetT : {
-  Cell value = A;
-  LeaveFrame(*frame);
-  bool boundary = frame->boundary;
-  Cell* result = frame->result;
-  --frameCount_;
-  if (boundary) {
-    result_ = value;
-    return PROCSTATUS_ENDED;
-  }
-  *result = value;
-  RELOAD();
-  NEXT();
+  RETURN_TO_CALLER();
 }
 L_RetDef : {
   SAVE();
   const TypeDesc& type = *code->Tables().returnType;
-  Cell value = type.GetKind() == Kind::EString ? ZeroCell() : DefaultCell(type);
+  const Cell value = type.GetKind() == Kind::EString ? ZeroCell() : DefaultCell(type);
   LeaveFrame(*frame);
-  bool boundary = frame->boundary;
-  Cell* result = frame->result;
   --frameCount_;
-  if (boundary) {
+  if (frame->IsBoundary()) {
     result_ = value;
     return PROCSTATUS_ENDED;
   }
-  *result = value;
-  RELOAD();
-  NEXT();
+  *frame->result = value;
+  RETURN_TO_CALLER();
 }
-L_RetV : {
+L_RetV:
   LeaveFrame(*frame);
-  bool boundary = frame->boundary;
   --frameCount_;
-  if (boundary) return PROCSTATUS_ENDED;
-  RELOAD();
-  NEXT();
-}
+  if (frame->IsBoundary()) [[unlikely]]
+    return PROCSTATUS_ENDED;
+  RETURN_TO_CALLER();
 L_CallScript:
   SAVE();
   host_.CallScript(KelString(TextOf(A.s)));

@@ -64,14 +64,6 @@ int32_t CompareLargeTexts(std::string_view left, std::string_view right, bool ca
   }
 }
 
-/// The first eight bytes; NULs follow on those that there are. Behind a string there is room.
-uint64_t FirstBytes(const StrBuf* text) {
-  if (text == nullptr) return 0;
-  const auto word = words::Load<uint64_t>(text->Data());
-  return text->length >= sizeof(word) ? word : word & ((uint64_t{1} << text->length * 8) - 1);
-}
-static_assert(StrBuf::kSpare >= sizeof(uint64_t));
-
 /// The error for what is being handled: the function threw it.
 int32_t ThrownError(const TamberFunction& function, KelString& text) {
   try {
@@ -702,20 +694,6 @@ bool Machine::AppendAsText(StrBuf*& slot, Kind kind, Cell value) {
   AppendCellText(text, kind, value);
   AppendText(slot, text);
   return true;
-}
-
-bool Machine::SameText(const StrBuf* a, const StrBuf* b) {
-  if (a == b) return true;
-  // Mostly the first byte in which they differ tells, whether case counts or not.
-  const uint64_t left = FirstBytes(a);
-  const uint64_t right = FirstBytes(b);
-  if (left != right) {
-    const int shift = std::countr_zero(left ^ right) & ~7;
-    if (kel::ToLower(static_cast<char>(left >> shift)) !=
-        kel::ToLower(static_cast<char>(right >> shift)))
-      return (words::FindNul(left) & ((uint64_t{1} << shift) - 1)) != 0;
-  }
-  return SameWholeText(TextOf(a), TextOf(b));
 }
 
 bool Machine::SameWholeText(std::string_view left, std::string_view right) {

@@ -123,6 +123,10 @@ class Verifier {
         return;
       }
       const OpInfo& info = InfoOf(at.op);
+      if (at.op == Op::AddIKL && (pc + 1 == Size() || code_.instrs[pc + 1].op != Op::Loop)) {
+        Wrong(pc, "goes on with something else than a loop");
+        return;
+      }
       if (info.MayLeave()) CheckLive(pc, at, state);
       if (info.Has(OpInfo::Fails)) FollowFailure(pc, info, state);
       state.Apply(at);

@@ -49,16 +49,13 @@ bool ProcedureLowering::Run() {
     const size_t first = code_->statements.size();
     const uint32_t next = i + LowerGroup(i);
     builder_.EndStatement();
-    for (size_t entry = first; entry < code_->statements.size(); ++entry) {
-      StatementEntry& e = code_->statements[entry];
-      e.following = (next - 1 - e.statement) & 3;
-      e.resume = builder_.Pc();
-    }
+    EndGroup(first, next, builder_.Pc());
     i = next;
   }
   builder_.Bind(labels_[count + 1]);
   BeginEntry(count + 1);
   builder_.Emit(procedure_.ReturnType() ? Op::RetDef : Op::RetV);
+  for (const Aside& aside : asides_) LowerAside(aside);
   for (const Pad& pad : pads_) LowerPad(pad);
   for (const Exit& exit : exits_) {
     const uint32_t pc = builder_.PcOf(*exit.label);
@@ -73,6 +70,15 @@ bool ProcedureLowering::Run() {
   }
   code_->ShrinkToFit();
   return !builder_.JumpOverflow();
+}
+
+/// `next`: the statement behind the group; failing leads to it, if nothing else is said.
+void ProcedureLowering::EndGroup(size_t firstEntry, uint32_t next, uint32_t resume) {
+  for (size_t entry = firstEntry; entry < code_->statements.size(); ++entry) {
+    StatementEntry& e = code_->statements[entry];
+    e.following = (next - 1 - e.statement) & 3;
+    e.resume = resume;
+  }
 }
 
 Label& ProcedureLowering::LabelOf(int64_t index) {
@@ -111,6 +117,18 @@ void ProcedureLowering::LowerPad(const Pad& pad) {
   builder_.SetLocalsChange(false);
   builder_.EndStatement();
   builder_.Jump(*pad.end);
+}
+
+void ProcedureLowering::LowerAside(const Aside& aside) {
+  builder_.Fence();
+  builder_.Restore(aside.state, procedure_.Locals().Count());
+  const size_t first = code_->statements.size();
+  builder_.SetLocalsChange(aside.localsChange);
+  aside.lower();
+  builder_.SetLocalsChange(false);
+  builder_.EndStatement();
+  builder_.Jump(*aside.end);
+  EndGroup(first, aside.statement + aside.count, builder_.PcOf(*aside.end));
 }
 
 void ProcedureLowering::CheckError(const ExpressionBase& expression) {

@@ -51,6 +51,15 @@ class ProcedureLowering {
     Label* end;
     bool mayBeGone;  ///< what it stores into
   };
+  /// Code for a group that failed, out of the way in the same place.
+  struct Aside {
+    uint32_t statement;  ///< the first of the group
+    uint32_t count;
+    FrameState state;  ///< when the group was begun
+    bool localsChange;
+    std::function<void()> lower;
+    Label* end;
+  };
   struct SelectedAssign {
     uint32_t statement;
     const ExpressionVariable& target;
@@ -70,6 +79,7 @@ class ProcedureLowering {
   const ExpressionBase& ExpressionAt(uint32_t index) const {
     return At<StatementExpression>(index).Expression();
   }
+  void EndGroup(size_t firstEntry, uint32_t next, uint32_t resume);
   Label& LabelOf(int64_t index);
   Label& NewLabel() { return ownLabels_.emplace_back(); }
   size_t BeginEntry(uint32_t statement);
@@ -80,6 +90,7 @@ class ProcedureLowering {
   void AddPad(size_t entry, uint32_t statement, const FrameState& state, uint32_t mark, Label& end,
               std::function<void()> lower);
   void LowerPad(const Pad& pad);
+  void LowerAside(const Aside& aside);
   void CheckError(const ExpressionBase& expression);
   void CountStatements(uint32_t i, uint32_t count);
   uint32_t LowerGroup(uint32_t i);
@@ -112,7 +123,8 @@ class ProcedureLowering {
   size_t LowerSelectedStore(const SelectedAssign& parts, Selecting selecting, Label& noTarget);
   void LowerStoreAfterError(const SelectedAssign& parts, const std::vector<Operand>& indexes,
                             const Operand& result, bool appends);
-  void LowerValueAlone(const SelectedAssign& parts);
+  void AddAside(const SelectedAssign& parts, const FrameState& state, std::function<void()> lower);
+  void LowerValueAlone(const SelectedAssign& parts, Label& alone);
   void StoreEmpty(const VarUse& target, const TypeRef& type);
   void Clear(const Operand& variable);
 
@@ -127,6 +139,7 @@ class ProcedureLowering {
   std::vector<Exit> exits_;
   std::map<size_t, Detour> detours_;  // by entry
   std::vector<Pad> pads_;
+  std::vector<Aside> asides_;
 };
 
 }  // namespace tamber

@@ -271,27 +271,35 @@ void ProcedureLowering::LowerSelectedAssign(uint32_t i, const ExpressionBase& ta
     LowerSelectedStore(parts, Selecting::Late, parts.end);
     return;
   }
+  const FrameState state = builder_.State();
   Label& alone = NewLabel();
   if (calls || SelectingCalls(parts.target)) {
     LowerSelectedStore(parts, Selecting::Early, alone);
-  } else {
-    // A value that only computes is computed first, for the store finds out by itself whether
-    // there is such a target. When one of them fails all is done again in the proper order.
-    Label& again = NewLabel();
-    const size_t valueEntry = LowerSelectedStore(parts, Selecting::Late, alone);
-    for (size_t entry : {valueEntry, valueEntry + 1}) RetryAt(entry, again);
-    builder_.EndStatement();
-    builder_.Jump(parts.end);
+    AddAside(parts, state, [this, parts, &alone] { LowerValueAlone(parts, alone); });
+    return;
+  }
+  // A value that only computes is computed first, for the store finds out by itself whether there
+  // is such a target. When one of them fails all is done again in the proper order.
+  Label& again = NewLabel();
+  const size_t valueEntry = LowerSelectedStore(parts, Selecting::Late, alone);
+  for (size_t entry : {valueEntry, valueEntry + 1}) RetryAt(entry, again);
+  AddAside(parts, state, [this, parts, &again, &alone] {
     builder_.Bind(again);
     LowerSelectedStore(parts, Selecting::Held, alone);
-  }
-  builder_.EndStatement();
-  builder_.Jump(parts.end);
-  builder_.Bind(alone);
-  LowerValueAlone(parts);
+    builder_.EndStatement();
+    builder_.Jump(parts.end);
+    LowerValueAlone(parts, alone);
+  });
 }
 
-void ProcedureLowering::LowerValueAlone(const SelectedAssign& parts) {
+void ProcedureLowering::AddAside(const SelectedAssign& parts, const FrameState& state,
+                                 std::function<void()> lower) {
+  asides_.push_back(
+      {parts.statement, 3, state, builder_.LocalsChange(), std::move(lower), &parts.end});
+}
+
+void ProcedureLowering::LowerValueAlone(const SelectedAssign& parts, Label& alone) {
+  builder_.Bind(alone);
   BeginEntry(parts.statement + 1);
   const Operand unused = parts.value.Lower(builder_);
   CheckError(parts.value);

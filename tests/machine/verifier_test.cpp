@@ -159,6 +159,15 @@ TEST_F(Verified, AnErrorThatLeadsToWhereAValueIsMissing) {
   EXPECT_FOUND(code_.statements[1].resume = code_.statements[2].begin, "one of two ways");
 }
 TEST_F(Verified, AnIndexOutsideItsTable) { EXPECT_FOUND(At(load_).b = 7, "outside its table"); }
+TEST_F(Verified, AnElementOfAGlobalOfAnotherType) {
+  EXPECT_FOUND((At(get_) = {Op::GGet64, At(get_).a, At(load_).b, kN}), "global of another type");
+}
+TEST_F(Verified, AStringConstantThatIsNone) {
+  EXPECT_FOUND((At(store_ + 1) = {Op::JSEqK, kS, 0, 1}), "no string");
+}
+TEST_F(Verified, ALoopThatIsNotThere) {
+  EXPECT_FOUND(At(store_ + 1).op = Op::AddIKL, "something else than a loop");
+}
 TEST_F(Verified, ACodeWithoutAnEnd) { EXPECT_FOUND(code_.instrs.pop_back(), "out of order"); }
 TEST_F(Verified, AnUnknownInstruction) {
   EXPECT_FOUND(At(join_).op = static_cast<Op>(tamber::kOpCount), "no instruction");
