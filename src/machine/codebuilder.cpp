@@ -247,11 +247,9 @@ Operand CodeBuilder::Constant(Kind kind, Cell cell) {
 }
 
 Operand CodeBuilder::TextConstant(std::string_view text) {
-  code_.constants.reserve(code_.constants.size() + 1);
-  code_.constantKinds.reserve(code_.constantKinds.size() + 1);
-  Cell cell = ZeroCell();
-  if (!text.empty()) cell.s = StrBuf::New(text);
-  return Constant(Kind::String, cell);
+  const Operand operand = Constant(Kind::String, ZeroCell());
+  if (!text.empty()) code_.constants[operand.index].s = StrBuf::New(text);
+  return operand;
 }
 
 Operand CodeBuilder::InReg(Kind kind, uint16_t reg, const TypeRef& type) const {
