@@ -169,7 +169,7 @@ class ContextState final : public MachineHost, public CompileHost {
   static Lowered LowerShared(const TamberProcedure& procedure, bool observed);
 
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
-  std::set<std::string> loading;
+  std::multiset<std::string> loading;
 
   std::unique_ptr<CalledScripts> calls;  ///< null until a script was called
   uint32_t keptCalls = 0;                ///< of the root: those of all that call each other
@@ -282,7 +282,7 @@ class ContextState final : public MachineHost, public CompileHost {
   std::shared_ptr<const ScriptText> ReadScript(const KelString& path,
                                                ScriptText::Status& status) override;
   bool LoadModule(const KelString& file, const KelString& callingScript) override;
-  std::set<std::string>& Loading() override { return loading; }
+  std::multiset<std::string>& Loading() override { return loading; }
   KelDebug& Log() override { return debug; }
 
   /// As TamberContext::EvaluateText, for a value that will be assigned to `target`.

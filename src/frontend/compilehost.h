@@ -59,7 +59,7 @@ class CompileHost : public ExpressionNames {
                                                        ScriptText::Status& status) = 0;
   virtual bool LoadModule(const KelString& file, const KelString& callingScript) = 0;
   /// Full paths of scripts that are being loaded now, so that two that include each other end.
-  virtual std::set<std::string>& Loading() = 0;
+  virtual std::multiset<std::string>& Loading() = 0;
   virtual KelDebug& Log() = 0;
 
  protected:

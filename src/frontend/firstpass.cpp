@@ -111,18 +111,19 @@ bool ReadTopLevelLine(CompileSession& session, TamberScript& script) {
   return false;
 }
 
-/// Counts a script among those that are being loaded while it lives.
+/// Counts a script among those that are being loaded while it lives. A host may compile buffers of
+/// one name while another of that name is being read.
 class Loading {
  public:
   Loading(CompileHost& host, const KelString& name)
-      : names_(host.Loading()), name_(names_.insert(name.Str()).first) {}
+      : names_(host.Loading()), name_(names_.insert(name.Str())) {}
   Loading(const Loading&) = delete;
   Loading& operator=(const Loading&) = delete;
   ~Loading() { names_.erase(name_); }
 
  private:
-  std::set<std::string>& names_;
-  std::set<std::string>::iterator name_;
+  std::multiset<std::string>& names_;
+  std::multiset<std::string>::iterator name_;
 };
 
 }  // namespace

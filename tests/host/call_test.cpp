@@ -338,6 +338,18 @@ TEST_F(CallTest, AHandlerMayUseTheContextAndWhatItThrowsIsDropped) {
   EXPECT_EQ(Call<int32_t>(context_, "Good").Value(), 1);
 }
 
+// Each of them counts among those that are being read until it is done.
+TEST_F(CallTest, BuffersOfOneNameAreCompiledWithinEachOther) {
+  RegisterFunction(context_, "int Again (int N)", [](TamberContext& context, int32_t n) {
+    const std::string text = "int g" + std::to_string(n) + " = " +
+                             (n < 3 ? "Again(" + std::to_string(n + 1) + ")" : "5") + "\n";
+    context.CompileScriptBuffer("part", text, 1);
+    return context.GetVariable("g" + std::to_string(n), VARLIST_GLOBAL)->GetIntegerValue() + 1;
+  });
+  ASSERT_NE(context_.CompileScriptBuffer("part", "int g = Again(1)\n", 1), 0);
+  EXPECT_EQ(context_.GetVariable("g", VARLIST_GLOBAL)->GetIntegerValue(), 8);
+}
+
 TEST_F(CallTest, AResetInTheMiddleOfARunEndsItWell) {
   context_.SetOutputSink(
       [](std::string_view, void* user) { static_cast<TamberContext*>(user)->ResetContext(); },
