@@ -170,7 +170,7 @@ bool CalledScript::Settle() {
       std::any_of(declared_.begin(), declared_.end(), isHeld)) {
     return false;  // somebody goes on using the variables of this run
   }
-  own.moduleSlots.clear();
+  static_cast<void>(std::exchange(own.moduleSlots, {}));
   own.handles->Clear();
   own.machine->ClearLocals();
   own.scopes.keptGlobals.reset();

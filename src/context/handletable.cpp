@@ -30,9 +30,8 @@ void* HandleTable::FindObject(int32_t id, const void* kind) const {
 }
 
 bool HandleTable::Release(int32_t id, const void* kind) {
-  if (FindObject(id, kind) == nullptr) return false;
-  entries_.erase(id);
-  return true;
+  // The object may use the table while it is destroyed.
+  return FindObject(id, kind) != nullptr && !entries_.extract(id).empty();
 }
 
 void* HandleTable::ToPointer(int32_t id) {

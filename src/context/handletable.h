@@ -32,7 +32,7 @@ class HandleTable {
   /// Destroys the object; false when there is none of this kind.
   bool Release(int32_t id, const void* kind);
   /// Destroys all objects.
-  void Clear() { entries_.clear(); }
+  void Clear() { static_cast<void>(std::exchange(entries_, {})); }
 
   /// A number as the value of a handle variable, and back; 0 for what cannot be one.
   static void* ToPointer(int32_t id);

@@ -164,9 +164,12 @@ uint32_t FunctionList::AddFunction(std::shared_ptr<const TamberFunction> functio
   if (!function || function->GetName().IsEmpty()) return 0;
   const std::string_view name = function->GetName();
   const uint32_t existing = FindFunctionFromSig(name, *function);
+  // What goes may belong to a host that uses the context once more: the table is whole by then.
+  std::shared_ptr<const TamberFunction> former;
   if (existing != 0) {
     if (!replace) return existing;
     auto& functions = OwnFunctions().functions;
+    former = std::move(functions[existing - 1]);
     functions.erase(functions.begin() + (existing - 1));
   }
   return AddOverload(std::move(function));
@@ -374,17 +377,16 @@ bool FunctionList::ExchangeFunction(const TamberFunction* entry,
   while (index != 0 && GetFunction(index) != entry) index = NextOverload(index);
   if (index == 0) return false;
   Table& table = OwnFunctions();
-  if (former != nullptr) {
-    table.functions[index - 1] = std::move(former);
-  } else {
+  std::swap(table.functions[index - 1], former);
+  if (table.functions[index - 1] == nullptr)
     table.functions.erase(table.functions.begin() + (index - 1));
-  }
   return true;
 }
 
 void FunctionList::ClearList() {
+  const kel::Cow<Table> former = table_;
   table_ = kel::Cow<Table>();
-  waiting_.clear();
+  const auto waiting = std::exchange(waiting_, {});
   version_ = tamber::NextEpoch();
 }
 

@@ -254,6 +254,25 @@ TEST_F(RegisterTest, NothingAsAResultIsTheEmptyValue) {
   EXPECT_EQ(result.Value(), "00");
 }
 
+// What a host's function holds goes when the function is replaced, and may look at the others then.
+TEST_F(RegisterTest, AFunctionThatIsReplacedLeavesTheTableWhole) {
+  size_t named = 0;
+  const auto count = [&](void*) {
+    for (uint32_t i = 1; i <= context_.GetFunctionCount(); ++i)
+      named += context_.GetFunction(i) != nullptr ? 1 : 0;
+  };
+  const auto holder = [&] {
+    return [last = std::shared_ptr<void>(nullptr, count)](int32_t n) { return n; };
+  };
+  const auto table = [&] { return std::exchange(named, 0) == context_.GetFunctionCount(); };
+  ASSERT_NE(RegisterFunction(context_, "int Old (int N)", holder()), 0u);
+  ASSERT_NE(RegisterFunction(context_, "int Old (int N)", Half, {}, true), 0u);
+  EXPECT_TRUE(table());
+  RegisterFunction(context_, "int Old (int N)", holder(), {}, true);
+  context_.FunctionList::ClearList();
+  EXPECT_TRUE(table());
+}
+
 // What a function was passed stays, whatever it does to the variables that it came from.
 TEST_F(RegisterTest, ArgumentsOutliveWhatTheyWereReadFrom) {
   const auto change = [](TamberContext& context, std::string_view text, int32_t times) {
