@@ -355,8 +355,47 @@ Operand ExpressionOperator::LowerBinary(CodeBuilder& b, uint32_t mark, const Ope
   }
 }
 
-Operand ExpressionOperator::LowerSelector(CodeBuilder& b, uint32_t mark,
-                                          const Operand& left) const {
+/// Takes a part out of a result of known type.
+Operand ExpressionOperator::LowerKnownPart(CodeBuilder& b, uint32_t mark,
+                                           const Operand& left) const {
+  const Operand index = code_ == Ops::OP_ARRAYINDEX ? GetChild(1)->Lower(b) : Operand();
+  const uint16_t part = b.NewTemp();
+  if (code_ == Ops::OP_STRUCTMEMBER) {
+    const int32_t member = left.type->Layout()->Find(memberName_.View());
+    b.Emit(Op::SGet, part, left.reg, static_cast<uint32_t>(member));
+  } else {
+    b.Emit(tamber::ElementOp(Type()->GetKind()), part, left.reg,
+           b.ToReg(*b.Convert(index, *TypeDesc::Of(Kind::Int))).reg);
+  }
+  Operand value = tamber::Selected(b, part, Type());
+  if (!value.IsScalar() && !b.Owns(value)) {
+    const uint16_t own = b.NewTemp();
+    b.MoveInto(own, value);
+    b.Free(value);
+    value.reg = own;
+  }
+  b.Free(left);
+  const uint16_t reg = ResultAt(b, mark);
+  b.MoveInto(reg, value);
+  value.reg = reg;
+  return value;
+}
+
+/// Whether what is selected from, a result of a script procedure, tells by its type how: those of
+/// functions are what hosts make them.
+bool ExpressionOperator::IsKnownPart(const CodeBuilder& b, const Operand& left) const {
+  const Kind kind = Type()->GetKind();
+  if (!b.Owns(left) || kind == Kind::Any || kind == Kind::None) return false;
+  if (code_ == Ops::OP_STRUCTMEMBER)
+    return left.kind == Kind::Struct && left.type->Layout() &&
+           left.type->Layout()->Find(memberName_.View()) >= 0;
+  return left.kind == Kind::Array && left.type->Element() &&
+         left.type->Element()->GetKind() == kind && IsIntLike(GetChild(1)->Type()->GetKind());
+}
+
+Operand ExpressionOperator::LowerSelector(CodeBuilder& b, uint32_t mark, const Operand& left,
+                                          bool isProcedures) const {
+  if (isProcedures && IsKnownPart(b, left)) return LowerKnownPart(b, mark, left);
   // Selecting from a result: through variables, so that any shape of value will do.
   b.Push(left);
   if (code_ == Ops::OP_STRUCTMEMBER)
@@ -384,10 +423,11 @@ Operand ExpressionOperator::LowerNode(CodeBuilder& b) const {
     bottom = node->GetChild(0);
   }
   uint32_t mark = b.Mark();
+  const bool isProcedures = bottom->GetKind() == EXPRESSION_PROCEDURE;
   Operand value = bottom->Lower(b);
   for (auto node = chain.rbegin(); node != chain.rend(); ++node) {
     const tamber::SourceMark source(b, (*node)->SourceOffset());
-    value = (*node)->IsSelector() ? (*node)->LowerSelector(b, mark, value)
+    value = (*node)->IsSelector() ? (*node)->LowerSelector(b, mark, value, isProcedures)
                                   : (*node)->LowerBinary(b, mark, value);
   }
   return value;

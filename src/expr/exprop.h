@@ -29,7 +29,10 @@ class ExpressionOperator final : public ExpressionBase {
   tamber::Operand LowerNode(tamber::CodeBuilder& builder) const override;
   tamber::Operand LowerUnary(tamber::CodeBuilder& builder) const;
   tamber::Operand LowerSelector(tamber::CodeBuilder& builder, uint32_t mark,
-                                const tamber::Operand& left) const;
+                                const tamber::Operand& left, bool isProcedures) const;
+  bool IsKnownPart(const tamber::CodeBuilder& builder, const tamber::Operand& left) const;
+  tamber::Operand LowerKnownPart(tamber::CodeBuilder& builder, uint32_t mark,
+                                 const tamber::Operand& left) const;
   tamber::Operand LowerBinary(tamber::CodeBuilder& builder, uint32_t mark,
                               const tamber::Operand& left) const;
 

@@ -27,10 +27,35 @@ Op BySize(Kind element, Op one, Op four, Op eight) {
   return IsOneByte(element) ? one : IsFourBytes(element) ? four : eight;
 }
 
-/// The kind of an element or member as a value in a register: enciphered text is read as text.
-Operand Selected(CodeBuilder& b, uint16_t reg, const tamber::TypeRef& type) {
+/// The instruction that assigns a value of the kind to an element of any type; Nop for none.
+Op AssignsElement(Kind kind) {
+  switch (kind) {
+    case Kind::Bool:
+      return Op::ASetAB;
+    case Kind::Char:
+      return Op::ASetAC;
+    case Kind::Int:
+      return Op::ASetAI;
+    case Kind::Float:
+      return Op::ASetAF;
+    case Kind::Double:
+      return Op::ASetAD;
+    case Kind::String:
+      return Op::ASetAS;
+    default:
+      return Op::Nop;
+  }
+}
+
+}  // namespace
+
+namespace tamber {
+
+Op ElementOp(Kind kind) { return BySize(kind, Op::AGet8, Op::AGet32, Op::AGet64); }
+
+Operand Selected(CodeBuilder& b, uint16_t reg, const TypeRef& type) {
   if (type->GetKind() == Kind::EString) {
-    const tamber::TypeRef& text = TypeDesc::Of(Kind::String);
+    const TypeRef& text = TypeDesc::Of(Kind::String);
     const uint16_t plain = b.NewTemp();
     b.Emit(Op::LdVar, plain, reg, b.TypeIndex(text));
     b.Free(b.InReg(Kind::EString, reg, type));
@@ -39,7 +64,7 @@ Operand Selected(CodeBuilder& b, uint16_t reg, const tamber::TypeRef& type) {
   return b.InReg(type->GetKind(), reg, type);
 }
 
-}  // namespace
+}  // namespace tamber
 
 ExpressionVariable::ExpressionVariable(tamber::VarUse variable)
     : ExpressionBase(EXPRESSION_VARIABLE), variable_(std::move(variable)) {
@@ -133,9 +158,9 @@ Operand ExpressionVariable::Read(CodeBuilder& b, const Indexes& indexes, size_t 
       value = b.InReg(Kind::Any, reg, step.to);
       continue;
     } else {
-      b.Emit(BySize(kind, Op::AGet8, Op::AGet32, Op::AGet64), reg, value.reg, indexes[index++].reg);
+      b.Emit(tamber::ElementOp(kind), reg, value.reg, indexes[index++].reg);
     }
-    value = Selected(b, reg, step.to);
+    value = tamber::Selected(b, reg, step.to);
   }
   return value;
 }
@@ -238,6 +263,16 @@ void ExpressionVariable::LowerStore(CodeBuilder& b, const Indexes& indexes,
                                     const Operand& value) const {
   const Selector& last = selectors_.back();
   Kind kind = last.to->GetKind();
+  const Op assigns =
+      kind == Kind::Any && last.isIndex && !IsDynamic(b) ? AssignsElement(value.kind) : Op::Nop;
+  if (assigns != Op::Nop) {
+    const Operand source = b.ToReg(value);
+    const uint16_t target = LowerAddress(b, indexes, selectors_.size() - 1);
+    const tamber::SourceMark at(b, last.sourceOffset);
+    b.Emit(assigns, target, indexes.back().reg, source.reg);
+    b.Free(source);
+    return;
+  }
   if (IsDynamic(b) || kind == Kind::Any || kind == Kind::EString) {
     Operand kept = b.ToReg(value);
     b.AssignVariable(LowerReference(b, indexes), kept);

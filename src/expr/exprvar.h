@@ -1,6 +1,7 @@
 #pragma once
 
 #include "expr/exprbase.h"
+#include "machine/instruction.h"
 #include "machine/locals.h"
 
 /// A variable, with the indexes and members that follow its name. The children are the index
@@ -65,5 +66,11 @@ namespace tamber {
 
 /// Whether reading the expression is no more than reading a scalar that certainly is there.
 bool IsPlainRead(const CodeBuilder& builder, const ExpressionBase& expression);
+
+/// The instruction that reads an element of this kind, which is not Any.
+Op ElementOp(Kind kind);
+/// An element or member in a register as the value that it is: an encrypted string is read as a
+/// string.
+Operand Selected(CodeBuilder& builder, uint16_t reg, const TypeRef& type);
 
 }  // namespace tamber

@@ -22,6 +22,26 @@ constexpr std::string_view kValues = "more than 65534 values at once";
 constexpr std::string_view kMembers = "more than 65536 members of a structure";
 constexpr std::string_view kNames = "more than 65536 different names";
 
+/// The instruction that reads an element of any type as a value of the kind; Nop for none.
+Op ReadsAs(Kind kind) {
+  switch (kind) {
+    case Kind::Bool:
+      return Op::AGetAB;
+    case Kind::Char:
+      return Op::AGetAC;
+    case Kind::Int:
+      return Op::AGetAI;
+    case Kind::Float:
+      return Op::AGetAF;
+    case Kind::Double:
+      return Op::AGetAD;
+    case Kind::String:
+      return Op::AGetAS;
+    default:
+      return Op::Nop;
+  }
+}
+
 }  // namespace
 
 CodeBuilder::CodeBuilder(Code& code, const LocalTable* locals, const LocalFacts* facts,
@@ -419,10 +439,24 @@ Operand CodeBuilder::ToVariable(const Operand& operand) {
   return InReg(Kind::Any, reg, TypeDesc::Of(Kind::Any));
 }
 
+/// Lets the last instruction, if it read an element of any type into the register, convert it.
+bool CodeBuilder::ConvertLast(uint16_t reg, Kind kind) {
+  if (Pc() == 0 || lastBound_ == Pc() || IsTooLarge()) return false;
+  Instr& last = code_.instrs.back();
+  const Op op = ReadsAs(kind);
+  if (last.op != Op::AGetA || last.a != reg || op == Op::Nop) return false;
+  last.op = op;
+  state_.Drop(reg);
+  state_.Apply(last);
+  return true;
+}
+
 Operand CodeBuilder::ViaVariable(const Operand& operand, const TypeDesc& to) {
   Operand any = operand;
   // Registers hold an enciphered string as its text.
   TypeRef target = to.GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : TypeRef(&to);
+  if (operand.kind == Kind::Any && ConvertLast(operand.reg, target->GetKind()))
+    return InReg(target->GetKind(), operand.reg, target);
   if (operand.kind != Kind::Any) any = ToVariable(operand);
   uint16_t result = NewTemp();
   Emit(Op::AnyTo, result, any.reg, TypeIndex(target));

@@ -183,6 +183,7 @@ class CodeBuilder {
   void MakeIndependent(const Instr& instr);
   void ReleaseGivenBack();
   void RecordLive(const Instr& instr);
+  bool ConvertLast(uint16_t reg, Kind kind);
   Operand ViaVariable(const Operand& operand, const TypeDesc& to);
   bool IsTooLarge() const { return !exceeded_.empty(); }
   void Exceed(std::string_view limit);

@@ -216,9 +216,12 @@ class Machine {
   bool StoreObject(const Code& code, Cell* registers, const Instr& at, bool take);
   bool LoadVariableAs(const TypeDesc& type, Variable& variable, Cell& out);
   void Declare(const Code& code, Cell* registers, const Instr& at);
+  void SweepBeforeHolding(ArrayData* array, int32_t index);
   bool ElementAt(ArrayData* array, int32_t index, Cell& out);
   bool ElementAsVariable(ArrayData* array, int32_t index, Cell& out);
   bool GlobalElementAt(GlobalSlot& slot, int32_t index, Cell& out);
+  bool ElementAs(Kind kind, const ArrayData* array, int32_t index, Cell& out);
+  bool AssignElement(Cell& array, int32_t index, Kind kind, Cell value);
   bool StoreElement(Cell& array, int32_t index, Cell value);
   bool StoreGlobalElement(GlobalSlot& slot, int32_t index, Cell value);
   bool StoreElementCopy(Cell& array, int32_t index, Cell value);

@@ -641,6 +641,33 @@ L_AGetA:
   CHECK(ElementAsVariable(B.a, C.i, A));
   NEXT();
 
+#define ARRAY_GET_AS(kind, Type, field)                          \
+  {                                                              \
+    ArrayData* array = B.a;                                      \
+    const uint32_t at = Position(C.i);                           \
+    if (HasPlain(array, at) && array->StorageKind() == (kind)) { \
+      A.field = array->Data<Type>()[at];                         \
+    } else {                                                     \
+      SAVE();                                                    \
+      CHECK(ElementAs(kind, array, C.i, A));                     \
+    }                                                            \
+    NEXT();                                                      \
+  }
+L_AGetAB:
+  ARRAY_GET_AS(Kind::Bool, int8_t, i)
+L_AGetAC:
+  ARRAY_GET_AS(Kind::Char, int8_t, i)
+L_AGetAI:
+  ARRAY_GET_AS(Kind::Int, int32_t, i)
+L_AGetAF:
+  ARRAY_GET_AS(Kind::Float, float, f)
+L_AGetAD:
+  ARRAY_GET_AS(Kind::Double, double, d)
+L_AGetAS:
+  SAVE();
+  CHECK(ElementAs(Kind::String, B.a, C.i, A));
+  NEXT();
+
 #define ARRAY_SET(cell, Type, field)                                \
   {                                                                 \
     Cell& place = (cell);                                           \
@@ -691,6 +718,35 @@ L_ASetPO:
 L_ASetPT:
   SAVE();
   CHECK(StoreElement(*static_cast<Cell*>(A.p), B.i, C));
+  NEXT();
+
+#define ARRAY_SET_AS(kind, Type, field)                                                    \
+  {                                                                                        \
+    Cell& place = *static_cast<Cell*>(A.p);                                                \
+    const uint32_t at = Position(B.i);                                                     \
+    const bool isPlain =                                                                   \
+        HasPlain(place.a, at) && !place.a->IsShared() && place.a->StorageKind() == (kind); \
+    if (isPlain) {                                                                         \
+      place.a->Data<Type>()[at] = static_cast<Type>(C.field);                              \
+    } else {                                                                               \
+      SAVE();                                                                              \
+      CHECK(AssignElement(place, B.i, kind, C));                                           \
+    }                                                                                      \
+    NEXT();                                                                                \
+  }
+L_ASetAB:
+  ARRAY_SET_AS(Kind::Bool, int8_t, i)
+L_ASetAC:
+  ARRAY_SET_AS(Kind::Char, int8_t, i)
+L_ASetAI:
+  ARRAY_SET_AS(Kind::Int, int32_t, i)
+L_ASetAF:
+  ARRAY_SET_AS(Kind::Float, float, f)
+L_ASetAD:
+  ARRAY_SET_AS(Kind::Double, double, d)
+L_ASetAS:
+  SAVE();
+  CHECK(AssignElement(*static_cast<Cell*>(A.p), B.i, Kind::String, C));
   NEXT();
 L_SGet : {
   StructData* data = B.st;

@@ -322,6 +322,13 @@ void Machine::SweepArray(ArrayData& array) {
   if (nativeDepth_ <= 1) array.SweepWhenDue();
 }
 
+/// An object that is wanted again is not made anew.
+void Machine::SweepBeforeHolding(ArrayData* array, int32_t index) {
+  const uint32_t at = static_cast<uint32_t>(index) - 1;
+  const bool isNew = array != nullptr && array->HasBoxes() && !array->HasBox(at);
+  if (isNew && nativeDepth_ <= 1 && at < array->Count()) array->SweepForAnother();
+}
+
 bool Machine::HasElement(const ArrayData* array, int32_t index) {
   const bool has = array != nullptr && static_cast<uint32_t>(index) - 1 < array->Count();
   return has || RaiseBounds(array, index);
@@ -340,6 +347,38 @@ bool Machine::GlobalElementAt(GlobalSlot& slot, int32_t index, Cell& out) {
 bool Machine::ElementAsVariable(ArrayData* array, int32_t index, Cell& out) {
   if (array != nullptr && array->HasBoxes()) SweepArray(*array);
   return CheckElement(CopyElement(array, index, out.v), array, index);
+}
+
+bool Machine::ElementAs(Kind kind, const ArrayData* array, int32_t index, Cell& out) {
+  Cell element = ZeroCell();
+  if (!CheckElement(ReadElement(array, index, element), array, index)) return false;
+  if (array->StorageKind() == kind) {
+    out = CopyCell(kind, element);
+    return true;
+  }
+  const bool isObject = array->StorageKind() == Kind::Any;
+  const TypeDesc& from = isObject ? *TypeOf(*element.v) : *array->ElementType();
+  const TypeDesc& type = *TypeDesc::Of(kind);
+  Cell value = ZeroCell();
+  if (!ConvertCell(type, from, isObject ? *CellOf(*element.v) : element, value))
+    return RaiseMismatch("", type, from);
+  out = value;
+  return true;
+}
+
+bool Machine::AssignElement(Cell& place, int32_t index, Kind kind, Cell value) {
+  if (place.a != nullptr && place.a->StorageKind() == kind)
+    return StoreElementCopy(place, index, value);
+  if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
+  const TypeDesc& from = *TypeDesc::Of(kind);
+  const Place array{&place, TypeDesc::Of(Kind::Array).Get()};
+  const Stored stored = tamber::StoreElement(array, index, from, value);
+  if (stored != Stored::Mismatch) return CheckElement(stored, place.a, index);
+  Cell element = ZeroCell();
+  if (!CheckElement(ReadElement(place.a, index, element), place.a, index)) return false;
+  const bool isObject = place.a->StorageKind() == Kind::Any;
+  return RaiseMismatch(TargetName(), isObject ? *TypeOf(*element.v) : *place.a->ElementType(),
+                       from);
 }
 
 /// Stores a value of its own like `value`, which may be a part of the array.
@@ -383,7 +422,7 @@ bool Machine::GlobalElementAddress(GlobalSlot& slot, int32_t index, Cell& out) {
 }
 
 bool Machine::BoxElement(Cell& place, int32_t index, Cell& out) {
-  if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
+  SweepBeforeHolding(place.a, index);
   Whole array = Whole::Register(place);
   if (!CheckElement(array.HoldElement(index), place.a, index)) return false;
   out.v = array.Object()->Duplicate();
@@ -424,7 +463,7 @@ bool Machine::SelectElement(Cell& variable, int32_t index) {
   if (KindOf(*variable.v) != Kind::Array)
     return Raise(ERR_VARNOTARRAY, variable.v->OwnName().View());
   Cell& place = *CellOf(*variable.v);
-  if (place.a != nullptr && place.a->HasBoxes()) SweepArray(*place.a);
+  SweepBeforeHolding(place.a, index);
   Whole array(*variable.v);
   if (!CheckElement(array.HoldElement(index), place.a, index)) return false;
   Variable* selected = array.Object()->Duplicate();

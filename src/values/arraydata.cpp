@@ -332,7 +332,7 @@ ArrayData* ArrayData::Copy() const {
 }
 
 void ArrayData::NeedBoxes() {
-  if (boxes_ == nullptr) boxes_ = std::make_unique<BoxMap>();
+  if (boxes_ == nullptr) boxes_.reset(new BoxMap);
 }
 
 Variable* ArrayData::Box(uint32_t at) {
@@ -396,7 +396,8 @@ inline bool ArrayData::TakeIn(uint32_t at, Variable* box) {
     Variable& object = *Data<Cell>()[at].v;
     return VariableAccess::Holders(object) == 0 && SweepInside(object);
   }
-  if (!CanUnbox(*box, *element_)) return false;
+  const bool isPlain = !IsManaged(kind_);
+  if (isPlain ? VariableAccess::Holders(*box) > 0 : !CanUnbox(*box, *element_)) return false;
   written_ = std::max(written_, at + 1);
   StoreRaw(at, Unbox(box));
   return true;
@@ -409,9 +410,14 @@ void ArrayData::SweepBoxes() {
 }
 
 void ArrayData::SweepWhenDue() {
+  SweepForAnother();
+  if (boxes_ != nullptr && boxes_->IsEmpty()) boxes_.reset();
+}
+
+void ArrayData::SweepForAnother() {
   if (boxes_ == nullptr || !boxes_->IsDue()) return;
-  SweepBoxes();
-  if (boxes_ != nullptr) boxes_->Wait();
+  boxes_->EraseIf([this](uint32_t at, Variable* box) { return TakeIn(at, box); });
+  boxes_->Wait();
 }
 
 void ArrayData::SweepBox(uint32_t at) {

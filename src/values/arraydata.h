@@ -36,6 +36,8 @@ class ArrayData final : public RefObject {
   /// The cells from here on have not been written to since the array grew over them.
   uint32_t Written() const { return written_; }
   bool HasBoxes() const { return boxes_ != nullptr; }
+  /// Whether the element has an object that it would not have without anybody who wants it.
+  bool HasBox(uint32_t at) const { return FindBox(at) != nullptr; }
 
   /// Raw storage of an array without boxes: int8_t for Bool and Char, int32_t for Int, float,
   /// double, and Cell for the rest.
@@ -79,6 +81,8 @@ class ArrayData final : public RefObject {
   void SweepBoxes();
   /// The same from time to time: as often as it costs no more than what is done in between.
   void SweepWhenDue();
+  /// The same where an element is given an object next.
+  void SweepForAnother();
   /// The same of one position: before its place is given away, which another sweep would move.
   void SweepBox(uint32_t at);
 

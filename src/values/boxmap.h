@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "values/variable.h"
+#include "values/varpool.h"
 
 namespace tamber {
 
@@ -15,6 +16,9 @@ namespace tamber {
 /// are the array's to delete.
 class BoxMap {
  public:
+  static void* operator new(size_t size) { return PoolAllocate(size); }
+  static void operator delete(void* memory, size_t size) { PoolFree(memory, size); }
+
   /// Null: the element has no object.
   Variable* Find(uint32_t at) const {
     if (many_ != nullptr) [[unlikely]] {
@@ -69,9 +73,9 @@ class BoxMap {
   static constexpr uint32_t kFew = 8;
   using Many = std::unordered_map<uint32_t, Variable*>;
 
-  uint32_t wait_ = 0;   // accesses until a look is due
-  uint32_t count_ = 0;  // of few_
-  std::array<Box, kFew> few_;
+  uint32_t wait_ = 0;           // accesses until a look is due
+  uint32_t count_ = 0;          // of few_
+  std::array<Box, kFew> few_;   // the first count_ of them are set
   std::unique_ptr<Many> many_;  // when there are more: all of them
 };
 
