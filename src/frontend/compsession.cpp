@@ -40,6 +40,8 @@ void EraseCalled(const StatementList& statements, ProcedureList::Set& procedures
 CompileSession::CompileSession(CompileHost& host, LeftError leftError)
     : host_(host), names_(host), outer_(innermost), leftError_(leftError) {
   innermost = this;
+  // A host may reset the context while a value is computed: procedures that are read stay for now.
+  host_.Procedures().BeginRun();
 }
 
 CompileSession::~CompileSession() {
@@ -48,6 +50,7 @@ CompileSession::~CompileSession() {
   } catch (const std::bad_alloc&) {
     // They go with the rest of the context's procedures.
   }
+  host_.Procedures().EndRun();
   tables_->Settle();
   innermost = outer_;
 }

@@ -54,7 +54,8 @@ class TAMBER_API ProcedureList {
   /// All procedures that code of this list may call, those that were taken out of it among them.
   /// From now on they are shared, and stay as long as any list that knows them.
   std::vector<TamberProcedure*> SharePools();
-  /// Around every run: what ClearList takes away meanwhile stays until the last run has ended.
+  /// Around every run and compilation: what ClearList takes away meanwhile stays until the last has
+  /// ended.
   void BeginRun() { ++runs_; }
   void EndRun() {
     if (--runs_ == 0 && !retired_.empty()) retired_.clear();

@@ -380,6 +380,17 @@ TEST_F(CallTest, AResetInTheMiddleOfARunEndsItWell) {
   EXPECT_EQ(Call(context_, "main").Error().name, "ERR_PROCNOMAIN");
 }
 
+// Procedures that were read before it are the compiler's until it is done.
+TEST_F(CallTest, AResetInTheMiddleOfACompilationEndsItWell) {
+  RegisterFunction(context_, "int Reset ()", [](TamberContext& context) {
+    context.ResetContext();
+    return 1;
+  });
+  const KelString text("int P()\n  return 1\nendproc\nint g = Reset()\nint h = P()\n");
+  EXPECT_EQ(context_.CompileScriptBuffer("part", text, 1), 0);
+  EXPECT_EQ(Call(context_, "P").Error().name, "ERR_PROCNOTFOUND");
+}
+
 // What the compiler can know, it refuses.
 template <class... Args>
 concept Callable = requires(TamberContext& context, Args... args) {
