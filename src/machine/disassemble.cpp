@@ -81,6 +81,8 @@ class Disassembler {
       case Holds::StringText:
         return Put('"' + code_.texts[index] + '"');
       case Holds::Global:
+      case Holds::GlobalInt:
+      case Holds::GlobalDouble:
       case Holds::GlobalArray8:
       case Holds::GlobalArray32:
       case Holds::GlobalArray64:

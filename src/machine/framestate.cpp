@@ -105,6 +105,11 @@ const TypeDesc* FrameState::GlobalType(uint32_t index) const {
   return index < code_->globals.size() ? code_->globals[index].type.Get() : nullptr;
 }
 
+bool FrameState::IsGlobalOf(uint32_t index, Kind kind) const {
+  const TypeDesc* type = GlobalType(index);
+  return type != nullptr && type->GetKind() == kind;
+}
+
 const FrameState::Temp* FrameState::Find(uint32_t reg) const {
   const auto found = std::lower_bound(temps_.begin(), temps_.end(), reg,
                                       [](const Temp& t, uint32_t r) { return t.reg < r; });
@@ -393,6 +398,10 @@ std::string_view FrameState::CheckIndex(const OperandInfo& info, const Instr& at
       return in(index, code_->texts.size());
     case Holds::Global:
       return in(index, code_->globals.size());
+    case Holds::GlobalInt:
+      return IsGlobalOf(index, Kind::Int) ? "" : "global of another type";
+    case Holds::GlobalDouble:
+      return IsGlobalOf(index, Kind::Double) ? "" : "global of another type";
     case Holds::GlobalArray8:
       return ElementSize(GlobalType(index)) == 1 ? "" : "global of another type";
     case Holds::GlobalArray32:

@@ -89,6 +89,7 @@ class FrameState {
   bool IsObject(uint32_t slot) const;
   const TypeDesc* LocalType(uint32_t slot) const;
   const TypeDesc* GlobalType(uint32_t index) const;
+  bool IsGlobalOf(uint32_t index, Kind kind) const;
   std::string_view CheckRead(const OperandInfo& info, const Instr& at, uint32_t reg) const;
   std::string_view CheckWrite(const OperandInfo& info, const Instr& at, uint32_t reg) const;
   std::string_view CheckIndex(const OperandInfo& info, const Instr& at, uint32_t index) const;

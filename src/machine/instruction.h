@@ -110,6 +110,8 @@ enum class Holds : uint8_t {
   StringConstant,
   StringText,
   Global,
+  GlobalInt,  // a global of this type
+  GlobalDouble,
   GlobalArray8,  // a global that is such an array
   GlobalArray32,
   GlobalArray64,

@@ -208,6 +208,7 @@ class Machine {
   bool ResolveGlobal(GlobalSlot& slot);
   Variable* FindByName(const Name& name);
   bool LoadGlobal(GlobalSlot& slot, Cell& out);
+  bool AddToGlobal(GlobalSlot& slot, Kind kind, Cell value);
   bool StoreGlobal(GlobalSlot& slot, Cell value, bool take);
   bool GlobalAddress(GlobalSlot& slot, Cell& out);
   bool NoVariable(const Name& name, bool stored);
@@ -252,9 +253,13 @@ class Machine {
   bool CallLooking(const CallSite& site, Cell& out);
   /// How a call without the stack ended.
   enum class Called { Returned, Failed, Stopped };
+  Cell RunDirect(const CallSite& site, const Cell* arguments);
   template <bool kPure>
-  Called CallDirect(const CallSite& site, const Cell* arguments, Cell& out);
-  Called CallDirectLooking(const CallSite& site, const Cell* arguments, Cell& out);
+  bool IsPlainReturn() const;
+  Called CallDirect(const CallSite& site, const Cell* arguments, bool looks, Cell& out);
+  static Cell MakeVariableOf(Kind kind, Cell result);
+  void NoteThrown(const CallSite& site);
+  Called TakeThrown();
   Called FinishDirect(const CallSite& site, Cell result, Cell& out);
   bool CallChosen(const CallSite& site, Cell& out);
   static Cell DefaultResult(const CallSite& site);

@@ -45,25 +45,48 @@ bool IsPlaceIn(const ArrayData* array, uint32_t at) {
 enum_ProcStatus Machine::Run() {
   const kel::Interruptible interruptible(true);
   while (true) {
+    Called left;
     try {
       return Loop();
     } catch (const kel::Interrupted&) {
       Interrupt();
+      left = Called::Stopped;
+    } catch (...) {
+      left = TakeThrown();
+    }
+    if (left == Called::Stopped) {
       UnwindAll(unwinding_ ? PROCSTATUS_FAILED : PROCSTATUS_ENDED);
       return status_;
-    } catch (const std::bad_alloc&) {
-      Raise(ERR_NOMEMORY, "");
-    } catch (const std::length_error&) {
-      Raise(ERR_NOMEMORY, "");
-    } catch (const std::exception& failure) {
-      // The host is asked for more than its functions: a sink takes what a called script printed.
-      Raise(ERR_INTERNAL, failure.what());
-    } catch (...) {
-      Raise(ERR_INTERNAL, "");
     }
     leftZero_ = false;
-    if (ApplyPolicy(true) == After::Leave) return status_;
+    if (left == Called::Failed && ApplyPolicy(true) == After::Leave) return status_;
   }
+}
+
+/// What is being handled becomes an error: of the function that the instruction called without the
+/// stack, or of the instruction.
+Machine::Called Machine::TakeThrown() {
+  Frame& frame = frames_[frameCount_ - 1];
+  if (frame.pc->op == Op::CallP || frame.pc->op == Op::CallD) {
+    const CallSite& site = frame.code->Tables().sites[frame.pc->b];
+    NoteThrown(site);
+    const Called how = FinishDirect(site, ZeroCell(), frame.base[frame.pc->a]);
+    if (how == Called::Returned) ++frame.pc;
+    return how;
+  }
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    Raise(ERR_NOMEMORY, "");
+  } catch (const std::length_error&) {
+    Raise(ERR_NOMEMORY, "");
+  } catch (const std::exception& failure) {
+    // The host is asked for more than its functions: a sink takes what a called script printed.
+    Raise(ERR_INTERNAL, failure.what());
+  } catch (...) {
+    Raise(ERR_INTERNAL, "");
+  }
+  return Called::Failed;
 }
 
 enum_ProcStatus Machine::Loop() {
@@ -76,6 +99,8 @@ enum_ProcStatus Machine::Loop() {
   const BoundCode* code;
   const Instr* pc;
   Cell* R;
+  Cell result;    // of a call without the stack
+  Called called;  // how it ended
 
 #define RELOAD()                       \
   do {                                 \
@@ -511,6 +536,31 @@ L_StG : {
   } else {
     SAVE();
     CHECK(StoreGlobal(slot, A, false));
+  }
+  NEXT();
+}
+#define GLOBAL_ADD(value)                                  \
+  {                                                        \
+    GlobalSlot& slot = code->Global(pc->a);                \
+    if (slot.HasCell(run_.epoch)) [[likely]] {             \
+      *slot.cell = IntCell(AddInt(slot.cell->i, value));   \
+    } else {                                               \
+      SAVE();                                              \
+      CHECK(AddToGlobal(slot, Kind::Int, IntCell(value))); \
+    }                                                      \
+    NEXT();                                                \
+  }
+L_AddGI:
+  GLOBAL_ADD(B.i)
+L_AddGIK:
+  GLOBAL_ADD(static_cast<int16_t>(pc->b))
+L_AddGD : {
+  GlobalSlot& slot = code->Global(pc->a);
+  if (slot.HasCell(run_.epoch)) [[likely]] {
+    slot.cell->d += B.d;
+  } else {
+    SAVE();
+    CHECK(AddToGlobal(slot, Kind::Double, B));
   }
   NEXT();
 }
@@ -965,32 +1015,37 @@ L_CallL : {
 }
 L_CallP : {
   SAVE();
-  const Called how = CallDirect<true>(code->Tables().sites[pc->b], R + pc->c, A);
-  if (how == Called::Returned) [[likely]]
-    NEXT();
-  if (how == Called::Failed) goto fail;
-  goto stopped;
+  result = RunDirect(code->Tables().sites[pc->b], R + pc->c);
+  if (!IsPlainReturn<true>()) [[unlikely]]
+    goto finishDirect;
+  A = result;
+  NEXT();
 }
 L_CallD : {
   SAVE();
-  const Called how = CallDirect<false>(code->Tables().sites[pc->b], R + pc->c, A);
+  const CallSite& site = code->Tables().sites[pc->b];
+  if (!site.function->Traits().interruptible) goto callWithCare;
+  result = RunDirect(site, R + pc->c);
   // A built-in may have run a script procedure, and so have moved the frames.
   frame = &frames_[frameCount_ - 1];
-  if (how == Called::Returned) [[likely]]
-    NEXT();
-  if (how == Called::Failed) goto fail;
-  goto stopped;
+  if (!IsPlainReturn<false>()) [[unlikely]]
+    goto finishDirect;
+  A = result;
+  NEXT();
 }
-L_CallDL : {
+L_CallDL:
   SAVE();
-  const Called how = CallDirectLooking(code->Tables().sites[pc->b], R + pc->c, A);
-  // A built-in may have run a script procedure, and so have moved the frames.
+callWithCare:
+  called = CallDirect(code->Tables().sites[pc->b], R + pc->c, pc->op == Op::CallDL, A);
+  goto endDirect;
+finishDirect:
+  called = FinishDirect(code->Tables().sites[pc->b], result, A);
+endDirect:
   frame = &frames_[frameCount_ - 1];
-  if (how == Called::Returned) [[likely]]
+  if (called == Called::Returned) [[likely]]
     NEXT();
-  if (how == Called::Failed) goto fail;
+  if (called == Called::Failed) goto fail;
   goto stopped;
-}
 L_JOk:
   pc += run_.errorCode == 0 ? pc->Wide() : 1;
   DISPATCH();

@@ -12,6 +12,7 @@
 #include "kel/stop.h"
 #include "machine/callable.h"
 #include "machine/machine.h"
+#include "machine/machinecalls.h"
 #include "machine/machinehost.h"
 #include "machine/shape.h"
 #include "values/arraydata.h"
@@ -76,15 +77,6 @@ int32_t ThrownError(const TamberFunction& function, KelString& text) {
     text = function.GetName();
   }
   return ERR_INTERNAL;
-}
-
-/// A result as a variable, for those who take it as one.
-[[gnu::noinline]] Cell MakeVariableOf(Kind kind, Cell result) {
-  OwnedCell value(kind, result);
-  Cell made = ZeroCell();
-  made.v = MakeVariable(TypeDesc::Of(kind), Name(), value.cell);
-  value.Take();
-  return made;
 }
 
 void CallImplementation(const TamberFunction& function, FunctionCallInfo& call) {
@@ -162,6 +154,17 @@ bool Machine::StoreGlobal(GlobalSlot& slot, Cell value, bool take) {
   if (!AssignTo(*slot.variable, *slot.use->type, value)) return false;
   if (take) ReleaseCell(kind, value);
   return true;
+}
+
+/// Where the cell of the global is not known: by its value.
+bool Machine::AddToGlobal(GlobalSlot& slot, Kind kind, Cell value) {
+  Cell sum = ZeroCell();
+  if (!LoadGlobal(slot, sum)) return false;
+  if (kind == Kind::Int)
+    sum = IntCell(AddInt(sum.i, value.i));
+  else
+    sum.d += value.d;
+  return StoreGlobal(slot, sum, false);
 }
 
 bool Machine::GlobalAddress(GlobalSlot& slot, Cell& out) {
@@ -626,42 +629,51 @@ bool Machine::CallFunction(const CallSite& site, Cell& out) {
   return TakeResult(site, height, out);
 }
 
-/// `kPure`: nothing but a failure or a request to stop can have happened meanwhile.
-template <bool kPure>
-Machine::Called Machine::CallDirect(const CallSite& site, const Cell* arguments, Cell& out) {
+/// A result as a variable, for those who take it as one.
+Cell Machine::MakeVariableOf(Kind kind, Cell result) {
+  OwnedCell value(kind, result);
+  Cell made = ZeroCell();
+  made.v = MakeVariable(TypeDesc::Of(kind), Name(), value.cell);
+  value.Take();
+  return made;
+}
+
+/// A call with what few need: of a function that must not be interrupted, or that may look for its
+/// caller's locals by name.
+Machine::Called Machine::CallDirect(const CallSite& site, const Cell* arguments, bool looks,
+                                    Cell& out) {
   const TamberFunction& function = *site.function;
-  const DirectFunction& direct = function.Direct();
   Cell result = ZeroCell();
+  const uint32_t outer = inBuiltIn_;
+  if (looks) inBuiltIn_ = frameCount_;
   try {
-    if (kPure || function.Traits().interruptible) {
-      result = direct.run(context_, function.Target(), arguments, site.passed, callError_);
+    if (function.Traits().interruptible) {
+      result = RunDirect(site, arguments);
     } else {
       const kel::Interruptible host(false);
-      result = direct.run(context_, function.Target(), arguments, site.passed, callError_);
-    }
-    if (site.passed.wantsVariable) [[unlikely]] {
-      if (direct.result <= Kind::String) result = MakeVariableOf(direct.result, result);
-      if (result.v == nullptr) {
-        callError_.hasNoResult = true;
-        return FinishDirect(site, result, out);
-      }
+      result = RunDirect(site, arguments);
     }
   } catch (const kel::Interrupted&) {
     Interrupt();
     callError_.hasNoResult = true;
-    return FinishDirect(site, result, out);
   } catch (...) {
-    callError_.hasNoResult = true;
-    callError_.errorText.Clear();
-    callError_.errorCode = ThrownError(function, callError_.errorText);
+    NoteThrown(site);
   }
-  bool isPlain = callError_.errorCode == 0 && wake_->load(std::memory_order_relaxed) == 0;
-  if constexpr (!kPure)
-    isPlain = isPlain && !run_.stopFlag && !unwinding_ && run_.errorCode < kFirstFatalError;
-  if (!isPlain) [[unlikely]]
+  inBuiltIn_ = outer;
+  if (!lent_.empty() && looks) TakeBackLocals();
+  // The result may go into one of them.
+  if (!IsPlainReturn<false>()) [[unlikely]]
     return FinishDirect(site, result, out);
   out = result;
   return Called::Returned;
+}
+
+/// A call without the stack has thrown, and what was thrown is being handled: that becomes its
+/// error.
+void Machine::NoteThrown(const CallSite& site) {
+  callError_.hasNoResult = true;
+  callError_.errorText.Clear();
+  callError_.errorCode = ThrownError(*site.function, callError_.errorText);
 }
 
 /// What few calls need: an error, no result, or a run that ends.
@@ -680,21 +692,6 @@ Machine::Called Machine::FinishDirect(const CallSite& site, Cell result, Cell& o
   out = hasResult ? result : DefaultResult(site);
   return Called::Returned;
 }
-
-/// As CallLooking.
-Machine::Called Machine::CallDirectLooking(const CallSite& site, const Cell* arguments, Cell& out) {
-  Cell result = ZeroCell();
-  const uint32_t outer = std::exchange(inBuiltIn_, frameCount_);
-  const Called how = CallDirect<false>(site, arguments, result);
-  inBuiltIn_ = outer;
-  if (!lent_.empty()) TakeBackLocals();
-  // The result may go into one of them.
-  if (how == Called::Returned) out = result;
-  return how;
-}
-
-template Machine::Called Machine::CallDirect<false>(const CallSite&, const Cell*, Cell&);
-template Machine::Called Machine::CallDirect<true>(const CallSite&, const Cell*, Cell&);
 
 bool Machine::IsCaseSensitive() {
   const Code* code = &frames_[frameCount_ - 1].code->Tables();

@@ -110,6 +110,7 @@ class ProcedureLowering {
   /// The operators of an expression that appends to a string, the last one first.
   using Joins = std::vector<const ExpressionOperator*>;
   bool LowerAppend(const ExpressionBase& expression, const VarUse& target);
+  bool LowerGlobalSum(const ExpressionBase& expression, const VarUse& target);
   Operand LowerTail(const Joins& joins);
   void AppendAt(const Operand& part, const std::function<uint16_t()>& load);
   Joins FindSelectedAppends(const SelectedAssign& parts) const;

@@ -74,6 +74,22 @@ const TypeRef& Plain(const TypeRef& type) {
   return type->GetKind() == Kind::EString ? TypeDesc::Of(Kind::String) : type;
 }
 
+/// Whether the expression only computes, from values of types that are known now.
+bool HasKnownTypes(const CodeBuilder& b, const ExpressionBase& expression, int depth) {
+  const ExpressionBase& node = Unwrap(expression);
+  const auto kind = node.GetKind();
+  if (kind == EXPRESSION_VARIABLE) {
+    if (static_cast<const ExpressionVariable&>(node).IsDynamic(b)) return false;
+  } else if (kind == EXPRESSION_OPERATOR) {
+    if (static_cast<const ExpressionOperator&>(node).IsSelector()) return false;
+  } else if (kind != EXPRESSION_CONSTANT) {
+    return false;
+  }
+  for (uint32_t i = 0; i < node.GetChildCount(); ++i)
+    if (depth > 8 || !HasKnownTypes(b, *node.GetChild(i), depth + 1)) return false;
+  return true;
+}
+
 /// Whether selecting the target runs something that must run once, whatever fails.
 bool SelectingCalls(const ExpressionVariable& target) {
   return target.IsImpure() || target.CallsFunction();
@@ -106,7 +122,8 @@ void ProcedureLowering::LowerAssign(uint32_t i, const ExpressionBase& expression
     AddPad(entry, i + 1, state, mark, LabelOf(i + 2),
            [this, type, &target] { StoreEmpty(target, type); });
   };
-  if (LowerAppend(expression, target)) return addPad(Plain(target.type));
+  if (LowerAppend(expression, target) || LowerGlobalSum(expression, target))
+    return addPad(Plain(target.type));
   Operand value = expression.Lower(builder_);
   addPad(value.type ? Plain(value.type) : Plain(target.type));
   const bool direct = builder_.IsRegister(target) && value.place == Operand::Place::Reg &&
@@ -140,6 +157,27 @@ bool ProcedureLowering::LowerAppend(const ExpressionBase& expression, const VarU
     AppendTo(Op::Append, static_cast<uint16_t>(target.slot), tail);
   else
     AppendAt(tail, [&] { return builder_.LoadAddress(target); });
+  return true;
+}
+
+/// g = g + e of numbers, where nothing in e could change the global.
+bool ProcedureLowering::LowerGlobalSum(const ExpressionBase& expression, const VarUse& target) {
+  const Kind kind = target.type->GetKind();
+  const ExpressionBase& node = Unwrap(expression);
+  if (node.GetKind() != EXPRESSION_OPERATOR || !builder_.IsGlobal(target)) return false;
+  const auto& op = static_cast<const ExpressionOperator&>(node);
+  const bool adds = (kind == Kind::Int || kind == Kind::Double) &&
+                    op.GetOperator() == TamberOperators::OP_ADD && op.Type()->GetKind() == kind;
+  if (!adds || !IsSameVariable(Unwrap(*op.GetChild(0)), target)) return false;
+  const ExpressionBase& added = *op.GetChild(1);
+  if (added.Type()->GetKind() != kind || !HasKnownTypes(builder_, added, 0)) return false;
+  const Operand value = added.Lower(builder_);
+  const SourceMark source(builder_, op.SourceOffset());
+  const uint32_t global = builder_.GlobalIndex(target);
+  if (value.place == Operand::Place::Imm && value.imm == static_cast<int16_t>(value.imm))
+    builder_.Emit(Op::AddGIK, global, static_cast<uint16_t>(value.imm));
+  else
+    builder_.Emit(kind == Kind::Int ? Op::AddGI : Op::AddGD, global, builder_.ToReg(value).reg);
   return true;
 }
 
