@@ -171,7 +171,7 @@ bool CalledScript::Settle() {
     return false;  // somebody goes on using the variables of this run
   }
   static_cast<void>(std::exchange(own.moduleSlots, {}));
-  own.handles->Clear();
+  own.handles.reset();
   own.machine->ClearLocals();
   own.scopes.keptGlobals.reset();
   own.hostStack.PopAll();

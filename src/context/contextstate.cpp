@@ -7,11 +7,29 @@
 #include "kel/pathparser.h"
 #include "machine/machine.h"
 #include "values/errcodes.h"
+#include "values/varpool.h"
 
 namespace tamber {
 
 ContextState::ContextState(TamberContext& owner)
     : context(owner), root(&owner), machine(std::make_unique<Machine>(run, *this)) {}
+
+namespace {
+
+/// Of the context that was destroyed last in this thread: servers make one for each request.
+using SpareState = kel::ThreadSpare<std::byte, ContextState>;
+
+}  // namespace
+
+void* ContextState::operator new(size_t size) {
+  if (kPooled && SpareState::IsThere()) return SpareState::Take().release();
+  return std::make_unique_for_overwrite<std::byte[]>(size).release();
+}
+
+void ContextState::operator delete(void* memory) {
+  std::unique_ptr<std::byte[]> block(static_cast<std::byte*>(memory));
+  if (kPooled) SpareState::Keep(std::move(block));
+}
 
 ContextState::~ContextState() {
   if (!output.consoleIsHosts) delete output.console;
@@ -47,8 +65,9 @@ VarList& ContextState::OwnConstants() {
     if (shared == nullptr) {
       scopes.constants = std::make_unique<VarList>(true);
     } else {
-      scopes.constants =
-          shared == scopes.programConstants ? SeparateScope(*shared) : CloneScope(*shared);
+      scopes.constants = shared == scopes.programConstants
+                             ? std::make_unique<VarList>(VarList::CopyLater(*shared))
+                             : CloneScope(*shared);
       scopes.sharedConstants = nullptr;
       scopes.programConstants = nullptr;
       run.ScopeChanged();

@@ -17,6 +17,7 @@
 #include "kel/nativestack.h"
 #include "kel/sessionstore.h"
 #include "kel/stop.h"
+#include "kel/threadspare.h"
 #include "kel/transfer.h"
 #include "machine/machine.h"
 #include "machine/machinehost.h"
@@ -85,6 +86,10 @@ struct ErrorReporting {
   std::optional<OwedReport> owedReport;
 };
 
+/// Memory set aside for the report that there is none left, what hosts make of it included. A
+/// thread has it, for all of its contexts.
+using ReportRoom = kel::ThreadSpare<char, ErrorReporting>;
+
 /// The session that scripts belong to. Written by session.cpp.
 struct SessionState {
   uint32_t id = 0;
@@ -136,6 +141,8 @@ class ContextState final : public MachineHost, public CompileHost {
  public:
   explicit ContextState(TamberContext& owner);
   ~ContextState();
+  static void* operator new(size_t size);
+  static void operator delete(void* memory);
 
   TamberContext& context;
   std::shared_ptr<const TamberProgram> program;  ///< that the context was made of, or made into
@@ -153,7 +160,12 @@ class ContextState final : public MachineHost, public CompileHost {
   Scopes scopes;
   KelDebug debug{KelString("Tamber"), KelString("Tamber Context")};
 
+  /// The script that something runs of names itself in `ScriptFile`, and its report file.
+  void NameScriptFile(const ScriptText& script) {
+    if (!HasScriptFile()) SetScriptFile(script.Name(), script.LogFile(), false);
+  }
   bool HasScriptFile();
+  void SetScriptFile(const KelString& name, const KelString& logFile, bool overwrite);
   /// Takes over what the other's host and INI file have set, its session included.
   void CopySettings(const ContextState& from);
   /// Takes over who is told of errors, and where output goes.
@@ -189,7 +201,7 @@ class ContextState final : public MachineHost, public CompileHost {
 
   std::unique_ptr<ModuleList> modules;
   std::unique_ptr<Machine> machine;
-  std::unique_ptr<HandleTable> handles;
+  std::unique_ptr<HandleTable> handles;  ///< null until there is one
   std::unordered_map<const void*, std::shared_ptr<void>> moduleSlots;
 
   // --- operations shared by the context's files ---
@@ -218,7 +230,12 @@ class ContextState final : public MachineHost, public CompileHost {
   /// Returns 0.
   int32_t EndStopped();
   /// Runs a procedure; 1 when it ended well.
-  int32_t RunFound(TamberProcedure& procedure, Stack& stack);
+  int32_t RunFound(TamberProcedure& procedure, Stack& stack) {
+    if (!machine->IsRunning()) ForgetDiagnostic();
+    return RunReady(procedure, stack);
+  }
+  /// The same after ForgetDiagnostic.
+  int32_t RunReady(TamberProcedure& procedure, Stack& stack);
   /// The procedure that a host names; null, with the error reported, when there is none.
   TamberProcedure* FindToRun(const KelString& name);
   /// A call of the host that compiles or runs begins: there was no error yet.
@@ -226,7 +243,7 @@ class ContextState final : public MachineHost, public CompileHost {
     if (errors.diagnostic.code != 0) ClearDiagnostic();
     if (!IsReadyToReport()) PrepareReports();
   }
-  bool IsReadyToReport() const;
+  bool IsReadyToReport() const { return ReportRoom::IsThere() && !errors.owedReport.has_value(); }
   void PrepareReports();
   void ClearDiagnostic();
   /// Runs a handler of the host. It may use the context, and what it throws ends here. One that

@@ -126,18 +126,6 @@ ErrorRecord::~ErrorRecord() {
 
 void ContextState::ClearDiagnostic() { errors.diagnostic = TamberDiagnostic(); }
 
-namespace {
-
-/// Memory set aside for the report that there is none left, what hosts make of it included. A
-/// thread has it, for all of its contexts.
-using ReportRoom = kel::ThreadSpare<char, ErrorReporting>;
-
-}  // namespace
-
-bool ContextState::IsReadyToReport() const {
-  return ReportRoom::IsThere() && !errors.owedReport.has_value();
-}
-
 void ContextState::PrepareReports() {
   // One block of the heap, which small blocks then come from, where a larger one would be a mapping
   // of its own that goes back to the system.

@@ -22,9 +22,14 @@ std::unique_ptr<VarList> SeparateIfAny(const std::unique_ptr<VarList>& list) {
   return list != nullptr ? SeparateScope(*list) : nullptr;
 }
 
-/// Lists sort themselves and make an index when they are first searched.
-void Settle(const VarList* list) {
-  if (list != nullptr) static_cast<void>(list->FindVariable(std::string_view("ErrCode")));
+std::unique_ptr<VarList> SettledIfAny(const std::unique_ptr<VarList>& list) {
+  std::unique_ptr<VarList> settled = SeparateIfAny(list);
+  if (settled != nullptr) settled->Settle();
+  return settled;
+}
+
+std::unique_ptr<VarList> CopyLaterIfAny(const std::unique_ptr<VarList>& list) {
+  return list != nullptr ? std::make_unique<VarList>(VarList::CopyLater(*list)) : nullptr;
 }
 
 }  // namespace
@@ -48,13 +53,9 @@ void ContextState::CopyPrepared(const ContextState& from) {
   session.store.reset();
   CopyListeners(from);
   run.stopFlag = from.run.stopFlag && !from.run.isInterrupted;
-  handles = std::make_unique<HandleTable>();
   modules = MakeModuleList(*this);
   scopes.sharedConstants = from.scopes.sharedConstants;
   scopes.sharedNames = from.scopes.sharedNames;
-  scopes.globals = SeparateIfAny(from.scopes.globals);
-  scopes.externals = SeparateIfAny(from.scopes.externals);
-  scopes.keptGlobals = SeparateIfAny(from.scopes.keptGlobals);
   for (uint32_t i = 0; i < from.context.GetScriptCount(); ++i) {
     context.AddScript(
         std::make_unique<TamberScript>(&context, from.context.GetScript(i)->GetText()));
@@ -108,10 +109,11 @@ TamberContext::TamberContext(TamberContext& prepared, Prepared tag)
   const ContextState& from = *prepared.state_;
   state_->program = from.Lender();
   state_->scopes.programConstants = from.scopes.programConstants;
-  state_->scopes.constants = tamber::SeparateIfAny(from.scopes.constants);
-  for (const auto* list : {&state_->scopes.globals, &state_->scopes.externals,
-                           &state_->scopes.keptGlobals, &state_->scopes.constants})
-    tamber::Settle(list->get());
+  state_->scopes.declared = from.scopes.declared.Whole();
+  state_->scopes.constants = tamber::SettledIfAny(from.scopes.constants);
+  state_->scopes.globals = tamber::SettledIfAny(from.scopes.globals);
+  state_->scopes.externals = tamber::SettledIfAny(from.scopes.externals);
+  state_->scopes.keptGlobals = tamber::SettledIfAny(from.scopes.keptGlobals);
   state_->modules->TakeOver(*from.modules);
 }
 
@@ -121,6 +123,10 @@ TamberContext::TamberContext(std::shared_ptr<const TamberProgram> program)
                     Prepared::Program) {
   const ContextState& from = *program->prepared_->state_;
   state_->program = std::move(program);
+  state_->scopes.declared.BeginBehind(from.scopes.declared);
+  state_->scopes.globals = tamber::CopyLaterIfAny(from.scopes.globals);
+  state_->scopes.externals = tamber::CopyLaterIfAny(from.scopes.externals);
+  state_->scopes.keptGlobals = tamber::CopyLaterIfAny(from.scopes.keptGlobals);
   state_->scopes.programConstants =
       from.scopes.constants != nullptr ? from.scopes.constants.get() : from.scopes.programConstants;
   state_->modules->Borrow(*from.modules);
@@ -141,6 +147,12 @@ std::shared_ptr<const TamberProgram> TamberContext::Freeze() {
     static_cast<void>(GetFunctionCount());  // what waits for the table comes in
     std::unique_ptr<TamberContext> prepared(new TamberContext(*this, Prepared::Program));
     std::shared_ptr<const TamberProgram> program(new TamberProgram(std::move(prepared)));
+    // What came from another program may go with that.
+    tamber::Scopes& scopes = state_->scopes;
+    scopes.declared.BeginBehind(program->prepared_->state_->scopes.declared);
+    for (const auto* list :
+         {&scopes.globals, &scopes.externals, &scopes.keptGlobals, &scopes.constants})
+      if (*list != nullptr) (*list)->Complete();
     state_->program = program;
     return program;
   } catch (const std::bad_alloc&) {

@@ -12,7 +12,6 @@
 #include "frontend/compsession.h"
 #include "frontend/script.h"
 #include "functions/modulelist.h"
-#include "kel/pathparser.h"
 #include "kel/sleep.h"
 #include "statements/procedure.h"
 #include "values/errcodes.h"
@@ -45,6 +44,17 @@ bool ContextState::HasScriptFile() {
     scopes.scriptFileEpoch = run.epoch;
   }
   return scopes.scriptFile != nullptr && scopes.scriptFile->GetLength() > 0;
+}
+
+void ContextState::SetScriptFile(const KelString& name, const KelString& log, bool overwrite) {
+  if (scopes.globals == nullptr) return;
+  Variable* const scriptFile = scopes.globals->GetVariable(std::string_view("ScriptFile"));
+  if (scriptFile == nullptr) return;
+  scriptFile->SetStringValue(name);
+  Variable* const logFile = scopes.globals->GetVariable(std::string_view("LogFile"));
+  if (logFile == nullptr || (logFile->GetLength() > 0 && !overwrite)) return;
+  logFile->SetStringValue(log);
+  if (!nested && (overwrite || config.ownLogFile.IsEmpty())) config.ownLogFile = log;
 }
 
 void ContextState::CopySettings(const ContextState& from) {
@@ -90,9 +100,8 @@ TamberProcedure* ContextState::FindToRun(const KelString& name) {
   return nullptr;
 }
 
-int32_t ContextState::RunFound(TamberProcedure& procedure, Stack& stack) {
-  if (!machine->IsRunning()) ForgetDiagnostic();
-  if (!HasScriptFile()) context.SetScriptFile(procedure.GetScript()->Name(), 0);
+int32_t ContextState::RunReady(TamberProcedure& procedure, Stack& stack) {
+  NameScriptFile(*procedure.GetScript());
   if (run.IsStopRequested()) {
     run.isInterrupted = true;
     NoteStop({procedure.GetScript(), procedure.GetStartLine()});
@@ -181,7 +190,6 @@ TamberContext::TamberContext(XmlProxyClient* proxy)
     : state_(std::make_unique<ContextState>(*this)) {
   state_->config.proxy = proxy;
   state_->modules = tamber::MakeModuleList(*state_);
-  state_->handles = std::make_unique<tamber::HandleTable>();
   tamber::ApplyDefaults(*this);
   state_->UseDefaultIni();
 }
@@ -203,7 +211,6 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->CopyListeners(from);
   state_->program = from.program;
   state_->machine->ShareFrozenCodes(*from.machine);
-  state_->handles = std::make_unique<tamber::HandleTable>();
   tamber::InheritScopes(from, *state_);
   state_->modules = tamber::MakeModuleList(*state_);
   state_->modules->Borrow(*from.modules);
@@ -254,18 +261,8 @@ void TamberContext::SetDiagnosticHandler(void (*handler)(const TamberDiagnostic&
 }
 
 void TamberContext::SetScriptFile(const KelString& name, int32_t overwrite) {
-  Variable* scriptFile = GetVariable(KelString("ScriptFile"), VARLIST_GLOBAL);
-  if (scriptFile == nullptr) return;
-  if (overwrite == 0 && scriptFile->GetLength() > 0) return;
-  scriptFile->SetStringValue(name);
-  Variable* logFile = GetVariable(KelString("LogFile"), VARLIST_GLOBAL);
-  if (logFile == nullptr || (logFile->GetLength() > 0 && overwrite == 0)) return;
-  PathParser path(name);
-  path.SetFileExt(KelString("log"));
-  logFile->SetStringValue(path.GetPath());
-  if (!state_->nested && (overwrite != 0 || state_->config.ownLogFile.IsEmpty())) {
-    state_->config.ownLogFile = path.GetPath();
-  }
+  if (overwrite == 0 && state_->HasScriptFile()) return;
+  state_->SetScriptFile(name, tamber::ScriptText::LogFileOf(name), overwrite != 0);
 }
 
 int32_t TamberContext::RunProcedure(const KelString& name, Stack* stack) {
@@ -333,7 +330,7 @@ void TamberContext::ResetContext() {
   ClearScriptList();
   state_->modules->ClearModuleList();
   tamber::RestorePredefined(*state_);
-  state_->handles->Clear();
+  state_->handles.reset();
   state_->scopes.inherited.clear();
   state_->scopes.declared.Clear();
   state_->config.ownLogFile.Clear();
@@ -360,7 +357,10 @@ int32_t TamberContext::GetSwitch(std::string_view name) {
   return variable != nullptr ? variable->GetIntegerValue() : 0;
 }
 
-tamber::HandleTable& TamberContext::Handles() { return *state_->handles; }
+tamber::HandleTable& TamberContext::Handles() {
+  if (state_->handles == nullptr) state_->handles = std::make_unique<tamber::HandleTable>();
+  return *state_->handles;
+}
 
 std::shared_ptr<void>& TamberContext::ModuleSlot(const void* key) {
   return state_->moduleSlots[key];

@@ -25,11 +25,19 @@ class DeclaredPlaces {
       if (place.name.Equals(name))
         return files_[place.file].Str() + ", line " + std::to_string(place.line);
     }
-    return {};
+    return before_ != nullptr ? before_->Find(name) : std::string();
   }
-  void Clear() {
-    places_.clear();
-    files_.clear();
+  void Clear() { *this = {}; }
+  /// Those of a program stand before the ones that are added from now on, and stay where they are.
+  void BeginBehind(const DeclaredPlaces& program) {
+    Clear();
+    before_ = &program;
+  }
+  /// All of them, which refer to none of another.
+  DeclaredPlaces Whole() const {
+    DeclaredPlaces all = before_ != nullptr ? before_->Whole() : DeclaredPlaces();
+    for (const Place& place : places_) all.Add(place.name, files_[place.file], place.line);
+    return all;
   }
 
  private:
@@ -38,6 +46,7 @@ class DeclaredPlaces {
     uint32_t file;
     uint32_t line;
   };
+  const DeclaredPlaces* before_ = nullptr;
   std::vector<Place> places_;
   std::vector<KelString> files_;
 };

@@ -29,5 +29,7 @@ class TAMBER_API ScriptList {
 
  private:
   std::vector<std::unique_ptr<TamberScript>> scripts_;
-  std::unordered_map<std::string_view, TamberScript*> byName_;
+  /// Of the first so many: it is made when somebody looks for a name.
+  mutable std::unordered_map<std::string_view, TamberScript*> byName_;
+  mutable uint32_t named_ = 0;
 };

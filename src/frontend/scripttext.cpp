@@ -7,6 +7,7 @@
 #include "kel/fileio.h"
 #include "kel/filestat.h"
 #include "kel/kelascii.h"
+#include "kel/pathparser.h"
 
 namespace tamber {
 
@@ -29,8 +30,15 @@ ScriptText::Status StatusOf(kel::FileStatus read, const kel::Place& place) {
 
 }  // namespace
 
+KelString ScriptText::LogFileOf(const KelString& name) {
+  PathParser path(name);
+  path.SetFileExt(KelString("log"));
+  return path.GetPath();
+}
+
 ScriptText::ScriptText(const KelString& name, std::string text, uint32_t firstLine)
     : name_(name),
+      logFile_(LogFileOf(name)),
       text_(std::move(text)),
       firstLine_(std::clamp(firstLine, uint32_t{1}, kMaxFirstLine)) {
   for (size_t start = 0; start < text_.size();) {

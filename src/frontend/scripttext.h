@@ -49,6 +49,9 @@ class TAMBER_API ScriptText {
                                                       uint32_t firstLine = 1);
 
   const KelString& Name() const { return name_; }
+  /// The report file that belongs to it: its name with the extension "log".
+  const KelString& LogFile() const { return logFile_; }
+  TAMBER_LOCAL static KelString LogFileOf(const KelString& name);
   uint32_t FirstLine() const { return firstLine_; }
   uint32_t LineCount() const { return static_cast<uint32_t>(starts_.size()); }
   /// Number behind that of the last line.
@@ -81,6 +84,7 @@ class TAMBER_API ScriptText {
   ScriptText(const KelString& name, std::string text, uint32_t firstLine);
 
   KelString name_;
+  KelString logFile_;
   std::string text_;
   uint32_t firstLine_;
   std::vector<uint32_t> starts_;  // offset of each line

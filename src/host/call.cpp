@@ -99,24 +99,34 @@ TamberProcedure* FindCalled(ContextState& state, std::string_view name) {
   return procedure;
 }
 
+[[gnu::always_inline]] inline std::unique_ptr<TamberDiagnostic> RunNamed(
+    ContextState& state, std::string_view name, Stack& stack, uint32_t arguments, Kind result) {
+  const uint32_t base = stack.GetSize() - arguments;
+  state.ForgetDiagnostic();
+  TamberProcedure* const procedure = FindCalled(state, name);
+  if (procedure == nullptr) return Failure(state.context);
+  if (!FitsCall(*procedure, stack, arguments, result))
+    return RefuseMisfit(state.context, *procedure, stack, arguments, result);
+  if (!state.RunReady(*procedure, stack)) return Failure(state.context);
+  // A script that has ended itself gives no value.
+  if (result != Kind::None && stack.GetSize() <= base)
+    return Refuse(state.context, *procedure, ERR_PROCNORETURN, procedure->GetName());
+  return nullptr;
+}
+
 }  // namespace
 
 Stack& CallStack(TamberContext& context) { return context.State().hostStack; }
 
 std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context, std::string_view name,
                                           Stack& stack, uint32_t arguments, Kind result) {
+  return RunNamed(context.State(), name, stack, arguments, result);
+}
+
+std::unique_ptr<TamberDiagnostic> RunPlain(TamberContext& context, std::string_view name) {
   ContextState& state = context.State();
-  const uint32_t base = stack.GetSize() - arguments;
-  state.ForgetDiagnostic();
-  TamberProcedure* procedure = FindCalled(state, name);
-  if (procedure == nullptr) return Failure(context);
-  if (!FitsCall(*procedure, stack, arguments, result))
-    return RefuseMisfit(context, *procedure, stack, arguments, result);
-  if (!state.RunFound(*procedure, stack)) return Failure(context);
-  // A script that has ended itself gives no value.
-  if (result != Kind::None && stack.GetSize() <= base)
-    return Refuse(context, *procedure, ERR_PROCNORETURN, procedure->GetName());
-  return nullptr;
+  const StackMark mark(state.hostStack);
+  return RunNamed(state, name, state.hostStack, 0, Kind::None);
 }
 
 std::unique_ptr<TamberDiagnostic> RefuseCall(TamberContext& context, std::string_view name,

@@ -64,6 +64,10 @@ TAMBER_API std::unique_ptr<TamberDiagnostic> RunCall(TamberContext& context,
                                                      std::string_view procedure, Stack& stack,
                                                      uint32_t arguments, Kind result);
 
+/// The same of a call without arguments whose value nobody wants; leaves nothing on the stack.
+TAMBER_API std::unique_ptr<TamberDiagnostic> RunPlain(TamberContext& context,
+                                                      std::string_view procedure);
+
 /// Reports an argument, or a result, that cannot be converted.
 TAMBER_API std::unique_ptr<TamberDiagnostic> RefuseCall(TamberContext& context,
                                                         std::string_view procedure, int32_t code,
@@ -99,6 +103,8 @@ template <tamber::host::Taken R = void, tamber::host::Argument... Args>
 tamber::Result<R> Call(TamberContext& context, std::string_view procedure, const Args&... args) {
   namespace host = tamber::host;
   constexpr tamber::Kind kResult = host::KindFor<R>();
+  if constexpr (sizeof...(Args) == 0 && kResult == tamber::Kind::None)
+    return host::RunPlain(context, procedure);
   Stack& stack = host::CallStack(context);
   const host::StackMark mark(stack);
   try {

@@ -11,13 +11,6 @@
 namespace kel {
 namespace {
 
-/// The usable part of a thread's stack; size 0 when the system does not tell.
-struct StackBounds {
-  uintptr_t low = 0;
-  size_t size = 0;
-  bool isKnown = false;
-};
-
 /// The system keeps at least this much room free below the first thread's stack, whatever limit was
 /// in force when the process started.
 constexpr rlim_t kAlwaysFree = rlim_t{64} << 20;
@@ -54,25 +47,14 @@ StackBounds OwnBounds() {
   return bounds;
 }
 
-StackBounds FindBounds(uintptr_t here) {
-  const StackBounds first = FirstThreadBounds(here);
-  StackBounds found = first.size != 0 ? first : OwnBounds();
-  found.isKnown = true;
-  return found;
-}
-
-// Looked at by every call of a host; as in stop.cpp.
-[[gnu::tls_model("initial-exec")]] constinit thread_local StackBounds own;
-
 }  // namespace
 
-size_t NativeStackLeft() {
-  // The frame's address, not that of a local: a sanitizer may keep locals elsewhere.
-  const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-  if (!own.isKnown) [[unlikely]]
-    own = FindBounds(here);
-  const size_t left = here - own.low;
-  return left < own.size ? left : kUnknownStackLeft;
+constinit thread_local StackBounds stack_bounds;
+
+void FindStackBounds(uintptr_t here) {
+  const StackBounds first = FirstThreadBounds(here);
+  stack_bounds = first.size != 0 ? first : OwnBounds();
+  stack_bounds.isKnown = true;
 }
 
 }  // namespace kel

@@ -1,29 +1,8 @@
 #include "kel/stop.h"
 
-#include <utility>
-
 namespace kel {
-namespace {
 
-struct Stopping {
-  const std::atomic<uint32_t>* word;
-  bool armed;
-};
-
-// Looked at by every call of a built-in, and two words long: the room that the loader keeps for
-// such variables has place for it in libraries that are opened late, too.
-[[gnu::tls_model("initial-exec")]] constinit thread_local Stopping stopping{nullptr, false};
-
-}  // namespace
-
-StopWord::StopWord(const std::atomic<uint32_t>* word)
-    : word_(std::exchange(stopping.word, word)), armed_(std::exchange(stopping.armed, false)) {}
-
-StopWord::~StopWord() { stopping = {word_, armed_}; }
-
-Interruptible::Interruptible(bool is) : armed_(std::exchange(stopping.armed, is)) {}
-
-Interruptible::~Interruptible() { stopping.armed = armed_; }
+constinit thread_local Stopping stopping{nullptr, false};
 
 bool IsStopRequested() {
   return stopping.armed && stopping.word != nullptr &&

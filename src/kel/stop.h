@@ -14,6 +14,15 @@
 /// libraries, which no exception may cross, look with IsStopRequested.
 namespace kel {
 
+/// The word that asks the current thread to stop, and whether its work looks at it.
+struct Stopping {
+  const std::atomic<uint32_t>* word;
+  bool armed;
+};
+// Looked at by every call of a built-in, and two words long: the room that the loader keeps for
+// such variables has place for it in libraries that are opened late, too.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local Stopping stopping;
+
 /// Thrown by CheckStop. Never leaves the function that made its work Interruptible by more than
 /// what calls it, which catches it.
 struct Interrupted {};
@@ -22,24 +31,25 @@ struct Interrupted {};
 /// interruptible until somebody says so.
 class StopWord {
  public:
-  explicit StopWord(const std::atomic<uint32_t>* word);
+  explicit StopWord(const std::atomic<uint32_t>* word) : before_(stopping) {
+    stopping = {word, false};
+  }
   StopWord(const StopWord&) = delete;
   StopWord& operator=(const StopWord&) = delete;
-  ~StopWord();
+  ~StopWord() { stopping = before_; }
 
  private:
-  const std::atomic<uint32_t>* word_;
-  bool armed_;
+  Stopping before_;
 };
 
 /// Whether CheckStop may throw, as long as this object lives. Code of the host that runs inside is
 /// entered with false: it expects no exception of ours from what it calls.
 class Interruptible {
  public:
-  explicit Interruptible(bool is);
+  explicit Interruptible(bool is) : armed_(stopping.armed) { stopping.armed = is; }
   Interruptible(const Interruptible&) = delete;
   Interruptible& operator=(const Interruptible&) = delete;
-  ~Interruptible();
+  ~Interruptible() { stopping.armed = armed_; }
 
  private:
   bool armed_;

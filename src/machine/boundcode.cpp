@@ -7,39 +7,46 @@
 #include "values/strbuf.h"
 
 namespace tamber {
-namespace {
 
-template <class Entry>
-std::unique_ptr<Entry[]> MakeIfAny(size_t count) {
-  return count != 0 ? std::make_unique<Entry[]>(count) : nullptr;
+BoundCode::Room BoundCode::RoomFor(const Code& code, bool copiesConstants) {
+  return {code.globals.size() * sizeof(GlobalSlot) + code.procedures.size() * sizeof(Callee) +
+          (copiesConstants ? code.constants.size() * sizeof(Cell) : 0)};
 }
-
-}  // namespace
 
 BoundCode::BoundCode(const Code* code)
     : code_(code),
       begin_(code->instrs.data()),
       constants_(code->constants.data()),
       types_(code->types.data()),
-      globals_(MakeIfAny<GlobalSlot>(code->globals.size())),
-      callees_(MakeIfAny<Callee>(code->procedures.size())),
+      globals_(reinterpret_cast<GlobalSlot*>(this + 1)),
+      callees_(reinterpret_cast<Callee*>(globals_ + code->globals.size())),
       ownedLocals_(code->ownedLocals),
       registers_(code->registers),
       parameters_(code->parameters) {
   const auto isArgument = [code](const OwnedRegister& o) { return o.reg < code->parameters; };
   const auto arguments = std::count_if(ownedLocals_.begin(), ownedLocals_.end(), isArgument);
   ownedBesideParameters_ = ownedLocals_.subspan(static_cast<size_t>(arguments));
-  for (size_t i = 0; i < code->globals.size(); ++i) globals_[i].use = &code->globals[i];
-  for (size_t i = 0; i < code->procedures.size(); ++i) callees_[i].procedure = code->procedures[i];
+  for (size_t i = 0; i < code->globals.size(); ++i)
+    new (globals_ + i) GlobalSlot{&code->globals[i]};
+  for (size_t i = 0; i < code->procedures.size(); ++i)
+    new (callees_ + i) Callee{code->procedures[i]};
 }
 
-BoundCode::BoundCode(std::unique_ptr<const Code> own) : BoundCode(own.get()) {
-  own_ = std::move(own);
+BoundCode::BoundCode(const Code* shared, bool copiesConstants) : BoundCode(shared) {
+  if (copiesConstants) CopyConstants();
 }
 
-BoundCode::BoundCode(const Code& shared) : BoundCode(&shared) {
+std::unique_ptr<const BoundCode> BoundCode::Make(std::unique_ptr<const Code> own) {
+  std::unique_ptr<BoundCode> made(new (RoomFor(*own, false)) BoundCode(own.get()));
+  made->own_ = std::move(own);
+  return made;
+}
+
+std::unique_ptr<const BoundCode> BoundCode::Make(const Code& shared) {
   const std::vector<Kind>& kinds = shared.constantKinds;
-  if (std::find(kinds.begin(), kinds.end(), Kind::String) != kinds.end()) CopyConstants();
+  const bool hasStrings = std::find(kinds.begin(), kinds.end(), Kind::String) != kinds.end();
+  return std::unique_ptr<const BoundCode>(new (RoomFor(shared, hasStrings))
+                                              BoundCode(&shared, hasStrings));
 }
 
 BoundCode::~BoundCode() {
@@ -50,7 +57,8 @@ BoundCode::~BoundCode() {
 /// References to strings are counted without regard to other threads.
 void BoundCode::CopyConstants() {
   const size_t count = code_->constants.size();
-  copies_.reset(new Cell[count]());
+  copies_ = reinterpret_cast<Cell*>(callees_ + code_->procedures.size());
+  std::fill(copies_, copies_ + count, ZeroCell());
   for (size_t i = 0; i < count; ++i) {
     const Cell& constant = code_->constants[i];
     if (code_->constantKinds[i] != Kind::String) {
@@ -59,7 +67,7 @@ void BoundCode::CopyConstants() {
       copies_[i].s = StrBuf::New(constant.s->View());
     }
   }
-  constants_ = copies_.get();
+  constants_ = copies_;
 }
 
 }  // namespace tamber

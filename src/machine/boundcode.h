@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
+#include <new>
 #include <span>
 
 #include "machine/code.h"
@@ -33,13 +35,14 @@ struct Callee {
 /// the code itself does not change once it is made, and contexts of any thread may run it.
 class BoundCode {
  public:
-  /// Code that nobody else runs.
-  explicit BoundCode(std::unique_ptr<const Code> own);
-  /// Code that others run as well, and that outlives this.
-  explicit BoundCode(const Code& shared);
+  /// Of code that nobody else runs.
+  static std::unique_ptr<const BoundCode> Make(std::unique_ptr<const Code> own);
+  /// Of code that others run as well, and that outlives this.
+  static std::unique_ptr<const BoundCode> Make(const Code& shared);
   BoundCode(const BoundCode&) = delete;
   BoundCode& operator=(const BoundCode&) = delete;
   ~BoundCode();
+  static void operator delete(void* memory) { ::operator delete(memory); }
 
   const Code& Tables() const { return *code_; }
 
@@ -57,21 +60,31 @@ class BoundCode {
   std::span<const OwnedRegister> OwnedBesideParameters() const { return ownedBesideParameters_; }
 
  private:
+  /// The arrays lie behind the object, in one block with it: a request makes a BoundCode of every
+  /// procedure that it runs.
+  struct Room {
+    size_t bytes;
+  };
+  static Room RoomFor(const Code& code, bool copiesConstants);
+  static void* operator new(size_t size, Room room) { return ::operator new(size + room.bytes); }
+  static void operator delete(void* memory, Room) { ::operator delete(memory); }
+
   explicit BoundCode(const Code* code);
+  BoundCode(const Code* shared, bool copiesConstants);
   void CopyConstants();
 
   const Code* code_;
   const Instr* begin_;
   const Cell* constants_;
   const TypeRef* types_;
-  std::unique_ptr<GlobalSlot[]> globals_;
-  std::unique_ptr<Callee[]> callees_;
+  GlobalSlot* globals_;
+  Callee* callees_;
+  Cell* copies_ = nullptr;  ///< of the constants, strings among them
   std::span<const OwnedRegister> ownedLocals_;
   std::span<const OwnedRegister> ownedBesideParameters_;
   uint32_t registers_;
   uint32_t parameters_;
   std::unique_ptr<const Code> own_;
-  std::unique_ptr<Cell[]> copies_;  ///< of the constants, strings among them
 };
 
 }  // namespace tamber

@@ -94,7 +94,7 @@ class Machine {
   /// Where the registers of a frame lie: in a chunk, which ends there.
   struct FrameRoom {
     Cell* end = nullptr;
-    uint32_t chunk = 0;
+    uint32_t chunk = 0;  ///< 0 is the room's, then those of `chunks_`
   };
   struct Frame {
     const BoundCode* code;
@@ -137,7 +137,9 @@ class Machine {
 
   // --- frames (machineframes.cpp) ---
   void PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result);
-  void CountReadyFrames();
+  void CountReadyFrames() {
+    readyFrames_ = observed_ ? 0 : frameRoom_ < kMaxFrames ? frameRoom_ : kMaxFrames;
+  }
   void FillFrame(Frame& frame, const BoundCode* code, Cell* base, Cell* result,
                  const FrameRoom& room);
   bool TryCall(Frame& caller, const BoundCode* code, Cell* arguments);
@@ -145,6 +147,7 @@ class Machine {
   static void ReleaseArguments(const Callable& procedure, Cell* arguments);
   /// Registers for the code at `wanted` in the room, or at the start of the next one's.
   Cell* MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room);
+  Cell* MakeChunk(const BoundCode* code, FrameRoom& room);
   void LeaveFrame(const Frame& frame);
   void LeaveScopes(const Frame& frame);
   /// Releases the temporaries from `first` on that own something at the frame's instruction.
@@ -164,7 +167,15 @@ class Machine {
   static TypeRef BindArgument(const Local& local, Stack& stack, Cell& cell);
   bool BindArguments(Callable& procedure, Stack& stack, Cell* base);
   enum_ProcStatus RunBoundary(const BoundCode* code, Callable* procedure, Stack& stack);
-  bool HasNativeStack(std::string_view name);
+  void TakeRoom();
+  void MakeFrames();
+  void LackArguments(const Callable& procedure, const Stack& stack);
+  void UseFrames(Frame* frames, uint32_t room) {
+    frames_ = frames;
+    frameRoom_ = room;
+    CountReadyFrames();
+  }
+  bool HasNativeStack(const KelString& name);
   void PushResult(const Code& code, Cell result);
   bool WrapParameter(const Code& code, Cell* registers, uint32_t slot);
   void TraceEnter(Frame& frame);
@@ -278,16 +289,21 @@ class Machine {
   TamberOperators& operators_;
   Stack* stack_ = nullptr;                       ///< evaluation stack of the current run
   const std::atomic<uint32_t>* wake_ = nullptr;  ///< the root context's, while something runs
-  std::vector<Frame> frames_;
+  /// Of the thread, while something runs: the frames and registers that most calls need.
+  struct Room;
+  struct SpareRoom;
+  std::unique_ptr<Room[]> room_;
+  std::unique_ptr<Frame[]> deepFrames_;  ///< of a recursion that has needed more
+  Frame* frames_ = nullptr;
+  uint32_t frameRoom_ = 0;
   /// How many frames there may be without a further look; none while observed code runs.
   uint32_t readyFrames_ = 0;
   uint32_t frameCount_ = 0;
-  std::vector<Chunk> chunks_;
-  uint32_t chunk_ = 0;
-  uint32_t nativeDepth_ = 0;  ///< runs inside runs
-  bool observed_ = false;     ///< code that counts statements and shows its locals is run
-  bool leftZero_ = false;     ///< the failing operator left a 0 in place of its value
-  bool unwinding_ = false;    ///< an error ended a nested run, and with it this one
+  std::vector<Chunk> chunks_;  ///< beside the room's, and for what is too large for that
+  uint32_t nativeDepth_ = 0;   ///< runs inside runs
+  bool observed_ = false;      ///< code that counts statements and shows its locals is run
+  bool leftZero_ = false;      ///< the failing operator left a 0 in place of its value
+  bool unwinding_ = false;     ///< an error ended a nested run, and with it this one
   enum_ProcStatus status_ = PROCSTATUS_ENDED;
   Cell result_ = ZeroCell();  ///< of the boundary frame that ended last
   std::vector<Converted> converted_;

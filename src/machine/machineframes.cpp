@@ -23,13 +23,17 @@ namespace tamber {
 namespace {
 
 constexpr size_t kChunkCells = 8192;
-constexpr size_t kFirstFrames = 8;
-
-/// A chunk for whatever context runs next in this thread: one that does not run needs none, and
-/// smaller ones would have calls in loops lie across the end of one.
-using SpareCells = kel::ThreadSpare<Cell, Machine>;
+constexpr uint32_t kRoomFrames = 64;
 
 }  // namespace
+
+/// For whatever context runs next in this thread: one that does not run needs none, and smaller
+/// ones would have calls in loops lie across the end of one.
+struct Machine::Room {
+  Frame frames[kRoomFrames];
+  Cell cells[kChunkCells];
+};
+struct Machine::SpareRoom : kel::ThreadSpare<Room, Machine> {};
 
 /// The evaluation stack and what else belongs to one run, put back when it ends.
 class Machine::StackScope {
@@ -55,16 +59,15 @@ class Machine::StackScope {
     if (--machine_.nativeDepth_ > 0) return;
     for (const Converted& value : machine_.converted_) ReleaseCell(value.kind, value.cell);
     machine_.converted_.clear();
-    GiveBackRegisters();
+    GiveBackRoom();
   }
 
  private:
   /// Deep recursions keep theirs: they are likely to come again.
-  void GiveBackRegisters() {
-    auto& chunks = machine_.chunks_;
-    if (chunks.size() != 1 || chunks[0].end != chunks[0].cells.get() + kChunkCells) return;
-    SpareCells::Keep(std::move(chunks[0].cells));
-    chunks.clear();
+  void GiveBackRoom() {
+    if (!machine_.chunks_.empty()) return;
+    if (machine_.deepFrames_ == nullptr) machine_.UseFrames(nullptr, 0);
+    SpareRoom::Keep(std::move(machine_.room_));
   }
 
   Machine& machine_;
@@ -82,36 +85,51 @@ Machine::Machine(RunState& run, MachineHost& host)
 
 Machine::~Machine() = default;
 
-Cell* Machine::MakeRoom(Cell* wanted, const BoundCode* code, FrameRoom& room) {
-  if (wanted != nullptr && wanted + code->Registers() <= room.end) return wanted;
-  size_t next = wanted == nullptr ? 0 : room.chunk + 1;
+[[gnu::always_inline]] inline void Machine::TakeRoom() {
+  room_ = SpareRoom::Take();
+  if (room_ == nullptr) [[unlikely]]
+    room_ = std::make_unique_for_overwrite<Room[]>(1);
+  if (deepFrames_ == nullptr) UseFrames(room_[0].frames, kRoomFrames);
+}
+
+[[gnu::always_inline]] inline Cell* Machine::MakeRoom(Cell* wanted, const BoundCode* code,
+                                                      FrameRoom& room) {
+  if (wanted == nullptr) {
+    if (room_ == nullptr) TakeRoom();
+    wanted = room_[0].cells;
+    room = {wanted + kChunkCells, 0};
+  }
+  return wanted + code->Registers() <= room.end ? wanted : MakeChunk(code, room);
+}
+
+Cell* Machine::MakeChunk(const BoundCode* code, FrameRoom& room) {
   // What lies above is free; a chunk that is too small for this code is replaced.
+  const size_t next = room.chunk;
   while (next < chunks_.size() &&
          chunks_[next].cells.get() + code->Registers() > chunks_[next].end) {
     chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(next));
   }
   if (next == chunks_.size()) {
     const size_t size = std::max<size_t>(code->Registers(), kChunkCells);
-    Chunk added;
-    if (size == kChunkCells) added.cells = SpareCells::Take();
-    if (added.cells == nullptr) added.cells = std::make_unique_for_overwrite<Cell[]>(size);
+    Chunk added{std::make_unique_for_overwrite<Cell[]>(size), nullptr};
     added.end = added.cells.get() + size;
     chunks_.push_back(std::move(added));
   }
-  room = {chunks_[next].end, static_cast<uint32_t>(next)};
+  room = {chunks_[next].end, static_cast<uint32_t>(next) + 1};
   return chunks_[next].cells.get();
 }
 
-void Machine::CountReadyFrames() {
-  readyFrames_ =
-      observed_ ? 0 : static_cast<uint32_t>(std::min<size_t>(frames_.size(), kMaxFrames));
+void Machine::MakeFrames() {
+  auto more = std::make_unique_for_overwrite<Frame[]>(size_t{frameRoom_} * 2);
+  std::copy(frames_, frames_ + frameCount_, more.get());
+  UseFrames(more.get(), frameRoom_ * 2);
+  deepFrames_ = std::move(more);
 }
 
-void Machine::PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result) {
-  if (frames_.size() == frameCount_) {
-    frames_.resize(std::max(kFirstFrames, frames_.size() * 2));
-    CountReadyFrames();
-  }
+[[gnu::always_inline]] inline void Machine::PushFrame(const BoundCode* code, Cell* base,
+                                                      const FrameRoom& room, Cell* result) {
+  if (frameRoom_ == frameCount_) [[unlikely]]
+    MakeFrames();
   FillFrame(frames_[frameCount_], code, base, result, room);
   // An expression outside any procedure leaves the error of the statement that evaluates it alone.
   if (code->Tables().procedure != nullptr) run_.errorCode = 0;
@@ -178,9 +196,9 @@ const BoundCode* Machine::FrozenCodeOf(Callable& procedure) {
   if (codes.size() <= place) codes.resize(place + 1);
   if (codes[place] == nullptr) {
     if (procedure.FrozenCode() != nullptr && !observed_) {
-      codes[place] = std::make_unique<const BoundCode>(*procedure.FrozenCode());
+      codes[place] = BoundCode::Make(*procedure.FrozenCode());
     } else if (auto code = MakeCode(procedure)) {
-      codes[place] = std::make_unique<const BoundCode>(std::move(code));
+      codes[place] = BoundCode::Make(std::move(code));
     }
   }
   return codes[place].get();
@@ -189,7 +207,7 @@ const BoundCode* Machine::FrozenCodeOf(Callable& procedure) {
 const BoundCode* Machine::Prepare(Callable& procedure) {
   std::unique_ptr<const Code> code = MakeCode(procedure);
   if (!code) return nullptr;
-  return procedure.SetCode(observed_, std::make_unique<const BoundCode>(std::move(code)));
+  return procedure.SetCode(observed_, BoundCode::Make(std::move(code)));
 }
 
 std::unique_ptr<const Code> Machine::MakeCode(Callable& procedure) {
@@ -204,9 +222,10 @@ bool Machine::IsSound(const Code& code, std::string_view name) {
   return wrong.empty() || Raise(ERR_INTERNAL, std::string(name) + ": " + wrong);
 }
 
-bool Machine::HasNativeStack(std::string_view name) {
-  if (kel::NativeStackLeft() > kStackReserve) return true;
-  Raise(ERR_NOMEMORY, name);
+inline bool Machine::HasNativeStack(const KelString& name) {
+  if (kel::NativeStackLeft() > kStackReserve) [[likely]]
+    return true;
+  Raise(ERR_NOMEMORY, name.View());
   return false;
 }
 
@@ -284,10 +303,11 @@ void Machine::PushResult(const Code& code, Cell result) {
     stack_->PushTyped(*code.returnType, result);
 }
 
-enum_ProcStatus Machine::RunBoundary(const BoundCode* code, Callable* procedure, Stack& stack) {
-  std::string_view name = procedure ? procedure->GetName().View() : "";
-  if (frameCount_ >= kMaxFrames) {
-    Raise(ERR_NOMEMORY, name);
+[[gnu::always_inline]] inline enum_ProcStatus Machine::RunBoundary(const BoundCode* code,
+                                                                   Callable* procedure,
+                                                                   Stack& stack) {
+  if (frameCount_ >= kMaxFrames) [[unlikely]] {
+    Raise(ERR_NOMEMORY, procedure != nullptr ? procedure->GetName().View() : "");
     return PROCSTATUS_FAILED;
   }
   Cell* wanted = nullptr;
@@ -298,17 +318,23 @@ enum_ProcStatus Machine::RunBoundary(const BoundCode* code, Callable* procedure,
     room = below.room;
   }
   Cell* base = MakeRoom(wanted, code, room);
-  if (procedure != nullptr && !BindArguments(*procedure, stack, base)) return PROCSTATUS_FAILED;
+  if (procedure != nullptr && procedure->GetParameterCount() != 0 &&
+      !BindArguments(*procedure, stack, base))
+    return PROCSTATUS_FAILED;
   PushFrame(code, base, room, nullptr);
   return Run();
 }
 
+[[gnu::noinline]] void Machine::LackArguments(const Callable& procedure, const Stack& stack) {
+  Raise(ERR_EXPRFUNCPARCOUNT, procedure.GetName().View());
+  NoteBeside("arguments of the call: " + std::to_string(stack.GetSize()) +
+             ", parameters of the procedure: " + std::to_string(procedure.GetParameterCount()));
+}
+
 enum_ProcStatus Machine::RunProcedure(Callable& procedure, Stack& stack) {
-  if (!HasNativeStack(procedure.GetName().View())) return PROCSTATUS_FAILED;
-  if (stack.GetSize() < procedure.GetParameterCount()) {
-    Raise(ERR_EXPRFUNCPARCOUNT, procedure.GetName().View());
-    NoteBeside("arguments of the call: " + std::to_string(stack.GetSize()) +
-               ", parameters of the procedure: " + std::to_string(procedure.GetParameterCount()));
+  if (!HasNativeStack(procedure.GetName())) return PROCSTATUS_FAILED;
+  if (stack.GetSize() < procedure.GetParameterCount()) [[unlikely]] {
+    LackArguments(procedure, stack);
     return PROCSTATUS_FAILED;
   }
   StackScope scope(*this, stack);
@@ -323,7 +349,7 @@ enum_ProcStatus Machine::RunProcedure(Callable& procedure, Stack& stack) {
 
 int32_t Machine::BeginEvaluation(uint32_t sourceOffset) {
   evaluationStop_ = sourceOffset;
-  return HasNativeStack("");
+  return HasNativeStack(KelString());
 }
 
 /// Whether the code yields the same value whenever it runs: it calls nothing and names no variable,
@@ -343,7 +369,7 @@ std::unique_ptr<const BoundCode> Machine::Bind(Lowered expression) {
     return nullptr;
   }
   if (!IsSound(*expression.code, "")) return nullptr;
-  return std::make_unique<const BoundCode>(std::move(expression.code));
+  return BoundCode::Make(std::move(expression.code));
 }
 
 int32_t Machine::Evaluate(Lowered expression, Stack& stack) {
@@ -399,7 +425,7 @@ Machine::Frame* Machine::ScopeFrame() {
 /// Of the frame whose names are the local scope, from 1; 0 outside of all procedures.
 uint32_t Machine::ScopeNumber() {
   const Frame* frame = ScopeFrame();
-  return frame != nullptr ? static_cast<uint32_t>(frame - frames_.data()) + 1 : 0;
+  return frame != nullptr ? static_cast<uint32_t>(frame - frames_) + 1 : 0;
 }
 
 /// The scope that the host has put before the names of the procedure, or null.
@@ -475,7 +501,7 @@ Variable* Machine::FindLent(uint32_t frame, uint32_t slot) const {
 /// name of the parameter it is found while a built-in runs.
 Variable* Machine::LendReference(Frame& frame, uint32_t slot) {
   Variable* const own = frame.base[slot].v;
-  const auto number = static_cast<uint32_t>(&frame - frames_.data()) + 1;
+  const auto number = static_cast<uint32_t>(&frame - frames_) + 1;
   if (Variable* known = FindLent(number, slot)) return known;
   const Name& name = frame.code->Tables().procedure->Locals().At(slot).name;
   if (own == nullptr || inBuiltIn_ < number || own->OwnName().Equals(name.View())) return own;
@@ -491,7 +517,7 @@ Variable* Machine::LendReference(Frame& frame, uint32_t slot) {
 /// The value of a register moves into an object until the built-in that the frame is in returns.
 /// Null outside of such a call, above the local's declaration, and without memory.
 Variable* Machine::LendLocal(Frame& frame, uint32_t slot) {
-  const auto number = static_cast<uint32_t>(&frame - frames_.data()) + 1;
+  const auto number = static_cast<uint32_t>(&frame - frames_) + 1;
   if (Variable* known = FindLent(number, slot)) return known;
   const Code& code = frame.code->Tables();
   const bool declared =

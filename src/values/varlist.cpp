@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "kel/kelascii.h"
+#include "values/cellops.h"
 
 using tamber::Name;
 
@@ -18,6 +19,7 @@ bool ByName(const Variable* left, const Variable* right) { return *left < *right
 }  // namespace
 
 VarList::VarList(const VarList& other) : sorts_(other.sorts_), sortedNow_(other.sortedNow_) {
+  other.Complete();
   items_.reserve(other.items_.size());
   try {
     for (const Variable* item : other.items_) {
@@ -34,6 +36,7 @@ VarList::VarList(const VarList& other) : sorts_(other.sorts_), sortedNow_(other.
 VarList::VarList(VarList&& other) noexcept
     : items_(std::move(other.items_)),
       index_(std::move(other.index_)),
+      origin_(std::exchange(other.origin_, nullptr)),
       sorts_(other.sorts_),
       sortedNow_(other.sortedNow_) {
   other.items_.clear();
@@ -43,6 +46,7 @@ VarList::VarList(VarList&& other) noexcept
 VarList& VarList::operator=(VarList other) noexcept {
   items_.swap(other.items_);
   index_.swap(other.index_);
+  std::swap(origin_, other.origin_);
   std::swap(sorts_, other.sorts_);
   std::swap(sortedNow_, other.sortedNow_);
   return *this;
@@ -50,20 +54,49 @@ VarList& VarList::operator=(VarList other) noexcept {
 
 VarList::~VarList() { ClearList(); }
 
+void VarList::Settle() {
+  Complete();
+  if (sorts_) SortIfNeeded();
+  BuildIndex();
+}
+
+VarList VarList::CopyLater(const VarList& origin) {
+  VarList copy(origin.sorts_);
+  copy.items_.resize(origin.items_.size());
+  copy.origin_ = &origin;
+  return copy;
+}
+
+Variable* VarList::CopyItem(uint32_t position) const {
+  const Variable& original = *origin_->items_[position];
+  return items_[position] = tamber::SeparateVariable(original, original.OwnName());
+}
+
+void VarList::Complete() const {
+  if (origin_ == nullptr) return;
+  for (uint32_t i = 0; i < items_.size(); ++i)
+    if (items_[i] == nullptr) CopyItem(i);
+  origin_ = nullptr;
+}
+
 void VarList::SetAutoSort(bool sorted) {
+  Complete();
   if (sorted && !sorts_) sortedNow_ = items_.size() < 2;
   sorts_ = sorted;
   DropIndex();
 }
 
 uint32_t VarList::FindVariable(std::string_view name) const {
-  if (sorts_) return FindSorted(name);
-  return FindIndexed(name, Name::HashOf(name));
+  if (sorts_ && index_.empty() && origin_ == nullptr) return FindSorted(name);
+  return Find(name, Name::HashOf(name));
 }
 
-uint32_t VarList::FindVariable(const Name& name) const {
-  if (sorts_) return FindSorted(name.View());
-  return FindIndexed(name.View(), name.Hash());
+uint32_t VarList::FindVariable(const Name& name) const { return Find(name.View(), name.Hash()); }
+
+uint32_t VarList::Find(std::string_view name, uint32_t hash) const {
+  if (origin_ != nullptr) return origin_->Find(name, hash);
+  if (!index_.empty()) return FindHashed(name, hash);
+  return sorts_ ? FindSorted(name) : FindIndexed(name, hash);
 }
 
 uint32_t VarList::FindSorted(std::string_view name) const {
@@ -115,7 +148,9 @@ void VarList::AddToIndex(uint32_t position) const {
 }
 
 Variable* VarList::GetVariable(uint32_t position) const {
-  return position < items_.size() ? items_[position] : nullptr;
+  if (position >= items_.size()) return nullptr;
+  Variable* const item = items_[position];
+  return item != nullptr ? item : CopyItem(position);
 }
 
 Variable* VarList::GetVariable(std::string_view name) const {
@@ -129,6 +164,7 @@ uint32_t VarList::AddVariable(Variable* variable, bool unique, bool* inserted) {
     const uint32_t present = FindVariable(variable->OwnName());
     if (present != kNotFound) return present;
   }
+  Complete();
   auto place = items_.end();
   if (sorts_) {
     SortIfNeeded();
@@ -138,7 +174,7 @@ uint32_t VarList::AddVariable(Variable* variable, bool unique, bool* inserted) {
   items_.insert(place, variable);
   if (inserted != nullptr) *inserted = true;
   if (!index_.empty()) {
-    if (items_.size() * 2 > index_.size()) {
+    if (items_.size() * 2 > index_.size() || position + 1 != items_.size()) {
       DropIndex();
     } else {
       AddToIndex(position);
@@ -148,12 +184,14 @@ uint32_t VarList::AddVariable(Variable* variable, bool unique, bool* inserted) {
 }
 
 void VarList::AddLast(Variable* variable) {
+  Complete();
   items_.push_back(variable);
   DropIndex();
 }
 
 Variable* VarList::RemoveVariable(uint32_t position) {
   if (position >= items_.size()) return nullptr;
+  Complete();
   Variable* variable = items_[position];
   items_.erase(items_.begin() + position);
   DropIndex();
@@ -168,6 +206,7 @@ void VarList::DeleteVariable(uint32_t position) { Variable::Delete(RemoveVariabl
 
 bool VarList::ReplaceVariable(uint32_t position, Variable* variable) {
   if (position >= items_.size() || variable == nullptr) return false;
+  Complete();
   Variable* old = items_[position];
   if (!old->OwnName().Equals(variable->OwnName())) {
     sortedNow_ = false;
@@ -180,12 +219,14 @@ bool VarList::ReplaceVariable(uint32_t position, Variable* variable) {
 
 void VarList::SwapVariables(uint32_t first, uint32_t second) {
   if (first >= items_.size() || second >= items_.size() || first == second) return;
+  Complete();
   std::swap(items_[first], items_[second]);
   sortedNow_ = false;
   DropIndex();
 }
 
 void VarList::Sort() {
+  Complete();
   sortedNow_ = false;
   std::stable_sort(items_.begin(), items_.end(), ByName);
   sortedNow_ = true;
@@ -201,6 +242,7 @@ void VarList::SortIfNeeded() const {
 void VarList::ClearList() {
   // Emptied first: what goes may ask this list again.
   const std::vector<Variable*> gone = std::exchange(items_, {});
+  origin_ = nullptr;
   DropIndex();
   sortedNow_ = true;
   for (Variable* item : gone) Variable::Delete(item);

@@ -52,6 +52,15 @@ class TAMBER_API VarList {
   /// Adds a variable whose place is the last one, in sort mode too; otherwise as above.
   void AddLast(Variable* variable);
   void Reserve(uint32_t count) { items_.reserve(count); }
+
+  /// Sorts and makes the index, after which threads may look names up at the same time.
+  void Settle();
+  /// A list as `origin` is, which was settled and stays as it is as long as anything of it is
+  /// missing here: each variable is copied when it is first asked for, and shares nothing that
+  /// counts with its original.
+  static VarList CopyLater(const VarList& origin);
+  /// Copies what is still missing.
+  void Complete() const;
   /// Takes a variable out; its holder becomes the caller's. Null when out of range.
   Variable* RemoveVariable(uint32_t position);
   Variable* RemoveVariable(std::string_view name);
@@ -66,6 +75,8 @@ class TAMBER_API VarList {
 
  private:
   TAMBER_LOCAL void SortIfNeeded() const;
+  TAMBER_LOCAL uint32_t Find(std::string_view name, uint32_t hash) const;
+  TAMBER_LOCAL Variable* CopyItem(uint32_t position) const;
   TAMBER_LOCAL uint32_t FindSorted(std::string_view name) const;
   TAMBER_LOCAL uint32_t FindIndexed(std::string_view name, uint32_t hash) const;
   TAMBER_LOCAL uint32_t FindHashed(std::string_view name, uint32_t hash) const;
@@ -73,8 +84,9 @@ class TAMBER_API VarList {
   TAMBER_LOCAL void AddToIndex(uint32_t position) const;
   void DropIndex() { index_.clear(); }
 
-  mutable std::vector<Variable*> items_;
-  mutable std::vector<uint32_t> index_;  // open addressing by folded hash; empty: not built
+  mutable std::vector<Variable*> items_;  // null: still to be copied from the origin
+  mutable std::vector<uint32_t> index_;   // open addressing by folded hash; empty: not built
+  mutable const VarList* origin_ = nullptr;
   bool sorts_;
   mutable bool sortedNow_ = true;  // looked at in sort mode only
 };

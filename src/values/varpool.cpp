@@ -7,18 +7,6 @@
 namespace tamber {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kPooled = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kPooled = false;  // every use after the end must be seen
-#else
-constexpr bool kPooled = true;
-#endif
-#else
-constexpr bool kPooled = true;
-#endif
-
 /// Variables are small and have one list; what is larger has one for every 16 bytes more.
 constexpr size_t kSmall = 48;
 constexpr size_t kStep = 16;

@@ -157,6 +157,20 @@ TEST_F(ProgramTest, WhatCannotBeMadeIsRefused) {
   EXPECT_THROW(TamberContext{Program()}, std::invalid_argument);
 }
 
+TEST_F(ProgramTest, AContextKeepsWhatItHasNotLookedAtWhenItsProgramGoes) {
+  Program program = Prepare();
+  TamberContext context(program);
+  prepared_.reset();
+  program = context.Freeze();
+  EXPECT_FALSE(context.CompileScriptBuffer("more", "int HITS\n", 1));
+  ASSERT_FALSE(context.GetDiagnostic().notes.empty());
+  EXPECT_EQ(context.GetDiagnostic().notes[0].text, "it is a variable of test, line 7");
+  EXPECT_EQ(Of(context, "State"), "of the program7s301");
+  program = TamberContext(program).Freeze();
+  EXPECT_FALSE(TamberContext(program).CompileScriptBuffer("more", "int LIMIT\n", 1));
+  EXPECT_EQ(Call<std::string>(context, "Greet", "you").ValueOr(""), "hello, youof the program!");
+}
+
 TEST_F(ProgramTest, ThreadsRunOneProgramAtTheSameTime) {
   Program program = Prepare();
   prepared_.reset();
