@@ -94,7 +94,7 @@ void ContextState::CallScript(const KelString& path) {
   }
   if (called.State().run.isInterrupted) {
     run.isInterrupted = true;
-    errors.diagnostic = called.GetDiagnostic();
+    errors.diagnostic.Record() = called.GetDiagnostic();
   }
   int32_t code = called.GetContextError();
   context.SetContextError(code, code != 0 ? called.GetContextErrorText() : KelString());
@@ -102,7 +102,7 @@ void ContextState::CallScript(const KelString& path) {
   // The innermost script that ran reports what ends all of them.
   if (compiled && code >= kFirstFatalError && called.State().run.errorReported) {
     run.errorReported = true;
-    errors.diagnostic = called.GetDiagnostic();
+    errors.diagnostic.Record() = called.GetDiagnostic();
     context.UpdateErrCodeVar();
   }
   if (!called.State().session.fault.IsEmpty()) session.fault = called.State().session.fault;

@@ -41,7 +41,7 @@ void NoteStop(ContextState& state, const tamber::SourcePlace& place) {
   state.run.stopFlag = true;
   state.run.isInterrupted = true;
   // Once for each call of the host: what it began has forgotten the record of the one before.
-  if (state.errors.diagnostic.code != ERR_STOPPED) state.NoteStop(place);
+  if (state.errors.diagnostic.Code() != ERR_STOPPED) state.NoteStop(place);
 }
 
 /// Whether the host has stopped what was compiled, or code that ran for it; the stop is noted.

@@ -33,6 +33,23 @@ class ModuleList;
 class ContextState;
 struct CompileInputs;
 
+/// The record of the error that was reported last. It is made when there is one, or when the host
+/// asks for it, and then stays where it is: hosts keep references to it.
+class LastDiagnostic {
+ public:
+  int32_t Code() const { return record_ != nullptr ? record_->code : 0; }
+  TamberDiagnostic& Record() {
+    if (record_ == nullptr) record_ = std::make_unique<TamberDiagnostic>();
+    return *record_;
+  }
+  void Clear() {
+    if (record_ != nullptr) *record_ = TamberDiagnostic();
+  }
+
+ private:
+  std::unique_ptr<TamberDiagnostic> record_;
+};
+
 /// Keeps the error that is being told: what a host's handler does meanwhile with the context leaves
 /// none of its own.
 class ErrorRecord {
@@ -77,7 +94,7 @@ struct ErrorReporting {
   ErrorList list;
   void (*diagnosticHandler)(const TamberDiagnostic&, void*) = nullptr;
   void* diagnosticUser = nullptr;
-  TamberDiagnostic diagnostic;  ///< of the last report
+  LastDiagnostic diagnostic;
   /// A report that found no memory: it is made up for when what ran has been given back.
   struct OwedReport {
     SourcePlace place;
@@ -192,10 +209,11 @@ class ContextState final : public MachineHost, public CompileHost {
   std::vector<VariableSeen>* variablesSeen = nullptr;  ///< as `inputs`: those that are asked for
 
   Stack hostStack;  ///< arguments and results of the host's typed calls
-  /// What the host called last by name, good as long as the list of procedures has not changed.
+  /// What the host called last by name, good as long as the list of procedures has not changed;
+  /// each name has one place in which it may be.
   struct LastCalled {
-    TamberProcedure* procedure = nullptr;
     uint64_t version = 0;
+    TamberProcedure* procedures[4] = {};
   };
   LastCalled lastCalled;
 
@@ -240,12 +258,11 @@ class ContextState final : public MachineHost, public CompileHost {
   TamberProcedure* FindToRun(const KelString& name);
   /// A call of the host that compiles or runs begins: there was no error yet.
   void ForgetDiagnostic() {
-    if (errors.diagnostic.code != 0) ClearDiagnostic();
+    if (errors.diagnostic.Code() != 0) errors.diagnostic.Clear();
     if (!IsReadyToReport()) PrepareReports();
   }
   bool IsReadyToReport() const { return ReportRoom::IsThere() && !errors.owedReport.has_value(); }
   void PrepareReports();
-  void ClearDiagnostic();
   /// Runs a handler of the host. It may use the context, and what it throws ends here. One that
   /// fails itself, and is told of that, and so on, is told no more when little stack is left.
   template <class Handler>

@@ -73,7 +73,7 @@ KelString TextOf(const ContextState& state, int32_t code) {
 
 /// The record of the error that is about to be reported.
 void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
-  TamberDiagnostic& diagnostic = state.errors.diagnostic;
+  TamberDiagnostic& diagnostic = state.errors.diagnostic.Record();
   diagnostic = TamberDiagnostic();
   diagnostic.code = state.run.errorCode;
   diagnostic.name = state.errors.list.GetErrorName(state.run.errorCode);
@@ -100,7 +100,7 @@ void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
 void TellHost(ContextState& state, const SourcePlace& place) {
   NoteDiagnostic(state, place);
   if (state.errors.diagnosticHandler == nullptr) return;
-  const TamberDiagnostic told = state.errors.diagnostic;
+  const TamberDiagnostic told = state.errors.diagnostic.Record();
   state.CallHost([&] { state.errors.diagnosticHandler(told, state.errors.diagnosticUser); });
 }
 
@@ -113,7 +113,7 @@ ErrorRecord::ErrorRecord(ContextState& state)
       text_(state.run.errorText),
       detail_(state.run.errorDetail),
       notes_(state.run.notes),
-      diagnostic_(state.errors.diagnostic) {}
+      diagnostic_(state.errors.diagnostic.Record()) {}
 
 ErrorRecord::~ErrorRecord() {
   state_.run.errorCode = code_;
@@ -121,10 +121,8 @@ ErrorRecord::~ErrorRecord() {
   state_.run.errorText = std::move(text_);
   state_.run.errorDetail = std::move(detail_);
   state_.run.notes = std::move(notes_);
-  state_.errors.diagnostic = std::move(diagnostic_);
+  state_.errors.diagnostic.Record() = std::move(diagnostic_);
 }
-
-void ContextState::ClearDiagnostic() { errors.diagnostic = TamberDiagnostic(); }
 
 void ContextState::PrepareReports() {
   // One block of the heap, which small blocks then come from, where a larger one would be a mapping
@@ -188,8 +186,8 @@ void ContextState::RefuseRegistration(int32_t code, const KelString& text) {
 }
 
 int32_t ContextState::LastReported(KelString& detail) {
-  detail = errors.diagnostic.detail;
-  return errors.diagnostic.code;
+  detail = errors.diagnostic.Record().detail;
+  return errors.diagnostic.Code();
 }
 
 /// A handler of the signal finds the place in the diagnostic; nobody is told otherwise, as it may
@@ -201,7 +199,7 @@ void ContextState::RaiseFault(const SourcePlace& place) {
     outermost.emplace(root->State());
     run.SetError(ERR_DIVIDEBYZERO, "% by zero");
     NoteDiagnostic(*this, place);
-    if (nested) root->State().errors.diagnostic = errors.diagnostic;
+    if (nested) root->State().errors.diagnostic.Record() = errors.diagnostic.Record();
   });
   kel::RaiseArithmeticFault();
 }
@@ -237,7 +235,9 @@ void TamberContext::SetContextError(int32_t code, const KelString& text) {
 }
 
 int32_t TamberContext::GetContextError() const { return state_->run.errorCode; }
-const TamberDiagnostic& TamberContext::GetDiagnostic() const { return state_->errors.diagnostic; }
+const TamberDiagnostic& TamberContext::GetDiagnostic() const {
+  return state_->errors.diagnostic.Record();
+}
 KelString TamberContext::GetContextErrorText() const { return state_->run.errorText; }
 
 void TamberContext::UpdateErrCodeVar() {

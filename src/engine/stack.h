@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "kel/export.h"
 #include "kel/kelstring.h"
@@ -33,6 +34,11 @@ class TAMBER_API Stack {
   Stack(const Stack& other);
   Stack& operator=(const Stack& other);
   virtual ~Stack();
+  void Swap(Stack& other) noexcept {
+    entries_.swap(other.entries_);
+    std::swap(size_, other.size_);
+    std::swap(capacity_, other.capacity_);
+  }
 
   uint32_t GetSize() const { return size_; }
   /// The entry at `index` from the bottom, borrowed; null out of range.
@@ -114,7 +120,7 @@ class TAMBER_API Stack {
   /// the processor wait for its parts, which costs more than all the rest of a call.
   void Place(tamber::Kind kind, tamber::Cell cell, const tamber::TypeDesc* type) {
     if (size_ == capacity_) [[unlikely]] {
-      Reserve(uint64_t{capacity_} * 2 + 16);
+      Reserve(uint64_t{capacity_} * 2 + 4);
     }
     tamber::StackEntry& entry = entries_[size_++];
     entry.kind = kind;

@@ -55,6 +55,16 @@ auto& AllPrograms() {
   return *programs;
 }
 
+/// How often a context was freed; what was found before may be gone.
+std::atomic<uint64_t> freedContexts{0};
+
+struct LastUsed {
+  const tamber_context* handle;
+  CContext* context;
+  uint64_t freed;  ///< contexts, when it was found
+};
+[[gnu::tls_model("initial-exec")]] constinit thread_local LastUsed lastUsed{};
+
 VariablePtr NumberOf(Kind kind, Cell cell) {
   return VariablePtr(MakeVariable(TypeDesc::Of(kind), Name(), cell));
 }
@@ -68,6 +78,15 @@ bool IsNumber(const PartView& part) {
 
 std::shared_ptr<CContext> FindContext(const tamber_context* handle) {
   return AllContexts().Find(handle);
+}
+
+std::shared_ptr<CContext> FindOwnContext(const tamber_context* handle) {
+  const uint64_t freed = freedContexts.load(std::memory_order_acquire);
+  if (lastUsed.handle == handle && lastUsed.context != nullptr && lastUsed.freed == freed)
+    return lastUsed.context->shared_from_this();
+  std::shared_ptr<CContext> found = FindContext(handle);
+  lastUsed = {handle, found.get(), freed};
+  return found;
 }
 
 int StatusOf(PathEnd end) {
@@ -162,8 +181,11 @@ tamber_context* tamber_new(void) {
 }
 
 int tamber_free(tamber_context* context) {
-  return Guarded(
-      [&] { return AllContexts().Remove(context) != nullptr ? TAMBER_OK : TAMBER_BAD_HANDLE; });
+  return Guarded([&] {
+    const std::shared_ptr<CContext> freed = AllContexts().Remove(context);
+    freedContexts.fetch_add(1, std::memory_order_release);
+    return freed != nullptr ? TAMBER_OK : TAMBER_BAD_HANDLE;
+  });
 }
 
 int tamber_freeze(tamber_context* context, tamber_program** program) {

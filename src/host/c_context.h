@@ -28,7 +28,7 @@ struct CProgram {
 };
 
 /// What a tamber_context stands for.
-struct CContext {
+struct CContext : std::enable_shared_from_this<CContext> {
   CContext() { context.SetDefaultReports(false); }
   /// What the program's context called was that context's; this one has to be listened to itself.
   explicit CContext(const CProgram& from) : listeners(from.listeners), context(from.program) {
@@ -47,8 +47,11 @@ struct CContext {
 /// What a failure is: an error of the script, or no error but a stop.
 int FailureOf(int32_t code);
 
-/// Null when there is none.
+/// Null when there is none. From any thread, whatever the others do.
 std::shared_ptr<CContext> FindContext(const tamber_context* handle);
+/// The same in the thread that uses the context now, without a lock for the one that it has used
+/// last.
+std::shared_ptr<CContext> FindOwnContext(const tamber_context* handle);
 
 /// Nothing is thrown into C.
 template <class Body>
@@ -62,10 +65,11 @@ int Guarded(Body&& body) {
   }
 }
 
-template <class Body>
+/// What other threads may do with a context finds it with FindContext.
+template <auto Find = FindOwnContext, class Body>
 int WithContext(const tamber_context* handle, Body&& body) {
   return Guarded([&]() -> int {
-    const std::shared_ptr<CContext> context = FindContext(handle);
+    const std::shared_ptr<CContext> context = Find(handle);
     return context != nullptr ? body(*context) : static_cast<int>(TAMBER_BAD_HANDLE);
   });
 }

@@ -90,12 +90,14 @@ int tamber_run(tamber_context* context, const char* procedure) {
     if (procedure == nullptr) return TAMBER_BAD_ARGUMENT;
     // The script may call the host, and the host run something else, meanwhile.
     Stack stack;
-    std::swap(stack, own.stack);
+    stack.Swap(own.stack);
     own.result.reset();
     own.resultPart.clear();
     const auto error = RunCall(own.context, procedure, stack, stack.GetSize(), tamber::Kind::None);
     if (error != nullptr) return FailureOf(error->code);
     own.result.reset(stack.PopVariable());
+    stack.PopAll();
+    if (own.stack.GetSize() == 0) own.stack.Swap(stack);  // its room is used again
     return TAMBER_OK;
   });
 }

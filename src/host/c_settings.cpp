@@ -110,14 +110,14 @@ int tamber_show_process(tamber_context* context, int what) {
 }
 
 int tamber_stop(tamber_context* context) {
-  return WithContext(context, [](CContext& own) -> int {
+  return WithContext<FindContext>(context, [](CContext& own) -> int {
     own.context.RequestStop();
     return TAMBER_OK;
   });
 }
 
 int tamber_is_stopped(tamber_context* context, int* stopped) {
-  return WithContext(context, [&](const CContext& own) -> int {
+  return WithContext<FindContext>(context, [&](const CContext& own) -> int {
     if (stopped == nullptr) return TAMBER_BAD_ARGUMENT;
     *stopped = own.context.IsStopRequested() ? 1 : 0;
     return TAMBER_OK;

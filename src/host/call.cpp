@@ -85,17 +85,20 @@ std::unique_ptr<TamberDiagnostic> RefuseMisfit(TamberContext& context,
   return Refuse(context, procedure, ERR_PROCBADRETTYPE, text);
 }
 
-/// Mostly the host calls the same procedure again and again.
+/// Mostly the host calls the same few procedures again and again.
 TamberProcedure* FindCalled(ContextState& state, std::string_view name) {
   ContextState::LastCalled& last = state.lastCalled;
-  const uint64_t version = state.context.GetProcedureVersion();
-  if (last.procedure != nullptr && last.version == version &&
-      last.procedure->GetName().View() == name)
-    return last.procedure;
+  const size_t place = name.empty() ? 0 : (name.size() + static_cast<size_t>(name.back())) % 4;
+  TamberProcedure* const known = last.procedures[place];
+  if (last.version == state.context.GetProcedureVersion() && known != nullptr &&
+      known->GetName().View() == name)
+    return known;
   TamberProcedure* const procedure = state.FindToRun(KelString(name));
   // Which procedure is "main" does not depend on the name alone.
   const bool isMain = kel::EqualsNoCase(name, "main");
-  last = {isMain ? nullptr : procedure, state.context.GetProcedureVersion()};
+  const uint64_t version = state.context.GetProcedureVersion();
+  if (last.version != version) last = {version};
+  last.procedures[place] = isMain ? nullptr : procedure;
   return procedure;
 }
 

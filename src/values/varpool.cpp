@@ -8,7 +8,7 @@ namespace tamber {
 namespace {
 
 /// Variables are small and have one list; what is larger has one for every 16 bytes more.
-constexpr size_t kSmall = 48;
+constexpr size_t kSmall = 40;
 constexpr size_t kStep = 16;
 constexpr size_t kLists = 8;
 constexpr size_t kLargest = kSmall + kStep * (kLists - 1);

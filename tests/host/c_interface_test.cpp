@@ -270,6 +270,51 @@ TEST_F(CInterfaceTest, FunctionsOfTheHostAreBuiltIns) {
   EXPECT_EQ(tamber_register(context_, "int while (int N)", Repeat, &stale), TAMBER_FAILED);
 }
 
+TEST_F(CInterfaceTest, FunctionsOfTheHostTakeAndReturnEveryType) {
+  const auto parts = [](tamber_call* call, void*) -> int {
+    double d = 0;
+    int32_t x = 0, second = 0;
+    int type = 0;
+    uint32_t size = 0;
+    const char* key = nullptr;
+    EXPECT_EQ(tamber_arg_double(call, 0, &d), TAMBER_OK);
+    EXPECT_NE(tamber_arg_part_int(call, 0, ".x", &x), TAMBER_OK);
+    EXPECT_EQ(tamber_arg_part_type(call, 1, "", &type), TAMBER_OK);
+    EXPECT_EQ(type, TAMBER_CHAR);
+    EXPECT_EQ(tamber_arg_part_int(call, 2, ".x", &x), TAMBER_OK);
+    EXPECT_EQ(tamber_arg_part_size(call, 3, "", &size), TAMBER_OK);
+    EXPECT_EQ(tamber_arg_part_int(call, 3, "[2]", &second), TAMBER_OK);
+    EXPECT_EQ(tamber_arg_text(call, 4, &key, nullptr), TAMBER_OK);
+    EXPECT_STREQ(key, "secret");
+    EXPECT_EQ(size, 2u);
+    tamber_return_text(call, "replaced", 8);
+    return tamber_return_double(call, d + x + second);
+  };
+  const auto wrong = [](tamber_call* call, void*) { return tamber_return_text(call, "x", 1); };
+  const auto nothing = [](tamber_call*, void*) -> int { return TAMBER_OK; };
+  ASSERT_EQ(Compile("struct Point\n  int x\nendstruct\n"), TAMBER_OK);
+  for (const auto& [prototype, function] :
+       std::initializer_list<std::pair<const char*, tamber_function>>{
+           {"int Parts (double D, char C, Point P, array L, estring E)", parts},
+           {"int Wrong ()", wrong},
+           {"estring Sealed ()", wrong},
+           {"int[] None ()", nothing},
+           {"string Empty ()", nothing}})
+    ASSERT_EQ(tamber_register(context_, prototype, function, nullptr), TAMBER_OK)
+        << prototype << Error().detail;
+  ASSERT_EQ(
+      Compile("proc Run()\n  Point p\n  int[] l\n  estring e\n  array a\n  p.x = 7\n  l <<= 4\n"
+              "  l <<= 5\n  e = \"secret\"\n  a <<= Empty()\n  a <<= Wrong2()\n"
+              "  Print(Parts(1, 'c', p, l, e) + Sealed() + ArrayGetSize(None()) + a[1] + Empty())\n"
+              "  Print(Wrong())\nendproc\nint Wrong2()\n  return 2\nendproc\n"),
+      TAMBER_OK)
+      << Error().detail;
+  EXPECT_EQ(tamber_run(context_, "Run"), TAMBER_FAILED);
+  EXPECT_EQ(output_, "13x0");
+  EXPECT_STREQ(Error().name, "ERR_ASSIGNMISMATCH");
+  EXPECT_STREQ(Error().detail, "Wrong");
+}
+
 TEST_F(CInterfaceTest, CallbacksThatThrowAreErrorsOfTheScript) {
   const auto throws = [](tamber_call*, void*) -> int { throw std::runtime_error("no"); };
   ASSERT_EQ(tamber_register(context_, "int Throws ()", throws, nullptr), TAMBER_OK);
