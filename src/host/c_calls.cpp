@@ -38,9 +38,14 @@ struct CCall {
   CCall(const Target& called, const Cell* with) : target(called), arguments(with) {}
   CCall(const CCall&) = delete;
   CCall& operator=(const CCall&) = delete;
-  ~CCall() { ReleaseCell(kind, result); }
+  ~CCall() { Drop(); }
+  void Drop() {
+    if (IsManaged(kind)) ReleaseCell(kind, result);
+  }
   void Return(Kind given, Cell value) {
-    ReleaseCell(std::exchange(kind, given), std::exchange(result, value));
+    Drop();
+    kind = given;
+    result = value;
   }
 };
 
@@ -203,6 +208,14 @@ int WithArgument(tamber_call* handle, uint32_t position, const char* part, Read&
   });
 }
 
+/// An argument that is passed as it is read; null for every other one.
+const Cell* FindPlain(const tamber_call* handle, uint32_t position, Kind kind) {
+  const CCall* call = FindCall(handle);
+  if (call == nullptr || call->arguments == nullptr) return nullptr;
+  const std::vector<Kind>& kinds = call->target.parameters;
+  return position < kinds.size() && kinds[position] == kind ? &call->arguments[position] : nullptr;
+}
+
 int Return(tamber_call* handle, Kind kind, Cell value) {
   return WithCall(handle, [&](CCall& call) {
     call.Return(kind, value);
@@ -232,11 +245,18 @@ int tamber_arg_count(tamber_call* call, uint32_t* count) {
 }
 
 int tamber_arg_int(tamber_call* call, uint32_t position, int32_t* value) {
-  return tamber_arg_part_int(call, position, "", value);
+  const tamber::Cell* plain = FindPlain(call, position, tamber::Kind::Int);
+  if (plain == nullptr || value == nullptr) return tamber_arg_part_int(call, position, "", value);
+  *value = plain->i;
+  return TAMBER_OK;
 }
 
 int tamber_arg_double(tamber_call* call, uint32_t position, double* value) {
-  return tamber_arg_part_double(call, position, "", value);
+  const tamber::Cell* plain = FindPlain(call, position, tamber::Kind::Double);
+  if (plain == nullptr || value == nullptr)
+    return tamber_arg_part_double(call, position, "", value);
+  *value = plain->d;
+  return TAMBER_OK;
 }
 
 int tamber_arg_text(tamber_call* call, uint32_t position, const char** text, size_t* length) {

@@ -10,9 +10,9 @@ namespace {
 /// Variables are small and have one list; what is larger has one for every 16 bytes more.
 constexpr size_t kSmall = 40;
 constexpr size_t kStep = 16;
-constexpr size_t kLists = 8;
+constexpr size_t kLists = 9;
 constexpr size_t kLargest = kSmall + kStep * (kLists - 1);
-constexpr uint32_t kMaxFree[kLists] = {4096, 1024, 1024, 1024, 1024, 1024, 1024, 1024};
+constexpr uint32_t kMaxFree[kLists] = {4096, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024};
 
 constexpr size_t ListOf(size_t size) {
   return size <= kSmall ? 0 : (size - kSmall + kStep - 1) / kStep;
