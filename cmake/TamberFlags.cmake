@@ -50,7 +50,7 @@ endif()
 include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
-if(NOT TAMBER_SANITIZE)
+if(NOT TAMBER_SANITIZE AND NOT TAMBER_SANITIZE_THREADS)
   target_compile_options(tamber_flags INTERFACE
     -fstack-protector-strong -Wformat -Werror=format-security -Wdate-time)
   target_link_options(tamber_flags INTERFACE LINKER:-z,relro LINKER:-z,now)
@@ -85,6 +85,13 @@ if(TAMBER_SANITIZE)
   # The checks that the sanitizers add make g++ take initialised variables for uninitialised ones.
   target_compile_options(tamber_flags INTERFACE ${sanitize} $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(tamber_flags INTERFACE ${sanitize})
+endif()
+
+if(TAMBER_SANITIZE_THREADS)
+  # The warnings of optimised code go wrong as above.
+  target_compile_options(tamber_flags INTERFACE -fsanitize=thread
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized -Wno-tsan>)
+  target_link_options(tamber_flags INTERFACE -fsanitize=thread)
 endif()
 
 if(TAMBER_FUZZ)

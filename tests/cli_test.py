@@ -289,7 +289,8 @@ class CommandTest(unittest.TestCase):
         for text in files:
             self.assertRegex(text, rb"\A(<<\r\n[^<>]+Divide by zero error[^<>]+ErrHandler[^<>]+>>\r\n)+\Z")
         self.assertEqual(sum(text.count(b"<<") for text in files), 40)
-        self.assertLess(max(map(len, files)), 6000 + 2 * len(files[0]) // files[0].count(b"<<"))
+        # Processes that find the file full at the same time append to it all the same.
+        self.assertLess(max(map(len, files)), 6000 + 9 * len(files[0]) // files[0].count(b"<<"))
 
     def test_a_store_that_is_away_is_no_new_one(self):
         script = self.script("session int n\nproc main()\n  n += 1\n  Print(\"\" + n)\nendproc\n")

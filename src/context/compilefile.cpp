@@ -13,6 +13,7 @@
 #include "kel/pathparser.h"
 #include "kel/stop.h"
 #include "values/errcodes.h"
+#include "values/shared.h"
 
 using tamber::ContextState;
 using tamber::ScriptText;
@@ -81,6 +82,7 @@ int32_t IsStructured(TamberContext& context, const KelString& name,
 }  // namespace
 
 int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place) {
+  if (!nested && !machine->IsRunning()) tamber::SharedCredits::GiveBackAfterMaking();
   const kel::StopWord stops(run.rootWake);
   const kel::Interruptible interruptible(true);
   try {
@@ -122,6 +124,8 @@ int32_t TamberContext::CompileScriptFile(const KelString& path) {
 
 int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelString& text,
                                            uint32_t firstLine) {
+  if (!state_->nested && !state_->machine->IsRunning())
+    tamber::SharedCredits::GiveBackAfterMaking();
   const kel::StopWord stops(state_->run.rootWake);
   const kel::Interruptible interruptible(true);
   try {

@@ -141,6 +141,7 @@ const FunctionList& DefaultFunctions() {
     auto made = std::make_unique<FunctionList>();
     for (const FUNCMOD_REGISTRATION* module : BuiltInModules())
       RegisterBuiltInFunctions(*made, module, types);
+    made->LendFunctions(FunctionList::Prototypes::Later);
     return made.release();
   }();
   return functions;

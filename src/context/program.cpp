@@ -144,7 +144,7 @@ std::shared_ptr<const TamberProgram> TamberContext::Freeze() {
     state_->evaluatedTexts.Clear();
     state_->FreezeProcedures();
     ShareWithPrograms();
-    static_cast<void>(GetFunctionCount());  // what waits for the table comes in
+    LendFunctions(FunctionList::Prototypes::Read);
     std::unique_ptr<TamberContext> prepared(new TamberContext(*this, Prepared::Program));
     std::shared_ptr<const TamberProgram> program(new TamberProgram(std::move(prepared)));
     // What came from another program may go with that.

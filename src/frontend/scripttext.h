@@ -51,7 +51,8 @@ class TAMBER_API ScriptText {
   const KelString& Name() const { return name_; }
   /// The report file that belongs to it: its name with the extension "log".
   const KelString& LogFile() const { return logFile_; }
-  TAMBER_LOCAL static KelString LogFileOf(const KelString& name);
+  /// The same for a script of that name.
+  static KelString LogFileOf(const KelString& name);
   uint32_t FirstLine() const { return firstLine_; }
   uint32_t LineCount() const { return static_cast<uint32_t>(starts_.size()); }
   /// Number behind that of the last line.

@@ -1,6 +1,7 @@
 #include "functions/funclist.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -388,6 +389,21 @@ void FunctionList::ClearList() {
   table_ = kel::Cow<Table>();
   const auto waiting = std::exchange(waiting_, {});
   version_ = tamber::NextEpoch();
+}
+
+void FunctionList::LendFunctions(Prototypes prototypes) {
+  const auto isCounted = [](const auto& function) { return function.use_count() != 0; };
+  const Entries& shared = Functions().functions;
+  if (std::none_of(shared.begin(), shared.end(), isCounted)) return;
+  Table& table = OwnFunctions();
+  auto lenders = std::make_shared<Entries>(table.lenders ? *table.lenders : Entries());
+  std::copy_if(table.functions.begin(), table.functions.end(), std::back_inserter(*lenders),
+               isCounted);
+  if (prototypes == Prototypes::Read)
+    for (const auto& function : *lenders) static_cast<void>(function->GetParameterCount());
+  table.lenders = std::move(lenders);
+  for (auto& function : table.functions)
+    function = std::shared_ptr<const TamberFunction>(std::shared_ptr<void>(), function.get());
 }
 
 void FunctionList::DumpFunctions(KelString& out, const KelString& names,

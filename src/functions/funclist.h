@@ -91,6 +91,11 @@ class TAMBER_API FunctionList {
   std::shared_ptr<const TamberFunction> ShareFunction(uint32_t index) const;
   uint32_t GetFunctionCount() const;
   void ClearList();
+  /// From now on the functions that are in the list are lent to whoever shares them, and live as
+  /// long as a list that has this table: threads that call them would otherwise all count.
+  /// A function reads its prototype when it is first asked for it: now, or later.
+  enum class Prototypes : uint8_t { Later, Read };
+  void LendFunctions(Prototypes prototypes);
 
   /// Appends "Functions dump:" and a prototype per line, each after `indent`: of the functions that
   /// `names` lists (separated by blanks, ",", ";" or ":"), or of all of them when `names` holds "*"
@@ -100,8 +105,11 @@ class TAMBER_API FunctionList {
   KelString PrototypeText(uint32_t index) const;
 
  private:
+  using Entries = std::vector<std::shared_ptr<const TamberFunction>>;
   struct Table {
-    std::vector<std::shared_ptr<const TamberFunction>> functions;  // entry n is at n - 1
+    Entries functions;  // entry n is at n - 1
+    /// Those of the functions that are only lent there; shared by the copies of the table.
+    std::shared_ptr<const Entries> lenders;
   };
 
   friend class tamber::Machine;

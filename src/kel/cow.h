@@ -13,7 +13,7 @@ namespace kel {
 template <class T>
 class Cow {
  public:
-  /// Returns what a deferred value starts from; valid for good.
+  /// Returns what a deferred value starts from; there for good, and never changed.
   using Source = const Cow& (*)();
 
   Cow() : value_(std::make_shared<T>()) {}
@@ -33,7 +33,9 @@ class Cow {
 
   const T& Read() const {
     if (value_ == nullptr) [[unlikely]] {
-      value_ = source_().Share();
+      // Nobody owns it, so that threads which all look at it count nothing.
+      const T& lasting = source_().Read();
+      value_ = std::shared_ptr<T>(std::shared_ptr<void>(), const_cast<T*>(&lasting));
     }
     return *value_;
   }
@@ -52,11 +54,6 @@ class Cow {
   }
 
  private:
-  std::shared_ptr<T> Share() const {
-    Read();
-    Disown();
-    return value_;
-  }
   /// Writes nothing where there is nothing to write: threads copy from one value at the same time.
   void Disown() const {
     if (owned_.load(std::memory_order_relaxed)) owned_.store(false, std::memory_order_relaxed);

@@ -20,6 +20,9 @@ void Callable::Freeze(uint32_t number, std::unique_ptr<const Code> code) {
   frozenNumber_ = number;
   frozenCode_ = std::move(code);
   for (auto& own : code_) own.reset();
+  if (frozenScript_ != nullptr) return;
+  frozenScript_ = std::move(script_);
+  script_ = std::shared_ptr<const ScriptText>(std::shared_ptr<void>(), frozenScript_.get());
 }
 
 }  // namespace tamber

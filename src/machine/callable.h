@@ -52,6 +52,8 @@ class Callable {
  private:
   KelString name_;
   std::shared_ptr<const ScriptText> script_;
+  /// Whoever copies the script of a frozen procedure counts nothing.
+  std::shared_ptr<const ScriptText> frozenScript_;
   LocalTable locals_;
   TypeRef returnType_;
   uint32_t parameterCount_ = 0;

@@ -116,6 +116,8 @@ Variable* ArrayData::FindBox(uint32_t at) const {
   return boxes_ == nullptr || HoldsObjects(kind_) ? nullptr : boxes_->Find(at);
 }
 
+bool ArrayData::HasBox(uint32_t at) const { return FindBox(at) != nullptr; }
+
 Cell ArrayData::Peek(uint32_t at) const {
   const Variable* box = FindBox(at);
   return box != nullptr ? VariableAccess::CellOf(*box) : LoadRaw(at);

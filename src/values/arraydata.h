@@ -37,7 +37,7 @@ class ArrayData final : public RefObject {
   uint32_t Written() const { return written_; }
   bool HasBoxes() const { return boxes_ != nullptr; }
   /// Whether the element has an object that it would not have without anybody who wants it.
-  bool HasBox(uint32_t at) const { return FindBox(at) != nullptr; }
+  bool HasBox(uint32_t at) const;
 
   /// Raw storage of an array without boxes: int8_t for Bool and Char, int32_t for Int, float,
   /// double, and Cell for the rest.

@@ -2,7 +2,12 @@
 
 #include <utility>
 
+#include "values/varpool.h"
+
 namespace tamber {
+
+void* BoxMap::operator new(size_t size) { return PoolAllocate(size); }
+void BoxMap::operator delete(void* memory, size_t size) { PoolFree(memory, size); }
 
 Variable*& BoxMap::Slot(uint32_t at) {
   if (many_ == nullptr) {

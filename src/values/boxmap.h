@@ -6,7 +6,6 @@
 #include <unordered_map>
 
 #include "values/variable.h"
-#include "values/varpool.h"
 
 namespace tamber {
 
@@ -16,8 +15,8 @@ namespace tamber {
 /// are the array's to delete.
 class BoxMap {
  public:
-  static void* operator new(size_t size) { return PoolAllocate(size); }
-  static void operator delete(void* memory, size_t size) { PoolFree(memory, size); }
+  static void* operator new(size_t size);
+  static void operator delete(void* memory, size_t size);
 
   /// Null: the element has no object.
   Variable* Find(uint32_t at) const {

@@ -1,6 +1,5 @@
 #include "values/name.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -8,13 +7,20 @@
 
 namespace tamber {
 
+Name::Rep::Rep(std::string_view text)
+    : hash(HashOf(text)), length(static_cast<uint32_t>(text.size())) {
+  char* const bytes = const_cast<char*>(Bytes());
+  std::memcpy(bytes, text.data(), text.size());
+  bytes[text.size()] = '\0';
+}
+
+void Name::Rep::Destroy(const SharedCount* object) { delete static_cast<const Rep*>(object); }
+void Name::Rep::operator delete(void* memory) { ::operator delete(memory); }
+
 Name::Name(std::string_view text) {
   if (text.empty()) return;
-  void* memory = std::malloc(sizeof(Rep) + text.size() + 1);
-  if (memory == nullptr) throw std::bad_alloc();
-  rep_ = new (memory) Rep{1, HashOf(text), static_cast<uint32_t>(text.size())};
-  std::memcpy(Text(rep_), text.data(), text.size());
-  Text(rep_)[text.size()] = '\0';
+  void* const memory = ::operator new(sizeof(Rep) + text.size() + 1);
+  rep_ = ::new (memory) Rep(text);
 }
 
 uint32_t Name::HashOf(std::string_view text) {
@@ -30,12 +36,7 @@ bool Name::Equals(const Name& other) const {
 
 bool Name::Equals(std::string_view text) const { return kel::EqualsNoCase(View(), text); }
 
-void Name::Release() {
-  if (rep_ != nullptr && rep_->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    rep_->~Rep();
-    std::free(rep_);
-  }
-  rep_ = nullptr;
-}
+void Name::Retain() const { rep_->Retain(); }
+void Name::Release() const { rep_->Release(); }
 
 }  // namespace tamber

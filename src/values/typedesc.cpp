@@ -12,6 +12,7 @@
 #include "values/structdata.h"
 
 namespace tamber {
+
 namespace {
 
 constexpr size_t kKindCount = static_cast<size_t>(Kind::Any) + 1;
@@ -83,6 +84,8 @@ struct TypeDesc::Common {
     return *common;
   }
 };
+
+void TypeDesc::Destroy(const SharedCount* object) { delete static_cast<const TypeDesc*>(object); }
 
 const TypeRef& TypeDesc::Of(Kind kind) { return Common::Get().plain[At(kind)]; }
 
@@ -162,6 +165,10 @@ bool TypeDesc::Accepts(const TypeDesc& source) const {
            source.element_->kind_ == Kind::Char;
   }
   return RowOf(kind_).also.Has(source.TypeId());
+}
+
+void StructLayout::Destroy(const SharedCount* object) {
+  delete static_cast<const StructLayout*>(object);
 }
 
 StructLayout::StructLayout(const Name& name, std::vector<Member> members)

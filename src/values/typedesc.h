@@ -1,80 +1,21 @@
 #pragma once
 
-#include <atomic>
 #include <string>
 #include <vector>
 
 #include "values/cell.h"
 #include "values/name.h"
+#include "values/shared.h"
 
 namespace tamber {
 
 class StructLayout;
 
-/// Base of immutable things that are shared between values and, read-only, between threads.
-class Shared {
- public:
-  Shared() = default;
-  Shared(const Shared&) = delete;
-  Shared& operator=(const Shared&) = delete;
-  void Retain() const {
-    if (refs_.load(std::memory_order_relaxed) > 0) refs_.fetch_add(1, std::memory_order_relaxed);
-  }
-  void Release() const {
-    if (refs_.load(std::memory_order_relaxed) <= 0) return;
-    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
-  }
-
- protected:
-  /// From now on the object lives as long as the process and is not counted, so that threads which
-  /// all use it do not wait for each other.
-  void KeepForever() const { refs_.store(-1, std::memory_order_relaxed); }
-  virtual ~Shared() = default;
-
- private:
-  mutable std::atomic<int32_t> refs_{1};
-};
-
-/// Counted pointer to a Shared object.
-template <class T>
-class Ref {
- public:
-  Ref() = default;
-  /// Takes ownership of the reference that `new` created.
-  static Ref Adopt(const T* object) {
-    Ref ref;
-    ref.object_ = object;
-    return ref;
-  }
-  /// Adds a reference of its own.
-  explicit Ref(const T* object) : object_(object) {
-    if (object_) object_->Retain();
-  }
-  Ref(const Ref& other) : Ref(other.object_) {}
-  Ref(Ref&& other) noexcept : object_(other.object_) { other.object_ = nullptr; }
-  Ref& operator=(Ref other) noexcept {
-    const T* mine = object_;
-    object_ = other.object_;
-    other.object_ = mine;
-    return *this;
-  }
-  ~Ref() {
-    if (object_) object_->Release();
-  }
-  const T* Get() const { return object_; }
-  const T* operator->() const { return object_; }
-  const T& operator*() const { return *object_; }
-  explicit operator bool() const { return object_ != nullptr; }
-
- private:
-  const T* object_ = nullptr;
-};
-
 class TypeDesc;
 using TypeRef = Ref<TypeDesc>;
 
 /// One type of the language: a scalar, a handle type, a structure, an array of one of these.
-class TypeDesc final : public Shared {
+class TypeDesc final : public Shared<TypeDesc> {
  public:
   /// A scalar type, the generic array (Array), None or Any. Lives as long as the process.
   static const TypeRef& Of(Kind kind);
@@ -101,9 +42,11 @@ class TypeDesc final : public Shared {
   bool Accepts(const TypeDesc& source) const;
 
  private:
+  friend class Shared<TypeDesc>;
+  TAMBER_API static void Destroy(const SharedCount* object);
   struct Common;
   explicit TypeDesc(Kind kind) : kind_(kind) {}
-  ~TypeDesc() override = default;
+  ~TypeDesc() = default;
 
   Kind kind_;
   TypeRef element_;
@@ -115,7 +58,7 @@ class TypeDesc final : public Shared {
 std::string MismatchText(const TypeDesc& target, const TypeDesc& value);
 
 /// The members of a structure type, shared by all its values.
-class StructLayout final : public Shared {
+class StructLayout final : public Shared<StructLayout> {
  public:
   struct Member {
     Name name;
@@ -149,8 +92,10 @@ class StructLayout final : public Shared {
     Cell value;
   };
 
+  friend class Shared<StructLayout>;
+  TAMBER_API static void Destroy(const SharedCount* object);
   StructLayout(const Name& name, std::vector<Member> members);
-  ~StructLayout() override;
+  ~StructLayout();
   void Measure();
   Cell EmptyMember(uint32_t member) const;
 
