@@ -254,13 +254,26 @@ void ProcedureLowering::LowerConditionalJump(uint32_t i, const ExpressionBase& e
 
 void ProcedureLowering::LowerReturn(uint32_t i, const ExpressionBase& expression) {
   Label& end = LabelOf(int64_t{statements_.GetCount()} + 1);
-  ResumeAt(BeginEntry(i), end);
+  const size_t entry = BeginEntry(i);
+  ResumeAt(entry, end);
+  const uint32_t mark = builder_.Mark();
+  const FrameState state = builder_.State();
   const Operand value = expression.Lower(builder_);
-  CheckError(expression);
-  ResumeAt(BeginEntry(i + 1), end);
   const TypeDesc& type = procedure_.ReturnType()->GetKind() == Kind::EString
                              ? *TypeDesc::Of(Kind::String)
                              : *procedure_.ReturnType();
+  // The empty value of a type becomes that of the procedure's, but for a char: as a string it has
+  // one byte.
+  if (value.kind == Kind::Char && type.GetKind() == Kind::String) {
+    AddPad(entry, i + 1, state, mark, end,
+           [this, &type] { EmitReturn(builder_.EmptyValue(TypeDesc::Of(Kind::Char)), type); });
+  }
+  CheckError(expression);
+  ResumeAt(BeginEntry(i + 1), end);
+  EmitReturn(value, type);
+}
+
+void ProcedureLowering::EmitReturn(const Operand& value, const TypeDesc& type) {
   const std::optional<Operand> result = builder_.Convert(value, type);
   if (!result) {
     builder_.Free(value);

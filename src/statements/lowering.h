@@ -103,6 +103,7 @@ class ProcedureLowering {
   void LowerDropped(uint32_t i, const ExpressionBase& expression);
   void LowerConditionalJump(uint32_t i, const ExpressionBase& expression);
   void LowerReturn(uint32_t i, const ExpressionBase& expression);
+  void EmitReturn(const Operand& value, const TypeDesc& type);
   void LowerCallScript(uint32_t i, const ExpressionBase& expression);
 
   // --- stores (lowerstore.cpp) ---
