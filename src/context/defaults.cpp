@@ -245,6 +245,8 @@ void DropScriptVariables(VarList* list) {
 
 void ForgetScript(ContextState& state) {
   DropScriptVariables(state.scopes.globals.get());
+  // Those of a program stay its own: the context has to have copies before it can drop any.
+  if (state.scopes.programConstants != nullptr) state.OwnConstants();
   DropScriptVariables(state.scopes.constants.get());
   const auto& types = static_cast<const TypeList&>(state.context);
   for (uint32_t i = types.GetTypeCount(); i-- > 0;)

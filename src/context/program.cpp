@@ -142,6 +142,7 @@ std::shared_ptr<const TamberProgram> TamberContext::Freeze() {
   try {
     state_->ForgetCalls();
     state_->evaluatedTexts.Clear();
+    state_->machine->ForgetFrozenCodes();
     state_->FreezeProcedures();
     ShareWithPrograms();
     LendFunctions(FunctionList::Prototypes::Read);

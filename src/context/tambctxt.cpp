@@ -323,6 +323,7 @@ void TamberContext::ResetContext() {
   state_->session.isUnloaded = false;
   state_->session.stored.clear();
   state_->machine->ClearLocals();
+  if (!state_->machine->IsRunning()) state_->machine->ForgetFrozenCodes();
   state_->scopes.externals.reset();
   state_->scopes.keptGlobals.reset();
   ProcedureList::ClearList();

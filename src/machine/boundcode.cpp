@@ -10,7 +10,7 @@ namespace tamber {
 
 BoundCode::Room BoundCode::RoomFor(const Code& code, bool copiesConstants) {
   return {code.globals.size() * sizeof(GlobalSlot) + code.procedures.size() * sizeof(Callee) +
-          (copiesConstants ? code.constants.size() * sizeof(Cell) : 0)};
+          (copiesConstants ? code.constants.size() * (sizeof(Cell) + sizeof(Kind)) : 0)};
 }
 
 BoundCode::BoundCode(const Code* code)
@@ -50,15 +50,17 @@ std::unique_ptr<const BoundCode> BoundCode::Make(const Code& shared) {
 }
 
 BoundCode::~BoundCode() {
-  for (size_t i = 0; copies_ != nullptr && i < code_->constants.size(); ++i)
-    ReleaseCell(code_->constantKinds[i], copies_[i]);
+  // Shared code may be gone, after a reset of the context for one.
+  for (size_t i = 0; i < copies_.size(); ++i) ReleaseCell(copiedKinds_[i], copies_[i]);
 }
 
 /// References to strings are counted without regard to other threads.
 void BoundCode::CopyConstants() {
   const size_t count = code_->constants.size();
-  copies_ = reinterpret_cast<Cell*>(callees_ + code_->procedures.size());
-  std::fill(copies_, copies_ + count, ZeroCell());
+  copies_ = {reinterpret_cast<Cell*>(callees_ + code_->procedures.size()), count};
+  std::fill(copies_.begin(), copies_.end(), ZeroCell());
+  copiedKinds_ = reinterpret_cast<Kind*>(copies_.data() + count);
+  std::copy(code_->constantKinds.begin(), code_->constantKinds.end(), copiedKinds_);
   for (size_t i = 0; i < count; ++i) {
     const Cell& constant = code_->constants[i];
     if (code_->constantKinds[i] != Kind::String) {
@@ -67,7 +69,7 @@ void BoundCode::CopyConstants() {
       copies_[i].s = StrBuf::New(constant.s->View());
     }
   }
-  constants_ = copies_;
+  constants_ = copies_.data();
 }
 
 }  // namespace tamber

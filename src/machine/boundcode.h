@@ -37,7 +37,7 @@ class BoundCode {
  public:
   /// Of code that nobody else runs.
   static std::unique_ptr<const BoundCode> Make(std::unique_ptr<const Code> own);
-  /// Of code that others run as well, and that outlives this.
+  /// Of code that others run as well, and that stays as long as this runs.
   static std::unique_ptr<const BoundCode> Make(const Code& shared);
   BoundCode(const BoundCode&) = delete;
   BoundCode& operator=(const BoundCode&) = delete;
@@ -79,7 +79,8 @@ class BoundCode {
   const TypeRef* types_;
   GlobalSlot* globals_;
   Callee* callees_;
-  Cell* copies_ = nullptr;  ///< of the constants, strings among them
+  std::span<Cell> copies_;  ///< of the constants, when there are strings among them
+  Kind* copiedKinds_ = nullptr;
   std::span<const OwnedRegister> ownedLocals_;
   std::span<const OwnedRegister> ownedBesideParameters_;
   uint32_t registers_;

@@ -85,6 +85,9 @@ class Machine {
 
   /// A context that another one has called shares what that has made of procedures which both run.
   void ShareFrozenCodes(Machine& caller) { frozen_ = caller.Frozen(); }
+  /// Before procedures get numbers that others had, whose codes may be gone. Only while nothing
+  /// runs.
+  void ForgetFrozenCodes() { frozen_.reset(); }
 
  private:
   /// Code of frozen procedures as this context runs it, by their numbers.

@@ -1,5 +1,6 @@
 #include "statements/localfacts.h"
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -47,7 +48,10 @@ class FactFinder {
       Merge(i);
       looksUp_ = false;
       Visit(statements_.Get(i), i);
-      if (looksUp_) NeedsCertainty();
+      if (looksUp_) {
+        lookups_.push_back(i);
+        NeedsCertainty();
+      }
     }
     if (facts_.byName) facts_.object.assign(locals_.Count(), true);
     return std::move(facts_);
@@ -73,14 +77,27 @@ class FactFinder {
       at->second[slot] = at->second[slot] && declared_[slot];
   }
 
+  /// In a loop, who looks for a local above its declaration finds it from the second round on: it
+  /// must say itself whether it is there.
+  void JumpBack(uint32_t target) {
+    const auto lookup = std::lower_bound(lookups_.begin(), lookups_.end(), target);
+    if (lookup == lookups_.end()) return;
+    auto declaration = std::lower_bound(declarations_.begin(), declarations_.end(),
+                                        std::pair<uint32_t, uint32_t>(*lookup, 0));
+    for (; declaration != declarations_.end(); ++declaration)
+      facts_.object[declaration->second] = true;
+  }
+
   void Visit(const StatementBase& statement, uint32_t index) {
     if (const auto* jump = statement.As<StatementGoto>()) {
       int64_t target = int64_t{index} + jump->GetOffset();
       if (jump->GetOffset() > 0 && reachable_) JumpTo(static_cast<uint32_t>(target));
+      if (jump->GetOffset() < 0) JumpBack(static_cast<uint32_t>(target));
       if (!jump->IsConditional()) reachable_ = false;
     } else if (const auto* declare = statement.As<StatementDeclare>()) {
       declared_[declare->GetSlot()] = true;
       facts_.declaredAt[declare->GetSlot()] = index;
+      declarations_.emplace_back(index, declare->GetSlot());
     } else if (const auto* expression = statement.As<StatementExpression>()) {
       VisitTree(expression->Expression());
     } else if (const auto* pop = statement.As<StatementPopVar>()) {
@@ -158,6 +175,8 @@ class FactFinder {
   const LocalTable& locals_;
   LocalFacts facts_;
   std::vector<bool> declared_;
+  std::vector<uint32_t> lookups_;  ///< statements that may look for locals
+  std::vector<std::pair<uint32_t, uint32_t>> declarations_;  ///< statement and slot, in order
   bool merged_ = false;  ///< since the last statement that looks up locals
   bool looksUp_ = false;
   bool reachable_ = true;

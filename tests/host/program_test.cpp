@@ -171,6 +171,33 @@ TEST_F(ProgramTest, AContextKeepsWhatItHasNotLookedAtWhenItsProgramGoes) {
   EXPECT_EQ(Call<std::string>(context, "Greet", "you").ValueOr(""), "hello, youof the program!");
 }
 
+TEST_F(ProgramTest, AResetTakesAwayAllThatCameFromAProgram) {
+  RegisterFunction(*prepared_, "bool Reset ()", [](TamberContext& context) {
+    context.ResetContext();
+    return true;
+  });
+  const char* first =
+      "const int LIMIT = 1\nstring First()\n  return \"first \" + LIMIT\nendproc\n"
+      "string Resets()\n  bool done\n  done = Reset()\n  return \"re\" + \"set\"\nendproc\n";
+  Program program = Prepare(first);
+  std::optional<TamberContext> ofProgram(program);
+  for (TamberContext* context : {&*prepared_, &*ofProgram}) {
+    for (const char* end : {"First", "Resets"}) {
+      EXPECT_EQ(Of(*context, end).substr(1), end[0] == 'F' ? "irst 1" : "eset");
+      context->ResetContext();
+      Compile(first, *context);
+      EXPECT_EQ(Of(*context, "First"), "first 1");
+      context->Freeze();
+    }
+    context->ResetContext();
+    Compile("string Second()\n  return \"the second \" + 2\nendproc\n", *context);
+    Program second = context->Freeze();
+    program.reset();
+    EXPECT_EQ(Of(*context, "Second"), "the second 2");
+    EXPECT_FALSE(context->CompileScriptBuffer("more", "int F()\n  return LIMIT\nendproc\n", 1));
+  }
+}
+
 TEST_F(ProgramTest, ThreadsRunOneProgramAtTheSameTime) {
   Program program = Prepare();
   prepared_.reset();
