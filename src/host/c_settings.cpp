@@ -203,9 +203,9 @@ int tamber_get_error(tamber_context* context, tamber_error* error) {
 int tamber_get_frame(tamber_context* context, uint32_t position, tamber_frame* frame) {
   return WithContext(context, [&](CContext& own) -> int {
     if (frame == nullptr) return TAMBER_BAD_ARGUMENT;
-    const auto& calls = own.context.GetDiagnostic().callStack;
-    if (position >= calls.size()) return TAMBER_NOT_FOUND;
-    const TamberCallFrame& call = calls[position];
+    const auto& frames = own.context.GetDiagnostic().callStack;
+    if (position >= frames.size()) return TAMBER_NOT_FOUND;
+    const TamberCallFrame& call = frames[position];
     *frame = {call.procedure.GetString(), call.file.GetString(), call.line};
     return TAMBER_OK;
   });

@@ -18,8 +18,8 @@ std::unique_ptr<kel::Regex> Compile(std::string_view pattern, PatternKind kind,
 }  // namespace
 
 size_t PatternCache::KeyHash::operator()(const Key& key) const {
-  const unsigned kind =
-      unsigned{key.kind.posix} | key.kind.caseSensitive << 1U | key.kind.multiline << 2U;
+  const unsigned kind = unsigned{key.kind.posix} | unsigned{key.kind.caseSensitive} << 1U |
+                        unsigned{key.kind.multiline} << 2U;
   return std::hash<std::string_view>()(key.pattern) * 8 + kind;
 }
 
