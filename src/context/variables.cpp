@@ -2,6 +2,7 @@
 
 #include "context/contextstate.h"
 #include "frontend/declread.h"
+#include "frontend/reservedwords.h"
 #include "frontend/scripttext.h"
 #include "kel/kelascii.h"
 #include "statements/procedure.h"
@@ -16,13 +17,7 @@ constexpr enum_VarListType kScopes[] = {VARLIST_LOCAL, VARLIST_GLOBAL, VARLIST_C
                                         VARLIST_EXTERNAL};
 
 bool IsReservedWord(std::string_view word) {
-  static constexpr std::string_view kWords[] = {
-      "bool",      "boolean", "break",    "call",    "char",   "const",   "constant",
-      "continue",  "double",  "elif",     "else",    "elseif", "endif",   "endproc",
-      "endstruct", "exit",    "extern",   "float",   "if",     "include", "int",
-      "integer",   "proc",    "return",   "session", "string", "estring", "struct",
-      "wend",      "while",   "endwhile", "for",     "endfor"};
-  for (std::string_view known : kWords)
+  for (std::string_view known : tamber::kReservedWords)
     if (kel::EqualsNoCase(known, word)) return true;
   return false;
 }
