@@ -18,16 +18,21 @@ constexpr const char* kDeclarations =
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  if (!fuzz::IsHarmless(text)) return 0;
-  fuzz::QuietContext context;
-  if (!context.CompileScriptBuffer("declarations", kDeclarations, 1)) __builtin_trap();
-  const fuzz::Budget budget(context);
-  ExpressionCompiler compiler(&context);
-  if (!compiler.CompileExpression(text.c_str(), "")) return 0;
-  KelString dump;
-  compiler.Dump(dump);
-  Stack stack;
-  const bool done = compiler.EvaluateExpression(&stack) != 0;
-  if (stack.GetSize() != (done ? 1u : 0u)) __builtin_trap();
+  static const std::shared_ptr<const TamberProgram> program = [] {
+    const std::unique_ptr<TamberContext> context = fuzz::MakeContext(false);
+    if (!context->CompileScriptBuffer("declarations", kDeclarations, 1)) __builtin_trap();
+    return context->Freeze();
+  }();
+  fuzz::WithoutLeak([&] {
+    TamberContext context(program);
+    const fuzz::Budget budget(context);
+    ExpressionCompiler compiler(&context);
+    if (!compiler.CompileExpression(text.c_str(), "")) return;
+    KelString dump;
+    compiler.Dump(dump);
+    Stack stack;
+    const bool done = compiler.EvaluateExpression(&stack) != 0;
+    if (stack.GetSize() != (done ? 1u : 0u)) __builtin_trap();
+  });
   return 0;
 }

@@ -1,62 +1,61 @@
 #pragma once
 
-#include <sys/time.h>
-
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
 
-#include "kel/kelascii.h"
+#include "budget.h"
+#include "playground.h"
 #include "tamber.h"
 
-/// What the fuzzers of whole expressions and scripts share.
+/// What the fuzzers of scripts share.
 namespace fuzz {
 
-/// Inputs are not let near files, paths, other processes or clocks: every built-in that touches
-/// them has one of these words in its name.
-inline bool IsHarmless(const std::string& text) {
-  const std::string lower = kel::Lowered(text);
-  for (const char* word : {"file", "dir", "path", "call", "include", "wait", "sleep", "readline",
-                           "exec", "env", "flush", "dump", "session", "des", "encrypt"}) {
-    if (lower.find(word) != std::string::npos) return false;
-  }
-  return true;
+/// A context that shows nothing to anybody and may do nothing outside of the playground.
+inline void Prepare(TamberContext& context) {
+  const Playground& playground = Playground::Get();
+  context.SetIniPath(playground.IniPath());
+  context.SetFilePolicy(playground.Policy());
+  context.SetOutputSink([](std::string_view, void*) {}, nullptr);
+  context.SetReportSink([](const KelString&, std::string_view, void*) { return true; }, nullptr);
+  // No script may make code that is not sound, or let an exception of the engine's own escape.
+  context.SetDiagnosticHandler(
+      [](const TamberDiagnostic& error, void*) {
+        if (error.code != ERR_INTERNAL) return;
+        for (const char* fault : {": instruction ", "::_M_"})
+          if (error.detail.View().find(fault) != std::string_view::npos) __builtin_trap();
+      },
+      nullptr);
 }
 
-/// A context that prints and reports nothing.
-class QuietContext : public TamberContext {
- public:
-  QuietContext() {
-    SetIniPath(TAMBER_FUZZ_INI);
-    SetOutput(&output_);
-  }
+/// A prepared context; every other input gets one of a program.
+inline std::unique_ptr<TamberContext> MakeContext(bool ofProgram) {
+  static const std::shared_ptr<const TamberProgram> program = [] {
+    TamberContext context;
+    Prepare(context);
+    return context.Freeze();
+  }();
+  if (ofProgram) return std::make_unique<TamberContext>(program);
+  auto context = std::make_unique<TamberContext>();
+  Prepare(*context);
+  return context;
+}
 
- private:
-  KelString output_;
-};
-
-/// Ends a run that takes too long, the way that a host would.
-class Budget {
- public:
-  explicit Budget(TamberContext& context) {
-    running = &context;
-    // The remainder by zero is a fault by design; who handles it sees the script go on.
-    std::signal(SIGFPE, [](int) {});
-    std::signal(SIGALRM, [](int) { running->RequestStop(); });
-    Arm(200);
+/// Carries out an input, and makes sure that no value of it stays. What the process makes once and
+/// keeps is no leak, so that another run decides.
+template <class Body>
+void WithoutLeak(const Body& body) {
+  constexpr int kRuns = 3;
+  for (int run = 0; run < kRuns; ++run) {
+    const int64_t before = Variable::LiveCount();
+    Playground::Get().Enter();
+    body();
+    Playground::Get().Leave();
+    if (Variable::LiveCount() == before) return;
   }
-  Budget(const Budget&) = delete;
-  Budget& operator=(const Budget&) = delete;
-  ~Budget() { Arm(0); }
-
- private:
-  static void Arm(int32_t milliseconds) {
-    itimerval timer{};
-    timer.it_value.tv_usec = milliseconds * 1000;
-    setitimer(ITIMER_REAL, &timer, nullptr);
-  }
-  static inline TamberContext* running = nullptr;
-};
+  __builtin_trap();
+}
 
 }  // namespace fuzz

@@ -1,17 +1,24 @@
 // Any text as a script: compiled and run until its budget is spent. An error leaves the context
-// usable, so main runs twice.
+// usable, so main runs twice; then comes all of it once more, with the session that the reset has
+// saved.
 #include "harness.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  if (!fuzz::IsHarmless(text)) return 0;
-  fuzz::QuietContext context;
-  const fuzz::Budget budget(context);
-  if (!context.CompileScriptBuffer("fuzzed", text, 1)) return 0;
-  for (int run = 0; run < 2; ++run) {
-    Stack stack;
-    context.RunProcedure("main", &stack);
-  }
-  context.ResetContext();
+  fuzz::WithoutLeak([&] {
+    const std::unique_ptr<TamberContext> context = fuzz::MakeContext(size % 2 == 0);
+    const fuzz::Budget budget(*context);
+    const bool hasSession = kel::Lowered(text).find("session") != std::string::npos;
+    if (hasSession) context->SetSessionId(1);
+    for (int again = 0; again < (hasSession ? 2 : 1); ++again) {
+      if (context->CompileScriptBuffer("fuzzed", text, 1)) {
+        for (int run = 0; run < 2; ++run) {
+          Stack stack;
+          context->RunProcedure("main", &stack);
+        }
+      }
+      context->ResetContext();
+    }
+  });
   return 0;
 }
