@@ -204,6 +204,7 @@ TamberContext::TamberContext(TamberContext& parent)
   ContextState& from = parent.State();
   state_->root = from.root;
   state_->run.rootWake = &from.root->State().run.wake;
+  state_->run.rootLeft = &from.root->State().run.left;
   state_->nested = true;
   state_->nesting = from.nesting + 1;
   state_->errors.list = from.errors.list;
@@ -303,6 +304,7 @@ bool TamberContext::IsStopRequested() const { return state_->run.IsStopRequested
 
 void TamberContext::CancelStop() {
   state_->run.rootWake->store(0, std::memory_order_relaxed);
+  state_->run.rootLeft->Release();
   if (std::exchange(state_->run.isInterrupted, false)) state_->run.stopFlag = false;
   if (state_->run.errorCode != ERR_STOPPED) return;
   state_->run.SetError(ERR_SUCCESS, KelString());
@@ -337,7 +339,10 @@ void TamberContext::ResetContext() {
   state_->config.ownLogFile.Clear();
   state_->run.stopFlag = false;
   state_->run.isInterrupted = false;
-  if (!state_->nested) state_->run.wake.store(0, std::memory_order_relaxed);
+  if (!state_->nested) {
+    state_->run.wake.store(0, std::memory_order_relaxed);
+    state_->run.left.Release();
+  }
   state_->run.errorCode = 0;
   state_->run.errorText.Clear();
   state_->run.errorDetail.Clear();

@@ -1,10 +1,15 @@
 #include "kel/memory.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <string>
 
 #include "kel/file.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -44,6 +49,21 @@ uint64_t FreeInGroup() {
 bool CanAllocate(size_t bytes) {
   if (bytes < kLarge) return true;
   return bytes + kReserve <= FreeInSystem() && bytes + kReserve <= FreeInGroup();
+}
+
+bool DropPages(void* block, size_t size) {
+  if (size < kLarge) return true;
+  // What the allocator knows of the block may stand on its first and last page.
+  const auto page = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
+  const auto from = reinterpret_cast<uintptr_t>(block);
+  const uintptr_t begin = (from / page + 2) * page;
+  const uintptr_t end = ((from + size) / page - 1) * page;
+  for (uintptr_t at = begin; at < end; at += kLarge) {
+    if (IsEnding()) return false;
+    ::madvise(static_cast<char*>(block) + (at - from), std::min<size_t>(kLarge, end - at),
+              MADV_DONTNEED);
+  }
+  return true;
 }
 
 }  // namespace kel

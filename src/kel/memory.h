@@ -11,4 +11,8 @@ namespace kel {
 /// group too where it has a limit; a small one is always tried.
 bool CanAllocate(size_t bytes);
 
+/// Gives the pages of a block whose contents nobody needs any more back to the system, a part at a
+/// time; the block itself stays. False when the thread was asked to stop before all were given.
+bool DropPages(void* block, size_t size);
+
 }  // namespace kel

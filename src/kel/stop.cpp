@@ -4,10 +4,11 @@ namespace kel {
 
 constinit thread_local Stopping stopping{nullptr, false};
 
-bool IsStopRequested() {
-  return stopping.armed && stopping.word != nullptr &&
-         stopping.word->load(std::memory_order_relaxed) != 0;
+bool IsEnding() {
+  return stopping.word != nullptr && stopping.word->load(std::memory_order_relaxed) != 0;
 }
+
+bool IsStopRequested() { return stopping.armed && IsEnding(); }
 
 void CheckStop() {
   if (IsStopRequested()) throw Interrupted();

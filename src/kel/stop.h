@@ -55,6 +55,8 @@ class Interruptible {
   bool armed_;
 };
 
+/// Whether the current thread has been asked to stop, whatever it does.
+bool IsEnding();
 /// Whether interruptible work has been asked to stop.
 bool IsStopRequested();
 /// Throws Interrupted then.

@@ -14,6 +14,7 @@
 #include "machine/verifier.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
+#include "values/leftbehind.h"
 #include "values/strbuf.h"
 #include "values/varestring.h"
 #include "values/varholder.h"
@@ -42,7 +43,8 @@ class Machine::StackScope {
       : machine_(machine),
         stack_(machine.stack_),
         observed_(machine.observed_),
-        stopWord_(machine.run_.rootWake) {
+        stopWord_(machine.run_.rootWake),
+        leaving_(machine.run_.rootLeft) {
     machine.stack_ = &stack;
     machine.wake_ = machine.run_.rootWake;
     machine.observed_ =
@@ -74,6 +76,7 @@ class Machine::StackScope {
   Stack* stack_;
   bool observed_;
   kel::StopWord stopWord_;
+  LeavingBehind leaving_;
 };
 
 Machine::Machine(RunState& run, MachineHost& host)

@@ -7,6 +7,7 @@
 #include "machine/verifier.h"
 #include "values/epoch.h"
 #include "values/errnotes.h"
+#include "values/leftbehind.h"
 
 namespace tamber {
 
@@ -41,6 +42,9 @@ struct RunState {
   /// state of the outermost context of a chain of called scripts.
   std::atomic<uint32_t> wake{0};
   std::atomic<uint32_t>* rootWake = &wake;
+  /// What a stopped run has not released, in the state of that context as well.
+  LeftBehind left;
+  LeftBehind* rootLeft = &left;
   bool IsStopRequested() const { return rootWake->load(std::memory_order_relaxed) != 0; }
 
   /// As in a new context, but for the names of its scopes and the settings.

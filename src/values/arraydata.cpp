@@ -9,6 +9,7 @@
 #include "kel/memory.h"
 #include "kel/stop.h"
 #include "values/cellops.h"
+#include "values/leftbehind.h"
 #include "values/nesting.h"
 #include "values/store.h"
 #include "values/structdata.h"
@@ -43,10 +44,7 @@ Kind ArrayData::StorageOf(const TypeRef& element) {
 ArrayData::ArrayData(const TypeRef& element)
     : RefObject(Type::Array), kind_(StorageOf(element)), element_(element) {}
 
-ArrayData::~ArrayData() {
-  DropFrom(0);
-  std::free(data_);
-}
+ArrayData::~ArrayData() { DropFrom(0); }
 
 ArrayData* ArrayData::New(const TypeRef& element) { return new ArrayData(element); }
 
@@ -243,16 +241,66 @@ void ArrayData::ClearFrom(uint32_t count) {
   }
 }
 
+/// Lets elements that own something go one by one, until a stop leaves them behind.
+void ArrayData::ReleaseFrom(uint32_t count) {
+  constexpr uint32_t kPerLook = 1024;
+  constexpr uint32_t kFew = 16;
+  for (uint32_t at = count; at < written_;) {
+    if (written_ - at > kFew && IsLeavingBehind() && LeaveFrom(at, count)) return;
+    const uint32_t end = at + std::min(written_ - at, kPerLook);
+    for (; at < end; ++at) {
+      const Cell old = LoadRaw(at);
+      StoreRaw(at, ZeroCell());
+      ReleaseCell(kind_, old);
+    }
+  }
+}
+
+/// Moves the elements from `at` on to an array that is left behind, where the first `kept` stay and
+/// those between are empty: by the shorter copy. False when that would take long as well, or for
+/// want of memory.
+bool ArrayData::LeaveFrom(uint32_t at, uint32_t kept) {
+  constexpr uint32_t kMostCopied = 4'000'000;
+  const bool takesMemory = kept <= written_ - at;
+  const uint32_t copied = takesMemory ? kept : written_ - at;
+  if (copied > kMostCopied) return false;
+  const size_t size = size_t{copied} * CellSize();
+  void* const memory = copied > 0 ? std::malloc(size) : nullptr;
+  auto* const rest = new (std::nothrow) ArrayData(element_);
+  if ((copied > 0 && memory == nullptr) || rest == nullptr || !LeaveBehind(rest)) {
+    std::free(memory);
+    delete rest;
+    return false;
+  }
+  char* const from = static_cast<char*>(data_) + (takesMemory ? 0 : size_t{at} * CellSize());
+  if (copied > 0) {
+    std::memcpy(memory, from, size);
+    std::memset(from, 0, size);
+  }
+  rest->data_ = memory;
+  rest->count_ = rest->capacity_ = rest->written_ = copied;
+  if (takesMemory) {
+    std::swap(data_, rest->data_);
+    std::swap(capacity_, rest->capacity_);
+    rest->count_ = rest->written_ = written_;
+  }
+  written_ = kept;
+  return true;
+}
+
+void ArrayData::FreeMemory() {
+  if (IsLeavingBehind(data_, size_t{capacity_} * CellSize()) && LeaveFrom(written_, 0)) return;
+  std::free(data_);
+  data_ = nullptr;
+  capacity_ = 0;
+}
+
 /// Elements that are objects or texts are let go one by one. The rest need only be cleared when
 /// their memory stays.
 void ArrayData::DropFrom(uint32_t count) {
   const bool stays = count > 0;
   if (IsManaged(kind_)) {
-    for (uint32_t at = count; at < written_; ++at) {
-      const Cell old = LoadRaw(at);
-      StoreRaw(at, ZeroCell());
-      ReleaseCell(kind_, old);
-    }
+    ReleaseFrom(count);
   } else if (stays && count < count_) {
     ClearFrom(count);
   }
@@ -266,9 +314,7 @@ void ArrayData::DropFrom(uint32_t count) {
   written_ = std::min(written_, count);
   if (stays) return;
   boxes_.reset();
-  std::free(data_);
-  data_ = nullptr;
-  capacity_ = 0;
+  FreeMemory();
 }
 
 void ArrayData::Swap(uint32_t a, uint32_t b) {

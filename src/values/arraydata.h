@@ -103,6 +103,9 @@ class ArrayData final : public RefObject {
   Cell LoadRaw(uint32_t at) const;
   void StoreRaw(uint32_t at, Cell value);
   Variable* FindBox(uint32_t at) const;
+  void ReleaseFrom(uint32_t count);
+  bool LeaveFrom(uint32_t at, uint32_t kept);
+  void FreeMemory();
   void DropFrom(uint32_t count);
   void ClearFrom(uint32_t count);
 

@@ -12,6 +12,7 @@
 #include "kel/number.h"
 #include "kel/stop.h"
 #include "values/arraydata.h"
+#include "values/leftbehind.h"
 #include "values/nesting.h"
 #include "values/store.h"
 #include "values/strbuf.h"
@@ -64,6 +65,9 @@ thread_local Graveyard graveyard;  // plain data: usable while a thread ends
 
 void DestroyText(StrBuf* text) {
   if ((text->flags & StrBuf::kSecret) != 0) kel::Wipe(text->Data(), text->length);
+  if (text->capacity >= kLargeBlock && IsLeavingBehind(text->Data(), text->capacity) &&
+      LeaveBehind(text))
+    return;
   std::free(static_cast<void*>(text));
 }
 

@@ -61,6 +61,8 @@ TEST_F(Stop, EndsWhateverRuns) {
 
 constexpr const char* kNumbers =
     "int a[]\na += 8000000\nfor (i = 1; i <= 8000000; i += 1)\na[i] = i * 7919\nendfor\n";
+constexpr const char* kTexts =
+    "string a[]\na += 300000\nfor (i = 1; i <= 300000; i += 1)\na[i] = \"\" + i\nendfor\n";
 constexpr const char* kText =
     "t = \"word, and a + 1;\"\nfor (i = 1; i <= 22; i += 1)\nt += t\nendfor\n";
 constexpr const char* kSum = "t = \"1\"\nfor (i = 1; i <= 600000; i += 1)\nt += \"+1\"\nendfor\n";
@@ -75,6 +77,8 @@ TEST_F(Stop, ComesToAllThatTakesLong) {
       {kNumbers, "while 1\na = ArrayRemoveDup(a)\nwend\n"},
       {kNumbers, "while 1\ni = ArrayFind(a, 5.5, 1)\nwend\n"},
       {"", "estring e[]\ne += 100000000\n"},
+      {kTexts,
+       "string b[]\nwhile 1\nb = a\nb[1] = \"\"\nb -= 299000 - i % 2 * 298900\ni += 1\nwend\n"},
       {kText, "while 1\nt = t + \"\"\nwend\n"},
       {kText, "string b[]\nwhile 1\nb = StrTokenise(t, \" \")\nwend\n"},
       {kText, "while 1\nt = StrToLower(t)\nwend\n"},
