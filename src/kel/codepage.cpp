@@ -72,7 +72,8 @@ bool IsName(std::string_view text) {
 
 std::string CodePageName(std::string_view page) {
   const std::string_view text = Trimmed(page);
-  if (!IsName(text)) return {};
+  constexpr size_t kLongestName = 256;
+  if (text.size() > kLongestName || !IsName(text)) return {};
   int64_t number = 0;
   std::string name(text);
   if (IsNumber(text) && ParseInt64Prefix(text, number)) name = NameOfNumber(number);

@@ -115,7 +115,7 @@ FileStatus CreateDirectory(const Place& place) {
 FileStatus CreatePath(const FilePolicy& policy, std::string_view path) {
   // Up to the first level that exists or can be made, then down again.
   std::vector<std::string> missing;
-  std::string level = SystemPath(path);
+  std::string level = SystemPath(path.substr(0, PATH_MAX + 1));
   FileStatus status = MakeDirectory(policy, level);
   while (status == FileStatus::Missing) {
     const std::string_view last = LastName(level);

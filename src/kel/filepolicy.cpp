@@ -64,9 +64,11 @@ struct FilePolicy::Root {
   }
 };
 
-Place::Place(std::string_view path) : name_(SystemPath(path)), path_(path) {
-  state_ =
-      path.empty() || path.find('\0') != std::string_view::npos ? State::Missing : State::Found;
+Place::Place(std::string_view path) : path_(path.substr(0, PATH_MAX)), name_(SystemPath(path_)) {
+  // A path that is too long for the system is not looked at further: what begins it is too long
+  // as well, as long as no separators are taken off its end.
+  if (path.size() > path_.size()) name_.back() = 'x';
+  state_ = path_.empty() || path_.find('\0') != std::string::npos ? State::Missing : State::Found;
 }
 
 FilePolicy::FilePolicy() = default;

@@ -48,8 +48,8 @@ class TAMBER_API Place {
 
   State state_ = State::Missing;
   Descriptor dir_;
-  std::string name_;
   std::string path_;
+  std::string name_;
   std::string realPath_;
 };
 

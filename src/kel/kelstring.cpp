@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "kel/kelascii.h"
+#include "kel/longstring.h"
+
+std::string KelString::CopyOfLong(std::string_view text) { return kel::CopyOf(text); }
 
 int KelString::Compare(std::string_view other, bool caseSensitive) const {
   return caseSensitive ? View().compare(other) : kel::CompareNoCase(View(), other);

@@ -43,8 +43,9 @@ class TAMBER_API KelString {
   KelString(const char* text) : text_(text != nullptr ? text : "") {}
   /// `length` bytes from `text`, NULs included; a null pointer makes an empty string.
   KelString(const char* text, size_t length)
-      : text_(text != nullptr ? std::string_view(text, length) : std::string_view()) {}
-  KelString(std::string_view text) : text_(text) {}
+      : KelString(text != nullptr ? std::string_view(text, length) : std::string_view()) {}
+  KelString(std::string_view text)
+      : text_(text.size() <= kLong ? std::string(text) : CopyOfLong(text)) {}
   KelString(std::string text) : text_(std::move(text)) {}
 
   operator std::string_view() const { return text_; }
@@ -122,6 +123,10 @@ class TAMBER_API KelString {
   }
 
  private:
+  static constexpr size_t kLong = size_t{1} << 20;
+  /// A copy that a request to stop ends, like other work that takes long.
+  static std::string CopyOfLong(std::string_view text);
+
   std::string text_;
 };
 

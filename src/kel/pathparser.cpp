@@ -7,6 +7,8 @@
 #include "kel/filepolicy.h"
 #include "kel/filestat.h"
 #include "kel/kelascii.h"
+#include "kel/longstring.h"
+#include "kel/stop.h"
 
 namespace {
 
@@ -76,9 +78,12 @@ bool IsRooted(std::string_view path) { return !path.empty() && IsSeparator(path.
 /// The parts of a path that are left when "." and ".." are gone.
 std::vector<std::string_view> RemainingParts(std::string_view path, bool rooted) {
   std::vector<std::string_view> parts;
+  const ByteSet separators(kSeparators);
+  StopPoll poll(4096);
   size_t at = 0;
   while (at < path.size()) {
-    const size_t end = std::min(path.find_first_of(kSeparators, at), path.size());
+    poll.Step();
+    const size_t end = separators.FindIn(path, at);
     const std::string_view part = path.substr(at, end - at);
     at = end + 1;
     if (part.empty() || part == ".") continue;
@@ -114,9 +119,11 @@ std::string ResolvePath(std::string_view path) {
   if (rooted) result += '/';
   // "./c:x" names a file in the current directory and must not come out as one on a drive.
   if (result.empty() && !parts.empty() && DriveLength(parts.front()) != 0) result = "./";
+  StopPoll poll(4096);
   for (size_t i = 0; i < parts.size(); ++i) {
+    poll.Step();
     if (i > 0) result += '/';
-    result += parts[i];
+    Append(result, parts[i]);
   }
   if (parts.empty()) return result.empty() && !path.empty() ? "." : result;
   if (IsSeparator(rest.back())) result += '/';
@@ -131,7 +138,8 @@ std::string CompletePath(std::string_view path) {
 std::string JoinPath(std::string_view dir, std::string_view name) {
   std::string result(dir);
   if (!dir.empty() && !IsSeparator(dir.back())) result += '/';
-  return result.append(name);
+  Append(result, name);
+  return result;
 }
 
 std::string PathSearch(std::string_view name, std::string_view directories,

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "kel/kelascii.h"
+#include "kel/kelformat.h"
 #include "kel/lazylibrary.h"
 #include "kel/stop.h"
 #include "kel/utf8.h"
@@ -340,6 +341,10 @@ class PcreRegex final : public Regex {
 
 std::unique_ptr<Regex> CompilePcre(std::string_view pattern, const PcreOptions& options,
                                    RegexFault& fault) {
+  if (pattern.size() > kLongestPcre) {
+    fault = {Format("pattern of more than %u bytes", kLongestPcre), 0};
+    return nullptr;
+  }
   return PcreRegex::Compile(pattern, options, fault);
 }
 

@@ -12,6 +12,9 @@ struct PcreOptions {
   bool whole = false;      ///< only a match of the whole subject counts
 };
 
+/// Compiling cannot be interrupted, and takes memory that is many times the pattern's.
+inline constexpr size_t kLongestPcre = size_t{1} << 20;
+
 /// Compiles a Perl-style pattern; null with `fault` set when it is malformed.
 ///
 /// Pattern and subject count as UTF-8 when both are well-formed, as single bytes otherwise. Line

@@ -13,6 +13,7 @@
 
 #include "kel/cipher.h"
 #include "kel/lazylibrary.h"
+#include "kel/longstring.h"
 #include "kel/stop.h"
 
 namespace kel {
@@ -79,7 +80,8 @@ std::string Padded(std::string_view plain) {
   const size_t fill = kBlock - plain.size() % kBlock;
   std::string padded;
   padded.reserve(plain.size() + fill);
-  return padded.append(plain).append(fill, static_cast<char>(fill));
+  Append(padded, plain);
+  return padded.append(fill, static_cast<char>(fill));
 }
 
 bool RemovePadding(std::string& text) {
@@ -168,7 +170,7 @@ constexpr size_t kTagSize = crypto_aead_xchacha20poly1305_ietf_ABYTES;
 std::string StreamSeal(std::string_view plain) {
   const FixedKeys& keys = FixedKeys::Get();
   std::string sealed = keys.NonceFor(plain, kNonceSize);
-  sealed.resize(kNonceSize + plain.size() + kTagSize);
+  Resize(sealed, kNonceSize + plain.size() + kTagSize);
   crypto_aead_xchacha20poly1305_ietf_encrypt(Bytes(sealed) + kNonceSize, nullptr, Bytes(plain),
                                              plain.size(), nullptr, 0, nullptr, Bytes(sealed),
                                              keys.StreamKey());
@@ -177,7 +179,7 @@ std::string StreamSeal(std::string_view plain) {
 
 bool StreamOpen(std::string_view sealed, std::string& plain) {
   if (sealed.size() < kNonceSize + kTagSize) return false;
-  plain.resize(sealed.size() - kNonceSize - kTagSize);
+  Resize(plain, sealed.size() - kNonceSize - kTagSize);
   const bool valid =
       crypto_aead_xchacha20poly1305_ietf_decrypt(
           Bytes(plain), nullptr, nullptr, Bytes(sealed) + kNonceSize, sealed.size() - kNonceSize,
@@ -190,7 +192,8 @@ bool StreamOpen(std::string_view sealed, std::string& plain) {
 
 std::string DesCbcEncrypt(std::string_view key, std::string_view start, std::string_view blocks) {
   DesState state(key, start);
-  std::string out(blocks.size(), '\0');
+  std::string out;
+  Resize(out, blocks.size());
   for (size_t at = 0; at < blocks.size(); at += kBytesPerLook) {
     CheckStop();
     const std::string_view part = blocks.substr(at, kBytesPerLook);
@@ -201,7 +204,8 @@ std::string DesCbcEncrypt(std::string_view key, std::string_view start, std::str
 
 std::string DesCbcDecrypt(std::string_view key, std::string_view start, std::string_view blocks) {
   DesState state(key, start);
-  std::string out(blocks.size(), '\0');
+  std::string out;
+  Resize(out, blocks.size());
   for (size_t at = 0; at < blocks.size(); at += kBytesPerLook) {
     CheckStop();
     const std::string_view part = blocks.substr(at, kBytesPerLook);
@@ -215,7 +219,7 @@ std::string DesSeal(std::string_view plain, std::string_view password) {
   std::string sealed(kSaltSize, '\0');
   std::memcpy(sealed.data(), &nonce, kSaltSize);
   const PasswordKeys keys(password, sealed);
-  sealed += DesCbcEncrypt(keys.DesKey(), keys.Start(), Padded(plain));
+  Append(sealed, DesCbcEncrypt(keys.DesKey(), keys.Start(), Padded(plain)));
   return sealed += keys.Proof(sealed);
 }
 
@@ -236,7 +240,9 @@ std::string FixedSeal(std::string_view plain, FixedCipher cipher) {
   if (cipher == FixedCipher::kXChaCha20) return StreamSeal(plain);
   const FixedKeys& keys = FixedKeys::Get();
   std::string sealed = keys.NonceFor(plain, kBlock);
-  return sealed += DesCbcEncrypt(keys.DesKey(), sealed, Padded(plain));
+  const std::string start = sealed;
+  Append(sealed, DesCbcEncrypt(keys.DesKey(), start, Padded(plain)));
+  return sealed;
 }
 
 bool FixedOpen(std::string_view sealed, FixedCipher cipher, std::string& plain) {

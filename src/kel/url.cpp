@@ -10,8 +10,6 @@
 namespace kel {
 namespace {
 
-constexpr size_t kMaxUrlBytes = 65536;
-
 struct CurlFree {
   void operator()(char* text) const { Curl()->free(text); }
 };

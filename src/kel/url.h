@@ -7,6 +7,9 @@
 
 namespace kel {
 
+/// No URL is longer.
+inline constexpr size_t kMaxUrlBytes = 65536;
+
 /// A URL taken apart by the transfer library, so that both see the same parts.
 class Url {
  public:

@@ -51,11 +51,14 @@ class Call {
  public:
   explicit Call(TamberContext& context) : context_(context) {}
 
-  /// Reports a failure: below 20000 a run-time error beside the result, above it the run ends.
+  /// Reports a failure: below 20000 a run-time error beside the result, above it the run ends. The
+  /// text says what it is about, of very long ones how they begin.
   void Fail(int32_t code, std::string_view text) {
     errorCode_ = code;
-    errorText_ = KelString(text);
+    errorText_ = KelString(Shown(text));
   }
+  /// How a text begins, for messages.
+  static std::string_view Shown(std::string_view text) { return text.substr(0, 8192); }
   bool HasFailed() const { return errorCode_ != 0; }
   TamberContext& Context() const { return context_; }
 
@@ -143,8 +146,7 @@ class TextBuilder {
       AppendText(buffer_, piece);
       return;
     }
-    if (piece.empty()) return;
-    std::memcpy(buffer_->Data() + buffer_->length, piece.data(), piece.size());
+    kel::CopyInSteps(buffer_->Data() + buffer_->length, piece.data(), piece.size());
     buffer_->length += static_cast<uint32_t>(piece.size());
   }
   void Append(char byte) { Append(std::string_view(&byte, 1)); }

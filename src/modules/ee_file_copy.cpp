@@ -1,3 +1,4 @@
+#include <climits>
 #include <optional>
 
 #include "context/contextstate.h"
@@ -6,6 +7,7 @@
 #include "kel/fileio.h"
 #include "kel/tempfile.h"
 #include "kel/transfer.h"
+#include "kel/url.h"
 #include "modules/ee_file_bodies.h"
 
 namespace tamber::files {
@@ -84,6 +86,8 @@ const kel::TransferLimits& LimitsOf(Call& call) {
 
 /// Finds out what a script means by a text; what it cannot mean, or may not, sets the error.
 std::optional<Endpoint> EndpointOf(Call& call, std::string_view text) {
+  // Neither a path nor a URL is that long, and what begins it means as little.
+  text = text.substr(0, kel::kMaxUrlBytes + 1);
   std::string path;
   switch (kel::ClassifyUrl(text, path)) {
     case kel::UrlKind::Path:
@@ -259,6 +263,7 @@ bool Create(Call& call, std::string_view path) {
 }
 
 std::string CreateTemp(Call& call, std::string_view prefix) {
+  prefix = prefix.substr(0, PATH_MAX);
   if (prefix.find_first_of(std::string_view("/\\\0", 3)) != std::string_view::npos) {
     call.Fail(ERR_INVALIDPARAM, prefix);
     return {};

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <new>
 
 #include "kel/bytesource.h"
@@ -47,6 +48,9 @@ bool HasVersionInfo(Call& call, std::string_view path) {
 std::string VersionValue(Call& call, std::string_view path, std::string_view language,
                          std::string_view name) {
   const kel::VersionInfo version = VersionOf(call, path);
+  // The names in a resource have less than 65536 characters.
+  constexpr size_t kMost = 65536;
+  if (std::max(language.size(), name.size()) > kMost) return {};
   const std::string prefix = language.empty() ? version.StringPrefix()
                                               : "\\StringFileInfo\\" + std::string(language) + "\\";
   std::string text;

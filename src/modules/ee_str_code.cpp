@@ -3,6 +3,7 @@
 
 #include "kel/codec.h"
 #include "kel/kelascii.h"
+#include "kel/longstring.h"
 #include "kel/textcipher.h"
 #include "modules/ee_str_bodies.h"
 
@@ -81,10 +82,11 @@ std::string Utf16HexToText(std::string_view value, std::string_view tokens) {
     }
     return kel::Utf16UnitsToUtf8(units);
   }
+  const kel::ByteSet separators(tokens);
   for (size_t at = 0; at < value.size(); ++at) {
     poll.Step();
     const size_t begin = at;
-    at = std::min(value.find_first_of(tokens, at), value.size());
+    at = separators.FindIn(value, begin);
     if (at > begin) units.push_back(UnitOf(value.substr(begin, at - begin)));
   }
   return kel::Utf16UnitsToUtf8(units);

@@ -72,7 +72,8 @@ constexpr bool IsNameByte(char c) { return kel::IsAlnum(c) || c == '_'; }
 std::string_view NameAt(std::string_view text, size_t at) {
   if (at >= text.size() || kel::IsDigit(text[at])) return {};
   size_t end = at;
-  while (end < text.size() && IsNameByte(text[end])) ++end;
+  kel::StopPoll poll(65536);
+  for (; end < text.size() && IsNameByte(text[end]); ++end) poll.Step();
   return text.substr(at, end - at);
 }
 
@@ -132,9 +133,11 @@ Text EscapeHtml(std::string_view value) {
   while (at < value.size()) {
     poll.Step();
     const size_t begin = at;
-    while (at < value.size() && kHtmlKept[static_cast<unsigned char>(value[at])]) ++at;
+    const size_t most = std::min(value.size(), begin + kel::kBytesPerStep);
+    while (at < most && kHtmlKept[static_cast<unsigned char>(value[at])]) ++at;
+    if (at - begin == kel::kBytesPerStep) kel::CheckStop();
     // A character of several bytes goes along with the kept ones.
-    const size_t length = at < value.size() ? kel::CharacterLength(value, at) : 0;
+    const size_t length = at < most ? kel::CharacterLength(value, at) : 0;
     if (length > 1) at += length;
     out.Append(value.substr(begin, at - begin));
     if (length == 1) AppendEntity(out, value[at++]);

@@ -30,7 +30,9 @@ std::string WriteFormatted(Call& call, Value value, std::string_view format, boo
 int32_t NearestInt(std::string_view digits, bool negative) {
   constexpr int64_t kMax = std::numeric_limits<int32_t>::max();
   int64_t number = 0;
+  kel::StopPoll poll(65536);
   for (const char digit : digits) {
+    poll.Step();
     number = std::min(number * 10 + (digit - '0'), kMax + 1);
   }
   return static_cast<int32_t>(negative ? -number : std::min(number, kMax));
@@ -68,7 +70,7 @@ ArrayResult ToNumbers(std::string_view value) {
   for (size_t at = 0; at < value.size(); ++at) {
     poll.Step();
     const size_t begin = at;
-    while (at < value.size() && kel::IsDigit(value[at])) ++at;
+    for (; at < value.size() && kel::IsDigit(value[at]); ++at) poll.Step();
     if (at == begin) continue;
     const bool negative = begin > 0 && value[begin - 1] == '-';
     numbers->Append(IntCell(NearestInt(value.substr(begin, at - begin), negative)));

@@ -6,6 +6,9 @@
 #include "context/tambctxt.h"
 #include "kel/kelascii.h"
 #include "kel/kelformat.h"
+#include "kel/longstring.h"
+#include "kel/regex_pcre.h"
+#include "kel/stop.h"
 #include "kel/utf8.h"
 #include "modules/ee_str_bodies.h"
 #include "modules/patterncache.h"
@@ -75,8 +78,11 @@ class Replacement {
  public:
   Replacement(std::string_view text, size_t groups) : groups_(groups) {
     size_t at = 0;
+    const kel::ByteSet signs("$\\");
+    kel::StopPoll poll(65536);
     while (at < text.size()) {
-      const size_t sign = std::min(text.find_first_of("$\\", at), text.size());
+      poll.Step();
+      const size_t sign = signs.FindIn(text, at);
       AddLiteral(text.substr(at, sign - at));
       at = sign == text.size() ? sign : sign + AddSign(text.substr(sign, 3));
     }
@@ -193,8 +199,10 @@ class SafeValue {
  public:
   SafeValue(std::string_view value, bool safe) : view_(value) {
     if (safe) return;
-    copy_ = std::string(value);
+    copy_ = kel::CopyOf(value);
+    kel::StopPoll poll(65536);
     for (char& c : *copy_) {
+      poll.Step();
       const bool control = static_cast<unsigned char>(c) < 32 || c == 127;
       if (control && c != '\t' && c != '\n' && c != '\r') c = ' ';
     }
@@ -226,6 +234,7 @@ std::string Quoted(std::string_view text) {
 
 /// The pattern as it is when it is called safe, else quoted.
 std::string SafePattern(std::string_view pattern, bool safe) {
+  pattern = pattern.substr(0, kel::kLongestPcre + 1);
   return safe ? std::string(pattern) : Quoted(pattern);
 }
 

@@ -12,9 +12,11 @@ namespace {
 uint64_t TakeField(std::string_view& version) {
   constexpr uint64_t kMax = std::numeric_limits<uint64_t>::max();
   uint64_t number = 0;
-  const size_t dot = version.find('.');
+  const size_t dot = kel::FindText(version, ".", true);
   const std::string_view field = kel::Trimmed(version.substr(0, dot));
+  kel::StopPoll poll(65536);
   for (size_t i = 0; i < field.size() && kel::IsDigit(field[i]); ++i) {
+    poll.Step();
     const uint64_t digit = static_cast<uint64_t>(field[i] - '0');
     number = number > (kMax - digit) / 10 ? kMax : number * 10 + digit;
   }

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "kel/kelascii.h"
+#include "kel/longstring.h"
 #include "modules/ee_str_bodies.h"
 #include "modules/stepsort.h"
 
@@ -72,15 +73,11 @@ int32_t TooFarResult(Call& call, size_t position) {
 int32_t Length(Call& call, std::string_view value) { return PositionResult(call, value.size()); }
 
 ArrayResult Tokenise(std::string_view value, std::string_view tokens) {
-  std::array<bool, 256> separates{};
-  for (const char c : tokens) separates[static_cast<unsigned char>(c)] = true;
+  const kel::ByteSet separators(tokens);
   ArrayResult pieces(StringArrayType());
   for (size_t at = 0; at < value.size(); ++at) {
     const size_t begin = at;
-    kel::ForSteps(begin, value.size(), kel::kBytesPerStep, [&](uint64_t, uint64_t end) {
-      while (at < end && !separates[static_cast<unsigned char>(value[at])]) ++at;
-      return at == end;
-    });
+    at = separators.FindIn(value, begin);
     if (at > begin) pieces.AppendText(value.substr(begin, at - begin));
   }
   return pieces;

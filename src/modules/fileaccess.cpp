@@ -10,7 +10,7 @@ namespace {
 /// A path with what the system said about it. When there is no such file, the error says the rest.
 std::string WithReason(int32_t code, std::string_view path) {
   const std::string reason = kel::TakeReason();
-  return std::string(path) + (code == ERR_FILENOTFOUND ? std::string() : reason);
+  return std::string(Call::Shown(path)) + (code == ERR_FILENOTFOUND ? std::string() : reason);
 }
 
 int32_t CodeOf(kel::FileStatus status) {
@@ -42,7 +42,7 @@ int32_t CodeOf(kel::FileStatus status) {
 const kel::FilePolicy& PolicyOf(Call& call) { return call.Context().GetFilePolicy(); }
 
 void FailRefused(Call& call, std::string_view what) {
-  call.Fail(ERR_FUNCFAILED, "Refused by the host's file policy: " + std::string(what));
+  call.Fail(ERR_FUNCFAILED, "Refused by the host's file policy: " + std::string(Call::Shown(what)));
 }
 
 kel::Place PlaceOf(Call& call, std::string_view path, kel::Access access, kel::Links links) {

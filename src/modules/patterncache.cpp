@@ -31,6 +31,7 @@ void PatternCache::DropLast() {
 }
 
 kel::Regex* PatternCache::Get(std::string_view pattern, PatternKind kind, kel::RegexFault& fault) {
+  if (pattern.size() > kel::kLongestPcre) return Compile(pattern, kind, fault).release();  // none
   // Mostly it is the same one in a loop.
   const Key key{kind, pattern};
   if (!entries_.empty() && KeyOf(entries_.front()) == key) return entries_.front().regex.get();

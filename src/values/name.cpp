@@ -1,16 +1,17 @@
 #include "values/name.h"
 
-#include <cstring>
+#include <memory>
 #include <new>
 
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 
 namespace tamber {
 
 Name::Rep::Rep(std::string_view text)
     : hash(HashOf(text)), length(static_cast<uint32_t>(text.size())) {
   char* const bytes = const_cast<char*>(Bytes());
-  std::memcpy(bytes, text.data(), text.size());
+  kel::CopyInSteps(bytes, text.data(), text.size());
   bytes[text.size()] = '\0';
 }
 
@@ -19,12 +20,23 @@ void Name::Rep::operator delete(void* memory) { ::operator delete(memory); }
 
 Name::Name(std::string_view text) {
   if (text.empty()) return;
-  void* const memory = ::operator new(sizeof(Rep) + text.size() + 1);
-  rep_ = ::new (memory) Rep(text);
+  struct FreeMemory {
+    void operator()(void* memory) const { ::operator delete(memory); }
+  };
+  std::unique_ptr<void, FreeMemory> memory(::operator new(sizeof(Rep) + text.size() + 1));
+  rep_ = ::new (memory.get()) Rep(text);
+  memory.release();
 }
 
+/// Whatever the script looks up as a name is hashed, megabytes of text as well: those by how they
+/// begin and how long they are.
 uint32_t Name::HashOf(std::string_view text) {
+  constexpr size_t kHashed = 1024;
   uint32_t hash = 2166136261u;  // FNV-1a over the folded bytes
+  if (text.size() > kHashed) [[unlikely]] {
+    hash ^= static_cast<uint32_t>(text.size());
+    text = text.substr(0, kHashed);
+  }
   for (char c : text) hash = (hash ^ static_cast<uint8_t>(kel::ToLower(c))) * 16777619u;
   return hash;
 }
