@@ -365,8 +365,10 @@ Time StopRow(const Row& row, bool collects, double delay) {
   if (collects) context.SetOutput(&output);
   context.SetIniPath("tamber.ini");
   context.RegisterFunction("int Begin ()", Begin, FunctionList::FUNCTYPE_NORMAL, false);
-  const std::string script = std::string(kDeclared) + "proc main()\nint i\nstring t\nstring u\n" +
-                             row.before + "Begin()\n" + row.work + "endproc\n";
+  const std::string script =
+      std::string(kDeclared) +
+      "proc main()\nErrHandler = INLINE_HANDLER\nint i\nstring t\nstring u\n" + row.before +
+      "Begin()\n" + row.work + "endproc\n";
   if (context.CompileScriptBuffer("stops", KelString(script), 1) == 0) {
     const TamberDiagnostic failure = context.GetDiagnostic();
     std::fprintf(stderr, "%s: %s %s in line %u\n", row.name, failure.text.Str().c_str(),
