@@ -235,7 +235,7 @@ class RedisBackend final : public StoreBackend {
       if (!reply || reply->type != REDIS_REPLY_ARRAY || reply->elements != 2) break;
       cursor = TextOf(*reply->element[0]);
       for (const std::string& name : Texts(reply->element[1])) {
-        buckets.push_back(name.substr(kNamespace.size()));
+        if (name.starts_with(kNamespace)) buckets.push_back(name.substr(kNamespace.size()));
       }
     } while (cursor != "0");
     std::sort(buckets.begin(), buckets.end());  // a scan may give a name twice

@@ -277,7 +277,7 @@ class SqliteBackend final : public StoreBackend {
   /// with the journal that the file has; all work on it stays correct.
   void UseWal() {
     for (int attempt = 0; attempt < 10; ++attempt) {
-      if (Execute("PRAGMA journal_mode=WAL")) break;
+      if (Execute("PRAGMA journal_mode=WAL") || !IsBusy()) break;
       SleepFor(5, nullptr);
     }
     // A killed process loses nothing this way; a machine that loses power may lose the last

@@ -10,6 +10,7 @@
 
 #include "kel/redisserver.h"
 #include "kel/tempdir.h"
+#include "kel/testserver.h"
 
 namespace {
 
@@ -201,6 +202,13 @@ TEST_F(ServerStore, ConnectsAgainOnceAndIsSilentWithoutServer) {
   for (int i = 0; i < 1000; ++i) EXPECT_FALSE(store->SetInteger("session/1/", i));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   EXPECT_THAT(store->Children("session/"), IsEmpty());
+}
+
+TEST_F(ServerStore, DropsNamesThatWereNotAskedFor) {
+  const TestServer server("replies.py", {"+OK\r\n", "*2\r\n$1\r\n0\r\n*1\r\n$1\r\nx\r\n"});
+  const Store store = kel::OpenSessionStore("redis://127.0.0.1:" + server.Port());
+  EXPECT_THAT(store->Children("session/"), IsEmpty());
+  EXPECT_EQ(store->TakeFault(), "");
 }
 
 TEST_F(ServerStore, ChecksWhoIsThere) {
