@@ -10,6 +10,7 @@
 #include "kel/cipher.h"
 #include "kel/file.h"
 #include "kel/hostpath.h"
+#include "kel/longstring.h"
 #include "kel/pathparser.h"
 #include "kel/stop.h"
 #include "values/errcodes.h"
@@ -132,7 +133,9 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     SetContextError(0, KelString());
     const tamber::SessionReading reading(*state_);
     state_->ForgetDiagnostic();
-    auto source = ScriptText::FromBuffer(name, text.Str(), firstLine == 0 ? 1 : firstLine);
+    // Text that is too much is not copied first.
+    const std::string_view taken = text.View().substr(0, ScriptText::kMaxBytes * 2 + 4);
+    auto source = ScriptText::FromBuffer(name, kel::CopyOf(taken), firstLine == 0 ? 1 : firstLine);
     if (!source) {
       return FailFile(*this, ERR_FILENOTVALID, name,
                       ScriptText::Reason(ScriptText::Status::NoText));

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -162,7 +163,9 @@ void ContextState::HandleParseError(const SourcePlace& place) {
 KelString ContextState::ErrorHandler() {
   Variable* variable = context.GetVariable(KelString("ErrHandler"), VARLIST_LOCAL | VARLIST_GLOBAL);
   if (variable == nullptr) return KelString();
-  return KelString(std::string_view(variable->GetStringValue(), variable->GetLength()));
+  // No procedure has a longer name, and nothing here looks for a stop.
+  constexpr uint32_t kLongest = 1 << 20;
+  return KelString(variable->GetStringValue(), std::min(variable->GetLength(), kLongest));
 }
 
 void ContextState::ReportRunError(const SourcePlace& place) {

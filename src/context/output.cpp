@@ -7,6 +7,7 @@
 #include "kel/file.h"
 #include "kel/filestat.h"
 #include "kel/hostpath.h"
+#include "kel/longstring.h"
 #include "kel/notice.h"
 #include "kel/rotate.h"
 #include "kel/stop.h"
@@ -246,7 +247,7 @@ void TamberContext::AppendOutput(std::string_view text) {
     return;
   }
   try {
-    console->Append(text);
+    kel::Append(console->Str(), text);
   } catch (const std::bad_alloc&) {
     SetContextError(ERR_NOMEMORY, "");
   }

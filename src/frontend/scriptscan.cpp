@@ -4,6 +4,7 @@
 
 #include "frontend/scrline.h"
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 #include "values/errcodes.h"
 
 namespace tamber {
@@ -25,7 +26,10 @@ class LookAhead {
   explicit LookAhead(Tokeniser& tokeniser) : tokeniser_(tokeniser) {}
   LookAhead(const LookAhead&) = delete;
   LookAhead& operator=(const LookAhead&) = delete;
-  ~LookAhead() { Restart(); }
+  ~LookAhead() {
+    const kel::Interruptible whole(false);  // nothing may be thrown here
+    Restart();
+  }
 
   void Restart() const {
     tokeniser_.ResetLine();

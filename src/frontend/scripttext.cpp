@@ -8,6 +8,7 @@
 #include "kel/filestat.h"
 #include "kel/kelascii.h"
 #include "kel/pathparser.h"
+#include "kel/stop.h"
 
 namespace tamber {
 
@@ -41,7 +42,9 @@ ScriptText::ScriptText(const KelString& name, std::string text, uint32_t firstLi
       logFile_(LogFileOf(name)),
       text_(std::move(text)),
       firstLine_(std::clamp(firstLine, uint32_t{1}, kMaxFirstLine)) {
+  kel::StopPoll poll(kel::kElementsPerLook);
   for (size_t start = 0; start < text_.size();) {
+    poll.Step();
     starts_.push_back(static_cast<uint32_t>(start));
     const size_t end = text_.find('\n', start);
     start = end == std::string::npos ? text_.size() : end + 1;

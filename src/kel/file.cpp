@@ -1,13 +1,18 @@
 #include "kel/file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 
 #include "kel/fileio.h"
 #include "kel/pathparser.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -94,7 +99,37 @@ void CloseFile(int descriptor) {
   if (descriptor > STDERR_FILENO) ::close(descriptor);
 }
 
-void WriteStandardOutput(std::string_view text) { WriteFull(STDOUT_FILENO, text); }
+namespace {
+
+/// Writes some of the bytes without waiting for whoever reads them, where the system can tell that
+/// before: 0 when they have to be waited for, -1 on an error.
+ssize_t WriteNow(int descriptor, std::string_view bytes) {
+  const iovec piece{const_cast<char*>(bytes.data()), std::min(bytes.size(), kBytesPerStep)};
+  ssize_t count = ::pwritev2(descriptor, &piece, 1, -1, RWF_NOWAIT);
+  if (count >= 0) return count;
+  const bool cannot = errno == EOPNOTSUPP || errno == EINVAL || errno == ENOSYS;
+  if (!cannot && errno != EAGAIN && errno != EINTR) return -1;
+  struct stat info;
+  const bool isFile = ::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
+  pollfd output{descriptor, POLLOUT, 0};
+  constexpr int kMillisecondsPerLook = 10;
+  if (!isFile && ::poll(&output, 1, kMillisecondsPerLook) == 0) return 0;
+  // What has room for anything takes this much.
+  count = ::write(descriptor, bytes.data(),
+                  isFile ? piece.iov_len : std::min(bytes.size(), size_t{PIPE_BUF}));
+  return count < 0 && (errno == EINTR || errno == EAGAIN) ? 0 : count;
+}
+
+}  // namespace
+
+void WriteStandardOutput(std::string_view text) {
+  while (!text.empty()) {
+    CheckStop();
+    const ssize_t count = WriteNow(STDOUT_FILENO, text);
+    if (count < 0) return;
+    text.remove_prefix(static_cast<size_t>(count));
+  }
+}
 
 void WriteStandardError(std::string_view text) { WriteFull(STDERR_FILENO, text); }
 

@@ -15,6 +15,7 @@
 
 #include "kel/cipher.h"
 #include "kel/kelformat.h"
+#include "kel/longstring.h"
 #include "kel/stop.h"
 
 namespace kel {
@@ -149,11 +150,13 @@ int64_t ReadFullAt(int descriptor, uint64_t offset, char* buffer, size_t size) {
 }
 
 bool WriteFull(int descriptor, std::string_view bytes, size_t* written) {
+  constexpr size_t kBytesPerLook = size_t{4} << 20;
   while (!bytes.empty()) {
-    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+    const ssize_t count = ::write(descriptor, bytes.data(), std::min(bytes.size(), kBytesPerLook));
     if (count >= 0) {
       bytes.remove_prefix(static_cast<size_t>(count));
       if (written != nullptr) *written += static_cast<size_t>(count);
+      if (!bytes.empty()) CheckStop();
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       pollfd waiting{descriptor, POLLOUT, 0};
       if (::poll(&waiting, 1, -1) < 0 && errno != EINTR) return false;
@@ -190,7 +193,7 @@ FileStatus ReadAll(int descriptor, uint64_t length, std::string& out, uint64_t m
   FileStatus status = FileStatus::Ok;
   size_t used = 0;
   for (size_t room = length != 0 ? length : kRoom; room != 0;) {
-    out.resize(used + room);
+    Resize(out, used + room);
     const int64_t count = reader.Read(out.data() + used, room);
     if (count < 0) status = FailedBySystem(FileStatus::Unreadable);
     if (count > 0) used += static_cast<size_t>(count);

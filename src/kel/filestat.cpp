@@ -10,6 +10,7 @@
 
 #include "kel/fileio.h"
 #include "kel/kelformat.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -114,6 +115,20 @@ FileStatus DeleteFile(const Place& place, bool force) {
                                                        : StatusOfErrno(errno, FileStatus::Failed);
 }
 
+namespace {
+
+/// What was appended in part would be half a line to whoever reads the file next. It goes again
+/// unless somebody has appended behind it; what others appended before it stays.
+bool TakeBack(int descriptor, size_t written) {
+  if (written == 0) return true;
+  struct stat info;
+  const off_t end = ::lseek(descriptor, 0, SEEK_CUR);
+  const bool isLast = ::fstat(descriptor, &info) == 0 && info.st_size == end;
+  return isLast && ::ftruncate(descriptor, end - static_cast<off_t>(written)) == 0;
+}
+
+}  // namespace
+
 FileStatus AppendToFile(const Place& place, std::string_view bytes) {
   if (!place.IsFound()) return FileStatus::Missing;
   if (CheckRegular(place) == FileStatus::NotValid) return FileStatus::NotValid;
@@ -125,15 +140,14 @@ FileStatus AppendToFile(const Place& place, std::string_view bytes) {
   struct stat info;
   if (::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return FileStatus::NotValid;
   size_t written = 0;
-  if (WriteFull(file.Get(), bytes, &written)) return FileStatus::Ok;
+  try {
+    if (WriteFull(file.Get(), bytes, &written)) return FileStatus::Ok;
+  } catch (const Interrupted&) {
+    TakeBack(file.Get(), written);
+    throw;
+  }
   const FileStatus status = FailedBySystem(FileStatus::Unwritable);
-  if (written == 0) return status;
-  // What did fit would be half a line to whoever reads the file next. It goes again unless somebody
-  // has appended behind it; what others appended before it stays.
-  const off_t end = ::lseek(file.Get(), 0, SEEK_CUR);
-  const bool isLast = ::fstat(file.Get(), &info) == 0 && info.st_size == end;
-  const bool undone = isLast && ::ftruncate(file.Get(), end - static_cast<off_t>(written)) == 0;
-  return undone ? status : FileStatus::Failed;
+  return TakeBack(file.Get(), written) ? status : FileStatus::Failed;
 }
 
 }  // namespace kel

@@ -1,6 +1,7 @@
 #include "kel/importlist.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <unordered_set>
 
@@ -156,7 +157,7 @@ class ImportWalk {
 FileStatus ListImports(const FilePolicy& policy, std::string_view path,
                        const ImportOptions& options, std::vector<std::string>& modules) {
   modules.clear();
-  return ImportWalk(policy, options).Run(path, modules);
+  return ImportWalk(policy, options).Run(path.substr(0, PATH_MAX + 1), modules);
 }
 
 }  // namespace kel

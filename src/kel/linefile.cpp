@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "kel/fileio.h"
+#include "kel/longstring.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
@@ -26,7 +28,12 @@ size_t NextLine(std::string_view text, size_t at) {
 }
 
 uint64_t LinesIn(std::string_view text) {
-  const auto ends = static_cast<uint64_t>(std::count(text.begin(), text.end(), '\n'));
+  uint64_t ends = 0;
+  ForSteps(0, text.size(), kBytesPerStep, [&](uint64_t from, uint64_t to) {
+    const std::string_view part = text.substr(from, to - from);
+    ends += static_cast<uint64_t>(std::count(part.begin(), part.end(), '\n'));
+    return true;
+  });
   return text.empty() || text.back() == '\n' ? ends : ends + 1;
 }
 
@@ -43,7 +50,11 @@ FileStatus LineFile::GetLine(const Place& place, int32_t line, std::string& text
   std::string bytes;
   const FileStatus status = ReadFile(place, bytes, kMaxBytes);
   size_t at = 0;
-  for (int32_t i = 1; i < line && at < bytes.size(); ++i) at = NextLine(bytes, at);
+  StopPoll poll(kElementsPerLook);
+  for (int32_t i = 1; i < line && at < bytes.size(); ++i) {
+    poll.Step();
+    at = NextLine(bytes, at);
+  }
   found = line >= 1 && at < bytes.size();
   text.clear();
   if (found) text = WithoutEnd(std::string_view(bytes).substr(at, NextLine(bytes, at) - at));
@@ -60,7 +71,9 @@ FileStatus LineFile::Load(const Place& place, LineFile& out) {
 }
 
 LineFile::LineFile(std::string text) : text_(std::move(text)) {
+  StopPoll poll(kElementsPerLook);
   for (size_t at = 0; at < text_.size();) {
+    poll.Step();
     const size_t next = NextLine(text_, at);
     lines_.push_back({at, next - at});
     at = next;
@@ -80,8 +93,10 @@ bool LineFile::Get(int32_t line, std::string_view& text) const {
 std::vector<LineFile::Span> LineFile::Append(std::string_view text) {
   std::vector<Span> added;
   const size_t first = text_.size();
-  text_ += text;
+  kel::Append(text_, text);
+  StopPoll poll(kElementsPerLook);
   for (size_t at = first; at < text_.size();) {
+    poll.Step();
     const size_t next = NextLine(text_, at);
     added.push_back({at, next - at});
     at = next;
@@ -101,14 +116,15 @@ bool LineFile::Insert(int32_t line, std::string_view text) {
 bool LineFile::Add(std::string_view text) {
   // A file whose last line has no end goes on having none: the end moves before the new line.
   const bool open = !lines_.empty() && EndLength(ViewOf(lines_.back())) == 0;
-  if (open) {
-    const std::string last = std::string(ViewOf(lines_.back())) + end_;
-    garbage_ += lines_.back().length;
-    lines_.back() = Append(last).front();
-  }
+  std::vector<Span> last;
+  if (open) last = Append(std::string(ViewOf(lines_.back())) + end_);
   // An empty line is its end and nothing else: without one it would be lost.
   const bool needsEnd = !open || text.empty() || text.back() == '\n';
   const auto added = Append(needsEnd ? std::string(text) + end_ : std::string(text));
+  if (open) {
+    garbage_ += lines_.back().length;
+    lines_.back() = last.front();
+  }
   lines_.insert(lines_.end(), added.begin(), added.end());
   changed_ = true;
   return true;
@@ -137,7 +153,11 @@ void LineFile::DropGarbage() {
 std::string LineFile::Text() const {
   std::string text;
   text.reserve(text_.size() - garbage_);
-  for (const Span& line : lines_) text += ViewOf(line);
+  StopPoll poll(kElementsPerLook);
+  for (const Span& line : lines_) {
+    poll.Step();
+    kel::Append(text, ViewOf(line));
+  }
   return text;
 }
 

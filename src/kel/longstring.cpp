@@ -1,5 +1,7 @@
 #include "kel/longstring.h"
 
+#include <algorithm>
+
 #include "kel/stop.h"
 
 namespace kel {
@@ -12,7 +14,17 @@ std::string CopyOf(std::string_view text) {
 }
 
 void Append(std::string& to, std::string_view tail) {
-  if (to.capacity() - to.size() < tail.size()) to.reserve(to.size() + tail.size());
+  if (to.capacity() - to.size() < tail.size()) {
+    const size_t wanted = std::max(to.size() + tail.size(), 2 * to.capacity());
+    if (to.size() > kBytesPerStep) {
+      std::string moved;
+      moved.reserve(wanted);
+      Append(moved, to);
+      to.swap(moved);
+    } else {
+      to.reserve(wanted);
+    }
+  }
   ForSteps(0, tail.size(), kBytesPerStep, [&](uint64_t from, uint64_t end) {
     to.append(tail.substr(from, end - from));
     return true;
@@ -20,8 +32,8 @@ void Append(std::string& to, std::string_view tail) {
 }
 
 void Resize(std::string& text, size_t size) {
-  text.reserve(size);
   if (size < text.size()) text.resize(size);
+  text.reserve(size);
   ForSteps(text.size(), size, kBytesPerStep, [&](uint64_t, uint64_t end) {
     text.resize(end);
     return true;

@@ -10,6 +10,8 @@ namespace kel {
 
 /// A copy.
 std::string CopyOf(std::string_view text);
+/// All of the tail, or as much of it as was there when the work was left. The tail is not a part of
+/// the string.
 void Append(std::string& to, std::string_view tail);
 /// With NULs behind what there was.
 void Resize(std::string& text, size_t size);

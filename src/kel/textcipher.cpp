@@ -5,6 +5,7 @@
 #include <nettle/hmac.h>
 #include <nettle/memops.h>
 #include <nettle/pbkdf2.h>
+#include <nettle/sha2.h>
 #include <sodium.h>
 
 #include <algorithm>
@@ -36,6 +37,9 @@ KEL_LAZY(nettle, hmac_sha256_set_key);
 KEL_LAZY(nettle, hmac_sha256_update);
 KEL_LAZY(nettle, hmac_sha256_digest);
 KEL_LAZY(nettle, pbkdf2_hmac_sha256);
+KEL_LAZY(nettle, sha256_init);
+KEL_LAZY(nettle, sha256_update);
+KEL_LAZY(nettle, sha256_digest);
 KEL_LAZY(nettle, memeql_sec);
 
 constexpr size_t kBlock = DES_BLOCK_SIZE;
@@ -93,10 +97,24 @@ bool RemovePadding(std::string& text) {
   return true;
 }
 
+std::string_view Digest(std::string_view text, Secret<SHA256_DIGEST_SIZE>& digest) {
+  sha256_ctx context;
+  sha256_init(&context);
+  ForSteps(0, text.size(), kBytesPerStep, [&](uint64_t at, uint64_t end) {
+    sha256_update(&context, end - at, Bytes(text) + at);
+    return true;
+  });
+  sha256_digest(&context, digest.bytes.size(), digest.bytes.data());
+  return digest.View(0, digest.bytes.size());
+}
+
 /// What a password and a salt give: DES key, start vector, key of the proof.
 class PasswordKeys {
  public:
   PasswordKeys(std::string_view password, std::string_view salt) {
+    // A key of more than a block stands for its digest, which is made in steps here.
+    Secret<SHA256_DIGEST_SIZE> digest;
+    if (password.size() > SHA256_BLOCK_SIZE) password = Digest(password, digest);
     pbkdf2_hmac_sha256(password.size(), Bytes(password), kDesRounds, salt.size(), Bytes(salt),
                        keys_.bytes.size(), keys_.bytes.data());
   }

@@ -75,10 +75,10 @@ Text EscapeHtmlUrl(std::string_view value);
 Text ExpandEnvironment(Call& call, std::string_view path);
 
 // ee_str_number.cpp
-std::string FormatChar(Call& call, char value, std::string_view format);
-std::string FormatInt(Call& call, int32_t value, std::string_view format);
-std::string FormatFloat(Call& call, float value, std::string_view format);
-std::string FormatDouble(Call& call, double value, std::string_view format);
+Text FormatChar(Call& call, char value, std::string_view format);
+Text FormatInt(Call& call, int32_t value, std::string_view format);
+Text FormatFloat(Call& call, float value, std::string_view format);
+Text FormatDouble(Call& call, double value, std::string_view format);
 std::string IntText(Call& call, int32_t value);
 std::string IntToHex(int32_t value);
 ArrayResult ToNumbers(std::string_view value);

@@ -16,9 +16,13 @@ struct VariableDeleter {
 };
 using Value = std::unique_ptr<Variable, VariableDeleter>;
 
+/// Longer texts are numbers too, when the compiler says so.
+constexpr size_t kLongestPlain = 4096;
+
 /// Value of a text that is one number as the language writes integers, with a minus before it or
 /// without; nothing for all other texts. Numbers out of files and forms need no compiler.
 std::optional<int32_t> PlainInteger(std::string_view text) {
+  if (text.size() > kLongestPlain) return std::nullopt;
   text = kel::Trimmed(text);
   const bool negative = text.starts_with('-');
   if (negative) text.remove_prefix(1);
@@ -42,6 +46,7 @@ std::optional<int32_t> PlainInteger(std::string_view text) {
 template <class Real>
 std::optional<Real> PlainReal(TamberContext& context, std::string_view text,
                               bool (*parse)(std::string_view, Real&)) {
+  if (text.size() > kLongestPlain) return std::nullopt;
   text = kel::Trimmed(text);
   const std::string_view digits = text.substr(text.starts_with('-') ? 1 : 0);
   if (digits.empty()) return std::nullopt;

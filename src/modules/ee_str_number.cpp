@@ -3,6 +3,7 @@
 
 #include "kel/kelascii.h"
 #include "kel/kelformat.h"
+#include "kel/longstring.h"
 #include "kel/number.h"
 #include "modules/ee_str_bodies.h"
 #include "modules/numberformat.h"
@@ -18,10 +19,30 @@ std::string Write(const NumberFormat& format, double value) {
   return format.IsFloating() ? format.Write(value) : format.Write(kel::DoubleToInt32(value));
 }
 
+/// The text of a format beside its conversion, where "%%" stands for a percent sign.
+void AppendLiteral(TextBuilder& out, std::string_view text) {
+  const kel::ByteSet percent("%");
+  kel::StopPoll poll(65536);
+  while (!text.empty()) {
+    poll.Step();
+    const size_t sign = percent.FindIn(text);
+    out.Append(text.substr(0, std::min(sign + 1, text.size())));
+    text.remove_prefix(std::min(sign + 2, text.size()));
+  }
+}
+
 template <class Value>
-std::string WriteFormatted(Call& call, Value value, std::string_view format, bool takesFloating) {
+Text WriteFormatted(Call& call, Value value, std::string_view format, bool takesFloating) {
   const auto parsed = NumberFormat::Parse(format);
-  if (parsed && (takesFloating || !parsed->IsFloating())) return Write(*parsed, value);
+  if (parsed && (takesFloating || !parsed->IsFloating())) {
+    const std::string number = Write(*parsed, value);
+    if (number.empty() && parsed->Before().empty() && parsed->After().empty()) return {};
+    TextBuilder out(format.size() + number.size());
+    AppendLiteral(out, parsed->Before());
+    out.Append(number);
+    AppendLiteral(out, parsed->After());
+    return out.Finish();
+  }
   call.Fail(ERR_INVALIDPARAM, Excerpt(format));
   return {};
 }
@@ -40,19 +61,19 @@ int32_t NearestInt(std::string_view digits, bool negative) {
 
 }  // namespace
 
-std::string FormatChar(Call& call, char value, std::string_view format) {
+Text FormatChar(Call& call, char value, std::string_view format) {
   return WriteFormatted(call, static_cast<int32_t>(static_cast<signed char>(value)), format, false);
 }
 
-std::string FormatInt(Call& call, int32_t value, std::string_view format) {
+Text FormatInt(Call& call, int32_t value, std::string_view format) {
   return WriteFormatted(call, value, format, false);
 }
 
-std::string FormatFloat(Call& call, float value, std::string_view format) {
+Text FormatFloat(Call& call, float value, std::string_view format) {
   return WriteFormatted(call, static_cast<double>(value), format, true);
 }
 
-std::string FormatDouble(Call& call, double value, std::string_view format) {
+Text FormatDouble(Call& call, double value, std::string_view format) {
   return WriteFormatted(call, value, format, true);
 }
 

@@ -5,6 +5,8 @@
 #include <cmath>
 
 #include "kel/kelascii.h"
+#include "kel/longstring.h"
+#include "kel/stop.h"
 
 namespace tamber {
 namespace {
@@ -22,7 +24,9 @@ std::string Render(Args... args) {
 /// Reads digits up to `limit`; false beyond.
 bool ReadNumber(std::string_view format, size_t& at, int limit, int& number) {
   number = 0;
+  kel::StopPoll poll(65536);
   for (; at < format.size() && kel::IsDigit(format[at]); ++at) {
+    poll.Step();
     number = number * 10 + (format[at] - '0');
     if (number > limit) return false;
   }
@@ -30,6 +34,18 @@ bool ReadNumber(std::string_view format, size_t& at, int limit, int& number) {
 }
 
 bool IsUpper(char letter) { return letter >= 'A' && letter <= 'Z'; }
+
+/// Position of the first "%" that is no "%%"; the length where there is none.
+size_t FindConversion(std::string_view format) {
+  const kel::ByteSet percent("%");
+  kel::StopPoll poll(65536);
+  size_t at = percent.FindIn(format);
+  while (at + 1 < format.size() && format[at + 1] == '%') {
+    poll.Step();
+    at = percent.FindIn(format, at + 2);
+  }
+  return at;
+}
 
 /// Sign and digits of the exponent of "d.ddde+xx".
 int ExponentOf(std::string_view scientific) {
@@ -49,26 +65,20 @@ std::string WithPoint(std::string digits) {
 }  // namespace
 
 std::optional<NumberFormat> NumberFormat::Parse(std::string_view format) {
+  size_t at = FindConversion(format);
+  if (at == format.size()) return std::nullopt;
   NumberFormat parsed;
-  size_t at = 0;
-  while (at < format.size()) {
-    std::string& literal = parsed.letter_ == 0 ? parsed.before_ : parsed.after_;
-    if (format[at] != '%') {
-      literal += format[at++];
-    } else if (at + 1 < format.size() && format[at + 1] == '%') {
-      literal += '%';
-      at += 2;
-    } else if (parsed.letter_ != 0 || !parsed.ParseConversion(format, ++at)) {
-      return std::nullopt;
-    }
-  }
-  if (parsed.letter_ == 0) return std::nullopt;
+  parsed.before_ = format.substr(0, at);
+  if (!parsed.ParseConversion(format, ++at)) return std::nullopt;
+  parsed.after_ = format.substr(at);
+  if (FindConversion(parsed.after_) != parsed.after_.size()) return std::nullopt;
   return parsed;
 }
 
 bool NumberFormat::ParseConversion(std::string_view format, size_t& at) {
-  const size_t flagsEnd = std::min(format.find_first_not_of("-+ #0", at), format.size());
-  for (; at < flagsEnd; ++at) {
+  kel::StopPoll poll(65536);
+  for (const size_t end = kel::ByteSet("-+ #0").FindOtherIn(format, at); at < end; ++at) {
+    poll.Step();
     if (!Has(format[at])) flags_ += format[at];
   }
   if (!ReadNumber(format, at, kMaxWidth, width_)) return false;
@@ -90,7 +100,7 @@ bool NumberFormat::IsFloating() const {
 std::string NumberFormat::Write(int32_t value) const {
   if (letter_ == 'c') {
     const char byte = static_cast<char>(value & 0xFF);
-    return before_ + Padded("", std::string_view(&byte, 1), false) + after_;
+    return Padded("", std::string_view(&byte, 1), false);
   }
   std::string_view sign;
   if (letter_ == 'd' || letter_ == 'i') {
@@ -98,7 +108,7 @@ std::string NumberFormat::Write(int32_t value) const {
   } else if (Has('#') && value != 0 && letter_ != 'o' && letter_ != 'u') {
     sign = letter_ == 'x' ? "0x" : "0X";
   }
-  return before_ + Padded(sign, Digits(value), !precision_) + after_;
+  return Padded(sign, Digits(value), !precision_);
 }
 
 std::string NumberFormat::Write(double value) const {
@@ -111,7 +121,7 @@ std::string NumberFormat::Write(double value) const {
     digits = std::isnan(value) ? "nan" : "inf";
   }
   if (IsUpper(letter_)) digits = kel::Uppered(digits);
-  return before_ + Padded(sign, digits, std::isfinite(value)) + after_;
+  return Padded(sign, digits, std::isfinite(value));
 }
 
 std::string NumberFormat::Digits(int32_t value) const {

@@ -16,12 +16,17 @@ class NumberFormat {
   static constexpr int kMaxWidth = 1024;
   static constexpr int kMaxPrecision = 64;
 
+  /// The format must outlive the result.
   static std::optional<NumberFormat> Parse(std::string_view format);
 
   /// One of "eEfFgG": the value is wanted with its fraction.
   bool IsFloating() const;
+  /// What stands for the conversion.
   std::string Write(int32_t value) const;
   std::string Write(double value) const;
+  /// The text around the conversion, where "%%" still stands for a percent sign.
+  std::string_view Before() const { return before_; }
+  std::string_view After() const { return after_; }
 
  private:
   bool ParseConversion(std::string_view format, size_t& at);
@@ -31,8 +36,8 @@ class NumberFormat {
   std::string AlternativeGeneral(double magnitude, int precision) const;
   std::string Padded(std::string_view sign, std::string_view digits, bool zeros) const;
 
-  std::string before_;
-  std::string after_;
+  std::string_view before_;
+  std::string_view after_;
   std::string flags_;
   int width_ = 0;
   std::optional<int> precision_;

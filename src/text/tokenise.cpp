@@ -9,6 +9,7 @@
 
 #include "kel/escape.h"
 #include "kel/kelascii.h"
+#include "kel/stop.h"
 
 namespace {
 
@@ -49,7 +50,29 @@ bool IsBeyondAscii(char c) { return static_cast<unsigned char>(c) >= 0x80; }
 
 bool IsQuote(char c) { return c == '"' || c == '\''; }
 
+template <class Passes>
+const char* SkipInSteps(const char* position, const Passes& passes) {
+  for (const char* far = position;; far += kel::kBytesPerStep) {
+    while (position != far && passes(*position)) ++position;
+    if (position != far) return position;
+    kel::CheckStop();
+  }
+}
+
 }  // namespace
+
+const char* Tokeniser::SkipMuchSpace(const char* position) {
+  return SkipInSteps(position, [](char c) { return kel::IsSpace(c); });
+}
+
+template <class Passes>
+const char* Tokeniser::Skip(const char* position, const Passes& passes) const {
+  if (isLong_) [[unlikely]] {
+    return SkipInSteps(position, passes);
+  }
+  while (passes(*position)) ++position;
+  return position;
+}
 
 Tokeniser::Tokeniser(const char* line) { SetLine(line); }
 
@@ -69,7 +92,8 @@ Tokeniser& Tokeniser::operator=(const Tokeniser& other) {
     return *this;
   }
   // The positions point into the copy's own line, so that the two can go different ways.
-  std::memcpy(lineBuffer_, start, static_cast<size_t>(other.lineEnd_ - start) + 1);
+  kel::CopyInSteps(lineBuffer_, start, static_cast<size_t>(other.lineEnd_ - start) + 1);
+  isLong_ = other.isLong_;
   tokenLength_ = other.tokenLength_;
   std::memcpy(tokenBuffer_, other.token_, tokenLength_);
   tokenBuffer_[tokenLength_] = 0;
@@ -113,9 +137,12 @@ int Tokeniser::SetLine(std::string_view line) {
 
 void Tokeniser::SetWholeLine(std::string_view line) {
   if (Reserve(line.size())) {
-    std::copy(line.begin(), line.end(), lineBuffer_);
+    // Until it is there, there is none.
+    search_ = lineEnd_ = nullptr;
+    kel::CopyInSteps(lineBuffer_, line.data(), line.size());
     lineBuffer_[line.size()] = 0;
     lineEnd_ = lineBuffer_ + line.size();
+    isLong_ = line.size() > kel::kBytesPerStep;
     lastError_ = 0;
   } else {
     lineEnd_ = nullptr;
@@ -157,7 +184,7 @@ std::string_view Tokeniser::ReadToken(bool convertEscapes, bool reportErrors) {
   ClearToken();
   if (search_ == nullptr) return {};
   previous_ = search_;
-  while (kel::IsSpace(*search_)) ++search_;
+  search_ = SkipSpace(search_);
   const char first = *search_;
   if (IsWordChar(first)) {
     ReadWord(reportErrors);
@@ -176,10 +203,10 @@ std::string_view Tokeniser::ReadToken(bool convertEscapes, bool reportErrors) {
 
 void Tokeniser::ReadString(bool convertEscapes, bool reportErrors) {
   const char* end = search_ + 1;
-  while (*end && *end != '"') {
-    if (*end == '\\' && convertEscapes) return ConvertString(reportErrors);
-    if (*end == '\\' && end[1] == '"') ++end;
-    ++end;
+  const auto isPlain = [](char c) { return c != '\0' && c != '"' && c != '\\'; };
+  while (*(end = Skip(end, isPlain)) == '\\') {
+    if (convertEscapes) return ConvertString(reportErrors);
+    end += end[1] == '"' ? 2 : 1;
   }
   CloseQuoted(end, '"', reportErrors);
 }
@@ -187,7 +214,11 @@ void Tokeniser::ReadString(bool convertEscapes, bool reportErrors) {
 void Tokeniser::ConvertString(bool reportErrors) {
   char* out = tokenBuffer_;
   *out++ = *search_++;
-  while (*search_ && *search_ != '"') *out++ = *search_ == '\\' ? ConvertEscape() : *search_++;
+  kel::StopPoll poll(kel::kBytesPerStep);
+  while (*search_ && *search_ != '"') {
+    poll.Step();
+    *out++ = *search_ == '\\' ? ConvertEscape() : *search_++;
+  }
   if (*search_ == '"') {
     *out++ = *search_++;
   } else if (reportErrors) {
@@ -198,8 +229,7 @@ void Tokeniser::ConvertString(bool reportErrors) {
 }
 
 void Tokeniser::ReadCharacter(bool reportErrors) {
-  const char* end = search_ + 1;
-  while (*end && *end != '\'') ++end;
+  const char* end = Skip(search_ + 1, [](char c) { return c != '\0' && c != '\''; });
   CloseQuoted(end, '\'', reportErrors);
 }
 
@@ -213,7 +243,7 @@ void Tokeniser::ReadWord(bool reportErrors) {
   if (kel::IsDigit(*search_)) return ReadNumber(reportErrors);
   const char* end = search_;
   while (true) {
-    while (IsWordChar(*end)) ++end;
+    end = Skip(end, [](char c) { return IsWordChar(c); });
     if (!IsQuote(*end)) break;
     if (reportErrors) {
       lastError_ = kBadQuote;
@@ -228,6 +258,7 @@ void Tokeniser::ReadWord(bool reportErrors) {
 void Tokeniser::ReadNumber(bool reportErrors) {
   const char* end = search_;
   bool number = true;  // a "." belongs to a word of digits only
+  kel::StopPoll poll(kel::kBytesPerStep);
   while (IsWordChar(*end) || (*end == '.' && number) || IsQuote(*end)) {
     if (IsQuote(*end) && reportErrors) {
       lastError_ = kBadQuote;
@@ -237,6 +268,7 @@ void Tokeniser::ReadNumber(bool reportErrors) {
     if (end != search_ && end[-1] == '.' && !kel::IsDigit(*end) && *end != '.') break;
     number = number && (kel::IsDigit(*end) || *end == '.');
     ++end;
+    poll.Step();
   }
   TakeToken(end);
 }

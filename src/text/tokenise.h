@@ -50,12 +50,7 @@ class TAMBER_API Tokeniser {
   char* GetPreviousToken();
 
   /// The next character that is no white space, without moving; 0 at the end of the line.
-  char PeekNextChar() const {
-    if (search_ == nullptr) return 0;
-    const char* next = search_;
-    while (kel::IsSpace(*next)) ++next;
-    return *next;
-  }
+  char PeekNextChar() const { return search_ != nullptr ? *SkipSpace(search_) : '\0'; }
   /// The next character, whatever it is; 0 at the end of the line.
   char ReadNextChar();
   /// Moves behind the next character that is not white space when it is `expected`; else stays.
@@ -110,9 +105,16 @@ class TAMBER_API Tokeniser {
   static unsigned int TokenSize(const char* text);
   /// The line ends with a NUL, which is no white space.
   static const char* SkipSpace(const char* position) {
-    while (position != nullptr && kel::IsSpace(*position)) ++position;
-    return position;
+    constexpr size_t kMany = 4096;
+    if (position == nullptr || !kel::IsSpace(*position)) return position;
+    const char* const far = position + kMany;
+    while (kel::IsSpace(*position) && position != far) ++position;
+    return position != far ? position : SkipMuchSpace(position);
   }
+  static const char* SkipMuchSpace(const char* position);
+  /// The first character from here on that does not pass. In a long line it looks for a stop.
+  template <class Passes>
+  const char* Skip(const char* position, const Passes& passes) const;
   void ClearToken();
   void TakeToken(const char* end);
   void ReadString(bool convertEscapes, bool reportErrors);
@@ -134,6 +136,7 @@ class TAMBER_API Tokeniser {
   const char* search_ = nullptr;
   const char* previous_ = nullptr;
   bool handleComments_ = true;
+  bool isLong_ = false;
   uint32_t origin_ = 0;
   char noToken_ = 0;  // what is returned while there is no buffer
   const char* lineEnd_ = nullptr;

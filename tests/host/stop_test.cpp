@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <future>
 #include <thread>
@@ -111,6 +113,44 @@ TEST_F(Stop, ComesToAllThatTakesLong) {
     host.join();
     EXPECT_LT(Clock::now() - asked, std::chrono::seconds(2)) << work;
     EXPECT_EQ(context.GetContextError(), ERR_STOPPED) << work;
+  }
+}
+
+/// Computing time of this thread, whatever else the machine does.
+std::chrono::milliseconds Computed(clockid_t thread) {
+  timespec time{};
+  ::clock_gettime(thread, &time);
+  return std::chrono::milliseconds(time.tv_sec * 1000 + time.tv_nsec / 1'000'000);
+}
+
+TEST_F(Stop, ComesToLargeStringsWhateverTheyStandFor) {
+  clockid_t running{};
+  ASSERT_EQ(::pthread_getcpuclockid(::pthread_self(), &running), 0);
+  for (const char* use :
+       {"i = Defined(t)", "i = FileGetSize(t)", "u = MakeStr(1, t)", "i = EvalStr(t)",
+        "u = StrReplacePcre(\"a\", \"a\", t, true)", "call t"}) {
+    std::promise<void> begun;
+    TamberContext context;
+    RegisterFunction(context, "int Begin ()", [&] {
+      begun.set_value();
+      return 1;
+    });
+    const std::string script =
+        std::string("proc main()\nErrHandler = INLINE_HANDLER\nint i\nstring t\nstring u\n") +
+        kText + "Begin()\nwhile 1\n" + use + "\nwend\nendproc\n";
+    ASSERT_NE(context.CompileScriptBuffer("large", KelString(script), 1), 0) << use;
+    std::chrono::milliseconds asked{};
+    std::thread host([&] {
+      begun.get_future().wait();
+      std::this_thread::sleep_for(std::chrono::milliseconds(25));
+      asked = Computed(running);
+      context.RequestStop();
+    });
+    EXPECT_EQ(context.RunProcedure("main", nullptr), 0) << use;
+    const auto ended = Computed(running);
+    host.join();
+    EXPECT_LT(ended - asked, std::chrono::milliseconds(100)) << use;
+    EXPECT_EQ(context.GetContextError(), ERR_STOPPED) << use;
   }
 }
 
