@@ -5,11 +5,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  static const std::shared_ptr<const TamberProgram> program = [] {
-    const std::unique_ptr<TamberContext> context = fuzz::MakeContext(false);
-    if (!context->CompileScriptBuffer("declarations", fuzz::kDeclarations, 1)) __builtin_trap();
-    return context->Freeze();
-  }();
+  static const auto program = fuzz::MakeProgram(*fuzz::MakeContext(false), fuzz::kDeclarations);
   fuzz::WithoutLeak([&] {
     TamberContext context(program);
     const fuzz::Budget budget(context);

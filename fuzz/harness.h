@@ -43,6 +43,13 @@ inline std::unique_ptr<TamberContext> MakeContext(bool ofProgram) {
   return context;
 }
 
+/// A program of a script that is known to compile.
+inline std::shared_ptr<const TamberProgram> MakeProgram(TamberContext& context,
+                                                        const std::string& script) {
+  if (!context.CompileScriptBuffer("declarations", script, 1)) __builtin_trap();
+  return context.Freeze();
+}
+
 /// Carries out an input, and makes sure that no value of it stays. What the process makes once and
 /// keeps is no leak, so that another run decides.
 template <class Body>
