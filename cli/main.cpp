@@ -165,6 +165,18 @@ int StatusWithSession(const TamberContext& context, const Options& options, int 
   return kStoreFailed;
 }
 
+/// Those of the configuration hold where the command line says nothing else.
+void SetLimits(TamberContext* context, const std::vector<std::string>& lists) {
+  if (lists.empty()) {
+    return;
+  }
+  TamberLimits limits = context->GetLimits();
+  for (const std::string& list : lists) {
+    limits.SetAll(list);
+  }
+  context->SetLimits(limits);
+}
+
 int Run(const Options& options) {
   Output output;
   kel::SetNoticeHandler(ShowNotice, nullptr);
@@ -185,6 +197,7 @@ int Run(const Options& options) {
     Output::ShowError("tamber: cannot use the directory " + options.sandbox + "\n");
     return kScriptFailed;
   }
+  SetLimits(&context, options.limits);
   if (options.session) {
     context.SetSessionId(*options.session);
   }

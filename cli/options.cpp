@@ -27,6 +27,9 @@ Options:
                   Load and save the variables of this session, 1 to 4294967295
       --sandbox DIR
                   Let scripts use files below this directory only, and no network
+      --limit LIST
+                  End a script that exceeds a limit, such as steps=1000000,time=2s,memory=64M,
+                  depth=1000,output=1M; also evaluations, scripts, reports, string, array, handles
       --log LEVEL Show log messages down to: error, warning, info or detail
   -e TEXT         Run TEXT as a script
       --dump[=WHAT]
@@ -50,6 +53,7 @@ enum Option : int {
   kIni,
   kSession,
   kSandbox,
+  kLimit,
   kLog,
   kDump,
   kTrace,
@@ -65,11 +69,12 @@ enum Option : int {
 /// follows belongs to the script.
 constexpr char kShortOptions[] = "+he:";
 
-constexpr std::array<option, 12> kLongOptions{{{"help", no_argument, nullptr, kHelpOption},
+constexpr std::array<option, 13> kLongOptions{{{"help", no_argument, nullptr, kHelpOption},
                                                {"version", no_argument, nullptr, kVersion},
                                                {"ini", required_argument, nullptr, kIni},
                                                {"session", required_argument, nullptr, kSession},
                                                {"sandbox", required_argument, nullptr, kSandbox},
+                                               {"limit", required_argument, nullptr, kLimit},
                                                {"log", required_argument, nullptr, kLog},
                                                {"dump", optional_argument, nullptr, kDump},
                                                {"trace", no_argument, nullptr, kTrace},
@@ -124,6 +129,11 @@ const char* Take(int name, const char* value, Options* options) {
     case kSandbox:
       options->sandbox = value;
       return std::filesystem::is_directory(value, failed) ? nullptr : "there is no such directory";
+    case kLimit:
+      options->limits.emplace_back(value);
+      return TamberLimits().SetAll(value).empty()
+                 ? nullptr
+                 : "limits are NAME=NUMBER with commas between; see --help";
     case kLog:
       return ReadLevel(value, &options->log) ? nullptr
                                              : "a level is error, warning, info or detail";

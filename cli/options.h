@@ -14,7 +14,8 @@ struct Options {
   std::vector<std::string> args;
   std::string iniPath;  ///< Empty: the context's default.
   std::optional<uint32_t> session;
-  std::string sandbox;  ///< The one directory that scripts may use; empty: no limits.
+  std::vector<std::string> limits;  ///< Lists, as they were given.
+  std::string sandbox;              ///< The one directory that scripts may use; empty: no limits.
   bool checkOnly = false;
   std::optional<KelDebugContext::Level> log;  ///< The least severe level that is shown.
   bool dump = false;

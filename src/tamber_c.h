@@ -94,6 +94,18 @@ typedef void (*tamber_output)(const char* text, size_t length, void* user);
 /** Is shown each report, dump or trace with the section of the INI file that it belongs to. What it
  * returns 1 for is not written where that file routes it. */
 typedef int (*tamber_report)(const char* section, const char* text, size_t length, void* user);
+/** Asked whether a run may go on; 0 ends it as tamber_stop does. `user` is what was passed with it.
+ */
+typedef int (*tamber_progress)(void* user);
+/** What a run has used. */
+typedef struct tamber_usage {
+  uint64_t steps;       /**< turns of loops and calls of procedures */
+  uint64_t nanoseconds; /**< wall time */
+  uint64_t memory;      /**< bytes that the context holds now */
+  uint64_t peak_memory; /**< the most that it has held in the run */
+  uint64_t output;      /**< bytes printed */
+  uint64_t reports;     /**< bytes of reports */
+} tamber_usage;
 /** A function of the host that scripts call. Anything but TAMBER_OK ends the script's run. */
 typedef int (*tamber_function)(tamber_call* call, void* user);
 
@@ -139,6 +151,22 @@ TAMBER_API int tamber_allow_network(tamber_context* context, int allowed);
 TAMBER_API int tamber_limit_transfers(tamber_context* context, uint32_t seconds, uint64_t bytes);
 /** `what` is a sum of TAMBER_ENVIRONMENT, TAMBER_DIRECTORY_NAME and TAMBER_PROCESSES. */
 TAMBER_API int tamber_show_process(tamber_context* context, int what);
+
+/* Limits, as TamberContext has them. */
+/** Sets those that a list such as "steps=1000000,time=2s,memory=64M" names, for runs that begin
+ * from now on; the others stay. Names: steps, time (milliseconds), memory, depth, evaluations,
+ * scripts, output, reports, string, array, handles; 0 is no limit. TAMBER_BAD_ARGUMENT, with
+ * nothing set, when a part is none. A run that exceeds one ends with TAMBER_FAILED and an error
+ * of its own, 20115 or 20121 to 20130. */
+TAMBER_API int tamber_set_limits(tamber_context* context, const char* limits);
+/** What the last run has used, or the one that goes on; zeros while no limit was ever set. */
+TAMBER_API int tamber_get_usage(tamber_context* context, tamber_usage* usage);
+/** Calls `tell` every so many steps and milliseconds of a run; 0: never, null: nobody is told. Only
+ * while nothing runs. */
+TAMBER_API int tamber_set_progress(tamber_context* context, uint64_t steps, uint64_t milliseconds,
+                                   tamber_progress tell, void* user);
+/** 0: `%` by zero is error 11, as `/` by zero is; nonzero: it raises SIGFPE, the default. */
+TAMBER_API int tamber_set_remainder_fault(tamber_context* context, int faults);
 
 /* Stopping. A stopped run ends with TAMBER_STOPPED and the error 20120, and so does every further
  * one until the stop is cancelled or the context reset. */

@@ -270,6 +270,23 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(self.run_tamber("--session", "1", "--color", name)[2].splitlines()[0],
                          "tamber: --color 'a.tam': it is auto, always or never")
 
+    def test_limits(self):
+        endless = self.script("proc main()\n  while TRUE\n    Print(\"0123456789\")\n  wend\nendproc\n")
+        (self.folder / "tamber.ini").write_text("[TamberLimits]\nMaxSteps=3\nMaxOutput=1K\n")
+        for args, lines, error in (((), 4, "ERR_STEPLIMIT (20121): Limit of steps exceeded: steps=3"),
+                                   (("--limit", "steps=5"), 6, "steps=5"),
+                                   (("--limit=steps=0,time=10s",), 102, "output=1024"),
+                                   (("--limit", "steps=0,output=0", "--limit", "time=50"), None, "time=50")):
+            status, output, errors = self.run_tamber(*args, endless)
+            self.assertEqual(status, 1)
+            self.assertIn(error, errors)
+            if lines is not None:
+                self.assertEqual(output, "0123456789" * lines)
+        for wrong in ("steps", "steps=", "steps=-1", "steps=1K", "time=1h", "memory=18446744073709551615G", "x=1", ",", "=1"):
+            status, output, errors = self.run_tamber("--limit", wrong, endless)
+            self.assertEqual((status, output), (2, ""), wrong)
+            self.assertIn("tamber: --limit '%s': limits are" % wrong, errors)
+
     def test_what_is_only_tried_writes_a_report_when_asked(self):
         name = self.script(BROKEN)
         for ini, written in (("", False), ("[TamberParseErrors]\nOutputName=tamber.log\n", True)):

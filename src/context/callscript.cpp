@@ -5,6 +5,7 @@
 #include "kel/nativestack.h"
 #include "kel/pathparser.h"
 #include "kel/stop.h"
+#include "machine/runlimits.h"
 #include "values/errcodes.h"
 
 namespace tamber {
@@ -68,6 +69,11 @@ void ContextState::CallScript(const KelString& path) {
     }
   }
   const KelString& full = script.path;
+  const RunLimits* const limits = run.Limits();
+  if (limits != nullptr && !limits->Allows(Limit::scripts, nesting + uint64_t{1})) {
+    context.SetContextError(ERR_SCRIPTLIMIT, KelString(limits->Describe(Limit::scripts)));
+    return;
+  }
   if (nesting >= kMaxNesting) {
     context.SetContextError(ERR_INTERNAL, full);
     return;

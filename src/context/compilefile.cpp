@@ -13,6 +13,7 @@
 #include "kel/longstring.h"
 #include "kel/pathparser.h"
 #include "kel/stop.h"
+#include "machine/runlimits.h"
 #include "values/errcodes.h"
 #include "values/shared.h"
 
@@ -43,7 +44,8 @@ void NoteStop(ContextState& state, const tamber::SourcePlace& place) {
   state.run.stopFlag = true;
   state.run.isInterrupted = true;
   // Once for each call of the host: what it began has forgotten the record of the one before.
-  if (state.errors.diagnostic.Code() != ERR_STOPPED) state.NoteStop(place);
+  KelString detail;
+  if (state.errors.diagnostic.Code() != state.run.StopCode(detail)) state.NoteStop(place);
 }
 
 /// Whether the host has stopped what was compiled, or code that ran for it; the stop is noted.
@@ -84,6 +86,7 @@ int32_t IsStructured(TamberContext& context, const KelString& name,
 
 int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place) {
   if (!nested && !machine->IsRunning()) tamber::SharedCredits::GiveBackAfterMaking();
+  const LimitScope limits(run);
   const kel::StopWord stops(run.rootWake);
   const kel::Interruptible interruptible(true);
   try {
@@ -127,6 +130,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
                                            uint32_t firstLine) {
   if (!state_->nested && !state_->machine->IsRunning())
     tamber::SharedCredits::GiveBackAfterMaking();
+  const tamber::LimitScope limits(state_->run);
   const kel::StopWord stops(state_->run.rootWake);
   const kel::Interruptible interruptible(true);
   try {

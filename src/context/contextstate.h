@@ -81,6 +81,7 @@ struct Configuration {
   kel::FilePolicy filePolicy;
   kel::TransferLimits transferLimits;
   bool hostLimitsTransfers = false;  ///< the INI file is not asked any more
+  bool hostLimits = false;           ///< the same for the limits of runs
   KelString ownLogFile;              ///< what `LogFile` was set to for the host's script, not by it
   bool defaultReports = true;
   int32_t compileOnly = 0;
@@ -292,6 +293,7 @@ class ContextState final : public MachineHost, public CompileHost {
   /// report could be about.
   void RefuseRegistration(int32_t code, const KelString& text);
   void RaiseFault(const SourcePlace& place) override;
+  void TellProgress() override;
   void CallScript(const KelString& path) override;
 
   // --- what compiling asks for ---

@@ -7,6 +7,7 @@
 #include "kel/fault.h"
 #include "kel/kelascii.h"
 #include "kel/threadspare.h"
+#include "values/account.h"
 #include "values/errcodes.h"
 #include "values/errhints.h"
 #include "values/settings.h"
@@ -141,6 +142,7 @@ void ContextState::HandleParseError(const SourcePlace& place) {
   // The host may use the context while it is told, and have other errors reported meanwhile.
   std::optional<ErrorReporting::OwedReport> report = std::exchange(errors.owedReport, std::nullopt);
   if (run.errorCode == ERR_NOMEMORY) ReportRoom::Free();
+  const UnlimitedMemory forReport;
   const bool reported = Attempt([&] {
     if (!report) report.emplace(ErrorReporting::OwedReport{place});
     if (!report->hostKnows) {
@@ -169,17 +171,24 @@ KelString ContextState::ErrorHandler() {
 }
 
 void ContextState::ReportRunError(const SourcePlace& place) {
+  const UnlimitedMemory forReport;
   TellHost(*this, place);
   WriteReport(*this, kRunErrors, KelString("Run time"), place);
   run.errorCode = 0;
 }
 
 void ContextState::NoteStop(const SourcePlace& place) {
+  KelString detail;
+  const int32_t code = run.StopCode(detail);
   run.errorText.Clear();
-  run.SetError(ERR_STOPPED, KelString());
-  TellHost(*this, place);
-  const bool reported = Ini().Integer(IniKey::ReportStops) != 0;
-  if (reported) WriteReport(*this, kRunErrors, KelString("Run time"), place);
+  run.SetError(code, detail);
+  if (code != ERR_STOPPED) {
+    HandleParseError(place);
+  } else {
+    TellHost(*this, place);
+    const bool reported = Ini().Integer(IniKey::ReportStops) != 0;
+    if (reported) WriteReport(*this, kRunErrors, KelString("Run time"), place);
+  }
   run.errorCode = ERR_SUCCESS;
 }
 

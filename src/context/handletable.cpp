@@ -1,6 +1,9 @@
 #include "context/handletable.h"
 
 #include <atomic>
+#include <new>
+
+#include "machine/runlimits.h"
 
 namespace tamber {
 namespace {
@@ -15,6 +18,11 @@ int32_t NextId() {
 }  // namespace
 
 int32_t HandleTable::Insert(Entry entry) {
+  RunLimits* const limits = run_.Limits();
+  if (limits != nullptr && !limits->Allows(Limit::handles, entries_.size() + 1)) {
+    limits->Refuse(Limit::handles);
+    throw std::bad_alloc();
+  }
   while (true) {
     const int32_t id = NextId();
     if (entries_.contains(id)) continue;

@@ -7,6 +7,8 @@
 
 namespace tamber {
 
+struct RunState;
+
 /// What the handles that scripts hold stand for, in one context.
 ///
 /// A script never sees a pointer: its handle is a number, looked up here together with what it
@@ -14,7 +16,7 @@ namespace tamber {
 /// another kind finds nothing. Numbers are never used twice in a process until all are used up.
 class HandleTable {
  public:
-  HandleTable() = default;
+  explicit HandleTable(const RunState& run) : run_(run) {}
   HandleTable(const HandleTable&) = delete;
   HandleTable& operator=(const HandleTable&) = delete;
 
@@ -46,6 +48,7 @@ class HandleTable {
   int32_t Insert(Entry entry);
   void* FindObject(int32_t id, const void* kind) const;
 
+  const RunState& run_;
   std::unordered_map<int32_t, Entry> entries_;
 };
 

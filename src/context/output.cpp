@@ -13,6 +13,7 @@
 #include "kel/stop.h"
 #include "machine/disassemble.h"
 #include "machine/machine.h"
+#include "machine/runlimits.h"
 #include "statements/lower.h"
 #include "statements/procedure.h"
 #include "values/settings.h"
@@ -146,6 +147,12 @@ bool ContextState::IsOutputEnabled(const KelString& section) const {
 }
 
 void ContextState::ProcessOutputBuffer(KelString& text, const KelString& section) {
+  RunLimits* const limits = run.Limits();
+  if (limits != nullptr && !limits->Take(Limit::reports, text.GetLength())) {
+    limits->Exceed(Limit::reports);
+    text.Clear();
+    return;
+  }
   bool taken = false;
   if (output.reportSink != nullptr && !text.IsEmpty())
     CallHost([&] { taken = output.reportSink(section, text.View(), output.reportUser); });
@@ -236,6 +243,11 @@ void TamberContext::SetCodeDump(bool dump) { State().config.dumpCode = dump; }
 
 void TamberContext::AppendOutput(std::string_view text) {
   if (text.empty()) return;
+  tamber::RunLimits* const limits = State().run.Limits();
+  if (limits != nullptr && !limits->Take(tamber::Limit::output, text.size())) {
+    SetContextError(ERR_OUTPUTLIMIT, KelString(limits->Describe(tamber::Limit::output)));
+    return;
+  }
   if (State().output.sink != nullptr) {
     const kel::Interruptible interruptible(false);
     State().output.sink(text, State().output.sinkUser);

@@ -52,6 +52,10 @@ void ContextState::CopyPrepared(const ContextState& from) {
   CopySettings(from);
   session.store.reset();
   CopyListeners(from);
+  if (const RunLimits* const limits = from.run.Limits()) {
+    run.NeedLimits().Set(limits->Get());
+    run.NeedLimits().SetProgress(limits->GetProgress());
+  }
   run.stopFlag = from.run.stopFlag && !from.run.isInterrupted;
   modules = MakeModuleList(*this);
   scopes.sharedConstants = from.scopes.sharedConstants;

@@ -8,9 +8,11 @@
 #include "kel/clock.h"
 #include "kel/hostpath.h"
 #include "kel/kelascii.h"
+#include "kel/notice.h"
 #include "kel/pathparser.h"
 #include "kel/sessionstore.h"
 #include "kel/stop.h"
+#include "machine/runlimits.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
 #include "values/settings.h"
@@ -324,6 +326,26 @@ void ReadTransferLimits(const Settings& ini, kel::TransferLimits& limits) {
   limits.bytes = read(IniKey::TransferSize) * kKilobyte;
 }
 
+/// What cannot be read limits as tightly as can be: nothing that was meant to be bounded runs free.
+void ReadLimits(const Settings& ini, RunState& run) {
+  if (!ini.AreThere() && run.Limits() == nullptr) return;
+  TamberLimits limits;
+  bool limited = false;
+  for (size_t i = 0; i < kLimitCount; ++i) {
+    const LimitInfo& info = LimitTable()[i];
+    const KelString text = ini.Text(info.key);
+    uint64_t& value = limits.*info.member;
+    if (!ReadLimit(static_cast<Limit>(i), text.View(), value)) {
+      kel::Notice("tamber.ini",
+                  KelString(std::string(IniKeys()[static_cast<size_t>(info.key)].name) + "=") +
+                      text + " is no limit; 1 is taken");
+      value = 1;
+    }
+    limited |= value != 0;
+  }
+  if (limited || run.Limits() != nullptr) run.NeedLimits().Set(limits);
+}
+
 }  // namespace
 
 void ContextState::TakeIniSwitches() {
@@ -333,6 +355,8 @@ void ContextState::TakeIniSwitches() {
   config.compileOnly = ini.Integer(IniKey::CompileOnly);
   config.dumpCode = ini.Integer(IniKey::DumpCode) != 0;
   config.dumpStatements = ini.Integer(IniKey::DumpStatements);
+  run.settings.faultsRemainder = ini.Integer(IniKey::RemainderFault) != 0;
+  if (!config.hostLimits && !nested) ReadLimits(ini, run);
   if (!config.hostLimitsTransfers) ReadTransferLimits(ini, config.transferLimits);
   run.settings.dumpsLocals = false;
   for (const char* section : {"TamberDebug", "TamberParseErrors", "TamberRunErrors"})

@@ -13,6 +13,7 @@
 #include "frontend/script.h"
 #include "functions/modulelist.h"
 #include "kel/sleep.h"
+#include "machine/runlimits.h"
 #include "statements/procedure.h"
 #include "values/errcodes.h"
 
@@ -79,8 +80,10 @@ void ContextState::CopyListeners(const ContextState& from) {
 }
 
 int32_t ContextState::EndStopped() {
+  KelString detail;
+  const int32_t code = run.StopCode(detail);
   run.errorText.Clear();
-  run.SetError(ERR_STOPPED, KelString());
+  run.SetError(code, detail);
   run.errorReported = true;
   return 0;
 }
@@ -154,9 +157,38 @@ std::shared_ptr<const EvaluatedText> ContextState::CompileText(const KelString& 
   return text;
 }
 
+namespace {
+
+/// Counts evaluations within each other, for those who limit them.
+class NestedEvaluation {
+ public:
+  explicit NestedEvaluation(RunState& run) : limits_(run.Limits()) {
+    if (limits_ == nullptr || limits_->EnterEvaluation()) return;
+    run.SetError(ERR_EVALUATIONLIMIT, KelString(limits_->Describe(Limit::evaluations)));
+    isTooDeep_ = true;
+  }
+  NestedEvaluation(const NestedEvaluation&) = delete;
+  NestedEvaluation& operator=(const NestedEvaluation&) = delete;
+  ~NestedEvaluation() {
+    if (limits_ != nullptr) limits_->LeaveEvaluation();
+  }
+  bool IsTooDeep() const { return isTooDeep_; }
+
+ private:
+  RunLimits* limits_;
+  bool isTooDeep_ = false;
+};
+
+}  // namespace
+
 Variable* ContextState::EvaluateText(const KelString& expression, int32_t& code,
                                      const TypeDesc& target) {
   code = 0;
+  const NestedEvaluation within(run);
+  if (within.IsTooDeep()) {
+    code = ERR_EVALUATIONLIMIT;
+    return nullptr;
+  }
   if (expression.View().find('\0') != std::string_view::npos) {
     // Lines end at a NUL, and half of an expression is another one.
     code = ERR_EXPRBADTOKEN;
@@ -173,11 +205,11 @@ Variable* ContextState::EvaluateText(const KelString& expression, int32_t& code,
   if (evaluated) return stack.PopVariable();
   code = run.errorCode != 0 ? run.errorCode : ERR_FUNCFAILED;
   // What went wrong is the caller's to report or to forget; only without memory the run ends.
-  if (code != ERR_NOMEMORY) {
+  if (!EndsEveryRun(code)) {
     run.errorCode = 0;
     run.errorText.Clear();
     run.errorDetail.Clear();
-  } else if (!run.errorReported) {
+  } else if (code == ERR_NOMEMORY && !run.errorReported) {
     run.errorText = expression.Left(200);
     run.errorDetail = run.errorText;
   }
@@ -205,6 +237,7 @@ TamberContext::TamberContext(TamberContext& parent)
   state_->root = from.root;
   state_->run.rootWake = &from.root->State().run.wake;
   state_->run.rootLeft = &from.root->State().run.left;
+  state_->run.rootLimits = &from.root->State().run.limits;
   state_->nested = true;
   state_->nesting = from.nesting + 1;
   state_->errors.list = from.errors.list;
@@ -296,7 +329,7 @@ int32_t TamberContext::ExecuteProcStatements(TamberProcedure* procedure, Stack* 
 
 void TamberContext::RequestStop() {
   std::atomic<uint32_t>& wake = *state_->run.rootWake;
-  wake.store(1, std::memory_order_release);
+  wake.fetch_or(tamber::RunLimits::kStopped, std::memory_order_release);
   kel::WakeSleepers(&wake);
 }
 
@@ -304,6 +337,7 @@ bool TamberContext::IsStopRequested() const { return state_->run.IsStopRequested
 
 void TamberContext::CancelStop() {
   state_->run.rootWake->store(0, std::memory_order_relaxed);
+  const tamber::LimitScope limits(state_->run, false);
   state_->run.rootLeft->Release();
   if (std::exchange(state_->run.isInterrupted, false)) state_->run.stopFlag = false;
   if (state_->run.errorCode != ERR_STOPPED) return;
@@ -316,6 +350,7 @@ void TamberContext::ResetContext() {
     SetContextError(ERR_FUNCFAILED, "A context with modules cannot be reset while it runs");
     return;
   }
+  const tamber::LimitScope limits(state_->run, false);
   try {
     tamber::SaveSessionVariables(*state_);
   } catch (const std::bad_alloc&) {
@@ -364,7 +399,8 @@ int32_t TamberContext::GetSwitch(std::string_view name) {
 }
 
 tamber::HandleTable& TamberContext::Handles() {
-  if (state_->handles == nullptr) state_->handles = std::make_unique<tamber::HandleTable>();
+  if (state_->handles == nullptr)
+    state_->handles = std::make_unique<tamber::HandleTable>(state_->run);
   return *state_->handles;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -15,6 +17,7 @@
 #include "kel/kelstring.h"
 #include "statements/proclist.h"
 #include "values/errnotes.h"
+#include "values/limits.h"
 #include "values/typelist.h"
 #include "values/varlist.h"
 
@@ -115,6 +118,25 @@ class TAMBER_API TamberContext : public TamberOperators,
   /// `TransferSize` of the INI file, without which a request may take an hour and files have any
   /// size. Scripts that are called run under the same limits.
   void SetTransferLimits(uint32_t seconds, uint64_t bytes);
+  // --- limits ---
+  /// What scripts may use. Takes precedence over the section "TamberLimits" of the INI file. Holds
+  /// for runs that begin from now on, also those of scripts that are called, and for contexts that
+  /// a program of this one makes; nothing on a nested context. From any thread.
+  void SetLimits(const TamberLimits& limits);
+  TamberLimits GetLimits() const;
+  /// What the last run or compilation has used, or the one that goes on. From the context's thread.
+  TamberUsage GetUsage() const;
+  /// Calls `tell` every so many steps, and every so many milliseconds, of a run, between two of its
+  /// steps; 0 is never. False ends the run as RequestStop does; what it throws ends the run with
+  /// error 20101. It may use the context as a function of the host may. A null function: nobody is
+  /// told. Only while nothing runs.
+  void SetProgress(uint64_t steps, uint64_t milliseconds, std::function<bool(TamberContext&)> tell);
+  /// Whether `%` by zero raises the processor's fault (SIGFPE), as it does unless a host or the
+  /// INI's `RemainderFault` says otherwise. If not, it is error 11 as `/` by zero is: for hosts
+  /// that run scripts which others have written.
+  void SetRemainderFault(bool faults);
+  bool GetRemainderFault() const;
+
   /// The key that encrypted scripts are loaded with.
   void SetScriptKey(const KelString& key);
   /// Writes `source` encrypted under the key to `target`.

@@ -27,6 +27,8 @@ class IniFile {
  public:
   explicit IniFile(const KelString& path, const kel::FilePolicy* policy = nullptr);
 
+  /// Whether there is a file to read.
+  bool IsThere() const { return contents_ != nullptr; }
   /// The value, which may be empty, or `defaultValue` when the key is not there.
   KelString ReadString(const KelString& section, const KelString& key,
                        const KelString& defaultValue) const;

@@ -37,16 +37,22 @@ BoundCode::BoundCode(const Code* shared, bool copiesConstants) : BoundCode(share
 }
 
 std::unique_ptr<const BoundCode> BoundCode::Make(std::unique_ptr<const Code> own) {
-  std::unique_ptr<BoundCode> made(new (RoomFor(*own, false)) BoundCode(own.get()));
+  const Room room = RoomFor(*own, false);
+  CountedBytes counted(sizeof(BoundCode) + room.bytes + own->Bytes());
+  std::unique_ptr<BoundCode> made(new (room) BoundCode(own.get()));
   made->own_ = std::move(own);
+  made->counted_ = std::move(counted);
   return made;
 }
 
 std::unique_ptr<const BoundCode> BoundCode::Make(const Code& shared) {
   const std::vector<Kind>& kinds = shared.constantKinds;
   const bool hasStrings = std::find(kinds.begin(), kinds.end(), Kind::String) != kinds.end();
-  return std::unique_ptr<const BoundCode>(new (RoomFor(shared, hasStrings))
-                                              BoundCode(&shared, hasStrings));
+  const Room room = RoomFor(shared, hasStrings);
+  CountedBytes counted(sizeof(BoundCode) + room.bytes);
+  std::unique_ptr<BoundCode> made(new (room) BoundCode(&shared, hasStrings));
+  made->counted_ = std::move(counted);
+  return made;
 }
 
 BoundCode::~BoundCode() {

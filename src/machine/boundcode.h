@@ -6,6 +6,7 @@
 #include <span>
 
 #include "machine/code.h"
+#include "values/account.h"
 
 namespace tamber {
 
@@ -86,6 +87,7 @@ class BoundCode {
   uint32_t registers_;
   uint32_t parameters_;
   std::unique_ptr<const Code> own_;
+  CountedBytes counted_;
 };
 
 }  // namespace tamber

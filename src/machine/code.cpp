@@ -33,6 +33,15 @@ const Detour& Code::FindDetour(const StatementEntry& entry) const {
   return found != detours.end() && found->entry == wanted ? *found : kStraightOn;
 }
 
+size_t Code::Bytes() const {
+  const auto all = [](const auto&... tables) {
+    return (0 + ... + (tables.capacity() * sizeof(tables[0])));
+  };
+  return sizeof(Code) + all(instrs, constants, constantKinds, texts, failNotes, names, types,
+                            globals, procedures, sites, appends, statements, detours, live,
+                            liveTemps, ownedLocals, declaredAt);
+}
+
 void Code::ShrinkToFit() {
   const auto shrink = [](auto&... tables) { (tables.shrink_to_fit(), ...); };
   shrink(instrs, constants, constantKinds, texts, failNotes, names, types, globals, procedures,

@@ -138,6 +138,8 @@ class Code {
 
   /// Gives the code strings of its own in place of those that it shares with expressions.
   void SeparateConstants();
+  /// What it holds, strings that others share not among that.
+  size_t Bytes() const;
   /// Gives back the room that the tables do not need.
   void ShrinkToFit();
   const StatementEntry* FindStatement(uint32_t pc) const;

@@ -113,6 +113,7 @@ class Machine {
     bool IsBoundary() const { return result == nullptr; }
   };
   struct Chunk {
+    CountedBytes counted;
     std::unique_ptr<Cell[]> cells;
     Cell* end;
   };
@@ -136,12 +137,14 @@ class Machine {
 
   // --- the run loop (machinerun.cpp) ---
   enum_ProcStatus Run();
+  /// The steps that were to be counted down have been made. False: the run ends.
+  bool CountDown();
   enum_ProcStatus Loop();
 
   // --- frames (machineframes.cpp) ---
   void PushFrame(const BoundCode* code, Cell* base, const FrameRoom& room, Cell* result);
   void CountReadyFrames() {
-    readyFrames_ = observed_ ? 0 : frameRoom_ < kMaxFrames ? frameRoom_ : kMaxFrames;
+    readyFrames_ = observed_ ? 0 : frameRoom_ < mostFrames_ ? frameRoom_ : mostFrames_;
   }
   void FillFrame(Frame& frame, const BoundCode* code, Cell* base, Cell* result,
                  const FrameRoom& room);
@@ -172,6 +175,9 @@ class Machine {
   enum_ProcStatus RunBoundary(const BoundCode* code, Callable* procedure, Stack& stack);
   void TakeRoom();
   void MakeFrames();
+  /// What this run is limited to.
+  void TakeLimits();
+  bool RaiseTooDeep(std::string_view name);
   void LackArguments(const Callable& procedure, const Stack& stack);
   void UseFrames(Frame* frames, uint32_t room) {
     frames_ = frames;
@@ -296,9 +302,13 @@ class Machine {
   struct Room;
   struct SpareRoom;
   std::unique_ptr<Room[]> room_;
+  CountedBytes deepBytes_;
   std::unique_ptr<Frame[]> deepFrames_;  ///< of a recursion that has needed more
   Frame* frames_ = nullptr;
   uint32_t frameRoom_ = 0;
+  uint32_t mostFrames_ = kMaxFrames;
+  RunLimits* limits_ = nullptr;
+  int64_t* stepsLeft_ = nullptr;  ///< null while steps are not counted
   /// How many frames there may be without a further look; none while observed code runs.
   uint32_t readyFrames_ = 0;
   uint32_t frameCount_ = 0;

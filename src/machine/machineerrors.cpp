@@ -88,7 +88,7 @@ std::vector<SourcePlace> Machine::CallStack() const {
 /// The language leaves this one to the processor, on purpose: the fault is delivered as such, and
 /// only a host that handles it sees what follows.
 void Machine::FaultRemainder() {
-  if (run_.isDeclaring) return;
+  if (run_.isDeclaring || !run_.settings.faultsRemainder) return;
   SourcePlace place;
   CurrentPlace(place);
   host_.RaiseFault(place);

@@ -10,6 +10,7 @@
 #include "machine/machine.h"
 #include "machine/machinecalls.h"
 #include "machine/machinehost.h"
+#include "machine/runlimits.h"
 #include "machine/shape.h"
 #include "machine/verifier.h"
 #include "values/cellops.h"
@@ -40,7 +41,8 @@ struct Machine::SpareRoom : kel::ThreadSpare<Room, Machine> {};
 class Machine::StackScope {
  public:
   StackScope(Machine& machine, Stack& stack)
-      : machine_(machine),
+      : limits_(machine.run_),
+        machine_(machine),
         stack_(machine.stack_),
         observed_(machine.observed_),
         stopWord_(machine.run_.rootWake),
@@ -49,6 +51,7 @@ class Machine::StackScope {
     machine.wake_ = machine.run_.rootWake;
     machine.observed_ =
         machine.run_.settings.procedureTrace != 0 || machine.run_.settings.dumpsLocals;
+    machine.TakeLimits();
     machine.CountReadyFrames();
     ++machine.nativeDepth_;
   }
@@ -72,6 +75,7 @@ class Machine::StackScope {
     SpareRoom::Keep(std::move(machine_.room_));
   }
 
+  LimitScope limits_;
   Machine& machine_;
   Stack* stack_;
   bool observed_;
@@ -87,6 +91,18 @@ Machine::Machine(RunState& run, MachineHost& host)
       caseSwitchUse_{Name("StrCase"), TypeDesc::Of(Kind::Int)} {}
 
 Machine::~Machine() = default;
+
+void Machine::TakeLimits() {
+  limits_ = run_.Limits();
+  stepsLeft_ = limits_ != nullptr && limits_->CountsSteps() ? &limits_->StepsLeft() : nullptr;
+  const uint64_t calls = limits_ != nullptr ? limits_->Of(Limit::calls) : 0;
+  mostFrames_ = calls != 0 && calls < kMaxFrames ? static_cast<uint32_t>(calls) : kMaxFrames;
+}
+
+bool Machine::RaiseTooDeep(std::string_view name) {
+  if (mostFrames_ == kMaxFrames) return Raise(ERR_NOMEMORY, name);
+  return Raise(ERR_DEPTHLIMIT, limits_->Describe(Limit::calls));
+}
 
 [[gnu::always_inline]] inline void Machine::TakeRoom() {
   room_ = SpareRoom::Take();
@@ -114,7 +130,8 @@ Cell* Machine::MakeChunk(const BoundCode* code, FrameRoom& room) {
   }
   if (next == chunks_.size()) {
     const size_t size = std::max<size_t>(code->Registers(), kChunkCells);
-    Chunk added{std::make_unique_for_overwrite<Cell[]>(size), nullptr};
+    Chunk added{CountedBytes(size * sizeof(Cell)), std::make_unique_for_overwrite<Cell[]>(size),
+                nullptr};
     added.end = added.cells.get() + size;
     chunks_.push_back(std::move(added));
   }
@@ -123,10 +140,12 @@ Cell* Machine::MakeChunk(const BoundCode* code, FrameRoom& room) {
 }
 
 void Machine::MakeFrames() {
+  CountedBytes counted(size_t{frameRoom_} * 2 * sizeof(Frame));
   auto more = std::make_unique_for_overwrite<Frame[]>(size_t{frameRoom_} * 2);
   std::copy(frames_, frames_ + frameCount_, more.get());
   UseFrames(more.get(), frameRoom_ * 2);
   deepFrames_ = std::move(more);
+  deepBytes_ = std::move(counted);
 }
 
 [[gnu::always_inline]] inline void Machine::PushFrame(const BoundCode* code, Cell* base,
@@ -143,7 +162,7 @@ bool Machine::PushCall(Callee& callee, Cell* arguments) {
   Callable& procedure = *callee.procedure;
   try {
     const BoundCode* code = CodeOf(procedure);
-    if (code != nullptr && frameCount_ < kMaxFrames) {
+    if (code != nullptr && frameCount_ < mostFrames_) {
       FrameRoom room = frames_[frameCount_ - 1].room;
       Cell* base = MakeRoom(arguments, code, room);
       if (base != arguments) std::copy(arguments, arguments + code->Parameters(), base);
@@ -151,7 +170,7 @@ bool Machine::PushCall(Callee& callee, Cell* arguments) {
       if (!observed_) callee.code = code;
       return true;
     }
-    if (code != nullptr) Raise(ERR_NOMEMORY, procedure.GetName().View());
+    if (code != nullptr) RaiseTooDeep(procedure.GetName().View());
   } catch (...) {
     ReleaseArguments(procedure, arguments);
     throw;
@@ -309,8 +328,8 @@ void Machine::PushResult(const Code& code, Cell result) {
 [[gnu::always_inline]] inline enum_ProcStatus Machine::RunBoundary(const BoundCode* code,
                                                                    Callable* procedure,
                                                                    Stack& stack) {
-  if (frameCount_ >= kMaxFrames) [[unlikely]] {
-    Raise(ERR_NOMEMORY, procedure != nullptr ? procedure->GetName().View() : "");
+  if (frameCount_ >= mostFrames_) [[unlikely]] {
+    RaiseTooDeep(procedure != nullptr ? procedure->GetName().View() : "");
     return PROCSTATUS_FAILED;
   }
   Cell* wanted = nullptr;

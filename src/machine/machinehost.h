@@ -47,6 +47,8 @@ class MachineHost {
   virtual void NoteUnknownProcedure(std::string_view name) = 0;
   /// A request to stop ends what runs; it was at this place.
   virtual void NoteStop(const SourcePlace& place) = 0;
+  /// Asks the host whether what runs may go on; if not, a stop is requested.
+  virtual void TellProgress() = 0;
   /// Writes a line of a trace.
   virtual void Trace(KelString text) = 0;
 

@@ -11,6 +11,7 @@
 #include "machine/machinecalls.h"
 #include "machine/machinehost.h"
 #include "machine/machinetexts.h"
+#include "machine/runlimits.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
@@ -89,6 +90,28 @@ Machine::Called Machine::TakeThrown() {
   return Called::Failed;
 }
 
+bool Machine::CountDown() {
+  const Instr& at = *frames_[frameCount_ - 1].pc;
+  // A call that does not come about leaves its arguments behind.
+  const auto leave = [this, &at] {
+    const Frame& frame = frames_[frameCount_ - 1];
+    if (at.op == Op::Call)
+      ReleaseArguments(*frame.code->CalleeAt(at.b).procedure, frame.base + at.a);
+  };
+  try {
+    const RunLimits::Due due = limits_->NextSteps();
+    if (due == RunLimits::Due::Progress) host_.TellProgress();
+  } catch (...) {
+    leave();
+    throw;
+  }
+  const bool isStopped = run_.IsStopRequested();
+  if (!isStopped && !run_.stopFlag && !unwinding_) return true;
+  leave();
+  if (isStopped) Interrupt();
+  return false;
+}
+
 /// The instructions stand in the files that are included below. They share these names: the frame
 /// that runs, its code, the instruction and the registers, and the ways out at the end.
 enum_ProcStatus Machine::Loop() {
@@ -97,6 +120,17 @@ enum_ProcStatus Machine::Loop() {
 #include "machine/opcodes.def"
 #undef OP
   };
+  // Each turn of a loop and each call is a step.
+  static const void* const kCounting[] = {
+#define OP(name, ...)                   \
+  Op::name == Op::Loop     ? &&C_Loop   \
+  : Op::name == Op::AddIKL ? &&C_AddIKL \
+  : Op::name == Op::Call   ? &&C_Call   \
+                           : &&L_##name,
+#include "machine/opcodes.def"
+#undef OP
+  };
+  const void* const* const table = stepsLeft_ != nullptr ? kCounting : kTable;
   Frame* frame;
   const BoundCode* code;
   const Instr* pc;
@@ -119,7 +153,7 @@ enum_ProcStatus Machine::Loop() {
     R = frame->base;       \
     NEXT();                \
   } while (false)
-#define DISPATCH() goto* kTable[static_cast<uint16_t>(pc->op)]
+#define DISPATCH() goto* table[static_cast<uint16_t>(pc->op)]
 #define NEXT()  \
   do {          \
     ++pc;       \
@@ -149,8 +183,16 @@ enum_ProcStatus Machine::Loop() {
     DISPATCH();                                                        \
   } while (false)
 
+#define COUNT(name)                                            \
+  C_##name : if (--*stepsLeft_ >= 0) [[likely]] goto L_##name; \
+  goto countDown;
+
   RELOAD();
   DISPATCH();
+
+  COUNT(Loop)
+  COUNT(AddIKL)
+  COUNT(Call)
 
 // In this order: each may use what the ones before define.
 // clang-format off
@@ -164,6 +206,11 @@ enum_ProcStatus Machine::Loop() {
 #include "machine/runcalls.inc"
   // clang-format on
 
+countDown:
+  SAVE();
+  if (!CountDown()) goto stopped;
+  frame = &frames_[frameCount_ - 1];
+  goto* kTable[static_cast<uint16_t>(pc->op)];
 remainderByZero:
   SAVE();
   FaultRemainder();

@@ -7,6 +7,7 @@
 #include "kel/kelascii.h"
 #include "kel/number.h"
 #include "modules/ee_str_bodies.h"
+#include "values/limittable.h"
 
 namespace tamber::strings {
 namespace {
@@ -70,8 +71,8 @@ Value Evaluate(Call& call, std::string_view expression, Kind target = Kind::Any)
   Value value(call.Context().State().EvaluateText(text, code, *TypeDesc::Of(target)));
   if (code == 0 && value) return value;
   // Recursion that went too deep has been reported where it did.
-  if (code == ERR_NOMEMORY && call.Context().GetContextError() == code) return nullptr;
-  const bool keeps = (code > 0 && code < kFirstFatalError) || code == ERR_NOMEMORY;
+  if (EndsEveryRun(code) && call.Context().GetContextError() == code) return nullptr;
+  const bool keeps = (code > 0 && code < kFirstFatalError) || EndsEveryRun(code);
   call.Fail(keeps ? code : ERR_FUNCFAILED, Excerpt(text));
   return nullptr;
 }

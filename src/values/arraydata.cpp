@@ -8,12 +8,14 @@
 
 #include "kel/memory.h"
 #include "kel/stop.h"
+#include "values/account.h"
 #include "values/cellops.h"
 #include "values/leftbehind.h"
 #include "values/nesting.h"
 #include "values/store.h"
 #include "values/structdata.h"
 #include "values/variable.h"
+#include "values/varstring.h"
 
 namespace tamber {
 namespace {
@@ -27,6 +29,34 @@ constexpr uint64_t kObjectSize = 64;
 
 /// Room for arrays that grow: repeated appends must cost linear time altogether.
 uint64_t GrownCount(uint32_t count) { return std::min(uint64_t{count} + count / 2 + 8, kMaxCount); }
+
+/// The capacity to grow to for so many elements: none that could hold more than there may be.
+uint64_t Allowed(uint64_t count, uint64_t capacity) {
+  CheckArrayLength(count);
+  return std::max(count, std::min<uint64_t>(capacity, memory_account.longestArray));
+}
+
+/// Zeroed memory. Fresh pages cost nothing until they are touched, so that a huge empty array is
+/// cheap.
+class CountedZeros {
+ public:
+  explicit CountedZeros(size_t size) : size_(size) {
+    CountAllocated(size);
+    memory_ = std::calloc(size, 1);
+    if (memory_ != nullptr) return;
+    CountFreed(size);
+    throw std::bad_alloc();
+  }
+  CountedZeros(const CountedZeros&) = delete;
+  CountedZeros& operator=(const CountedZeros&) = delete;
+  ~CountedZeros() { FreeCounted(memory_, size_); }
+  void* Get() { return memory_; }
+  void* Take() { return std::exchange(memory_, nullptr); }
+
+ private:
+  size_t size_;
+  void* memory_;
+};
 
 }  // namespace
 
@@ -50,10 +80,17 @@ ArrayData* ArrayData::New(const TypeRef& element) { return new ArrayData(element
 
 void ArrayData::Destroy(ArrayData* array) { delete array; }
 
-void ArrayData::SetElementType(const TypeRef& element) {
-  std::free(data_);
+void* ArrayData::operator new(size_t size) { return AllocateCounted(size); }
+void ArrayData::operator delete(void* memory, size_t size) { FreeCounted(memory, size); }
+
+void ArrayData::FreeData() {
+  FreeCounted(data_, size_t{capacity_} * CellSize());
   data_ = nullptr;
   capacity_ = 0;
+}
+
+void ArrayData::SetElementType(const TypeRef& element) {
+  FreeData();
   element_ = element;
   kind_ = StorageOf(element);
 }
@@ -146,18 +183,19 @@ void ArrayData::Grow(uint64_t count) {
   const auto wanted = static_cast<size_t>(count);
   if (!kel::CanAllocate(wanted * CellSize())) throw std::bad_alloc();
   if (wanted > size_t{capacity_} * 2) {
-    // Fresh zeroed pages cost nothing until they are touched, so that a huge empty array is cheap.
-    std::unique_ptr<void, decltype(&std::free)> memory(std::calloc(wanted, CellSize()), &std::free);
-    if (memory == nullptr) throw std::bad_alloc();
-    kel::CopyInSteps(memory.get(), data_, size_t{count_} * CellSize());
-    std::free(data_);
-    data_ = memory.release();
+    CountedZeros larger(wanted * CellSize());
+    kel::CopyInSteps(larger.Get(), data_, size_t{count_} * CellSize());
+    FreeData();
+    data_ = larger.Take();
   } else {
     const size_t before = size_t{capacity_} * CellSize();
-    void* memory = std::realloc(data_, wanted * CellSize());
-    if (memory == nullptr) throw std::bad_alloc();
-    data_ = memory;
-    kel::ClearInSteps(static_cast<char*>(memory) + before, wanted * CellSize() - before);
+    data_ = ReallocateCounted(data_, before, wanted * CellSize());
+    try {
+      kel::ClearInSteps(static_cast<char*>(data_) + before, wanted * CellSize() - before);
+    } catch (...) {
+      CountFreed(wanted * CellSize() - before);  // as the capacity says
+      throw;
+    }
   }
   capacity_ = static_cast<uint32_t>(wanted);
 }
@@ -169,7 +207,7 @@ void ArrayData::Reserve(uint64_t count) {
 void ArrayData::Append(Cell value) {
   if (count_ == capacity_) {
     if (count_ == kMaxCount) throw std::bad_alloc();
-    Grow(GrownCount(count_));
+    Grow(Allowed(count_ + uint64_t{1}, GrownCount(count_)));
   }
   StoreRaw(count_, WithoutBoxes(kind_, value));
   written_ = ++count_;
@@ -183,7 +221,9 @@ void ArrayData::Resize(uint64_t count) {
   if (!element_) return;  // nothing says what the elements would be
   if (kind_ == Kind::EString || kind_ == Kind::Any) CheckRoomForObjects(count - count_);
   // An array that grows again will go on growing.
-  if (count > capacity_) Grow(count_ == 0 ? count : std::max(count, GrownCount(count_)));
+  if (count > capacity_) {
+    Grow(count_ == 0 ? Allowed(count, count) : Allowed(count, std::max(count, GrownCount(count_))));
+  }
   if (kind_ == Kind::Struct || kind_ == Kind::EString || kind_ == Kind::Any) {
     AppendDefaults(static_cast<uint32_t>(count));
     return;
@@ -235,6 +275,7 @@ void ArrayData::ClearFrom(uint32_t count) {
   void* const shorter = cleared > kel::kBytesPerStep ? std::realloc(data_, kept) : nullptr;
   if (shorter != nullptr) {
     data_ = shorter;
+    CountFreed(size_t{capacity_ - count} * CellSize());
     capacity_ = count;
   } else {
     std::memset(static_cast<char*>(data_) + kept, 0, cleared);
@@ -265,11 +306,16 @@ bool ArrayData::LeaveFrom(uint32_t at, uint32_t kept) {
   const uint32_t copied = takesMemory ? kept : written_ - at;
   if (copied > kMostCopied) return false;
   const size_t size = size_t{copied} * CellSize();
-  void* const memory = copied > 0 ? std::malloc(size) : nullptr;
-  auto* const rest = new (std::nothrow) ArrayData(element_);
-  if ((copied > 0 && memory == nullptr) || rest == nullptr || !LeaveBehind(rest)) {
-    std::free(memory);
-    delete rest;
+  void* memory = nullptr;
+  ArrayData* rest = nullptr;
+  const bool isLeft = Attempt([&] {
+    if (copied > 0) memory = AllocateCounted(size);
+    rest = New(element_);
+    if (!LeaveBehind(rest)) throw std::bad_alloc();
+  });
+  if (!isLeft) {
+    FreeCounted(memory, size);
+    if (rest != nullptr) Destroy(rest);
     return false;
   }
   char* const from = static_cast<char*>(data_) + (takesMemory ? 0 : size_t{at} * CellSize());
@@ -290,9 +336,7 @@ bool ArrayData::LeaveFrom(uint32_t at, uint32_t kept) {
 
 void ArrayData::FreeMemory() {
   if (IsLeavingBehind(data_, size_t{capacity_} * CellSize()) && LeaveFrom(written_, 0)) return;
-  std::free(data_);
-  data_ = nullptr;
-  capacity_ = 0;
+  FreeData();
 }
 
 /// Elements that are objects or texts are let go one by one. The rest need only be cleared when

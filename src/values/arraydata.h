@@ -25,6 +25,8 @@ class ArrayData final : public RefObject {
   /// An empty array of one reference. `element` may be null: the generic array without a prototype.
   static ArrayData* New(const TypeRef& element);
   static void Destroy(ArrayData* array);
+  static void* operator new(size_t size);
+  static void operator delete(void* memory, size_t size);
 
   const TypeRef& ElementType() const { return element_; }
   void SetElementType(const TypeRef& element);  ///< only while empty
@@ -95,6 +97,7 @@ class ArrayData final : public RefObject {
   ~ArrayData();
   size_t CellSize() const;
   void Grow(uint64_t count);
+  void FreeData();
   static void CheckRoomForObjects(uint64_t count);
   Cell DefaultElement() const;
   void AppendDefaults(uint32_t count);

@@ -12,7 +12,6 @@
 #include "kel/number.h"
 #include "kel/stop.h"
 #include "values/arraydata.h"
-#include "values/leftbehind.h"
 #include "values/nesting.h"
 #include "values/store.h"
 #include "values/strbuf.h"
@@ -62,14 +61,6 @@ struct Graveyard {
 };
 
 thread_local Graveyard graveyard;  // plain data: usable while a thread ends
-
-void DestroyText(StrBuf* text) {
-  if ((text->flags & StrBuf::kSecret) != 0) kel::Wipe(text->Data(), text->length);
-  if (text->capacity >= kLargeBlock && IsLeavingBehind(text->Data(), text->capacity) &&
-      LeaveBehind(text))
-    return;
-  std::free(static_cast<void*>(text));
-}
 
 void DestroyAggregate(RefObject* object) {
   if (object->type == RefObject::Type::Array) {
@@ -285,7 +276,7 @@ bool IsSameArray(const ArrayData* left, const ArrayData* right) {
 
 void DestroyObject(RefObject* object) {
   if (object->type == RefObject::Type::String) {
-    DestroyText(static_cast<StrBuf*>(object));
+    StrBuf::Destroy(static_cast<StrBuf*>(object));
     return;
   }
   Graveyard& yard = graveyard;

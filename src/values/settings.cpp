@@ -17,6 +17,8 @@ KelString SectionOf(const IniKeyInfo& info, const KelString& section) {
   switch (info.section) {
     case IniSection::Config:
       return "TamberConfig";
+    case IniSection::Limits:
+      return "TamberLimits";
     case IniSection::Debug:
       return "TamberDebug";
     case IniSection::RunErrors:

@@ -8,7 +8,7 @@
 
 namespace tamber {
 
-enum class IniSection : uint8_t { Config, Debug, RunErrors, Output };
+enum class IniSection : uint8_t { Config, Limits, Debug, RunErrors, Output };
 
 /// The keys of inikeys.def.
 enum class IniKey : uint8_t {
@@ -34,6 +34,8 @@ class Settings {
   /// See IniFile.
   Settings(const KelString& iniPath, const kel::FilePolicy& policy) : file_(iniPath, &policy) {}
 
+  /// Whether there is a file that could say something.
+  bool AreThere() const { return file_.IsThere(); }
   /// Output keys need the name of their section.
   KelString Text(IniKey key, const KelString& section = {}) const;
   int32_t Integer(IniKey key, const KelString& section = {}) const;

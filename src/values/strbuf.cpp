@@ -6,8 +6,11 @@
 #include <functional>
 #include <new>
 
+#include "kel/cipher.h"
 #include "kel/memory.h"
 #include "kel/stop.h"
+#include "values/account.h"
+#include "values/leftbehind.h"
 
 namespace tamber {
 namespace {
@@ -24,6 +27,7 @@ uint64_t GrownCapacity(uint64_t length) {
 }
 
 void CheckLength(uint64_t length) {
+  CheckStringLength(length);
   if (length > StrBuf::kMaxLength) throw std::bad_alloc();
 }
 
@@ -48,7 +52,7 @@ void Fill(StrBuf* fresh, size_t at, std::string_view text) {
   try {
     kel::CopyLarge(fresh->Data() + at, text.data(), text.size());
   } catch (const kel::Interrupted&) {
-    std::free(static_cast<void*>(fresh));
+    StrBuf::Destroy(fresh);
     throw;
   }
 }
@@ -70,8 +74,7 @@ void CopyBehind(StrBuf* text, std::string_view tail) {
 }  // namespace
 
 StrBuf* StrBuf::WithCapacity(uint64_t length, uint64_t capacity) {
-  void* memory = std::malloc(Affordable(capacity));
-  if (memory == nullptr) throw std::bad_alloc();
+  void* memory = AllocateCounted(Affordable(capacity));
   StrBuf* text =
       new (memory) StrBuf(static_cast<uint32_t>(length), static_cast<uint32_t>(capacity));
   text->flags = kNoFlags;
@@ -107,11 +110,19 @@ StrBuf* StrBuf::Extended(StrBuf* text, std::string_view tail, uint64_t length) {
 }
 
 StrBuf* StrBuf::Enlarged(StrBuf* text, uint64_t capacity) {
-  void* memory = std::realloc(static_cast<void*>(text), Affordable(capacity));
-  if (memory == nullptr) throw std::bad_alloc();
-  StrBuf* moved = static_cast<StrBuf*>(memory);
+  const uint64_t size = Affordable(capacity);
+  auto* const moved = static_cast<StrBuf*>(
+      ReallocateCounted(static_cast<void*>(text), AllocationSize(text->capacity), size));
   moved->capacity = static_cast<uint32_t>(capacity);
   return moved;
+}
+
+void StrBuf::Destroy(StrBuf* text) {
+  if ((text->flags & kSecret) != 0) kel::Wipe(text->Data(), text->length);
+  if (text->capacity >= kLargeBlock && IsLeavingBehind(text->Data(), text->capacity) &&
+      LeaveBehind(text))
+    return;
+  FreeCounted(static_cast<void*>(text), AllocationSize(text->capacity));
 }
 
 void AppendText(StrBuf*& slot, std::string_view tail) {

@@ -27,6 +27,8 @@ struct StrBuf : RefObject {
   TAMBER_API static StrBuf* New(std::string_view text);
   /// The joined string; null when both are empty.
   static StrBuf* Join(std::string_view left, std::string_view right);
+  /// Of one that nobody refers to any more.
+  static void Destroy(StrBuf* text);
 
  private:
   friend void AppendText(StrBuf*& slot, std::string_view tail);

@@ -1,17 +1,24 @@
 #include "values/structdata.h"
 
 #include <cassert>
-#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <unordered_map>
 #include <utility>
 
+#include "values/account.h"
 #include "values/arraydata.h"
 #include "values/cellops.h"
 #include "values/store.h"
 #include "values/variable.h"
 
 namespace tamber {
+
+namespace {
+
+size_t SizeFor(size_t members) { return sizeof(StructData) + members * sizeof(Cell); }
+
+}  // namespace
 
 StructData::StructData(const Ref<StructLayout>& layout) : RefObject(Type::Struct), layout_(layout) {
   for (uint32_t i = 0; i < Count(); ++i) Cells()[i] = ZeroCell();
@@ -22,13 +29,11 @@ StructData::~StructData() {
   for (uint32_t i = 0; i < Count(); ++i) ReleaseCell(members[i].type->GetKind(), Cells()[i]);
   if (boxes_ == nullptr) return;
   for (uint32_t i = 0; i < Count(); ++i) Variable::Delete(boxes_[i]);
-  std::free(boxes_);
+  FreeBoxes();
 }
 
 StructData* StructData::Allocate(const Ref<StructLayout>& layout) {
-  void* memory = std::malloc(sizeof(StructData) + layout->Members().size() * sizeof(Cell));
-  if (memory == nullptr) throw std::bad_alloc();
-  return new (memory) StructData(layout);
+  return new (AllocateCounted(SizeFor(layout->Members().size()))) StructData(layout);
 }
 
 /// The structures made so far for one new value. Only those that hold others are shared: that is
@@ -76,8 +81,9 @@ StructData* StructData::MakeDefault(const Ref<StructLayout>& layout) {
 }
 
 void StructData::Destroy(StructData* data) {
+  const size_t size = SizeFor(data->Count());
   data->~StructData();
-  std::free(static_cast<void*>(data));
+  FreeCounted(static_cast<void*>(data), size);
 }
 
 StructData* StructData::Copy() const {
@@ -155,8 +161,14 @@ void StructData::TakeMembers(StructData& other) {
 
 void StructData::NeedBoxes() {
   if (boxes_ != nullptr) return;
-  boxes_ = static_cast<Variable**>(std::calloc(Count() + 1, sizeof(Variable*)));
-  if (boxes_ == nullptr) throw std::bad_alloc();
+  const size_t size = (Count() + size_t{1}) * sizeof(Variable*);
+  boxes_ = static_cast<Variable**>(AllocateCounted(size));
+  std::memset(static_cast<void*>(boxes_), 0, size);
+}
+
+void StructData::FreeBoxes() {
+  FreeCounted(static_cast<void*>(boxes_), (Count() + size_t{1}) * sizeof(Variable*));
+  boxes_ = nullptr;
 }
 
 void StructData::SweepBoxes() {
@@ -173,9 +185,7 @@ void StructData::SweepBoxes() {
     }
     kept |= boxes_[i] != nullptr;
   }
-  if (kept) return;
-  std::free(boxes_);
-  boxes_ = nullptr;
+  if (!kept) FreeBoxes();
 }
 
 StructData* Unshare(StructData*& slot) {

@@ -52,6 +52,7 @@ class StructData final : public RefObject {
   static StructData* Allocate(const Ref<StructLayout>& layout);
   static StructData* MakeDefault(const Ref<StructLayout>& layout);
   void NeedBoxes();
+  void FreeBoxes();
   explicit StructData(const Ref<StructLayout>& layout);
   ~StructData();
 

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "values/account.h"
+
 namespace tamber {
 namespace {
 
@@ -70,19 +72,21 @@ struct FreeListOwner {
 
 thread_local FreeListOwner free_list_owner;
 
-void* AllocateBlock(size_t size) {
+void* AllocateBlock(size_t size, size_t counted) {
   void* memory = std::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
+  if (memory == nullptr) [[unlikely]]
+    FailCounted(counted);
   return memory;
 }
 
 }  // namespace
 
 void* PoolAllocate(size_t size) {
-  if (!kPooled || size > kLargest) return AllocateBlock(size);
+  CountAllocated(size);
+  if (!kPooled || size > kLargest) return AllocateBlock(size, size);
   const size_t which = ListOf(size);
   FreeList& list = Lists().lists[which];
-  if (list.head == nullptr) return AllocateBlock(BlockSizeOf(which));
+  if (list.head == nullptr) return AllocateBlock(BlockSizeOf(which), size);
   Block* block = list.head;
   list.head = block->next;
   ++list.room;
@@ -90,7 +94,9 @@ void* PoolAllocate(size_t size) {
 }
 
 void PoolFree(void* memory, size_t size) {
-  if (!kPooled || size > kLargest || memory == nullptr) return std::free(memory);
+  if (memory == nullptr) return;
+  CountFreed(size);
+  if (!kPooled || size > kLargest) return std::free(memory);
   FreeLists& all = Lists();
   if (!all.armed) free_list_owner.Touch();  // the first block of a thread arms its clean-up
   FreeList& list = all.lists[ListOf(size)];

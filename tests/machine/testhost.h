@@ -46,6 +46,7 @@ class TestHost final : public tamber::MachineHost {
   void RaiseFault(const tamber::SourcePlace&) override {}
   void NoteUnknownProcedure(std::string_view) override {}
   void NoteStop(const tamber::SourcePlace&) override {}
+  void TellProgress() override {}
   void Trace(KelString) override {}
 
   tamber::RunState run;
