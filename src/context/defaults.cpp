@@ -7,6 +7,7 @@
 #include "kel/kelascii.h"
 #include "statements/procedure.h"
 #include "values/cellops.h"
+#include "values/varholder.h"
 #include "values/varint.h"
 #include "values/varstring.h"
 
@@ -48,14 +49,14 @@ void RegisterConstants(TamberContext& context) {
 
 void AddGlobals(TamberContext& context) {
   for (const PredefinedInteger& entry : kIntegers) {
-    auto* variable = new VarInteger(KelString(entry.name), Variable::Predefined);
+    VarHolder variable(new VarInteger(KelString(entry.name), Variable::Predefined));
     variable->SetIntegerValue(entry.value);
-    context.AddVariable(variable, VARLIST_GLOBAL);
+    AddOwned(context, std::move(variable), VARLIST_GLOBAL);
   }
   for (const PredefinedText& entry : kTexts) {
-    auto* variable = new VarString(KelString(entry.name), Variable::Predefined);
+    VarHolder variable(new VarString(KelString(entry.name), Variable::Predefined));
     variable->SetStringValue(KelString(entry.value));
-    context.AddVariable(variable, VARLIST_GLOBAL);
+    AddOwned(context, std::move(variable), VARLIST_GLOBAL);
   }
 }
 
@@ -173,9 +174,9 @@ void RestoreBuiltIns(TamberContext& context) {
   for (uint32_t i = 0; i < constants.GetSize(); ++i) {
     const Variable& constant = *constants.GetVariable(i);
     if (context.PeekConstant(constant.OwnName().View()) != nullptr) continue;
-    Variable* copy = constant.Clone();
+    VarHolder copy(constant.Clone());
     copy->SetVarFlags(constant.GetVarFlags());
-    context.AddVariable(copy, VARLIST_CONSTANT);
+    AddOwned(context, std::move(copy), VARLIST_CONSTANT);
   }
   const FunctionList& functions = DefaultFunctions();
   for (uint32_t i = 1; i <= functions.GetFunctionCount(); ++i)

@@ -65,9 +65,9 @@ Refusal AddConstant(TamberContext& context, const KelString& name, Kind kind, Ce
                                             : CellOf(*present)->i == cell.i);
     return same ? Refusal::SameAlready : Refusal::Differs;
   }
-  Variable* constant = MakeVariable(TypeDesc::Of(kind), Name(name.View()), value.Take());
+  VarHolder constant(MakeOwnedVariable(TypeDesc::Of(kind), Name(name.View()), std::move(value)));
   constant->SetVarFlags(Variable::Predefined);
-  context.AddVariable(constant, list);
+  AddOwned(context, std::move(constant), list);
   return Refusal::None;
 }
 

@@ -144,6 +144,7 @@ std::shared_ptr<const EvaluatedText> ContextState::CompileText(const KelString& 
   const SeenVariables seeing(*this, text->variables);
   ExpressionCompiler compiler(&context, nullptr, true);
   Tokeniser tokeniser(expression.GetString());
+  if (tokeniser.GetLastError() == Tokeniser::kNoMemory) throw std::bad_alloc();
   if (!compiler.CompileAssigned(&tokeniser, KelString(";"), target, "")) {
     code = compiler.GetError();
     return nullptr;

@@ -119,9 +119,7 @@ class TAMBER_API Stack {
   /// Written field by field: an entry that is put together elsewhere and copied as a whole makes
   /// the processor wait for its parts, which costs more than all the rest of a call.
   void Place(tamber::Kind kind, tamber::Cell cell, const tamber::TypeDesc* type) {
-    if (size_ == capacity_) [[unlikely]] {
-      Reserve(uint64_t{capacity_} * 2 + 4);
-    }
+    MakeRoom();
     tamber::StackEntry& entry = entries_[size_++];
     entry.kind = kind;
     entry.cell = cell;
@@ -129,6 +127,11 @@ class TAMBER_API Stack {
   }
   /// Throws std::bad_alloc.
   void Reserve(uint64_t capacity);
+  /// For one more. Throws std::bad_alloc.
+  void MakeRoom() {
+    if (size_ == capacity_) [[unlikely]]
+      Reserve(uint64_t{capacity_} * 2 + 4);
+  }
 
   std::unique_ptr<tamber::StackEntry[]> entries_;
   uint32_t size_ = 0;

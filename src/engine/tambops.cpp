@@ -446,9 +446,10 @@ int32_t TamberOperators::OpStructMember(Stack* stack, Variable::enum_TypeId,
   if (!structure || !structure->IsStruct()) return Fail(ERR_VARNOTSTRUCT);
   if (!byPosition) position = structure->GetStructElementIndex(name);
   Variable* member = TakeMember(*structure, position);
+  const bool isThere = position - 1 < tamber::CellOf(*structure)->st->Count();
+  if (member == nullptr && isThere) return Fail(ERR_NOMEMORY);
   if (member == nullptr) return Fail(ERR_BADSTRUCTEL, name);
-  stack->PushVariable(member);
-  return 1;
+  return stack->PushVariable(member) != 0 ? 1 : Fail(ERR_NOMEMORY);
 }
 
 int32_t TamberOperators::OpArrayIndex(Stack* stack, Variable::enum_TypeId, Variable::enum_TypeId) {
@@ -456,9 +457,9 @@ int32_t TamberOperators::OpArrayIndex(Stack* stack, Variable::enum_TypeId, Varia
   const tamber::VarHolder array(stack->PopVariable());
   if (!array || !array->IsArray()) return Fail(ERR_VARNOTARRAY);
   Variable* element = index >= 1 ? TakeElement(*array, static_cast<uint32_t>(index)) : nullptr;
-  if (element == nullptr) return Fail(ERR_VARARRAYBOUNDS);
-  stack->PushVariable(element);
-  return 1;
+  const bool isThere = static_cast<uint32_t>(index) - 1 < array->GetElementCount();
+  if (element == nullptr) return Fail(isThere ? ERR_NOMEMORY : ERR_VARARRAYBOUNDS);
+  return stack->PushVariable(element) != 0 ? 1 : Fail(ERR_NOMEMORY);
 }
 
 // "+" with a string on either side. The left text grows in place when nobody else holds it, so that

@@ -1,5 +1,7 @@
 #include "frontend/compfor.h"
 
+#include <new>
+
 #include "frontend/jumppatch.h"
 #include "frontend/stmtcomp.h"
 #include "kel/kelascii.h"
@@ -55,6 +57,7 @@ bool CompileFor(StatementCompiler& compiler, uint32_t flags) {
   const uint32_t top = compiler.Count() + 1;
   uint32_t jump = 0;
   Tokeniser condition(header.condition.text.c_str());
+  if (condition.GetLastError() == Tokeniser::kNoMemory) throw std::bad_alloc();
   condition.SetOrigin(header.condition.offset);
   if (hasCondition && !compiler.CompileCondition(condition, jump)) return false;
   if (!compiler.CompileBlock(end, flags | kInFor)) return false;

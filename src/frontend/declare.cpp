@@ -123,7 +123,7 @@ bool Declaration::Initialise(Variable& variable, const DeclaredName& declared) {
 
 void Declaration::Add(VarHolder variable, enum_VarListType scope) {
   host_.Declared().Add(variable->OwnName(), script_.GetText()->Name(), script_.GetStatementLine());
-  host_.AddVariable(variable.release(), scope);
+  AddOwned(host_, std::move(variable), scope);
 }
 
 bool Declaration::DeclareVariable(const DeclaredName& declared, uint32_t flags) {

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 
 #include "kel/kelstring.h"
-#include "values/variable.h"
+#include "values/varholder.h"
 
 class ScriptLine;
 
@@ -12,12 +11,6 @@ namespace tamber {
 
 class CompileSession;
 struct DeclaredName;
-
-/// Gives its holder back when it leaves scope.
-struct ReleaseHolder {
-  void operator()(Variable* variable) const { Variable::Delete(variable); }
-};
-using VarHolder = std::unique_ptr<Variable, ReleaseHolder>;
 
 /// Compiles the expression that follows on the line, up to one of the terminators, and evaluates
 /// it. `target`: what the value will be assigned to; null for nothing declared. Null when that

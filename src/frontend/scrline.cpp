@@ -1,5 +1,7 @@
 #include "frontend/scrline.h"
 
+#include <new>
+
 #include "kel/kelascii.h"
 #include "kel/stop.h"
 #include "values/errcodes.h"
@@ -51,6 +53,8 @@ bool ScriptLine::ReadLogicalLine() {
   } else {
     tokeniser_.SetWholeLine(line);
   }
+  // A line that is not there must not look like an empty one.
+  if (tokeniser_.GetLastError() == Tokeniser::kNoMemory) throw std::bad_alloc();
   return true;
 }
 

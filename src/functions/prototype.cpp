@@ -4,6 +4,7 @@
 #include "text/tokenise.h"
 #include "values/cellops.h"
 #include "values/typelist.h"
+#include "values/varholder.h"
 #include "values/varlist.h"
 
 namespace tamber {
@@ -64,9 +65,9 @@ class Reader {
   }
 
   bool AddParameter(const std::string& word, const std::string& name, VarList& parameters) {
-    Variable* parameter = NewVariable(word, name, "Unknown function parameter type '%S'");
+    VarHolder parameter(NewVariable(word, name, "Unknown function parameter type '%S'"));
     if (parameter == nullptr) return false;
-    parameters.AddVariable(parameter);
+    AddOwned(parameters, std::move(parameter));
     return true;
   }
 

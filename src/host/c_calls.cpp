@@ -203,7 +203,7 @@ int WithArgument(tamber_call* handle, uint32_t position, const char* part, Read&
     if (kind == Kind::Any) return ReadPart(argument.v, part, read);
     const TypeRef& type = TypeDesc::Of(kind);
     if (*part == '\0') return read(PartView{type.Get(), argument});
-    const VariablePtr whole(MakeVariable(type, Name(), CopyCell(kind, argument)));
+    const VariablePtr whole(MakeOwnedVariable(type, Name(), {kind, CopyCell(kind, argument)}));
     return ReadPart(whole.get(), part, read);
   });
 }

@@ -661,11 +661,13 @@ VarList Machine::SnapshotLocals() {
     Variable* object = own ? frame->base[slot].v : FindLent(ScopeNumber(), slot);
     const bool isObject = own || object != nullptr;
     if (isObject && object == nullptr) return;  // not declared yet
-    Variable* copy = isObject ? object->Clone()
-                              : MakeVariable(local.type, local.name,
-                                             CopyCell(local.type->GetKind(), frame->base[slot]));
+    VarHolder copy(isObject
+                       ? object->Clone()
+                       : MakeOwnedVariable(local.type, local.name,
+                                           {local.type->GetKind(),
+                                            CopyCell(local.type->GetKind(), frame->base[slot])}));
     copy->SetOwnName(local.name);
-    list.AddVariable(copy);
+    AddOwned(list, std::move(copy));
   };
   // Parameters are taken off the stack last one first, which is the order of the scope.
   for (uint32_t slot = frame->code->Parameters(); slot-- > 0;) add(slot);
@@ -681,9 +683,9 @@ void Machine::AppendExtraLocals(VarList& list) {
 void Machine::AppendCopies(VarList& list, const VarList& from) {
   for (uint32_t i = 0; i < from.GetSize(); ++i) {
     const Variable* variable = from.GetVariable(i);
-    Variable* copy = variable->Clone();
+    VarHolder copy(variable->Clone());
     copy->SetOwnName(variable->OwnName());
-    list.AddVariable(copy);
+    AddOwned(list, std::move(copy));
   }
 }
 

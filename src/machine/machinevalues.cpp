@@ -305,19 +305,18 @@ void Machine::OwnVariable(Cell& cell) {
 void Machine::Declare(const Code& code, Cell* registers, const Instr& at) {
   const Local& local = code.procedure->Locals().At(at.a);
   Kind kind = local.type->GetKind();
-  Cell fresh = DefaultCell(*local.type);
-  if (local.arraySize > 0) ResizeCell(fresh, *local.type, local.arraySize);
+  OwnedCell fresh(kind, DefaultCell(*local.type));
+  if (local.arraySize > 0) ResizeCell(fresh.cell, *local.type, local.arraySize);
   if (at.op == Op::DeclO) {
-    StoreCell(kind, registers[at.a], fresh);
+    StoreCell(kind, registers[at.a], fresh.Take());
     return;
   }
   Variable*& object = registers[at.a].v;
   if (object == nullptr) {
-    object = MakeVariable(local.type, local.name, fresh);
+    object = MakeOwnedVariable(local.type, local.name, std::move(fresh));
     return;
   }
-  AssignTo(*object, *local.type, fresh);
-  ReleaseCell(kind, fresh);
+  AssignTo(*object, *local.type, fresh.cell);
 }
 
 void Machine::SweepArray(ArrayData& array) {

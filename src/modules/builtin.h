@@ -179,7 +179,7 @@ class ArrayResult {
   void AppendText(std::string_view text) {
     kel::CheckStop();
     Text element(text);
-    data_->Append(element.TakeCell());
+    data_->AppendOwned(element.TakeCell());
   }
   Cell TakeCell() {
     Cell cell = ZeroCell();

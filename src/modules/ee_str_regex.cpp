@@ -13,6 +13,7 @@
 #include "modules/ee_str_bodies.h"
 #include "modules/patterncache.h"
 #include "values/structdata.h"
+#include "values/varholder.h"
 
 namespace tamber::strings {
 namespace {
@@ -177,8 +178,9 @@ void SetTexts(Variable& target, std::span<const std::string_view> texts) {
   target.SetArraySize(0);
   for (const std::string_view text : texts) {
     Text element(text);
-    Variable* variable = MakeVariable(TypeDesc::Of(Kind::String), Name(), element.TakeCell());
-    if (target.AddArrayElement(variable) == 0) Variable::Delete(variable);
+    VarHolder variable(
+        MakeOwnedVariable(TypeDesc::Of(Kind::String), Name(), {Kind::String, element.TakeCell()}));
+    if (target.AddArrayElement(variable.get()) != 0) static_cast<void>(variable.release());
   }
 }
 
@@ -264,7 +266,7 @@ ArrayResult FindRegEx2(Call& call, std::string_view value, std::string_view patt
     place->Put(1, IntCell(static_cast<int32_t>(whole.end - whole.begin)));
     Cell cell = ZeroCell();
     cell.st = place;
-    places->Append(cell);
+    places->AppendOwned(cell);
   }
   return scan.Failed() ? ArrayResult(type) : std::move(places);
 }

@@ -6,6 +6,7 @@
 #include "machine/machine.h"
 #include "modules/builtin.h"
 #include "modules/ee_var_array.h"
+#include "values/varholder.h"
 #include "values/varref.h"
 
 namespace tamber {
@@ -49,10 +50,11 @@ const Variable* TargetOf(const Variable* variable) {
 Variable* GlobalFor(TamberContext& context, Variable* local, const KelString& name) {
   Variable* global = context.GetVariable(name, VARLIST_GLOBAL);
   if (global != nullptr) return global->Assign(local) != 0 ? global : nullptr;
-  global = local->Clone();
+  VarHolder copy(local->Clone());
+  global = copy.get();
   global->SetOwnName(local->OwnName());
   global->SetVarFlags(0);
-  context.AddVariable(global, VARLIST_GLOBAL);
+  AddOwned(context, std::move(copy), VARLIST_GLOBAL);
   return global;
 }
 
@@ -142,7 +144,7 @@ bool CreateGlobal(TamberContext& context, const KelString& name, int32_t type) {
   if (present != nullptr) return present->GetTypeId() == type;
   if (!IsFreeName(context, name)) return false;
   const TypeRef& made = TypeDesc::Of(kKinds[type - Variable::Boolean]);
-  context.AddVariable(MakeVariable(made, Name(name.View())), VARLIST_GLOBAL);
+  AddOwned(context, VarHolder(MakeVariable(made, Name(name.View()))), VARLIST_GLOBAL);
   return true;
 }
 

@@ -342,7 +342,7 @@ ArrayResult ArrayRemoveDupCase(Call& call, ArrayOperand array, bool caseSensitiv
   kel::StopPoll poll(kel::kElementsPerLook);
   for (const uint32_t at : firsts) {
     poll.Step();
-    result->Append(CopyCell(array.data->StorageKind(), array.data->Peek(at)));
+    result->AppendOwned(CopyCell(array.data->StorageKind(), array.data->Peek(at)));
   }
   return result;
 }

@@ -213,6 +213,15 @@ void ArrayData::Append(Cell value) {
   written_ = ++count_;
 }
 
+void ArrayData::AppendOwned(Cell value) {
+  try {
+    Append(value);
+  } catch (...) {
+    ReleaseCell(kind_, value);
+    throw;
+  }
+}
+
 void ArrayData::Resize(uint64_t count) {
   if (count <= count_) {
     DropFrom(static_cast<uint32_t>(count));
@@ -244,7 +253,7 @@ void ArrayData::AppendDefaults(uint32_t count) {
     while (count_ < count) {
       poll.Step();
       if (kind_ != Kind::Struct) {
-        Append(DefaultElement());
+        AppendOwned(DefaultElement());
         continue;
       }
       if ((count_ - before) % kSharedDefaults == 0) {
@@ -252,7 +261,7 @@ void ArrayData::AppendDefaults(uint32_t count) {
         sample.cell = DefaultElement();
       }
       Retain(sample.cell.st);
-      Append(sample.cell);
+      AppendOwned(sample.cell);
     }
   } catch (...) {
     DropFrom(before);
@@ -417,7 +426,7 @@ ArrayData* ArrayData::Copy() const {
     kel::StopPoll poll(kel::kElementsPerLook);
     for (uint32_t at = 0; at < count_; ++at) {
       poll.Step();
-      array->Append(CopyCell(kind_, Peek(at)));
+      array->AppendOwned(CopyCell(kind_, Peek(at)));
     }
   }
   return copy.Take().a;

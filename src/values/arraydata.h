@@ -60,6 +60,8 @@ class ArrayData final : public RefObject {
   /// Appends a cell of StorageKind(), taking over its reference. Throws std::bad_alloc; the cell is
   /// the caller's then.
   void Append(Cell value);
+  /// The same for a value that goes when there is no memory.
+  void AppendOwned(Cell value);
   /// The place of an element that has a cell, for changes in place. The array is not shared.
   Place Enter(uint32_t at);
   /// Grows with default values (not without an element type) or shrinks from the end. Throws

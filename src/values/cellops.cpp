@@ -359,7 +359,7 @@ Cell SeparateCell(Kind kind, Cell cell) {
       made.cell.a = ArrayData::New(cell.a->ElementType());
       made.cell.a->Reserve(cell.a->Count());
       for (uint32_t i = 0; i < cell.a->Count(); ++i) {
-        made.cell.a->Append(SeparateCell(cell.a->StorageKind(), cell.a->Peek(i)));
+        made.cell.a->AppendOwned(SeparateCell(cell.a->StorageKind(), cell.a->Peek(i)));
       }
       break;
     case Kind::Any: {

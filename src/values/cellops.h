@@ -65,8 +65,15 @@ void* HandleOfInt(int32_t value);
 /// a numeric kind, Handle or String.
 void AppendCellText(std::string& out, Kind kind, Cell cell);
 
-/// A variable of the type that takes ownership of the cell.
+/// A variable of the type that takes ownership of the cell; without memory the cell stays with the
+/// caller.
 Variable* MakeVariable(const TypeRef& type, const Name& name, Cell cell);
+/// The same for a value that has no other owner.
+inline Variable* MakeOwnedVariable(const TypeRef& type, const Name& name, OwnedCell&& value) {
+  Variable* const made = MakeVariable(type, name, value.cell);
+  value.Take();
+  return made;
+}
 /// An empty variable of the type.
 Variable* MakeVariable(const TypeRef& type, const Name& name);
 

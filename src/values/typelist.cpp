@@ -10,6 +10,7 @@
 #include "values/cellops.h"
 #include "values/epoch.h"
 #include "values/vararray.h"
+#include "values/varholder.h"
 #include "values/varnone.h"
 
 using tamber::Kind;
@@ -227,17 +228,21 @@ TypeTable& TypeList::Own() {
 uint64_t TypeList::Version() const { return Table().version; }
 
 uint32_t TypeList::AddType(const KelString& name, Variable* prototype, uint32_t flags) {
-  return AddType(new TamberType(name, prototype, flags), 1);
+  tamber::VarHolder owned(prototype);
+  auto type = std::make_unique<TamberType>(name, prototype, flags);
+  static_cast<void>(owned.release());
+  return AddType(type.release(), 1);
 }
 
 uint32_t TypeList::AddType(TamberType* type, int32_t replace) {
   if (type == nullptr) return kNotFound;
-  const KelString name = type->GetTypeName();
-  if (Lookup(name.View()) == type) return FindType(name);  // it is in here already
-  if (replace != 0 || Lookup(name.View()) == nullptr) {
-    Own().AddOrReplace(std::unique_ptr<TamberType>(type));
+  const Name name = type->OwnName();
+  const TamberType* const present = Lookup(name.View());
+  if (present != type && (replace != 0 || present == nullptr)) {
+    std::unique_ptr<TamberType> owned(type);
+    Own().AddOrReplace(std::move(owned));
   }
-  return FindType(name);
+  return Table().PlaceOf(name.View());
 }
 
 uint32_t TypeList::GetTypeCount() const { return Table().GetCount(); }
