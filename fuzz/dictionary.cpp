@@ -27,6 +27,7 @@ int main() {
   TamberContext context;
   std::set<std::string, std::less<>> words(std::begin(tamber::kReservedWords),
                                            std::end(tamber::kReservedWords));
+  words.insert("self.tam");  // of script_fuzz.cpp
   // What is no operator of an expression: comments, assignments, the end of a line.
   words.insert(
       {"/*", "*/", "//", "=", "<<=", "&", "[", "]", "(", ")", ",", ";", "\\\n", "\"", "'"});

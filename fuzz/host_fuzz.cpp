@@ -18,7 +18,7 @@ constexpr const char* kCallers =
     "endproc\n"
     "proc Parts()\np.List <<= Host(p.X, p.Name)\nq[1] = Get(p)\ng <<= Host(p.List[1], q[1].Name)\n"
     "endproc\n"
-    "proc Texts()\ni = MakeInt(\"Host(i, s)\")\nHandled()\nendproc\n"
+    "proc Texts()\ni = MakeInt(\"Host(i, s)\")\nendproc\n"
     "proc Handled()\nErrHandler = \"Texts\"\ni = a[9]\nendproc\n";
 
 constexpr std::array kProcedures{"Back",  "Deep",    "Loop",  "Parts",

@@ -1,6 +1,6 @@
 // Any text as a script: compiled and run until its budget is spent. An error leaves the context
 // usable, so main runs twice; then comes all of it once more, with the session that the reset has
-// saved.
+// saved. A script finds itself in the file self.tam.
 #include "harness.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -8,6 +8,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::WithoutLeak([&] {
     const std::unique_ptr<TamberContext> context = fuzz::MakeContext(size % 2 == 0);
     const fuzz::Budget budget(*context);
+    if (text.find("self.tam") != std::string::npos) std::ofstream("self.tam") << text;
     const bool hasSession = kel::Lowered(text).find("session") != std::string::npos;
     if (hasSession) context->SetSessionId(1);
     for (int again = 0; again < (hasSession ? 2 : 1); ++again) {
