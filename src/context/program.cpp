@@ -11,6 +11,7 @@
 #include "context/modulehost.h"
 #include "frontend/script.h"
 #include "machine/machine.h"
+#include "machine/runlimits.h"
 #include "statements/lower.h"
 #include "statements/procedure.h"
 #include "values/errcodes.h"

@@ -10,7 +10,6 @@
 #include <condition_variable>
 #include <mutex>
 #include <set>
-#include <thread>
 
 #include "kel/clock.h"
 
@@ -27,7 +26,7 @@ class DeadlineWatch {
   void Add(Deadline& deadline) {
     const std::lock_guard lock(mutex_);
     pending_.insert(&deadline);
-    if (!thread_.joinable()) {
+    if (!runs_) {
       Start();
     } else if (*pending_.begin() == &deadline && deadline.end_ < wakesAt_) {
       changed_.notify_one();
@@ -46,7 +45,7 @@ class DeadlineWatch {
       ends_ = true;
       changed_.notify_one();
     }
-    if (thread_.joinable()) thread_.join();
+    if (runs_) ::pthread_join(thread_, nullptr);
   }
 
  private:
@@ -56,17 +55,18 @@ class DeadlineWatch {
     }
   };
 
-  /// Signals of the process are for threads of the host.
+  /// Signals of the process are for threads of the host. Without the thread nothing ends early.
   void Start() {
     sigset_t all, before;
     sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-      thread_ = std::thread([this] { Wait(); });
-    } catch (const std::exception&) {
-      // Without the thread nothing ends early.
-    }
+    runs_ = ::pthread_create(&thread_, nullptr, Run, this) == 0;
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+
+  static void* Run(void* self) {
+    static_cast<DeadlineWatch*>(self)->Wait();
+    return nullptr;
   }
 
   void Wait() {
@@ -106,7 +106,8 @@ class DeadlineWatch {
   const Deadline* calling_ = nullptr;
   uint64_t wakesAt_ = 0;
   bool ends_ = false;
-  std::thread thread_;
+  pthread_t thread_{};
+  bool runs_ = false;
 };
 
 namespace {

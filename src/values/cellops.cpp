@@ -724,6 +724,12 @@ Variable* MakeVariable(const TypeRef& type, const Name& name, Cell cell) {
   }
 }
 
+Variable* MakeOwnedVariable(const TypeRef& type, const Name& name, OwnedCell&& value) {
+  Variable* const made = MakeVariable(type, name, value.cell);
+  value.Take();
+  return made;
+}
+
 Variable* MakeVariable(const TypeRef& type, const Name& name) {
   OwnedCell value(type->GetKind(), DefaultCell(*type));
   Variable* variable = MakeVariable(type, name, value.cell);

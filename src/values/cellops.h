@@ -69,11 +69,7 @@ void AppendCellText(std::string& out, Kind kind, Cell cell);
 /// caller.
 Variable* MakeVariable(const TypeRef& type, const Name& name, Cell cell);
 /// The same for a value that has no other owner.
-inline Variable* MakeOwnedVariable(const TypeRef& type, const Name& name, OwnedCell&& value) {
-  Variable* const made = MakeVariable(type, name, value.cell);
-  value.Take();
-  return made;
-}
+Variable* MakeOwnedVariable(const TypeRef& type, const Name& name, OwnedCell&& value);
 /// An empty variable of the type.
 Variable* MakeVariable(const TypeRef& type, const Name& name);
 
