@@ -92,6 +92,7 @@ class RunLimits final : public MemoryWatch {
 
   /// Of what goes on; null while nothing does that counts.
   struct Run {
+    Run() {}  // clang makes none of its own before the class around it is complete
     TamberLimits limits;
     bool countsSteps = false;
     uint64_t steps = 0;  ///< before those that are being counted down
