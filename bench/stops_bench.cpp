@@ -363,7 +363,7 @@ Time StopRow(const Row& row, bool collects, double delay) {
   TamberContext context;
   KelString output;
   if (collects) context.SetOutput(&output);
-  context.SetIniPath("tamber.ini");
+  context.SetIniPath("dump.ini");
   context.RegisterFunction("int Begin ()", Begin, FunctionList::FUNCTYPE_NORMAL, false);
   const std::string script =
       std::string(kDeclared) +
@@ -519,7 +519,7 @@ void MeasureCompiling(Report& report) {
   for (int i = 0; i < 300'000; ++i)
     script += "int f" + std::to_string(i) + "(int n)\nint m\nm = n + " + std::to_string(i) +
               "\nreturn m\nendproc\n";
-  report.Add("compile procedures", 4000,
+  report.Add("compile procedures", 500,
              [&](double delay) { return StopCompiling(KelString(script), delay); });
   std::string sum = "int i = 1";
   for (int i = 0; i < 2'000'000; ++i) sum += " + 1";
@@ -566,8 +566,8 @@ void MeasureSessions(Report& report) {
                {"session in Redis", "SessionStore=redis://127.0.0.1:6399\nSessionTimeout=20000\n"}};
   const char* declared =
       "session string kept[]\nsession int changes\n"
-      "proc Fill()\nint i\nkept += 300000\n"
-      "for (i = 1; i <= 300000; i += 1)\nkept[i] = changes + \"/\" + i\nendfor\nchanges += "
+      "proc Fill()\nint i\nkept += 3000000\n"
+      "for (i = 1; i <= 3000000; i += 1)\nkept[i] = changes + \"/\" + i\nendfor\nchanges += "
       "1\nendproc\n";
   for (const auto& kind : kinds) {
     std::ofstream("session.ini") << "[TamberConfig]\n" << kind.settings;
@@ -579,7 +579,7 @@ void MeasureSessions(Report& report) {
       Stack stack;
       context.RunProcedure("Fill", &stack);
     };
-    report.Add((std::string("save a ") + kind.name).c_str(), 1000, [&](double delay) {
+    report.Add((std::string("save a ") + kind.name).c_str(), 200, [&](double delay) {
       TamberContext context;
       prepare(context);
       return StopCall(context, delay, [&] { context.SaveSession(); });
@@ -589,7 +589,7 @@ void MeasureSessions(Report& report) {
       prepare(context);
       context.SaveSession();
     }
-    report.Add((std::string("load a ") + kind.name).c_str(), 400, [&](double delay) {
+    report.Add((std::string("load a ") + kind.name).c_str(), 60, [&](double delay) {
       TamberContext context;
       context.SetIniPath("session.ini");
       context.SetSessionId(7);
@@ -615,7 +615,6 @@ void MeasureServers(Report& report) {
     TamberContext context;
     context.CompileScriptBuffer("s", "session int kept\n", 1);
     context.SetIniPath("drip.ini");
-    context.CancelStop();
     return StopCall(context, delay, [&] {
       context.SetSessionId(7);
       context.LoadSession();
@@ -661,6 +660,8 @@ int main(int argc, char** argv) {
   std::filesystem::remove_all("bench_stops");
   std::filesystem::create_directory("bench_stops");
   std::filesystem::current_path("bench_stops");
+  std::ofstream("dump.ini")
+      << "[TamberDebug]\nOutputType=file\nOutputName=dump.log\nDumpLocals=*\n";
   Report report(times, wanted, out);
   const auto usesFiles = [&report](const Row& row) {
     const std::string work = row.work;

@@ -15,6 +15,7 @@
 #include "kel/stop.h"
 #include "machine/runlimits.h"
 #include "values/errcodes.h"
+#include "values/leftbehind.h"
 #include "values/shared.h"
 
 using tamber::ContextState;
@@ -88,6 +89,7 @@ int32_t ContextState::CompileFile(const KelString& path, const kel::Place& place
   if (!nested && !machine->IsRunning()) tamber::SharedCredits::GiveBackAfterMaking();
   const LimitScope limits(run);
   const kel::StopWord stops(run.rootWake);
+  const LeavingBehind leaving(run.rootLeft);
   const kel::Interruptible interruptible(true);
   try {
     context.SetContextError(0, KelString());
@@ -132,6 +134,7 @@ int32_t TamberContext::CompileScriptBuffer(const KelString& name, const KelStrin
     tamber::SharedCredits::GiveBackAfterMaking();
   const tamber::LimitScope limits(state_->run);
   const kel::StopWord stops(state_->run.rootWake);
+  const tamber::LeavingBehind leaving(state_->run.rootLeft);
   const kel::Interruptible interruptible(true);
   try {
     SetContextError(0, KelString());

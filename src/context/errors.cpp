@@ -85,7 +85,11 @@ void NoteDiagnostic(ContextState& state, const SourcePlace& place) {
   diagnostic.line = place.line;
   if (place.text != nullptr) {
     const ScriptText::Place at = place.text->Locate(place.line, place.offset);
-    diagnostic.sourceLine = KelString(place.text->Line(at.line));
+    // Whoever has stopped something is not kept waiting for a copy of a line of megabytes.
+    constexpr size_t kMostOfStopped = size_t{1} << 20;
+    const bool isStopped = diagnostic.code == ERR_STOPPED;
+    diagnostic.sourceLine = KelString(
+        place.text->Line(at.line).substr(0, isStopped ? kMostOfStopped : KelString::kNotFound));
     diagnostic.sourceLineNumber = at.line;
     diagnostic.column = at.column;
   }

@@ -3,11 +3,14 @@
 #include <utility>
 
 #include "machine/codebuilder.h"
+#include "values/leftbehind.h"
 
 ExpressionBase::~ExpressionBase() {
   // A sum of many terms is a chain as deep as it is long: the descendants are taken apart in a
   // loop, leaf by leaf, not by destructors that call each other. Nothing is allocated for it.
   if (childCount_ == 0) return;
+  constexpr uint32_t kPerLook = 4096;
+  uint32_t taken = 0;
   ExpressionBase* node = this;
   while (true) {
     if (node->childCount_ == 0) {
@@ -21,7 +24,20 @@ ExpressionBase::~ExpressionBase() {
     } else {
       last.reset();
       --node->childCount_;
+      if (++taken % kPerLook == 0 && tamber::IsLeavingBehind() && LeaveChildren()) return;
     }
+  }
+}
+
+/// False: what is still here has to be taken apart here.
+bool ExpressionBase::LeaveChildren() {
+  try {
+    for (uint32_t i = 0; i < childCount_; ++i) {
+      if (!tamber::LeaveBehind(std::shared_ptr<void>(std::move(ChildSlot(i))))) return false;
+    }
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
   }
 }
 

@@ -76,6 +76,8 @@ class ExpressionBase {
   void DumpChildren(KelString& out) const;
 
  private:
+  bool LeaveChildren();
+
   virtual tamber::Operand LowerNode(tamber::CodeBuilder& builder) const = 0;
   std::unique_ptr<ExpressionBase>& ChildSlot(uint32_t index) {
     return index < kInline ? first_[index] : more_[index - kInline];

@@ -11,6 +11,7 @@
 #include "kel/stop.h"
 #include "statements/statexpr.h"
 #include "values/errcodes.h"
+#include "values/leftbehind.h"
 
 namespace tamber {
 
@@ -53,6 +54,9 @@ CompileSession::~CompileSession() {
   host_.Procedures().EndRun();
   tables_->Settle();
   innermost = outer_;
+  LeaveContents(bodies_);
+  LeaveContents(bodyOf_);
+  LeaveContents(declaredAt_);
 }
 
 CompileSession* CompileSession::FindFor(const TamberProcedure& procedure) {
@@ -198,16 +202,20 @@ void CompileSession::Drop(TamberProcedure& procedure) {
 /// stay, empty, for the calls to fail.
 void CompileSession::FreeDropped() {
   ProcedureList::Set dropped;
+  if (IsLeavingBehind()) dropped.reserve(bodies_.size());
   for (const Body& body : bodies_) {
     if (body.procedure->GetState() == TamberProcedure::State::Compiled) continue;
     body.procedure->SetState(TamberProcedure::State::Failed);
-    body.procedure->Discard();
+    if (!IsLeavingBehind()) body.procedure->Discard();
     dropped.insert(body.procedure);
   }
   if (dropped.empty()) return;
   // Nothing else was compiled meanwhile.
   for (const CompileSession* session = this; session != nullptr; session = session->outer_) {
-    for (const Body& body : session->bodies_) EraseCalled(*StatementsOf(*body.procedure), dropped);
+    for (const Body& body : session->bodies_) {
+      if (body.procedure->GetState() == TamberProcedure::State::Failed) continue;
+      EraseCalled(*StatementsOf(*body.procedure), dropped);
+    }
   }
   for (const Body& body : bodies_) {
     const bool stays = body.procedure->GetState() == TamberProcedure::State::Failed &&
@@ -215,6 +223,7 @@ void CompileSession::FreeDropped() {
     if (stays) Drop(*body.procedure);
   }
   host_.Procedures().DestroyProcedures(dropped);
+  LeaveContents(dropped);
 }
 
 bool CompileSession::Fail(const ScriptLine& script, int32_t code, std::string_view text) {

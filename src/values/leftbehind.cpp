@@ -28,8 +28,19 @@ bool LeaveBehind(RefObject* object) {
   }
 }
 
+bool LeaveBehind(std::shared_ptr<void> other) {
+  if (list_of_run == nullptr) return false;
+  try {
+    list_of_run->others_.push_back(std::move(other));
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 void LeftBehind::Release() {
   const LeavingBehind nowhere(nullptr);
+  std::exchange(others_, {}).clear();
   for (RefObject* object : std::exchange(objects_, {})) DestroyObject(object);
 }
 

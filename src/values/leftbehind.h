@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -8,8 +10,9 @@
 
 namespace tamber {
 
-/// What a run that was asked to stop has had no time to release: large strings, and arrays with
-/// large memory or many elements that own something. It goes with the list.
+/// What a run or a compilation that was asked to stop has had no time to release: large strings,
+/// arrays with large memory or many elements that own something, trees, tables. It goes with the
+/// list.
 ///
 /// Belongs to one context, like the values in it.
 class LeftBehind {
@@ -18,12 +21,13 @@ class LeftBehind {
   LeftBehind(const LeftBehind&) = delete;
   LeftBehind& operator=(const LeftBehind&) = delete;
   ~LeftBehind() { Release(); }
-  bool IsEmpty() const { return objects_.empty(); }
   void Release();
 
  private:
   friend bool LeaveBehind(RefObject* object);
+  friend bool LeaveBehind(std::shared_ptr<void> other);
   std::vector<RefObject*> objects_;  ///< without references
+  std::vector<std::shared_ptr<void>> others_;
 };
 
 /// While it lives, what this thread's run releases after a request to stop may be left in `list`.
@@ -42,6 +46,19 @@ class LeavingBehind {
 bool IsLeavingBehind();
 /// Takes over an object without references; false when there is no list or no memory for it.
 bool LeaveBehind(RefObject* object);
+bool LeaveBehind(std::shared_ptr<void> other);
+/// Leaves a container's contents behind, if that is wanted now. It is empty then.
+template <class Container>
+void LeaveContents(Container& container) noexcept {
+  if (!IsLeavingBehind()) return;
+  try {
+    auto left = std::make_shared<Container>();
+    std::swap(*left, container);
+    LeaveBehind(std::move(left));
+  } catch (const std::bad_alloc&) {
+    return;  // it is destroyed where it is
+  }
+}
 
 /// Memory of at least this size takes long to give back.
 inline constexpr size_t kLargeBlock = size_t{16} << 20;
