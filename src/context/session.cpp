@@ -15,6 +15,7 @@
 #include "machine/runlimits.h"
 #include "values/cellops.h"
 #include "values/errcodes.h"
+#include "values/leftbehind.h"
 #include "values/settings.h"
 #include "values/valuesession.h"
 #include "values/varstring.h"
@@ -112,6 +113,22 @@ bool NoteFault(ContextState& state) {
   state.session.fault = fault;
   state.debug.Logf(KelDebug::Level::Error, "Session store %S: %S", state.session.path, fault);
   return true;
+}
+
+/// Does work that waits for the store, until a stop is asked for: then that is the fault, and
+/// false. What was asked for before may be the reason for this work.
+template <class Work>
+bool UntilStopped(ContextState& state, const char* fault, Work&& work) {
+  const kel::StopWord stops(state.run.rootWake);
+  const kel::Interruptible interruptible(!state.run.IsStopRequested());
+  const LeavingBehind leaving(state.run.rootLeft);
+  try {
+    work();
+    return true;
+  } catch (const kel::Interrupted&) {
+    state.session.fault = fault;
+    return false;
+  }
 }
 
 void SelectSession(ContextState& state, uint32_t id) {
@@ -282,23 +299,19 @@ bool SaveSessionVariables(ContextState& state) {
     return false;
   }
   if (session.store->Renew()) session.stored.clear();
-  const bool isThere = session.store->Exists(KeyOf(session.id));
-  if (NoteFault(state)) return false;
+  bool isThere = false;
+  const auto look = [&] { isThere = session.store->Exists(KeyOf(session.id)); };
+  if (!UntilStopped(state, "saving was stopped", look) || NoteFault(state)) return false;
   // Removed since it was loaded, with all that it held.
   if (!isThere) session.stored.clear();
   session.store->Begin();
-  // What was asked for before may be the reason for saving now.
-  const kel::StopWord stops(state.run.rootWake);
-  const kel::Interruptible interruptible(!state.run.IsStopRequested());
-  try {
-    return SaveChanges(state, isThere);
-  } catch (const kel::Interrupted&) {
-    session.store->Begin();  // forgets what has been gathered
-    session.store->Commit();
-    session.stored.clear();
-    session.fault = "saving was stopped";
-    return false;
-  }
+  bool isSaved = false;
+  if (UntilStopped(state, "saving was stopped", [&] { isSaved = SaveChanges(state, isThere); }))
+    return isSaved;
+  session.store->Begin();  // forgets what has been gathered
+  session.store->Commit();
+  session.stored.clear();
+  return false;
 }
 
 bool LoadSessionVariables(ContextState& state) {
@@ -308,9 +321,11 @@ bool LoadSessionVariables(ContextState& state) {
   session.stored.clear();
   session.store->Renew();
   session.store->BeginReading(KeyOf(session.id));
-  ForSessionVariables(state, [&](Variable& variable) { LoadSessionVariable(state, variable); });
+  const bool isWhole = UntilStopped(state, "loading was stopped", [&] {
+    ForSessionVariables(state, [&](Variable& variable) { LoadSessionVariable(state, variable); });
+  });
   session.store->EndReading();
-  session.isUnloaded = NoteFault(state);
+  session.isUnloaded = !isWhole || NoteFault(state);
   return !session.isUnloaded;
 }
 
@@ -401,7 +416,8 @@ void TamberContext::SetSessionId(uint32_t id) {
   state_->session.fault.Clear();
   state_->session.stored.clear();
   try {
-    tamber::SelectSession(State(), id);
+    tamber::UntilStopped(State(), "the store was not reached before the stop",
+                         [&] { tamber::SelectSession(State(), id); });
   } catch (const std::bad_alloc&) {
   }
 }
@@ -410,7 +426,10 @@ KelString TamberContext::GetSessionFault() const { return state_->session.fault;
 
 bool TamberContext::DoesSessionExist(uint32_t id) {
   try {
-    return tamber::IsSessionStored(State(), id);
+    bool isStored = false;
+    tamber::UntilStopped(State(), "looking was stopped",
+                         [&] { isStored = tamber::IsSessionStored(State(), id); });
+    return isStored;
   } catch (const std::bad_alloc&) {
     return false;
   }
@@ -418,7 +437,8 @@ bool TamberContext::DoesSessionExist(uint32_t id) {
 
 void TamberContext::ExpireOldSessions(uint32_t maxAgeSeconds) {
   try {
-    tamber::Expire(State(), maxAgeSeconds);
+    tamber::UntilStopped(State(), "expiring was stopped",
+                         [&] { tamber::Expire(State(), maxAgeSeconds); });
   } catch (const std::bad_alloc&) {
   }
 }

@@ -9,8 +9,10 @@
 
 #include "kel/clock.h"
 #include "kel/lazylibrary.h"
+#include "kel/longstring.h"
 #include "kel/number.h"
 #include "kel/rediswire.h"
+#include "kel/stop.h"
 #include "kel/storebackend.h"
 
 namespace kel {
@@ -68,7 +70,8 @@ std::string Encode(const std::vector<Command>& commands) {
     bytes.append("*").append(std::to_string(command.size())).append("\r\n");
     for (const std::string& part : command) {
       bytes.append("$").append(std::to_string(part.size())).append("\r\n");
-      bytes.append(part).append("\r\n");
+      Append(bytes, part);
+      bytes.append("\r\n");
     }
   }
   return bytes;
@@ -95,14 +98,15 @@ struct Place {
 std::string Encode(const StoreValue& value) {
   const auto* text = std::get_if<std::string>(&value);
   std::string stored(1, text != nullptr ? 't' : 'i');
-  return stored.append(text != nullptr ? *text : std::to_string(std::get<int64_t>(value)));
+  Append(stored, text != nullptr ? *text : std::to_string(std::get<int64_t>(value)));
+  return stored;
 }
 
 bool Decode(std::string_view stored, StoreValue& value) {
   if (stored.empty()) return false;
   const std::string_view rest = stored.substr(1);
   if (stored[0] == 't') {
-    value = std::string(rest);
+    value = CopyOf(rest);
     return true;
   }
   int64_t number = 0;
@@ -156,6 +160,7 @@ class RedisBackend final : public StoreBackend {
     const Reply reply = Ask({"HGETALL", place.Hash()});
     if (!reply || reply->type != REDIS_REPLY_ARRAY) return false;
     for (size_t i = 0; i + 1 < reply->elements; i += 2) {
+      CheckStop();
       std::string key(place.bucket);
       StoreValue value;
       if (!Decode(TextOf(*reply->element[i + 1]), value)) continue;
@@ -259,13 +264,24 @@ class RedisBackend final : public StoreBackend {
     const NoBrokenPipe guard;
     for (int attempt = 0; attempt < 2; ++attempt) {
       if (!Connect()) return nullptr;
-      Reply reply = Exchange(commands);
+      Reply reply = ExchangeOrHangUp(commands);
       if (wire_->fault.empty()) return reply;
       fault = wire_->fault;
       wire_.reset();
     }
     Pause();
     return nullptr;
+  }
+
+  /// A stop leaves the connection in the middle of a reply. Of a transaction the server has then
+  /// taken all or nothing.
+  Reply ExchangeOrHangUp(const std::vector<Command>& commands) {
+    try {
+      return Exchange(commands);
+    } catch (const Interrupted&) {
+      wire_.reset();
+      throw;
+    }
   }
 
   /// Null when a command was refused, or, with a fault of the connection, when that is of no more
@@ -316,7 +332,7 @@ class RedisBackend final : public StoreBackend {
     wire_ = address_.isSecure ? ConnectSecure(address_, access_, fault)
                               : ConnectPlain(address_, access_.milliseconds, fault);
     if (wire_ != nullptr && reader_ != nullptr) {
-      if (Exchange(Greeting())) return true;
+      if (ExchangeOrHangUp(Greeting())) return true;
       if (!wire_->fault.empty()) fault = wire_->fault;
     }
     wire_.reset();

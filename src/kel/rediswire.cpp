@@ -4,18 +4,19 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "kel/curllib.h"
 #include "kel/lazylibrary.h"
+#include "kel/stop.h"
 
 namespace kel {
 namespace {
 
 LazyLibrary hiredis(KEL_SONAME_HIREDIS);
 KEL_LAZY(hiredis, redisConnectWithTimeout);
-KEL_LAZY(hiredis, redisSetTimeout);
 KEL_LAZY(hiredis, redisFree);
 
 constexpr const char* kClosed = "the server closed the connection";
@@ -25,39 +26,61 @@ struct FreeConnection {
   void operator()(redisContext* connection) const { redisFree(connection); }
 };
 
+/// Waits until the socket is ready, looking for a stop meanwhile; false when that takes longer.
+bool WaitFor(int socket, short event, int milliseconds) {
+  constexpr int kMillisecondsPerLook = 10;
+  for (int left = milliseconds; left > 0;) {
+    CheckStop();
+    const int time = std::min(left, kMillisecondsPerLook);
+    pollfd waiting{socket, event, 0};
+    const int ready = ::poll(&waiting, 1, time);
+    if (ready > 0) return true;
+    if (ready == 0) left -= time;
+    if (ready < 0 && errno != EINTR) return false;
+  }
+  return false;
+}
+
 class PlainWire final : public RedisWire {
  public:
-  explicit PlainWire(redisContext* connection) : connection_(connection) {}
+  PlainWire(redisContext* connection, int milliseconds)
+      : connection_(connection), milliseconds_(milliseconds) {}
 
   bool Send(std::string_view bytes) override {
     while (!bytes.empty()) {
-      const ssize_t count = ::send(connection_->fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) return Fail();
-      bytes.remove_prefix(static_cast<size_t>(count));
+      CheckStop();
+      const ssize_t count = ::send(connection_->fd, bytes.data(),
+                                   std::min(bytes.size(), kBytesPerStep), kNow | MSG_NOSIGNAL);
+      if (count < 0 && !MayGoOn(POLLOUT)) return false;
+      if (count > 0) bytes.remove_prefix(static_cast<size_t>(count));
     }
     return true;
   }
 
   size_t Receive(char* buffer, size_t size) override {
-    ssize_t count = -1;
-    do {
-      count = ::recv(connection_->fd, buffer, size, 0);
-    } while (count < 0 && errno == EINTR);
-    if (count > 0) return static_cast<size_t>(count);
-    if (count < 0) Fail();
-    if (count == 0) fault = kClosed;
-    return 0;
+    for (;;) {
+      const ssize_t count = ::recv(connection_->fd, buffer, size, kNow);
+      if (count > 0) return static_cast<size_t>(count);
+      if (count == 0) fault = kClosed;
+      if (count == 0 || !MayGoOn(POLLIN)) return 0;
+    }
   }
 
  private:
-  /// The socket itself knows how long it waits.
-  bool Fail() {
-    fault = errno == EAGAIN || errno == EWOULDBLOCK ? kSilent : std::strerror(errno);
+  static constexpr int kNow = MSG_DONTWAIT;
+
+  /// After an attempt that has failed: whether it should be made again, now that there is a point.
+  bool MayGoOn(short event) {
+    if (errno == EINTR) return true;
+    const bool waits = errno == EAGAIN || errno == EWOULDBLOCK;
+    if (!waits) fault = std::strerror(errno);
+    if (!waits || WaitFor(connection_->fd, event, milliseconds_)) return waits;
+    fault = kSilent;
     return false;
   }
 
   std::unique_ptr<redisContext, FreeConnection> connection_;
+  int milliseconds_;
 };
 
 /// The client library of Debian has no TLS; the one for transfers makes connections with it and
@@ -122,14 +145,7 @@ class SecureWire final : public RedisWire {
     curl_.easySetopt(handle_, option, value);
   }
 
-  bool WaitFor(short event) {
-    pollfd waiting{socket_, event, 0};
-    int ready = -1;
-    do {
-      ready = ::poll(&waiting, 1, milliseconds_);
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0;
-  }
+  bool WaitFor(short event) const { return kel::WaitFor(socket_, event, milliseconds_); }
 
   bool Fail(const char* why) {
     fault = why;
@@ -149,9 +165,8 @@ std::unique_ptr<RedisWire> ConnectPlain(const ServerAddress& address, int millis
   const timeval time{milliseconds / 1000, (milliseconds % 1000) * 1000};
   std::unique_ptr<redisContext, FreeConnection> connection(
       redisConnectWithTimeout(address.host.c_str(), address.port, time));
-  if (connection != nullptr && connection->err == REDIS_OK &&
-      redisSetTimeout(connection.get(), time) == REDIS_OK) {
-    return std::make_unique<PlainWire>(connection.release());
+  if (connection != nullptr && connection->err == REDIS_OK) {
+    return std::make_unique<PlainWire>(connection.release(), milliseconds);
   }
   fault = connection != nullptr ? connection->errstr : "out of memory";
   return nullptr;

@@ -9,7 +9,8 @@
 
 namespace kel {
 
-/// A connection to a server, plain or by TLS. It waits no longer for each piece than it was told.
+/// A connection to a server, plain or by TLS. It waits no longer for each piece than it was told,
+/// and is of no more use once a stop has ended a wait.
 class RedisWire {
  public:
   virtual ~RedisWire() = default;

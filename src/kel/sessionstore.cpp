@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "kel/longstring.h"
 #include "kel/pathparser.h"
 #include "kel/storebackend.h"
 
@@ -89,7 +90,7 @@ class BackedStore final : public SessionStore {
 
   bool SetInteger(std::string_view key, int64_t value) override { return Set(key, value); }
   bool SetText(std::string_view key, std::string_view value) override {
-    return Set(key, std::string(value));
+    return Set(key, CopyOf(value));
   }
   bool GetInteger(std::string_view key, int64_t& value) override { return Get(key, value); }
   bool GetText(std::string_view key, std::string& value) override { return Get(key, value); }

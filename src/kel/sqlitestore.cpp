@@ -2,6 +2,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <utility>
@@ -22,7 +23,7 @@ LazyLibrary sqlite(KEL_SONAME_SQLITE3);
 KEL_LAZY(sqlite, sqlite3_open_v2);
 KEL_LAZY(sqlite, sqlite3_close_v2);
 KEL_LAZY(sqlite, sqlite3_extended_result_codes);
-KEL_LAZY(sqlite, sqlite3_busy_timeout);
+KEL_LAZY(sqlite, sqlite3_busy_handler);
 KEL_LAZY(sqlite, sqlite3_db_config);
 KEL_LAZY(sqlite, sqlite3_prepare_v2);
 KEL_LAZY(sqlite, sqlite3_prepare_v3);
@@ -120,7 +121,10 @@ class SqliteBackend final : public StoreBackend {
   bool Apply(std::span<const StoreChange> changes) override {
     if (!Open(true)) return false;
     if (changes.size() == 1) return ApplyOne(changes[0]) || Fail();
-    if (!Execute("BEGIN IMMEDIATE")) return Fail();
+    if (!Execute("BEGIN IMMEDIATE")) {
+      CheckStop();
+      return Fail();
+    }
     for (const StoreChange& change : changes) {
       if (IsStopRequested()) {
         Execute("ROLLBACK");
@@ -232,13 +236,25 @@ class SqliteBackend final : public StoreBackend {
     database_.reset(database);
     if (status != SQLITE_OK) return Fail();
     sqlite3_extended_result_codes(database, 1);
-    sqlite3_busy_timeout(database, access_.milliseconds);
+    sqlite3_busy_handler(database, &SqliteBackend::Wait, this);
     sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     Execute("PRAGMA cell_size_check=ON");
     if (!IsStore() && !(create && MakeStore())) return fault.empty() ? false : Fail();
     UseWal();
     return true;
+  }
+
+  /// Called while somebody else has the file, with how often before; 0 gives up.
+  static int Wait(void* self, int times) {
+    auto& backend = *static_cast<SqliteBackend*>(self);
+    const uint64_t now = MonotonicNanoseconds();
+    if (times == 0) backend.waitsSince_ = now;
+    const auto longest = static_cast<uint64_t>(backend.access_.milliseconds) * 1'000'000;
+    if (IsStopRequested() || now - backend.waitsSince_ >= longest) return 0;
+    constexpr int kMostMilliseconds = 10;
+    SleepFor(std::min(times + 1, kMostMilliseconds), nullptr);
+    return 1;
   }
 
   int64_t Number(const char* sql) {
@@ -378,6 +394,7 @@ class SqliteBackend final : public StoreBackend {
   const StoreAccess access_;
   std::unique_ptr<sqlite3, CloseDatabase> database_;
   Statement get_, set_, tree_, keys_, keysToEnd_, first_, remove_, removeToEnd_;
+  uint64_t waitsSince_ = 0;
   uint64_t device_ = 0;
   uint64_t inode_ = 0;
   bool refused_ = false;
