@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <cstdio>
+#include <mutex>
 #include <utility>
 
 #include "kel/sleep.h"
@@ -13,10 +14,13 @@ namespace {
 
 constexpr int kMillisecondsPerLook = 10;
 
-/// What a reader that was stopped had of its line, for the next one; used with the stream locked.
-std::string& Begun() {
+/// What a reader that was stopped had of its line, for the next one. The stream is locked, too, but
+/// by means that tools which look for races do not see.
+std::string ExchangeBegun(std::string line) {
+  static std::mutex& mutex = *new std::mutex;
   static std::string& begun = *new std::string;
-  return begun;
+  const std::lock_guard lock(mutex);
+  return std::exchange(begun, std::move(line));
 }
 
 /// Other threads of the host may read too: a line is read as a whole.
@@ -76,11 +80,11 @@ bool ReadRest(StandardInput& input, std::string& line, size_t limit) {
 
 bool ReadConsoleLine(std::string& line, size_t limit) {
   StandardInput input;
-  line = std::exchange(Begun(), {});
+  line = ExchangeBegun({});
   try {
     return ReadRest(input, line, limit);
   } catch (const Interrupted&) {
-    Begun() = std::move(line);
+    ExchangeBegun(std::move(line));
     throw;
   }
 }
